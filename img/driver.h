@@ -1,0 +1,52 @@
+// Scaffolding of format drivers: their state lives and dies with the handle, their lines are planes
+// of samples.
+#pragma once
+
+#include <ka/detail/owned.h>
+#include <ka/img.h>
+
+#include <array>
+#include <span>
+
+#include "imageplanes.h"
+#include "imgcall.h"
+
+namespace ka {
+
+// New state for a handle. The driver hands it over with `handle->data.p = state.release()` when
+// nothing can fail any more; until then it goes away with the block.
+template <typename State>
+[[nodiscard]] Owned<State> make_state(img_file* /*handle*/) {
+  return make_owned<State>();
+}
+
+template <typename State>
+[[nodiscard]] State& state_of(img_file* handle) {
+  return *static_cast<State*>(handle->data.p);
+}
+
+// Takes the state from the handle, to be released on return; empty when there is none.
+template <typename State>
+[[nodiscard]] Owned<State> take_state(img_file* handle) {
+  Owned<State> state(static_cast<State*>(handle->data.p));
+  handle->data.p = nullptr;
+  return state;
+}
+
+// States the pixel type of the file that is being opened.
+inline void state_file_type(img_file* handle, int type) {
+  handle->file_type = static_cast<std::uint8_t>(IMG_TYPE_COUNT + type);
+}
+
+// The first `Count` planes of a line, handle->width samples each.
+template <typename Sample, std::size_t Count>
+[[nodiscard]] std::array<std::span<Sample>, Count> line_planes(const img_file* handle,
+                                                               img_line* line) {
+  std::array<std::span<Sample>, Count> planes;
+  for (std::size_t slot = 0; slot < Count; ++slot) {
+    planes[slot] = {plane_of<Sample>(line, slot), static_cast<std::size_t>(handle->width)};
+  }
+  return planes;
+}
+
+}  // namespace ka

@@ -1,0 +1,310 @@
+// Portable pixmaps: binary 8-bit RGB (P6), decimal RGB (P3), and decimal floating-point RGB (PF,
+// this system's own), top line first. Layout: docs/formats.md, "PPM"; P3 and P6 are those of
+// netpbm's ppm(5).
+#include <errno.h>
+#include <locale.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <climits>
+#include <cstdio>
+#include <optional>
+
+#include "driver.h"
+#include "drivers.h"
+#include "linekernels.h"
+#include "stream.h"
+
+namespace {
+
+constexpr std::size_t kPixelBytes = 3;  // of P6
+constexpr std::size_t kMaxToken = 255;  // characters of a floating-point number
+constexpr char kComment[] = "# created by Brannock lumoralib\n";
+
+struct PpmState {
+  char letter;            // of the magic: '6', '3' or 'F'
+  ka::FileReader pixels;  // of a file that is read
+  ka::FileWriter out;     // of a file that is written
+};
+
+struct Size {
+  int width, height;  // pixels, lines
+};
+
+bool is_digit(int c) { return c >= '0' && c <= '9'; }
+bool is_blank(int c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+
+// value * 10 + digit, held at the largest int.
+int append_digit(int value, int digit) {
+  int product, sum;
+  if (__builtin_mul_overflow(value, 10, &product) ||
+      __builtin_add_overflow(product, digit - '0', &sum)) {
+    return INT_MAX;
+  }
+  return sum;
+}
+
+// The numbers of the header: width, height, largest sample; PF files state their range with two.
+// The reader stands behind the line feed that ends the header. Empty for anything that is not a
+// header.
+class HeaderParser {
+ public:
+  explicit HeaderParser(ka::FileReader& in) : in_(in) {}
+
+  std::optional<Size> parse(std::size_t numbers) {
+    int c = in_.get();
+    for (;;) {
+      if (c == '#') c = skip_comment();
+      if (c == '\n' && count_ == numbers) return Size{values_[0], values_[1]};
+      if (is_digit(c)) {
+        if (count_ == numbers) return std::nullopt;
+        c = read_number(c);
+      } else if (is_blank(c)) {
+        c = in_.get();
+      } else {
+        return std::nullopt;
+      }
+    }
+  }
+
+ private:
+  // Returns the line feed that ends the comment, or the end of the file.
+  int skip_comment() {
+    int c = in_.get();
+    while (c != '\n' && c != ka::FileReader::kEnd) c = in_.get();
+    return c;
+  }
+
+  // Returns the character behind the number. The range of a PF file is written with fractions and
+  // exponents.
+  int read_number(int c) {
+    const bool is_range = count_ >= 2;
+    int value = 0;
+    for (; is_digit(c) || (is_range && (c == '.' || c == '-' || c == 'e' || c == 'E'));
+         c = in_.get()) {
+      if (is_digit(c)) value = append_digit(value, c);
+    }
+    values_[count_++] = value;
+    return c;
+  }
+
+  ka::FileReader& in_;
+  std::array<int, 4> values_{};
+  std::size_t count_ = 0;
+};
+
+// The samples of one line of text. The character that ended a sample is looked at again for the
+// next one, and forgotten at the end of the line.
+class TextLine {
+ public:
+  explicit TextLine(ka::FileReader& in) : in_(in) {}
+
+  // A decimal sample, held between 0 and 255; empty where there is no digit.
+  std::optional<std::uint8_t> read_int() {
+    skip_blanks();
+    const bool negative = last_ == '-';
+    if (negative) last_ = in_.get();
+    if (!is_digit(last_)) return std::nullopt;
+    int value = 0;
+    for (; is_digit(last_); last_ = in_.get()) value = append_digit(value, last_);
+    return negative ? std::uint8_t{0} : static_cast<std::uint8_t>(std::min(value, 255));
+  }
+
+  // A floating-point sample, 0 for text that is not a number; empty at the end of the file.
+  std::optional<float> read_float() {
+    skip_blanks();
+    if (last_ == ka::FileReader::kEnd) return std::nullopt;
+    std::array<char, kMaxToken + 1> token;
+    std::size_t length = 0;
+    for (; length < kMaxToken && !is_blank(last_) && last_ != ka::FileReader::kEnd;
+         last_ = in_.get()) {
+      token[length++] = static_cast<char>(last_);
+    }
+    token[length] = '\0';
+    static const locale_t c_locale =
+        newlocale(LC_ALL_MASK, "C", nullptr);  // a program's own may want commas
+    return static_cast<float>(strtod_l(token.data(), nullptr, c_locale));
+  }
+
+ private:
+  void skip_blanks() {
+    while (is_blank(last_)) last_ = in_.get();
+  }
+
+  ka::FileReader& in_;
+  int last_ = '\n';
+};
+
+int read_binary_line(img_file* handle, img_line* line) {
+  auto& pixels = ka::state_of<PpmState>(handle).pixels;
+  auto [red, green, blue] = ka::line_planes<std::uint8_t, 3>(handle, line);
+  while (!red.empty()) {
+    const std::size_t count = std::min(red.size(), ka::FileReader::kBufferSize / kPixelBytes);
+    const auto packed = pixels.take(count * kPixelBytes);
+    if (packed.empty()) return img_error(handle, IMG_ERR_READ, errno);
+    ka::split_3x8(packed.data(), red.data(), green.data(), blue.data(), count);
+    for (auto* plane : {&red, &green, &blue}) ka::drop_front(*plane, count);
+  }
+  return 1;
+}
+
+int read_decimal_line(img_file* handle, img_line* line) {
+  TextLine text(ka::state_of<PpmState>(handle).pixels);
+  const auto planes = ka::line_planes<std::uint8_t, 3>(handle, line);
+  bool sound = true;
+  for (std::size_t x = 0; x < planes[0].size(); ++x) {
+    for (const auto& plane : planes) {
+      // What stops one sample stops all that follow on the line: they are 0.
+      const auto sample = sound ? text.read_int() : std::nullopt;
+      plane[x] = sample.value_or(0);
+      sound = sample.has_value();
+    }
+  }
+  return sound ? 1 : img_error(handle, IMG_ERR_CORRUPT, 0);
+}
+
+int read_float_line(img_file* handle, img_line* line) {
+  TextLine text(ka::state_of<PpmState>(handle).pixels);
+  const auto [red, green, blue, exponent] = ka::line_planes<std::uint8_t, 4>(handle, line);
+  for (std::size_t x = 0; x < red.size(); ++x) {
+    std::array<float, 3> color;
+    for (float& component : color) {
+      const auto sample = text.read_float();
+      if (!sample) return img_error(handle, IMG_ERR_READ, 0);
+      component = *sample;
+    }
+    ka_img_rgb_to_hdr(&red[x], &green[x], &blue[x], &exponent[x], color[0], color[1], color[2]);
+  }
+  return 1;
+}
+
+// Numbers are written as printf would in the C locale, whatever locale the program has.
+void write_number(ka::FileWriter& out, float value) {
+  std::array<char, 32> text;
+  const auto end =
+      std::to_chars(text.data(), text.data() + text.size(), value, std::chars_format::general, 6)
+          .ptr;
+  out.write({text.data(), end});
+}
+
+void write_number(ka::FileWriter& out, std::uint16_t value) {
+  std::array<char, 8> text;
+  const auto end = std::to_chars(text.data(), text.data() + text.size(), value).ptr;
+  out.write({text.data(), end});
+}
+
+template <typename Sample>
+void write_text_pixel(ka::FileWriter& out, const std::array<Sample, 3>& pixel, bool is_last) {
+  for (std::size_t c = 0; c < 3; ++c) {
+    if (c > 0) out.write({" ", 1});
+    write_number(out, pixel[c]);
+  }
+  out.write({is_last ? "\n" : "\t", 1});
+}
+
+template <typename Sample>
+void write_text_line(img_file* handle, img_line* line) {
+  auto& out = ka::state_of<PpmState>(handle).out;
+  const auto [red, green, blue] = ka::line_planes<Sample, 3>(handle, line);
+  for (std::size_t x = 0; x < red.size(); ++x) {
+    write_text_pixel(out, std::array{red[x], green[x], blue[x]}, x + 1 == red.size());
+  }
+}
+
+void write_rgbe_line(img_file* handle, img_line* line) {
+  auto& out = ka::state_of<PpmState>(handle).out;
+  const auto [red, green, blue, exponent] = ka::line_planes<std::uint8_t, 4>(handle, line);
+  for (std::size_t x = 0; x < red.size(); ++x) {
+    std::array<float, 3> color;
+    ka_img_hdr_to_rgb(&color[0], &color[1], &color[2], red[x], green[x], blue[x], exponent[x]);
+    write_text_pixel(out, color, x + 1 == red.size());
+  }
+}
+
+int write_binary_line(img_file* handle, img_line* line) {
+  auto& out = ka::state_of<PpmState>(handle).out;
+  auto [red, green, blue] = ka::line_planes<std::uint8_t, 3>(handle, line);
+  while (!red.empty()) {
+    const std::size_t count = std::min(red.size(), ka::FileWriter::kBufferSize / kPixelBytes);
+    ka::pack_3x8(out.put(count * kPixelBytes).data(), red.data(), green.data(), blue.data(), count);
+    for (auto* plane : {&red, &green, &blue}) ka::drop_front(*plane, count);
+  }
+  return out.error() == 0 ? 1 : img_error(handle, IMG_ERR_WRITE, out.error());
+}
+
+char letter_of(const img_file* handle) {
+  if (handle->bits == 16) return '3';
+  return handle->bits == 32 || handle->file_type == IMG_TYPE_RGBE ? 'F' : '6';
+}
+
+}  // namespace
+
+int img_test_ppm(img_file* /*handle*/, const std::uint8_t* head) {
+  return head[0] == 'P' && (head[1] == '3' || head[1] == '6' || head[1] == 'F');
+}
+
+int img_open_ppm(img_file* handle, const std::uint8_t* head) {
+  auto state = ka::make_state<PpmState>(handle);
+  state->letter = static_cast<char>(head[1]);
+  const bool is_float = state->letter == 'F';
+  state->pixels.start(handle, 2);  // behind the magic
+  const auto size = HeaderParser(state->pixels).parse(is_float ? 4 : 3);
+  if (!size || size->width == INT_MAX || size->height == INT_MAX)
+    return img_error(handle, IMG_ERR_CORRUPT, 0);
+  handle->width = size->width;
+  handle->height = size->height;
+  ka::state_file_type(handle, is_float ? IMG_TYPE_RGBE : IMG_TYPE_RGB);
+  handle->data.p = state.release();
+  return 1;
+}
+
+int img_create_ppm(img_file* handle) {
+  auto state = ka::make_state<PpmState>(handle);
+  state->letter = letter_of(handle);
+  state->out.start(handle);
+  const char* const range = state->letter == '6'   ? "255\n"
+                            : state->letter == '3' ? "65535\n"
+                                                   : "0.0 1.0\n";
+  std::array<char, 128> header;
+  const int length = std::snprintf(header.data(), header.size(), "P%c\n%s%d %d  %s", state->letter,
+                                   kComment, handle->width, handle->height, range);
+  state->out.write({header.data(), std::size_t(length)});
+  handle->data.p = state.release();
+  return 1;
+}
+
+int img_read_ppm(img_file* handle, img_line* line) {
+  switch (ka::state_of<PpmState>(handle).letter) {
+    case '6':
+      return read_binary_line(handle, line);
+    case '3':
+      return read_decimal_line(handle, line);
+    default:
+      return read_float_line(handle, line);
+  }
+}
+
+int img_write_ppm(img_file* handle, img_line* line) {
+  switch (handle->file_type) {
+    case IMG_TYPE_RGB_16:
+      write_text_line<std::uint16_t>(handle, line);
+      return 1;  // closing the file tells whether the text arrived
+    case IMG_TYPE_RGB_FP:
+      write_text_line<float>(handle, line);
+      return 1;
+    case IMG_TYPE_RGBE:
+      write_rgbe_line(handle, line);
+      return 1;
+    default:
+      return write_binary_line(handle, line);
+  }
+}
+
+int img_close_ppm(img_file* handle) {
+  const auto state = ka::take_state<PpmState>(handle);
+  if (!state || !handle->writing || handle->error) return 1;
+  const int failure = state->out.flush();
+  return failure == 0 ? 1 : img_error(handle, IMG_ERR_CLOSE, failure);
+}

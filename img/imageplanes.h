@@ -1,0 +1,92 @@
+// Offsets to planes and planes to offsets: the only place that does this arithmetic.
+#pragma once
+
+#include <ka/img.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
+#include "bytes.h"
+
+namespace ka {
+
+constexpr std::size_t kImageHeaderSize = sizeof(img_image);  // in front of the line table
+static_assert(sizeof(img_image) == 120 && sizeof(img_image_line) == 16);
+static_assert(offsetof(img_image, level_offset) == 8 && offsetof(img_image, width) == 88);
+static_assert(offsetof(img_image, height) == 92 && offsetof(img_image, bits) == 96);
+static_assert(offsetof(img_image, components) == 100 && offsetof(img_image, flags) == 104);
+static_assert(offsetof(img_image, type) == 108 && offsetof(img_image, words) == 112);
+
+// Largest distance that an offset inside an image can hold, in bytes.
+constexpr std::uint64_t kLargestImage = 0xffffffffu;
+
+// Slot of the one plane of a type with one component, or of the first plane of any other type.
+constexpr std::size_t first_slot(int type) {
+  switch (type) {
+    case IMG_TYPE_A:
+    case IMG_TYPE_A_16:
+    case IMG_TYPE_A_FP:
+    case IMG_TYPE_S:
+    case IMG_TYPE_S_16:
+    case IMG_TYPE_S_FP:
+    case IMG_TYPE_BIT:
+      return 3;
+    default:
+      return 0;
+  }
+}
+
+// Bytes of one plane of one line. A plane of bits has room for a byte per pixel.
+inline std::size_t plane_bytes(int type, int width) {
+  return static_cast<std::size_t>(width) * static_cast<std::size_t>((ka_img_nbits[type] + 7) / 8);
+}
+
+// A plane of a line record, null when it is absent.
+template <typename Sample>
+Sample* plane_of(const img_line* line, std::size_t slot) {
+  const std::intptr_t offset = line->offset[slot];
+  if (offset == 0) return nullptr;
+  return reinterpret_cast<Sample*>(reinterpret_cast<std::intptr_t>(line) + offset);
+}
+
+// Makes a line record refer to a plane anywhere in memory; null: absent.
+inline void set_plane(img_line* line, std::size_t slot, const void* plane) {
+  line->offset[slot] =
+      plane ? reinterpret_cast<std::intptr_t>(plane) - reinterpret_cast<std::intptr_t>(line) : 0;
+}
+
+// The line table of an image: image->height entries.
+inline img_image_line* line_table(img_image* image) {
+  return reinterpret_cast<img_image_line*>(reinterpret_cast<std::uint8_t*>(image) +
+                                           kImageHeaderSize);
+}
+inline const img_image_line* line_table(const img_image* image) {
+  return reinterpret_cast<const img_image_line*>(reinterpret_cast<const std::uint8_t*>(image) +
+                                                 kImageHeaderSize);
+}
+
+// A plane of line y of an image, null when it is absent.
+inline std::uint8_t* image_plane(const img_image* image, int y, std::size_t slot) {
+  const std::uint32_t offset = line_table(image)[y].offset[slot];
+  if (offset == 0) return nullptr;
+  return const_cast<std::uint8_t*>(reinterpret_cast<const std::uint8_t*>(image)) + offset;
+}
+
+// Makes a line record refer to the planes of line y of an image.
+inline void set_line(img_line* line, const img_image* image, int y) {
+  for (std::size_t slot = 0; slot < IMG_SLOTS; ++slot)
+    set_plane(line, slot, image_plane(image, y, slot));
+}
+
+// Bytes of an image's block: header, line table and planes, rounded up to whole words. Empty when
+// it passes what its offsets can hold, or when a side is negative.
+inline std::optional<std::uint64_t> image_bytes(int type, int width, int height) {
+  const auto line = checked_product(width, ka_img_ncomp[type], (ka_img_nbits[type] + 7) / 8);
+  if (!line || *line > kLargestImage) return std::nullopt;
+  const auto lines = checked_product(height, *line + sizeof(img_image_line));
+  if (!lines || *lines > kLargestImage - kImageHeaderSize - 3) return std::nullopt;
+  return (*lines + kImageHeaderSize + 3) / 4 * 4;
+}
+
+}  // namespace ka

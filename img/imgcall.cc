@@ -1,0 +1,346 @@
+// Handles: opens, creates, reads, writes and closes one image file through its format's driver.
+#include "imgcall.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstdio>
+#include <cstring>
+
+#include <ka/detail/scope.h>
+#include <ka/detail/versions.h>
+#include <ka/mem.h>
+#include <ka/message.h>
+#include <ka/subst.h>
+#include <ka/trans.h>
+
+#include "imageplanes.h"
+#include "stream.h"
+
+namespace {
+
+constexpr int kDefaultTypeNumber = 2;  // of the warning about a type that the format cannot write
+
+// The private area of each thread that uses the image library.
+struct ImageContext {
+  float weights[4];  // luminance of R, G, B, A
+};
+
+std::atomic<std::uint32_t> img_subverb{KA_SUBVERB_DEFAULT};
+
+void context_init(void* area) {
+  *static_cast<ImageContext*>(area) = {.weights = {0.299F, 0.587F, 0.114F, 0.0F}};
+}
+
+void read_subverbosity() {
+  const std::uint32_t forced = img_debug_level() != 0 ? std::uint32_t{KA_SUBVERB_FILES} : 0;
+  img_subverb = ka_get_subverbosity(KA_IMG) | forced;
+}
+
+const char* name_or_unknown(const char* name) { return name ? name : "unknown"; }
+
+bool is_open(const img_file* handle) { return handle->magic == IMG_MAGIC; }
+bool has_driver_state(const img_file* handle) { return handle->stream || handle->data.p; }
+
+// A handle that is opened again while it is open: its driver and its stream would be lost, so they
+// end here.
+void close_stale(img_file* handle) {
+  if (!is_open(handle)) return;
+  img_error(handle, IMG_ERR_NOT_CLOSED, 0);
+  ka_img_close(handle);
+}
+
+void set_names(img_file* handle, const char* name) {
+  handle->name = ka_mem_strdup(name);
+  constexpr std::size_t kept = 60;  // last characters of a name that is too long
+  const std::size_t length = std::strlen(name);
+  if (length < sizeof handle->display_name) {
+    std::memcpy(handle->display_name, name, length + 1);
+  } else {
+    std::snprintf(handle->display_name, sizeof handle->display_name, "...%s", name + length - kept);
+  }
+}
+
+void set_file_type(img_file* handle, int type) {
+  handle->file_type = static_cast<std::uint8_t>(type);
+  handle->bits = ka_img_nbits[type];
+  handle->components = ka_img_ncomp[type];
+}
+
+bool passes_through(const img_file* handle) {
+  return handle->type == handle->file_type ||
+         handle->type == img_compatible_type(handle->file_type);
+}
+
+// Lines that only gain an alpha plane are read in place and need no line between.
+void prepare_conversion(img_file* handle, int from, int to) {
+  if (passes_through(handle)) return;
+  if (img_tells_files()) {
+    ka_info("converting %s to %s", name_or_unknown(ka_img_type_name(from)),
+            name_or_unknown(ka_img_type_name(to)));
+  }
+  if (!handle->writing && img_adds_alpha_only(to, from)) return;
+  const int callers_type = handle->type;
+  handle->type = handle->file_type;
+  handle->conversion = ka_img_line_alloc(handle);
+  handle->type = callers_type;
+}
+
+// Opens a file for reading without waiting for the other end of a pipe. Null with errno.
+FILE* open_stream(const char* path) {
+  const int file = open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+  if (file < 0) return nullptr;
+  struct stat status;
+  FILE* stream = nullptr;
+  if (fstat(file, &status) == 0) {
+    if (S_ISDIR(status.st_mode)) {
+      errno = EISDIR;
+    } else if (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode)) {
+      errno = ESPIPE;  // drivers need to seek
+    } else {
+      stream = fdopen(file, "rb");
+    }
+  }
+  if (!stream) {
+    const int failure = errno;
+    close(file);
+    errno = failure;
+  }
+  return stream;
+}
+
+// Opens the stream, takes the file's size and its first bytes. Returns 1, or 0 with the handle's
+// error.
+int read_head(img_file* handle, const char* path, std::array<std::uint8_t, IMG_HEAD_SIZE>& head) {
+  handle->stream = open_stream(path);
+  if (!handle->stream) return img_error(handle, IMG_ERR_OPEN, errno);
+  const int file = fileno(handle->stream);
+  handle->file_size = lseek(file, 0, SEEK_END);
+  if (handle->file_size < 0) return img_error(handle, IMG_ERR_OPEN, errno);
+  if (handle->file_size == 0) return img_error(handle, IMG_ERR_FORMAT, 0);
+  const auto wanted = std::size_t(std::min<std::int64_t>(handle->file_size, IMG_HEAD_SIZE));
+  if (!img_fseek(handle->stream, 0, SEEK_SET) || !img_fread(head.data(), wanted, handle->stream)) {
+    return img_error(handle, IMG_ERR_OPEN, errno);
+  }
+  return 1;
+}
+
+void drop_stream(img_file* handle) {
+  if (handle->stream) std::fclose(handle->stream);
+  handle->stream = nullptr;
+}
+
+// The driver has read the header: settles the file's type and the way its lines take.
+void finish_opening(img_file* handle) {
+  const bool stated = handle->file_type >= IMG_TYPE_COUNT;
+  set_file_type(handle, stated ? handle->file_type - IMG_TYPE_COUNT
+                               : img_format_at(handle->format).best_type);
+  if (handle->type == IMG_TYPE_FILE) handle->type = handle->file_type;
+  prepare_conversion(handle, handle->file_type, handle->type);
+  if (img_tells_files()) {
+    ka_info("type \"%s\", format \"%s\", %d bits, %d components, %d x %d",
+            name_or_unknown(ka_img_type_name(handle->file_type)),
+            name_or_unknown(img_format_at(handle->format).name), handle->bits, handle->components,
+            handle->width, handle->height);
+  }
+}
+
+int unopened(img_file* handle) { return img_error(handle, IMG_ERR_NOT_OPEN, 0); }
+
+// A failing line is told at once only to those who ask for every line.
+void tell_failed_line(img_file* handle, int result) {
+  constexpr int every_line = 3;
+  if (!result && img_debug_level() >= every_line) ka_img_err_msg(handle);
+}
+
+int write_header(img_file* handle) {
+  const auto create = img_format_at(handle->format).driver.create;
+  return create && create(handle);
+}
+
+void remove_by_name(const char* name) {
+  char path[KA_PATH_SIZE];
+  unlink(ka_string_substitute(path, name, sizeof path));
+}
+
+}  // namespace
+
+bool img_tells_files() { return (img_subverb & KA_SUBVERB_FILES) != 0; }
+
+const float* img_luminance_weights() {
+  return static_cast<ImageContext*>(ka_context_mem(KA_IMG))->weights;
+}
+
+void ka_img_init() {
+  const ka::ModuleScope scope(KA_IMG);
+  ka_context_register_module(KA_IMG, context_init, nullptr, sizeof(ImageContext));
+  img_init_formats();
+}
+
+void ka_img_exit() {
+  const ka::ModuleScope scope(KA_IMG);
+  img_exit_formats();
+}
+
+const char* ka_img_version() { return ka::module_version(ka::kImgVersion); }
+
+int ka_img_open(img_file* handle, const char* name, int type) {
+  const ka::ModuleScope scope(KA_IMG);
+  read_subverbosity();
+  char path[KA_PATH_SIZE];
+  ka_string_substitute(path, name, sizeof path);
+  if (img_tells_files()) ka_info("opening \"%s\" for reading", path);
+  close_stale(handle);
+  *handle = {};
+  handle->gamma = 1.0F;
+  handle->type = type;
+  set_names(handle, name);
+  if ((type < 0 || type >= IMG_TYPE_COUNT) && type != IMG_TYPE_FILE) {
+    return img_error(handle, IMG_ERR_ARGUMENT, 0);
+  }
+
+  std::array<std::uint8_t, IMG_HEAD_SIZE> head{};
+  const int format = read_head(handle, path, head) ? img_identify(handle, head.data()) : -1;
+  if (format < 0) {
+    drop_stream(handle);
+    return handle->error ? 0 : img_error(handle, IMG_ERR_FORMAT, 0);
+  }
+  handle->format = format;
+  handle->topdown = img_format_at(format).topdown;
+  handle->data.p = nullptr;
+  handle->magic =
+      IMG_MAGIC;  // from here on the stream ends with ka_img_close, whatever the driver finds
+  std::rewind(handle->stream);
+  const auto open = img_format_at(format).driver.open;
+  if (!open || !open(handle, head.data())) {
+    ka_mem_release(handle->name);
+    handle->name = nullptr;
+    return 0;
+  }
+  finish_opening(handle);
+  return 1;
+}
+
+int ka_img_create(img_file* handle, const char* name, int type, int format, int width, int height) {
+  const ka::ModuleScope scope(KA_IMG);
+  read_subverbosity();
+  char path[KA_PATH_SIZE];
+  ka_string_substitute(path, name, sizeof path);
+  if (format < 0 || format >= IMG_FORMAT_COUNT || type < 0 || type >= IMG_TYPE_COUNT) {
+    return img_error(handle, IMG_ERR_ARGUMENT, 0);
+  }
+  const img_format_row& row = img_format_at(format);
+  int file_type = handle->file_type;
+  if (file_type >= IMG_TYPE_COUNT || !(row.type_map >> file_type & 1)) {
+    ka_nwarning(kDefaultTypeNumber, "type %s not supported by %s format, using default type %s",
+                name_or_unknown(ka_img_type_name(file_type)), name_or_unknown(row.name),
+                ka_img_type_name(row.best_type));
+    file_type = row.best_type;
+  }
+  if (img_tells_files()) {
+    ka_info("creating \"%s\"", path);
+    ka_info("format \"%s\", type \"%s\", %d bits, %d comps, size %d x %d",
+            name_or_unknown(row.name), ka_img_type_name(file_type), ka_img_nbits[file_type],
+            ka_img_ncomp[file_type], width, height);
+  }
+  close_stale(handle);
+  const img_file kept = *handle;
+  *handle = {};
+  handle->pyramid = kept.pyramid;
+  handle->parameters[2] = kept.parameters[2];
+  handle->format = format;
+  handle->type = type;
+  handle->width = width;
+  handle->height = height;
+  handle->topdown = row.topdown;
+  handle->gamma = handle->aspect = 1.0F;
+  handle->writing = 1;
+  set_file_type(handle, file_type);
+  set_names(handle, name);
+
+  handle->stream = std::fopen(path, "w+be");
+  if (!handle->stream) {
+    const int failure = errno;
+    handle->writing = 0;  // what could not be opened is not ours to remove
+    img_error(handle, IMG_ERR_CREATE, failure);
+    handle->writing = 1;
+    return 0;
+  }
+  handle->magic = IMG_MAGIC;
+  prepare_conversion(handle, handle->type, file_type);
+  if (format == IMG_FORMAT_MAP) {  // a mapping needs its file at full size before the first line
+    if (!write_header(handle)) return 0;
+    handle->line_count = -1;
+  }
+  return 1;
+}
+
+int ka_img_line_read(img_file* handle, img_line* line) {
+  const ka::ModuleScope scope(KA_IMG);
+  if (!is_open(handle) || !has_driver_state(handle)) return unopened(handle);
+  const auto read = img_format_at(handle->format).driver.read;
+  int result = 0;
+  if (passes_through(handle)) {
+    result = read && read(handle, line);
+  } else if (handle->conversion) {
+    result = read && read(handle, handle->conversion);
+    img_convert(line, handle->conversion, handle->type, handle->file_type, img_luminance_weights(),
+                handle->width);
+  } else {
+    result = read && read(handle, line);
+    img_fill_alpha(line, handle->type, handle->width);
+  }
+  tell_failed_line(handle, result);
+  ++handle->line_count;
+  return result;
+}
+
+int ka_img_line_write(img_file* handle, img_line* line) {
+  const ka::ModuleScope scope(KA_IMG);
+  if (!handle->stream) return unopened(handle);
+  if (handle->line_count == -1) {
+    handle->line_count = 0;
+  } else if (handle->line_count == 0 && !write_header(handle)) {
+    return 0;
+  }
+  if (handle->height == 0) return 1;
+  if (handle->conversion) {
+    img_convert(handle->conversion, line, handle->file_type, handle->type, img_luminance_weights(),
+                handle->width);
+    line = handle->conversion;
+  }
+  const auto write = img_format_at(handle->format).driver.write;
+  const int result = write && write(handle, line);
+  tell_failed_line(handle, result);
+  ++handle->line_count;
+  return result;
+}
+
+int ka_img_close(img_file* handle) {
+  const ka::ModuleScope scope(KA_IMG);
+  if (!handle || !is_open(handle)) return 1;
+  int result = 1;
+  if (has_driver_state(handle)) {
+    const auto close = img_format_at(handle->format).driver.close;
+    if (close) result = close(handle);
+  }
+  if (handle->stream && std::fclose(handle->stream) != 0) {
+    img_error(handle, IMG_ERR_CLOSE, errno);
+    result = 0;
+  }
+  if (handle->writing && handle->format == IMG_FORMAT_NULL && handle->name)
+    remove_by_name(handle->name);
+  handle->stream = nullptr;
+  handle->data.p = nullptr;
+  ka_mem_release(handle->conversion);
+  handle->conversion = nullptr;
+  ka_mem_release(handle->name);
+  handle->name = nullptr;
+  handle->magic = 0;
+  return result;
+}

@@ -1,0 +1,64 @@
+// Shared by the files of the image library's core: errors of a handle, diagnostics, the format
+// tables.
+#pragma once
+
+#include <ka/img.h>
+
+#include <cstdint>
+
+// Sets the handle's error and the system error that belongs to it, 0 for none. On a handle that is
+// writing the file is removed. Returns 0, so that a failing operation is one statement.
+int img_error(img_file* handle, int code, int os_error);
+
+// Starts the format tables: custom slots get a name, then formats that need it are started. And the
+// counterpart.
+void img_init_formats();
+void img_exit_formats();
+
+// The operations of a driver, empty for one that it lacks.
+struct img_driver {
+  img_test_function test;
+  img_open_function open;
+  img_create_function create;
+  img_close_function close;
+  img_read_function read;
+  img_write_function write;
+};
+
+// One row of the format tables.
+struct img_format_row {
+  const char* name;  // of a custom slot: a heap copy
+  img_driver driver;
+  int topdown;    // 1: the file's first line is the top line
+  int best_type;  // of the file when the caller's is not writable or the driver states none
+  std::uint32_t type_map;  // bit t: pixel type t can be written
+};
+
+// The row of a format below IMG_FORMAT_COUNT.
+const img_format_row& img_format_at(int format);
+
+// Finds out which format the file behind an opened handle has: asks every driver in a fixed order,
+// with the handle's format set to the slot that is asked. `head` are the first IMG_HEAD_SIZE bytes.
+// Returns -1 when none accepts.
+int img_identify(img_file* handle, const std::uint8_t* head);
+
+// The type whose lines have the same layout, so that lines pass between the two as they are; -1 for
+// none.
+int img_compatible_type(int type);
+
+// The level of ka_img_debug; bit KA_SUBVERB_FILES of the subverbosity mask is on while it is not 0.
+int img_debug_level();
+bool img_tells_files();
+
+// Converts one line between two pixel types; pairs without a conversion leave `dst` as it is.
+// `weights` are the four luminance weights.
+void img_convert(img_line* dst, const img_line* src, int dst_type, int src_type,
+                 const float* weights, int width);
+
+// True when a line of `dst_type` is a line of `src_type` plus a full alpha plane.
+bool img_adds_alpha_only(int dst_type, int src_type);
+// Fills the alpha plane of a line with the full value of its type.
+void img_fill_alpha(img_line* line, int type, int width);
+
+// The calling thread's luminance weights.
+const float* img_luminance_weights();

@@ -1,0 +1,95 @@
+// Errors of a handle: setting them, telling them.
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cstdio>
+
+#include <ka/detail/scope.h>
+#include <ka/mem.h>
+#include <ka/message.h>
+#include <ka/subst.h>
+
+#include "imgcall.h"
+
+namespace {
+
+constexpr int kReportNumber = 3;  // of the message that tells a handle's error
+
+std::atomic<int> img_debug{0};
+std::atomic<img_err_callback> err_cb{nullptr};
+
+// What a message says after the display name; those with numbers take the line and the height.
+struct Text {
+  const char* format;
+  bool tells_line;
+};
+constexpr std::array<Text, 14> kTexts = {{
+    {"", false},
+    {"%s: can't read line %d of %d, incomplete file", true},
+    {"%s: can't write line %d of %d, check disk space (file is incomplete)", true},
+    {"%s: can't uncompress pixels in line %d of %d, file is corrupted", true},
+    {"%s: can't compress pixels in line %d of %d", true},
+    {"%s: unrecognized file format, not an image file", false},
+    {"%s: file format subtype or version not supported", false},
+    {"%s: can't create file", false},
+    {"%s: can't open file for reading", false},
+    {"%s: can't close file, may be incomplete", false},
+    {"%s: internal error (bad argument)", false},
+    {"%s: internal error (file not open)", false},
+    {"%s: internal error (file not closed)", false},
+    {"%s: wrong file size", false},
+}};
+
+void remove_file(const char* name) {
+  char path[KA_PATH_SIZE];
+  unlink(ka_string_substitute(path, name, sizeof path));
+}
+
+}  // namespace
+
+int img_error(img_file* handle, int code, int os_error) {
+  handle->error = code;
+  handle->os_error = os_error;
+  if (handle->name) {
+    if (handle->writing) remove_file(handle->name);
+    ka_mem_release(handle->name);
+    handle->name = nullptr;
+  }
+  if (img_debug != 0) ka_img_err_msg(handle);
+  return 0;
+}
+
+int ka_img_custom_format_error(img_file* handle, int code, int os_error) {
+  const ka::ModuleScope scope(KA_IMG);
+  return img_error(handle, code, os_error);
+}
+
+void ka_img_err_msg(img_file* handle) {
+  const ka::ModuleScope scope(KA_IMG);
+  if (handle->error <= IMG_ERR_NONE || handle->error >= int(kTexts.size())) return;
+  const Text& text = kTexts[std::size_t(handle->error)];
+  char message[512];
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+  int length = text.tells_line
+                   ? std::snprintf(message, sizeof message, text.format, handle->display_name,
+                                   handle->line_count + 1, handle->height)
+                   : std::snprintf(message, sizeof message, text.format, handle->display_name);
+#pragma GCC diagnostic pop
+  if (handle->os_error != 0) {
+    std::snprintf(message + length, sizeof message - std::size_t(length), " (%s)",
+                  ka_nstrerror(handle->os_error));
+  }
+  ka_nerror(kReportNumber, "%s", message);
+  if (const auto callback = err_cb.load()) callback(handle);
+}
+
+void ka_img_err_handler(img_err_callback callback) { err_cb = callback; }
+
+void ka_img_debug(int level) {
+  const ka::ModuleScope scope(KA_IMG);
+  img_debug = level;
+}
+
+int img_debug_level() { return img_debug; }

@@ -1,0 +1,122 @@
+// Image buffers: one block that describes itself, read from and written to files as a whole.
+#include <errno.h>
+
+#include <cstring>
+
+#include <ka/detail/scope.h>
+#include <ka/mem.h>
+
+#include "imageplanes.h"
+#include "imgcall.h"
+
+namespace {
+
+// Fills the line table: line after line, each line's planes one behind the other.
+void lay_out(img_image* image, int type) {
+  const auto bytes = static_cast<std::uint32_t>(ka::plane_bytes(type, image->width));
+  const std::size_t slot = ka::first_slot(type);
+  std::uint32_t next = static_cast<std::uint32_t>(
+      ka::kImageHeaderSize + std::size_t(image->height) * sizeof(img_image_line));
+  img_image_line* const table = ka::line_table(image);
+  for (int y = 0; y < image->height; ++y) {
+    for (std::size_t component = 0; component < std::size_t(image->components);
+         ++component, next += bytes) {
+      table[y].offset[slot + component] = next;
+    }
+  }
+}
+
+int image_line(const img_file* handle, int i) {
+  return handle->topdown ? handle->height - 1 - i : i;
+}
+
+}  // namespace
+
+size_t ka_img_image_size(img_file* handle) {
+  const ka::ModuleScope scope(KA_IMG);
+  const auto bytes = ka::image_bytes(handle->type, handle->width, handle->height);
+  if (!bytes) img_error(handle, IMG_ERR_SUBTYPE, EFBIG);
+  return bytes ? std::size_t(*bytes) : 0;
+}
+
+img_image* ka_img_image_alloc(img_file* handle) {
+  const ka::ModuleScope scope(KA_IMG);
+  const std::size_t bytes = ka_img_image_size(handle);
+  if (bytes == 0) return nullptr;
+  auto* const image = static_cast<img_image*>(ka_mem_allocate(bytes));
+  image->width = handle->width;
+  image->height = handle->height;
+  image->bits = ka_img_nbits[handle->type];
+  image->components = ka_img_ncomp[handle->type];
+  image->filter = static_cast<float>(handle->pyramid);
+  image->type = handle->type;
+  lay_out(image, handle->type);
+  return image;
+}
+
+void ka_img_image_release(img_image* image) {
+  const ka::ModuleScope scope(KA_IMG);
+  ka_mem_release(image);
+}
+
+img_line* ka_img_line_alloc(img_file* handle) {
+  const ka::ModuleScope scope(KA_IMG);
+  const std::size_t bytes = ka::plane_bytes(handle->type, handle->width);
+  const auto components = std::size_t(ka_img_ncomp[handle->type]);
+  auto* const line = static_cast<img_line*>(ka_mem_allocate(sizeof(img_line) + components * bytes));
+  auto* plane = reinterpret_cast<std::uint8_t*>(line + 1);
+  for (std::size_t component = 0; component < components; ++component, plane += bytes) {
+    ka::set_plane(line, ka::first_slot(handle->type) + component, plane);
+  }
+  return line;
+}
+
+int ka_img_image_read(img_file* handle, img_image* image) {
+  const ka::ModuleScope scope(KA_IMG);
+  if (handle->magic != IMG_MAGIC || (!handle->stream && !handle->data.p) ||
+      handle->line_count != 0) {
+    return img_error(handle, IMG_ERR_NOT_OPEN, 0);
+  }
+  int result = 1;
+  for (int i = 0; i < handle->height && result; ++i) {
+    img_line line;
+    ka::set_line(&line, image, image_line(handle, i));
+    result = ka_img_line_read(handle, &line);
+  }
+  return result;
+}
+
+int ka_img_image_write(img_file* handle, img_image* image) {
+  const ka::ModuleScope scope(KA_IMG);
+  if (!handle->stream || handle->magic != IMG_MAGIC || handle->line_count > 0) {
+    return img_error(handle, IMG_ERR_NOT_OPEN, 0);
+  }
+  img_line line{};
+  if (handle->height == 0)
+    return ka_img_line_write(handle, &line);  // the header is written all the same
+  int result = 1;
+  for (int i = 0; i < handle->height && result; ++i) {
+    ka::set_line(&line, image, image_line(handle, i));
+    result = ka_img_line_write(handle, &line);
+  }
+  return result;
+}
+
+int ka_img_convert(img_line* line, int* components, int* bits, const img_image* image, int y,
+                   int type) {
+  const ka::ModuleScope scope(KA_IMG);
+  *components = ka_img_ncomp[type];
+  *bits = ka_img_nbits[type];
+  if (image->type == type) {
+    const std::size_t bytes = ka::plane_bytes(type, image->width);
+    for (std::size_t slot = 0; slot < IMG_SLOTS; ++slot) {
+      if (line->offset[slot] == 0) continue;
+      std::memcpy(ka::plane_of<std::uint8_t>(line, slot), ka::image_plane(image, y, slot), bytes);
+    }
+    return 1;
+  }
+  img_line source;
+  ka::set_line(&source, image, y);
+  img_convert(line, &source, type, image->type, img_luminance_weights(), image->width);
+  return 1;
+}

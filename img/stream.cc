@@ -1,0 +1,92 @@
+#include "stream.h"
+
+#include <errno.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+// Reads up to `count` bytes, fewer only at the end of the file; -1 on a failure.
+ssize_t read_up_to(void* buffer, std::size_t count, FILE* stream) {
+  auto* const bytes = static_cast<std::uint8_t*>(buffer);
+  std::size_t done = 0;
+  while (done < count) {
+    const ssize_t got = read(fileno(stream), bytes + done, count - done);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return -1;
+    if (got == 0) break;
+    done += std::size_t(got);
+  }
+  return ssize_t(done);
+}
+
+}  // namespace
+
+int img_fread(void* buffer, std::size_t count, FILE* stream) {
+  errno = 0;
+  return read_up_to(buffer, count, stream) == ssize_t(count);
+}
+
+int img_fseek(FILE* stream, std::int64_t offset, int whence) {
+  return lseek(fileno(stream), offset, whence) >= 0;
+}
+
+namespace ka {
+
+void FileReader::start(img_file* handle, std::uint64_t offset) {
+  stream_ = handle->stream;
+  const auto size = std::uint64_t(handle->file_size);
+  left_ = offset < size && img_fseek(stream_, std::int64_t(offset), SEEK_SET) ? size - offset : 0;
+  buffer_ = Buffer(std::size_t(std::min<std::uint64_t>(left_, kBufferSize)));
+  at_ = end_ = buffer_.data();
+}
+
+bool FileReader::fill(std::size_t count) {
+  errno = 0;
+  if (count > left_ || count > buffer_.size()) return false;
+  const auto kept = std::size_t(end_ - at_);
+  std::memmove(buffer_.data(), at_, kept);
+  const auto wanted = std::size_t(std::min<std::uint64_t>(buffer_.size(), left_)) - kept;
+  const ssize_t got = read_up_to(buffer_.data() + kept, wanted, stream_);
+  at_ = buffer_.data();
+  end_ = at_ + kept + std::max<ssize_t>(got, 0);
+  return std::size_t(end_ - at_) >= count;
+}
+
+void FileWriter::start(img_file* handle) {
+  stream_ = handle->stream;
+  buffer_ = Buffer(kBufferSize);
+}
+
+std::span<std::uint8_t> FileWriter::put(std::size_t count) {
+  if (count > buffer_.size() - used_) flush();
+  const auto room = std::span(buffer_.data() + used_, count);
+  used_ += count;
+  return room;
+}
+
+void FileWriter::write(std::span<const char> bytes) {
+  while (!bytes.empty()) {
+    const auto part = bytes.first(std::min(bytes.size(), kBufferSize));
+    std::memcpy(put(part.size()).data(), part.data(), part.size());
+    bytes = bytes.subspan(part.size());
+  }
+}
+
+int FileWriter::flush() {
+  std::size_t done = 0;
+  while (error_ == 0 && done < used_) {
+    const ssize_t written = ::write(fileno(stream_), buffer_.data() + done, used_ - done);
+    if (written >= 0) {
+      done += std::size_t(written);
+    } else if (errno != EINTR) {
+      error_ = errno;
+    }
+  }
+  used_ = 0;
+  return error_;
+}
+
+}  // namespace ka

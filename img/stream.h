@@ -1,0 +1,87 @@
+// The open file: exact reads and writes past the buffer of the C library, and "how much does the
+// file still hold".
+#pragma once
+
+#include <ka/detail/owned.h>
+#include <ka/img.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+// Reads exactly `count` bytes at the position of the stream's file descriptor. Returns 1, or 0 at
+// the end of the file and on a failure of the system, which errno then tells.
+int img_fread(void* buffer, std::size_t count, FILE* stream);
+
+// Moves the position of the stream's file descriptor. Returns 1, or 0 when the system refuses.
+int img_fseek(FILE* stream, std::int64_t offset, int whence);
+
+namespace ka {
+
+// Reads a file from front to back through a buffer of its own.
+class FileReader {
+ public:
+  // Two readers and the lines they fill stay in a second-level cache; larger buffers measured
+  // slower.
+  static constexpr std::size_t kBufferSize = std::size_t{128} << 10;
+  static constexpr int kEnd = -1;
+
+  // Starts at a byte offset. Before: the handle is open, its file_size is set.
+  void start(img_file* handle, std::uint64_t offset);
+
+  // Bytes from here to the end of the file, as large as it was when it was opened.
+  [[nodiscard]] std::uint64_t left() const { return left_; }
+
+  // The next `count` bytes, valid until the next call; empty when fewer are left or when the system
+  // failed, which errno then tells (0 for an early end). `count` is at most kBufferSize.
+  [[nodiscard]] std::span<const std::uint8_t> take(std::size_t count) {
+    if (count > std::size_t(end_ - at_) && !fill(count)) return {};
+    const auto bytes = std::span(at_, count);
+    at_ += count;
+    left_ -= count;
+    return bytes;
+  }
+
+  // The next byte, or kEnd.
+  [[nodiscard]] int get() {
+    if (at_ == end_ && !fill(1)) return kEnd;
+    --left_;
+    return *at_++;
+  }
+
+ private:
+  bool fill(std::size_t count);  // makes `count` bytes available
+
+  FILE* stream_ = nullptr;
+  Buffer buffer_;
+  const std::uint8_t* at_ = nullptr;   // the next byte
+  const std::uint8_t* end_ = nullptr;  // behind the last byte in the buffer
+  std::uint64_t left_ = 0;
+};
+
+// Writes a file from front to back through a buffer of its own.
+class FileWriter {
+ public:
+  static constexpr std::size_t kBufferSize = std::size_t{128} << 10;
+
+  void start(img_file* handle);
+
+  // Room for the next `count` bytes, to be filled before the next call. `count` is at most
+  // kBufferSize.
+  [[nodiscard]] std::span<std::uint8_t> put(std::size_t count);
+  // Copies bytes, as many as there are.
+  void write(std::span<const char> bytes);
+
+  // Hands everything to the system. The error number of the first failure, 0 for none, is kept:
+  // nothing is written after it.
+  int flush();
+  [[nodiscard]] int error() const { return error_; }
+
+ private:
+  FILE* stream_ = nullptr;
+  Buffer buffer_;
+  std::size_t used_ = 0;
+  int error_ = 0;
+};
+
+}  // namespace ka

@@ -1,0 +1,46 @@
+/* Base of every public header: linkage, attributes and the module numbers that tag messages and
+ * memory. */
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
+
+#ifdef __cplusplus
+#define KA_BEGIN_DECLS extern "C" {
+#define KA_END_DECLS }
+#define KA_NORETURN [[noreturn]]
+#else
+#define KA_BEGIN_DECLS
+#define KA_END_DECLS
+#define KA_NORETURN _Noreturn
+#endif
+
+/* Argument `text` is a printf format, the variable arguments start at `first`. */
+#define KA_PRINTF(text, first) __attribute__((__format__(__printf__, text, first)))
+
+KA_BEGIN_DECLS
+
+/* The modules of the system. A message carries the name of the module on top of the calling
+ * thread's module stack, and a block of memory is charged to it. Numbers are fixed: they stand in
+ * message codes. */
+enum ka_module {
+  KA_NULL = 0, /* stands for all modules where a number selects message masks */
+  KA_MSG = 1,
+  KA_PAR = 2,
+  KA_MEM = 3,
+  KA_DB = 4,
+  KA_SCENE = 7,
+  KA_IMG = 10,
+  KA_JOB = 23,
+  KA_MAIN = 24,
+  KA_GEOKA = 25,
+  KA_TRANS = 27,
+  KA_LIB = 29,
+  KA_GAPAD = 41,
+  KA_GEOTE = 52,
+  KA_JPG = 53,
+  KA_MODULE_COUNT = 55
+};
+
+KA_END_DECLS

@@ -1,0 +1,34 @@
+// Owners of what a function takes on entry: its place on the module stack, a lock.
+#pragma once
+
+#include <ka/detail/context.h>
+#include <ka/msg.h>
+
+namespace ka {
+
+// Charges messages and memory to a module until the end of the block. First line of every public
+// operation.
+class ModuleScope {
+ public:
+  explicit ModuleScope(int module) : context_(context()) { push_module(context_, module); }
+  ~ModuleScope() { pop_module(context_); }
+  ModuleScope(const ModuleScope&) = delete;
+  ModuleScope& operator=(const ModuleScope&) = delete;
+
+ private:
+  ka_context& context_;
+};
+
+// Holds a lock until the end of the block.
+class LockScope {
+ public:
+  explicit LockScope(ka_mutex lock) : lock_(lock) { ka_lock(lock_); }
+  ~LockScope() { ka_unlock(lock_); }
+  LockScope(const LockScope&) = delete;
+  LockScope& operator=(const LockScope&) = delete;
+
+ private:
+  ka_mutex lock_;
+};
+
+}  // namespace ka

@@ -1,0 +1,283 @@
+/* Image files and image buffers: opens, creates, reads and writes one image file of any supported
+ * format, line by line or whole, in the pixel type that the caller asks for. */
+#pragma once
+
+#include <ka/base.h>
+
+KA_BEGIN_DECLS
+
+/* File formats: index into the format tables. Custom formats follow the built-in ones. */
+typedef enum img_format {
+  IMG_FORMAT_RLA,
+  IMG_FORMAT_RLB,
+  IMG_FORMAT_PIC,
+  IMG_FORMAT_ALIAS,
+  IMG_FORMAT_RGB,
+  IMG_FORMAT_CT,
+  IMG_FORMAT_CT16,
+  IMG_FORMAT_ST,
+  IMG_FORMAT_ST16,
+  IMG_FORMAT_VT,
+  IMG_FORMAT_WT,
+  IMG_FORMAT_ZT,
+  IMG_FORMAT_NT,
+  IMG_FORMAT_TT,
+  IMG_FORMAT_TIF,
+  IMG_FORMAT_TIFU,
+  IMG_FORMAT_TIF3,
+  IMG_FORMAT_TIF3U,
+  IMG_FORMAT_PICTURE,
+  IMG_FORMAT_PPM,
+  IMG_FORMAT_CTFP,
+  IMG_FORMAT_MAP,
+  IMG_FORMAT_TGA,
+  IMG_FORMAT_BMP,
+  IMG_FORMAT_QNTPAL,
+  IMG_FORMAT_QNTNTSC,
+  IMG_FORMAT_ZPIC,
+  IMG_FORMAT_NULL,
+  IMG_FORMAT_MT,
+  IMG_FORMAT_BIT,
+  IMG_FORMAT_TIF16,
+  IMG_FORMAT_TIF16U,
+  IMG_FORMAT_TIF16_3,
+  IMG_FORMAT_TIF16_3U,
+  IMG_FORMAT_JPG,
+  IMG_FORMAT_LWI,
+  IMG_FORMAT_PS,
+  IMG_FORMAT_EPS,
+  IMG_FORMAT_CTH,
+  IMG_FORMAT_HDR,
+  IMG_FORMAT_STFP,
+  IMG_FORMAT_IFF,
+  IMG_FORMAT_CUSTOM, /* the first of 16 slots for formats registered at run time */
+  IMG_FORMAT_COUNT = IMG_FORMAT_CUSTOM + 16
+} img_format;
+
+/* Pixel types. ka_img_nbits and ka_img_ncomp tell their bits per component and their components.
+ * Samples of 8 and 16 bits are unsigned integers, of 32 bits IEEE floats (of IMG_TYPE_TAG unsigned
+ * integers), in the host's byte order. */
+typedef enum img_type {
+  IMG_TYPE_RGBA,
+  IMG_TYPE_RGBA_16,
+  IMG_TYPE_RGB,
+  IMG_TYPE_RGB_16,
+  IMG_TYPE_A,
+  IMG_TYPE_A_16,
+  IMG_TYPE_S,
+  IMG_TYPE_S_16,
+  IMG_TYPE_VTA,
+  IMG_TYPE_VTS,
+  IMG_TYPE_Z,
+  IMG_TYPE_N,
+  IMG_TYPE_TAG,
+  IMG_TYPE_RGBA_FP,
+  IMG_TYPE_M,
+  IMG_TYPE_BIT,
+  IMG_TYPE_RGB_FP,
+  IMG_TYPE_COVERAGE,
+  IMG_TYPE_RGBE,
+  IMG_TYPE_A_FP,
+  IMG_TYPE_S_FP,
+  IMG_TYPE_COUNT,    /* also: a name that matches no type */
+  IMG_TYPE_FILE = 99 /* on opening: the file's own type */
+} img_type;
+
+/* Errors of a handle. ka_img_err_msg tells them as messages. */
+typedef enum img_errcode {
+  IMG_ERR_NONE = 0,
+  IMG_ERR_READ = 1,        /* the file ends early, or the system failed to read it */
+  IMG_ERR_WRITE = 2,       /* the system failed to write */
+  IMG_ERR_CORRUPT = 3,     /* pixels or header are not what the format allows */
+  IMG_ERR_COMPRESS = 4,    /* pixels could not be compressed */
+  IMG_ERR_FORMAT = 5,      /* not an image file */
+  IMG_ERR_SUBTYPE = 6,     /* a kind of the format that is not supported */
+  IMG_ERR_CREATE = 7,      /* the file could not be created */
+  IMG_ERR_OPEN = 8,        /* the file could not be opened */
+  IMG_ERR_CLOSE = 9,       /* the file could not be closed, it may be incomplete */
+  IMG_ERR_ARGUMENT = 10,   /* the caller passed a format or type out of range */
+  IMG_ERR_NOT_OPEN = 11,   /* the handle is not open, or not at its first line */
+  IMG_ERR_NOT_CLOSED = 12, /* the handle was open already */
+  IMG_ERR_SIZE = 13        /* the file's size does not fit its header */
+} img_errcode;
+
+enum { IMG_HEAD_SIZE = 256, IMG_DISPLAY_NAME_SIZE = 64, IMG_PARAMETERS = 8, IMG_SLOTS = 4 };
+
+/* One line of pixels: for R, G, B and A the distance in bytes from this record to the plane, 0 for
+ * an absent one. Types with one component keep their plane in the A slot, except z, tag and
+ * coverage, which keep it in the R slot. */
+typedef struct img_line {
+  intptr_t offset[IMG_SLOTS];
+} img_line;
+
+/* One open image file. The caller owns the record and clears it to zero bytes before its first use.
+ */
+typedef struct img_file {
+  int width;         /* pixels per line */
+  int height;        /* lines */
+  int bits;          /* per component of the file's pixel type */
+  int components;    /* of the file's pixel type */
+  int pyramid;       /* nonzero: images allocated for this file carry reduced levels; kept by
+                        ka_img_create */
+  int topdown;       /* the file's first line is the image's top line */
+  int64_t file_size; /* bytes, of a file opened for reading */
+  float gamma;       /* as stored by formats that carry one, else 1 */
+  float aspect;      /* of a pixel, as stored by formats that carry one; 1 after ka_img_create */
+  uint32_t parameters[IMG_PARAMETERS]; /* settings of drivers; ka_img_create keeps the third */
+  int type;                            /* img_type of the lines that the caller passes */
+  int format;                          /* img_format of the file */
+  int error;                           /* img_errcode of the last failure */
+  int os_error;      /* the system's error number that belongs to it, 0 for none */
+  uint32_t magic;    /* IMG_MAGIC while the handle is open */
+  int line_count;    /* lines read or written so far; -1: created with its header written already */
+  int writing;       /* 1: made by ka_img_create; any failure removes the file */
+  uint8_t file_type; /* img_type of the file */
+  FILE* stream;      /* the open file, or null */
+  char* name;        /* as the caller gave it; owned by the handle */
+  img_line*
+      conversion; /* a line of the file's type, when lines are converted; owned by the handle */
+  union {
+    void* p; /* the driver's own state */
+  } data;
+  char display_name[IMG_DISPLAY_NAME_SIZE]; /* for messages: the name, or "..." and its last 60
+                                               characters */
+} img_file;
+
+#define IMG_MAGIC 0xdeadbeefu
+
+/* An image in memory: this header, `height` entries of the line table, and the planes, in one
+ * block. All offsets count from the start of the block, so that it can stand in a file as it is.
+ * Line 0 is the bottom line of the picture. */
+typedef struct img_image {
+  float filter;
+  int32_t levels;            /* pyramid levels from this one down, 0: a plain image */
+  uint32_t level_offset[20]; /* of the further levels, from the start of the block */
+  int32_t width;             /* pixels per line */
+  int32_t height;            /* lines */
+  int32_t bits;              /* per component */
+  int32_t components;
+  uint8_t flags[4]; /* the third: planes are held by the texture cache */
+  int32_t type;     /* img_type */
+  uint32_t words[2];
+} img_image;
+
+/* Entry of the line table: offsets of the planes of R, G, B and A from the start of the block, 0:
+ * absent. */
+typedef struct img_image_line {
+  uint32_t offset[IMG_SLOTS];
+} img_image_line;
+
+/* Bits per component and components of the 21 pixel types, indexed by img_type. */
+extern const int32_t* const ka_img_nbits;
+extern const int32_t* const ka_img_ncomp;
+
+/* Starts the image library, once, after the memory manager; ka_img_exit is its counterpart. */
+void ka_img_init(void);
+void ka_img_exit(void);
+const char* ka_img_version(void);
+
+/* Opens an existing file for reading.
+ *   Before   `handle` is cleared, or was closed. A handle that is still open is closed without
+ * notice. Takes    the pixel type that the caller wants its lines in, or IMG_TYPE_FILE for the
+ * file's own. Returns  1, or 0 with handle->error: 5 not an image, 8 cannot be opened, 10 no such
+ * type, or what the format's driver found: 1, 3, 6, 13. The handle is closed with ka_img_close in
+ * every case. Threads  one thread per handle. */
+int ka_img_open(img_file* handle, const char* name, int type);
+
+/* Creates a file for writing; an existing one is replaced.
+ *   Takes    the pixel type of the lines that the caller will pass, the format and the size in
+ * pixels. The file's own type is handle->file_type as the caller left it (0 is rgba) where the
+ * format can write it, else the format's best type, with a warning. Returns  1, or 0 with
+ * handle->error: 7 cannot be created, 10 no such type or format. */
+int ka_img_create(img_file* handle, const char* name, int type, int format, int width, int height);
+
+/* Ends the work with a file.
+ *   Returns  1, also for a handle that is not open; 0 with handle->error when the file may be
+ * incomplete: a file that was being written is then removed. The handle is closed in every case. */
+int ka_img_close(img_file* handle);
+
+/* Reads the next line, in file order, into a line of handle->type; writes the next line from one.
+ *   Returns  1, or 0 with handle->error: 1 to 4, or 11 when the handle is not open. A failing write
+ * removes the file. */
+int ka_img_line_read(img_file* handle, img_line* line);
+int ka_img_line_write(img_file* handle, img_line* line);
+
+/* A line record of handle->type and handle->width with its planes behind it, zeroed.
+ *   Memory   the caller's, released with ka_mem_release. */
+img_line* ka_img_line_alloc(img_file* handle);
+
+/* An image of handle->width, handle->height and handle->type, its pixels zero.
+ *   Returns  null with handle->error when its block would pass 4 GiB - 1 bytes.
+ *   Memory   the caller's, released with ka_img_image_release. The system backs it with pages as
+ * lines arrive. */
+img_image* ka_img_image_alloc(img_file* handle);
+void ka_img_image_release(img_image* image);
+
+/* Bytes of the block that ka_img_image_alloc makes for this handle; 0 with handle->error as there.
+ */
+size_t ka_img_image_size(img_file* handle);
+
+/* Reads every line of an opened file into `image`; writes every line of `image` to a created file.
+ *   Before   no line has been read or written yet.
+ *   Returns  1, or 0 with handle->error: 11 not in that state, else as of the line that failed;
+ * lines read before the failure stay in `image`. Memory   allocates nothing per line; `image`
+ * remains the caller's. */
+int ka_img_image_read(img_file* handle, img_image* image);
+int ka_img_image_write(img_file* handle, img_image* image);
+
+/* Fetches line y of an image into the caller's line record, converted to `type`.
+ *   Returns  1 and the type's components and bits. */
+int ka_img_convert(img_line* line, int* components, int* bits, const img_image* image, int y,
+                   int type);
+
+/* Formats and types by name, names by number. Unknown format: -1; unknown type: IMG_TYPE_COUNT, and
+ * a null name. ka_img_format_name and ka_img_best_type take a format below IMG_FORMAT_COUNT. */
+int ka_img_format_identify(const char* name);
+const char* ka_img_format_name(int format);
+int ka_img_best_type(int format);
+int ka_img_type_identify(const char* name);
+const char* ka_img_type_name(int type);
+
+/* Reports a handle's error as an error message, then calls the callback. Nothing happens without an
+ * error. */
+void ka_img_err_msg(img_file* handle);
+typedef void (*img_err_callback)(img_file* handle);
+void ka_img_err_handler(img_err_callback callback); /* null removes it */
+
+/* Diagnostics: nonzero reports every failure at once, above 2 also every failed line. */
+void ka_img_debug(int level);
+
+/* The six operations of a format driver. Each returns 1 for success and 0 for failure, the test 1
+ * for its format. test     gets the first 256 bytes of the file, zero-filled past the end of a
+ * shorter one. open     gets the same with the stream at byte 0; sets width and height, may state
+ * the file's type by setting file_type to IMG_TYPE_COUNT + type, keeps its state in data.p. create
+ * writes the header, just before the first line. read, write  move the next line in file order, in
+ * the file's type. close    finishes the file and releases data.p. */
+typedef int (*img_test_function)(img_file* handle, const uint8_t* head);
+typedef int (*img_open_function)(img_file* handle, const uint8_t* head);
+typedef int (*img_create_function)(img_file* handle);
+typedef int (*img_close_function)(img_file* handle);
+typedef int (*img_read_function)(img_file* handle, img_line* line);
+typedef int (*img_write_function)(img_file* handle, img_line* line);
+
+/* Registers a driver in a custom slot, IMG_FORMAT_CUSTOM to IMG_FORMAT_COUNT - 1; a later
+ * registration replaces it. Takes    the operations, null for one that the format lacks;
+ * `extra_types` has bit t set for each writable type t besides the best type. Returns  1, or 0 for
+ * a slot or best type out of range or a null name: nothing changes then. */
+int ka_img_custom_format(int format, img_test_function test, img_create_function create,
+                         img_open_function open, img_close_function close, img_read_function read,
+                         img_write_function write, int topdown, const char* name,
+                         uint32_t extra_types, int best_type);
+
+/* Sets a handle's error; for drivers outside the library. Returns 0, so that a driver can return
+ * it. */
+int ka_img_custom_format_error(img_file* handle, int code, int os_error);
+
+/* Shared-exponent colours: four bytes, three mantissas and an exponent. A colour that is not a
+ * number counts as 0. */
+void ka_img_rgb_to_hdr(uint8_t* r_out, uint8_t* g_out, uint8_t* b_out, uint8_t* e_out, float r,
+                       float g, float b);
+void ka_img_hdr_to_rgb(float* r_out, float* g_out, float* b_out, uint8_t r, uint8_t g, uint8_t b,
+                       uint8_t e);
+
+KA_END_DECLS

@@ -1,0 +1,76 @@
+/* Message log: every component reports through these functions. A line carries the module that
+ * issued it, host, thread, level and, for numbered messages, a six-digit code; it goes to standard
+ * error, to an installed handler, or to the file that the environment variable KA_LOGFILE names. */
+#pragma once
+
+#include <ka/base.h>
+
+KA_BEGIN_DECLS
+
+/* Levels, bits of the mask of ka_set_verbosity. The default mask shows the first three. */
+enum ka_level {
+  KA_FATAL = 1,
+  KA_ERROR = 2,
+  KA_WARNING = 4,
+  KA_INFO = 8,
+  KA_PROGRESS = 16,
+  KA_DEBUG = 32,
+  KA_VDEBUG = 64
+};
+
+/* Bits of a module's subverbosity mask that this library looks at. */
+enum ka_subverbosity {
+  KA_SUBVERB_TIME = 0x8,        /* ka_timing prints */
+  KA_SUBVERB_FILES = 0x400,     /* the image library tells which files it opens */
+  KA_SUBVERB_DEBUG = 0x800,     /* reports include their debug sections */
+  KA_SUBVERB_MSGCODE = 0x1000,  /* numbered messages show their code */
+  KA_SUBVERB_MSGTRANS = 0x2000, /* lines start with the transaction tag */
+  KA_SUBVERB_DEFAULT = 0x107f
+};
+
+/* Message functions take a printf format and its arguments; the n-forms take a message number (0 to
+ * 999) first, which becomes part of the code. Text     newlines become blanks; a text of 300
+ * characters or more keeps its first and last 147, with "[...]" between. Cost     a message whose
+ * level is off costs one test; nothing is formatted. Threads  any; lines of several threads do not
+ * mix. */
+KA_NORETURN void ka_fatal(const char* format, ...) KA_PRINTF(1, 2);
+/* Fatal messages always show, also stand in the log file, and end the process with exit status 1.
+ */
+KA_NORETURN void ka_nfatal(int number, const char* format, ...) KA_PRINTF(2, 3);
+void ka_error(const char* format, ...) KA_PRINTF(1, 2);
+void ka_nerror(int number, const char* format, ...) KA_PRINTF(2, 3);
+void ka_warning(const char* format, ...) KA_PRINTF(1, 2);
+void ka_nwarning(int number, const char* format, ...) KA_PRINTF(2, 3);
+void ka_info(const char* format, ...) KA_PRINTF(1, 2);
+void ka_progress(const char* format, ...) KA_PRINTF(1, 2);
+void ka_debug(const char* format, ...) KA_PRINTF(1, 2);
+void ka_vdebug(const char* format, ...) KA_PRINTF(1, 2);
+
+/* Sets the mask of levels that are shown (bits of enum ka_level). Fatal messages show whatever it
+ * holds. */
+void ka_set_verbosity(uint32_t mask);
+uint32_t ka_get_verbosity(void);
+
+/* Sets the subverbosity mask of one module, or of all with module KA_NULL. */
+void ka_set_subverbosity(int module, uint32_t mask);
+/* Returns the mask of a module, 0 to KA_MODULE_COUNT - 1. */
+uint32_t ka_get_subverbosity(int module);
+/* Gives every module the mask KA_SUBVERB_DEFAULT, once per process. */
+void ka_lib_init_subverbosity(void);
+
+/* Receives a line instead of standard error: its level bit, the whole line, its text alone, its
+ * code. */
+typedef void (*ka_error_callback)(uint32_t level, const char* line, const char* text, int code);
+/* Installs the handler, null removes it. It is not called while KA_LOGFILE is set. A fatal line
+ * still shows on standard error after the handler has seen it. */
+void ka_errorhandler(ka_error_callback handler);
+
+/* The system's text for errno, or for an error number. The text lives until the calling thread asks
+ * again. */
+const char* ka_strerror(void);
+const char* ka_nstrerror(int number);
+
+/* The names of the modules, KA_MODULE_COUNT of them; lines show the first four characters. */
+extern const char* const ka_modname[KA_MODULE_COUNT];
+
+KA_END_DECLS

@@ -1,0 +1,34 @@
+#include "areas.h"
+
+#include <ka/mem.h>
+
+void AreaTable::add(int module, ka_area_function init, ka_area_function exit, std::size_t size) {
+  Entry& entry = entries_[std::size_t(module)];
+  entry.size = size;
+  if (init) entry.init = init;
+  if (exit) entry.exit = exit;
+}
+
+void AreaTable::create(void*& area, int module) const {
+  const Entry& entry = entries_[std::size_t(module)];
+  if (entry.size == 0) return;
+  area = ka_mem_allocate_raw(entry.size);
+  if (entry.init) entry.init(area);
+}
+
+bool AreaTable::release_all(void** pointers) const {
+  bool any = false;
+  for (std::size_t module = 0; module < KA_MODULE_COUNT; ++module) {
+    void* const area = pointers[module];
+    if (!area) continue;
+    any = true;
+    if (entries_[module].exit) entries_[module].exit(area);
+    pointers[module] = nullptr;
+    ka_mem_release_raw(area);
+  }
+  return any;
+}
+
+void** AreaTable::make_pointers() {
+  return static_cast<void**>(ka_mem_allocate_raw(KA_MODULE_COUNT * sizeof(void*)));
+}

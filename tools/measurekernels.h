@@ -1,0 +1,23 @@
+// Sums of one line: the hot loops of pass 1.
+#pragma once
+
+#include <ka/detail/targets.h>
+
+#include "measure.h"
+
+namespace ka {
+
+// `tolerance` is 0 to 255. Alpha takes part in colour sums with `channels` 4, not with 3.
+using MeasureKernel = void (*)(const LinePlanes& first, const LinePlanes& second, std::size_t width,
+                               int tolerance, int channels, LineSums& sums);
+
+// Colour: the sum of the squares of the differences beyond the tolerance.
+extern const KernelTable<MeasureKernel> colour_kernels;
+// Intensity: the weighted differences, cut to a whole number after each channel in the order B, G,
+// R.
+extern const KernelTable<MeasureKernel> intensity_kernels;
+
+// Weights of R, G, B and A in the intensity.
+inline constexpr std::array<float, 4> kIntensityWeights = {0.299F, 0.587F, 0.114F, 0.0F};
+
+}  // namespace ka

@@ -1,0 +1,99 @@
+#include "picture.h"
+
+#include <algorithm>
+#include <climits>
+
+#include <ka/mem.h>
+#include <ka/message.h>
+
+namespace {
+
+// While one of these lives the handle's height includes the lines above the picture.
+class RaisedHeight {
+ public:
+  RaisedHeight(img_file& file, int lines) : file_(file), height_(file.height) {
+    file_.height = std::min(height_, INT_MAX - lines) + lines;
+  }
+  ~RaisedHeight() { file_.height = height_; }
+  RaisedHeight(const RaisedHeight&) = delete;
+  RaisedHeight& operator=(const RaisedHeight&) = delete;
+
+ private:
+  img_file& file_;
+  int height_;
+};
+
+}  // namespace
+
+void ReleaseLine::operator()(img_line* line) const { ka_mem_release(line); }
+
+Picture::Picture(const char* name, int extra_lines) : name_(name), extra_lines_(extra_lines) {}
+
+bool Picture::open() {
+  failed_step_ = "cannot open %s";
+  if (!ka_img_open(&file_, name_, IMG_TYPE_RGBA)) return false;
+  ka_progress("reading %s: %dx%d", name_, file_.width, file_.height);
+  failed_step_ = "cannot allocate frame buffer";
+  const RaisedHeight raised(file_, extra_lines_);
+  return ka_img_image_size(&file_) != 0;
+}
+
+void Picture::tell_failure() {
+  ka_img_err_msg(&file_);
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+#pragma GCC diagnostic ignored "-Wformat-security"
+#pragma GCC diagnostic ignored "-Wformat-extra-args"
+  ka_fatal(failed_step_, name_);
+#pragma GCC diagnostic pop
+}
+
+ImageBuffer Picture::read() {
+  const auto allocate = [&] {
+    const RaisedHeight raised(file_, extra_lines_);
+    return ImageBuffer(ka_img_image_alloc(&file_));
+  };
+  ImageBuffer image = allocate();
+  if (!image) tell_failure();
+  failed_step_ = "cannot read %s";
+  if (!ka_img_image_read(&file_, image.get())) tell_failure();
+  close();
+  return image;
+}
+
+bool Picture::read_line() {
+  if (!line_) line_.reset(ka_img_line_alloc(&file_));
+  failed_step_ = "cannot read %s";
+  return ka_img_line_read(&file_, line_.get()) != 0;
+}
+
+void Picture::read_rest() {
+  while (file_.line_count < file_.height) {
+    if (!read_line()) tell_failure();
+  }
+}
+
+void Picture::close() {
+  failed_step_ = "cannot close %s";
+  if (!ka_img_close(&file_)) tell_failure();
+}
+
+ka::LinePlanes Picture::planes() const {
+  const auto* const base = reinterpret_cast<const std::uint8_t*>(line_.get());
+  ka::LinePlanes planes;
+  for (std::size_t c = 0; c < planes.size(); ++c) planes[c] = base + line_->offset[c];
+  return planes;
+}
+
+int Picture::line_number() const {
+  const int read = file_.line_count - 1;
+  return file_.topdown ? file_.height - 1 - read : read;
+}
+
+bool Picture::same_size(const Picture& other) const {
+  return file_.width == other.file_.width && file_.height == other.file_.height;
+}
+
+bool Picture::same_order(const Picture& other) const {
+  return file_.topdown == other.file_.topdown;
+}

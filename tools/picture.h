@@ -1,0 +1,57 @@
+// One of the two pictures: a file that is read as 8-bit RGBA.
+#pragma once
+
+#include <ka/img.h>
+
+#include <memory>
+
+#include "measure.h"
+
+struct ReleaseImage {
+  void operator()(img_image* image) const { ka_img_image_release(image); }
+};
+using ImageBuffer = std::unique_ptr<img_image, ReleaseImage>;
+
+struct ReleaseLine {
+  void operator()(img_line* line) const;
+};
+
+class Picture {
+ public:
+  // `extra_lines`: lines that a buffer of this picture has above it.
+  Picture(const char* name, int extra_lines);
+
+  // Opens the file and checks that a buffer can hold it. After a failure the caller ends with
+  // tell_failure.
+  [[nodiscard]] bool open();
+  // Tells the file's error and ends the process with a fatal message about the step that failed.
+  [[noreturn]] void tell_failure();
+
+  // Reads everything into a buffer and closes the file. A failure is told and ends the process.
+  [[nodiscard]] ImageBuffer read();
+
+  // Reads the next line, in file order, into the picture's own line record.
+  [[nodiscard]] bool read_line();
+  // Reads the lines that are left, only to know that they can be read. A failure is told and ends
+  // the process.
+  void read_rest();
+  // Closes the file. A failure is told and ends the process.
+  void close();
+
+  [[nodiscard]] ka::LinePlanes planes() const;  // of the line that was read last
+  [[nodiscard]] int line_number() const;        // its number in the picture, 0 at the bottom
+  [[nodiscard]] const char* name() const { return name_; }
+  [[nodiscard]] int width() const { return file_.width; }
+  [[nodiscard]] int height() const { return file_.height; }
+  [[nodiscard]] bool same_size(const Picture& other) const;
+  // Whether both files hold their lines in the same order.
+  [[nodiscard]] bool same_order(const Picture& other) const;
+
+ private:
+  const char* name_;
+  int extra_lines_;
+  const char* failed_step_ =
+      nullptr;  // fatal message of the step that is under way; its "%s" is the name
+  img_file file_{};
+  std::unique_ptr<img_line, ReleaseLine> line_;
+};
