@@ -144,7 +144,7 @@ int read_binary_line(img_file* handle, img_line* line) {
     const std::size_t count = std::min(red.size(), ka::FileReader::kBufferSize / kPixelBytes);
     const auto packed = pixels.take(count * kPixelBytes);
     if (packed.empty()) return img_error(handle, IMG_ERR_READ, errno);
-    ka::split_3x8(packed.data(), red.data(), green.data(), blue.data(), count);
+    ka::split<std::uint8_t, 3>(packed.data(), {red.data(), green.data(), blue.data()}, count);
     for (auto* plane : {&red, &green, &blue}) ka::drop_front(*plane, count);
   }
   return 1;
@@ -228,7 +228,8 @@ int write_binary_line(img_file* handle, img_line* line) {
   auto [red, green, blue] = ka::line_planes<std::uint8_t, 3>(handle, line);
   while (!red.empty()) {
     const std::size_t count = std::min(red.size(), ka::FileWriter::kBufferSize / kPixelBytes);
-    ka::pack_3x8(out.put(count * kPixelBytes).data(), red.data(), green.data(), blue.data(), count);
+    ka::pack<std::uint8_t, 3>(out.put(count * kPixelBytes).data(),
+                              {red.data(), green.data(), blue.data()}, count);
     for (auto* plane : {&red, &green, &blue}) ka::drop_front(*plane, count);
   }
   return out.error() == 0 ? 1 : img_error(handle, IMG_ERR_WRITE, out.error());
