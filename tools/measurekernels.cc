@@ -108,6 +108,34 @@ KA_KERNEL void intensity_body(const LinePlanes& first, const LinePlanes& second,
   intensity_block(first, second, at, width - at, limit, sums);
 }
 
+KA_KERNEL std::int16_t counted(std::uint8_t a, std::uint8_t b, std::uint8_t tolerance) {
+  return std::int16_t(distance(a, b) > tolerance ? a - b : 0);
+}
+
+template <bool Intensity>
+KA_KERNEL void pixels_body(const LinePlanes& first, const LinePlanes& second, std::size_t width,
+                           int tolerance, int channels, std::int32_t* __restrict sums,
+                           std::int16_t* __restrict alphas) {
+  const auto limit = std::uint8_t(tolerance);
+  const bool has_alpha = channels == 4;
+  for (std::size_t i = 0; i < width; ++i) {
+    const std::int16_t alpha =
+        has_alpha ? counted(first[3][i], second[3][i], limit) : std::int16_t{0};
+    std::int32_t s = 0;
+    if constexpr (Intensity) {
+      s = add_weighted(0, first[2][i], second[2][i], limit, kIntensityWeights[2]);
+      s = add_weighted(s, first[1][i], second[1][i], limit, kIntensityWeights[1]);
+      s = add_weighted(s, first[0][i], second[0][i], limit, kIntensityWeights[0]) + alpha;
+    } else {
+      for (std::size_t c = 0; c < 3; ++c)
+        s += std::int32_t(square(first[c][i], second[c][i], limit));
+      s += alpha * alpha;
+    }
+    sums[i] = s;
+    alphas[i] = alpha;
+  }
+}
+
 KA_DEFINE_KERNELS(colour_sums, colour_body,
                   (const LinePlanes& first, const LinePlanes& second, std::size_t width,
                    int tolerance, int channels, LineSums& sums),
@@ -117,8 +145,19 @@ KA_DEFINE_KERNELS(intensity_sums, intensity_body,
                    int tolerance, int channels, LineSums& sums),
                   (first, second, width, tolerance, channels, sums));
 
+KA_DEFINE_KERNELS(colour_pixels, pixels_body<false>,
+                  (const LinePlanes& first, const LinePlanes& second, std::size_t width,
+                   int tolerance, int channels, std::int32_t* sums, std::int16_t* alphas),
+                  (first, second, width, tolerance, channels, sums, alphas));
+KA_DEFINE_KERNELS(intensity_pixels, pixels_body<true>,
+                  (const LinePlanes& first, const LinePlanes& second, std::size_t width,
+                   int tolerance, int channels, std::int32_t* sums, std::int16_t* alphas),
+                  (first, second, width, tolerance, channels, sums, alphas));
+
 }  // namespace
 
+constinit const KernelTable<PixelKernel> colour_pixel_kernels = colour_pixels_kernels;
+constinit const KernelTable<PixelKernel> intensity_pixel_kernels = intensity_pixels_kernels;
 constinit const KernelTable<MeasureKernel> colour_kernels = colour_sums_kernels;
 constinit const KernelTable<MeasureKernel> intensity_kernels = intensity_sums_kernels;
 
