@@ -13,9 +13,17 @@
   int img_read_##family(img_file* handle, img_line* line);           \
   int img_write_##family(img_file* handle, img_line* line)
 
+KA_IMAGE_DRIVER(ct);
 KA_IMAGE_DRIVER(ppm);
 KA_IMAGE_DRIVER(rgb);
+KA_IMAGE_DRIVER(targa);
 
+inline constexpr img_driver kCtDriver = {.test = img_test_ct,
+                                         .open = img_open_ct,
+                                         .create = img_create_ct,
+                                         .close = img_close_ct,
+                                         .read = img_read_ct,
+                                         .write = img_write_ct};
 inline constexpr img_driver kPpmDriver = {.test = img_test_ppm,
                                           .open = img_open_ppm,
                                           .create = img_create_ppm,
@@ -28,3 +36,9 @@ inline constexpr img_driver kRgbDriver = {.test = img_test_rgb,
                                           .close = img_close_rgb,
                                           .read = img_read_rgb,
                                           .write = img_write_rgb};
+inline constexpr img_driver kTargaDriver = {.test = img_test_targa,
+                                            .open = img_open_targa,
+                                            .create = img_create_targa,
+                                            .close = img_close_targa,
+                                            .read = img_read_targa,
+                                            .write = img_write_targa};

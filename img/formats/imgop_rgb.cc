@@ -226,15 +226,13 @@ void write_header(RgbState& state) {
   out.be32(0);  // no colour map
 }
 
-// Stores what was collected while the rows were written. Returns the system's error number, 0 for
-// none.
-int img_rgb_copyout(RgbState& state) {
+// Stores what was collected while the rows were written.
+void img_rgb_copyout(RgbState& state) {
   state.out.seek(kHeaderBytes);
   write_table(state.out, state.table.start);
   write_table(state.out, state.table.length);
   state.out.seek(0);
   write_header(state);
-  return state.out.flush();
 }
 
 }  // namespace
@@ -301,6 +299,6 @@ int img_write_rgb(img_file* handle, img_line* line) {
 int img_close_rgb(img_file* handle) {
   const auto state = ka::take_state<RgbState>(handle);
   if (!state || !handle->writing || handle->error) return 1;
-  const int failure = img_rgb_copyout(*state);
-  return failure == 0 ? 1 : img_error(handle, IMG_ERR_WRITE, failure);
+  img_rgb_copyout(*state);
+  return ka::finish_file(handle, state->out, IMG_ERR_WRITE);
 }
