@@ -80,6 +80,19 @@ void count_intensity(Histograms& histograms, const PixelSums& pixel,
         std::abs(pixel.alpha) / scale);
 }
 
+void count_pixels(Histograms& histograms, const LinePlanes& first, const LinePlanes& second,
+                  std::size_t from, std::size_t to, const MeasureSettings& settings, double scale) {
+  for (std::size_t x = from; x < to; ++x) {
+    const PixelSums pixel = pixel_sums(settings, first, second, x);
+    if (pixel.sum == 0) continue;
+    if (settings.signed_intensity) {
+      count_intensity(histograms, pixel, settings, scale);
+    } else {
+      count_colour(histograms, pixel, settings, scale);
+    }
+  }
+}
+
 }  // namespace
 
 Meter::Meter(const MeasureSettings& settings) : settings_(settings) {}
@@ -141,17 +154,15 @@ double average_percent(const Difference& difference, const MeasureSettings& sett
 
 Histograms count_histograms(const img_image* first, const img_image* second, int height,
                             const MeasureSettings& settings, double scale) {
+  static const auto seek = best_kernel(difference_seekers);
+  const int tolerance = sample_tolerance(settings), channels = settings.ignore_alpha ? 3 : 4;
+  const auto width = std::size_t(first->width);
   Histograms histograms;
   for (int y = 0; y < height; ++y) {
     const LinePlanes a = image_line(first, y), b = image_line(second, y);
-    for (std::size_t x = 0; x < std::size_t(first->width); ++x) {
-      const PixelSums pixel = pixel_sums(settings, a, b, x);
-      if (pixel.sum == 0) continue;
-      if (settings.signed_intensity) {
-        count_intensity(histograms, pixel, settings, scale);
-      } else {
-        count_colour(histograms, pixel, settings, scale);
-      }
+    for (std::size_t at = 0; at < width; at += kMeasureBlock) {
+      seek(a, b, width, tolerance, channels, at);
+      count_pixels(histograms, a, b, at, std::min(at + kMeasureBlock, width), settings, scale);
     }
   }
   return histograms;

@@ -8,9 +8,10 @@
 namespace ka {
 namespace {
 
-constexpr std::size_t kBlock = 64;  // pixels looked at together: most blocks do not differ
+constexpr std::size_t kBlock = kMeasureBlock;
 // Eight planes are more streams than a processor follows by itself. In bytes from the block.
 constexpr std::size_t kPrefetch = 512;
+constexpr int kLargestDistance = 255;
 
 template <std::size_t Channels>
 using Distances = std::array<std::array<std::uint8_t, kBlock>, Channels>;
@@ -142,7 +143,7 @@ struct IntensityBlock {
 template <typename Block>
 KA_KERNEL void line_sums(const LinePlanes& first, const LinePlanes& second, std::size_t width,
                          int tolerance, LineSums& sums) {
-  if (tolerance >= 255) return;  // no distance passes it
+  if (tolerance >= kLargestDistance) return;
   const auto counted = std::uint8_t(tolerance + 1);
   std::size_t at = 0;
   for (; at + kBlock <= width; at += kBlock) {
@@ -155,6 +156,18 @@ KA_KERNEL void line_sums(const LinePlanes& first, const LinePlanes& second, std:
   copy_tail(a, first, at, width);
   copy_tail(b, second, at, width);
   Block::add(a.planes, b.planes, 0, counted, sums);
+}
+
+template <std::size_t Channels>
+KA_KERNEL void seek_block(const LinePlanes& first, const LinePlanes& second, std::size_t width,
+                          int tolerance, std::size_t& at) {
+  const auto counted = std::uint8_t(tolerance + 1);
+  Distances<Channels> distances;
+  for (; at + kBlock <= width; at += kBlock) {
+    prefetch(first, Channels, std::min(at + kPrefetch, width));
+    prefetch(second, Channels, std::min(at + kPrefetch, width));
+    if (block_distances(first, second, at, counted, distances)) return;
+  }
 }
 
 KA_KERNEL void colour_body(const LinePlanes& first, const LinePlanes& second, std::size_t width,
@@ -171,6 +184,18 @@ KA_KERNEL void intensity_body(const LinePlanes& first, const LinePlanes& second,
   line_sums<IntensityBlock>(first, second, width, tolerance, sums);
 }
 
+// What is left of a line behind its last whole block is not looked at: it counts as differing.
+KA_KERNEL void seek_body(const LinePlanes& first, const LinePlanes& second, std::size_t width,
+                         int tolerance, int channels, std::size_t& at) {
+  if (tolerance >= kLargestDistance) {
+    at = width;
+  } else if (channels == 4) {
+    seek_block<4>(first, second, width, tolerance, at);
+  } else {
+    seek_block<3>(first, second, width, tolerance, at);
+  }
+}
+
 KA_DEFINE_KERNELS(colour_sums, colour_body,
                   (const LinePlanes& first, const LinePlanes& second, std::size_t width,
                    int tolerance, int channels, LineSums& sums),
@@ -179,9 +204,14 @@ KA_DEFINE_KERNELS(intensity_sums, intensity_body,
                   (const LinePlanes& first, const LinePlanes& second, std::size_t width,
                    int tolerance, int channels, LineSums& sums),
                   (first, second, width, tolerance, channels, sums));
+KA_DEFINE_KERNELS(seek, seek_body,
+                  (const LinePlanes& first, const LinePlanes& second, std::size_t width,
+                   int tolerance, int channels, std::size_t& at),
+                  (first, second, width, tolerance, channels, at));
 
 }  // namespace
 
+constinit const KernelTable<SeekKernel> difference_seekers = seek_kernels;
 constinit const KernelTable<MeasureKernel> colour_kernels = colour_sums_kernels;
 constinit const KernelTable<MeasureKernel> intensity_kernels = intensity_sums_kernels;
 
