@@ -142,22 +142,33 @@ std::span<const std::int32_t> HistogramPass::add_line(const LinePlanes& first,
   return sums_;
 }
 
-void HistogramPass::count_colour() {
-  for (std::size_t x = 0; x < sums_.size(); ++x) {
-    if (sums_[x] == 0) continue;
-    ++main_.positive[x % kSets][sum_bins_[std::size_t(sums_[x])]];
-    ++alpha_.positive[x % kSets][alpha_bins_[std::size_t(std::abs(alphas_[x]))]];
+template <typename Count>
+void HistogramPass::for_differing(Count count) const {
+  for (std::size_t from = 0; from < sums_.size(); from += kMeasureBlock) {
+    const std::size_t to = std::min(from + kMeasureBlock, sums_.size());
+    std::int32_t any = 0;
+    for (std::size_t x = from; x < to; ++x) any |= sums_[x];
+    if (any == 0) continue;
+    for (std::size_t x = from; x < to; ++x) {
+      if (sums_[x] != 0) count(x);
+    }
   }
 }
 
+void HistogramPass::count_colour() {
+  for_differing([this](std::size_t x) {
+    ++main_.positive[x % kSets][sum_bins_[std::size_t(sums_[x])]];
+    ++alpha_.positive[x % kSets][alpha_bins_[std::size_t(std::abs(alphas_[x]))]];
+  });
+}
+
 void HistogramPass::count_intensity() {
-  for (std::size_t x = 0; x < sums_.size(); ++x) {
-    if (sums_[x] == 0) continue;
+  for_differing([this](std::size_t x) {
     auto& main = sums_[x] < 0 ? main_.negative : main_.positive;
     auto& alpha = alphas_[x] < 0 ? alpha_.negative : alpha_.positive;
     ++main[x % kSets][sum_bins_[std::size_t(std::abs(sums_[x]))]];
     ++alpha[x % kSets][alpha_bins_[std::size_t(std::abs(alphas_[x]))]];
-  }
+  });
 }
 
 Histograms HistogramPass::result() const {

@@ -97,6 +97,9 @@ class HistogramPass {
     std::array<std::array<int, 256>, kSets> positive{}, negative{};
   };
 
+  // Calls `count(x)` for every pixel of the line whose sum is not 0.
+  template <typename Count>
+  void for_differing(Count count) const;
   void count_colour();
   void count_intensity();
 

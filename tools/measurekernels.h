@@ -1,4 +1,4 @@
-// Sums of one line: the hot loops of pass 1.
+// The hot loops over one line of both pictures.
 #pragma once
 
 #include <ka/detail/targets.h>
@@ -24,6 +24,9 @@ using PixelKernel = void (*)(const LinePlanes& first, const LinePlanes& second, 
                              int tolerance, int channels, std::int32_t* sums, std::int16_t* alphas);
 extern const KernelTable<PixelKernel> colour_pixel_kernels;
 extern const KernelTable<PixelKernel> intensity_pixel_kernels;
+
+// Pixels looked at together: most blocks of most pairs do not differ.
+inline constexpr std::size_t kMeasureBlock = 64;
 
 // Weights of R, G, B and A in the intensity.
 inline constexpr std::array<float, 4> kIntensityWeights = {0.299F, 0.587F, 0.114F, 0.0F};
