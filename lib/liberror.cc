@@ -43,6 +43,7 @@ std::atomic<std::uint32_t> level_mask{KA_FATAL | KA_ERROR | KA_WARNING};
 std::array<std::atomic<std::uint32_t>, KA_MODULE_COUNT> msg_bitmap;
 std::atomic<bool> masks_are_set{false};
 std::atomic<ka_error_callback> handler{nullptr};
+std::atomic<bool> do_netmessages{false};
 
 // One formatted line on its way to the output.
 struct Record {
@@ -252,6 +253,8 @@ std::uint32_t ka_get_subverbosity(int module) {
 }
 
 void ka_errorhandler(ka_error_callback callback) { handler = callback; }
+
+void ka_toggle_netmessage(int flag) { do_netmessages = flag != 0; }
 
 const char* ka_strerror() { return ka_nstrerror(errno); }
 

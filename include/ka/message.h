@@ -65,6 +65,10 @@ typedef void (*ka_error_callback)(uint32_t level, const char* line, const char* 
  * still shows on standard error after the handler has seen it. */
 void ka_errorhandler(ka_error_callback handler);
 
+/* Switches the forwarding of lines to the master of a network of hosts. A stand-alone process has
+ * none: its lines stay here either way. */
+void ka_toggle_netmessage(int flag);
+
 /* The system's text for errno, or for an error number. The text lives until the calling thread asks
  * again. */
 const char* ka_strerror(void);
