@@ -51,7 +51,7 @@ int counted(const MeasureSettings& settings, std::uint8_t a, std::uint8_t b) {
 PixelSums pixel_sums(const MeasureSettings& settings, const LinePlanes& first,
                      const LinePlanes& second, std::size_t x) {
   int sum = 0;
-  for (const std::size_t c : {2, 1, 0}) {
+  for (const std::size_t c : {2U, 1U, 0U}) {
     const int d = counted(settings, first[c][x], second[c][x]);
     sum =
         settings.signed_intensity ? int(float(sum) + float(d) * kIntensityWeights[c]) : sum + d * d;
