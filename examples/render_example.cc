@@ -19,8 +19,8 @@
 
 namespace {
 
-constexpr int kWidth = 640, kHeight = 480;  // pixels
-constexpr int kSamples = 2;                 // rays per pixel in each direction
+constexpr int kWidth = 640, kHeight = 480;       // pixels
+constexpr std::array kSamples = {0.25F, 0.75F};  // where rays pass a pixel, in each direction
 constexpr double kDisplayGamma = 2.2;
 
 void start_library() {
@@ -40,16 +40,18 @@ std::uint8_t sample(float linear) {
 
 // The color of a pixel, the mean of its samples. Line 0 is the bottom one.
 std::array<std::uint8_t, 3> render_pixel(int x, int y, bool moved) {
+  constexpr float half_width = kWidth / 2.0F, half_height = kHeight / 2.0F;
   std::array<float, 3> sum{};
-  for (int i = 0; i < kSamples * kSamples; ++i) {
-    const float dx = (static_cast<float>(i % kSamples) + 0.5F) / kSamples;
-    const float dy = (static_cast<float>(i / kSamples) + 0.5F) / kSamples;
-    const auto color = scene_color({.x = (static_cast<float>(x) + dx) / (kWidth / 2) - 1,
-                                    .y = (static_cast<float>(y) + dy - kHeight / 2) / (kWidth / 2)},
-                                   moved);
-    for (std::size_t c = 0; c < 3; ++c) sum[c] += color[c] / (kSamples * kSamples);
+  for (const float dx : kSamples) {
+    for (const float dy : kSamples) {
+      const auto color = scene_color({.x = (static_cast<float>(x) + dx - half_width) / half_width,
+                                      .y = (static_cast<float>(y) + dy - half_height) / half_width},
+                                     moved);
+      for (std::size_t c = 0; c < 3; ++c) sum[c] += color[c];
+    }
   }
-  return {sample(sum[0]), sample(sum[1]), sample(sum[2])};
+  constexpr float rays = kSamples.size() * kSamples.size();
+  return {sample(sum[0] / rays), sample(sum[1] / rays), sample(sum[2] / rays)};
 }
 
 struct ReleaseLine {
