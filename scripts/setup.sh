@@ -30,7 +30,7 @@ if [[ $EUID -ne 0 ]]; then
 fi
 apt_get() {
   "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq -o Acquire::Retries=3 -o DPkg::Lock::Timeout=300 \
-    "$@" < /dev/null > /dev/null
+    -o Dpkg::Use-Pty=0 "$@" < /dev/null > /dev/null
 }
 
 echo "Installing ${missing[*]}; this can take some minutes."

@@ -1,9 +1,9 @@
 #!/bin/bash
 # Installs a built tree into a folder of its own, then builds and runs a program against what was installed: in C and in
 # C++, found by CMake and by pkg-config.
-#   install_test.sh CMAKE BUILD-FOLDER WORK-FOLDER C-COMPILER C++-COMPILER
+#   install_test.sh CMAKE GENERATOR BUILD-FOLDER WORK-FOLDER C-COMPILER C++-COMPILER
 set -euo pipefail
-cmake=$1 build=$2 work=$3/work cc=$4 cxx=$5
+cmake=$1 generator=$2 build=$3 work=$4/work cc=$5 cxx=$6
 source=$(dirname "${BASH_SOURCE[0]}")/consumer
 prefix=$work/prefix
 
@@ -29,7 +29,7 @@ pc=$(find "$prefix" -name lumora.pc)
 export LD_LIBRARY_PATH=${pc%/pkgconfig/*}${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}
 
 for language in C CXX; do
-  "$cmake" -S "$source" -B "$work/$language" -D CONSUMER_LANGUAGE=$language -D Lumora_DIR="${config%/*}" \
+  "$cmake" -S "$source" -B "$work/$language" -G "$generator" -D CONSUMER_LANGUAGE=$language -D Lumora_DIR="${config%/*}" \
     -D CMAKE_C_COMPILER="$cc" -D CMAKE_CXX_COMPILER="$cxx" --no-warn-unused-cli > "$work/log" || fail "$(cat "$work/log")"
   "$cmake" --build "$work/$language" > "$work/log" || fail "$(cat "$work/log")"
   check "$work/$language/consumer"
