@@ -163,11 +163,6 @@ int write_header(img_file* handle) {
   return create && create(handle);
 }
 
-void remove_by_name(const char* name) {
-  char path[KA_PATH_SIZE];
-  unlink(ka_string_substitute(path, name, sizeof path));
-}
-
 }  // namespace
 
 bool img_tells_files() { return (img_subverb & KA_SUBVERB_FILES) != 0; }
@@ -333,8 +328,9 @@ int ka_img_close(img_file* handle) {
     img_error(handle, IMG_ERR_CLOSE, errno);
     result = 0;
   }
-  if (handle->writing && handle->format == IMG_FORMAT_NULL && handle->name)
-    remove_by_name(handle->name);
+  if (handle->writing && handle->format == IMG_FORMAT_NULL && handle->name) {
+    img_remove_file(handle->name);
+  }
   handle->stream = nullptr;
   handle->data.p = nullptr;
   ka_mem_release(handle->conversion);

@@ -261,6 +261,20 @@ TEST_F(HandleTest, FilesThatCannotGrowAreRemoved) {
   EXPECT_EQ(test::open_descriptors(), before);
 }
 
+TEST_F(HandleTest, DevicesAndLinksAreNotRemoved) {
+  const std::string link = scratch.path("link"), target = scratch.path("target");
+  const test::Image image = test::make_image(IMG_TYPE_RGB, 2, 2);
+  std::filesystem::create_symlink("/dev/full", link);
+  EXPECT_EQ(test::write_image(link, IMG_FORMAT_PPM, image.get()), IMG_ERR_CLOSE);
+  EXPECT_TRUE(test::exists(link));
+
+  std::filesystem::remove(link);
+  std::filesystem::create_symlink(target, link);
+  ASSERT_TRUE(create(link));
+  ka_img_custom_format_error(file, IMG_ERR_WRITE, 0);
+  EXPECT_TRUE(test::exists(link));
+}
+
 TEST_F(HandleTest, FilesThatCouldNotBeOpenedForWritingStay) {
   img_file* const handle = file;
   const char* const path = picture.c_str();
