@@ -277,7 +277,7 @@ int ka_img_create(img_file* handle, const char* name, int type, int format, int 
 
 int ka_img_line_read(img_file* handle, img_line* line) {
   const ka::ModuleScope scope(KA_IMG);
-  if (!is_open(handle) || !has_driver_state(handle)) return unopened(handle);
+  if (!is_open(handle) || !has_driver_state(handle) || handle->writing) return unopened(handle);
   const auto read = img_format_at(handle->format).driver.read;
   int result = 0;
   if (passes_through(handle)) {
@@ -297,7 +297,7 @@ int ka_img_line_read(img_file* handle, img_line* line) {
 
 int ka_img_line_write(img_file* handle, img_line* line) {
   const ka::ModuleScope scope(KA_IMG);
-  if (!handle->stream) return unopened(handle);
+  if (!handle->stream || !handle->writing) return unopened(handle);
   if (handle->line_count == -1) {
     handle->line_count = 0;
   } else if (handle->line_count == 0 && !write_header(handle)) {

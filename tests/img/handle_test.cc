@@ -106,6 +106,20 @@ TEST_F(HandleTest, ClosedHandlesTakeNoLines) {
   EXPECT_TRUE(ka_img_close(nullptr));
 }
 
+TEST_F(HandleTest, ReadersDoNotWriteAndWritersDoNotRead) {
+  ASSERT_TRUE(ka_img_open(file, picture.c_str(), IMG_TYPE_RGB));
+  const test::Line line(ka_img_line_alloc(file));
+  EXPECT_FALSE(ka_img_line_write(file, line.get()));
+  EXPECT_EQ(file->error, IMG_ERR_NOT_OPEN);
+  EXPECT_EQ(test::read_file(picture), kPicture);
+
+  const std::string path = scratch.path("new");
+  ASSERT_TRUE(create(path));
+  EXPECT_FALSE(ka_img_line_read(file, line.get()));
+  EXPECT_EQ(file->error, IMG_ERR_NOT_OPEN);
+  EXPECT_FALSE(test::exists(path));
+}
+
 TEST_F(HandleTest, OpenHandlesThatAreUsedAgainAreClosedFirst) {
   const int before = test::open_descriptors();
   const test::MessageLog log;
