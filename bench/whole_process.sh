@@ -41,6 +41,6 @@ read -r _ _ details < <(compare peak 5 \
   "$bin/vel_diff" -v first.ppm second.ppm -- "$bin/vel_diff" -v first.ppm second.ppm)
 peak=${details#(}
 peak=${peak%% *}
-judge "peak memory beyond the two buffers, MiB" \
+judge "peak memory beyond buffers and histogram panel, MiB" \
   "$(awk -v peak="$peak" -v buffers="$buffers" 'BEGIN { print (peak * 1024 - buffers) / 1048576 }')" 2 "($peak KiB)"
 exit "$failed"
