@@ -1,22 +1,20 @@
-// Message log. It stands below everything else of the runtime: it takes no lock, allocates nothing
-// and works from the first instruction of the process, because every other part reports through it.
+// Message log: formats lines. It stands below everything else of the runtime: it takes no lock,
+// allocates nothing and works from the first instruction of the process, because every other part
+// reports through it.
+#include "liberror.h"
+
 #include <errno.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <time.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
 #include <bit>
 #include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 
 #include <ka/detail/context.h>
-#include <ka/message.h>
 
 const char* const ka_modname[KA_MODULE_COUNT] = {
     "NULL",  "MSG",   "PAR",   "MEM",   "DB",    "PHEN",  "TASK",    "SCENE", "RC",       "GAPKA",
@@ -29,32 +27,15 @@ const char* const ka_modname[KA_MODULE_COUNT] = {
 namespace {
 
 constexpr std::size_t kWorkingSize = 4096;  // bytes of a formatted text before it is shortened
-constexpr std::size_t kTextSize = 300;
-constexpr std::size_t kPrefixSize = 40;
+constexpr std::size_t kTextSize = sizeof(ka_message_record::text);
 constexpr std::size_t kKeptEnd = 147;  // characters kept of each end of a long text
-constexpr std::size_t kLineSize = kPrefixSize + 2 + kTextSize;
-constexpr std::size_t kLogNameSize = 1024;
+constexpr std::int32_t kNetworkThread = 1024;
+constexpr int kAbortCode = 4;  // tells other layers that a fatal message ends the process
 constexpr std::array<const char*, 7> kLevelNames = {"fatal", "error", "warn", "info",
                                                     "progr", "debug", "vdebg"};
+static_assert(sizeof(ka_message_record) == 364 && offsetof(ka_message_record, text) == 64);
 
-// Settings are read on every message and changed at start-up: a reader sees the old or the new
-// value.
 std::atomic<std::uint32_t> level_mask{KA_FATAL | KA_ERROR | KA_WARNING};
-std::array<std::atomic<std::uint32_t>, KA_MODULE_COUNT> msg_bitmap;
-std::atomic<bool> masks_are_set{false};
-std::atomic<ka_error_callback> handler{nullptr};
-
-// One formatted line on its way to the output.
-struct Record {
-  std::uint32_t level;
-  int code;
-  char prefix[kPrefixSize];
-  char text[kTextSize];
-};
-
-std::size_t level_index(std::uint32_t level) {
-  return std::min<std::size_t>(std::size_t(std::countr_zero(level)), kLevelNames.size());
-}
 
 int message_code(int module, std::uint32_t level, int number) {
   const bool geometry = module == KA_GEOKA || (module >= KA_GAPAD && module <= KA_GEOTE);
@@ -74,7 +55,7 @@ void format_text(char (&text)[kTextSize], const char* format, va_list arguments)
   }
 }
 
-void format_prefix(Record& record, const ka_context& context, int module, int number) {
+void format_prefix(ka_message_record& record, const ka_context& context, int module, int number) {
   const std::uint32_t mask = ka_get_subverbosity(module);
   char* at = record.prefix;
   char* const end = at + sizeof record.prefix;
@@ -85,7 +66,7 @@ void format_prefix(Record& record, const ka_context& context, int module, int nu
   } else {
     at += std::snprintf(at, room(), "%-4.4s%2d", ka_modname[module], context.host);
   }
-  if (context.thread <= 1023) {
+  if (context.thread < kNetworkThread) {
     at += std::snprintf(at, room(), ".%-3d", context.thread);
   } else {
     at += std::snprintf(at, room(), ".n  ");
@@ -94,78 +75,22 @@ void format_prefix(Record& record, const ka_context& context, int module, int nu
   if (number != 0 && (mask & KA_SUBVERB_MSGCODE)) std::snprintf(at, room(), "  %06d", record.code);
 }
 
-// The log file's name is decided at the first line that is written to it.
-const char* log_name() {
-  static const auto name = [] {
-    std::array<char, kLogNameSize> buffer{};
-    const char* value = std::getenv("KA_LOGFILE");
-    std::snprintf(buffer.data(), buffer.size(), "%s", value ? value : "/tmp/lumoralib.log");
-    return buffer;
-  }();
-  return name.data();
-}
-
-// Folders that others can write to may hold a link, or a pipe that nobody reads, under the log's
-// name: neither is followed or waited for there.
-bool others_can_write_beside(const char* path) {
-  char folder[kLogNameSize];
-  std::snprintf(folder, sizeof folder, "%s", path);
-  char* const slash = std::strrchr(folder, '/');
-  if (!slash) return others_can_write_beside("./");
-  slash[1] = '\0';
-  struct stat status;
-  return stat(folder, &status) != 0 || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
-}
-
-int open_log(const char* path) {
-  const int no_link = others_can_write_beside(path) ? O_NOFOLLOW : 0;
-  return open(path, O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | no_link,
-              0666);
-}
-
-// Appends one line; a file that cannot be opened loses it without notice.
-void log_to_file(const char* line) {
-  const int file = open_log(log_name());
-  if (file < 0) return;
-  struct stat status;
-  if (fstat(file, &status) == 0 && S_ISREG(status.st_mode)) fchmod(file, 0666);
-  const time_t now = time(nullptr);
-  char date[32] = "";
-  ctime_r(&now, date);
-  char entry[kWorkingSize + 128];
-  const int length = std::snprintf(entry, sizeof entry, "%.20s: lumoralib[%d,%d] %s\n", date + 4,
-                                   int(getpid()), int(getuid()), line);
-  const auto bytes = std::min(std::size_t(std::max(length, 0)), sizeof entry - 1);
-  (void)!write(file, entry, bytes);  // nobody is left to tell about a full disk
-  close(file);
-}
-
-bool local_log() {
-  static const bool decided = std::getenv("KA_LOGFILE") != nullptr;
-  return decided;
-}
-
-void output_message(const Record& record) {
-  char line[kLineSize];
-  std::snprintf(line, sizeof line, "%s: %s", record.prefix, record.text);
-  if (local_log()) return log_to_file(line);
-  if (const auto callback = handler.load()) {
-    callback(record.level, line, record.text, record.code);
-    if (handler.load() && record.level != KA_FATAL) return;
-  }
-  std::fprintf(stderr, "%s\n", line);
-}
-
 void message(std::uint32_t level, int number, const char* format, va_list arguments) {
   const int saved_errno = errno;
   const ka_context& context = ka::context();
   const int module = ka::module_at(context, 0);
-  Record record{};
-  record.level = level;
-  record.code = message_code(module, level, number);
+  ka_message_record record{.kind = KA_RECORD_LINE,
+                           .level = level,
+                           .code = message_code(module, level, number),
+                           .world = context.world,
+                           .session = context.session,
+                           .transaction = context.transaction,
+                           .prefix = {},
+                           .text = {}};
   format_text(record.text, format, arguments);
   format_prefix(record, context, module, number);
-  output_message(record);
+  const bool from_master_network = context.thread == kNetworkThread && context.host == 0;
+  output_message(record, !from_master_network);
   errno = saved_errno;
 }
 
@@ -175,6 +100,7 @@ void message(std::uint32_t level, int number, const char* format, va_list argume
   const int start = std::snprintf(line, sizeof line, "%-4.4s fatal: ", ka_modname[module]);
   std::vsnprintf(line + start, sizeof line - std::size_t(start), format, arguments);
   log_to_file(line);
+  network.abort(kAbortCode);
   std::exit(1);
 }
 
@@ -183,6 +109,10 @@ bool is_shown(std::uint32_t level) {
 }
 
 }  // namespace
+
+std::size_t level_index(std::uint32_t level) {
+  return std::min<std::size_t>(std::size_t(std::countr_zero(level)), kLevelNames.size());
+}
 
 void ka_fatal(const char* format, ...) {
   va_list arguments;
@@ -229,29 +159,12 @@ KA_MESSAGE_FUNCTION(ka_vdebug, KA_VDEBUG)
 KA_NUMBERED_MESSAGE_FUNCTION(ka_nerror, KA_ERROR)
 KA_NUMBERED_MESSAGE_FUNCTION(ka_nwarning, KA_WARNING)
 
-void ka_set_verbosity(std::uint32_t mask) { level_mask = mask; }
+void ka_set_verbosity(std::uint32_t mask) {
+  level_mask = mask;
+  if (ka::context().host == 0) send_verbosities(-1);  // the master's settings hold on all hosts
+}
 
 std::uint32_t ka_get_verbosity() { return level_mask; }
-
-void ka_lib_init_subverbosity() {
-  if (masks_are_set.exchange(true)) return;
-  for (auto& mask : msg_bitmap) mask = KA_SUBVERB_DEFAULT;
-}
-
-void ka_set_subverbosity(int module, std::uint32_t mask) {
-  ka_lib_init_subverbosity();
-  if (module == KA_NULL) {
-    for (auto& entry : msg_bitmap) entry = mask;
-  } else if (module > KA_NULL && module < KA_MODULE_COUNT) {
-    msg_bitmap[std::size_t(module)] = mask;
-  }
-}
-
-std::uint32_t ka_get_subverbosity(int module) {
-  return msg_bitmap[std::size_t(module)].load(std::memory_order_relaxed);
-}
-
-void ka_errorhandler(ka_error_callback callback) { handler = callback; }
 
 const char* ka_strerror() { return ka_nstrerror(errno); }
 

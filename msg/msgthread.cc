@@ -1,7 +1,11 @@
 // Thread table: gives every thread a small number and a context.
 #include <pthread.h>
+#include <unistd.h>
 
 #include <array>
+#include <atomic>
+#include <cstdio>
+#include <cstring>
 
 #include <ka/detail/context.h>
 #include <ka/detail/scope.h>
@@ -17,49 +21,111 @@
 namespace {
 
 constexpr std::size_t kSlots = 1025;  // 0 to 1023: ordinary threads, 1024: the network thread
+constexpr std::size_t kNetworkSlot = kSlots - 1;
 constexpr int kStandAloneHost = -1;
 
 // A context as every thread finds it: one module on the stack, all tags those of the defaults.
-constexpr void start_context(ka_context& context, int thread) {
-  context.thread = thread;
+constexpr void start_context(ka_context& context, std::size_t slot) {
+  context.thread = static_cast<std::int32_t>(slot);
   context.host = kStandAloneHost;
   context.depth = 1;
   context.modules[0] = KA_MSG;
   context.modules[1] = KA_MSG;
 }
 
-// Serves before the first thread is registered. Constant initialisation puts it in the program's
-// image, so nothing has to run before the first message.
+// Serves before the first thread is registered. Constant initialisation makes it ready before
+// anything runs.
 struct StaticContext : ka_context {
   constexpr StaticContext() : ka_context{} { host = kStandAloneHost; }
 };
 constinit StaticContext static_context;
 
-pthread_key_t key;    // its value in each registered thread is the thread's context
-ka_mutex table_lock;  // guards `table`
-std::array<ka_context*, kSlots> table;  // null: free slot
+struct Slot {
+  ka_context* context;  // null: the slot is free
+  ka_thread_function function;
+  void* argument;
+  pthread_t system_thread;
+};
 
-void set_context(ka_context* context) {
-  if (pthread_setspecific(key, context) != 0) ka_nfatal(16, "cannot set thread local storage");
+pthread_key_t key;    // its value in each registered thread is the thread's context
+ka_mutex table_lock;  // guards everything below
+std::array<Slot, kSlots> table;
+std::array<ka_context*, kSlots + 1> contexts;           // what ka_msg_tls_info hands out
+std::array<std::uint16_t, ka_context::kPinSlots> pins;  // of threads that have ended
+
+bool set_context(ka_context* context) {
+  if (pthread_setspecific(key, context) != 0) return false;
   ka::current_context = context;
+  return true;
 }
 
-// A zeroed context in the first free slot; null when all are taken.
-ka_context* allocate_slot() {
-  const ka::LockScope locked(table_lock);
-  for (std::size_t slot = 0; slot < kSlots; ++slot) {
-    if (table[slot]) continue;
-    table[slot] = static_cast<ka_context*>(ka_mem_allocate_raw(sizeof(ka_context)));
-    start_context(*table[slot], int(slot));
-    return table[slot];
+Slot* first_free_slot() {
+  for (Slot& slot : table) {
+    if (!slot.context) return &slot;
   }
   return nullptr;
 }
 
-void release_slot(ka_context* context) {
+// A slot with a zeroed context that tells the thread's number; null after an error message when all
+// are taken.
+Slot* allocate_slot(ka_thread_function function, void* argument) {
   const ka::LockScope locked(table_lock);
-  table[std::size_t(context->thread)] = nullptr;
+  Slot* const slot = first_free_slot();
+  if (!slot) {
+    ka_nerror(100, "too many threads");
+    return nullptr;
+  }
+  *slot = {.context = static_cast<ka_context*>(ka_mem_allocate_raw(sizeof(ka_context))),
+           .function = function,
+           .argument = argument,
+           .system_thread = {}};
+  start_context(*slot->context, std::size_t(slot - table.data()));
+  return slot;
+}
+
+// Takes the context out of the table. Pins that an ordinary thread still holds stay counted.
+void clear_slot(const ka_context& context) {
+  const ka::LockScope locked(table_lock);
+  if (context.thread > 0 && std::size_t(context.thread) < kNetworkSlot) {
+    for (std::size_t i = 0; i < pins.size(); ++i)
+      pins[i] = std::uint16_t(pins[i] + context.pins[i]);
+  }
+  table[std::size_t(context.thread)] = {};
+}
+
+// The calling thread leaves the table; its context goes last, because locks and messages need it
+// until then.
+void end_thread() {
+  ka_context_pop(nullptr);
+  ka_context* const context = ka::current_context;
+  clear_slot(*context);
+  set_context(nullptr);
+  ka::current_context = &static_context;
   ka_mem_release_raw(context);
+}
+
+void* run_thread(void* argument) {
+  auto* const slot = static_cast<Slot*>(argument);
+  const int number = slot->context->thread;
+  if (!set_context(slot->context))
+    ka_nfatal(108, "cannot set thread specific data for thread %d", number);
+  slot->system_thread = pthread_self();
+  ka_trans_default();
+  ka_debug("thread %d running", number);
+  slot->function(slot->argument);
+  ka_debug("thread %d finished", number);
+  end_thread();
+  return nullptr;
+}
+
+bool create_detached(Slot* slot) {
+  pthread_t thread;  // the new thread writes its own identifier into the slot
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+  const int failure = pthread_create(&thread, &attributes, run_thread, slot);
+  pthread_attr_destroy(&attributes);
+  return failure == 0;
 }
 
 }  // namespace
@@ -71,16 +137,15 @@ void ka_msg_early_init() {
   if (pthread_key_create(&key, nullptr) != 0) {
     ka_nfatal(15, "cannot create key for thread local storage");
   }
-  set_context(&static_context);
+  if (!set_context(&static_context)) ka_nfatal(16, "cannot set thread local storage");
   ka_init_lock(&table_lock);
-  set_context(allocate_slot());
+  Slot* const slot = allocate_slot(nullptr, nullptr);
+  slot->system_thread = pthread_self();
+  set_context(slot->context);
 }
 
 void ka_msg_late_exit() {
-  ka_context_pop(nullptr);
-  ka_context* const context = ka::current_context;
-  set_context(&static_context);
-  release_slot(context);
+  end_thread();
   ka_delete_lock(&table_lock);
   pthread_key_delete(key);
 }
@@ -93,6 +158,86 @@ int ka_lumoralib_attach_process() {
 
 void ka_lumoralib_detach_process() { ka_msg_late_exit(); }
 
+int ka_msg_register_thread() {
+  Slot* const slot = allocate_slot(nullptr, nullptr);
+  if (!slot) {
+    ka_nerror(103, "cannot allocate thread");
+    return -1;
+  }
+  slot->system_thread = pthread_self();
+  const int number = slot->context->thread;
+  if (!set_context(slot->context))
+    ka_nfatal(108, "cannot set thread specific data for thread %d", number);
+  ka_trans_default();
+  ka_context_push();
+  return number;
+}
+
+void ka_msg_unregister_thread() { end_thread(); }
+
+int ka_msg_start_thread(ka_thread_function function, void* argument) {
+  const ka::ModuleScope scope(KA_MSG);
+  Slot* const slot = allocate_slot(function, argument);
+  if (!slot) {
+    ka_nerror(101, "cannot allocate thread");
+    return -1;
+  }
+  ka_context* const context = slot->context;
+  const int number = context->thread;  // the thread may have ended when the next line returns
+  if (create_detached(slot)) return number;
+  ka_nerror(107, "pthread_create failed");
+  ka_nerror(102, "cannot start thread");
+  clear_slot(*context);
+  ka_mem_release_raw(context);
+  return -1;
+}
+
+void ka_msg_set_netthread() {
+  const ka::ModuleScope scope(KA_MSG);
+  const ka::LockScope locked(table_lock);
+  ka_context& context = ka::context();
+  Slot& slot = table[std::size_t(context.thread)];
+  table[kNetworkSlot] = slot;
+  if (&slot != &table[kNetworkSlot]) slot = {};
+  context.thread = static_cast<std::int32_t>(kNetworkSlot);
+}
+
+ka_context* const* ka_msg_tls_info() {
+  const ka::ModuleScope scope(KA_MSG);
+  if (!ka_trylock(table_lock)) return nullptr;
+  std::size_t count = 0;
+  for (const Slot& slot : table) {
+    if (slot.context) contexts[count++] = slot.context;
+  }
+  contexts[count] = nullptr;
+  return contexts.data();
+}
+
+void ka_msg_tls_info_end() { ka_unlock(table_lock); }
+
 int ka_msg_my_thread_id() { return ka::context().thread; }
+
+unsigned ka_msg_pins(int slot) {
+  const ka::LockScope locked(table_lock);
+  return pins[std::size_t(slot)];
+}
+
+void ka_msg_advise_threads(int n) { pthread_setconcurrency(n + 1); }
+
+int ka_msg_no_of_cpus() {
+  const ka::ModuleScope scope(KA_MSG);
+  constexpr char kKeyword[] = "processor";
+  std::FILE* const file = std::fopen("/proc/cpuinfo", "re");
+  if (!file) {
+    ka_nwarning(100, "reading /proc/cpuinfo failed, continue with 1 thread");
+    return 1;
+  }
+  int count = 0;
+  for (char line[80]; std::fgets(line, sizeof line, file);) {
+    if (std::strncmp(line, kKeyword, sizeof kKeyword - 1) == 0) ++count;
+  }
+  std::fclose(file);
+  return count >= 1 ? count : 1;
+}
 
 const char* ka_msg_version() { return ka::module_version(ka::kMsgVersion); }

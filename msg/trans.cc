@@ -5,6 +5,7 @@
 #include <ka/detail/context.h>
 #include <ka/detail/scope.h>
 #include <ka/detail/versions.h>
+#include <ka/mem.h>
 #include <ka/message.h>
 #include <ka/trans.h>
 #include <ka/version.h>
@@ -13,32 +14,55 @@
 
 // One transaction, session or world.
 struct trans_record {
-  std::uint32_t tag;
-  std::uint32_t begin_time;      // database time of the transaction's begin
-  void* areas[KA_MODULE_COUNT];  // indexed by module
+  static constexpr std::size_t kParents = 64;
+  static constexpr std::size_t kTagsStep = 1024;  // entries by which the tag list grows
+
+  std::uint32_t tag;      // its element in the scene database, 0: a default
+  std::uint32_t session;  // tag, of a transaction
+  std::uint32_t world;    // tag, of a transaction or session
+  std::array<std::uint32_t, kParents>
+      parents;               // of a session: the enclosing ones, oldest first, then zeros
+  std::uint32_t begin_time;  // database time of the transaction's begin
+  bool ended;
+  std::uint32_t* tags;       // of the elements created while this was current; 0: deleted since
+  std::size_t tag_count;     // entries in use
+  std::size_t tag_capacity;  // entries there is room for
+  ka_mutex tag_lock;         // guards the tag list
+  trans_record* next;        // of the same kind
+  std::array<void*, KA_MODULE_COUNT> areas;  // indexed by module
 };
 
 namespace {
 
-constexpr std::uint32_t kRootBeginTime = 2;  // stamps of earlier elements are 0 and 1
+constexpr std::uint32_t kRootBeginTime = 2;  // stamps of elements begin below it
 
+// A kind of record: transactions, sessions or worlds.
 struct Kind {
   const char* name;
-  AreaTable areas;
-  trans_record root;
+  AreaTable areas;    // what each record of the kind has for each module
+  trans_record root;  // the default, first of the list of records
 };
 
-std::array<Kind, 3> kinds = {Kind{"transaction", {}, {}}, Kind{"session", {}, {}},
-                             Kind{"world", {}, {}}};
+constinit std::array<Kind, 3> kinds = {{{.name = "transaction", .areas = {}, .root = {}},
+                                        {.name = "session", .areas = {}, .root = {}},
+                                        {.name = "world", .areas = {}, .root = {}}}};
 constexpr std::size_t kTransaction = 0, kSession = 1, kWorld = 2;
 
 ka_mutex trans_lock;  // guards the lists of records that start at the roots
 
+void start_record(trans_record& record) {
+  ka_init_lock(&record.tag_lock);
+  record.tag_capacity = trans_record::kTagsStep;
+  record.tags =
+      static_cast<std::uint32_t*>(ka_mem_allocate(record.tag_capacity * sizeof *record.tags));
+}
+
 void start_root(Kind& kind) {
   kind.root.begin_time = kRootBeginTime;
+  start_record(kind.root);
   for (int module = 1; module < KA_MODULE_COUNT; ++module) {
     if (kind.areas.size(module) == 0) continue;
-    kind.areas.create(kind.root.areas[module], module);
+    kind.areas.create(kind.root.areas[std::size_t(module)], module);
     ka_debug("module %s registered for %d byte %s area", ka_modname[module],
              int(kind.areas.size(module)), kind.name);
   }
@@ -67,9 +91,9 @@ void ka_trans_default() {
   context.transaction_record = &kinds[kTransaction].root;
   context.session_record = &kinds[kSession].root;
   context.world_record = &kinds[kWorld].root;
-  context.transaction_areas = kinds[kTransaction].root.areas;
-  context.session_areas = kinds[kSession].root.areas;
-  context.world_areas = kinds[kWorld].root.areas;
+  context.transaction_areas = kinds[kTransaction].root.areas.data();
+  context.session_areas = kinds[kSession].root.areas.data();
+  context.world_areas = kinds[kWorld].root.areas.data();
 }
 
 void ka_trans_init() {
@@ -81,12 +105,16 @@ void ka_trans_init() {
 
 void ka_trans_wst_exit() {
   const ka::ModuleScope scope(KA_TRANS);
-  for (Kind& kind : kinds) kind.areas.release_all(kind.root.areas);
+  for (Kind& kind : kinds) kind.areas.release_all(kind.root.areas.data());
 }
 
 void ka_trans_exit() {
   const ka::ModuleScope scope(KA_TRANS);
-  for (Kind& kind : kinds) kind.root = {};
+  for (Kind& kind : kinds) {
+    ka_delete_lock(&kind.root.tag_lock);
+    ka_mem_release(kind.root.tags);
+    kind.root = {};
+  }
   ka_delete_lock(&trans_lock);
 }
 

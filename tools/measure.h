@@ -4,9 +4,12 @@
 
 #include <ka/img.h>
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <span>
+#include <vector>
 
 namespace ka {
 
@@ -75,9 +78,70 @@ struct Histograms {
   Bins main{}, negative{}, alpha{}, negative_alpha{};
 };
 
-// Pass 2 over the same lines, with the scale of pass 1.
+// Pass 2: goes over the lines again, with the scale of pass 1, and fills the histograms.
+class HistogramPass {
+ public:
+  HistogramPass(const MeasureSettings& settings, double scale, int width);
+
+  // The sums of a line's pixels, alpha included: what the histograms count and a difference image
+  // shows. Valid until the next call.
+  [[nodiscard]] std::span<const std::int32_t> add_line(const LinePlanes& first,
+                                                       const LinePlanes& second);
+
+  [[nodiscard]] Histograms result() const;
+
+ private:
+  // Counters are spread over several sets, so that pixels of one bin do not wait for each other.
+  static constexpr std::size_t kSets = 4;
+  struct Signed {
+    std::array<std::array<int, 256>, kSets> positive{}, negative{};
+  };
+
+  // Calls `count(x)` for every pixel of the line whose sum is not 0.
+  template <typename Count>
+  void for_differing(Count count) const;
+  void count_colour();
+  void count_intensity();
+
+  MeasureSettings settings_;
+  std::vector<std::uint8_t> sum_bins_;    // by sum; intensity: by absolute value
+  std::vector<std::uint8_t> alpha_bins_;  // by absolute difference of alpha
+  std::vector<std::int32_t> sums_;        // of the line's pixels
+  std::vector<std::int16_t> alphas_;      // signed differences of alpha beyond the tolerance
+  Signed main_, alpha_;
+};
+
+// Pass 2 over the same lines of two images.
 [[nodiscard]] Histograms count_histograms(const img_image* first, const img_image* second,
                                           int height, const MeasureSettings& settings,
                                           double scale);
+
+// The planes of line y of an image.
+[[nodiscard]] LinePlanes line_planes_of(const img_image* image, int y);
+
+// Fills `table`, indexed by pixel sum, with `value_of(sum)`. The function must not change back:
+// where two sums give the same, so do all between. It is then called for few of the sums.
+template <typename Value, typename Function>
+void fill_by_sum(std::vector<Value>& table, std::size_t low, std::size_t high, Function value_of) {
+  const auto fill = [&](auto&& self, std::size_t from, std::size_t to) -> void {
+    if (to - from < 2) return;
+    if (table[from] == table[to]) {
+      std::fill(table.begin() + std::ptrdiff_t(from), table.begin() + std::ptrdiff_t(to),
+                table[from]);
+      return;
+    }
+    const std::size_t middle = from + (to - from) / 2;
+    table[middle] = value_of(middle);
+    self(self, from, middle);
+    self(self, middle, to);
+  };
+  table[low] = value_of(low);
+  table[high] = value_of(high);
+  fill(fill, low, high);
+}
+
+// Largest pixel sums: four squares of 255; intensity: brightness and alpha together.
+inline constexpr std::size_t kLargestColourSum = 4 * 255 * 255;
+inline constexpr std::size_t kLargestIntensitySum = 2 * 255;
 
 }  // namespace ka

@@ -158,18 +158,6 @@ KA_KERNEL void line_sums(const LinePlanes& first, const LinePlanes& second, std:
   Block::add(a.planes, b.planes, 0, counted, sums);
 }
 
-template <std::size_t Channels>
-KA_KERNEL void seek_block(const LinePlanes& first, const LinePlanes& second, std::size_t width,
-                          int tolerance, std::size_t& at) {
-  const auto counted = std::uint8_t(tolerance + 1);
-  Distances<Channels> distances;
-  for (; at + kBlock <= width; at += kBlock) {
-    prefetch(first, Channels, std::min(at + kPrefetch, width));
-    prefetch(second, Channels, std::min(at + kPrefetch, width));
-    if (block_distances(first, second, at, counted, distances)) return;
-  }
-}
-
 KA_KERNEL void colour_body(const LinePlanes& first, const LinePlanes& second, std::size_t width,
                            int tolerance, int channels, LineSums& sums) {
   if (channels == 4) {
@@ -184,15 +172,34 @@ KA_KERNEL void intensity_body(const LinePlanes& first, const LinePlanes& second,
   line_sums<IntensityBlock>(first, second, width, tolerance, sums);
 }
 
-// What is left of a line behind its last whole block is not looked at: it counts as differing.
-KA_KERNEL void seek_body(const LinePlanes& first, const LinePlanes& second, std::size_t width,
-                         int tolerance, int channels, std::size_t& at) {
-  if (tolerance >= kLargestDistance) {
-    at = width;
-  } else if (channels == 4) {
-    seek_block<4>(first, second, width, tolerance, at);
-  } else {
-    seek_block<3>(first, second, width, tolerance, at);
+KA_KERNEL std::int16_t counted_difference(std::uint8_t a, std::uint8_t b, std::int16_t tolerance) {
+  const auto d = std::int16_t(a - b);
+  return std::int16_t((d < 0 ? -d : d) > tolerance ? d : 0);
+}
+
+KA_KERNEL std::int32_t counted_square(std::uint8_t a, std::uint8_t b, std::int16_t tolerance) {
+  const std::int32_t d = counted_difference(a, b, tolerance);
+  return d * d;
+}
+
+template <bool Intensity>
+KA_KERNEL void pixels_body(const LinePlanes& first, const LinePlanes& second, std::size_t width,
+                           int tolerance, int channels, std::int32_t* __restrict sums,
+                           std::int16_t* __restrict alphas) {
+  const auto limit = std::int16_t(tolerance);
+  const auto alpha_limit = std::int16_t(channels == 4 ? tolerance : kLargestDistance);
+  for (std::size_t i = 0; i < width; ++i) {
+    alphas[i] = counted_difference(first[3][i], second[3][i], alpha_limit);
+    if constexpr (Intensity) {
+      std::int16_t s = add_weighted<2>(0, first[2][i], second[2][i], limit);
+      s = add_weighted<1>(s, first[1][i], second[1][i], limit);
+      s = add_weighted<0>(s, first[0][i], second[0][i], limit);
+      sums[i] = s + alphas[i];
+    } else {
+      std::int32_t s = alphas[i] * alphas[i];
+      for (std::size_t c = 0; c < 3; ++c) s += counted_square(first[c][i], second[c][i], limit);
+      sums[i] = s;
+    }
   }
 }
 
@@ -204,14 +211,19 @@ KA_DEFINE_KERNELS(intensity_sums, intensity_body,
                   (const LinePlanes& first, const LinePlanes& second, std::size_t width,
                    int tolerance, int channels, LineSums& sums),
                   (first, second, width, tolerance, channels, sums));
-KA_DEFINE_KERNELS(seek, seek_body,
+KA_DEFINE_KERNELS(colour_pixels, pixels_body<false>,
                   (const LinePlanes& first, const LinePlanes& second, std::size_t width,
-                   int tolerance, int channels, std::size_t& at),
-                  (first, second, width, tolerance, channels, at));
+                   int tolerance, int channels, std::int32_t* sums, std::int16_t* alphas),
+                  (first, second, width, tolerance, channels, sums, alphas));
+KA_DEFINE_KERNELS(intensity_pixels, pixels_body<true>,
+                  (const LinePlanes& first, const LinePlanes& second, std::size_t width,
+                   int tolerance, int channels, std::int32_t* sums, std::int16_t* alphas),
+                  (first, second, width, tolerance, channels, sums, alphas));
 
 }  // namespace
 
-constinit const KernelTable<SeekKernel> difference_seekers = seek_kernels;
+constinit const KernelTable<PixelKernel> colour_pixel_kernels = colour_pixels_kernels;
+constinit const KernelTable<PixelKernel> intensity_pixel_kernels = intensity_pixels_kernels;
 constinit const KernelTable<MeasureKernel> colour_kernels = colour_sums_kernels;
 constinit const KernelTable<MeasureKernel> intensity_kernels = intensity_sums_kernels;
 

@@ -17,15 +17,16 @@ extern const KernelTable<MeasureKernel> colour_kernels;
 // R.
 extern const KernelTable<MeasureKernel> intensity_kernels;
 
+// The sums of a line's pixels in pass 2, where alpha counts in both modes (with `channels` 4), and
+// their signed differences of alpha beyond the tolerance. `sums` and `alphas` have room for `width`
+// values.
+using PixelKernel = void (*)(const LinePlanes& first, const LinePlanes& second, std::size_t width,
+                             int tolerance, int channels, std::int32_t* sums, std::int16_t* alphas);
+extern const KernelTable<PixelKernel> colour_pixel_kernels;
+extern const KernelTable<PixelKernel> intensity_pixel_kernels;
+
 // Pixels looked at together: most blocks of most pairs do not differ.
 inline constexpr std::size_t kMeasureBlock = 64;
-
-// Moves `at`, a multiple of kMeasureBlock, on to the next block in which samples of the first
-// `channels` channels may differ by more than the tolerance; to `width` or beyond when there is
-// none.
-using SeekKernel = void (*)(const LinePlanes& first, const LinePlanes& second, std::size_t width,
-                            int tolerance, int channels, std::size_t& at);
-extern const KernelTable<SeekKernel> difference_seekers;
 
 // Weights of R, G, B and A in the intensity.
 inline constexpr std::array<float, 4> kIntensityWeights = {0.299F, 0.587F, 0.114F, 0.0F};

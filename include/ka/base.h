@@ -19,6 +19,8 @@
 /* Argument `text` is a printf format, the variable arguments start at `first`. */
 #define KA_PRINTF(text, first) __attribute__((__format__(__printf__, text, first)))
 
+#define KA_NORETURN_ATTRIBUTE __attribute__((__noreturn__))
+
 KA_BEGIN_DECLS
 
 /* The modules of the system. A message carries the name of the module on top of the calling

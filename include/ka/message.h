@@ -65,10 +65,59 @@ typedef void (*ka_error_callback)(uint32_t level, const char* line, const char* 
  * still shows on standard error after the handler has seen it. */
 void ka_errorhandler(ka_error_callback handler);
 
+/* Reads a list of message groups, as a command line has it, into a mask: names from "none",
+ * "default", "all", "phase", "progress", "vprogress", "time", "scene", "memory", "render",
+ * "vrender", "resources", "network", "files", "debug", "msgcode", "msgtrans" and "tessellate",
+ * which may be abbreviated, or bit numbers, separated by commas. An item that starts with "-", "!"
+ * or "~" is taken out again. Earlier items come first: "all,-files". Returns  1, or 0 after an
+ * error message for an unknown name; what stood before it is in the mask. */
+int ka_parse_subverbosity(uint32_t* mask, const char* text);
+
+/* Switches coloured lines on standard error: "on", "t..." and "1..." take the default colours,
+ * "off", "f...", "0..." and
+ * "-..." switch them off. Any other text gives the colours of the levels from fatal to the second
+ * debug level and of the end of the line, a letter of ".rgbcmyk" each; "." is the terminal's own.
+ */
+void ka_set_colormessage(const char* text);
+int ka_get_colormessage(void);
+/* For platforms whose console has colours of its own; there is nothing to do on this one. */
+void ka_set_default_console_colour(void);
+
+/* Switches the forwarding of lines to the master of a network of hosts. A stand-alone process has
+ * none: its lines stay here either way. */
+void ka_toggle_netmessage(int flag);
+
+/* What travels between the hosts of a network: a log line, or the settings of the master. Fields
+ * are 32-bit and stand in the sender's byte order. In a record of settings the masks of all modules
+ * take the place of the text. */
+typedef struct ka_message_record {
+  int32_t kind;   /* KA_RECORD_LINE or KA_RECORD_SETTINGS */
+  uint32_t level; /* of the line; the mask of levels in a record of settings */
+  int32_t code;
+  uint32_t world, session, transaction; /* tags */
+  char prefix[40];
+  char text[300];
+} ka_message_record;
+enum { KA_RECORD_LINE = 1, KA_RECORD_SETTINGS = 2 };
+
+/* Receives a record from another host: shows its line, or takes over its settings. The channel and
+ * the length are not looked at; `swap` not 0 tells that the sender has the other byte order. */
+void ka_lib_netmessage(int channel, ka_message_record* record, size_t length, int swap);
+/* Sends this process's settings to a host that has just been connected. */
+void ka_lib_hostcallback(int host);
+
 /* The system's text for errno, or for an error number. The text lives until the calling thread asks
  * again. */
 const char* ka_strerror(void);
 const char* ka_nstrerror(int number);
+
+/* Reports a failed assertion on standard error and in the log file, and aborts the process. Takes
+ * the place of the system library's routine. */
+#ifdef __cplusplus
+void __assert(const char* expression, const char* file, int line) noexcept KA_NORETURN_ATTRIBUTE;
+#else
+void __assert(const char* expression, const char* file, int line) KA_NORETURN_ATTRIBUTE;
+#endif
 
 /* The names of the modules, KA_MODULE_COUNT of them; lines show the first four characters. */
 extern const char* const ka_modname[KA_MODULE_COUNT];

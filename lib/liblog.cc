@@ -1,0 +1,156 @@
+// Where lines of the message log end up: the log file, the master of a network, a handler, standard
+// error.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <ka/detail/context.h>
+
+#include "liberror.h"
+
+namespace {
+
+constexpr std::size_t kLineSize =
+    sizeof(ka_message_record::prefix) + 2 + sizeof(ka_message_record::text);
+constexpr std::size_t kLogNameSize = 1024;
+constexpr std::size_t kEntrySize = 4096 + 128;
+constexpr int kMaster = 0;
+
+std::atomic<ka_error_callback> handler{nullptr};
+std::atomic<bool> do_netmessages{false};
+
+// The log file's name is decided at the first line that is written to it.
+const char* log_name() {
+  static const auto name = [] {
+    std::array<char, kLogNameSize> buffer{};
+    const char* value = std::getenv("KA_LOGFILE");
+    std::snprintf(buffer.data(), buffer.size(), "%s", value ? value : "/tmp/lumoralib.log");
+    return buffer;
+  }();
+  return name.data();
+}
+
+// Folders that others can write to may hold a link, or a pipe that nobody reads, under the log's
+// name: neither is followed or waited for there.
+bool others_can_write_beside(const char* path) {
+  char folder[kLogNameSize];
+  std::snprintf(folder, sizeof folder, "%s", path);
+  char* const slash = std::strrchr(folder, '/');
+  if (slash) {
+    slash[1] = '\0';
+  } else {
+    std::strcpy(folder, ".");
+  }
+  struct stat status;
+  return stat(folder, &status) != 0 || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+}
+
+int open_log(const char* path) {
+  const int no_link = others_can_write_beside(path) ? O_NOFOLLOW : 0;
+  return open(path, O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | no_link,
+              0666);
+}
+
+bool local_log() {
+  static const bool decided = std::getenv("KA_LOGFILE") != nullptr;
+  return decided;
+}
+
+// Returns whether the line has been taken.
+bool give_to_handler(const ka_message_record& record, const char* line) {
+  const auto callback = handler.load();
+  if (!callback) return false;
+  callback(record.level, line, record.text, record.code);
+  return handler.load() && record.level != KA_FATAL;
+}
+
+}  // namespace
+
+message_network network = {.is_slave = [] { return false; },
+                           .send = [](int, const ka_message_record&) { return true; },
+                           .abort = [](int) {}};
+
+void log_to_file(const char* line) {
+  const int file = open_log(log_name());
+  if (file < 0) return;
+  struct stat status;
+  if (fstat(file, &status) == 0 && S_ISREG(status.st_mode)) fchmod(file, 0666);
+  const time_t now = time(nullptr);
+  char date[32] = "";
+  ctime_r(&now, date);
+  char entry[kEntrySize];
+  const int length = std::snprintf(entry, sizeof entry, "%.20s: lumoralib[%d,%d] %s\n", date + 4,
+                                   int(getpid()), int(getuid()), line);
+  const auto bytes = std::min(std::size_t(std::max(length, 0)), sizeof entry - 1);
+  (void)!write(file, entry, bytes);  // nobody is left to tell about a full disk
+  close(file);
+}
+
+void output_message(ka_message_record& record, bool may_forward) {
+  char line[kLineSize];
+  std::snprintf(line, sizeof line, "%s: %s", record.prefix, record.text);
+  if (local_log()) return log_to_file(line);
+  const bool is_fatal = record.level == KA_FATAL;
+  if (may_forward && do_netmessages) {
+    record.kind = KA_RECORD_LINE;
+    if (!network.send(kMaster, record) || is_fatal) log_to_file(line);
+    if (!is_fatal) return;
+  } else if (network.is_slave()) {
+    return log_to_file(line);
+  }
+  if (give_to_handler(record, line)) return;
+  std::fprintf(stderr, "%s%s\n%s", color_of(level_index(record.level)), line, color_of(7));
+}
+
+void ka_errorhandler(ka_error_callback callback) {
+  const int host = ka::context().host;
+  if (host != -1 && host != kMaster) {
+    ka_nerror(36, "ka_errorhandler can only be used on master");
+    return;
+  }
+  handler = callback;
+}
+
+void ka_toggle_netmessage(int flag) { do_netmessages = flag != 0; }
+
+void ka_lib_netmessage(int /*channel*/, ka_message_record* record, std::size_t /*length*/,
+                       int swap) {
+  if (swap) {
+    auto* const words = reinterpret_cast<std::uint32_t*>(record);
+    constexpr std::size_t head_words = offsetof(ka_message_record, prefix) / sizeof(std::uint32_t);
+    for (std::size_t i = 0; i < head_words; ++i) words[i] = __builtin_bswap32(words[i]);
+    auto* const masks = reinterpret_cast<std::uint32_t*>(record->text);
+    if (record->kind == KA_RECORD_SETTINGS) {
+      for (std::size_t i = 0; i < KA_MODULE_COUNT; ++i) masks[i] = __builtin_bswap32(masks[i]);
+    }
+  }
+  if (record->kind == KA_RECORD_LINE) {
+    record->prefix[sizeof record->prefix - 1] = record->text[sizeof record->text - 1] = '\0';
+    output_message(*record, false);
+  } else if (record->kind == KA_RECORD_SETTINGS) {
+    take_verbosities(*record);
+    if (ka::context().host == kMaster) send_verbosities(-1);
+  }
+}
+
+void ka_lib_hostcallback(int host) { send_verbosities(host); }
+
+void __assert(const char* expression, const char* file, int line) noexcept {
+  constexpr int exit_status = 77;  // of a process that survived both signals
+  char text[1024];
+  std::snprintf(text, sizeof text, "ASSERTION FAILED %s: %s %d", expression, file, line);
+  log_to_file(text);
+  std::fprintf(stderr, "ASSERTION FAILED: %s: %s %d\n", expression, file, line);
+  raise(SIGABRT);
+  raise(SIGKILL);
+  _exit(exit_status);
+}
