@@ -1,7 +1,9 @@
 #include "compose.h"
 
 #include <cmath>
-#include <cstdlib>
+#include <cstring>
+
+#include <ka/detail/targets.h>
 
 namespace ka {
 namespace {
@@ -14,105 +16,114 @@ MutablePlanes mutable_planes(const LinePlanes& planes) {
   return result;
 }
 
-// Paints one line after the other. What a pixel becomes depends on its sum and on single channel
-// differences only, so everything that costs a root or a power stands in tables.
-class Painter {
- public:
-  Painter(const ComposeSettings& settings, double scale);
-
-  // Paints a line of `first`. Before: `sums` are its pixels' sums.
-  void paint(const LinePlanes& first, const LinePlanes& second,
-             std::span<const std::int32_t> sums) const;
-
- private:
-  static constexpr std::size_t kBlock = 64;  // pixels without a difference are painted together
-
-  [[nodiscard]] double corrected(double v) const {
-    return inverse_gamma_ ? std::pow(v, *inverse_gamma_) : v;
-  }
-  void make_channel_tables(double scale);
-  void make_color_table(double scale);
-  void paint_background(const MutablePlanes& pixels, std::size_t from, std::size_t to) const;
-  void paint_pixel(const MutablePlanes& pixels, const LinePlanes& second, std::size_t x,
-                   std::int32_t sum) const;
-
-  ComposeSettings settings_;
-  std::optional<double> inverse_gamma_;
-  std::array<std::uint8_t, 256> channel_;  // of R, G and B, by absolute difference
-  std::array<std::uint8_t, 256> alpha_;    // by absolute difference
-  std::vector<Rgb> color_;                 // by absolute sum
-};
-
 // Cut to a whole number. Differences can pass what the scale calls full: they show as full.
 std::uint8_t to_sample(double value) { return std::uint8_t(std::min(value, 255.0)); }
 
-Painter::Painter(const ComposeSettings& settings, double scale) : settings_(settings) {
-  if (settings.gamma) inverse_gamma_ = 1.0 / *settings.gamma;
-  make_channel_tables(scale);
-  if (settings.false_color) make_color_table(scale);
+// What single channel differences become. Everything that costs a root or a power stands in tables.
+struct ChannelTables {
+  std::array<std::uint8_t, 256> color;  // by absolute difference
+  std::array<std::uint8_t, 256> alpha;
+};
+
+double corrected(const ComposeSettings& settings, double v) {
+  return settings.gamma ? std::pow(v, 1.0 / *settings.gamma) : v;
 }
 
-void Painter::make_channel_tables(double scale) {
-  for (std::size_t d = 0; d < channel_.size(); ++d) {
-    const double v = corrected(double(d) / 255.0 / scale);
-    channel_[d] = to_sample(255.0 * v);
-    alpha_[d] = settings_.measure.ignore_alpha ? 0
-                : settings_.false_color        ? to_sample(200.0 * v + 55.0)
-                                               : channel_[d];
+ChannelTables make_channel_tables(const ComposeSettings& settings, double scale) {
+  ChannelTables tables;
+  for (std::size_t d = 0; d < tables.color.size(); ++d) {
+    const double v = corrected(settings, double(d) / 255.0 / scale);
+    tables.color[d] = to_sample(255.0 * v);
+    tables.alpha[d] = settings.measure.ignore_alpha ? 0
+                      : settings.false_color        ? to_sample(200.0 * v + 55.0)
+                                                    : tables.color[d];
+  }
+  return tables;
+}
+
+// The false colour of a pixel sum, R in the low byte.
+std::uint32_t color_of_sum(const ComposeSettings& settings, double scale, std::size_t sum) {
+  const double v = settings.measure.signed_intensity ? double(sum) / scale
+                                                     : std::sqrt(double(sum)) / 255.0 / scale;
+  const Rgb color = false_color(corrected(settings, v));
+  return std::uint32_t{color.r} | std::uint32_t{color.g} << 8 | std::uint32_t{color.b} << 16;
+}
+
+// Everything that a block of pixels is painted from.
+struct PaintInput {
+  const std::int32_t* sums;
+  const std::uint32_t* entries;
+  const ChannelTables* tables;
+  bool false_color, underlay;
+};
+
+KA_KERNEL void look_up(const std::uint8_t* a, const std::uint8_t* b,
+                       const std::array<std::uint8_t, 256>& table, std::size_t size,
+                       std::uint8_t* __restrict out) {
+  std::uint8_t distances[kMeasureBlock];
+  for (std::size_t i = 0; i < size; ++i)
+    distances[i] = std::uint8_t(a[i] > b[i] ? a[i] - b[i] : b[i] - a[i]);
+  for (std::size_t i = 0; i < size; ++i) out[i] = table[distances[i]];
+}
+
+// Every pixel is painted as one that differs; those that do not get their background.
+KA_KERNEL void paint_block(const PaintInput& input, const MutablePlanes& pixels,
+                           const LinePlanes& second, std::size_t at, std::size_t size) {
+  std::uint8_t samples[4][kMeasureBlock];
+  const std::int32_t* __restrict sums = input.sums + at;
+  const std::uint32_t* __restrict entries = input.entries + at;
+  look_up(pixels[3] + at, second[3] + at, input.tables->alpha, size, samples[3]);
+  for (std::size_t c = 0; c < 3; ++c) {
+    if (input.false_color) {
+      for (std::size_t i = 0; i < size; ++i)
+        samples[c][i] = std::uint8_t(entries[i] >> (8 * c + 8));
+    } else {
+      look_up(pixels[c] + at, second[c] + at, input.tables->color, size, samples[c]);
+    }
+  }
+  std::uint8_t differs[kMeasureBlock];
+  for (std::size_t i = 0; i < size; ++i) differs[i] = std::uint8_t(0 - (sums[i] != 0));
+  for (std::size_t c = 0; c < 4; ++c) {
+    std::uint8_t* __restrict plane = pixels[c] + at;
+    const std::uint8_t underlay = input.underlay ? 255 : 0;
+    for (std::size_t i = 0; i < size; ++i) {
+      const auto background = std::uint8_t(plane[i] / 10 & underlay);
+      plane[i] = std::uint8_t((samples[c][i] & differs[i]) | (background & ~differs[i]));
+    }
   }
 }
 
-void Painter::make_color_table(double scale) {
-  if (settings_.measure.signed_intensity) {
-    color_.resize(kLargestIntensitySum + 1);
-    fill_by_sum(color_, 0, kLargestIntensitySum,
-                [&](std::size_t s) { return false_color(corrected(double(s) / scale)); });
-  } else {
-    color_.resize(kLargestColourSum + 1);
-    fill_by_sum(color_, 0, kLargestColourSum, [&](std::size_t s) {
-      return false_color(corrected(std::sqrt(double(s)) / 255.0 / scale));
-    });
-  }
-}
-
-void Painter::paint(const LinePlanes& first, const LinePlanes& second,
-                    std::span<const std::int32_t> sums) const {
-  const MutablePlanes pixels = mutable_planes(first);
-  for (std::size_t from = 0; from < sums.size(); from += kBlock) {
-    const std::size_t to = std::min(from + kBlock, sums.size());
-    std::int32_t any = 0;
-    for (std::size_t x = from; x < to; ++x) any |= sums[x];
-    if (any == 0) {
-      paint_background(pixels, from, to);
+KA_KERNEL void paint_background(const MutablePlanes& pixels, std::size_t at, std::size_t size,
+                                bool underlay) {
+  for (std::uint8_t* const plane : pixels) {
+    if (!underlay) {
+      std::memset(plane + at, 0, size);
       continue;
     }
-    for (std::size_t x = from; x < to; ++x) paint_pixel(pixels, second, x, sums[x]);
+    for (std::size_t i = at; i < at + size; ++i) plane[i] = plane[i] / 10;
   }
 }
 
-void Painter::paint_background(const MutablePlanes& pixels, std::size_t from,
-                               std::size_t to) const {
-  for (std::uint8_t* const plane : pixels) {
-    for (std::size_t x = from; x < to; ++x) plane[x] = settings_.underlay ? plane[x] / 10 : 0;
+KA_KERNEL void paint_body(const PaintInput& input, const MutablePlanes& pixels,
+                          const LinePlanes& second, std::size_t width) {
+  for (std::size_t at = 0; at < width; at += kMeasureBlock) {
+    const std::size_t size = std::min(kMeasureBlock, width - at);
+    std::int32_t any = 0;
+    for (std::size_t i = at; i < at + size; ++i) any |= input.sums[i];
+    if (any == 0) {
+      paint_background(pixels, at, size, input.underlay);
+    } else if (size == kMeasureBlock) {
+      paint_block(input, pixels, second, at, kMeasureBlock);
+    } else {
+      paint_block(input, pixels, second, at, size);
+    }
   }
 }
 
-void Painter::paint_pixel(const MutablePlanes& pixels, const LinePlanes& second, std::size_t x,
-                          std::int32_t sum) const {
-  if (sum == 0) return paint_background(pixels, x, x + 1);
-  const auto difference = [&](std::size_t c) {
-    return std::size_t(std::abs(pixels[c][x] - second[c][x]));
-  };
-  pixels[3][x] = alpha_[difference(3)];
-  if (settings_.false_color) {
-    const Rgb color = color_[std::size_t(std::abs(sum))];
-    pixels[0][x] = color.r;
-    pixels[1][x] = color.g;
-    pixels[2][x] = color.b;
-  } else {
-    for (std::size_t c = 0; c < 3; ++c) pixels[c][x] = channel_[difference(c)];
-  }
-}
+KA_DEFINE_KERNELS(paint, paint_body,
+                  (const PaintInput& input, const MutablePlanes& pixels, const LinePlanes& second,
+                   std::size_t width),
+                  (input, pixels, second, width));
 
 }  // namespace
 
@@ -134,11 +145,17 @@ Rgb false_color(double v) {
 
 Histograms compose_difference(img_image* first, const img_image* second, int height,
                               const ComposeSettings& settings, double scale) {
-  HistogramPass pass(settings.measure, scale, second->width);
-  const Painter painter(settings, scale);
+  static const auto paint = best_kernel(paint_kernels);
+  const ChannelTables tables = make_channel_tables(settings, scale);
+  const auto color = [&](std::size_t sum) {
+    return settings.false_color ? color_of_sum(settings, scale, sum) : 0;
+  };
+  HistogramPass pass(settings.measure, scale, second->width, color);
   for (int y = 0; y < height; ++y) {
     const LinePlanes a = line_planes_of(first, y), b = line_planes_of(second, y);
-    painter.paint(a, b, pass.add_line(a, b));
+    const PixelRow& row = pass.add_line(a, b);
+    paint({row.sums.data(), row.entries.data(), &tables, settings.false_color, settings.underlay},
+          mutable_planes(a), b, row.sums.size());
   }
   return pass.result();
 }

@@ -40,7 +40,7 @@ int intensity(const LinePlanes& first, const LinePlanes& second, std::size_t x, 
 }
 
 // The bin of a value: 0 to 1 fill the histogram, everything above lands in the last bin.
-std::uint8_t bin_of(double value) { return std::uint8_t(std::min(255.0 * value, 255.0)); }
+std::uint32_t bin_of(double value) { return std::uint32_t(std::min(255.0 * value, 255.0)); }
 
 }  // namespace
 
@@ -109,80 +109,52 @@ double average_percent(const Difference& difference, const MeasureSettings& sett
 }
 
 HistogramPass::HistogramPass(const MeasureSettings& settings, double scale, int width)
-    : settings_(settings),
-      alpha_bins_(256),
-      sums_(std::size_t(width)),
-      alphas_(std::size_t(width)) {
+    : settings_(settings), alpha_bins_(kLargestSample + 1) {
+  row_.sums.resize(std::size_t(width));
+  row_.alphas.resize(std::size_t(width));
+  row_.entries.resize(std::size_t(width));
+  const double range = settings.signed_intensity ? scale : 255.0 * scale;
+  fill_by_sum(alpha_bins_, [&](std::size_t a) { return bin_of(double(a) / range); });
   if (settings.signed_intensity) {
-    sum_bins_.resize(kLargestIntensitySum + 1);
-    fill_by_sum(sum_bins_, 0, kLargestIntensitySum,
-                [&](std::size_t s) { return bin_of(double(s) / scale); });
-    fill_by_sum(alpha_bins_, 0, 255, [&](std::size_t a) { return bin_of(double(a) / scale); });
+    table_.resize(kLargestIntensitySum + 1);
+    fill_by_sum(table_, [&](std::size_t s) { return bin_of(double(s) / scale); });
   } else {
-    sum_bins_.resize(kLargestColourSum + 1);
-    fill_by_sum(sum_bins_, 0, kLargestColourSum,
+    table_.resize(kLargestColourSum + 1);
+    fill_by_sum(table_,
                 [&](std::size_t s) { return bin_of(std::sqrt(double(s)) / 255.0 / scale); });
-    fill_by_sum(alpha_bins_, 0, 255,
-                [&](std::size_t a) { return bin_of(double(a) / 255.0 / scale); });
   }
 }
 
-std::span<const std::int32_t> HistogramPass::add_line(const LinePlanes& first,
-                                                      const LinePlanes& second) {
+const PixelRow& HistogramPass::add_line(const LinePlanes& first, const LinePlanes& second) {
   static const auto colour = best_kernel(colour_pixel_kernels);
   static const auto intensity = best_kernel(intensity_pixel_kernels);
-  const auto kernel = settings_.signed_intensity ? intensity : colour;
-  kernel(first, second, sums_.size(), sample_tolerance(settings_), settings_.ignore_alpha ? 3 : 4,
-         sums_.data(), alphas_.data());
-  if (settings_.signed_intensity) {
-    count_intensity();
-  } else {
-    count_colour();
-  }
-  return sums_;
+  static const auto count = best_kernel(count_kernels);
+  const auto sum = settings_.signed_intensity ? intensity : colour;
+  const std::size_t width = row_.sums.size();
+  sum(first, second, width, sample_tolerance(settings_), settings_.ignore_alpha ? 3 : 4,
+      row_.sums.data(), row_.alphas.data());
+  count({row_.sums.data(), row_.alphas.data(), table_.data(), alpha_bins_.data()}, width,
+        row_.entries.data(), main_, alpha_);
+  return row_;
 }
 
-template <typename Count>
-void HistogramPass::for_differing(Count count) const {
-  for (std::size_t from = 0; from < sums_.size(); from += kMeasureBlock) {
-    const std::size_t to = std::min(from + kMeasureBlock, sums_.size());
-    std::int32_t any = 0;
-    for (std::size_t x = from; x < to; ++x) any |= sums_[x];
-    if (any == 0) continue;
-    for (std::size_t x = from; x < to; ++x) {
-      if (sums_[x] != 0) count(x);
-    }
-  }
-}
-
-void HistogramPass::count_colour() {
-  for_differing([this](std::size_t x) {
-    ++main_.positive[x % kSets][sum_bins_[std::size_t(sums_[x])]];
-    ++alpha_.positive[x % kSets][alpha_bins_[std::size_t(std::abs(alphas_[x]))]];
-  });
-}
-
-void HistogramPass::count_intensity() {
-  for_differing([this](std::size_t x) {
-    auto& main = sums_[x] < 0 ? main_.negative : main_.positive;
-    auto& alpha = alphas_[x] < 0 ? alpha_.negative : alpha_.positive;
-    ++main[x % kSets][sum_bins_[std::size_t(std::abs(sums_[x]))]];
-    ++alpha[x % kSets][alpha_bins_[std::size_t(std::abs(alphas_[x]))]];
-  });
-}
-
+// A colour distance has no sign: only intensities fill the negative histograms.
 Histograms HistogramPass::result() const {
   Histograms histograms;
-  const auto add = [](Histograms::Bins& bins, const auto& sets) {
-    for (const auto& set : sets) {
-      for (std::size_t bin = 0; bin < bins.size(); ++bin) bins[bin] += set[bin];
+  Histograms::Bins none{};
+  const auto add_up = [](const Counters& counters, Histograms::Bins& positive,
+                         Histograms::Bins& negative) {
+    for (const auto& set : counters) {
+      for (std::size_t bin = 0; bin < positive.size(); ++bin) {
+        positive[bin] += set[bin];
+        negative[bin] += set[kCounterSide + bin];
+      }
     }
   };
-  add(histograms.main, main_.positive);
-  add(histograms.negative, main_.negative);
+  const bool is_signed = settings_.signed_intensity;
+  add_up(main_, histograms.main, is_signed ? histograms.negative : none);
   if (settings_.ignore_alpha) return histograms;
-  add(histograms.alpha, alpha_.positive);
-  add(histograms.negative_alpha, alpha_.negative);
+  add_up(alpha_, histograms.alpha, is_signed ? histograms.negative_alpha : histograms.alpha);
   return histograms;
 }
 

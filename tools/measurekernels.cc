@@ -203,6 +203,72 @@ KA_KERNEL void pixels_body(const LinePlanes& first, const LinePlanes& second, st
   }
 }
 
+// Positions in the counters come first, then the counting: a counter that changes could otherwise
+// be what is read.
+KA_KERNEL void count_positions(const std::uint16_t* positions, std::size_t size,
+                               Counters& counters) {
+  std::size_t i = 0;
+  for (; i + kCounterSets <= size; i += kCounterSets) {
+#pragma GCC unroll 8
+    for (std::size_t set = 0; set < kCounterSets; ++set) ++counters[set][positions[i + set]];
+  }
+  for (; i < size; ++i) ++counters[0][positions[i]];
+}
+
+// Signs and zeros are as good as random: they are worked in by arithmetic, as a branch would often
+// be taken wrongly.
+KA_KERNEL std::uint32_t magnitude(std::int32_t value) {
+  const std::int32_t sign = value >> 31;
+  return std::uint32_t((value ^ sign) - sign);
+}
+
+// Where a pixel is counted: on the side of `value`, or nowhere when its sum is 0.
+KA_KERNEL std::uint16_t position(std::int32_t sum, std::int32_t value, std::uint32_t bin) {
+  const std::uint32_t none = 0U - std::uint32_t(sum == 0);
+  const std::uint32_t side = std::uint32_t(value >> 31) & kCounterSide;
+  return std::uint16_t((bin & ~none) + (none & kNoBin) + side);
+}
+
+KA_KERNEL void count_block(const CountInput& input, std::size_t size,
+                           std::uint32_t* __restrict entries, Counters& main, Counters& alpha) {
+  const std::int32_t* __restrict sums = input.sums;
+  const std::int16_t* __restrict alphas = input.alphas;
+  std::int32_t any = 0, differing = 0;
+  std::int16_t any_alpha = 0;
+  for (std::size_t i = 0; i < size; ++i) {
+    any |= sums[i];
+    any_alpha = std::int16_t(any_alpha | alphas[i]);
+    differing += sums[i] != 0;
+  }
+  if (any == 0) return;
+  std::uint32_t sizes[kBlock];
+  for (std::size_t i = 0; i < size; ++i) sizes[i] = magnitude(sums[i]);
+  for (std::size_t i = 0; i < size; ++i) entries[i] = input.table[sizes[i]];
+  std::uint16_t positions[kBlock];
+  for (std::size_t i = 0; i < size; ++i)
+    positions[i] = position(sums[i], sums[i], entries[i] & 0xff);
+  count_positions(positions, size, main);
+  if (any_alpha == 0) {
+    alpha[0][0] += differing;
+    return;
+  }
+  std::uint32_t bins[kBlock];
+  for (std::size_t i = 0; i < size; ++i) sizes[i] = magnitude(alphas[i]);
+  for (std::size_t i = 0; i < size; ++i) bins[i] = input.alpha_bins[sizes[i]];
+  for (std::size_t i = 0; i < size; ++i) positions[i] = position(sums[i], alphas[i], bins[i]);
+  count_positions(positions, size, alpha);
+}
+
+KA_KERNEL void count_body(const CountInput& input, std::size_t width, std::uint32_t* entries,
+                          Counters& main, Counters& alpha) {
+  std::size_t at = 0;
+  const auto from = [&] {
+    return CountInput{input.sums + at, input.alphas + at, input.table, input.alpha_bins};
+  };
+  for (; at + kBlock <= width; at += kBlock) count_block(from(), kBlock, entries + at, main, alpha);
+  count_block(from(), width - at, entries + at, main, alpha);
+}
+
 KA_DEFINE_KERNELS(colour_sums, colour_body,
                   (const LinePlanes& first, const LinePlanes& second, std::size_t width,
                    int tolerance, int channels, LineSums& sums),
@@ -220,8 +286,14 @@ KA_DEFINE_KERNELS(intensity_pixels, pixels_body<true>,
                    int tolerance, int channels, std::int32_t* sums, std::int16_t* alphas),
                   (first, second, width, tolerance, channels, sums, alphas));
 
+KA_DEFINE_KERNELS(counting, count_body,
+                  (const CountInput& input, std::size_t width, std::uint32_t* entries,
+                   Counters& main, Counters& alpha),
+                  (input, width, entries, main, alpha));
+
 }  // namespace
 
+constinit const KernelTable<CountKernel> count_kernels = counting_kernels;
 constinit const KernelTable<PixelKernel> colour_pixel_kernels = colour_pixels_kernels;
 constinit const KernelTable<PixelKernel> intensity_pixel_kernels = intensity_pixels_kernels;
 constinit const KernelTable<MeasureKernel> colour_kernels = colour_sums_kernels;

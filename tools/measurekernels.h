@@ -25,8 +25,16 @@ using PixelKernel = void (*)(const LinePlanes& first, const LinePlanes& second, 
 extern const KernelTable<PixelKernel> colour_pixel_kernels;
 extern const KernelTable<PixelKernel> intensity_pixel_kernels;
 
-// Pixels looked at together: most blocks of most pairs do not differ.
-inline constexpr std::size_t kMeasureBlock = 64;
+// What a line's pixels are counted by: see PixelRow and HistogramPass.
+struct CountInput {
+  const std::int32_t* sums;
+  const std::int16_t* alphas;
+  const std::uint32_t* table;
+  const std::uint32_t* alpha_bins;
+};
+using CountKernel = void (*)(const CountInput& input, std::size_t width, std::uint32_t* entries,
+                             Counters& main, Counters& alpha);
+extern const KernelTable<CountKernel> count_kernels;
 
 // Weights of R, G, B and A in the intensity.
 inline constexpr std::array<float, 4> kIntensityWeights = {0.299F, 0.587F, 0.114F, 0.0F};
