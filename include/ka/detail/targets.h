@@ -44,6 +44,15 @@ std::array<Function, 3> usable_kernels(const KernelTable<Function>& table) {
   KA_TARGET_AVX512 void name##_avx512 parameters { body arguments; }                          \
   constexpr ::ka::KernelTable<void(*) parameters> name##_kernels = {name##_base, name##_avx2, \
                                                                     name##_avx512}
+
+// The same for a loop that is a template: Loop::run is the body.
+template <typename Loop, typename... Arguments>
+struct LoopKernels {
+  static void base(Arguments... arguments) { Loop::run(arguments...); }
+  KA_TARGET_AVX2 static void avx2(Arguments... arguments) { Loop::run(arguments...); }
+  KA_TARGET_AVX512 static void avx512(Arguments... arguments) { Loop::run(arguments...); }
+  static constexpr KernelTable<void (*)(Arguments...)> table = {base, avx2, avx512};
+};
 #else
 // Elsewhere the compiler's default instruction set has vectors already (NEON on arm64).
 template <typename Function>
@@ -64,6 +73,12 @@ std::array<Function, 3> usable_kernels(const KernelTable<Function>& table) {
 #define KA_DEFINE_KERNELS(name, body, parameters, arguments) \
   void name##_base parameters { body arguments; }            \
   constexpr ::ka::KernelTable<void(*) parameters> name##_kernels = {name##_base}
+
+template <typename Loop, typename... Arguments>
+struct LoopKernels {
+  static void base(Arguments... arguments) { Loop::run(arguments...); }
+  static constexpr KernelTable<void (*)(Arguments...)> table = {base};
+};
 #endif
 
 }  // namespace ka
