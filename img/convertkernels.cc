@@ -27,6 +27,7 @@ struct DepthBody {
   KA_KERNEL static void run(const From* __restrict from, To* __restrict to, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) to[i] = to_depth<To>(from[i], to[i]);
   }
+  KA_KERNEL_MEMBERS(run, (const From* from, To* to, std::size_t count), (from, to, count))
 };
 
 // What the luminance is multiplied with before it is stored. Deeper samples from 8-bit colours
@@ -99,19 +100,22 @@ struct LuminanceBody {
       to[i] = store_luminance<To, From>(luminance_of(red[i], green[i], blue[i], exact));
     }
   }
+  KA_KERNEL_MEMBERS(run,
+                    (const From* red, const From* green, const From* blue, To* to,
+                     const float* weights, std::size_t count),
+                    (red, green, blue, to, weights, count))
 };
 
 }  // namespace
 
 template <typename From, typename To>
-const KernelTable<DepthKernel<From, To>>& DepthLoop<From, To>::kernels() {
-  return LoopKernels<DepthBody<From, To>, const From*, To*, std::size_t>::table;
+KernelTable<DepthKernel<From, To>> DepthLoop<From, To>::kernels() {
+  return DepthBody<From, To>::table();
 }
 
 template <typename From, typename To>
-const KernelTable<LuminanceKernel<From, To>>& LuminanceLoop<From, To>::kernels() {
-  return LoopKernels<LuminanceBody<From, To>, const From*, const From*, const From*, To*,
-                     const float*, std::size_t>::table;
+KernelTable<LuminanceKernel<From, To>> LuminanceLoop<From, To>::kernels() {
+  return LuminanceBody<From, To>::table();
 }
 
 template struct DepthLoop<std::uint8_t, std::uint16_t>;

@@ -48,13 +48,13 @@ using LuminanceKernel = void (*)(const From* red, const From* green, const From*
 // 0 to 1, and what is not a number becomes 0.
 template <typename From, typename To>
 struct DepthLoop {
-  static const KernelTable<DepthKernel<From, To>>& kernels();
+  static KernelTable<DepthKernel<From, To>> kernels();
 };
 
 // `count` samples of luminance from the three planes of a colour.
 template <typename From, typename To>
 struct LuminanceLoop {
-  static const KernelTable<LuminanceKernel<From, To>>& kernels();
+  static KernelTable<LuminanceKernel<From, To>> kernels();
 };
 
 template <typename From, typename To>

@@ -26,9 +26,6 @@ std::size_t block_size(std::size_t size) {
   return size < limit - sizeof(Header) ? size + sizeof(Header) : limit;
 }
 
-// The module that called the memory manager: the entry below its own.
-int calling_module() { return ka::module_at(ka::context(), 1); }
-
 }  // namespace
 
 void ka_mem_init() {}
@@ -50,12 +47,15 @@ void ka_mem_dorelease(const char* /*file*/, int /*line*/, int /*module*/, void* 
 
 std::size_t ka_mem_dogetsize(const void* memory) { return header_of(memory)->size; }
 
-void* ka_mem_int_allocate(const char* file, int line, std::size_t size) {
-  const ka::ModuleScope scope(KA_MEM);
-  const int module = calling_module();
+void* ka::mem_allocate_for(int module, const char* file, int line, std::size_t size) {
   void* const memory = ka::mem_retry([&] { return ka_mem_doalloc(file, line, module, size, 1); });
   if (!memory) ka_nfatal(5, "can't allocate %zu bytes. MEM exits.", size);
   return memory;
+}
+
+void* ka_mem_int_allocate(const char* file, int line, std::size_t size) {
+  const ka::ModuleScope scope(KA_MEM);
+  return ka::mem_allocate_for(ka::mem_calling_module(), file, line, size);
 }
 
 void* ka_mem_int_reallocate(const char* file, int line, void* memory, std::size_t size) {
@@ -74,13 +74,13 @@ void* ka_mem_int_reallocate(const char* file, int line, void* memory, std::size_
 
 void ka_mem_int_release(const char* file, int line, void* memory) {
   const ka::ModuleScope scope(KA_MEM);
-  ka_mem_dorelease(file, line, calling_module(), memory);
+  ka_mem_dorelease(file, line, ka::mem_calling_module(), memory);
 }
 
 char* ka_mem_int_strdup(const char* file, int line, const char* text) {
   if (!text) return nullptr;
   const ka::ModuleScope scope(KA_MEM);
-  const int module = calling_module();
+  const int module = ka::mem_calling_module();
   const std::size_t size = std::strlen(text) + 1;
   void* const copy = ka::mem_retry([&] { return ka_mem_doalloc(file, line, module, size, 0); });
   if (!copy) ka_nfatal(7, "can't allocate memory for string. MEM exits.");

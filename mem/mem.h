@@ -1,6 +1,7 @@
 // Shared by the files of this room: the system allocator and the way to try it again.
 #pragma once
 
+#include <ka/detail/context.h>
 #include <ka/mem.h>
 
 #include <cstddef>
@@ -27,5 +28,11 @@ template <typename Attempt>
   }
   return nullptr;
 }
+
+// The module that called the memory manager: the entry below its own.
+inline int mem_calling_module() { return module_at(context(), 1); }
+
+// Zeroed accounted memory charged to `module`; never null.
+[[nodiscard]] void* mem_allocate_for(int module, const char* file, int line, std::size_t size);
 
 }  // namespace ka

@@ -35,6 +35,36 @@ size_t ka_mem_dogetsize(const void* memory); /* the size that was asked for */
 void* ka_mem_allocate_raw(size_t size);
 void ka_mem_release_raw(void* memory);
 
+/* Block pools: records of one small size, carved from chunks of 8 KB without a header of their own.
+ *   Shape    elements are aligned to 8 bytes; their size is rounded up to a multiple of 8.
+ *   Memory   chunks are charged to the module whose call needed them. They stay with the pool until
+ *            ka_mem_blkdelete, however few elements are in use.
+ *   Threads  the f-forms take no lock: they are for pools that one thread owns. */
+typedef struct ka_mem_pool ka_mem_pool;
+
+/* Makes an empty pool; the element size is at least 1. Never null. */
+ka_mem_pool* ka_mem_int_blkcreate(const char* file, int line, size_t element_size);
+/* Releases the pool and with it every element. */
+void ka_mem_blkdelete(ka_mem_pool* pool);
+
+/* An element, zeroed, never null. The f-form leaves the contents open. */
+void* ka_mem_blkallocate(ka_mem_pool* pool);
+void* ka_mem_blkfallocate(ka_mem_pool* pool);
+/* Gives an element back; null is ignored. The element released last is handed out first. */
+void ka_mem_blkrelease(ka_mem_pool* pool, void* element);
+void ka_mem_blkfrelease(ka_mem_pool* pool, void* element);
+/* Makes every element free again; the pool keeps its memory. */
+void ka_mem_blkclear(ka_mem_pool* pool);
+
+/* Calls the function with every element in use, newest chunk first, within a chunk in address
+ * order. It may release the element that it is called with, and no other. Cost     for each chunk
+ * one walk over the free elements. Threads  takes no lock: no other thread may use the pool
+ * meanwhile. */
+void ka_mem_blkenumerate(ka_mem_pool* pool, void (*function)(void* element));
+void ka_mem_blkenumerate_x(ka_mem_pool* pool, void (*function)(void* element, void* argument),
+                           void* argument);
+
+#define ka_mem_blkcreate(element_size) ka_mem_int_blkcreate(__FILE__, __LINE__, element_size)
 #define ka_mem_allocate(size) ka_mem_int_allocate(__FILE__, __LINE__, size)
 #define ka_mem_reallocate(memory, size) ka_mem_int_reallocate(__FILE__, __LINE__, memory, size)
 #define ka_mem_release(memory) ka_mem_int_release(__FILE__, __LINE__, memory)

@@ -45,14 +45,12 @@ std::array<Function, 3> usable_kernels(const KernelTable<Function>& table) {
   constexpr ::ka::KernelTable<void(*) parameters> name##_kernels = {name##_base, name##_avx2, \
                                                                     name##_avx512}
 
-// The same for a loop that is a template: Loop::run is the body.
-template <typename Loop, typename... Arguments>
-struct LoopKernels {
-  static void base(Arguments... arguments) { Loop::run(arguments...); }
-  KA_TARGET_AVX2 static void avx2(Arguments... arguments) { Loop::run(arguments...); }
-  KA_TARGET_AVX512 static void avx512(Arguments... arguments) { Loop::run(arguments...); }
-  static constexpr KernelTable<void (*)(Arguments...)> table = {base, avx2, avx512};
-};
+// The same inside a class: static functions base, avx2 and avx512, and table().
+#define KA_KERNEL_MEMBERS(body, parameters, arguments)               \
+  static void base parameters { body arguments; }                    \
+  KA_TARGET_AVX2 static void avx2 parameters { body arguments; }     \
+  KA_TARGET_AVX512 static void avx512 parameters { body arguments; } \
+  static constexpr ::ka::KernelTable<void(*) parameters> table() { return {base, avx2, avx512}; }
 #else
 // Elsewhere the compiler's default instruction set has vectors already (NEON on arm64).
 template <typename Function>
@@ -74,11 +72,9 @@ std::array<Function, 3> usable_kernels(const KernelTable<Function>& table) {
   void name##_base parameters { body arguments; }            \
   constexpr ::ka::KernelTable<void(*) parameters> name##_kernels = {name##_base}
 
-template <typename Loop, typename... Arguments>
-struct LoopKernels {
-  static void base(Arguments... arguments) { Loop::run(arguments...); }
-  static constexpr KernelTable<void (*)(Arguments...)> table = {base};
-};
+#define KA_KERNEL_MEMBERS(body, parameters, arguments) \
+  static void base parameters { body arguments; }      \
+  static constexpr ::ka::KernelTable<void(*) parameters> table() { return {base}; }
 #endif
 
 }  // namespace ka
