@@ -116,6 +116,9 @@ inline img_line rest_of(const img_line* line, std::size_t sample_bits, std::size
 
 template <typename Source>
 void to_rgbe(img_line* dst, const img_line* src, const float* weights, std::size_t width) {
+  for (std::size_t channel = 0; channel < 3; ++channel) {
+    if (src->offset[Source::kSlots[channel]] == 0) return;
+  }
   FloatBlock block;
   for (std::size_t first = 0; first < width; first += FloatBlock::kPixels) {
     const std::size_t count = std::min(width - first, FloatBlock::kPixels);

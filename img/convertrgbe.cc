@@ -7,7 +7,7 @@
 namespace ka {
 namespace {
 
-constexpr float kDarkest = 1e-32F;         // what is darker is black
+constexpr double kDarkest = 1e-32;         // what is darker is black
 constexpr float kBrightest = 0x1.fep126F;  // what an infinite component counts as
 constexpr int kBias = 128;                 // of the exponent
 
@@ -52,7 +52,7 @@ Rgbe encode_colour(float r, float g, float b) {
   g = as_light(g);
   b = as_light(b);
   const float most = std::max({r, g, b});
-  if (most < kDarkest) return {};
+  if (static_cast<double>(most) < kDarkest) return {};
   // The exponent with which `most` is a fraction of 0.5 to 1.
   const int exponent = static_cast<int>(std::bit_cast<std::uint32_t>(most) >> 23) - 126;
   const double scale = power_of_two(8 - exponent);
