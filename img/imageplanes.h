@@ -66,11 +66,18 @@ inline const img_image_line* line_table(const img_image* image) {
                                                  kImageHeaderSize);
 }
 
+// The plane at an offset from the start of an image.
+template <typename Sample>
+Sample* plane_at(const img_image* image, std::uint32_t offset) {
+  return reinterpret_cast<Sample*>(
+      const_cast<std::uint8_t*>(reinterpret_cast<const std::uint8_t*>(image)) + offset);
+}
+
 // A plane of line y of an image, null when it is absent.
 inline std::uint8_t* image_plane(const img_image* image, int y, std::size_t slot) {
   const std::uint32_t offset = line_table(image)[y].offset[slot];
   if (offset == 0) return nullptr;
-  return const_cast<std::uint8_t*>(reinterpret_cast<const std::uint8_t*>(image)) + offset;
+  return plane_at<std::uint8_t>(image, offset);
 }
 
 // Slot of the one plane of an image with one component. Line 0 tells, since the planes of images
@@ -82,9 +89,7 @@ inline std::size_t single_slot(const img_image* image) {
 // A plane of line y of an image that has it.
 template <typename Sample>
 Sample* plane_in(const img_image* image, int y, std::size_t slot) {
-  return reinterpret_cast<Sample*>(
-      const_cast<std::uint8_t*>(reinterpret_cast<const std::uint8_t*>(image)) +
-      line_table(image)[y].offset[slot]);
+  return plane_at<Sample>(image, line_table(image)[y].offset[slot]);
 }
 
 // Fills the line table of an image whose header is complete: line after line, each line's planes

@@ -2,15 +2,26 @@
 #include "imgaccess.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 #include <ka/detail/scope.h>
 #include <ka/random.h>
 
+using ka::Color;
+
 namespace {
+
+using Samples = std::int32_t __attribute__((vector_size(16)));  // of R, G, B and A
 
 constexpr float kLargestByte = 255.0F, kLargestWord = 65535.0F, kLargestBit = 1.0F;
 constexpr int kFloatBits = 32;
+
+Color gathered(const float color[4]) { return Color{color[0], color[1], color[2], color[3]}; }
+
+void spread(Color from, float color[4]) {
+  for (int i = 0; i < 4; ++i) color[i] = from[i];
+}
 
 // Images that hold any colour are not clipped.
 bool holds_any_color(const img_image* image) {
@@ -44,74 +55,89 @@ void desaturate(float color[3], float max) {
   }
 }
 
-void clip(const ImageContext& context, float color[4]) {
-  float alpha = color[3] > 0.0F ? color[3] : 0.0F;
+Color clip(const ImageContext& context, Color color) {
+  const Color positive = color > 0.0F ? color : Color{};
+  float alpha = positive[3];
   if (context.color_clip == IMG_CLIP_RAISE_ALPHA) {
-    for (std::size_t i = 0; i < 3; ++i) alpha = color[i] > alpha ? color[i] : alpha;
+    for (int i = 0; i < 3; ++i) alpha = std::max(alpha, positive[i]);
   }
-  color[3] = ka::clamp_to(alpha, 1.0F);
-  const float limit = context.color_clip == IMG_CLIP_TO_ALPHA ? color[3] : 1.0F;
+  alpha = std::min(alpha, 1.0F);
+  const float limit = context.color_clip == IMG_CLIP_TO_ALPHA ? alpha : 1.0F;
   if (!context.desaturate) {
-    for (std::size_t i = 0; i < 3; ++i) color[i] = ka::clamp_to(color[i], limit);
-  } else if (!std::all_of(color, color + 3, [limit](float c) { return is_within(c, limit); })) {
-    desaturate(color, limit);
+    color = ka::clamp_to(positive, limit);
+  } else if (!is_within(color[0], limit) || !is_within(color[1], limit) ||
+             !is_within(color[2], limit)) {
+    std::array<float, 3> rgb = {color[0], color[1], color[2]};
+    desaturate(rgb.data(), limit);
+    color = Color{rgb[0], rgb[1], rgb[2]};
   }
+  color[3] = alpha;
+  return color;
 }
 
-// Calls `take` with the sample of each component that the image holds, in the order of components.
-template <typename Sample, typename Function>
-void for_each_sample(const img_image* image, int x, int y, Function take) {
-  if (image->components == 1) {
-    take(0, ka::plane_in<Sample>(image, y, ka::single_slot(image))[x]);
+// Where the components of one pixel stand. Offsets are copied once: a byte that is stored could be
+// any of them.
+template <typename Sample>
+class Pixel {
+ public:
+  Pixel(const img_image* image, int x, int y)
+      : image_(image), line_(ka::line_table(image)[y]), x_(x), components_(image->components) {}
+
+  [[nodiscard]] int components() const { return components_; }
+  [[nodiscard]] Sample& single() const { return at(ka::single_slot(image_)); }
+  [[nodiscard]] Sample& at(std::size_t slot) const {
+    return ka::plane_at<Sample>(image_, line_.offset[slot])[x_];
+  }
+
+ private:
+  const img_image* image_;
+  img_image_line line_;
+  int x_, components_;
+};
+
+template <typename Sample>
+Color fetch(const Pixel<Sample>& pixel, float scale) {
+  if (pixel.components() == 1) {
+    const float value = static_cast<float>(pixel.single()) * scale;
+    return Color{value, value, value, 1.0F};
+  }
+  const auto value = [&](std::size_t slot) { return static_cast<float>(pixel.at(slot)) * scale; };
+  return Color{value(0), value(1), value(2), pixel.components() == 4 ? value(3) : 1.0F};
+}
+
+Color fetch_bit(const img_image* image, int x, int y) {
+  const bool is_set = ka::bit_at(ka::plane_in<std::uint8_t>(image, y, ka::single_slot(image)), x);
+  const float value = is_set ? 1.0F : 0.0F;
+  return Color{value, value, value, 1.0F};
+}
+
+Color fetch_rgbe(const Pixel<std::uint8_t>& pixel) {
+  float r, g, b;
+  ka_img_hdr_to_rgb(&r, &g, &b, pixel.at(0), pixel.at(1), pixel.at(2), pixel.at(3));
+  return Color{r, g, b, 1.0F};
+}
+
+// Samples of a vector's type, floats or the integers that samples are cut to.
+template <typename Sample, typename Values>
+void store(const Pixel<Sample>& pixel, Values values) {
+  const auto sample = [values](int i) { return static_cast<Sample>(values[i]); };
+  if (pixel.components() == 1) {
+    pixel.single() = sample(0);
     return;
   }
-  for (std::size_t slot = 0; slot < 3; ++slot) {
-    take(slot, ka::plane_in<Sample>(image, y, slot)[x]);
-  }
-  if (image->components == 4) take(3, ka::plane_in<Sample>(image, y, 3)[x]);
+  pixel.at(0) = sample(0);
+  pixel.at(1) = sample(1);
+  pixel.at(2) = sample(2);
+  if (pixel.components() == 4) pixel.at(3) = sample(3);
 }
 
-template <typename Sample>
-void fetch(const img_image* image, int x, int y, float scale, float color[4]) {
-  color[3] = 1.0F;
-  for_each_sample<Sample>(image, x, y, [=](std::size_t i, Sample sample) {
-    color[i] = static_cast<float>(sample) * scale;
-  });
-  if (image->components == 1) color[1] = color[2] = color[0];
+void store_bit(img_image* image, int x, int y, bool value) {
+  ka::set_bit_at(ka::plane_in<std::uint8_t>(image, y, ka::single_slot(image)), x, value);
 }
 
-void fetch_bit(const img_image* image, int x, int y, float color[4]) {
-  const bool is_set = ka::bit_at(ka::plane_in<std::uint8_t>(image, y, ka::single_slot(image)), x);
-  std::fill_n(color, 3, is_set ? 1.0F : 0.0F);
-  color[3] = 1.0F;
-}
-
-void fetch_rgbe(const img_image* image, int x, int y, float color[4]) {
-  const auto byte = [=](std::size_t slot) { return ka::plane_in<std::uint8_t>(image, y, slot)[x]; };
-  ka_img_hdr_to_rgb(&color[0], &color[1], &color[2], byte(0), byte(1), byte(2), byte(3));
-  color[3] = 1.0F;
-}
-
-// `offset` of a sample's step is added before rounding.
-template <typename Sample>
-void store(img_image* image, int x, int y, float largest, float offset, const float color[4]) {
-  for_each_sample<Sample>(image, x, y, [=](std::size_t i, Sample& sample) {
-    sample = ka::nearest_sample<Sample>(color[i] * largest + offset, largest);
-  });
-}
-
-void store_bit(img_image* image, int x, int y, float offset, float value) {
-  const auto sample = ka::nearest_sample<std::uint8_t>(value * kLargestBit + offset, kLargestBit);
-  ka::set_bit_at(ka::plane_in<std::uint8_t>(image, y, ka::single_slot(image)), x, sample != 0);
-}
-
-void store_floats(img_image* image, int x, int y, const float color[4]) {
-  for_each_sample<float>(image, x, y, [=](std::size_t i, float& sample) { sample = color[i]; });
-}
-
-void store_rgbe(img_image* image, int x, int y, const float color[4]) {
-  const auto at = [=](std::size_t slot) { return ka::plane_in<std::uint8_t>(image, y, slot) + x; };
-  ka_img_rgb_to_hdr(at(0), at(1), at(2), at(3), color[0], color[1], color[2]);
+void store_rgbe(const Pixel<std::uint8_t>& pixel, Color color) {
+  ka_img_rgb_to_hdr(&pixel.at(0), &pixel.at(1), &pixel.at(2), &pixel.at(3), color[0], color[1],
+                    color[2]);
 }
 
 // Threads draw from states of their own, so that no number is waited for.
@@ -119,58 +145,62 @@ float dither_offset(const ImageContext& context) {
   return context.dither ? ka_taskrandom(ka_thread_get()) - 0.5F : 0.0F;
 }
 
-}  // namespace
+// The samples from 0 to `largest` that are nearest to a colour, after a random offset.
+Samples nearest(const ImageContext& context, Color color, float largest) {
+  return __builtin_convertvector(
+      ka::clamp_to(color * largest + dither_offset(context), largest) + 0.5F, Samples);
+}
 
-void img_fetch_color(const ImageContext& context, const img_image* image, int x, int y,
-                     float color[4]) {
-  if (image->type == IMG_TYPE_RGBE) {
-    fetch_rgbe(image, x, y, color);
-  } else if (image->bits == 8) {
-    fetch<std::uint8_t>(image, x, y, 1.0F / kLargestByte, color);
-  } else if (image->bits == 16) {
-    fetch<std::uint16_t>(image, x, y, 1.0F / kLargestWord, color);
-  } else if (image->bits == kFloatBits) {
-    fetch<float>(image, x, y, 1.0F, color);
-  } else {
-    fetch_bit(image, x, y, color);
-  }
-  if (context.unpremultiply && color[3] != 0.0F) {
-    for (std::size_t i = 0; i < 3; ++i) color[i] *= color[3];
-  }
-  if (needs_gamma(context, image)) {
-    const ka::GammaCurve& curve = img_gamma_tables(context).inverse;
-    for (std::size_t i = 0; i < 4; ++i) color[i] = curve.at(color[i]);
+Color through(const ka::GammaCurve& curve, Color color) {
+  return Color{curve.at(color[0]), curve.at(color[1]), curve.at(color[2]), curve.at(color[3])};
+}
+
+// R, G and B times a factor.
+Color scaled(Color color, float factor) { return color * Color{factor, factor, factor, 1.0F}; }
+
+Color fetch_samples(const img_image* image, int x, int y) {
+  if (image->type == IMG_TYPE_RGBE) return fetch_rgbe({image, x, y});
+  switch (image->bits) {
+    case 8:
+      return fetch<std::uint8_t>({image, x, y}, 1.0F / kLargestByte);
+    case 16:
+      return fetch<std::uint16_t>({image, x, y}, 1.0F / kLargestWord);
+    case kFloatBits:
+      return fetch<float>({image, x, y}, 1.0F);
+    default:
+      return fetch_bit(image, x, y);
   }
 }
 
-void img_store_color(const ImageContext& context, img_image* image, const float given[4], int x,
-                     int y) {
-  float color[4] = {given[0], given[1], given[2], given[3]};
-  if (!holds_any_color(image)) clip(context, color);
-  if (needs_gamma(context, image)) {
-    const ka::GammaCurve& curve = img_gamma_tables(context).gamma;
-    for (float& component : color) component = curve.at(component);
-  }
-  if (context.unpremultiply && color[3] != 0.0F) {
-    const float factor = 1.0F / color[3];
-    for (std::size_t i = 0; i < 3; ++i) color[i] *= factor;
-  }
-  if (image->type == IMG_TYPE_RGBE) {
-    store_rgbe(image, x, y, color);
-  } else if (image->bits == 8) {
-    store<std::uint8_t>(image, x, y, kLargestByte, dither_offset(context), color);
-  } else if (image->bits == 16) {
-    store<std::uint16_t>(image, x, y, kLargestWord, dither_offset(context), color);
-  } else if (image->bits == kFloatBits) {
-    store_floats(image, x, y, color);
-  } else {
-    store_bit(image, x, y, dither_offset(context), color[0]);
+}  // namespace
+
+Color img_fetch_color(const ImageContext& context, const img_image* image, int x, int y) {
+  Color color = fetch_samples(image, x, y);
+  if (context.unpremultiply && color[3] != 0.0F) color = scaled(color, color[3]);
+  if (needs_gamma(context, image)) color = through(img_gamma_tables(context).inverse, color);
+  return color;
+}
+
+void img_store_color(const ImageContext& context, img_image* image, Color color, int x, int y) {
+  if (!holds_any_color(image)) color = clip(context, color);
+  if (needs_gamma(context, image)) color = through(img_gamma_tables(context).gamma, color);
+  if (context.unpremultiply && color[3] != 0.0F) color = scaled(color, 1.0F / color[3]);
+  if (image->type == IMG_TYPE_RGBE) return store_rgbe({image, x, y}, color);
+  switch (image->bits) {
+    case 8:
+      return store<std::uint8_t>({image, x, y}, nearest(context, color, kLargestByte));
+    case 16:
+      return store<std::uint16_t>({image, x, y}, nearest(context, color, kLargestWord));
+    case kFloatBits:
+      return store<float>({image, x, y}, color);
+    default:
+      return store_bit(image, x, y, nearest(context, color, kLargestBit)[0] != 0);
   }
 }
 
 void ka_img_clip_color(const img_image* image, float color[4]) {
   const ka::ModuleScope scope(KA_IMG);
-  if (!image || !holds_any_color(image)) clip(img_context(), color);
+  if (!image || !holds_any_color(image)) spread(clip(img_context(), gathered(color)), color);
 }
 
 void ka_img_desaturate_rgb(float color[3], float max) {
@@ -181,14 +211,14 @@ void ka_img_desaturate_rgb(float color[3], float max) {
 void ka_img_put_color(img_image* image, const float color[4], int x, int y) {
   const ka::ModuleScope scope(KA_IMG);
   if (!ka::is_inside(image, x, y) || !img_has_color(image)) return;
-  img_store_color(img_context(), image, color, x, y);
+  img_store_color(img_context(), image, gathered(color), x, y);
 }
 
 void ka_img_get_color(const img_image* image, float color[4], int x, int y) {
   const ka::ModuleScope scope(KA_IMG);
   if (!color) return;
   if (!ka::is_inside(image, x, y)) return void(std::fill_n(color, 4, 0.0F));
-  if (img_has_color(image)) img_fetch_color(img_context(), image, x, y, color);
+  if (img_has_color(image)) spread(img_fetch_color(img_context(), image, x, y), color);
 }
 
 void ka_img_get_color_square(const img_image* image, float color[4][4], int x, int y) {
@@ -197,6 +227,6 @@ void ka_img_get_color_square(const img_image* image, float color[4][4], int x, i
   const ImageContext& context = img_context();
   const ka::Square square = ka::square_at(image, x, y);
   for (std::size_t i = 0; i < 4; ++i) {
-    img_fetch_color(context, image, square.x[i], square.y[i], color[i]);
+    spread(img_fetch_color(context, image, square.x[i], square.y[i]), color[i]);
   }
 }

@@ -5,15 +5,10 @@
 #include "imageplanes.h"
 #include "imgcontext.h"
 
-// Images with two components hold no colours.
-inline bool img_has_color(const img_image* image) { return image->components != 2; }
-
-void img_fetch_color(const ImageContext& context, const img_image* image, int x, int y,
-                     float color[4]);
-void img_store_color(const ImageContext& context, img_image* image, const float color[4], int x,
-                     int y);
-
 namespace ka {
+
+// R, G, B and A, worked on at once. Comparing gives a mask for the conditional operator.
+using Color = float __attribute__((vector_size(16)));
 
 inline bool is_inside(const img_image* image, int x, int y) {
   return image && x >= 0 && x < image->width && y >= 0 && y < image->height;
@@ -39,14 +34,19 @@ inline void set_bit_at(std::uint8_t* plane, int x, bool value) {
 
 // A value from 0 to `limit`; what is not a number is 0.
 inline float clamp_to(float value, float limit) {
-  if (!(value > 0.0F)) return 0.0F;
-  return value < limit ? value : limit;
+  const float low = value > 0.0F ? value : 0.0F;
+  return low < limit ? low : limit;
 }
-
-// The sample nearest to value / `largest`, from 0 to `largest`; 0 for what is not a number.
-template <typename Sample>
-Sample nearest_sample(float value, float largest) {
-  return static_cast<Sample>(clamp_to(value, largest) + 0.5F);
+inline Color clamp_to(Color value, float limit) {
+  const Color low = value > 0.0F ? value : Color{};
+  const Color limits = {limit, limit, limit, limit};
+  return low < limits ? low : limits;
 }
 
 }  // namespace ka
+
+// Images with two components hold no colours.
+inline bool img_has_color(const img_image* image) { return image->components != 2; }
+
+ka::Color img_fetch_color(const ImageContext& context, const img_image* image, int x, int y);
+void img_store_color(const ImageContext& context, img_image* image, ka::Color color, int x, int y);

@@ -46,6 +46,11 @@ bool has_first_plane(const img_image* image, int x, int y) {
          (image->components > 1 || ka::single_slot(image) == 0);
 }
 
+template <typename Sample>
+Sample nearest_sample(float value, float largest) {
+  return static_cast<Sample>(ka::clamp_to(value * largest, largest) + 0.5F);
+}
+
 std::int16_t to_short(float value) {
   const float clamped = std::isnan(value) ? 0.0F : std::clamp(value, -1.0F, 1.0F);
   return static_cast<std::int16_t>(std::floor(clamped * kLargestShort + 0.5F));
@@ -58,7 +63,7 @@ void ka_img_put_scalar(img_image* image, float scalar, int x, int y) {
   if (!ka::is_inside(image, x, y) || !has_scalars(image)) return;
   const std::size_t slot = scalar_slot(image);
   const auto sample = [scalar]<typename Sample>(Sample& place, float largest) {
-    place = ka::nearest_sample<Sample>(scalar * largest, largest);
+    place = nearest_sample<Sample>(scalar, largest);
   };
   switch (image->bits) {
     case 8:

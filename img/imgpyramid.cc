@@ -3,7 +3,6 @@
 #include "imgpyramid.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <iterator>
 
@@ -18,17 +17,6 @@ namespace {
 // A side of 2^20 in both directions passes the largest image, so the directory holds all levels.
 constexpr int kLargestLevels = std::size(img_image{}.level_offset);
 static_assert(std::uint64_t{1} << 2 * kLargestLevels > ka::kLargestImage);
-
-struct Color {
-  std::array<float, 4> value{};
-
-  void add(const Color& other, float weight) {
-    for (std::size_t i = 0; i < 4; ++i) value[i] += weight * other.value[i];
-  }
-  void scale(float factor) {
-    for (float& component : value) component *= factor;
-  }
-};
 
 // The part of a line or column of source pixels that one destination pixel covers.
 class Cover {
@@ -59,43 +47,35 @@ class LevelFilter {
         destination_->width * 2 == source_->width && destination_->height * 2 == source_->height;
     for (int y = 0; y < destination_->height; ++y) {
       for (int x = 0; x < destination_->width; ++x) {
-        const Color color = is_exact ? mean_of_four(2 * x, 2 * y) : mean_of_cover(x, y);
-        img_store_color(context_, destination_, color.value.data(), x, y);
+        const ka::Color mean = is_exact ? mean_of_four(2 * x, 2 * y) : mean_of_cover(x, y);
+        img_store_color(context_, destination_, mean, x, y);
       }
     }
   }
 
  private:
-  [[nodiscard]] Color fetch(int x, int y) const {
-    Color color;
-    img_fetch_color(context_, source_, x, y, color.value.data());
-    return color;
+  [[nodiscard]] ka::Color fetch(int x, int y) const {
+    return img_fetch_color(context_, source_, x, y);
   }
 
-  [[nodiscard]] Color mean_of_four(int x, int y) const {
-    Color mean = fetch(x, y);
-    mean.add(fetch(x + 1, y), 1.0F);
-    mean.add(fetch(x, y + 1), 1.0F);
-    mean.add(fetch(x + 1, y + 1), 1.0F);
-    mean.scale(0.25F);
-    return mean;
+  [[nodiscard]] ka::Color mean_of_four(int x, int y) const {
+    return 0.25F * (fetch(x, y) + fetch(x + 1, y) + fetch(x, y + 1) + fetch(x + 1, y + 1));
   }
 
   // Weighs each source pixel by the area that the destination pixel covers of it.
-  [[nodiscard]] Color mean_of_cover(int x, int y) const {
+  [[nodiscard]] ka::Color mean_of_cover(int x, int y) const {
     const Cover columns(x, ratio(source_->width, destination_->width), source_->width);
     const Cover lines(y, ratio(source_->height, destination_->height), source_->height);
-    Color mean;
+    ka::Color sum = {};
     float area = 0.0F;
     for (int line = lines.first(); line < lines.behind(); ++line) {
       for (int column = columns.first(); column < columns.behind(); ++column) {
         const float weight = columns.weight(column) * lines.weight(line);
-        mean.add(fetch(column, line), weight);
+        sum += weight * fetch(column, line);
         area += weight;
       }
     }
-    mean.scale(1.0F / area);
-    return mean;
+    return sum * (1.0F / area);
   }
 
   static float ratio(int source, int destination) {
