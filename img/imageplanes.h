@@ -3,6 +3,7 @@
 
 #include <ka/img.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -48,6 +49,14 @@ Sample* plane_of(const img_line* line, std::size_t slot) {
   const std::intptr_t offset = line->offset[slot];
   if (offset == 0) return nullptr;
   return reinterpret_cast<Sample*>(reinterpret_cast<std::intptr_t>(line) + offset);
+}
+
+// The first `Count` planes of a line record.
+template <typename Sample, std::size_t Count>
+std::array<Sample*, Count> plane_pointers(const img_line* line) {
+  std::array<Sample*, Count> planes;
+  for (std::size_t slot = 0; slot < Count; ++slot) planes[slot] = plane_of<Sample>(line, slot);
+  return planes;
 }
 
 // Makes a line record refer to a plane anywhere in memory; null: absent.
