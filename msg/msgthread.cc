@@ -9,6 +9,7 @@
 
 #include <ka/detail/context.h>
 #include <ka/detail/scope.h>
+#include <ka/detail/start.h>
 #include <ka/detail/versions.h>
 #include <ka/mem.h>
 #include <ka/message.h>
@@ -153,6 +154,7 @@ void ka_msg_late_exit() {
 int ka_lumoralib_attach_process() {
   ka_lib_init_subverbosity();
   ka_msg_early_init();
+  ka::start_lib();
   return 1;
 }
 
