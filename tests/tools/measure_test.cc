@@ -1,0 +1,431 @@
+// Measuring two pictures: the sums of pass 1, the percents, the histograms of pass 2.
+#include "measure.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <random>
+
+#include "measurekernels.h"
+#include "support.h"
+
+namespace {
+
+using ka::Difference;
+using ka::LineSums;
+using ka::MeasureSettings;
+using Pixel = std::array<int, 4>;  // R, G, B, A
+using Pixels = std::vector<Pixel>;
+
+// An image whose lines follow each other from the bottom.
+test::Image image_of(const Pixels& pixels, int width) {
+  test::Image image = test::make_image(IMG_TYPE_RGBA, width, int(pixels.size()) / width);
+  for (std::size_t i = 0; i < pixels.size(); ++i) {
+    for (std::size_t slot = 0; slot < 4; ++slot) {
+      test::plane(image.get(), int(i) / width, slot)[i % std::size_t(width)] =
+          std::uint8_t(pixels[i][slot]);
+    }
+  }
+  return image;
+}
+
+// Two pictures whose difference, first minus second, is the given one.
+struct Pair {
+  test::Image first, second;
+};
+Pair pair_of(const Pixels& differences, int width) {
+  Pixels first, second;
+  for (const Pixel& difference : differences) {
+    Pixel& a = first.emplace_back();
+    Pixel& b = second.emplace_back();
+    for (std::size_t slot = 0; slot < 4; ++slot) {
+      a[slot] = std::max(difference[slot], 0);
+      b[slot] = std::max(-difference[slot], 0);
+    }
+  }
+  return {image_of(first, width), image_of(second, width)};
+}
+
+constexpr MeasureSettings colour(int tolerance = 3) { return {.tolerance = tolerance}; }
+constexpr MeasureSettings opaque = {.ignore_alpha = true};
+constexpr MeasureSettings intensity(int tolerance = 3) {
+  return {.tolerance = tolerance, .signed_intensity = true};
+}
+
+struct MeasureCase {
+  const char* name;
+  MeasureSettings settings;
+  Pixels differences;  // one line
+  int count;
+  double total, largest, maximum_percent;
+};
+
+class Measured : public testing::TestWithParam<MeasureCase> {};
+
+TEST_P(Measured, GivesTheSumsAndTheMaximum) {
+  const MeasureCase& row = GetParam();
+  const Pair pair = pair_of(row.differences, int(row.differences.size()));
+  const Difference found = ka::measure(pair.first.get(), pair.second.get(), 1, row.settings);
+  EXPECT_EQ(found.count, row.count);
+  EXPECT_EQ(found.total, row.total);
+  EXPECT_EQ(found.largest, row.largest);
+  EXPECT_NEAR(found.maximum_percent, row.maximum_percent, 0.0005);
+}
+
+// Colour percents are 100 * sqrt(largest) / 255 / 2, without alpha 100 * sqrt(largest) / 441.
+INSTANTIATE_TEST_SUITE_P(
+    Colour, Measured,
+    testing::Values(
+        MeasureCase{"EqualPixels", colour(), {{0, 0, 0, 0}}, 0, 0, 0, 0},
+        MeasureCase{"ThreeIsWithinTheTolerance", colour(), {{3, -3, 3, -3}}, 0, 0, 0, 0},
+        MeasureCase{"FourIsBeyondIt", colour(), {{4, 0, 0, 0}, {0, -4, 0, 0}}, 2, 32, 16, 0.784},
+        MeasureCase{"ChannelsWithinItAddNothing", colour(), {{4, 3, -3, 2}}, 1, 16, 16, 0.784},
+        MeasureCase{"ToleranceNoneCountsOne", colour(0), {{0, 0, 0, 1}}, 1, 1, 1, 0.196},
+        MeasureCase{"NegativeToleranceIsNone",
+                    colour(INT_MIN),
+                    {{0, 0, 0, 0}, {0, 1, 0, 0}},
+                    1,
+                    1,
+                    1,
+                    0.196},
+        MeasureCase{
+            "ToleranceBelowTheLargest", colour(254), {{254, 255, 0, 0}}, 1, 65025, 65025, 50},
+        MeasureCase{"ToleranceOfAllCountsNone", colour(255), {{255, -255, 255, 255}}, 0, 0, 0, 0},
+        MeasureCase{
+            "ToleranceAboveAllCountsNone", colour(INT_MAX), {{255, 255, 255, -255}}, 0, 0, 0, 0},
+        MeasureCase{"FullRedIsHalfTheRange", colour(), {{255, 0, 0, 0}}, 1, 65025, 65025, 50},
+        MeasureCase{
+            "AllFourAreTheWholeRange", colour(), {{255, 255, -255, 255}}, 1, 260100, 260100, 100},
+        MeasureCase{"FullRedWithoutAlpha", opaque, {{255, 0, 0, 0}}, 1, 65025, 65025, 57.823},
+        MeasureCase{"AlphaIsLeftOut", opaque, {{0, 0, 0, 255}, {0, 0, 5, 255}}, 1, 25, 25, 1.134},
+        MeasureCase{"TheLargestOfSeveral",
+                    colour(),
+                    {{4, 0, 0, 0}, {0, 6, 8, 0}, {0, 0, 0, 9}},
+                    3,
+                    16 + 100 + 81,
+                    100,
+                    1.961}),
+    [](const auto& test) { return test.param.name; });
+
+// Intensity percents are 100 * largest / 255.
+INSTANTIATE_TEST_SUITE_P(
+    Intensity, Measured,
+    testing::Values(
+        // trunc(-100 * 0.299) = -29
+        MeasureCase{
+            "SecondBrighterIsNegative", intensity(), {{-100, 0, 0, 0}}, 1, -29, -29, -11.373},
+        MeasureCase{"AlphaHasNoWeight", intensity(), {{0, 0, 0, 255}}, 0, 0, 0, 0},
+        // 4 * 0.114 = 0.456, cut to 0
+        MeasureCase{"CutToNothingDoesNotDiffer", intensity(), {{0, 0, 4, 0}}, 0, 0, 0, 0},
+        // B 3.42 -> 3, G 3 - 2.348 -> 0, R 1.196 -> 1; in the order R, G, B it were 2
+        MeasureCase{"CutAfterBlueThenGreenThenRed", intensity(), {{4, -4, 30, 0}}, 1, 1, 1, 0.392},
+        // 29.07 -> 29, 29 + 149.685 -> 178, 178 + 76.245 -> 254
+        MeasureCase{"WhiteAgainstBlack", intensity(), {{255, 255, 255, 0}}, 1, 254, 254, 99.608},
+        MeasureCase{"TotalKeepsSigns",
+                    intensity(),
+                    {{100, 0, 0, 0}, {-200, 0, 0, 0}},
+                    2,
+                    29 - 59,
+                    -59,
+                    -23.137},
+        MeasureCase{"LeftPixelWinsATie",
+                    intensity(),
+                    {{-100, 0, 0, 0}, {100, 0, 0, 0}},
+                    2,
+                    0,
+                    -29,
+                    -11.373},
+        MeasureCase{"LaterPixelOfATieIsForgotten",
+                    intensity(),
+                    {{100, 0, 0, 0}, {-100, 0, 0, 0}},
+                    2,
+                    0,
+                    29,
+                    11.373},
+        MeasureCase{"ToleranceNoneCountsSmallOnes",
+                    intensity(0),
+                    {{0, 2, 0, 0}, {0, 1, 0, 0}},
+                    1,
+                    1,
+                    1,
+                    0.392}),
+    [](const auto& test) { return test.param.name; });
+
+TEST(Measure, LowerLineWinsATieInAnyOrderOfLines) {
+  const Pair pair = pair_of({{100, 0, 0, 0}, {0, 0, 0, 0}, {-100, 0, 0, 0}}, 1);
+  for (const std::array<int, 3>& order : {std::array{0, 1, 2}, {2, 1, 0}, {1, 2, 0}}) {
+    ka::Meter meter(intensity());
+    for (const int y : order) {
+      ka::LinePlanes a, b;
+      for (std::size_t slot = 0; slot < 4; ++slot) {
+        a[slot] = test::plane(pair.first.get(), y, slot);
+        b[slot] = test::plane(pair.second.get(), y, slot);
+      }
+      meter.add_line(y, a, b, 1);
+    }
+    EXPECT_EQ(meter.result().largest, 29) << order[0];
+  }
+}
+
+TEST(Measure, OnlyTheAskedLinesCount) {
+  const Pair pair = pair_of({{0, 0, 0, 0}, {9, 0, 0, 0}, {99, 0, 0, 0}}, 1);
+  EXPECT_EQ(ka::measure(pair.first.get(), pair.second.get(), 2, colour()).total, 81);
+}
+
+TEST(Measure, SumsOfLargePicturesDoNotOverflow) {
+  const Pair pair = pair_of(Pixels(200 * 200, {255, 255, 255, 255}), 200);
+  const Difference found = ka::measure(pair.first.get(), pair.second.get(), 200, colour());
+  EXPECT_EQ(found.count, 40000);
+  EXPECT_EQ(found.total, 40000 * 260100.0);
+  EXPECT_DOUBLE_EQ(ka::average_percent(found, colour()), 100);
+}
+
+TEST(Measure, ScaleAndAverageFollowTheSettings) {
+  struct Row {
+    MeasureSettings settings;
+    double scale, average;
+  };
+  // Two pixels: R by 100 and R by -200. Colour: the root of (10000 + 40000) / 2 is 158.114.
+  // Intensity: 29 and -59, -15 in the mean.
+  const Row rows[] = {{{}, 1, 100 * 158.114 / 510},
+                      {{.ignore_alpha = true}, 1, 100 * 158.114 / 441},
+                      {{.brighten = true}, 200.0 / 255 / 2, 100 * 158.114 / 510},
+                      {{.ignore_alpha = true, .brighten = true}, 200.0 / 441, 100 * 158.114 / 441},
+                      {{.signed_intensity = true}, 255, -100 * 15.0 / 255},
+                      {{.signed_intensity = true, .brighten = true}, 59, -100 * 15.0 / 59}};
+  const Pair pair = pair_of({{100, 0, 0, 0}, {-200, 0, 0, 0}}, 2);
+  for (const Row& row : rows) {
+    const Difference found = ka::measure(pair.first.get(), pair.second.get(), 1, row.settings);
+    EXPECT_NEAR(found.scale, row.scale, 1e-9);
+    EXPECT_NEAR(ka::average_percent(found, row.settings), row.average, 0.0005);
+  }
+}
+
+// The bins that hold something: {bin, pixels}.
+using Filled = std::vector<std::pair<int, int>>;
+Filled filled(const ka::Histograms::Bins& bins) {
+  Filled result;
+  for (int bin = 0; bin < int(bins.size()); ++bin) {
+    if (bins[std::size_t(bin)] != 0) result.emplace_back(bin, bins[std::size_t(bin)]);
+  }
+  return result;
+}
+
+struct HistogramCase {
+  const char* name;
+  MeasureSettings settings;
+  double scale;
+  Pixels differences;  // one line
+  Filled main, negative, alpha, negative_alpha;
+};
+
+class Counted : public testing::TestWithParam<HistogramCase> {};
+
+TEST_P(Counted, FillsTheHistograms) {
+  const HistogramCase& row = GetParam();
+  const Pair pair = pair_of(row.differences, int(row.differences.size()));
+  const ka::Histograms found =
+      ka::count_histograms(pair.first.get(), pair.second.get(), 1, row.settings, row.scale);
+  EXPECT_EQ(filled(found.main), row.main);
+  EXPECT_EQ(filled(found.negative), row.negative);
+  EXPECT_EQ(filled(found.alpha), row.alpha);
+  EXPECT_EQ(filled(found.negative_alpha), row.negative_alpha);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rows, Counted,
+    testing::Values(
+        HistogramCase{"EqualPixelsEnterNone", {}, 1, {{0, 3, 0, -3}}, {}, {}, {}, {}},
+        // the root of 100 * 100 + 10 * 10 is 100.5; no alpha difference is bin 0
+        HistogramCase{
+            "Colour", {}, 1, {{100, 10, 0, 0}, {-10, -100, 0, 2}}, {{100, 2}}, {}, {{0, 2}}, {}},
+        // 40 / 0.97 = 41.2; with R the root of 41 * 41 + 40 * 40 is 57.3, and 57.3 / 0.97 = 59.1
+        HistogramCase{"ColourWithAlpha",
+                      {},
+                      0.97,
+                      {{0, 0, 0, 40}, {41, 0, 0, -40}},
+                      {{41, 1}, {59, 1}},
+                      {},
+                      {{41, 2}},
+                      {}},
+        HistogramCase{"LargeValuesShareTheLastBin",
+                      {},
+                      0.25,
+                      {{100, 10, 0, 100}},
+                      {{255, 1}},
+                      {},
+                      {{255, 1}},
+                      {}},
+        HistogramCase{"AlphaLeftOut",
+                      {.ignore_alpha = true},
+                      1,
+                      {{100, 10, 0, 50}, {0, 0, 0, 50}},
+                      {{100, 1}},
+                      {},
+                      {},
+                      {}},
+        // 29 / 100.5 * 255 = 73.6 and 59 / 100.5 * 255 = 149.7
+        HistogramCase{"IntensityBySign",
+                      intensity(),
+                      100.5,
+                      {{100, 0, 0, 0}, {-200, 0, 0, 0}},
+                      {{73, 1}},
+                      {{149, 1}},
+                      {{0, 2}},
+                      {}},
+        // alpha counts in full here: 29 - 50 = -21, 21 / 100.5 * 255 = 53.3 and 50 gives 126.9
+        HistogramCase{"IntensityWithAlpha",
+                      intensity(),
+                      100.5,
+                      {{100, 0, 0, -50}, {0, 0, 0, 50}},
+                      {{126, 1}},
+                      {{53, 1}},
+                      {{126, 1}},
+                      {{126, 1}}},
+        HistogramCase{"IntensityAlphaLeftOut",
+                      {.ignore_alpha = true, .signed_intensity = true},
+                      100.5,
+                      {{100, 0, 0, -50}, {0, 0, 0, 50}},
+                      {{73, 1}},
+                      {},
+                      {},
+                      {}},
+        HistogramCase{"LargeIntensitiesShareTheLastBin",
+                      intensity(),
+                      20,
+                      {{100, 0, 0, 100}},
+                      {{255, 1}},
+                      {},
+                      {{255, 1}},
+                      {}}),
+    [](const auto& test) { return test.param.name; });
+
+// The rules of pass 1 for one line, in whole numbers: the weights are thousandths, and division of
+// integers cuts towards 0 as the rule does.
+LineSums plain_sums(const ka::LinePlanes& first, const ka::LinePlanes& second, std::size_t width,
+                    int tolerance, bool signed_intensity, bool with_alpha) {
+  constexpr std::array weights = {299, 587, 114, 0};
+  LineSums sums{};
+  for (std::size_t x = 0; x < width; ++x) {
+    int s = 0;
+    for (const std::size_t c : {3, 2, 1, 0}) {
+      const int d = first[c][x] - second[c][x];
+      if ((c == 3 && !with_alpha) || (d <= tolerance && d >= -tolerance)) continue;
+      s = signed_intensity ? (1000 * s + d * weights[c]) / 1000 : s + d * d;
+    }
+    sums.count += s != 0;
+    sums.total += s;
+    sums.most = std::max(sums.most, s);
+    sums.least = std::min(sums.least, s);
+  }
+  return sums;
+}
+
+bool operator==(const LineSums& a, const LineSums& b) {
+  return a.count == b.count && a.total == b.total && a.most == b.most && a.least == b.least;
+}
+
+// Two lines, mostly alike, at an address that is not aligned.
+class RandomLines {
+ public:
+  RandomLines(std::mt19937& random, std::size_t width) {
+    const std::size_t shift = random() % 8;
+    const std::uint32_t kind = random() % 4;  // equal, near, sparse, wild
+    for (std::size_t c = 0; c < 4; ++c) {
+      for (std::vector<std::uint8_t>& samples : {std::ref(a_[c]), std::ref(b_[c])})
+        samples.resize(width + shift);
+      for (std::size_t i = 0; i < width + shift; ++i) {
+        a_[c][i] = std::uint8_t(random());
+        b_[c][i] = kind == 3 || (kind == 2 && random() % 50 == 0)
+                       ? std::uint8_t(random())
+                       : std::uint8_t(std::clamp<int>(
+                             a_[c][i] + (kind == 1 ? int(random() % 11) - 5 : 0), 0, 255));
+      }
+      first[c] = a_[c].data() + shift;
+      second[c] = b_[c].data() + shift;
+    }
+  }
+
+  ka::LinePlanes first, second;
+
+ private:
+  std::array<std::vector<std::uint8_t>, 4> a_, b_;
+};
+
+TEST(MeasureKernels, AgreeWithThePlainRulesForEveryWidth) {
+  std::mt19937 random(1);
+  for (std::size_t width = 0; width <= 200; ++width) {
+    for (const int tolerance : {0, 3, int(random() % 256)}) {
+      const RandomLines lines(random, width);
+      const auto agree = [&](const ka::KernelTable<ka::MeasureKernel>& table, bool signed_intensity,
+                             int channels) {
+        const LineSums expected = plain_sums(lines.first, lines.second, width, tolerance,
+                                             signed_intensity, channels == 4);
+        for (const ka::MeasureKernel kernel : ka::usable_kernels(table)) {
+          LineSums sums{};
+          kernel(lines.first, lines.second, width, tolerance, channels, sums);
+          EXPECT_TRUE(sums == expected)
+              << "width " << width << ", tolerance " << tolerance << ", channels " << channels
+              << (signed_intensity ? ", intensity" : ", colour");
+        }
+      };
+      agree(ka::colour_kernels, false, 4);
+      agree(ka::colour_kernels, false, 3);
+      agree(ka::intensity_kernels, true, 4);
+      agree(ka::intensity_kernels, true, 3);
+    }
+  }
+}
+
+TEST(MeasureKernels, AgreeWithThePlainRulesForEveryDifferenceOfTwoSamples) {
+  constexpr std::size_t width = 256 * 256;
+  std::array<std::vector<std::uint8_t>, 2> ramps;  // fast and slow
+  for (std::size_t i = 0; i < width; ++i) {
+    ramps[0].push_back(std::uint8_t(i));
+    ramps[1].push_back(std::uint8_t(i >> 8));
+  }
+  const auto *const fast = ramps[0].data(), *const slow = ramps[1].data();
+  const ka::LinePlanes first = {fast, slow, fast, slow}, second = {slow, fast, slow, slow};
+  for (const bool signed_intensity : {false, true}) {
+    const LineSums expected = plain_sums(first, second, width, 3, signed_intensity, true);
+    const auto& table = signed_intensity ? ka::intensity_kernels : ka::colour_kernels;
+    for (const ka::MeasureKernel kernel : ka::usable_kernels(table)) {
+      LineSums sums{};
+      kernel(first, second, width, 3, 4, sums);
+      EXPECT_TRUE(sums == expected) << (signed_intensity ? "intensity" : "colour");
+    }
+  }
+}
+
+TEST(Measure, WholeRandomPicturesAgreeWithThePlainRules) {
+  std::mt19937 random(2);
+  for (int round = 0; round < 60; ++round) {
+    const int width = int(random() % 150) + 1, height = int(random() % 9);
+    const MeasureSettings settings = {.tolerance = int(random() % 6) - 1,
+                                      .ignore_alpha = random() % 2 == 0,
+                                      .signed_intensity = random() % 2 == 0};
+    const Pair pair = {test::make_image(IMG_TYPE_RGBA, width, height),
+                       test::make_image(IMG_TYPE_RGBA, width, height)};
+    LineSums expected{};
+    for (int y = 0; y < height; ++y) {
+      const RandomLines lines(random, std::size_t(width));
+      for (std::size_t c = 0; c < 4; ++c) {
+        std::copy_n(lines.first[c], width, test::plane(pair.first.get(), y, c));
+        std::copy_n(lines.second[c], width, test::plane(pair.second.get(), y, c));
+      }
+      const LineSums line =
+          plain_sums(lines.first, lines.second, std::size_t(width), std::max(settings.tolerance, 0),
+                     settings.signed_intensity, !settings.ignore_alpha);
+      expected.count += line.count;
+      expected.total += line.total;
+      expected.most = std::max(expected.most, line.most);
+      expected.least = std::min(expected.least, line.least);
+    }
+    const Difference found = ka::measure(pair.first.get(), pair.second.get(), height, settings);
+    EXPECT_EQ(found.count, int(expected.count));
+    EXPECT_EQ(found.total, double(expected.total));
+    EXPECT_EQ(std::abs(found.largest), double(std::max(expected.most, -expected.least)));
+  }
+}
+
+}  // namespace
