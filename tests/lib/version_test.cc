@@ -1,0 +1,74 @@
+// Versions: what the banner prints, and that a search of a built program finds the same texts.
+#include <gtest/gtest.h>
+#include <ka/message.h>
+#include <ka/version.h>
+
+#include <algorithm>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "messages.h"
+#include "support.h"
+
+namespace {
+
+// The modules in the order of the banner.
+std::vector<std::string> modules() {
+  std::istringstream names(
+      "db geoev gapka rc rcb rci rcc rcgi rcfg img lib mem api ka echo msg par phen scene job "
+      "trans spdl phcr disp rclm rch lprof rchw");
+  return {std::istream_iterator<std::string>(names), {}};
+}
+
+bool is_real(const std::string& module) {
+  const std::set<std::string> real = {"db", "img", "lib", "mem", "msg", "trans"};
+  return real.contains(module);
+}
+
+TEST(Version, TheBannerNamesReleaseAndEveryModuleInOrder) {
+  const auto lines = messages_of(ka_version);
+  const auto names = modules();
+  ASSERT_EQ(lines.size(), 2 + names.size());
+  EXPECT_EQ(lines[0], "version 3.2.0.320, 10 Oct 2002");
+  EXPECT_EQ(lines[1], "compiled on: Linux 2.4.7-10 (RedHat 7.2, glibc-2.2.4-13), i686, gcc3");
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    const std::string start =
+        names[i] + (is_real(names[i]) ? ":\tversion " : ":\tdummy version 1.0");
+    EXPECT_TRUE(lines[i + 2].starts_with(start)) << lines[i + 2];
+  }
+}
+
+TEST(Version, ModulesAreDebugMessages) {
+  EXPECT_EQ(messages_of(ka_version, KA_INFO).size(), 2u);
+  EXPECT_EQ(messages_of(ka_version, KA_DEBUG).size(), modules().size());
+}
+
+TEST(Version, FunctionsGiveTheTextsWithoutTheirMarkers) {
+  EXPECT_STREQ(ka_lumoralib_version(), "3.2.0.320");
+  EXPECT_STREQ(ka_lumoralib_date(), "10 Oct 2002");
+  EXPECT_STREQ(ka_lib_version(), "lib:\tversion 3.2");
+  EXPECT_STREQ(ka_mem_version(), "mem:\tversion 1.5");
+  EXPECT_STREQ(ka_img_version(), "img:\tversion 2.0");
+}
+
+// The texts behind a marker, each up to its NUL.
+std::set<std::string> marked_texts(const std::string& bytes, const std::string& marker) {
+  std::set<std::string> texts;
+  for (auto at = bytes.find(marker); at != std::string::npos; at = bytes.find(marker, at)) {
+    at += marker.size();
+    texts.insert(bytes.substr(at, bytes.find('\0', at) - at));
+  }
+  texts.erase("");  // a marker that stands for itself
+  return texts;
+}
+
+TEST(Version, ASearchOfTheProgramFindsReleaseDateAndModules) {
+  const std::string program = test::read_file(LUMORA_PROGRAM);
+  EXPECT_EQ(marked_texts(program, "==@@== "), (std::set<std::string>{"3.2.0.320", "10 Oct 2002"}));
+  const auto printed = messages_of(ka_version, KA_DEBUG);
+  EXPECT_EQ(marked_texts(program, "=@@= "), std::set<std::string>(printed.begin(), printed.end()));
+}
+
+}  // namespace
