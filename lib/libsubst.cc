@@ -175,14 +175,10 @@ void replace_start(const SubstRule& rule, std::string_view from, PathText& to) {
 }
 
 void replace_all(const SubstRule& rule, std::string_view from, PathText& to) {
-  for (std::size_t at = 0; at <= from.size();) {
-    if (const auto length = match(rule.search, from.substr(at))) {
-      to.add(rule.replacement);
-      at += std::max<std::size_t>(*length, 1);  // none: the pattern matches the end alone
-    } else {
-      to.add(from.substr(at, 1));
-      ++at;
-    }
+  while (!from.empty()) {
+    const auto length = match(rule.search, from);
+    to.add(length ? std::string_view(rule.replacement) : from.substr(0, 1));
+    from.remove_prefix(length.value_or(1));
   }
 }
 
