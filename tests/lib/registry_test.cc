@@ -6,9 +6,9 @@
 #include <ka/registry.h>
 
 #include <cstdlib>
+#include <latch>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "messages.h"
@@ -256,22 +256,23 @@ TEST_F(Registry, AMessageHandlerMayUseTheRegistry) {
   EXPECT_GT(calls, 3);
 }
 
+// Defines and looks up an entry named after the thread.
+void use_entries(void* latch) {
+  const std::string name =
+      std::string("{t").append(std::to_string(ka_msg_my_thread_id())).append("}");
+  for (int round = 0; round < 200; ++round) {
+    define(name.c_str(), {{"value", "{shared}"}});
+    EXPECT_EQ(lookup(name), "v");
+  }
+  static_cast<std::latch*>(latch)->count_down();
+}
+
 TEST_F(Registry, ThreadsShareTheEntries) {
   define("{shared}", {{"value", "{own}"}});
   define("{own}", {{"value", "v"}});
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([i] {
-      ka_msg_register_thread();
-      const std::string name = std::string("{t") + char('0' + i) + '}';
-      for (int round = 0; round < 200; ++round) {
-        define(name.c_str(), {{"value", "{shared}"}});
-        EXPECT_EQ(lookup(name), "v");
-      }
-      ka_msg_unregister_thread();
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
+  std::latch done(4);
+  for (int i = 0; i < 4; ++i) ASSERT_GT(ka_msg_start_thread(use_entries, &done), 0);
+  done.wait();
 }
 
 TEST(RegistryWithoutStart, TextsStandForThemselves) {

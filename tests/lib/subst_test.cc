@@ -8,8 +8,8 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <latch>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "messages.h"
@@ -277,15 +277,17 @@ class SubstStart : public Subst {
 
 TEST_F(SubstStart, ThreadsThatComeTogetherReadTheRulesOnce) {
   ka_errorhandler(count_builds);
-  std::vector<std::thread> threads;
+  std::latch done(4);
   for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([] {
-      ka_msg_register_thread();
-      EXPECT_EQ(substitute("C:\\a.dll"), "/a.so");
-      ka_msg_unregister_thread();
-    });
+    const int thread = ka_msg_start_thread(
+        [](void* latch) {
+          EXPECT_EQ(substitute("C:\\a.dll"), "/a.so");
+          static_cast<std::latch*>(latch)->count_down();
+        },
+        &done);
+    ASSERT_GT(thread, 0);
   }
-  for (std::thread& thread : threads) thread.join();
+  done.wait();
   EXPECT_EQ(builds, 1);
 }
 
