@@ -4,12 +4,14 @@
 
 #include <ka/detail/owned.h>
 #include <ka/img.h>
+#include <ka/message.h>
 
 #include <array>
 #include <span>
 
 #include "imageplanes.h"
 #include "imgcall.h"
+#include "stream.h"
 
 namespace ka {
 
@@ -20,8 +22,11 @@ template <typename State>
   return make_owned<State>();
 }
 
+// Before: the driver's open or create has succeeded. Anything else is a mistake of the program and
+// ends it.
 template <typename State>
 [[nodiscard]] State& state_of(img_file* handle) {
+  if (!handle->data.p) __assert("ifp->data.p != 0", __FILE__, __LINE__);
   return *static_cast<State*>(handle->data.p);
 }
 
@@ -31,6 +36,15 @@ template <typename State>
   Owned<State> state(static_cast<State*>(handle->data.p));
   handle->data.p = nullptr;
   return state;
+}
+
+// Ends a file that was written through `out`: what is left goes to the system. Nothing is added to
+// a file that has failed before, and nothing to one that was read. Returns 1, or 0 with the
+// handle's error set to `code`.
+inline int finish_file(img_file* handle, FileWriter& out, int code) {
+  if (!handle->writing || handle->error) return 1;
+  const int failure = out.flush();
+  return failure == 0 ? 1 : img_error(handle, code, failure);
 }
 
 // States the pixel type of the file that is being opened.

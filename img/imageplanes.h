@@ -3,6 +3,7 @@
 
 #include <ka/img.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -50,10 +51,28 @@ Sample* plane_of(const img_line* line, std::size_t slot) {
   return reinterpret_cast<Sample*>(reinterpret_cast<std::intptr_t>(line) + offset);
 }
 
+// The first `Count` planes of a line record.
+template <typename Sample, std::size_t Count>
+std::array<Sample*, Count> plane_pointers(const img_line* line) {
+  std::array<Sample*, Count> planes;
+  for (std::size_t slot = 0; slot < Count; ++slot) planes[slot] = plane_of<Sample>(line, slot);
+  return planes;
+}
+
 // Makes a line record refer to a plane anywhere in memory; null: absent.
 inline void set_plane(img_line* line, std::size_t slot, const void* plane) {
   line->offset[slot] =
       plane ? reinterpret_cast<std::intptr_t>(plane) - reinterpret_cast<std::intptr_t>(line) : 0;
+}
+
+// Makes a line record refer to planes of its type that stand one behind the other right after it.
+inline void set_planes_behind(img_line* line, int type, int width) {
+  const std::size_t slot = first_slot(type);
+  auto next = static_cast<std::intptr_t>(sizeof(img_line));
+  for (std::size_t component = 0; component < std::size_t(ka_img_ncomp[type]); ++component) {
+    line->offset[slot + component] = next;
+    next += static_cast<std::intptr_t>(plane_bytes(type, width));
+  }
 }
 
 // The line table of an image: image->height entries.

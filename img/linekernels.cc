@@ -1,48 +1,112 @@
 #include "linekernels.h"
 
-#include <ka/detail/targets.h>
+#include <utility>
 
+namespace ka {
 namespace {
 
-KA_KERNEL void split_3x8_body(const std::uint8_t* __restrict packed, std::uint8_t* __restrict first,
-                              std::uint8_t* __restrict second, std::uint8_t* __restrict third,
-                              std::size_t count) {
+// Samples of files stand at any address.
+template <typename Sample>
+struct [[gnu::packed, gnu::may_alias]] Unaligned {
+  Sample value;
+};
+
+KA_KERNEL std::uint8_t swapped(std::uint8_t value) { return value; }
+KA_KERNEL std::uint16_t swapped(std::uint16_t value) { return __builtin_bswap16(value); }
+KA_KERNEL std::uint32_t swapped(std::uint32_t value) { return __builtin_bswap32(value); }
+
+// The loops name each plane by a pointer of its own: the compiler then knows that they do not
+// overlap.
+template <typename Sample, bool Swap, std::size_t... C>
+KA_KERNEL void split_loop(const Unaligned<Sample>* __restrict packed, std::size_t count,
+                          std::index_sequence<C...>, auto* __restrict... planes) {
+  constexpr std::size_t n = sizeof...(C);
   for (std::size_t i = 0; i < count; ++i) {
-    first[i] = packed[3 * i];
-    second[i] = packed[3 * i + 1];
-    third[i] = packed[3 * i + 2];
+    ((planes[i] = Swap ? swapped(packed[n * i + C].value) : packed[n * i + C].value), ...);
   }
 }
 
-KA_KERNEL void pack_3x8_body(std::uint8_t* __restrict packed, const std::uint8_t* __restrict first,
-                             const std::uint8_t* __restrict second,
-                             const std::uint8_t* __restrict third, std::size_t count) {
+template <typename Sample, bool Swap, std::size_t... C>
+KA_KERNEL void pack_loop(Unaligned<Sample>* __restrict packed, std::size_t count,
+                         std::index_sequence<C...>, const auto* __restrict... planes) {
+  constexpr std::size_t n = sizeof...(C);
   for (std::size_t i = 0; i < count; ++i) {
-    packed[3 * i] = first[i];
-    packed[3 * i + 1] = second[i];
-    packed[3 * i + 2] = third[i];
+    ((packed[n * i + C].value = Swap ? swapped(planes[i]) : planes[i]), ...);
   }
 }
 
-KA_DEFINE_KERNELS(split_3x8, split_3x8_body,
-                  (const std::uint8_t* packed, std::uint8_t* first, std::uint8_t* second,
-                   std::uint8_t* third, std::size_t count),
-                  (packed, first, second, third, count));
-KA_DEFINE_KERNELS(pack_3x8, pack_3x8_body,
-                  (std::uint8_t * packed, const std::uint8_t* first, const std::uint8_t* second,
-                   const std::uint8_t* third, std::size_t count),
-                  (packed, first, second, third, count));
+template <typename Sample, bool Swap, std::size_t... C>
+KA_KERNEL void split_planes(const void* packed, void* const* planes, std::size_t count,
+                            std::index_sequence<C...> sequence) {
+  split_loop<Sample, Swap>(static_cast<const Unaligned<Sample>*>(packed), count, sequence,
+                           static_cast<Sample*>(planes[C])...);
+}
+
+template <typename Sample, bool Swap, std::size_t... C>
+KA_KERNEL void pack_planes(void* packed, const void* const* planes, std::size_t count,
+                           std::index_sequence<C...> sequence) {
+  pack_loop<Sample, Swap>(static_cast<Unaligned<Sample>*>(packed), count, sequence,
+                          static_cast<const Sample*>(planes[C])...);
+}
+
+template <typename Sample, std::size_t N, bool Swap>
+struct Split {
+  static constexpr std::make_index_sequence<N> kSequence{};
+  KA_KERNEL_MEMBERS((split_planes<Sample, Swap>),
+                    (const void* packed, void* const* planes, std::size_t count),
+                    (packed, planes, count, kSequence))
+};
+
+template <typename Sample, std::size_t N, bool Swap>
+struct Pack {
+  static constexpr std::make_index_sequence<N> kSequence{};
+  KA_KERNEL_MEMBERS((pack_planes<Sample, Swap>),
+                    (void* packed, const void* const* planes, std::size_t count),
+                    (packed, planes, count, kSequence))
+};
+
+// [components - 1][log2 of the bytes per sample][swap]
+template <template <typename, std::size_t, bool> typename Kernel, typename Function>
+using Cube = std::array<std::array<std::array<KernelTable<Function>, 2>, 3>, 4>;
+
+template <template <typename, std::size_t, bool> typename Kernel, typename Function>
+constexpr Cube<Kernel, Function> make_cube() {
+  return [&]<std::size_t... N>(std::index_sequence<N...>) {
+    return Cube<Kernel, Function>{{{{{Kernel<std::uint8_t, N + 1, false>::table(),
+                                      Kernel<std::uint8_t, N + 1, false>::table()},
+                                     {Kernel<std::uint16_t, N + 1, false>::table(),
+                                      Kernel<std::uint16_t, N + 1, true>::table()},
+                                     {Kernel<std::uint32_t, N + 1, false>::table(),
+                                      Kernel<std::uint32_t, N + 1, true>::table()}}}...}};
+  }
+  (std::make_index_sequence<4>());
+}
+
+constexpr auto kSplit = make_cube<Split, SplitKernel>();
+constexpr auto kPack = make_cube<Pack, PackKernel>();
+
+std::size_t log2_of(std::size_t sample_bytes) {
+  return static_cast<std::size_t>(std::countr_zero(sample_bytes));
+}
 
 }  // namespace
 
-void ka::split_3x8(const std::uint8_t* packed, std::uint8_t* first, std::uint8_t* second,
-                   std::uint8_t* third, std::size_t count) {
-  static const auto kernel = best_kernel(split_3x8_kernels);
-  kernel(packed, first, second, third, count);
+const KernelTable<SplitKernel>& split_kernels(std::size_t components, std::size_t sample_bytes,
+                                              bool swap) {
+  return kSplit[components - 1][log2_of(sample_bytes)][swap];
 }
 
-void ka::pack_3x8(std::uint8_t* packed, const std::uint8_t* first, const std::uint8_t* second,
-                  const std::uint8_t* third, std::size_t count) {
-  static const auto kernel = best_kernel(pack_3x8_kernels);
-  kernel(packed, first, second, third, count);
+const KernelTable<PackKernel>& pack_kernels(std::size_t components, std::size_t sample_bytes,
+                                            bool swap) {
+  return kPack[components - 1][log2_of(sample_bytes)][swap];
 }
+
+SplitKernel split_kernel(std::size_t components, std::size_t sample_bytes, bool swap) {
+  return best_kernel(split_kernels(components, sample_bytes, swap));
+}
+
+PackKernel pack_kernel(std::size_t components, std::size_t sample_bytes, bool swap) {
+  return best_kernel(pack_kernels(components, sample_bytes, swap));
+}
+
+}  // namespace ka

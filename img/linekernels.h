@@ -1,24 +1,69 @@
 // Planes of a line from interleaved samples of a row, and back: flat loops over whole rows.
 #pragma once
 
+#include <algorithm>
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <span>
 
+#include <ka/detail/targets.h>
+
 namespace ka {
 
-// Three 8-bit planes of `count` samples from 3 * count interleaved ones, and back. Planes and
-// packed samples do not overlap.
-void split_3x8(const std::uint8_t* packed, std::uint8_t* first, std::uint8_t* second,
-               std::uint8_t* third, std::size_t count);
-void pack_3x8(std::uint8_t* packed, const std::uint8_t* first, const std::uint8_t* second,
-              const std::uint8_t* third, std::size_t count);
+// `planes` are as many as a pixel has components; `packed` has the same number of samples for each
+// of `count` pixels, in the stated sample size, one pixel behind the other. Packed samples need no
+// alignment. The two do not overlap.
+using SplitKernel = void (*)(const void* packed, void* const* planes, std::size_t count);
+using PackKernel = void (*)(void* packed, const void* const* planes, std::size_t count);
+
+// Kernels by components (1 to 4), bytes per sample (1, 2, 4) and whether the file's byte order is
+// not the host's.
+[[nodiscard]] const KernelTable<SplitKernel>& split_kernels(std::size_t components,
+                                                            std::size_t sample_bytes, bool swap);
+[[nodiscard]] const KernelTable<PackKernel>& pack_kernels(std::size_t components,
+                                                          std::size_t sample_bytes, bool swap);
+
+// The best of them for this processor.
+[[nodiscard]] SplitKernel split_kernel(std::size_t components, std::size_t sample_bytes, bool swap);
+[[nodiscard]] PackKernel pack_kernel(std::size_t components, std::size_t sample_bytes, bool swap);
+
+// Distributes a row over planes. Before: `packed` holds planes.size() samples for each of `count`
+// pixels.
+template <typename Sample, std::size_t Components>
+void split(const std::uint8_t* packed, const std::array<Sample*, Components>& planes,
+           std::size_t count, std::endian order = std::endian::native) {
+  static const SplitKernel same = split_kernel(Components, sizeof(Sample), false);
+  static const SplitKernel swapped = split_kernel(Components, sizeof(Sample), true);
+  std::array<void*, Components> addresses;
+  for (std::size_t c = 0; c < Components; ++c) addresses[c] = planes[c];
+  (order == std::endian::native ? same : swapped)(packed, addresses.data(), count);
+}
+
+// Gathers a row from planes. Before: `packed` has room for planes.size() samples for each of
+// `count` pixels.
+template <typename Sample, std::size_t Components>
+void pack(std::uint8_t* packed, const std::array<Sample*, Components>& planes, std::size_t count,
+          std::endian order = std::endian::native) {
+  static const PackKernel same = pack_kernel(Components, sizeof(Sample), false);
+  static const PackKernel swapped = pack_kernel(Components, sizeof(Sample), true);
+  std::array<const void*, Components> addresses;
+  for (std::size_t c = 0; c < Components; ++c) addresses[c] = planes[c];
+  (order == std::endian::native ? same : swapped)(packed, addresses.data(), count);
+}
 
 // Drops the first `count` samples of a plane.
 template <typename Sample>
 void drop_front(std::span<Sample>& plane, std::size_t count) {
   plane = plane.subspan(count);
+}
+
+// Gives the first `count` samples of a plane one value, and drops them.
+template <typename Sample>
+void fill_front(std::span<Sample>& plane, std::size_t count, Sample value) {
+  std::fill_n(plane.data(), count, value);
+  drop_front(plane, count);
 }
 
 }  // namespace ka

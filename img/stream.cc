@@ -8,12 +8,16 @@
 
 namespace {
 
-// Reads up to `count` bytes, fewer only at the end of the file; -1 on a failure.
-ssize_t read_up_to(void* buffer, std::size_t count, FILE* stream) {
+constexpr std::int64_t kHere = -1;  // the position of the file descriptor
+
+// Reads up to `count` bytes at an offset, fewer only at the end of the file; -1 on a failure.
+ssize_t read_up_to(void* buffer, std::size_t count, FILE* stream, std::int64_t offset) {
   auto* const bytes = static_cast<std::uint8_t*>(buffer);
   std::size_t done = 0;
   while (done < count) {
-    const ssize_t got = read(fileno(stream), bytes + done, count - done);
+    const ssize_t got =
+        offset == kHere ? read(fileno(stream), bytes + done, count - done)
+                        : pread(fileno(stream), bytes + done, count - done, offset + off_t(done));
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) return -1;
     if (got == 0) break;
@@ -26,7 +30,7 @@ ssize_t read_up_to(void* buffer, std::size_t count, FILE* stream) {
 
 int img_fread(void* buffer, std::size_t count, FILE* stream) {
   errno = 0;
-  return read_up_to(buffer, count, stream) == ssize_t(count);
+  return read_up_to(buffer, count, stream, kHere) == ssize_t(count);
 }
 
 int img_fseek(FILE* stream, std::int64_t offset, int whence) {
@@ -35,24 +39,49 @@ int img_fseek(FILE* stream, std::int64_t offset, int whence) {
 
 namespace ka {
 
-void FileReader::start(img_file* handle, std::uint64_t offset) {
+void FileReader::start(img_file* handle, std::uint64_t offset, std::size_t buffer_size) {
   stream_ = handle->stream;
-  const auto size = std::uint64_t(handle->file_size);
-  left_ = offset < size && img_fseek(stream_, std::int64_t(offset), SEEK_SET) ? size - offset : 0;
-  buffer_ = Buffer(std::size_t(std::min<std::uint64_t>(left_, kBufferSize)));
+  size_ = std::uint64_t(handle->file_size);
+  buffer_ = Buffer(std::size_t(std::min<std::uint64_t>(size_, buffer_size)));
   at_ = end_ = buffer_.data();
+  left_ = size_ - std::min(offset, size_);
+}
+
+void FileReader::seek(std::uint64_t offset) {
+  const std::uint64_t here = size_ - left_;
+  const std::uint64_t front = here - std::uint64_t(at_ - buffer_.data());
+  if (offset >= front && offset <= here + std::uint64_t(end_ - at_)) {
+    at_ = buffer_.data() + (offset - front);
+  } else {
+    at_ = end_ = buffer_.data();
+  }
+  left_ = size_ - std::min(offset, size_);
 }
 
 bool FileReader::fill(std::size_t count) {
   errno = 0;
   if (count > left_ || count > buffer_.size()) return false;
   const auto kept = std::size_t(end_ - at_);
+  const std::uint64_t behind =
+      size_ - left_ + kept;  // file offset of what comes after the kept bytes
   std::memmove(buffer_.data(), at_, kept);
   const auto wanted = std::size_t(std::min<std::uint64_t>(buffer_.size(), left_)) - kept;
-  const ssize_t got = read_up_to(buffer_.data() + kept, wanted, stream_);
+  const ssize_t got = read_up_to(buffer_.data() + kept, wanted, stream_, std::int64_t(behind));
   at_ = buffer_.data();
   end_ = at_ + kept + std::max<ssize_t>(got, 0);
   return std::size_t(end_ - at_) >= count;
+}
+
+bool FileReader::read(std::span<std::uint8_t> bytes) {
+  errno = 0;
+  if (bytes.size() > left_) return false;
+  while (!bytes.empty()) {
+    const auto part = take(std::min(bytes.size(), buffer_.size()));
+    if (part.empty()) return false;
+    std::memcpy(bytes.data(), part.data(), part.size());
+    bytes = bytes.subspan(part.size());
+  }
+  return true;
 }
 
 void FileWriter::start(img_file* handle) {
@@ -73,6 +102,11 @@ void FileWriter::write(std::span<const char> bytes) {
     std::memcpy(put(part.size()).data(), part.data(), part.size());
     bytes = bytes.subspan(part.size());
   }
+}
+
+void FileWriter::seek(std::uint64_t offset) {
+  flush();
+  if (error_ == 0 && !img_fseek(stream_, std::int64_t(offset), SEEK_SET)) error_ = errno;
 }
 
 int FileWriter::flush() {

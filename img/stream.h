@@ -18,7 +18,8 @@ int img_fseek(FILE* stream, std::int64_t offset, int whence);
 
 namespace ka {
 
-// Reads a file from front to back through a buffer of its own.
+// Reads a file through a buffer of its own, from front to back or row by row wherever the rows
+// stand. Several readers of one file do not disturb each other.
 class FileReader {
  public:
   // Two readers and the lines they fill stay in a second-level cache; larger buffers measured
@@ -26,14 +27,18 @@ class FileReader {
   static constexpr std::size_t kBufferSize = std::size_t{128} << 10;
   static constexpr int kEnd = -1;
 
-  // Starts at a byte offset. Before: the handle is open, its file_size is set.
-  void start(img_file* handle, std::uint64_t offset);
+  // Starts at a byte offset. Before: the handle is open, its file_size is set. `buffer_size` bounds
+  // what one call of take can give.
+  void start(img_file* handle, std::uint64_t offset, std::size_t buffer_size = kBufferSize);
+
+  // Goes on at another byte offset.
+  void seek(std::uint64_t offset);
 
   // Bytes from here to the end of the file, as large as it was when it was opened.
   [[nodiscard]] std::uint64_t left() const { return left_; }
 
   // The next `count` bytes, valid until the next call; empty when fewer are left or when the system
-  // failed, which errno then tells (0 for an early end). `count` is at most kBufferSize.
+  // failed, which errno then tells (0 for an early end). `count` is at most the buffer's size.
   [[nodiscard]] std::span<const std::uint8_t> take(std::size_t count) {
     if (count > std::size_t(end_ - at_) && !fill(count)) return {};
     const auto bytes = std::span(at_, count);
@@ -41,6 +46,10 @@ class FileReader {
     left_ -= count;
     return bytes;
   }
+
+  // Copies the next bytes, as many as `bytes` has room for. False as take is empty; nothing is then
+  // taken.
+  [[nodiscard]] bool read(std::span<std::uint8_t> bytes);
 
   // The next byte, or kEnd.
   [[nodiscard]] int get() {
@@ -56,10 +65,11 @@ class FileReader {
   Buffer buffer_;
   const std::uint8_t* at_ = nullptr;   // the next byte
   const std::uint8_t* end_ = nullptr;  // behind the last byte in the buffer
-  std::uint64_t left_ = 0;
+  std::uint64_t size_ = 0;             // of the file
+  std::uint64_t left_ = 0;             // bytes from at_ to the end of the file
 };
 
-// Writes a file from front to back through a buffer of its own.
+// Writes a file through a buffer of its own, from front to back unless told otherwise.
 class FileWriter {
  public:
   static constexpr std::size_t kBufferSize = std::size_t{128} << 10;
@@ -71,6 +81,9 @@ class FileWriter {
   [[nodiscard]] std::span<std::uint8_t> put(std::size_t count);
   // Copies bytes, as many as there are.
   void write(std::span<const char> bytes);
+
+  // Goes on at another byte offset.
+  void seek(std::uint64_t offset);
 
   // Hands everything to the system. The error number of the first failure, 0 for none, is kept:
   // nothing is written after it.

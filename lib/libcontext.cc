@@ -1,3 +1,4 @@
+// The context area of this room, and its start.
 #include "libcontext.h"
 
 #include <ka/detail/start.h>

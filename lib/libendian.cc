@@ -31,10 +31,11 @@ KA_DEFINE_KERNELS(swap_ints, swap_body<std::uint32_t>, (std::uint8_t * at, std::
 KA_DEFINE_KERNELS(swap_doubles, swap_body<std::uint64_t>, (std::uint8_t * at, std::size_t n),
                   (at, n));
 
-template <typename Table>
-void swap_array(const Table& kernels, void* array, std::ptrdiff_t n) {
+using Kernel = void (*)(std::uint8_t* at, std::size_t n);
+
+void swap_array(Kernel kernel, void* array, std::ptrdiff_t n) {
   const ka::ModuleScope scope(KA_LIB);
-  if (n > 0) best_kernel(kernels)(static_cast<std::uint8_t*>(array), std::size_t(n));
+  if (n > 0) kernel(static_cast<std::uint8_t*>(array), std::size_t(n));
 }
 
 template <typename Word>
@@ -78,6 +79,17 @@ int ka_swap(void* record, const char* format) {
   return 0;
 }
 
-void ka_swap_ints(void* array, std::ptrdiff_t n) { swap_array(swap_ints_kernels, array, n); }
-void ka_swap_shorts(void* array, std::ptrdiff_t n) { swap_array(swap_shorts_kernels, array, n); }
-void ka_swap_doubles(void* array, std::ptrdiff_t n) { swap_array(swap_doubles_kernels, array, n); }
+void ka_swap_ints(void* array, std::ptrdiff_t n) {
+  static const auto kernel = best_kernel(swap_ints_kernels);
+  swap_array(kernel, array, n);
+}
+
+void ka_swap_shorts(void* array, std::ptrdiff_t n) {
+  static const auto kernel = best_kernel(swap_shorts_kernels);
+  swap_array(kernel, array, n);
+}
+
+void ka_swap_doubles(void* array, std::ptrdiff_t n) {
+  static const auto kernel = best_kernel(swap_doubles_kernels);
+  swap_array(kernel, array, n);
+}

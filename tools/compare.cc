@@ -4,16 +4,15 @@
 
 #include <cmath>
 #include <cstdio>
-#include <cstring>
 
 #include <ka/message.h>
 
+#include "compose.h"
 #include "measure.h"
+#include "output.h"
 #include "picture.h"
 
 namespace {
-
-constexpr int kPanelLines = 114;  // of the histogram above the difference image
 
 ka::MeasureSettings measure_settings(const Options& options) {
   return {.tolerance = options.tolerance,
@@ -22,7 +21,14 @@ ka::MeasureSettings measure_settings(const Options& options) {
           .brighten = options.brighten};
 }
 
-[[noreturn]] void different_sizes() { ka_fatal("files have different sizes"); }
+ka::ComposeSettings compose_settings(const Options& options) {
+  return {.measure = measure_settings(options),
+          .gamma = options.gamma,
+          .false_color = options.false_color,
+          .underlay = options.underlay};
+}
+
+int panel_lines(const Options& options) { return options.no_histogram ? 0 : ka::kPanelLines; }
 
 // Measures while both files are read line by line. What is told of a damaged file is the same as if
 // the first had been read whole before the second.
@@ -42,32 +48,29 @@ ka::Difference measure_streams(Picture& first, Picture& second,
   return meter.result();
 }
 
-ka::Difference measure_buffers(const img_image* first, const img_image* second,
-                               const ka::MeasureSettings& settings) {
-  ka_progress("pass 1: max diff");
-  const ka::Difference difference = ka::measure(first, second, second->height, settings);
-  ka_progress(
-      "pass 2: histogram");  // nobody sees the histograms unless a difference image shows them
-  return difference;
-}
+// Whole pictures, kept only where somebody needs them.
+struct Buffers {
+  ImageBuffer first, second;
+};
 
-// Whole pictures are kept only where somebody needs them: for a difference image, for files whose
-// lines do not come in the same order, and to show the messages of each file together.
+// Both pictures are needed whole for a difference image, for files whose lines do not come in the
+// same order, and to show the messages of each file together.
 ka::Difference read_and_measure(Picture& first, Picture& second, bool keep_whole,
-                                const ka::MeasureSettings& settings) {
+                                const ka::MeasureSettings& settings, Buffers& buffers) {
   if (!first.open()) first.tell_failure();
-  ImageBuffer first_image = keep_whole ? first.read() : nullptr;
+  if (keep_whole) buffers.first = first.read();
   if (!second.open()) {
-    if (!first_image) first.read_rest();
+    if (!buffers.first) first.read_rest();
     second.tell_failure();
   }
   if (!keep_whole && first.same_size(second) && first.same_order(second)) {
     return measure_streams(first, second, settings);
   }
-  if (!first_image) first_image = first.read();
-  const ImageBuffer second_image = second.read();
-  if (!first.same_size(second)) different_sizes();
-  return measure_buffers(first_image.get(), second_image.get(), settings);
+  if (!buffers.first) buffers.first = first.read();
+  buffers.second = second.read();
+  if (!first.same_size(second)) ka_fatal("files have different sizes");
+  ka_progress("pass 1: max diff");
+  return ka::measure(buffers.first.get(), buffers.second.get(), second.height(), settings);
 }
 
 // Not (below the threshold) is also true of a threshold that is not a number.
@@ -96,33 +99,34 @@ void print_result(const Picture& first, const Picture& second, const ka::Differe
   }
 }
 
-// The format that an output name or type stands for.
-int output_format(const Options& options) {
-  const char* const type =
-      options.output_type ? options.output_type : std::strrchr(options.output, '.');
-  if (!type) ka_fatal("missing output image file type");
-  const int format = *type ? ka_img_format_identify(type + 1) : -1;
-  if (format < 0) ka_fatal("unknown extension \"%s\"", type);
-  return format;
-}
-
-bool wants_difference_image(const Options& options, const ka::Difference& difference) {
-  if (difference.count == 0 && !options.write_if_equal) return false;
-  return options.output || options.display;
+// Draws the panel, writes the image and shows it.
+void put_out(Buffers& buffers, const Picture& picture, const ka::Histograms& histograms,
+             const Options& options) {
+  if (!options.no_histogram) {
+    ka::draw_panel(buffers.first.get(), picture.height(), histograms, compose_settings(options));
+  }
+  OutputFile output(options);
+  output.write(buffers.first.get(), picture.height() + panel_lines(options));
+  if (options.display) output.show(options);
 }
 
 }  // namespace
 
 int compare(const Options& options) {
-  Picture first(options.first, options.no_histogram ? 0 : kPanelLines);
+  Picture first(options.first, panel_lines(options));
   Picture second(options.second, 0);
-  const bool keep_whole = options.verbose || options.output || options.display;
-  const ka::Difference difference =
-      read_and_measure(first, second, keep_whole, measure_settings(options));
-  print_result(first, second, difference, options);
-  if (wants_difference_image(options, difference)) {
-    if (options.output) (void)output_format(options);
-    ka_fatal("cannot create %s", options.output ? options.output : "the image to display");
+  const bool may_put_out = options.output || options.display;
+  Buffers buffers;
+  const ka::Difference difference = read_and_measure(first, second, may_put_out || options.verbose,
+                                                     measure_settings(options), buffers);
+  ka_progress("pass 2: histogram");
+  const bool puts_out = may_put_out && (difference.count != 0 || options.write_if_equal);
+  ka::Histograms histograms;  // seen in a difference image only
+  if (puts_out) {
+    histograms = ka::compose_difference(buffers.first.get(), buffers.second.get(), second.height(),
+                                        compose_settings(options), difference.scale);
   }
+  print_result(first, second, difference, options);
+  if (puts_out) put_out(buffers, first, histograms, options);
   return std::fabs(difference.maximum_percent) >= options.threshold ? 1 : 0;
 }

@@ -18,14 +18,6 @@ int sample_tolerance(const MeasureSettings& settings) {
   return std::clamp(settings.tolerance, 0, kLargestSample);
 }
 
-LinePlanes image_line(const img_image* image, int y) {
-  const auto* const base = reinterpret_cast<const std::uint8_t*>(image);
-  const auto* const table = reinterpret_cast<const img_image_line*>(base + sizeof(img_image));
-  LinePlanes planes;
-  for (std::size_t c = 0; c < planes.size(); ++c) planes[c] = base + table[y].offset[c];
-  return planes;
-}
-
 LineSums line_sums(const MeasureSettings& settings, const LinePlanes& first,
                    const LinePlanes& second, int width) {
   static const auto colour = best_kernel(colour_kernels);
@@ -37,50 +29,28 @@ LineSums line_sums(const MeasureSettings& settings, const LinePlanes& first,
   return sums;
 }
 
-// One pixel of pass 2.
-struct PixelSums {
-  int sum;    // with the alpha part
-  int alpha;  // the alpha part alone
-};
-
-int counted(const MeasureSettings& settings, std::uint8_t a, std::uint8_t b) {
-  const int d = a - b;
-  return std::abs(d) > sample_tolerance(settings) ? d : 0;
-}
-
-PixelSums pixel_sums(const MeasureSettings& settings, const LinePlanes& first,
-                     const LinePlanes& second, std::size_t x) {
+// The intensity of one pixel in pass 1.
+int intensity(const LinePlanes& first, const LinePlanes& second, std::size_t x, int tolerance) {
   int sum = 0;
-  for (const std::size_t c : {2, 1, 0}) {
-    const int d = counted(settings, first[c][x], second[c][x]);
-    sum =
-        settings.signed_intensity ? int(float(sum) + float(d) * kIntensityWeights[c]) : sum + d * d;
+  for (const std::size_t c : {2U, 1U, 0U}) {
+    const int d = first[c][x] - second[c][x];
+    if (std::abs(d) > tolerance) sum = int(float(sum) + float(d) * kIntensityWeights[c]);
   }
-  if (settings.ignore_alpha) return {sum, 0};
-  const int d = counted(settings, first[3][x], second[3][x]);
-  const int alpha = settings.signed_intensity ? d : d * d;
-  return {sum + alpha, alpha};
+  return sum;
 }
 
-void count(Histograms::Bins& bins, double value) {
-  ++bins[std::size_t(std::min(255.0 * value, 255.0))];
-}
-
-void count_colour(Histograms& histograms, const PixelSums& pixel, const MeasureSettings& settings,
-                  double scale) {
-  count(histograms.main, std::sqrt(pixel.sum) / 255.0 / scale);
-  if (!settings.ignore_alpha) count(histograms.alpha, std::sqrt(pixel.alpha) / 255.0 / scale);
-}
-
-void count_intensity(Histograms& histograms, const PixelSums& pixel,
-                     const MeasureSettings& settings, double scale) {
-  count(pixel.sum < 0 ? histograms.negative : histograms.main, std::abs(pixel.sum) / scale);
-  if (settings.ignore_alpha) return;
-  count(pixel.alpha < 0 ? histograms.negative_alpha : histograms.alpha,
-        std::abs(pixel.alpha) / scale);
-}
+// The bin of a value: 0 to 1 fill the histogram, everything above lands in the last bin.
+std::uint32_t bin_of(double value) { return std::uint32_t(std::min(255.0 * value, 255.0)); }
 
 }  // namespace
+
+LinePlanes line_planes_of(const img_image* image, int y) {
+  const auto* const base = reinterpret_cast<const std::uint8_t*>(image);
+  const auto* const table = reinterpret_cast<const img_image_line*>(base + sizeof(img_image));
+  LinePlanes planes;
+  for (std::size_t c = 0; c < planes.size(); ++c) planes[c] = base + table[y].offset[c];
+  return planes;
+}
 
 Meter::Meter(const MeasureSettings& settings) : settings_(settings) {}
 
@@ -100,10 +70,8 @@ void Meter::add_line(int y, const LinePlanes& first, const LinePlanes& second, i
 
 std::int32_t Meter::first_of_size(std::int32_t size, const LinePlanes& first,
                                   const LinePlanes& second, int width) const {
-  MeasureSettings opaque = settings_;
-  opaque.ignore_alpha = true;  // alpha has weight 0 in this pass
   for (std::size_t x = 0; x < std::size_t(width); ++x) {
-    const int sum = pixel_sums(opaque, first, second, x).sum;
+    const int sum = intensity(first, second, x, sample_tolerance(settings_));
     if (std::abs(sum) == size) return sum;
   }
   return size;
@@ -113,7 +81,8 @@ Difference Meter::result() const {
   Difference result{.count = int(count_), .total = double(total_), .largest = double(largest_)};
   if (settings_.signed_intensity) {
     result.maximum_percent = 100.0 * result.largest / 255.0;
-    result.scale = settings_.brighten ? std::fabs(result.largest) : 255.0;
+    // Pictures that differ in alpha alone have no intensity to scale by.
+    result.scale = settings_.brighten && largest_ != 0 ? std::fabs(result.largest) : 255.0;
     return result;
   }
   const double distance = std::sqrt(result.largest) / 255.0;
@@ -128,7 +97,7 @@ Difference measure(const img_image* first, const img_image* second, int height,
                    const MeasureSettings& settings) {
   Meter meter(settings);
   for (int y = 0; y < height; ++y) {
-    meter.add_line(y, image_line(first, y), image_line(second, y), first->width);
+    meter.add_line(y, line_planes_of(first, y), line_planes_of(second, y), first->width);
   }
   return meter.result();
 }
@@ -139,22 +108,62 @@ double average_percent(const Difference& difference, const MeasureSettings& sett
   return 100.0 * std::sqrt(mean) / (settings.ignore_alpha ? kRangeWithoutAlpha : kRange);
 }
 
-Histograms count_histograms(const img_image* first, const img_image* second, int height,
-                            const MeasureSettings& settings, double scale) {
+HistogramPass::HistogramPass(const MeasureSettings& settings, double scale, int width)
+    : settings_(settings), alpha_bins_(kLargestSample + 1) {
+  row_.sums.resize(std::size_t(width));
+  row_.alphas.resize(std::size_t(width));
+  row_.entries.resize(std::size_t(width));
+  const double range = settings.signed_intensity ? scale : 255.0 * scale;
+  fill_by_sum(alpha_bins_, [&](std::size_t a) { return bin_of(double(a) / range); });
+  if (settings.signed_intensity) {
+    table_.resize(kLargestIntensitySum + 1);
+    fill_by_sum(table_, [&](std::size_t s) { return bin_of(double(s) / scale); });
+  } else {
+    table_.resize(kLargestColourSum + 1);
+    fill_by_sum(table_,
+                [&](std::size_t s) { return bin_of(std::sqrt(double(s)) / 255.0 / scale); });
+  }
+}
+
+const PixelRow& HistogramPass::add_line(const LinePlanes& first, const LinePlanes& second) {
+  static const auto colour = best_kernel(colour_pixel_kernels);
+  static const auto intensity = best_kernel(intensity_pixel_kernels);
+  static const auto count = best_kernel(count_kernels);
+  const auto sum = settings_.signed_intensity ? intensity : colour;
+  const std::size_t width = row_.sums.size();
+  sum(first, second, width, sample_tolerance(settings_), settings_.ignore_alpha ? 3 : 4,
+      row_.sums.data(), row_.alphas.data());
+  count({row_.sums.data(), row_.alphas.data(), table_.data(), alpha_bins_.data()}, width,
+        row_.entries.data(), main_, alpha_);
+  return row_;
+}
+
+// A colour distance has no sign: only intensities fill the negative histograms.
+Histograms HistogramPass::result() const {
   Histograms histograms;
-  for (int y = 0; y < height; ++y) {
-    const LinePlanes a = image_line(first, y), b = image_line(second, y);
-    for (std::size_t x = 0; x < std::size_t(first->width); ++x) {
-      const PixelSums pixel = pixel_sums(settings, a, b, x);
-      if (pixel.sum == 0) continue;
-      if (settings.signed_intensity) {
-        count_intensity(histograms, pixel, settings, scale);
-      } else {
-        count_colour(histograms, pixel, settings, scale);
+  Histograms::Bins none{};
+  const auto add_up = [](const Counters& counters, Histograms::Bins& positive,
+                         Histograms::Bins& negative) {
+    for (const auto& set : counters) {
+      for (std::size_t bin = 0; bin < positive.size(); ++bin) {
+        positive[bin] += set[bin];
+        negative[bin] += set[kCounterSide + bin];
       }
     }
-  }
+  };
+  const bool is_signed = settings_.signed_intensity;
+  add_up(main_, histograms.main, is_signed ? histograms.negative : none);
+  if (settings_.ignore_alpha) return histograms;
+  add_up(alpha_, histograms.alpha, is_signed ? histograms.negative_alpha : histograms.alpha);
   return histograms;
+}
+
+Histograms count_histograms(const img_image* first, const img_image* second, int height,
+                            const MeasureSettings& settings, double scale) {
+  HistogramPass pass(settings, scale, second->width);
+  for (int y = 0; y < height; ++y)
+    (void)pass.add_line(line_planes_of(first, y), line_planes_of(second, y));
+  return pass.result();
 }
 
 }  // namespace ka

@@ -1,111 +1,272 @@
+// The loops have constant lengths and samples as narrow as their values allow: that is what lets
+// the compilers fill whole vectors.
 #include "measurekernels.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace ka {
 namespace {
 
-constexpr std::size_t kBlock =
-    64;  // pixels looked at together: most blocks of most pairs do not differ
+constexpr std::size_t kBlock = kMeasureBlock;
+// Eight planes are more streams than a processor follows by itself. In bytes from the block.
+constexpr std::size_t kPrefetch = 512;
+constexpr int kLargestDistance = 255;
 
-KA_KERNEL std::uint8_t distance(std::uint8_t a, std::uint8_t b) {
-  return std::uint8_t(a > b ? a - b : b - a);
+template <std::size_t Channels>
+using Distances = std::array<std::array<std::uint8_t, kBlock>, Channels>;
+
+// The end of a line that does not fill a block, followed by zeros.
+template <std::size_t Channels>
+struct Tail {
+  Distances<Channels> samples{};
+  LinePlanes planes{};
+};
+
+template <std::size_t Channels>
+KA_KERNEL void copy_tail(Tail<Channels>& tail, const LinePlanes& line, std::size_t at,
+                         std::size_t width) {
+  for (std::size_t c = 0; c < Channels; ++c) {
+    std::memcpy(tail.samples[c].data(), line[c] + at, width - at);
+    tail.planes[c] = tail.samples[c].data();
+  }
 }
 
-// Whether any sample of a block differs by more than the tolerance.
-KA_KERNEL bool block_differs(const LinePlanes& first, const LinePlanes& second, std::size_t at,
-                             int from, int to, std::uint8_t tolerance) {
-  std::uint8_t beyond = 0;
-  for (int c = from; c < to; ++c) {
-    const std::uint8_t* __restrict a = first[std::size_t(c)] + at;
-    const std::uint8_t* __restrict b = second[std::size_t(c)] + at;
+KA_KERNEL void prefetch(const LinePlanes& line, std::size_t channels, std::size_t at) {
+  for (std::size_t c = 0; c < channels; ++c) __builtin_prefetch(line[c] + at);
+}
+
+// Distances of the samples of one block, 0 below `counted`. False when all are 0.
+template <std::size_t Channels>
+KA_KERNEL bool block_distances(const LinePlanes& first, const LinePlanes& second, std::size_t at,
+                               std::uint8_t counted, Distances<Channels>& distances) {
+  std::uint8_t any = 0;
+  for (std::size_t c = 0; c < Channels; ++c) {
+    const std::uint8_t* __restrict a = first[c] + at;
+    const std::uint8_t* __restrict b = second[c] + at;
+    std::uint8_t* __restrict d = distances[c].data();
     for (std::size_t i = 0; i < kBlock; ++i) {
-      const std::uint8_t d = distance(a[i], b[i]);
-      beyond = std::uint8_t(beyond | (d > tolerance ? d : 0));
+      const std::uint8_t more = a[i] > b[i] ? a[i] : b[i], less = a[i] > b[i] ? b[i] : a[i];
+      const auto distance = std::uint8_t(more - less);
+      d[i] = distance >= counted ? distance : std::uint8_t{0};
+      any = std::uint8_t(any | d[i]);
     }
   }
-  return beyond != 0;
+  return any != 0;
 }
 
-KA_KERNEL std::uint32_t square(std::uint8_t a, std::uint8_t b, std::uint8_t tolerance) {
-  const std::uint8_t d = distance(a, b);
-  const std::uint32_t counted = d > tolerance ? d : 0;
-  return counted * counted;
-}
+template <std::size_t Channels>
+struct ColourBlock {
+  static constexpr std::size_t kChannels = Channels;
 
-template <int Channels>
-KA_KERNEL void colour_block(const LinePlanes& first, const LinePlanes& second, std::size_t at,
-                            std::size_t size, std::uint8_t tolerance, LineSums& sums) {
-  std::uint32_t count = 0, total = 0, most = 0;
-  for (std::size_t i = at; i < at + size; ++i) {
-    std::uint32_t s = 0;
-    for (std::size_t c = 0; c < Channels; ++c) s += square(first[c][i], second[c][i], tolerance);
-    count += s != 0;
-    total += s;
-    most = std::max(most, s);
+  KA_KERNEL static void add(const LinePlanes& first, const LinePlanes& second, std::size_t at,
+                            std::uint8_t counted, LineSums& sums) {
+    Distances<Channels> distances;
+    if (!block_distances(first, second, at, counted, distances)) return;
+    std::uint16_t squares[Channels][kBlock];
+    for (std::size_t c = 0; c < Channels; ++c) {
+      const std::uint8_t* __restrict d = distances[c].data();
+      for (std::size_t i = 0; i < kBlock; ++i) squares[c][i] = std::uint16_t(d[i] * d[i]);
+    }
+    std::int32_t count = 0, total = 0, most = 0;
+    for (std::size_t i = 0; i < kBlock; ++i) {
+      std::int32_t s = 0;
+      for (std::size_t c = 0; c < Channels; ++c) s += squares[c][i];
+      count += s != 0;
+      total += s;
+      most = std::max(most, s);
+    }
+    sums.count += std::uint32_t(count);
+    sums.total += total;
+    sums.most = std::max(sums.most, most);
   }
-  sums.count += count;
-  sums.total += total;
-  sums.most = std::max(sums.most, std::int32_t(most));
+};
+
+// The weights in parts of 65536. Products with them are cut to the same whole numbers as the exact
+// ones.
+constexpr std::array<std::uint32_t, 3> kScaledWeights = {19595, 38470, 7471};
+constexpr bool cuts_exactly(std::size_t channel, std::uint32_t thousandths) {
+  for (std::uint32_t d = 0; d <= 255; ++d) {
+    if (d * kScaledWeights[channel] >> 16 != d * thousandths / 1000) return false;
+  }
+  return true;
+}
+static_assert(cuts_exactly(0, 299) && cuts_exactly(1, 587) && cuts_exactly(2, 114));
+
+// s + d * weight, cut towards 0. The product is cut downwards first, by 1 too far where it is below
+// 0; it is never whole but for d = 0, so that a sum below 0 goes up by 1.
+template <std::size_t Channel>
+KA_KERNEL std::int16_t add_weighted(std::int16_t s, std::uint8_t a, std::uint8_t b,
+                                    std::int16_t tolerance) {
+  const auto difference = std::int16_t(a - b);
+  const auto size = std::int16_t(difference < 0 ? -difference : difference);
+  const auto d = std::int16_t(size > tolerance ? difference : 0);
+  const auto distance = std::uint16_t(size > tolerance ? size : 0);
+  const auto whole = std::int16_t(distance * kScaledWeights[Channel] >> 16);
+  const auto sum = std::int16_t(s + (whole ^ std::int16_t(d >> 15)));
+  const auto is_counted = std::int16_t(size > tolerance ? -1 : 0);
+  return std::int16_t(sum - std::int16_t(std::int16_t(sum >> 15) & is_counted));
 }
 
-template <int Channels>
-KA_KERNEL void colour_line(const LinePlanes& first, const LinePlanes& second, std::size_t width,
-                           std::uint8_t tolerance, LineSums& sums) {
+struct IntensityBlock {
+  static constexpr std::size_t kChannels = 3;  // alpha has weight 0
+
+  KA_KERNEL static void add(const LinePlanes& first, const LinePlanes& second, std::size_t at,
+                            std::uint8_t counted, LineSums& sums) {
+    Distances<kChannels> distances;
+    if (!block_distances(first, second, at, counted, distances)) return;
+    const std::uint8_t* __restrict red1 = first[0] + at, * __restrict red2 = second[0] + at;
+    const std::uint8_t* __restrict green1 = first[1] + at, * __restrict green2 = second[1] + at;
+    const std::uint8_t* __restrict blue1 = first[2] + at, * __restrict blue2 = second[2] + at;
+    const auto tolerance = std::int16_t(counted - 1);
+    std::int16_t s[kBlock];
+    for (std::size_t i = 0; i < kBlock; ++i) {
+      s[i] = add_weighted<2>(0, blue1[i], blue2[i], tolerance);
+      s[i] = add_weighted<1>(s[i], green1[i], green2[i], tolerance);
+      s[i] = add_weighted<0>(s[i], red1[i], red2[i], tolerance);
+    }
+    std::int32_t count = 0;
+    std::int16_t total = 0, most = 0, least = 0;  // 64 * 255 is in range
+    for (std::size_t i = 0; i < kBlock; ++i) {
+      count += s[i] != 0;
+      total = std::int16_t(total + s[i]);
+      most = std::max(most, s[i]);
+      least = std::min(least, s[i]);
+    }
+    sums.count += std::uint32_t(count);
+    sums.total += total;
+    sums.most = std::max(sums.most, std::int32_t{most});
+    sums.least = std::min(sums.least, std::int32_t{least});
+  }
+};
+
+template <typename Block>
+KA_KERNEL void line_sums(const LinePlanes& first, const LinePlanes& second, std::size_t width,
+                         int tolerance, LineSums& sums) {
+  if (tolerance >= kLargestDistance) return;
+  const auto counted = std::uint8_t(tolerance + 1);
   std::size_t at = 0;
   for (; at + kBlock <= width; at += kBlock) {
-    if (block_differs(first, second, at, 0, Channels, tolerance)) {
-      colour_block<Channels>(first, second, at, kBlock, tolerance, sums);
-    }
+    prefetch(first, Block::kChannels, std::min(at + kPrefetch, width));
+    prefetch(second, Block::kChannels, std::min(at + kPrefetch, width));
+    Block::add(first, second, at, counted, sums);
   }
-  colour_block<Channels>(first, second, at, width - at, tolerance, sums);
+  if (at == width) return;
+  Tail<Block::kChannels> a, b;
+  copy_tail(a, first, at, width);
+  copy_tail(b, second, at, width);
+  Block::add(a.planes, b.planes, 0, counted, sums);
 }
 
 KA_KERNEL void colour_body(const LinePlanes& first, const LinePlanes& second, std::size_t width,
                            int tolerance, int channels, LineSums& sums) {
   if (channels == 4) {
-    colour_line<4>(first, second, width, std::uint8_t(tolerance), sums);
+    line_sums<ColourBlock<4>>(first, second, width, tolerance, sums);
   } else {
-    colour_line<3>(first, second, width, std::uint8_t(tolerance), sums);
+    line_sums<ColourBlock<3>>(first, second, width, tolerance, sums);
   }
-}
-
-// Floats are exact here: for differences of -255 to 255 no product comes nearer than a thousandth
-// to a whole number, so that every way of rounding it cuts to the same one.
-KA_KERNEL std::int32_t add_weighted(std::int32_t s, std::uint8_t a, std::uint8_t b,
-                                    std::uint8_t tolerance, float weight) {
-  const std::int32_t d = distance(a, b) > tolerance ? a - b : 0;
-  return std::int32_t(float(s) + float(d) * weight);
-}
-
-KA_KERNEL void intensity_block(const LinePlanes& first, const LinePlanes& second, std::size_t at,
-                               std::size_t size, std::uint8_t tolerance, LineSums& sums) {
-  std::uint32_t count = 0;
-  std::int32_t total = 0, most = 0, least = 0;
-  for (std::size_t i = at; i < at + size; ++i) {
-    std::int32_t s = add_weighted(0, first[2][i], second[2][i], tolerance, kIntensityWeights[2]);
-    s = add_weighted(s, first[1][i], second[1][i], tolerance, kIntensityWeights[1]);
-    s = add_weighted(s, first[0][i], second[0][i], tolerance, kIntensityWeights[0]);
-    count += s != 0;
-    total += s;
-    most = std::max(most, s);
-    least = std::min(least, s);
-  }
-  sums.count += count;
-  sums.total += total;
-  sums.most = std::max(sums.most, most);
-  sums.least = std::min(sums.least, least);
 }
 
 KA_KERNEL void intensity_body(const LinePlanes& first, const LinePlanes& second, std::size_t width,
                               int tolerance, int /*channels*/, LineSums& sums) {
-  const auto limit = std::uint8_t(tolerance);
-  std::size_t at = 0;
-  for (; at + kBlock <= width; at += kBlock) {
-    if (block_differs(first, second, at, 0, 3, limit))
-      intensity_block(first, second, at, kBlock, limit, sums);
+  line_sums<IntensityBlock>(first, second, width, tolerance, sums);
+}
+
+KA_KERNEL std::int16_t counted_difference(std::uint8_t a, std::uint8_t b, std::int16_t tolerance) {
+  const auto d = std::int16_t(a - b);
+  return std::int16_t((d < 0 ? -d : d) > tolerance ? d : 0);
+}
+
+KA_KERNEL std::int32_t counted_square(std::uint8_t a, std::uint8_t b, std::int16_t tolerance) {
+  const std::int32_t d = counted_difference(a, b, tolerance);
+  return d * d;
+}
+
+template <bool Intensity>
+KA_KERNEL void pixels_body(const LinePlanes& first, const LinePlanes& second, std::size_t width,
+                           int tolerance, int channels, std::int32_t* __restrict sums,
+                           std::int16_t* __restrict alphas) {
+  const auto limit = std::int16_t(tolerance);
+  const auto alpha_limit = std::int16_t(channels == 4 ? tolerance : kLargestDistance);
+  for (std::size_t i = 0; i < width; ++i) {
+    alphas[i] = counted_difference(first[3][i], second[3][i], alpha_limit);
+    if constexpr (Intensity) {
+      std::int16_t s = add_weighted<2>(0, first[2][i], second[2][i], limit);
+      s = add_weighted<1>(s, first[1][i], second[1][i], limit);
+      s = add_weighted<0>(s, first[0][i], second[0][i], limit);
+      sums[i] = s + alphas[i];
+    } else {
+      std::int32_t s = alphas[i] * alphas[i];
+      for (std::size_t c = 0; c < 3; ++c) s += counted_square(first[c][i], second[c][i], limit);
+      sums[i] = s;
+    }
   }
-  intensity_block(first, second, at, width - at, limit, sums);
+}
+
+// Positions in the counters come first, then the counting: a counter that changes could otherwise
+// be what is read.
+KA_KERNEL void count_positions(const std::uint16_t* positions, std::size_t size,
+                               Counters& counters) {
+  std::size_t i = 0;
+  for (; i + kCounterSets <= size; i += kCounterSets) {
+#pragma GCC unroll 8
+    for (std::size_t set = 0; set < kCounterSets; ++set) ++counters[set][positions[i + set]];
+  }
+  for (; i < size; ++i) ++counters[0][positions[i]];
+}
+
+// Signs and zeros are as good as random: they are worked in by arithmetic, as a branch would often
+// be taken wrongly.
+KA_KERNEL std::uint32_t magnitude(std::int32_t value) {
+  const std::int32_t sign = value >> 31;
+  return std::uint32_t((value ^ sign) - sign);
+}
+
+// Where a pixel is counted: on the side of `value`, or nowhere when its sum is 0.
+KA_KERNEL std::uint16_t position(std::int32_t sum, std::int32_t value, std::uint32_t bin) {
+  const std::uint32_t none = 0U - std::uint32_t(sum == 0);
+  const std::uint32_t side = std::uint32_t(value >> 31) & kCounterSide;
+  return std::uint16_t((bin & ~none) + (none & kNoBin) + side);
+}
+
+KA_KERNEL void count_block(const CountInput& input, std::size_t size,
+                           std::uint32_t* __restrict entries, Counters& main, Counters& alpha) {
+  const std::int32_t* __restrict sums = input.sums;
+  const std::int16_t* __restrict alphas = input.alphas;
+  std::int32_t any = 0, differing = 0;
+  std::int16_t any_alpha = 0;
+  for (std::size_t i = 0; i < size; ++i) {
+    any |= sums[i];
+    any_alpha = std::int16_t(any_alpha | alphas[i]);
+    differing += sums[i] != 0;
+  }
+  if (any == 0) return;
+  std::uint32_t sizes[kBlock];
+  for (std::size_t i = 0; i < size; ++i) sizes[i] = magnitude(sums[i]);
+  for (std::size_t i = 0; i < size; ++i) entries[i] = input.table[sizes[i]];
+  std::uint16_t positions[kBlock];
+  for (std::size_t i = 0; i < size; ++i)
+    positions[i] = position(sums[i], sums[i], entries[i] & 0xff);
+  count_positions(positions, size, main);
+  if (any_alpha == 0) {
+    alpha[0][0] += differing;
+    return;
+  }
+  std::uint32_t bins[kBlock];
+  for (std::size_t i = 0; i < size; ++i) sizes[i] = magnitude(alphas[i]);
+  for (std::size_t i = 0; i < size; ++i) bins[i] = input.alpha_bins[sizes[i]];
+  for (std::size_t i = 0; i < size; ++i) positions[i] = position(sums[i], alphas[i], bins[i]);
+  count_positions(positions, size, alpha);
+}
+
+KA_KERNEL void count_body(const CountInput& input, std::size_t width, std::uint32_t* entries,
+                          Counters& main, Counters& alpha) {
+  std::size_t at = 0;
+  const auto from = [&] {
+    return CountInput{input.sums + at, input.alphas + at, input.table, input.alpha_bins};
+  };
+  for (; at + kBlock <= width; at += kBlock) count_block(from(), kBlock, entries + at, main, alpha);
+  count_block(from(), width - at, entries + at, main, alpha);
 }
 
 KA_DEFINE_KERNELS(colour_sums, colour_body,
@@ -116,9 +277,25 @@ KA_DEFINE_KERNELS(intensity_sums, intensity_body,
                   (const LinePlanes& first, const LinePlanes& second, std::size_t width,
                    int tolerance, int channels, LineSums& sums),
                   (first, second, width, tolerance, channels, sums));
+KA_DEFINE_KERNELS(colour_pixels, pixels_body<false>,
+                  (const LinePlanes& first, const LinePlanes& second, std::size_t width,
+                   int tolerance, int channels, std::int32_t* sums, std::int16_t* alphas),
+                  (first, second, width, tolerance, channels, sums, alphas));
+KA_DEFINE_KERNELS(intensity_pixels, pixels_body<true>,
+                  (const LinePlanes& first, const LinePlanes& second, std::size_t width,
+                   int tolerance, int channels, std::int32_t* sums, std::int16_t* alphas),
+                  (first, second, width, tolerance, channels, sums, alphas));
+
+KA_DEFINE_KERNELS(counting, count_body,
+                  (const CountInput& input, std::size_t width, std::uint32_t* entries,
+                   Counters& main, Counters& alpha),
+                  (input, width, entries, main, alpha));
 
 }  // namespace
 
+constinit const KernelTable<CountKernel> count_kernels = counting_kernels;
+constinit const KernelTable<PixelKernel> colour_pixel_kernels = colour_pixels_kernels;
+constinit const KernelTable<PixelKernel> intensity_pixel_kernels = intensity_pixels_kernels;
 constinit const KernelTable<MeasureKernel> colour_kernels = colour_sums_kernels;
 constinit const KernelTable<MeasureKernel> intensity_kernels = intensity_sums_kernels;
 

@@ -1,18 +1,44 @@
-// The built-in drivers, as the format tables list them.
+// The built-in drivers, as the format tables list them. A family that several formats share tells
+// them apart by handle->format.
 #pragma once
 
 #include "imgcall.h"
 
-int img_test_ppm(img_file* handle, const uint8_t* head);
-int img_open_ppm(img_file* handle, const uint8_t* head);
-int img_create_ppm(img_file* handle);
-int img_close_ppm(img_file* handle);
-int img_read_ppm(img_file* handle, img_line* line);
-int img_write_ppm(img_file* handle, img_line* line);
+// Declares the six operations of a family.
+#define KA_IMAGE_DRIVER(family)                                      \
+  int img_test_##family(img_file* handle, const std::uint8_t* head); \
+  int img_open_##family(img_file* handle, const std::uint8_t* head); \
+  int img_create_##family(img_file* handle);                         \
+  int img_close_##family(img_file* handle);                          \
+  int img_read_##family(img_file* handle, img_line* line);           \
+  int img_write_##family(img_file* handle, img_line* line)
 
+KA_IMAGE_DRIVER(ct);
+KA_IMAGE_DRIVER(ppm);
+KA_IMAGE_DRIVER(rgb);
+KA_IMAGE_DRIVER(targa);
+
+inline constexpr img_driver kCtDriver = {.test = img_test_ct,
+                                         .open = img_open_ct,
+                                         .create = img_create_ct,
+                                         .close = img_close_ct,
+                                         .read = img_read_ct,
+                                         .write = img_write_ct};
 inline constexpr img_driver kPpmDriver = {.test = img_test_ppm,
                                           .open = img_open_ppm,
                                           .create = img_create_ppm,
                                           .close = img_close_ppm,
                                           .read = img_read_ppm,
                                           .write = img_write_ppm};
+inline constexpr img_driver kRgbDriver = {.test = img_test_rgb,
+                                          .open = img_open_rgb,
+                                          .create = img_create_rgb,
+                                          .close = img_close_rgb,
+                                          .read = img_read_rgb,
+                                          .write = img_write_rgb};
+inline constexpr img_driver kTargaDriver = {.test = img_test_targa,
+                                            .open = img_open_targa,
+                                            .create = img_create_targa,
+                                            .close = img_close_targa,
+                                            .read = img_read_targa,
+                                            .write = img_write_targa};

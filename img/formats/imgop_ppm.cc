@@ -14,12 +14,10 @@
 
 #include "driver.h"
 #include "drivers.h"
-#include "linekernels.h"
-#include "stream.h"
+#include "rows.h"
 
 namespace {
 
-constexpr std::size_t kPixelBytes = 3;  // of P6
 constexpr std::size_t kMaxToken = 255;  // characters of a floating-point number
 constexpr char kComment[] = "# created by Brannock lumoralib\n";
 
@@ -139,13 +137,9 @@ class TextLine {
 
 int read_binary_line(img_file* handle, img_line* line) {
   auto& pixels = ka::state_of<PpmState>(handle).pixels;
-  auto [red, green, blue] = ka::line_planes<std::uint8_t, 3>(handle, line);
-  while (!red.empty()) {
-    const std::size_t count = std::min(red.size(), ka::FileReader::kBufferSize / kPixelBytes);
-    const auto packed = pixels.take(count * kPixelBytes);
-    if (packed.empty()) return img_error(handle, IMG_ERR_READ, errno);
-    ka::split_3x8(packed.data(), red.data(), green.data(), blue.data(), count);
-    for (auto* plane : {&red, &green, &blue}) ka::drop_front(*plane, count);
+  const auto planes = ka::plane_pointers<std::uint8_t, 3>(line);
+  if (!ka::read_row(pixels, planes, static_cast<std::size_t>(handle->width))) {
+    return img_error(handle, IMG_ERR_READ, errno);
   }
   return 1;
 }
@@ -225,13 +219,11 @@ void write_rgbe_line(img_file* handle, img_line* line) {
 
 int write_binary_line(img_file* handle, img_line* line) {
   auto& out = ka::state_of<PpmState>(handle).out;
-  auto [red, green, blue] = ka::line_planes<std::uint8_t, 3>(handle, line);
-  while (!red.empty()) {
-    const std::size_t count = std::min(red.size(), ka::FileWriter::kBufferSize / kPixelBytes);
-    ka::pack_3x8(out.put(count * kPixelBytes).data(), red.data(), green.data(), blue.data(), count);
-    for (auto* plane : {&red, &green, &blue}) ka::drop_front(*plane, count);
+  const auto planes = ka::plane_pointers<std::uint8_t, 3>(line);
+  if (!ka::write_row(out, planes, static_cast<std::size_t>(handle->width))) {
+    return img_error(handle, IMG_ERR_WRITE, out.error());
   }
-  return out.error() == 0 ? 1 : img_error(handle, IMG_ERR_WRITE, out.error());
+  return 1;
 }
 
 char letter_of(const img_file* handle) {
@@ -304,7 +296,5 @@ int img_write_ppm(img_file* handle, img_line* line) {
 
 int img_close_ppm(img_file* handle) {
   const auto state = ka::take_state<PpmState>(handle);
-  if (!state || !handle->writing || handle->error) return 1;
-  const int failure = state->out.flush();
-  return failure == 0 ? 1 : img_error(handle, IMG_ERR_CLOSE, failure);
+  return state ? ka::finish_file(handle, state->out, IMG_ERR_CLOSE) : 1;
 }

@@ -32,7 +32,10 @@ INSTANTIATE_TEST_SUITE_P(
     Rows, SwapFormat,
     testing::Values(
         FormatRow{"ACountStandsForFieldsMore", "2s", {1, 2, 3, 4, 5, 6}, {2, 1, 4, 3, 6, 5}},
-        FormatRow{"PointersAreCleared", "p", {1, 2, 3, 4, 5, 6, 7, 8}, {0, 0, 0, 0, 0, 0, 0, 0}},
+        FormatRow{"PointersAreCleared",
+                  "ps",
+                  {1, 2, 3, 4, 5, 6, 7, 8, 9, 10},
+                  {0, 0, 0, 0, 0, 0, 0, 0, 10, 9}},
         FormatRow{"IntsAndFloats", "if", {1, 2, 3, 4, 5, 6, 7, 8}, {4, 3, 2, 1, 8, 7, 6, 5}},
         FormatRow{"Doubles", "d", {1, 2, 3, 4, 5, 6, 7, 8}, {8, 7, 6, 5, 4, 3, 2, 1}},
         FormatRow{"BytesShiftTheFieldsBehindThem",
@@ -60,7 +63,7 @@ class SwapArray : public testing::TestWithParam<ArrayRow> {};
 TEST_P(SwapArray, ReversesEveryElementAndNothingElse) {
   const auto& [name, swap, size] = GetParam();
   for (std::size_t n = 0; n <= 200; ++n) {
-    for (const std::size_t start : {0, 1, 3}) {
+    for (const std::size_t start : {0u, 1u, 3u}) {
       Bytes bytes(start + n * size + 1);
       std::iota(bytes.begin(), bytes.end(), std::uint8_t{0});
       Bytes expected = bytes;

@@ -57,15 +57,15 @@ TEST(Random, NumbersNextToOneAreRoundedToOne) {
   EXPECT_EQ(state, (State{0xffff, 0xffff, 0xffff}));
 }
 
-std::vector<float> draw(int index, int count) {
-  std::vector<float> numbers;
-  for (int i = 0; i < count; ++i) numbers.push_back(ka_taskrandom(index));
+std::vector<float> draw(int index, std::size_t count) {
+  std::vector<float> numbers(count);
+  for (float& number : numbers) number = ka_taskrandom(index);
   return numbers;
 }
 
-std::vector<float> draw_from(State state, int count) {
-  std::vector<float> numbers;
-  for (int i = 0; i < count; ++i) numbers.push_back(library_step(state));
+std::vector<float> draw_from(State state, std::size_t count) {
+  std::vector<float> numbers(count);
+  for (float& number : numbers) number = library_step(state);
   return numbers;
 }
 

@@ -44,6 +44,13 @@ std::array<Function, 3> usable_kernels(const KernelTable<Function>& table) {
   KA_TARGET_AVX512 void name##_avx512 parameters { body arguments; }                          \
   constexpr ::ka::KernelTable<void(*) parameters> name##_kernels = {name##_base, name##_avx2, \
                                                                     name##_avx512}
+
+// The same inside a class: static functions base, avx2 and avx512, and table().
+#define KA_KERNEL_MEMBERS(body, parameters, arguments)               \
+  static void base parameters { body arguments; }                    \
+  KA_TARGET_AVX2 static void avx2 parameters { body arguments; }     \
+  KA_TARGET_AVX512 static void avx512 parameters { body arguments; } \
+  static constexpr ::ka::KernelTable<void(*) parameters> table() { return {base, avx2, avx512}; }
 #else
 // Elsewhere the compiler's default instruction set has vectors already (NEON on arm64).
 template <typename Function>
@@ -64,6 +71,10 @@ std::array<Function, 3> usable_kernels(const KernelTable<Function>& table) {
 #define KA_DEFINE_KERNELS(name, body, parameters, arguments) \
   void name##_base parameters { body arguments; }            \
   constexpr ::ka::KernelTable<void(*) parameters> name##_kernels = {name##_base}
+
+#define KA_KERNEL_MEMBERS(body, parameters, arguments) \
+  static void base parameters { body arguments; }      \
+  static constexpr ::ka::KernelTable<void(*) parameters> table() { return {base}; }
 #endif
 
 }  // namespace ka

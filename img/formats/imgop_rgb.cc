@@ -1,0 +1,304 @@
+// SGI images: planes of 8- or 16-bit samples, verbatim or run-length encoded, bottom line first;
+// written encoded. Layout: docs/formats.md, "SGI RGB", which is that of "The SGI Image File
+// Format", version 1.00. Numbers are big-endian.
+#include <errno.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <limits>
+#include <optional>
+
+#include "driver.h"
+#include "drivers.h"
+#include "linekernels.h"
+#include "rle.h"
+#include "stream.h"
+
+namespace {
+
+constexpr std::uint16_t kMagic = 474;
+constexpr std::uint64_t kHeaderBytes = 512;
+constexpr std::size_t kUsedBytes = 108;  // of the header; the rest is zero
+constexpr std::size_t kNameBytes = 80;
+constexpr std::uint32_t kNeverWritten = 0xffffffff;  // length of a row that is not in the file
+constexpr int kLargestSide = 65535;
+constexpr std::size_t kMaxChannels = 4;
+
+struct Header {
+  std::uint8_t storage;       // bit 0: run-length encoded
+  std::uint8_t sample_bytes;  // 1 or 2
+  std::uint16_t dimension;    // 1: one row, 2: one channel, 3: several channels
+  std::uint16_t width, height, channels;
+
+  [[nodiscard]] bool is_encoded() const { return (storage & 1) != 0; }
+  [[nodiscard]] std::size_t row_bytes() const { return std::size_t{width} * sample_bytes; }
+  [[nodiscard]] std::size_t rows() const { return std::size_t{height} * channels; }
+  [[nodiscard]] std::uint64_t first_row() const { return kHeaderBytes + 8 * std::uint64_t{rows()}; }
+};
+
+// Where the encoded rows stand, [channel * height + line].
+struct RowTable {
+  ka::vector<std::uint32_t> start;   // file offsets in bytes
+  ka::vector<std::uint32_t> length;  // bytes
+};
+
+struct RgbState {
+  Header header;
+  RowTable table;
+  std::array<ka::FileReader, kMaxChannels>
+      rows;              // one for each channel, whose rows stand far apart in most files
+  bool rows_interleave;  // the rows of one line stand together: one reader serves all
+  ka::FileWriter out;
+  std::uint64_t next_row;  // file offset of the next encoded row
+  ka::Buffer packets;      // of one row that is written
+  std::array<char, kNameBytes> name;
+};
+
+std::optional<Header> parse_header(std::span<const std::uint8_t> head) {
+  ka::ByteCursor in(head);
+  in.skip(2);
+  Header header{};
+  header.storage = in.u8();
+  header.sample_bytes = in.u8();
+  header.dimension = in.be16();
+  header.width = in.be16();
+  header.height = in.be16();
+  header.channels = in.be16();
+  return in ? std::optional(header) : std::nullopt;
+}
+
+// Files whose rows do not cover what their pixel type needs. One channel serves for all; of two
+// nobody knows which.
+bool is_supported(const Header& header) {
+  if (header.sample_bytes != 1 && header.sample_bytes != 2) return false;
+  if (header.dimension < 1 || header.dimension > 3 || header.channels == 0) return false;
+  return header.dimension != 3 || header.channels != 2;
+}
+
+int file_type_of(const Header& header) {
+  const bool deep = header.sample_bytes == 2;
+  if (header.channels == 4) return deep ? IMG_TYPE_RGBA_16 : IMG_TYPE_RGBA;
+  return deep ? IMG_TYPE_RGB_16 : IMG_TYPE_RGB;
+}
+
+std::optional<ka::vector<std::uint32_t>> read_table(ka::FileReader& in, std::size_t rows) {
+  ka::vector<std::uint32_t> table(rows);
+  const std::span bytes(reinterpret_cast<std::uint8_t*>(table.data()),
+                        rows * sizeof(std::uint32_t));
+  if (!in.read(bytes)) return std::nullopt;
+  for (std::uint32_t& entry : table) {
+    entry = ka::ByteCursor({reinterpret_cast<const std::uint8_t*>(&entry), sizeof entry}).be32();
+  }
+  return table;
+}
+
+// Both tables, or false when the file does not hold them.
+bool read_tables(RgbState& state) {
+  const std::size_t rows = state.header.rows();
+  ka::FileReader& in = state.rows[0];
+  in.seek(kHeaderBytes);
+  errno = 0;
+  if (in.left() < 8 * std::uint64_t{rows}) return false;
+  auto start = read_table(in, rows);
+  auto length = start ? read_table(in, rows) : std::nullopt;
+  if (!length) return false;
+  state.table = {std::move(*start), std::move(*length)};
+  return true;
+}
+
+void start_readers(img_file* handle, RgbState& state) {
+  const std::size_t needed = ka::counted_bound(state.header.width, state.header.sample_bytes);
+  const std::size_t buffer = std::max(ka::FileReader::kBufferSize / 2, needed);
+  for (auto& reader : state.rows) reader.start(handle, kHeaderBytes, buffer);
+}
+
+std::size_t row_number(const Header& header, std::size_t line, std::size_t channel) {
+  switch (header.dimension) {
+    case 1:
+      return 0;
+    case 2:
+      return line;
+    default:
+      return (header.channels == 1 ? 0 : channel) * header.height + line;
+  }
+}
+
+template <typename Sample>
+int read_encoded(img_file* handle, ka::FileReader& reader, std::size_t row,
+                 std::span<Sample> plane) {
+  const RgbState& state = ka::state_of<RgbState>(handle);
+  const std::uint32_t length = state.table.length[row];
+  if (length > ka::counted_bound(state.header.width, sizeof(Sample))) {
+    return img_error(handle, IMG_ERR_CORRUPT, 0);
+  }
+  reader.seek(state.table.start[row]);
+  const auto packets = reader.take(length);
+  if (packets.size() != length) return img_error(handle, IMG_ERR_READ, errno);
+  return ka::expand_counted(packets, plane) ? 1 : img_error(handle, IMG_ERR_CORRUPT, 0);
+}
+
+template <typename Sample>
+int read_verbatim(img_file* handle, ka::FileReader& reader, std::size_t row,
+                  std::span<Sample> plane) {
+  const std::size_t bytes = plane.size_bytes();
+  reader.seek(kHeaderBytes + std::uint64_t{row} * bytes);
+  const auto samples = reader.take(bytes);
+  if (samples.size() != bytes) return img_error(handle, IMG_ERR_READ, errno);
+  ka::split<Sample, 1>(samples.data(), {plane.data()}, plane.size(), std::endian::big);
+  return 1;
+}
+
+template <typename Sample>
+int getrow(img_file* handle, Sample* plane, std::size_t channel) {
+  RgbState& state = ka::state_of<RgbState>(handle);
+  const std::size_t row = row_number(state.header, std::size_t(handle->line_count), channel);
+  ka::FileReader& reader = state.rows[state.rows_interleave ? 0 : channel];
+  const std::span samples(plane, std::size_t(handle->width));
+  return state.header.is_encoded() ? read_encoded(handle, reader, row, samples)
+                                   : read_verbatim(handle, reader, row, samples);
+}
+
+template <typename Sample>
+int read_planes(img_file* handle, img_line* line) {
+  for (std::size_t channel = 0; channel < std::size_t(handle->components); ++channel) {
+    if (!getrow(handle, ka::plane_of<Sample>(line, channel), channel)) return 0;
+  }
+  return 1;
+}
+
+template <typename Sample>
+int putrow(img_file* handle, const Sample* plane, std::size_t channel) {
+  RgbState& state = ka::state_of<RgbState>(handle);
+  const std::size_t row = channel * state.header.height + std::size_t(handle->line_count);
+  const std::span<const Sample> samples(plane, std::size_t(handle->width));
+  const std::size_t length =
+      ka::compact_counted(samples, {state.packets.data(), state.packets.size()});
+  if (state.next_row + length > std::numeric_limits<std::uint32_t>::max()) {
+    return img_error(handle, IMG_ERR_WRITE, EFBIG);  // the tables hold 32-bit offsets
+  }
+  state.table.start[row] = static_cast<std::uint32_t>(state.next_row);
+  state.table.length[row] = static_cast<std::uint32_t>(length);
+  state.next_row += length;
+  state.out.write({reinterpret_cast<const char*>(state.packets.data()), length});
+  return state.out.error() == 0 ? 1 : img_error(handle, IMG_ERR_WRITE, state.out.error());
+}
+
+// Floats are kept as 16-bit samples: 0 to 1 fill their range.
+int put_float_row(img_file* handle, const float* plane, std::size_t channel) {
+  ka::vector<std::uint16_t> samples(static_cast<std::size_t>(handle->width));
+  for (std::size_t x = 0; x < samples.size(); ++x) {
+    samples[x] = plane[x] > 0 ? static_cast<std::uint16_t>(std::min(plane[x], 1.0F) * 65535.0F)
+                              : std::uint16_t{0};
+  }
+  return putrow<std::uint16_t>(handle, samples.data(), channel);
+}
+
+int put_plane(img_file* handle, img_line* line, std::size_t channel) {
+  switch (handle->bits) {
+    case 8:
+      return putrow(handle, ka::plane_of<const std::uint8_t>(line, channel), channel);
+    case 16:
+      return putrow(handle, ka::plane_of<const std::uint16_t>(line, channel), channel);
+    default:
+      return put_float_row(handle, ka::plane_of<const float>(line, channel), channel);
+  }
+}
+
+void write_table(ka::FileWriter& out, const ka::vector<std::uint32_t>& table) {
+  for (const std::uint32_t entry : table) ka::ByteWriter(out.put(sizeof entry)).be32(entry);
+}
+
+void write_header(RgbState& state) {
+  const Header& header = state.header;
+  ka::ByteWriter out(state.out.put(kUsedBytes));
+  out.be16(kMagic);
+  out.u8(header.storage);
+  out.u8(header.sample_bytes);
+  out.be16(header.dimension);
+  out.be16(header.width);
+  out.be16(header.height);
+  out.be16(header.channels);
+  out.be32(0);                                         // smallest sample
+  out.be32(header.sample_bytes == 1 ? 0xff : 0xffff);  // largest sample
+  out.be32(0);
+  out.text(state.name.data(), kNameBytes);
+  out.be32(0);  // no colour map
+}
+
+// Stores what was collected while the rows were written.
+void img_rgb_copyout(RgbState& state) {
+  state.out.seek(kHeaderBytes);
+  write_table(state.out, state.table.start);
+  write_table(state.out, state.table.length);
+  state.out.seek(0);
+  write_header(state);
+}
+
+}  // namespace
+
+int img_test_rgb(img_file* /*handle*/, const std::uint8_t* head) {
+  return ka::ByteCursor({head, IMG_HEAD_SIZE}).be16() == kMagic;
+}
+
+int img_open_rgb(img_file* handle, const std::uint8_t* head) {
+  if (handle->file_size < std::int64_t{kUsedBytes}) return img_error(handle, IMG_ERR_READ, 0);
+  const auto header = parse_header({head, IMG_HEAD_SIZE});
+  if (!header || !is_supported(*header)) return img_error(handle, IMG_ERR_SUBTYPE, 0);
+  auto state = ka::make_state<RgbState>(handle);
+  state->header = *header;
+  handle->width = header->width;
+  handle->height = header->height;
+  start_readers(handle, *state);
+  if (header->is_encoded()) {
+    if (!read_tables(*state)) return img_error(handle, IMG_ERR_READ, errno);
+    const auto& start = state->table.start;
+    const std::size_t next_channel = header->height;
+    state->rows_interleave =
+        header->height > 1 && start.size() > next_channel && start[next_channel] < start[1];
+  }
+  ka::state_file_type(handle, file_type_of(*header));
+  handle->data.p = state.release();
+  return 1;
+}
+
+int img_create_rgb(img_file* handle) {
+  if (handle->width > kLargestSide || handle->height > kLargestSide) {
+    return img_error(handle, IMG_ERR_SUBTYPE, EFBIG);
+  }
+  auto state = ka::make_state<RgbState>(handle);
+  state->header = {.storage = 1,
+                   .sample_bytes = static_cast<std::uint8_t>(handle->bits <= 8 ? 1 : 2),
+                   .dimension = 3,
+                   .width = static_cast<std::uint16_t>(handle->width),
+                   .height = static_cast<std::uint16_t>(handle->height),
+                   .channels = static_cast<std::uint16_t>(handle->components)};
+  state->table.start.assign(state->header.rows(), 0);
+  state->table.length.assign(state->header.rows(), kNeverWritten);
+  state->packets = ka::Buffer(ka::counted_bound(state->header.width, state->header.sample_bytes));
+  std::strncpy(state->name.data(), handle->name ? handle->name : "", kNameBytes - 1);
+  state->next_row = state->header.first_row();
+  state->out.start(handle);
+  state->out.seek(state->next_row);
+  handle->data.p = state.release();
+  return 1;
+}
+
+int img_read_rgb(img_file* handle, img_line* line) {
+  return handle->bits == 8 ? read_planes<std::uint8_t>(handle, line)
+                           : read_planes<std::uint16_t>(handle, line);
+}
+
+int img_write_rgb(img_file* handle, img_line* line) {
+  for (std::size_t channel = 0; channel < std::size_t(handle->components); ++channel) {
+    if (!put_plane(handle, line, channel)) return 0;
+  }
+  return 1;
+}
+
+int img_close_rgb(img_file* handle) {
+  const auto state = ka::take_state<RgbState>(handle);
+  if (!state || !handle->writing || handle->error) return 1;
+  img_rgb_copyout(*state);
+  return ka::finish_file(handle, state->out, IMG_ERR_WRITE);
+}

@@ -1,0 +1,163 @@
+#include "compose.h"
+
+#include <cmath>
+#include <cstring>
+
+#include <ka/detail/targets.h>
+
+namespace ka {
+namespace {
+
+using MutablePlanes = std::array<std::uint8_t*, 4>;
+
+MutablePlanes mutable_planes(const LinePlanes& planes) {
+  MutablePlanes result;
+  for (std::size_t c = 0; c < planes.size(); ++c) result[c] = const_cast<std::uint8_t*>(planes[c]);
+  return result;
+}
+
+// Cut to a whole number. Differences can pass what the scale calls full: they show as full.
+std::uint8_t to_sample(double value) { return std::uint8_t(std::min(value, 255.0)); }
+
+// What single channel differences become. Everything that costs a root or a power stands in tables.
+struct ChannelTables {
+  std::array<std::uint8_t, 256> color;  // by absolute difference
+  std::array<std::uint8_t, 256> alpha;
+};
+
+double corrected(const ComposeSettings& settings, double v) {
+  return settings.gamma ? std::pow(v, 1.0 / *settings.gamma) : v;
+}
+
+ChannelTables make_channel_tables(const ComposeSettings& settings, double scale) {
+  ChannelTables tables;
+  for (std::size_t d = 0; d < tables.color.size(); ++d) {
+    const double v = corrected(settings, double(d) / 255.0 / scale);
+    tables.color[d] = to_sample(255.0 * v);
+    tables.alpha[d] = settings.measure.ignore_alpha ? 0
+                      : settings.false_color        ? to_sample(200.0 * v + 55.0)
+                                                    : tables.color[d];
+  }
+  return tables;
+}
+
+// The false colour of a pixel sum, R in the low byte.
+std::uint32_t color_of_sum(const ComposeSettings& settings, double scale, std::size_t sum) {
+  const double v = settings.measure.signed_intensity ? double(sum) / scale
+                                                     : std::sqrt(double(sum)) / 255.0 / scale;
+  const Rgb color = false_color(corrected(settings, v));
+  return std::uint32_t{color.r} | std::uint32_t{color.g} << 8 | std::uint32_t{color.b} << 16;
+}
+
+// Everything that a block of pixels is painted from.
+struct PaintInput {
+  const std::int32_t* sums;
+  const std::uint32_t* entries;
+  const ChannelTables* tables;
+  bool false_color, underlay;
+};
+
+KA_KERNEL void look_up(const std::uint8_t* a, const std::uint8_t* b,
+                       const std::array<std::uint8_t, 256>& table, std::size_t size,
+                       std::uint8_t* __restrict out) {
+  std::uint8_t distances[kMeasureBlock];
+  for (std::size_t i = 0; i < size; ++i)
+    distances[i] = std::uint8_t(a[i] > b[i] ? a[i] - b[i] : b[i] - a[i]);
+  for (std::size_t i = 0; i < size; ++i) out[i] = table[distances[i]];
+}
+
+// Every pixel is painted as one that differs; those that do not get their background.
+KA_KERNEL void paint_block(const PaintInput& input, const MutablePlanes& pixels,
+                           const LinePlanes& second, std::size_t at, std::size_t size) {
+  std::uint8_t samples[4][kMeasureBlock];
+  const std::int32_t* __restrict sums = input.sums + at;
+  const std::uint32_t* __restrict entries = input.entries + at;
+  look_up(pixels[3] + at, second[3] + at, input.tables->alpha, size, samples[3]);
+  for (std::size_t c = 0; c < 3; ++c) {
+    if (input.false_color) {
+      for (std::size_t i = 0; i < size; ++i)
+        samples[c][i] = std::uint8_t(entries[i] >> (8 * c + 8));
+    } else {
+      look_up(pixels[c] + at, second[c] + at, input.tables->color, size, samples[c]);
+    }
+  }
+  std::uint8_t differs[kMeasureBlock];
+  for (std::size_t i = 0; i < size; ++i) differs[i] = std::uint8_t(0 - (sums[i] != 0));
+  for (std::size_t c = 0; c < 4; ++c) {
+    std::uint8_t* __restrict plane = pixels[c] + at;
+    const std::uint8_t underlay = input.underlay ? 255 : 0;
+    for (std::size_t i = 0; i < size; ++i) {
+      const auto background = std::uint8_t(plane[i] / 10 & underlay);
+      plane[i] = std::uint8_t((samples[c][i] & differs[i]) | (background & ~differs[i]));
+    }
+  }
+}
+
+KA_KERNEL void paint_background(const MutablePlanes& pixels, std::size_t at, std::size_t size,
+                                bool underlay) {
+  for (std::uint8_t* const plane : pixels) {
+    if (!underlay) {
+      std::memset(plane + at, 0, size);
+      continue;
+    }
+    for (std::size_t i = at; i < at + size; ++i) plane[i] = plane[i] / 10;
+  }
+}
+
+KA_KERNEL void paint_body(const PaintInput& input, const MutablePlanes& pixels,
+                          const LinePlanes& second, std::size_t width) {
+  for (std::size_t at = 0; at < width; at += kMeasureBlock) {
+    const std::size_t size = std::min(kMeasureBlock, width - at);
+    std::int32_t any = 0;
+    for (std::size_t i = at; i < at + size; ++i) any |= input.sums[i];
+    if (any == 0) {
+      paint_background(pixels, at, size, input.underlay);
+    } else if (size == kMeasureBlock) {
+      paint_block(input, pixels, second, at, kMeasureBlock);
+    } else {
+      paint_block(input, pixels, second, at, size);
+    }
+  }
+}
+
+KA_DEFINE_KERNELS(paint, paint_body,
+                  (const PaintInput& input, const MutablePlanes& pixels, const LinePlanes& second,
+                   std::size_t width),
+                  (input, pixels, second, width));
+
+}  // namespace
+
+Rgb false_color(double v) {
+  constexpr double third = 0.3333333333333333, two_thirds = 0.6666666666666666;
+  v = std::clamp(v, 0.0, 1.0);
+  const auto byte = [](double value) { return std::uint8_t(value); };
+  if (v < third) {
+    const std::uint8_t a = byte(v * 255.0 * 3.0);
+    return {0, a, std::uint8_t(~a)};
+  }
+  if (v < two_thirds) {
+    const std::uint8_t a = byte(255.0 * (3.0 * v - 1.0));
+    return {a, std::uint8_t(~a), 0};
+  }
+  const std::uint8_t a = byte(255.0 * (3.0 * v - 2.0));
+  return {255, a, a};
+}
+
+Histograms compose_difference(img_image* first, const img_image* second, int height,
+                              const ComposeSettings& settings, double scale) {
+  static const auto paint = best_kernel(paint_kernels);
+  const ChannelTables tables = make_channel_tables(settings, scale);
+  const auto color = [&](std::size_t sum) {
+    return settings.false_color ? color_of_sum(settings, scale, sum) : 0;
+  };
+  HistogramPass pass(settings.measure, scale, second->width, color);
+  for (int y = 0; y < height; ++y) {
+    const LinePlanes a = line_planes_of(first, y), b = line_planes_of(second, y);
+    const PixelRow& row = pass.add_line(a, b);
+    paint({row.sums.data(), row.entries.data(), &tables, settings.false_color, settings.underlay},
+          mutable_planes(a), b, row.sums.size());
+  }
+  return pass.result();
+}
+
+}  // namespace ka

@@ -1,0 +1,39 @@
+// The difference image as a file: its name and format, writing it, showing it in the viewer. Every
+// failure is told and ends the process.
+#pragma once
+
+#include <ka/img.h>
+
+#include <string>
+
+#include "options.h"
+
+// Where a difference image goes. A temporary file goes away with this object, and also when the
+// process ends early.
+class OutputFile {
+ public:
+  // From the output name and type of the options; without a name a temporary file for the viewer.
+  explicit OutputFile(const Options& options);
+  ~OutputFile();
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
+
+  // Writes the lowest `height` lines of an image.
+  void write(img_image* image, int height);
+
+  // Shows the file in the viewer and waits for it. What becomes of the viewer is not looked at.
+  void show(const Options& options) const;
+
+ private:
+  [[noreturn]] void fail(const char* format);
+  void make_temporary();
+
+  std::string name_;
+  int format_;
+  bool is_temporary_ = false;
+  img_file file_{};
+};
+
+// The viewer's command line: names reach it unharmed whatever characters they hold.
+[[nodiscard]] std::string viewer_command(const std::string& first, const std::string& second,
+                                         const std::string& output);
