@@ -133,7 +133,8 @@ TEST_F(Sym, AttributesHaveAnIndexAndPerhapsAName) {
 
 TEST_F(Sym, AttributesBehindADeletedOneMoveDown) {
   add("x");
-  for (const char* name : {"a", "b", "c", "d"}) ka_sym_add_attribute(table, "x", name, *name - 'a');
+  std::uintptr_t data = 0;
+  for (const char* name : {"a", "b", "c", "d"}) ka_sym_add_attribute(table, "x", name, data++);
   EXPECT_EQ(ka_sym_delete_attribute(table, "x", 0), 1);
   EXPECT_EQ(ka_sym_delete_attribute_by_name(table, "x", "c"), 1);
   EXPECT_EQ(ka_sym_delete_attribute_by_name(table, "x", "c"), 0);
