@@ -168,6 +168,20 @@ std::optional<std::size_t> match(std::string_view pattern, std::string_view text
   return length;
 }
 
+struct Match {
+  std::size_t at, length;
+};
+
+std::optional<Match> find_first(std::string_view pattern, std::string_view text) {
+  const bool is_literal = pattern.front() != '?' && pattern.front() != '[';
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (is_literal) at = text.find(pattern.front(), at);
+    if (at == std::string_view::npos) break;
+    if (const auto length = match(pattern, text.substr(at))) return Match{at, *length};
+  }
+  return std::nullopt;
+}
+
 void replace_start(const SubstRule& rule, std::string_view from, PathText& to) {
   const auto length = match(std::string_view(rule.search).substr(1), from);
   if (length) to.add(rule.replacement);
@@ -175,11 +189,12 @@ void replace_start(const SubstRule& rule, std::string_view from, PathText& to) {
 }
 
 void replace_all(const SubstRule& rule, std::string_view from, PathText& to) {
-  while (!from.empty()) {
-    const auto length = match(rule.search, from);
-    to.add(length ? std::string_view(rule.replacement) : from.substr(0, 1));
-    from.remove_prefix(length.value_or(1));
+  while (const auto found = find_first(rule.search, from)) {
+    to.add(from.substr(0, found->at));
+    to.add(rule.replacement);
+    from.remove_prefix(found->at + found->length);
   }
+  to.add(from);
 }
 
 // Returns whether `to` is another text than `from`. A search text that an unset variable has
