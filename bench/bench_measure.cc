@@ -1,10 +1,14 @@
 // Measuring: both passes over whole rgba pictures, and the kernels of pass 1 on each instruction
 // set.
-#include <benchmark/benchmark.h>
-
+#include <array>
+#include <cstdint>
 #include <memory>
 #include <span>
 #include <string>
+
+#include <benchmark/benchmark.h>
+
+#include <ka/img.h>
 
 #include "benchmarks.h"
 #include "measure.h"
