@@ -3,6 +3,7 @@
 
 namespace bench {
 
+void add_convert_benchmarks();
 void add_measure_benchmarks();
 void add_ppm_benchmarks();
 

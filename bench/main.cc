@@ -17,6 +17,7 @@ int main(int argc, char** argv) {
   ka_mem_init();
   ka_img_init();
   ka_context_init();
+  bench::add_convert_benchmarks();
   bench::add_measure_benchmarks();
   bench::add_ppm_benchmarks();
   return bench::run(argc, argv);
