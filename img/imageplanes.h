@@ -65,6 +65,16 @@ inline void set_plane(img_line* line, std::size_t slot, const void* plane) {
       plane ? reinterpret_cast<std::intptr_t>(plane) - reinterpret_cast<std::intptr_t>(line) : 0;
 }
 
+// Makes a line record refer to planes of its type that stand one behind the other right after it.
+inline void set_planes_behind(img_line* line, int type, int width) {
+  const std::size_t slot = first_slot(type);
+  auto next = static_cast<std::intptr_t>(sizeof(img_line));
+  for (std::size_t component = 0; component < std::size_t(ka_img_ncomp[type]); ++component) {
+    line->offset[slot + component] = next;
+    next += static_cast<std::intptr_t>(plane_bytes(type, width));
+  }
+}
+
 // The line table of an image: image->height entries.
 inline img_image_line* line_table(img_image* image) {
   return reinterpret_cast<img_image_line*>(reinterpret_cast<std::uint8_t*>(image) +

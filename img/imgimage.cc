@@ -53,10 +53,7 @@ img_line* ka_img_line_alloc(img_file* handle) {
   const std::size_t bytes = ka::plane_bytes(handle->type, handle->width);
   const auto components = std::size_t(ka_img_ncomp[handle->type]);
   auto* const line = static_cast<img_line*>(ka_mem_allocate(sizeof(img_line) + components * bytes));
-  auto* plane = reinterpret_cast<std::uint8_t*>(line + 1);
-  for (std::size_t component = 0; component < components; ++component, plane += bytes) {
-    ka::set_plane(line, ka::first_slot(handle->type) + component, plane);
-  }
+  ka::set_planes_behind(line, handle->type, handle->width);
   return line;
 }
 

@@ -32,7 +32,7 @@ LineSums line_sums(const MeasureSettings& settings, const LinePlanes& first,
 // The intensity of one pixel in pass 1.
 int intensity(const LinePlanes& first, const LinePlanes& second, std::size_t x, int tolerance) {
   int sum = 0;
-  for (const std::size_t c : {2, 1, 0}) {
+  for (const std::size_t c : {2U, 1U, 0U}) {
     const int d = first[c][x] - second[c][x];
     if (std::abs(d) > tolerance) sum = int(float(sum) + float(d) * kIntensityWeights[c]);
   }

@@ -1,0 +1,39 @@
+# What `cmake --install` puts where: the library with its public headers, and what other builds find them by.
+include(CMakePackageConfigHelpers)
+
+install(TARGETS lumora EXPORT LumoraTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ka DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+        FILES_MATCHING PATTERN "*.h" PATTERN detail EXCLUDE)
+install(FILES ${PROJECT_SOURCE_DIR}/docs/vel_diff.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+
+# find_package(Lumora)
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Lumora)
+configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/LumoraConfig.cmake.in
+                              ${PROJECT_BINARY_DIR}/LumoraConfig.cmake INSTALL_DESTINATION ${package_dir})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/LumoraConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(EXPORT LumoraTargets NAMESPACE Lumora:: DESTINATION ${package_dir})
+install(FILES ${PROJECT_BINARY_DIR}/LumoraConfig.cmake ${PROJECT_BINARY_DIR}/LumoraConfigVersion.cmake
+        DESTINATION ${package_dir})
+
+# pkg-config lumora, found from where its file stands, so that an installation can be moved. The library is C++ inside: a C program that links the archive needs the C++ runtime beside it. A
+# shared library brings its own.
+if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
+  set(pc_prefix ${CMAKE_INSTALL_PREFIX})
+else()
+  file(RELATIVE_PATH up /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+  string(REGEX REPLACE "/$" "" up ${up})
+  set(pc_prefix "\${pcfiledir}/${up}")
+endif()
+cmake_path(APPEND pc_libdir "\${prefix}" ${CMAKE_INSTALL_LIBDIR})
+cmake_path(APPEND pc_includedir "\${prefix}" ${CMAKE_INSTALL_INCLUDEDIR})
+set(runtime_libraries "-lstdc++ -lm -pthread")
+if(BUILD_SHARED_LIBS)
+  set(pc_libs "")
+  set(pc_libs_private " ${runtime_libraries}")
+else()
+  set(pc_libs " ${runtime_libraries}")
+  set(pc_libs_private "")
+endif()
+configure_file(${CMAKE_CURRENT_LIST_DIR}/lumora.pc.in ${PROJECT_BINARY_DIR}/lumora.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/lumora.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

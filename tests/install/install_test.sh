@@ -1,0 +1,47 @@
+#!/bin/bash
+# Installs a built tree into a folder of its own, then builds and runs a program against what was installed: in C and in
+# C++, found by CMake and by pkg-config.
+#   install_test.sh CMAKE GENERATOR BUILD-FOLDER WORK-FOLDER C-COMPILER C++-COMPILER
+set -euo pipefail
+cmake=$1 generator=$2 build=$3 work=$4/work cc=$5 cxx=$6
+source=$(dirname "${BASH_SOURCE[0]}")/consumer
+prefix=$work/prefix
+
+fail() {
+  echo "$*" >&2
+  exit 1
+}
+
+# Runs one consumer; the library may be a shared one, the picture is also shown to the installed tool.
+check() {
+  local picture=$work/picture.ppm
+  rm -f "$picture"
+  "$1" "$picture" || fail "$1 ended with status $?"
+  "$prefix/bin/vel_diff" "$picture" "$picture" || fail "the installed vel_diff ended with status $?"
+}
+
+rm -rf "$work"
+"$cmake" --install "$build" --prefix "$prefix" > /dev/null
+[[ -f $prefix/share/man/man1/vel_diff.1 ]] || fail "the manual page is not installed"
+[[ ! -e $prefix/include/ka/detail ]] || fail "private headers are installed"
+config=$(find "$prefix" -name LumoraConfig.cmake)
+pc=$(find "$prefix" -name lumora.pc)
+export LD_LIBRARY_PATH=${pc%/pkgconfig/*}${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}
+
+for language in C CXX; do
+  "$cmake" -S "$source" -B "$work/$language" -G "$generator" -D CONSUMER_LANGUAGE=$language -D Lumora_DIR="${config%/*}" \
+    -D CMAKE_C_COMPILER="$cc" -D CMAKE_CXX_COMPILER="$cxx" --no-warn-unused-cli > "$work/log" || fail "$(cat "$work/log")"
+  "$cmake" --build "$work/$language" > "$work/log" || fail "$(cat "$work/log")"
+  check "$work/$language/consumer"
+done
+
+if ! command -v pkg-config > /dev/null; then
+  echo "pkg-config is not installed: its half of the test is left out"
+  exit 0
+fi
+export PKG_CONFIG_PATH=${pc%/*}
+read -ra flags <<< "$(pkg-config --cflags --libs lumora)"
+"$cc" -std=c11 -Wall -Wextra -Werror -x c "$source/consumer.c" -x none "${flags[@]}" -o "$work/pc_c"
+check "$work/pc_c"
+"$cxx" -std=c++20 -Wall -Wextra -Werror -x c++ "$source/consumer.c" -x none "${flags[@]}" -o "$work/pc_cxx"
+check "$work/pc_cxx"
