@@ -1,0 +1,9 @@
+// The groups of benchmarks. Each registers its own.
+#pragma once
+
+namespace bench {
+
+void add_measure_benchmarks();
+void add_ppm_benchmarks();
+
+}  // namespace bench
