@@ -163,11 +163,6 @@ int write_header(img_file* handle) {
   return create && create(handle);
 }
 
-void remove_by_name(const char* name) {
-  char path[KA_PATH_SIZE];
-  unlink(ka_string_substitute(path, name, sizeof path));
-}
-
 }  // namespace
 
 bool img_tells_files() { return (img_subverb & KA_SUBVERB_FILES) != 0; }
@@ -282,7 +277,7 @@ int ka_img_create(img_file* handle, const char* name, int type, int format, int 
 
 int ka_img_line_read(img_file* handle, img_line* line) {
   const ka::ModuleScope scope(KA_IMG);
-  if (!is_open(handle) || !has_driver_state(handle)) return unopened(handle);
+  if (!is_open(handle) || !has_driver_state(handle) || handle->writing) return unopened(handle);
   const auto read = img_format_at(handle->format).driver.read;
   int result = 0;
   if (passes_through(handle)) {
@@ -302,7 +297,7 @@ int ka_img_line_read(img_file* handle, img_line* line) {
 
 int ka_img_line_write(img_file* handle, img_line* line) {
   const ka::ModuleScope scope(KA_IMG);
-  if (!handle->stream) return unopened(handle);
+  if (!handle->stream || !handle->writing) return unopened(handle);
   if (handle->line_count == -1) {
     handle->line_count = 0;
   } else if (handle->line_count == 0 && !write_header(handle)) {
@@ -333,8 +328,9 @@ int ka_img_close(img_file* handle) {
     img_error(handle, IMG_ERR_CLOSE, errno);
     result = 0;
   }
-  if (handle->writing && handle->format == IMG_FORMAT_NULL && handle->name)
-    remove_by_name(handle->name);
+  if (handle->writing && handle->format == IMG_FORMAT_NULL && handle->name) {
+    img_remove_file(handle->name);
+  }
   handle->stream = nullptr;
   handle->data.p = nullptr;
   ka_mem_release(handle->conversion);

@@ -197,8 +197,8 @@ int ka_img_create(img_file* handle, const char* name, int type, int format, int 
 int ka_img_close(img_file* handle);
 
 /* Reads the next line, in file order, into a line of handle->type; writes the next line from one.
- *   Returns  1, or 0 with handle->error: 1 to 4, or 11 when the handle is not open. A failing write
- * removes the file. */
+ *   Returns  1, or 0 with handle->error: 1 to 4, or 11 when the handle is not open for reading or
+ * writing. A failing write removes the file. */
 int ka_img_line_read(img_file* handle, img_line* line);
 int ka_img_line_write(img_file* handle, img_line* line);
 
