@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <limits>
 #include <optional>
 
@@ -52,7 +51,6 @@ struct RgbState {
   ka::FileWriter out;
   std::uint64_t next_row;  // file offset of the next encoded row
   ka::Buffer packets;      // of one row that is written
-  std::array<char, kNameBytes> name;
 };
 
 std::optional<Header> parse_header(std::span<const std::uint8_t> head) {
@@ -209,7 +207,7 @@ void write_table(ka::FileWriter& out, const ka::vector<std::uint32_t>& table) {
   for (const std::uint32_t entry : table) ka::ByteWriter(out.put(sizeof entry)).be32(entry);
 }
 
-void write_header(RgbState& state) {
+void write_header(const img_file* handle, RgbState& state) {
   const Header& header = state.header;
   ka::ByteWriter out(state.out.put(kUsedBytes));
   out.be16(kMagic);
@@ -222,17 +220,17 @@ void write_header(RgbState& state) {
   out.be32(0);                                         // smallest sample
   out.be32(header.sample_bytes == 1 ? 0xff : 0xffff);  // largest sample
   out.be32(0);
-  out.text(state.name.data(), kNameBytes);
+  out.text(handle->name ? handle->name : "", kNameBytes);
   out.be32(0);  // no colour map
 }
 
 // Stores what was collected while the rows were written.
-void img_rgb_copyout(RgbState& state) {
+void img_rgb_copyout(const img_file* handle, RgbState& state) {
   state.out.seek(kHeaderBytes);
   write_table(state.out, state.table.start);
   write_table(state.out, state.table.length);
   state.out.seek(0);
-  write_header(state);
+  write_header(handle, state);
 }
 
 }  // namespace
@@ -276,7 +274,6 @@ int img_create_rgb(img_file* handle) {
   state->table.start.assign(state->header.rows(), 0);
   state->table.length.assign(state->header.rows(), kNeverWritten);
   state->packets = ka::Buffer(ka::counted_bound(state->header.width, state->header.sample_bytes));
-  std::strncpy(state->name.data(), handle->name ? handle->name : "", kNameBytes - 1);
   state->next_row = state->header.first_row();
   state->out.start(handle);
   state->out.seek(state->next_row);
@@ -299,6 +296,6 @@ int img_write_rgb(img_file* handle, img_line* line) {
 int img_close_rgb(img_file* handle) {
   const auto state = ka::take_state<RgbState>(handle);
   if (!state || !handle->writing || handle->error) return 1;
-  img_rgb_copyout(*state);
+  img_rgb_copyout(handle, *state);
   return ka::finish_file(handle, state->out, IMG_ERR_WRITE);
 }
