@@ -63,6 +63,8 @@ std::optional<Header> parse_header(std::span<const std::uint8_t> head) {
   header.width = in.be16();
   header.height = in.be16();
   header.channels = in.be16();
+  // Files of one row or one channel need not count their channels.
+  if (header.dimension < 3) header.channels = std::max(header.channels, std::uint16_t{1});
   return in ? std::optional(header) : std::nullopt;
 }
 
