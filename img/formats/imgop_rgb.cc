@@ -31,6 +31,7 @@ struct Header {
   std::uint16_t width, height, channels;
 
   [[nodiscard]] bool is_encoded() const { return (storage & 1) != 0; }
+  [[nodiscard]] bool is_grey() const { return dimension < 3 || channels == 1; }
   [[nodiscard]] std::size_t row_bytes() const { return std::size_t{width} * sample_bytes; }
   [[nodiscard]] std::size_t rows() const { return std::size_t{height} * channels; }
   [[nodiscard]] std::uint64_t first_row() const { return kHeaderBytes + 8 * std::uint64_t{rows()}; }
@@ -114,14 +115,7 @@ void start_readers(img_file* handle, RgbState& state) {
 }
 
 std::size_t row_number(const Header& header, std::size_t line, std::size_t channel) {
-  switch (header.dimension) {
-    case 1:
-      return 0;
-    case 2:
-      return line;
-    default:
-      return (header.channels == 1 ? 0 : channel) * header.height + line;
-  }
+  return header.dimension == 1 ? 0 : channel * header.height + line;
 }
 
 template <typename Sample>
@@ -159,10 +153,16 @@ int getrow(img_file* handle, Sample* plane, std::size_t channel) {
                                    : read_verbatim(handle, reader, row, samples);
 }
 
+// A grey file has one row for all planes.
 template <typename Sample>
 int read_planes(img_file* handle, img_line* line) {
-  for (std::size_t channel = 0; channel < std::size_t(handle->components); ++channel) {
+  const auto components = static_cast<std::size_t>(handle->components);
+  const bool is_grey = ka::state_of<RgbState>(handle).header.is_grey();
+  for (std::size_t channel = 0; channel < (is_grey ? 1 : components); ++channel) {
     if (!getrow(handle, ka::plane_of<Sample>(line, channel), channel)) return 0;
+  }
+  for (std::size_t channel = 1; is_grey && channel < components; ++channel) {
+    std::copy_n(ka::plane_of<Sample>(line, 0), handle->width, ka::plane_of<Sample>(line, channel));
   }
   return 1;
 }
