@@ -50,8 +50,9 @@ struct RgbState {
       rows;              // one for each channel, whose rows stand far apart in most files
   bool rows_interleave;  // the rows of one line stand together: one reader serves all
   ka::FileWriter out;
-  std::uint64_t next_row;  // file offset of the next encoded row
-  ka::Buffer packets;      // of one row that is written
+  std::uint64_t next_row;             // file offset of the next encoded row
+  ka::Buffer packets;                 // of one row that is written
+  ka::vector<std::uint16_t> samples;  // of one row that is written from floats
 };
 
 std::optional<Header> parse_header(std::span<const std::uint8_t> head) {
@@ -186,7 +187,7 @@ int putrow(img_file* handle, const Sample* plane, std::size_t channel) {
 
 // Floats are kept as 16-bit samples: 0 to 1 fill their range.
 int put_float_row(img_file* handle, const float* plane, std::size_t channel) {
-  ka::vector<std::uint16_t> samples(static_cast<std::size_t>(handle->width));
+  auto& samples = ka::state_of<RgbState>(handle).samples;
   for (std::size_t x = 0; x < samples.size(); ++x) {
     samples[x] = plane[x] > 0 ? static_cast<std::uint16_t>(std::min(plane[x], 1.0F) * 65535.0F)
                               : std::uint16_t{0};
@@ -276,6 +277,7 @@ int img_create_rgb(img_file* handle) {
   state->table.start.assign(state->header.rows(), 0);
   state->table.length.assign(state->header.rows(), kNeverWritten);
   state->packets = ka::Buffer(ka::counted_bound(state->header.width, state->header.sample_bytes));
+  if (handle->bits > 16) state->samples.resize(state->header.width);
   state->next_row = state->header.first_row();
   state->out.start(handle);
   state->out.seek(state->next_row);
