@@ -41,8 +41,12 @@ struct Header {
   [[nodiscard]] std::size_t pixel_bytes() const { return (depth + 1U) / 8; }
   [[nodiscard]] std::size_t entry_bytes() const { return (entry_bits + 1U) / 8; }
   [[nodiscard]] std::size_t map_offset() const { return kHeaderBytes + id_length; }
-  [[nodiscard]] std::size_t map_bytes() const {
-    return map_type == 1 ? map_length * entry_bytes() : 0;
+  [[nodiscard]] bool has_map() const { return map_type == 1; }
+  [[nodiscard]] std::size_t map_bytes() const { return has_map() ? map_length * entry_bytes() : 0; }
+  // Whether 8-bit pixels are indexes. In files that are not colour-mapped a map of 15 or 16 bits,
+  // and an empty one, tells nothing about them.
+  [[nodiscard]] bool maps_pixels() const {
+    return has_map() && (kind() == kMapped || (entry_bits >= 24 && map_length > 0));
   }
 };
 
@@ -105,8 +109,7 @@ bool is_targa(const Header& header) {
 
 bool is_supported(const Header& header) {
   if (!is_one_of(header.depth, {8, 15, 16, 24, 32})) return false;
-  return header.kind() != kMapped ||
-         (header.map_type == 1 && header.depth <= 8 && header.entry_bits >= 24);
+  return header.kind() != kMapped || (header.depth == 8 && header.entry_bits >= 24);
 }
 
 Color from_15_bits(const std::uint8_t* pixel, std::uint8_t alpha) {
@@ -117,8 +120,7 @@ Color from_15_bits(const std::uint8_t* pixel, std::uint8_t alpha) {
           .a = alpha};
 }
 
-// A colour map's entries; of 15 and 16 bits, which no colour-mapped image may have, nothing is
-// kept.
+// A colour map's entries; of 15 and 16 bits, which no pixel may refer to, nothing is kept.
 ka::vector<Color> convert_map(std::span<const std::uint8_t> bytes, std::size_t entry_bytes) {
   ka::vector<Color> map;
   if (entry_bytes < 3) return map;
@@ -160,8 +162,7 @@ bool convert(const TargaState& state, const std::uint8_t* pixels, const Target& 
   const auto& [r, g, b, a] = to.planes;
   switch (state.header.depth) {
     case 8:
-      if (state.header.kind() == kMapped || !state.map.empty())
-        return convert_mapped(state, pixels, to, count);
+      if (state.header.maps_pixels()) return convert_mapped(state, pixels, to, count);
       convert_grey(pixels, to, count);
       return true;
     case 15:
