@@ -5,5 +5,6 @@ namespace bench {
 
 void add_measure_benchmarks();
 void add_ppm_benchmarks();
+void add_format_benchmarks();
 
 }  // namespace bench

@@ -19,5 +19,6 @@ int main(int argc, char** argv) {
   ka_context_init();
   bench::add_measure_benchmarks();
   bench::add_ppm_benchmarks();
+  bench::add_format_benchmarks();
   return bench::run(argc, argv);
 }
