@@ -158,6 +158,17 @@ Bytes plain_targa(Content content, std::size_t depth) {
   return file;
 }
 
+Bytes mapped_targa() {
+  Bytes file = targa_header(1, 1);
+  constexpr std::size_t colours = 256;
+  file[1] = 1;
+  file[6] = colours >> 8;
+  file[7] = 24;
+  append(file, std::span(planes_of(Content::kNoise)[0]).first(3 * colours));
+  append(file, planes_of(Content::kNoise)[1]);
+  return file;
+}
+
 // The planes of short runs change at different places: one plane stands for all three here.
 Bytes packed_targa(Content content) {
   Bytes file = targa_header(10, 3);
@@ -198,6 +209,8 @@ constexpr std::array kPictures = {
     Picture{"sgi/literals/planar", 3, [] { return encoded_sgi(Content::kNoise, true); }},
     Picture{"sgi/short_runs/by_line", 3, [] { return encoded_sgi(Content::kShortRuns, false); }},
     Picture{"sgi/short_runs/planar", 3, [] { return encoded_sgi(Content::kShortRuns, true); }},
+    Picture{"tga/mapped", 4, mapped_targa},
+    Picture{"tga/16", 4, [] { return plain_targa(Content::kNoise, 2); }},
     Picture{"tga/24", 4, [] { return plain_targa(Content::kNoise, 3); }},
     Picture{"tga/32", 4, [] { return plain_targa(Content::kNoise, 4); }},
     Picture{"tga/packed/literals", 4, [] { return packed_targa(Content::kNoise); }},

@@ -130,7 +130,10 @@ int read_encoded(img_file* handle, ka::FileReader& reader, std::size_t row,
   reader.seek(state.table.start[row]);
   const auto packets = reader.take(length);
   if (packets.size() != length) return img_error(handle, IMG_ERR_READ, errno);
-  return ka::expand_counted(packets, plane) ? 1 : img_error(handle, IMG_ERR_CORRUPT, 0);
+  if (ka::expand_counted(packets, plane) != ka::RowEnd::kWhole) {
+    return img_error(handle, IMG_ERR_CORRUPT, 0);
+  }
+  return 1;
 }
 
 template <typename Sample>
