@@ -51,7 +51,8 @@ class MemoryFile {
 };
 
 bool is_worth_reading(const img_file& file) {
-  return std::ranges::find(kFormats, file.format) != kFormats.end() &&
+  if (std::ranges::find(kFormats, file.format) == kFormats.end()) return false;
+  return file.width <= kMostPixels && file.height <= kMostPixels &&
          std::int64_t{file.width} * file.height <= kMostPixels;
 }
 
