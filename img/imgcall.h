@@ -63,6 +63,3 @@ void img_convert(img_line* dst, const img_line* src, int dst_type, int src_type,
 bool img_adds_alpha_only(int dst_type, int src_type);
 // Fills the alpha plane of a line with the full value of its type.
 void img_fill_alpha(img_line* line, int type, int width);
-
-// The calling thread's luminance weights.
-const float* img_luminance_weights();

@@ -1,9 +1,8 @@
-// The message log: levels, the form of a line, codes, handlers, the end of the process.
+// The message log: levels, the form of a line, codes, handlers.
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <ka/message.h>
 #include <ka/trans.h>
-#include <stdlib.h>
 
 #include "support.h"
 
@@ -124,24 +123,6 @@ TEST(Log, HandlersGetLevelTextAndCode) {
   ka_errorhandler(nullptr);
   ka_error("text");
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "MAIN  .0  error: text\n");
-}
-
-// A handler does not keep a fatal line from standard error, and no mask hides it.
-TEST(LogDeathTest, FatalMessagesEndTheProcess) {
-  const test::Scratch scratch;
-  {
-    const test::MessageLog log;
-    ka_error("from here on lines go to the handler");  // decides it: KA_LOGFILE is not set
-  }
-  const std::string log_file = scratch.path("log");
-  const auto die = [&] {
-    setenv("KA_LOGFILE", log_file.c_str(), 1);
-    const test::MessageLog log(KA_DEBUG);
-    ka_nfatal(7, "the end of %d", 5);
-  };
-  EXPECT_EXIT(die(), testing::ExitedWithCode(1), "^MAIN  \\.0  fatal  241007: the end of 5\n$");
-  const std::string written = test::read_file(log_file);
-  EXPECT_NE(written.find("] MAIN fatal: the end of 5\n"), std::string::npos) << written;
 }
 
 }  // namespace
