@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
 #include <utility>
 
 #include <ka/detail/context.h>
@@ -41,6 +42,9 @@ struct StaticContext : ka_context {
   constexpr StaticContext() : ka_context{} { host = kStandAloneHost; }
 };
 constinit StaticContext static_context;
+
+// Threads that register take turns: until each has a context of its own, all use the static one.
+constinit std::mutex registration;
 
 struct Slot {
   ka_context* context;  // null: the slot is free
@@ -175,6 +179,7 @@ int ka_lumoralib_attach_process() {
 void ka_lumoralib_detach_process() { ka_msg_late_exit(); }
 
 int ka_msg_register_thread() {
+  const std::lock_guard alone(registration);
   Slot* const slot = allocate_slot(nullptr, nullptr);
   if (!slot) {
     ka_nerror(103, "cannot allocate thread");
