@@ -17,25 +17,17 @@
 #include <ka/mem.h>
 #include <ka/message.h>
 #include <ka/subst.h>
-#include <ka/trans.h>
 
 #include "imageplanes.h"
+#include "imgcontext.h"
 #include "stream.h"
 
 namespace {
 
+constexpr int kUsualWidth = 1 << 20;   // pixels; wider than pictures are
 constexpr int kDefaultTypeNumber = 2;  // of the warning about a type that the format cannot write
 
-// The private area of each thread that uses the image library.
-struct ImageContext {
-  float weights[4];  // luminance of R, G, B, A
-};
-
 std::atomic<std::uint32_t> img_subverb{KA_SUBVERB_DEFAULT};
-
-void context_init(void* area) {
-  *static_cast<ImageContext*>(area) = {.weights = {0.299F, 0.587F, 0.114F, 0.0F}};
-}
 
 void read_subverbosity() {
   const std::uint32_t forced = img_debug_level() != 0 ? std::uint32_t{KA_SUBVERB_FILES} : 0;
@@ -78,17 +70,26 @@ bool passes_through(const img_file* handle) {
 }
 
 // Lines that only gain an alpha plane are read in place and need no line between.
+bool needs_line_between(const img_file* handle) {
+  if (passes_through(handle)) return false;
+  return handle->writing || !img_adds_alpha_only(handle->type, handle->file_type);
+}
+
+void allocate_line_between(img_file* handle) {
+  const int callers_type = handle->type;
+  handle->type = handle->file_type;
+  handle->conversion = ka_img_line_alloc(handle);
+  handle->type = callers_type;
+}
+
+// A damaged header may claim any width: a line that long waits until somebody reads it.
 void prepare_conversion(img_file* handle, int from, int to) {
   if (passes_through(handle)) return;
   if (img_tells_files()) {
     ka_info("converting %s to %s", name_or_unknown(ka_img_type_name(from)),
             name_or_unknown(ka_img_type_name(to)));
   }
-  if (!handle->writing && img_adds_alpha_only(to, from)) return;
-  const int callers_type = handle->type;
-  handle->type = handle->file_type;
-  handle->conversion = ka_img_line_alloc(handle);
-  handle->type = callers_type;
+  if (handle->width <= kUsualWidth && needs_line_between(handle)) allocate_line_between(handle);
 }
 
 // Opens a file for reading without waiting for the other end of a pipe. Null with errno.
@@ -163,28 +164,21 @@ int write_header(img_file* handle) {
   return create && create(handle);
 }
 
-void remove_by_name(const char* name) {
-  char path[KA_PATH_SIZE];
-  unlink(ka_string_substitute(path, name, sizeof path));
-}
-
 }  // namespace
 
 bool img_tells_files() { return (img_subverb & KA_SUBVERB_FILES) != 0; }
 
-const float* img_luminance_weights() {
-  return static_cast<ImageContext*>(ka_context_mem(KA_IMG))->weights;
-}
-
 void ka_img_init() {
   const ka::ModuleScope scope(KA_IMG);
-  ka_context_register_module(KA_IMG, context_init, nullptr, sizeof(ImageContext));
+  img_context_init_gamma_init();
+  img_context_register();
   img_init_formats();
 }
 
 void ka_img_exit() {
   const ka::ModuleScope scope(KA_IMG);
   img_exit_formats();
+  img_context_init_gamma_exit();
 }
 
 const char* ka_img_version() { return ka::module_version(ka::kImgVersion); }
@@ -282,12 +276,13 @@ int ka_img_create(img_file* handle, const char* name, int type, int format, int 
 
 int ka_img_line_read(img_file* handle, img_line* line) {
   const ka::ModuleScope scope(KA_IMG);
-  if (!is_open(handle) || !has_driver_state(handle)) return unopened(handle);
+  if (!is_open(handle) || !has_driver_state(handle) || handle->writing) return unopened(handle);
   const auto read = img_format_at(handle->format).driver.read;
   int result = 0;
   if (passes_through(handle)) {
     result = read && read(handle, line);
-  } else if (handle->conversion) {
+  } else if (needs_line_between(handle)) {
+    if (!handle->conversion) allocate_line_between(handle);
     result = read && read(handle, handle->conversion);
     img_convert(line, handle->conversion, handle->type, handle->file_type, img_luminance_weights(),
                 handle->width);
@@ -302,14 +297,15 @@ int ka_img_line_read(img_file* handle, img_line* line) {
 
 int ka_img_line_write(img_file* handle, img_line* line) {
   const ka::ModuleScope scope(KA_IMG);
-  if (!handle->stream) return unopened(handle);
+  if (!handle->stream || !handle->writing) return unopened(handle);
   if (handle->line_count == -1) {
     handle->line_count = 0;
   } else if (handle->line_count == 0 && !write_header(handle)) {
     return 0;
   }
   if (handle->height == 0) return 1;
-  if (handle->conversion) {
+  if (needs_line_between(handle)) {
+    if (!handle->conversion) allocate_line_between(handle);
     img_convert(handle->conversion, line, handle->file_type, handle->type, img_luminance_weights(),
                 handle->width);
     line = handle->conversion;
@@ -333,8 +329,9 @@ int ka_img_close(img_file* handle) {
     img_error(handle, IMG_ERR_CLOSE, errno);
     result = 0;
   }
-  if (handle->writing && handle->format == IMG_FORMAT_NULL && handle->name)
-    remove_by_name(handle->name);
+  if (handle->writing && handle->format == IMG_FORMAT_NULL && handle->name) {
+    img_remove_file(handle->name);
+  }
   handle->stream = nullptr;
   handle->data.p = nullptr;
   ka_mem_release(handle->conversion);

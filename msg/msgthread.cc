@@ -43,9 +43,6 @@ struct StaticContext : ka_context {
 };
 constinit StaticContext static_context;
 
-// Threads that register take turns: until each has a context of its own, all use the static one.
-constinit std::mutex registration;
-
 struct Slot {
   ka_context* context;  // null: the slot is free
   ka_thread_function function;
@@ -59,6 +56,10 @@ std::array<Slot, kSlots> table;
 std::array<ka_context*, kSlots + 1> contexts;           // what ka_msg_tls_info hands out
 std::atomic<const ka_context*> reader{nullptr};         // who is between the two, null: nobody
 std::array<std::uint16_t, ka_context::kPinSlots> pins;  // of threads that have ended
+
+// Threads without a context of their own share the static one: while they come and go, one at a
+// time may use it.
+std::mutex static_context_guard;
 
 bool set_context(ka_context* context) {
   if (pthread_setspecific(key, context) != 0) return false;
@@ -106,6 +107,7 @@ void end_thread() {
   ka_context_pop(nullptr);
   ka_context* const context = ka::current_context;
   clear_slot(*context);
+  const std::scoped_lock guarded(static_context_guard);
   set_context(nullptr);
   ka::current_context = &static_context;
   ka_mem_release_raw(context);
@@ -179,7 +181,7 @@ int ka_lumoralib_attach_process() {
 void ka_lumoralib_detach_process() { ka_msg_late_exit(); }
 
 int ka_msg_register_thread() {
-  const std::lock_guard alone(registration);
+  const std::scoped_lock guarded(static_context_guard);
   Slot* const slot = allocate_slot(nullptr, nullptr);
   if (!slot) {
     ka_nerror(103, "cannot allocate thread");

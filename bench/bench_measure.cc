@@ -1,0 +1,145 @@
+// Measuring: both passes over whole rgba pictures, and the kernels of pass 1 on each instruction
+// set.
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+
+#include <benchmark/benchmark.h>
+
+#include <ka/img.h>
+
+#include "benchmarks.h"
+#include "measure.h"
+#include "measurekernels.h"
+#include "pictures.h"
+#include "ratios.h"
+
+namespace bench {
+namespace {
+
+struct ReleaseImage {
+  void operator()(img_image* image) const { ka_img_image_release(image); }
+};
+using Image = std::unique_ptr<img_image, ReleaseImage>;
+
+constexpr std::size_t kPairBytes = 2 * 4 * kPixels;
+
+const img_image_line* line_table(const img_image* image) {
+  return reinterpret_cast<const img_image_line*>(image + 1);
+}
+
+// All planes of an image: they lie one behind the other.
+std::span<std::uint8_t> samples(img_image* image) {
+  auto* const bytes = reinterpret_cast<std::uint8_t*>(image);
+  return {bytes + line_table(image)[0].offset[0], 4 * kPixels};
+}
+
+ka::LinePlanes planes(const img_image* image, int y) {
+  ka::LinePlanes planes;
+  for (std::size_t c = 0; c < planes.size(); ++c) {
+    planes[c] = reinterpret_cast<const std::uint8_t*>(image) + line_table(image)[y].offset[c];
+  }
+  return planes;
+}
+
+Image new_image() {
+  img_file shape{};
+  shape.width = kWidth;
+  shape.height = kHeight;
+  shape.type = IMG_TYPE_RGBA;
+  Image image(ka_img_image_alloc(&shape));
+  fill_noise(samples(image.get()));
+  return image;
+}
+
+struct Pair {
+  Image first = new_image(), second = new_image();
+};
+
+// Made on first use, so that a filtered run holds no pictures that it does not need.
+const Pair& identical() {
+  static const Pair pair;
+  return pair;
+}
+const Pair& altered() {
+  static const Pair pair = [] {
+    Pair made;
+    alter_some(samples(made.second.get()));
+    return made;
+  }();
+  return pair;
+}
+const Pair& differing() {
+  static const Pair pair = [] {
+    Pair made;
+    alter_all(samples(made.second.get()));
+    return made;
+  }();
+  return pair;
+}
+
+struct Case {
+  const char* name;
+  const Pair& (*pair)();
+};
+constexpr Case kIdentical{"identical", identical};
+constexpr Case kAlteredPair{"altered", altered};
+constexpr Case kDiffering{"all_differing", differing};
+
+void add_pass1(const Case& what, bool intensity) {
+  const ka::MeasureSettings settings{.signed_intensity = intensity};
+  const std::string name = std::string("pass1/") + (intensity ? "intensity/" : "colour/");
+  add(name + what.name, kPairBytes, [what, settings] {
+    const Pair& pair = what.pair();
+    benchmark::DoNotOptimize(
+        ka::measure(pair.first.get(), pair.second.get(), kHeight, settings).total);
+  });
+}
+
+void add_pass2(const Case& what, bool intensity) {
+  const ka::MeasureSettings settings{.signed_intensity = intensity};
+  const std::string name = std::string("pass2/") + (intensity ? "intensity/" : "colour/");
+  add(name + what.name, kPairBytes, [what, settings] {
+    const Pair& pair = what.pair();
+    const double scale = settings.signed_intensity ? 255.0 : 1.0;
+    const auto histograms =
+        ka::count_histograms(pair.first.get(), pair.second.get(), kHeight, settings, scale);
+    benchmark::DoNotOptimize(histograms.main[0]);
+  });
+}
+
+// Every kernel of a table on a pair; where the processor lacks an instruction set, fewer of them.
+void add_kernels(const char* table_name, const ka::KernelTable<ka::MeasureKernel>& table,
+                 const Case& what) {
+  constexpr std::array<const char*, 3> sets = {"base", "avx2", "avx512"};
+  const auto kernels = ka::usable_kernels(table);
+  for (std::size_t i = 0; i < kernels.size(); ++i) {
+    if (i > 0 && kernels[i] == kernels[i - 1]) continue;
+    const std::string name = std::string("kernel/") + table_name + "/" + what.name + "/" + sets[i];
+    add(name, kPairBytes, [what, kernel = kernels[i]] {
+      const Pair& pair = what.pair();
+      ka::LineSums sums{};
+      for (int y = 0; y < kHeight; ++y) {
+        kernel(planes(pair.first.get(), y), planes(pair.second.get(), y), kWidth, 3, 4, sums);
+      }
+      benchmark::DoNotOptimize(sums.total);
+    });
+  }
+}
+
+}  // namespace
+
+void add_measure_benchmarks() {
+  for (const bool intensity : {false, true}) {
+    for (const Case& what : {kIdentical, kAlteredPair, kDiffering}) add_pass1(what, intensity);
+    for (const Case& what : {kAlteredPair, kDiffering}) add_pass2(what, intensity);
+  }
+  for (const Case& what : {kIdentical, kDiffering}) {
+    add_kernels("colour", ka::colour_kernels, what);
+    add_kernels("intensity", ka::intensity_kernels, what);
+  }
+}
+
+}  // namespace bench

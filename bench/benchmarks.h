@@ -1,0 +1,10 @@
+// The groups of benchmarks. Each registers its own.
+#pragma once
+
+namespace bench {
+
+void add_convert_benchmarks();
+void add_measure_benchmarks();
+void add_ppm_benchmarks();
+
+}  // namespace bench

@@ -1,0 +1,46 @@
+#!/usr/bin/env bash
+# whole_process.sh [FOLDER]: what vel_diff costs as a process. FOLDER holds the built programs,
+# build/release/bin unless told otherwise. Exits with 1 when a limit is passed.
+# Times are compared while other work may slow both: each figure is a median over pairs of runs.
+set -euo pipefail
+export LC_ALL=C
+
+bin=$(realpath "${1:-build/release/bin}")
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work"
+"$bin/make_pair" .
+printf 'P6\n1 1\n255\nabc' | tee one.ppm > two.ppm
+
+# compare ROW PAIRS COMMAND... -- COMMAND...: one row of compare_processes.
+compare() {
+  local row=$1 pairs=$2
+  shift 2
+  "$bin/compare_processes" -n "$pairs" "$@" | grep "^$row"
+}
+
+failed=0
+# judge TEXT VALUE LIMIT DETAILS
+judge() {
+  printf '%-52s %6.2f  (at most %s)  %s\n' "$1" "$2" "$3" "$4"
+  awk -v value="$2" -v limit="$3" 'BEGIN { exit !(value <= limit) }' || failed=1
+}
+
+read -r _ ratio details < <(compare cpu 101 \
+  "$bin/vel_diff" first.ppm second.ppm -- "$bin/floor_ppm" first.ppm second.ppm)
+judge "CPU time, 3840x2160, in units of floor_ppm" "$ratio" 3 "$details"
+
+read -r _ ratio details < <(compare wall 301 "$bin/vel_diff" one.ppm two.ppm -- /bin/true)
+judge "time from start to end, 1x1, in units of /bin/true" "$ratio" 3 "$details"
+
+# Pictures are kept whole with -v. A buffer has a header of 120 bytes, and per line a table entry of
+# 16 bytes and four planes; the first has room for 114 lines of a histogram.
+line=$((16 + 4 * 3840))
+buffers=$((2 * (120 + 2160 * line) + 114 * line))
+read -r _ _ details < <(compare peak 5 \
+  "$bin/vel_diff" -v first.ppm second.ppm -- "$bin/vel_diff" -v first.ppm second.ppm)
+peak=${details#(}
+peak=${peak%% *}
+judge "peak memory beyond buffers and histogram panel, MiB" \
+  "$(awk -v peak="$peak" -v buffers="$buffers" 'BEGIN { print (peak * 1024 - buffers) / 1048576 }')" 2 "($peak KiB)"
+exit "$failed"

@@ -1,0 +1,455 @@
+// Conversions between pixel types, one line at a time.
+#include <gtest/gtest.h>
+#include <ka/message.h>
+
+#include <cmath>
+#include <limits>
+#include <numeric>
+#include <random>
+
+#include "convert_reference.h"
+#include "imgcall.h"
+#include "support.h"
+
+namespace {
+
+using test::converted;
+using test::kLayouts;
+using test::Pixel;
+using test::PlanarLine;
+
+constexpr float kWeights[4] = {0.299F, 0.587F, 0.114F, 0.0F};
+constexpr float kInfinity = std::numeric_limits<float>::infinity();
+constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
+constexpr char kRefusal[] = "cannot convert to vector,Z,normal,motion,tag";
+
+const char* name_of(int type) { return type == IMG_TYPE_A_FP ? "a_fp" : ka_img_type_name(type); }
+
+bool is_refused(int type) {
+  return type == IMG_TYPE_VTA || type == IMG_TYPE_VTS || type == IMG_TYPE_Z || type == IMG_TYPE_N ||
+         type == IMG_TYPE_TAG || type == IMG_TYPE_M;
+}
+
+// Samples of which every fourth is one where rules change.
+class Noise {
+ public:
+  double sample(int type) {
+    const int bits = kLayouts[std::size_t(type)].bits;
+    const bool special = next() % 4 == 0;
+    if (bits == 1) return next() % 2;
+    if (bits == 32 && type != IMG_TYPE_TAG) return special ? pick(kFloats) : ordinary_float();
+    const std::uint32_t mask = 0xffffffff >> (32 - bits);
+    return (special ? pick(kWhole) : next()) & mask;
+  }
+  Pixel pixel(int type) {
+    Pixel pixel;
+    for (double& value : pixel) value = sample(type);
+    return pixel;
+  }
+
+ private:
+  static constexpr std::uint32_t kWhole[] = {
+      0,      1,      2,      127,    128,    254, 255, 256,        0x7fff,
+      0x8000, 0x8001, 0xff00, 0xfffe, 0xffff, 7,   31,  0xffffffff, 0x80000000};
+  static constexpr float kFloats[] = {
+      0.0F,  -0.0F,    1.0F,      0x1.fffffep-1F, 0x1.000002p0F, 0.5F,     -0.5F,     2.0F,
+      -1.0F, 1e-45F,   1e-38F,    1e-33F,         1e-32F,        100.0F,   50.0F,     1e5F,
+      -1e5F, 3e9F,     -3e9F,     1e30F,          3.4e38F,       -3.4e38F, kInfinity, -kInfinity,
+      kNan,  1.0F / 3, 7 / 255.F, 8e4F / 7,       -1e-30F,       127.5F};
+
+  template <typename Value, std::size_t Count>
+  Value pick(const Value (&values)[Count]) {
+    return values[next() % Count];
+  }
+  float ordinary_float() {
+    const float unit = float(next() % (1 << 24)) / float(1 << 24);
+    switch (next() % 3) {
+      case 0:
+        return unit;
+      case 1:
+        return 4 * unit - 2;
+      default:
+        return 120 * unit - 10;
+    }
+  }
+  std::uint32_t next() { return std::uint32_t(random_()); }
+
+  std::mt19937 random_{4711};
+};
+
+bool same(double a, double b) { return a == b || (std::isnan(a) && std::isnan(b)); }
+
+// Converts a line of noise and compares each sample with the rules.
+void check_pair(int dst_type, int src_type, int width, Noise& noise) {
+  PlanarLine source(src_type, width, false), line(dst_type, width, true);
+  std::vector<Pixel> expected;
+  for (int x = 0; x < width; ++x) {
+    source.set(x, noise.pixel(src_type));
+    line.set(x, noise.pixel(dst_type));
+  }
+  for (int x = 0; x < width; ++x) {
+    const Pixel old = line.at(x);
+    expected.push_back(converted(dst_type, src_type, source.at(x), old, kWeights).value_or(old));
+  }
+  const auto bytes_before = source.bytes();
+  img_convert(line.record(), source.record(), dst_type, src_type, kWeights, width);
+  for (int x = 0; x < width; ++x) {
+    const Pixel from = source.at(x), pixel = line.at(x);
+    for (std::size_t slot = 0; slot < test::kPlanes; ++slot) {
+      if (!line.has(slot)) continue;
+      ASSERT_TRUE(same(pixel[slot], expected[std::size_t(x)][slot]))
+          << "pixel " << x << " slot " << slot << " of " << width << ": " << pixel[slot] << ", not "
+          << expected[std::size_t(x)][slot] << ", from " << from[0] << ", " << from[1] << ", "
+          << from[2] << ", " << from[3];
+    }
+  }
+  EXPECT_TRUE(line.guards_hold()) << width;
+  EXPECT_EQ(source.bytes(), bytes_before) << width;
+}
+
+class EverySource : public testing::TestWithParam<int> {};
+
+TEST_P(EverySource, FollowsTheRulesToEveryDestination) {
+  const test::MessageLog log;  // keeps the refusals
+  Noise noise;
+  for (int dst = 0; dst < IMG_TYPE_COUNT; ++dst) {
+    SCOPED_TRACE(name_of(dst));
+    for (int width = 0; width <= 70; ++width) {
+      ASSERT_NO_FATAL_FAILURE(check_pair(dst, GetParam(), width, noise));
+    }
+    for (const int width : {255, 256, 257, 700}) {  // around the blocks of shared exponents
+      ASSERT_NO_FATAL_FAILURE(check_pair(dst, GetParam(), width, noise));
+    }
+  }
+}
+INSTANTIATE_TEST_SUITE_P(Types, EverySource, testing::Range(0, int(IMG_TYPE_COUNT)),
+                         [](const auto& row) { return std::string(name_of(row.param)); });
+
+TEST(Convert, TablesDescribeTheTypes) {
+  for (int type = 0; type < IMG_TYPE_COUNT; ++type) {
+    EXPECT_EQ(ka_img_nbits[type], kLayouts[std::size_t(type)].bits) << name_of(type);
+    EXPECT_EQ(ka_img_ncomp[type], kLayouts[std::size_t(type)].planes) << name_of(type);
+  }
+}
+
+struct Row {
+  const char* name;
+  int src_type, dst_type;
+  std::vector<Pixel> source, expected;
+};
+
+class Example : public testing::TestWithParam<Row> {};
+
+TEST_P(Example, ConvertsAsWorkedOut) {
+  const Row& row = GetParam();
+  const int width = int(row.source.size());
+  PlanarLine source(row.src_type, width, true), line(row.dst_type, width, true);
+  line.fill(0);
+  for (int x = 0; x < width; ++x) source.set(x, row.source[std::size_t(x)]);
+  img_convert(line.record(), source.record(), row.dst_type, row.src_type, kWeights, width);
+  for (int x = 0; x < width; ++x) {
+    EXPECT_EQ(line.at(x), row.expected[std::size_t(x)]) << "pixel " << x;
+  }
+}
+
+// Samples by slot: R, G, B, A.
+INSTANTIATE_TEST_SUITE_P(
+    Rows, Example,
+    testing::Values(
+        Row{"FloatsAreClampedAndCut",
+            IMG_TYPE_RGBA_FP,
+            IMG_TYPE_RGBA,
+            {{-0.5, 0.5, 1, 2}},
+            {{0, 127, 255, 255}}},
+        Row{"DeeperSamplesGetTheHighByte",
+            IMG_TYPE_RGBA,
+            IMG_TYPE_RGBA_16,
+            {{255, 1, 0, 128}},
+            {{0xff00, 0x100, 0, 0x8000}}},
+        Row{"AddedAlphaIsFull", IMG_TYPE_RGB, IMG_TYPE_RGBA, {{1, 2, 3, 0}}, {{1, 2, 3, 255}}},
+        Row{"AddedAlphaIsFullIn16Bits",
+            IMG_TYPE_RGB,
+            IMG_TYPE_RGBA_16,
+            {{1, 0, 0, 0}},
+            {{256, 0, 0, 65535}}},
+        Row{"AddedAlphaIsOne",
+            IMG_TYPE_RGB,
+            IMG_TYPE_RGBA_FP,
+            {{255, 0, 51, 0}},
+            {{1, 0, 0.2F, 1}}},
+        Row{"AScalarGoesToAllPlanes", IMG_TYPE_S, IMG_TYPE_RGBA, {{0, 0, 0, 9}}, {{9, 9, 9, 9}}},
+        Row{"WhiteIn8BitsIsNotQuiteWhiteIn16",
+            IMG_TYPE_RGB,
+            IMG_TYPE_S_16,
+            {{255, 255, 255, 0}},
+            {{0, 0, 0, 65025}}},  // 255 * 255
+        Row{"FloatLuminanceKeepsTheRangeOf8Bits",
+            IMG_TYPE_RGB,
+            IMG_TYPE_S_FP,
+            {{255, 255, 255, 0}},
+            {{0, 0, 0, 255}}},
+        // 0.299 * 0x8000 + 0.587 * 0x4000 + 0.114 * 0x2000 = 20348.9 = 0x4f7c
+        Row{"Luminance16GivesItsHighByte",
+            IMG_TYPE_RGB_16,
+            IMG_TYPE_S,
+            {{0x8000, 0x4000, 0x2000, 0}},
+            {{0, 0, 0, 0x4f}}},
+        Row{"BrightLuminanceIsNotClamped",
+            IMG_TYPE_RGB_FP,
+            IMG_TYPE_S,
+            {{2, 2, 2, 0}},
+            {{0, 0, 0, 510 - 256}}},
+        Row{"ColoursWithoutAlphaGiveLuminance",
+            IMG_TYPE_RGB,
+            IMG_TYPE_A,
+            {{100, 200, 50, 0}},
+            {{0, 0, 0, 153}}},  // 29.9 + 117.4 + 5.7
+        Row{"AlphaIsNotLuminance", IMG_TYPE_RGBA, IMG_TYPE_A, {{9, 9, 9, 77}}, {{0, 0, 0, 77}}},
+        Row{"DirectionsStayBelowTheEnd",
+            IMG_TYPE_VTS,
+            IMG_TYPE_RGB,
+            {{32767, 65536 - 32767, 0, 0}},
+            {{254, 1, 128, 0}}},
+        Row{"OppositeDirectionsCancel",
+            IMG_TYPE_VTA,
+            IMG_TYPE_S,
+            {{32767, 65536 - 32767, 0, 0}},
+            {{0, 0, 0, 128}}},
+        Row{"NormalsAreNotClamped",
+            IMG_TYPE_N,
+            IMG_TYPE_RGB,
+            {{1, -1, 2, 0}},
+            {{255, 1, 382 - 256, 0}}},  // 2 * 127 + 128 = 382
+        Row{"DistancesDarken",
+            IMG_TYPE_Z,
+            IMG_TYPE_RGB,
+            {{50, 0, 0, 0}, {0, 0, 0, 0}, {100, 0, 0, 0}, {-3, 0, 0, 0}, {60, 0, 0, 0}},
+            {{127, 127, 127, 0}, {0, 0, 0, 0}, {0, 0, 0, 0}, {0, 0, 0, 0}, {102, 102, 102, 0}}},
+        Row{"LabelBitsAreGathered",
+            IMG_TYPE_TAG,
+            IMG_TYPE_RGB,
+            {{0, 0, 0, 0}, {7, 0, 0, 0}, {8, 0, 0, 0}},
+            {{0, 0, 0, 0}, {128, 128, 128, 0}, {64, 0, 0, 0}}},
+        Row{"LabelsAsScalars", IMG_TYPE_TAG, IMG_TYPE_S_16, {{1, 0, 0, 0}}, {{0, 0, 0, 0x8080}}},
+        Row{"HalfCoverage",
+            IMG_TYPE_COVERAGE,
+            IMG_TYPE_RGBA,
+            {{0.5, 0, 0, 0}, {1, 0, 0, 0}},
+            {{128, 128, 128, 255}, {255, 255, 255, 255}}},
+        Row{"BitsFillEveryPlane",
+            IMG_TYPE_BIT,
+            IMG_TYPE_RGBA_16,
+            {{0, 0, 0, 1}, {}},
+            {{0xff00, 0xff00, 0xff00, 0xff00}, {}}},
+        Row{"TheNinthBitStandsInTheSecondByte",
+            IMG_TYPE_BIT,
+            IMG_TYPE_S_FP,
+            {{}, {}, {}, {}, {}, {}, {}, {}, {0, 0, 0, 1}},
+            {{}, {}, {}, {}, {}, {}, {}, {}, {0, 0, 0, 1}}},
+        Row{"SharedExponentsAreDecoded",
+            IMG_TYPE_RGBE,
+            IMG_TYPE_RGBA_FP,
+            {{128, 64, 32, 129}, {9, 9, 9, 0}},
+            {{1.00390625, 0.50390625, 0.25390625, 1}, {0, 0, 0, 1}}},
+        Row{"ExponentsAreShared",
+            IMG_TYPE_RGB_FP,
+            IMG_TYPE_RGBE,
+            {{1, 0.5, 0.25, 0}},
+            {{128, 64, 32, 129}}},
+        // trunc(0.999 * 255) = 254; 254 / 255 * 256 = 254.99
+        Row{"FloatScalarsAreSteppedFirst",
+            IMG_TYPE_S_FP,
+            IMG_TYPE_RGBE,
+            {{0, 0, 0, 0.999}},
+            {{254, 254, 254, 128}}}),
+    [](const auto& row) { return std::string(row.param.name); });
+
+TEST(Convert, HighBytesLeaveLowBytesAlone) {
+  for (const int src : {IMG_TYPE_RGB, IMG_TYPE_S, IMG_TYPE_BIT}) {
+    PlanarLine source(src, 3, true), line(IMG_TYPE_RGB_16, 3, true);
+    source.fill(0);
+    line.fill(0x5a);
+    img_convert(line.record(), source.record(), IMG_TYPE_RGB_16, src, kWeights, 3);
+    EXPECT_EQ(line.at(2), (Pixel{0x5a, 0x5a, 0x5a, 0})) << name_of(src);
+  }
+}
+
+// The exact luminance by whole numbers: the weights are multiples of 2^-27.
+TEST(Convert, LuminanceIsExactForEveryColour) {
+  std::array<std::int64_t, 3> units;
+  for (std::size_t c = 0; c < 3; ++c) units[c] = std::int64_t(std::ldexp(kWeights[c], 27));
+  PlanarLine source(IMG_TYPE_RGB, 256, true), line(IMG_TYPE_S, 256, true),
+      deep(IMG_TYPE_S_16, 256, true);
+  std::uint8_t* const green = test::plane(source.record(), test::kG);
+  std::iota(green, green + 256, std::uint8_t{0});
+  int wrong = 0;
+  for (int colour = 0; colour < 256 * 256; ++colour) {
+    const int red = colour / 256, blue = colour % 256;
+    std::fill_n(test::plane(source.record(), test::kR), 256, std::uint8_t(red));
+    std::fill_n(test::plane(source.record(), test::kB), 256, std::uint8_t(blue));
+    img_convert(line.record(), source.record(), IMG_TYPE_S, IMG_TYPE_RGB, kWeights, 256);
+    img_convert(deep.record(), source.record(), IMG_TYPE_S_16, IMG_TYPE_RGB, kWeights, 256);
+    const std::uint8_t* const bytes = test::plane(line.record(), test::kA);
+    const auto* const words =
+        reinterpret_cast<const std::uint16_t*>(test::plane(deep.record(), test::kA));
+    for (int x = 0; x < 256; ++x) {
+      const std::int64_t exact = units[0] * red + units[1] * x + units[2] * blue;
+      wrong += bytes[x] != exact >> 27 || words[x] != 255 * exact >> 27;
+    }
+  }
+  EXPECT_EQ(wrong, 0);
+}
+
+TEST(Convert, WeightsMayBeAnything) {
+  const float all_weights[][4] = {{1, 1, 1, 0},         {0.25F, 0.5F, 0.25F, 0},
+                                  {-1, 2, 0, 0},        {1e-30F, 1, 0, 0},
+                                  {1e30F, 1e30F, 0, 0}, {kNan, 0, kInfinity, 0}};
+  Noise noise;
+  for (const auto& weights : all_weights) {
+    for (const int src : {IMG_TYPE_RGB, IMG_TYPE_RGB_16, IMG_TYPE_RGB_FP}) {
+      for (const int dst : {IMG_TYPE_S, IMG_TYPE_S_16, IMG_TYPE_S_FP, IMG_TYPE_BIT}) {
+        PlanarLine source(src, 100, false), line(dst, 100, true);
+        for (int x = 0; x < 100; ++x) source.set(x, noise.pixel(src));
+        img_convert(line.record(), source.record(), dst, src, weights, 100);
+        for (int x = 0; x < 100; ++x) {
+          const double expected = (*converted(dst, src, source.at(x), {}, weights))[3];
+          ASSERT_TRUE(same(line.at(x)[3], expected))
+              << name_of(src) << " to " << name_of(dst) << " with " << weights[0];
+        }
+      }
+    }
+  }
+}
+
+TEST(Convert, DataAsDestinationIsRefusedOncePerLine) {
+  for (int dst = 0; dst < IMG_TYPE_COUNT; ++dst) {
+    test::MessageLog log;
+    PlanarLine source(IMG_TYPE_RGBA, 5, true), line(dst, 5, true);
+    const auto before = line.bytes();
+    img_convert(line.record(), source.record(), dst, IMG_TYPE_RGBA, kWeights, 5);
+    EXPECT_EQ(log.lines().size(), is_refused(dst) ? 1u : 0u) << name_of(dst);
+    if (!is_refused(dst)) continue;
+    EXPECT_NE(log.lines().at(0).find(kRefusal), std::string::npos) << log.lines().at(0);
+    EXPECT_EQ(line.bytes(), before) << name_of(dst);
+    img_convert(line.record(), source.record(), dst, IMG_TYPE_COUNT, kWeights, 0);
+    EXPECT_EQ(log.lines().size(), 2u) << "whatever the source and the width are";
+  }
+}
+
+TEST(Convert, UnknownTypesAndAbsentPlanesChangeNothing) {
+  PlanarLine source(IMG_TYPE_RGBA, 20, true), line(IMG_TYPE_RGBA, 20, true);
+  const auto before = line.bytes();
+  for (const int type : {-1, int(IMG_TYPE_COUNT), int(IMG_TYPE_FILE)}) {
+    img_convert(line.record(), source.record(), IMG_TYPE_RGBA, type, kWeights, 20);
+    img_convert(line.record(), source.record(), type, IMG_TYPE_RGBA, kWeights, 20);
+  }
+  img_convert(line.record(), source.record(), IMG_TYPE_RGBA, IMG_TYPE_RGB, kWeights, -1);
+  img_line empty{};
+  const test::MessageLog log;
+  for (int type = 0; type < IMG_TYPE_COUNT; ++type) {
+    img_convert(line.record(), &empty, IMG_TYPE_RGB, type, kWeights, 20);
+    img_convert(line.record(), &empty, IMG_TYPE_S_16, type, kWeights, 20);
+    img_convert(line.record(), &empty, IMG_TYPE_BIT, type, kWeights, 20);
+    img_convert(line.record(), &empty, IMG_TYPE_RGBE, type, kWeights, 20);
+    img_convert(&empty, source.record(), type, IMG_TYPE_RGBA, kWeights, 20);
+    img_convert(&empty, source.record(), type, IMG_TYPE_RGB, kWeights, 20);
+  }
+  EXPECT_EQ(line.bytes(), before);
+  EXPECT_EQ(empty.offset[3], 0);
+}
+
+TEST(Convert, WantedPlanesAreEnough) {
+  PlanarLine source(IMG_TYPE_RGBA_16, 3, true), line(IMG_TYPE_RGBA, 3, true);
+  source.fill(0x77);
+  line.fill(0);
+  line.record()->offset[1] = line.record()->offset[3] = 0;
+  img_convert(line.record(), source.record(), IMG_TYPE_RGBA, IMG_TYPE_RGBA_16, kWeights, 3);
+  EXPECT_EQ(line.at(1), (Pixel{0x77, 0, 0x77, 0}));
+}
+
+TEST(SharedExponent, CodesTheEndsOfTheRange) {
+  struct Case {
+    float colour[3];
+    Pixel expected;
+  };
+  const Case cases[] = {
+      {{0, 0, 0}, {0, 0, 0, 0}},
+      {{0.9e-32F, 0, 0}, {0, 0, 0, 0}},
+      {{-1, -2, -3}, {0, 0, 0, 0}},
+      {{kNan, 1, kNan}, {0, 128, 0, 129}},
+      {{kInfinity, 0, 0}, {255, 0, 0, 255}},
+      {{0x1.fffffep0F, 1, 0}, {255, 128, 0, 129}},  // rounded down
+      {{1, -0x1p-7F, 0}, {128, 255, 0, 129}},       // floor(-1) = -1, its low byte
+      {{0x1p127F, 0, 0}, {128, 0, 0, 0}},           // 128 + 128 is one too many for the exponent
+  };
+  for (const Case& c : cases) {
+    std::uint8_t r, g, b, e;
+    ka_img_rgb_to_hdr(&r, &g, &b, &e, c.colour[0], c.colour[1], c.colour[2]);
+    EXPECT_EQ((Pixel{double(r), double(g), double(b), double(e)}), c.expected) << c.colour[0];
+  }
+}
+
+TEST(SharedExponent, DecodingUndoesEncodingToAStep) {
+  for (int i = 0; i < 10000; ++i) {
+    const auto e = std::uint8_t(23 + i % 233);  // 128.5 * 2^(23 - 136) is above 1e-32
+    float r, g, b;
+    ka_img_hdr_to_rgb(&r, &g, &b, std::uint8_t(128 + i % 128), std::uint8_t(i % 251), 0, e);
+    EXPECT_EQ(r, std::ldexp(128.5F + float(i % 128), e - 136));
+    std::uint8_t code[4];
+    ka_img_rgb_to_hdr(&code[0], &code[1], &code[2], &code[3], r, g, b);
+    EXPECT_EQ(code[0], 128 + i % 128);
+    EXPECT_EQ(code[1], i % 251);
+    EXPECT_EQ(code[3], e);
+  }
+}
+
+TEST(Convert, ImagesAreFetchedInAnyType) {
+  const test::Image image = test::make_image(IMG_TYPE_RGBA_FP, 3, 2);
+  test::set_samples<float>(test::plane(image.get(), 1, test::kR), {0, 0.5, 1});
+  test::set_samples<float>(test::plane(image.get(), 1, test::kA), {1, 0, 0.25});
+  PlanarLine line(IMG_TYPE_RGBA, 3, true);
+  int components, bits;
+  EXPECT_EQ(ka_img_convert(line.record(), &components, &bits, image.get(), 1, IMG_TYPE_RGBA), 1);
+  EXPECT_EQ(components, 4);
+  EXPECT_EQ(bits, 8);
+  EXPECT_EQ(line.at(1), (Pixel{127, 0, 0, 0}));
+  EXPECT_EQ(line.at(2), (Pixel{255, 0, 0, 63}));  // 0.25 * 255 = 63.75
+  PlanarLine grey(IMG_TYPE_S_FP, 3, true);
+  ka_img_convert(grey.record(), &components, &bits, image.get(), 1, IMG_TYPE_S_FP);
+  EXPECT_EQ(components, 1);
+  EXPECT_EQ(grey.at(2)[3], kWeights[0]);
+}
+
+// Lines pass through conversions on their way into a file and out of it; a colour that only gains
+// alpha on the way out is read in place.
+TEST(Convert, FilesAreWrittenAndReadInAnyType) {
+  const test::Scratch scratch;
+  const std::string path = scratch.path("lines.ct");
+  const std::array<Pixel, 2> pixels = {{{0.5, 1, 2, 0.25}, {0, -1, 0.125, 1}}};
+  PlanarLine line(IMG_TYPE_RGBA_FP, 2, true);
+  for (int x = 0; x < 2; ++x) line.set(x, pixels[std::size_t(x)]);
+  test::Handle file;
+  file->file_type = IMG_TYPE_RGBA_16;
+  ASSERT_TRUE(ka_img_create(file, path.c_str(), IMG_TYPE_RGBA_FP, IMG_FORMAT_CT, 2, 1));
+  ASSERT_TRUE(ka_img_line_write(file, line.record()));
+  ASSERT_TRUE(ka_img_close(file));
+
+  for (int type = 0; type < IMG_TYPE_COUNT; ++type) {
+    const test::MessageLog log;
+    PlanarLine read(type, 2, true);
+    read.fill(0);
+    ASSERT_TRUE(ka_img_open(file, path.c_str(), type));
+    ASSERT_TRUE(ka_img_line_read(file, read.record()));
+    ASSERT_TRUE(ka_img_close(file));
+    for (int x = 0; x < 2; ++x) {
+      const Pixel stored =
+          *converted(IMG_TYPE_RGBA_16, IMG_TYPE_RGBA_FP, pixels[std::size_t(x)], {}, kWeights);
+      const Pixel untouched = type == IMG_TYPE_RGBA_16 ? stored : Pixel{};
+      EXPECT_EQ(read.at(x),
+                converted(type, IMG_TYPE_RGBA_16, stored, {}, kWeights).value_or(untouched))
+          << name_of(type);
+    }
+  }
+}
+
+}  // namespace
