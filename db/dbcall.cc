@@ -4,6 +4,8 @@
 #include <ka/db.h>
 #include <ka/detail/scope.h>
 #include <ka/detail/versions.h>
+#include <ka/mem.h>
+#include <ka/message.h>
 #include <ka/version.h>
 
 namespace {
@@ -21,11 +23,26 @@ constexpr std::array kLocks = {&database_lock, &delete_lock, &page_table_lock, &
 void ka_db_init() {
   const ka::ModuleScope scope(KA_DB);
   for (ka_mutex* lock : kLocks) ka_init_lock(lock);
+  ka_mem_database_reports(ka_db_summary, ka_db_dump);
 }
 
 void ka_db_exit() {
   const ka::ModuleScope scope(KA_DB);
+  ka_mem_database_reports(nullptr, nullptr);
   for (ka_mutex* lock : kLocks) ka_delete_lock(lock);
+}
+
+void ka_db_summary() {
+  const ka::ModuleScope scope(KA_DB);
+  ka_info("database elements by module:");
+  ka_info("database elements by type:");
+}
+
+void ka_db_dump() {
+  const ka::ModuleScope scope(KA_DB);
+  ka_info(
+      "host  mod        tag      addr   ctrans    size pidx fj v priv refs    type          ka "
+      "name");
 }
 
 const char* ka_db_version() { return ka::module_version(ka::kDbVersion); }

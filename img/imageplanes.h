@@ -85,11 +85,52 @@ inline const img_image_line* line_table(const img_image* image) {
                                                  kImageHeaderSize);
 }
 
+// The plane at an offset from the start of an image.
+template <typename Sample>
+Sample* plane_at(const img_image* image, std::uint32_t offset) {
+  return reinterpret_cast<Sample*>(
+      const_cast<std::uint8_t*>(reinterpret_cast<const std::uint8_t*>(image)) + offset);
+}
+
 // A plane of line y of an image, null when it is absent.
 inline std::uint8_t* image_plane(const img_image* image, int y, std::size_t slot) {
   const std::uint32_t offset = line_table(image)[y].offset[slot];
   if (offset == 0) return nullptr;
-  return const_cast<std::uint8_t*>(reinterpret_cast<const std::uint8_t*>(image)) + offset;
+  return plane_at<std::uint8_t>(image, offset);
+}
+
+// Slot of the one plane of an image with one component. Line 0 tells, since the planes of images
+// from elsewhere may stand in either place.
+inline std::size_t single_slot(const img_image* image) {
+  return line_table(image)->offset[3] != 0 ? 3 : 0;
+}
+
+// A plane of line y of an image that has it.
+template <typename Sample>
+Sample* plane_in(const img_image* image, int y, std::size_t slot) {
+  return plane_at<Sample>(image, line_table(image)[y].offset[slot]);
+}
+
+// Fills the line table of an image whose header is complete: line after line, each line's planes
+// one behind the other.
+inline void lay_out(img_image* image) {
+  const auto bytes = static_cast<std::uint32_t>(plane_bytes(image->type, image->width));
+  const std::size_t first = first_slot(image->type);
+  auto next = static_cast<std::uint32_t>(
+      kImageHeaderSize + static_cast<std::size_t>(image->height) * sizeof(img_image_line));
+  img_image_line* const table = line_table(image);
+  for (int y = 0; y < image->height; ++y) {
+    table[y] = {};
+    for (std::size_t slot = first; slot < first + static_cast<std::size_t>(image->components);
+         ++slot, next += bytes) {
+      table[y].offset[slot] = next;
+    }
+  }
+}
+
+// The header `offset` bytes behind that of an image, in the same block.
+inline img_image* image_at(img_image* image, std::uint32_t offset) {
+  return reinterpret_cast<img_image*>(reinterpret_cast<std::uint8_t*>(image) + offset);
 }
 
 // Makes a line record refer to the planes of line y of an image.
@@ -98,10 +139,10 @@ inline void set_line(img_line* line, const img_image* image, int y) {
     set_plane(line, slot, image_plane(image, y, slot));
 }
 
-// Bytes of an image's block: header, line table and planes, rounded up to whole words. Empty when
-// it passes what its offsets can hold, or when a side is negative.
-inline std::optional<std::uint64_t> image_bytes(int type, int width, int height) {
-  const auto line = checked_product(width, ka_img_ncomp[type], (ka_img_nbits[type] + 7) / 8);
+// Bytes of one image, which may be a level of a pyramid: header, line table and planes, rounded up
+// to whole words. Empty when it passes what its offsets can hold, or when a side is negative.
+inline std::optional<std::uint64_t> level_bytes(int width, int height, int bits, int components) {
+  const auto line = checked_product(width, components, (bits + 7) / 8);
   if (!line || *line > kLargestImage) return std::nullopt;
   const auto lines = checked_product(height, *line + sizeof(img_image_line));
   if (!lines || *lines > kLargestImage - kImageHeaderSize - 3) return std::nullopt;

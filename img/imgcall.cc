@@ -17,9 +17,9 @@
 #include <ka/mem.h>
 #include <ka/message.h>
 #include <ka/subst.h>
-#include <ka/trans.h>
 
 #include "imageplanes.h"
+#include "imgcontext.h"
 #include "stream.h"
 
 namespace {
@@ -27,16 +27,7 @@ namespace {
 constexpr int kUsualWidth = 1 << 20;   // pixels; wider than pictures are
 constexpr int kDefaultTypeNumber = 2;  // of the warning about a type that the format cannot write
 
-// The private area of each thread that uses the image library.
-struct ImageContext {
-  float weights[4];  // luminance of R, G, B, A
-};
-
 std::atomic<std::uint32_t> img_subverb{KA_SUBVERB_DEFAULT};
-
-void context_init(void* area) {
-  *static_cast<ImageContext*>(area) = {.weights = {0.299F, 0.587F, 0.114F, 0.0F}};
-}
 
 void read_subverbosity() {
   const std::uint32_t forced = img_debug_level() != 0 ? std::uint32_t{KA_SUBVERB_FILES} : 0;
@@ -173,28 +164,21 @@ int write_header(img_file* handle) {
   return create && create(handle);
 }
 
-void remove_by_name(const char* name) {
-  char path[KA_PATH_SIZE];
-  unlink(ka_string_substitute(path, name, sizeof path));
-}
-
 }  // namespace
 
 bool img_tells_files() { return (img_subverb & KA_SUBVERB_FILES) != 0; }
 
-const float* img_luminance_weights() {
-  return static_cast<ImageContext*>(ka_context_mem(KA_IMG))->weights;
-}
-
 void ka_img_init() {
   const ka::ModuleScope scope(KA_IMG);
-  ka_context_register_module(KA_IMG, context_init, nullptr, sizeof(ImageContext));
+  img_context_init_gamma_init();
+  img_context_register();
   img_init_formats();
 }
 
 void ka_img_exit() {
   const ka::ModuleScope scope(KA_IMG);
   img_exit_formats();
+  img_context_init_gamma_exit();
 }
 
 const char* ka_img_version() { return ka::module_version(ka::kImgVersion); }
@@ -292,7 +276,7 @@ int ka_img_create(img_file* handle, const char* name, int type, int format, int 
 
 int ka_img_line_read(img_file* handle, img_line* line) {
   const ka::ModuleScope scope(KA_IMG);
-  if (!is_open(handle) || !has_driver_state(handle)) return unopened(handle);
+  if (!is_open(handle) || !has_driver_state(handle) || handle->writing) return unopened(handle);
   const auto read = img_format_at(handle->format).driver.read;
   int result = 0;
   if (passes_through(handle)) {
@@ -313,7 +297,7 @@ int ka_img_line_read(img_file* handle, img_line* line) {
 
 int ka_img_line_write(img_file* handle, img_line* line) {
   const ka::ModuleScope scope(KA_IMG);
-  if (!handle->stream) return unopened(handle);
+  if (!handle->stream || !handle->writing) return unopened(handle);
   if (handle->line_count == -1) {
     handle->line_count = 0;
   } else if (handle->line_count == 0 && !write_header(handle)) {
@@ -345,8 +329,9 @@ int ka_img_close(img_file* handle) {
     img_error(handle, IMG_ERR_CLOSE, errno);
     result = 0;
   }
-  if (handle->writing && handle->format == IMG_FORMAT_NULL && handle->name)
-    remove_by_name(handle->name);
+  if (handle->writing && handle->format == IMG_FORMAT_NULL && handle->name) {
+    img_remove_file(handle->name);
+  }
   handle->stream = nullptr;
   handle->data.p = nullptr;
   ka_mem_release(handle->conversion);

@@ -10,6 +10,10 @@
 // writing the file is removed. Returns 0, so that a failing operation is one statement.
 int img_error(img_file* handle, int code, int os_error);
 
+// Removes the file behind a name as a caller gave it. Devices, pipes and links stay: they were
+// there before the file was written, and what a link leads to is not known to be ours.
+void img_remove_file(const char* name);
+
 // Starts the format tables: custom slots get a name, then formats that need it are started. And the
 // counterpart.
 void img_init_formats();
@@ -60,6 +64,3 @@ void img_convert(img_line* dst, const img_line* src, int dst_type, int src_type,
 bool img_adds_alpha_only(int dst_type, int src_type);
 // Fills the alpha plane of a line with the full value of its type.
 void img_fill_alpha(img_line* line, int type, int width);
-
-// The calling thread's luminance weights.
-const float* img_luminance_weights();

@@ -1,4 +1,5 @@
 // Errors of a handle: setting them, telling them.
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -41,18 +42,20 @@ constexpr std::array<Text, 14> kTexts = {{
     {"%s: wrong file size", false},
 }};
 
-void remove_file(const char* name) {
-  char path[KA_PATH_SIZE];
-  unlink(ka_string_substitute(path, name, sizeof path));
-}
-
 }  // namespace
+
+void img_remove_file(const char* name) {
+  char path[KA_PATH_SIZE];
+  ka_string_substitute(path, name, sizeof path);
+  struct stat status;
+  if (lstat(path, &status) == 0 && S_ISREG(status.st_mode)) unlink(path);
+}
 
 int img_error(img_file* handle, int code, int os_error) {
   handle->error = code;
   handle->os_error = os_error;
   if (handle->name) {
-    if (handle->writing) remove_file(handle->name);
+    if (handle->writing) img_remove_file(handle->name);
     ka_mem_release(handle->name);
     handle->name = nullptr;
   }

@@ -8,23 +8,10 @@
 
 #include "imageplanes.h"
 #include "imgcall.h"
+#include "imgcontext.h"
+#include "imgpyramid.h"
 
 namespace {
-
-// Fills the line table: line after line, each line's planes one behind the other.
-void lay_out(img_image* image, int type) {
-  const auto bytes = static_cast<std::uint32_t>(ka::plane_bytes(type, image->width));
-  const std::size_t slot = ka::first_slot(type);
-  std::uint32_t next = static_cast<std::uint32_t>(
-      ka::kImageHeaderSize + std::size_t(image->height) * sizeof(img_image_line));
-  img_image_line* const table = ka::line_table(image);
-  for (int y = 0; y < image->height; ++y) {
-    for (std::size_t component = 0; component < std::size_t(image->components);
-         ++component, next += bytes) {
-      table[y].offset[slot + component] = next;
-    }
-  }
-}
 
 int image_line(const img_file* handle, int i) {
   return handle->topdown ? handle->height - 1 - i : i;
@@ -34,7 +21,8 @@ int image_line(const img_file* handle, int i) {
 
 size_t ka_img_image_size(img_file* handle) {
   const ka::ModuleScope scope(KA_IMG);
-  const auto bytes = ka::image_bytes(handle->type, handle->width, handle->height);
+  const auto bytes = img_pyramid_size(handle->width, handle->height, ka_img_nbits[handle->type],
+                                      ka_img_ncomp[handle->type], handle->pyramid != 0);
   if (!bytes) img_error(handle, IMG_ERR_SUBTYPE, EFBIG);
   return bytes ? std::size_t(*bytes) : 0;
 }
@@ -50,7 +38,8 @@ img_image* ka_img_image_alloc(img_file* handle) {
   image->components = ka_img_ncomp[handle->type];
   image->filter = static_cast<float>(handle->pyramid);
   image->type = handle->type;
-  lay_out(image, handle->type);
+  ka::lay_out(image);
+  if (handle->pyramid) img_pyramid_create_directory(handle, image);
   return image;
 }
 
@@ -80,6 +69,7 @@ int ka_img_image_read(img_file* handle, img_image* image) {
     ka::set_line(&line, image, image_line(handle, i));
     result = ka_img_line_read(handle, &line);
   }
+  if (handle->pyramid) ka_img_pyramid_filter_levels(image);
   return result;
 }
 

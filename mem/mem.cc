@@ -1,91 +1,193 @@
 // Accounted memory: every block carries its size and the module it is charged to.
 #include "mem.h"
 
-#include <cstring>
-#include <limits>
-
-#include <ka/detail/scope.h>
 #include <ka/detail/versions.h>
 #include <ka/message.h>
 #include <ka/version.h>
 
 namespace {
 
-// Stands in front of the memory handed out. Its size leaves the memory aligned for any type.
+// Stands in front of the memory handed out. Its size leaves the memory aligned for any type; the
+// estimate counts it as 8 bytes.
 struct alignas(std::max_align_t) Header {
   std::size_t size;  // bytes that were asked for
-  int module;        // charged for them
+  // Charged for them; kUncounted: the statistics do not hold the block. As wide as what the system
+  // allocator reads here first thing in free: a narrower store would make that read wait.
+  std::int64_t module;
 };
+constexpr std::int64_t kUncounted = -1;
+constexpr std::int64_t kCountedHeader = 8;
 
 Header* header_of(void* memory) { return static_cast<Header*>(memory) - 1; }
 const Header* header_of(const void* memory) { return static_cast<const Header*>(memory) - 1; }
 
-// The block's bytes with its header; larger than any system has when the sum does not fit.
-std::size_t block_size(std::size_t size) {
-  constexpr std::size_t limit = std::numeric_limits<std::size_t>::max() / 2;
-  return size < limit - sizeof(Header) ? size + sizeof(Header) : limit;
+// An allocation is to cost little more than the system's own. The common case is therefore inlined,
+// leaves the module stack alone, and hands every other case over whole (bench/mem_bench.cc).
+
+[[gnu::noinline]] void* start_elsewhere(Header* header, int module) {
+  const auto bytes = static_cast<std::int64_t>(header->size);
+  header->module = ka::count_elsewhere(module, bytes, 1) ? module : kUncounted;
+  return header + 1;
+}
+
+[[gnu::always_inline]] inline void* start_block(Header* header, int module, std::size_t size) {
+  header->size = size;
+  header->module = module;
+  ka::MemStats* const stats = ka::counting_stats();
+  if (!stats) [[unlikely]]
+    return start_elsewhere(header, module);
+  ka::ModuleStats& counters = (*stats)[std::size_t(module)];
+  counters.bytes.grow(static_cast<std::int64_t>(size));
+  counters.blocks.grow(1);
+  return header + 1;
+}
+
+[[gnu::noinline]] void* allocate_large(int module, std::size_t size, bool zero) {
+  size = std::min(size, ka::kMaxRequest);
+  const std::int64_t counted = static_cast<std::int64_t>(size) + kCountedHeader;
+  ka::heap_grow(counted);
+  void* const header = ka::system_allocate(size + sizeof(Header), zero);
+  if (header) return start_block(static_cast<Header*>(header), module, size);
+  ka::heap_refused(counted);
+  return nullptr;
+}
+
+// The C library keeps small blocks at hand for malloc, but not for calloc: they are cleared here.
+constexpr std::size_t kSmallBlock = 1024;
+
+[[gnu::always_inline]] inline void* allocate(int module, std::size_t size, bool zero) {
+  if (size > kSmallBlock) return allocate_large(module, size, zero);
+  const std::int64_t counted = static_cast<std::int64_t>(size) + kCountedHeader;
+  ka::heap_grow(counted);
+  auto* const header = static_cast<Header*>(std::malloc(size + sizeof(Header)));
+  if (!header) [[unlikely]] {
+    ka::heap_refused(counted);
+    return nullptr;
+  }
+  if (zero) std::memset(header + 1, 0, size);
+  return start_block(header, module, size);
+}
+
+[[gnu::noinline]] void release_elsewhere(Header* header) {
+  ka::count_elsewhere(int(header->module), -static_cast<std::int64_t>(header->size), -1);
+  std::free(header);
+}
+
+[[gnu::always_inline]] inline void release(void* memory) {
+  if (!memory) return;
+  Header* const header = header_of(memory);
+  const auto bytes = static_cast<std::int64_t>(header->size);
+  ka::heap_shrink(bytes);
+  if (header->module != kUncounted) [[likely]] {
+    ka::MemStats* const stats = ka::counting_stats();
+    if (!stats) [[unlikely]]
+      return release_elsewhere(header);
+    ka::ModuleStats& counters = (*stats)[std::size_t(header->module)];
+    counters.bytes.now -= bytes;
+    counters.blocks.now -= 1;
+  }
+  std::free(header);
+}
+
+void count_resize(const Header& header, std::int64_t change) {
+  if (header.module == kUncounted) return;
+  ka::MemStats* const stats = ka::counting_stats();
+  if (stats) {
+    (*stats)[std::size_t(header.module)].bytes.grow(change);
+  } else {
+    ka::count_elsewhere(int(header.module), change, 0);
+  }
+}
+
+void* reallocate(int module, void* memory, std::size_t size) {
+  if (!memory) return allocate(module, size, true);
+  size = std::min(size, ka::kMaxRequest);
+  const auto old_bytes = static_cast<std::int64_t>(header_of(memory)->size);
+  const std::int64_t change = static_cast<std::int64_t>(size) - old_bytes;
+  const std::int64_t counted = change + kCountedHeader;
+  counted > 0 ? ka::heap_grow(counted) : ka::heap_shrink(-counted);
+  auto* const header =
+      static_cast<Header*>(ka::system_reallocate(header_of(memory), size + sizeof(Header)));
+  if (!header) {
+    ka::heap_refused(counted);
+    return nullptr;
+  }
+  header->size = size;
+  count_resize(*header, change);
+  auto* const start = reinterpret_cast<unsigned char*>(header + 1);
+  if (change > 0) std::memset(start + old_bytes, 0, static_cast<std::size_t>(change));
+  return start;
 }
 
 }  // namespace
 
-void ka_mem_init() {}
+void ka_mem_init() {
+  const ka::ModuleScope scope(KA_MEM);
+  if (ka::is_accounting) return;
+  ka::stats_start();
+  ka::purge_start();
+  ka_mem_pages_initialize();
+  ka::is_accounting = true;
+}
 
-void ka_mem_exit() {}
+void ka_mem_exit() {
+  const ka::ModuleScope scope(KA_MEM);
+  if (!ka::is_accounting) return;
+  ka_mem_pages_finish();
+  ka::is_accounting = false;
+  ka::purge_end();
+  ka::stats_end();
+}
 
 void* ka_mem_doalloc(const char* /*file*/, int /*line*/, int module, std::size_t size, int zero) {
-  void* const block = ka::system_allocate(block_size(size), zero != 0);
-  if (!block) return nullptr;
-  auto* const header = static_cast<Header*>(block);
-  header->size = size;
-  header->module = module;
-  return header + 1;
+  return allocate(ka::known_module(module), size, zero != 0);
+}
+
+void* ka_mem_dorealloc(const char* /*file*/, int /*line*/, int module, void* memory,
+                       std::size_t size) {
+  return reallocate(ka::known_module(module), memory, size);
 }
 
 void ka_mem_dorelease(const char* /*file*/, int /*line*/, int /*module*/, void* memory) {
-  if (memory) ka::system_release(header_of(memory));
+  release(memory);
 }
 
 std::size_t ka_mem_dogetsize(const void* memory) { return header_of(memory)->size; }
 
-void* ka::mem_allocate_for(int module, const char* file, int line, std::size_t size) {
-  void* const memory = ka::mem_retry([&] { return ka_mem_doalloc(file, line, module, size, 1); });
-  if (!memory) ka_nfatal(5, "can't allocate %zu bytes. MEM exits.", size);
-  return memory;
+void* ka::allocate_for(int module, std::size_t size) {
+  return mem_retry([=] { return allocate(module, size, true); },
+                   [=] { ka_nfatal(5, "can't allocate %zu bytes. MEM exits.", size); });
 }
 
-void* ka_mem_int_allocate(const char* file, int line, std::size_t size) {
-  const ka::ModuleScope scope(KA_MEM);
-  return ka::mem_allocate_for(ka::mem_calling_module(), file, line, size);
+void* ka_mem_int_allocate(const char* /*file*/, int /*line*/, std::size_t size) {
+  return ka::allocate_for(ka::calling_module(), size);
 }
 
-void* ka_mem_int_reallocate(const char* file, int line, void* memory, std::size_t size) {
-  if (!memory) return ka_mem_int_allocate(file, line, size);
-  const ka::ModuleScope scope(KA_MEM);
-  void* const block =
-      ka::mem_retry([&] { return ka::system_reallocate(header_of(memory), block_size(size)); });
-  if (!block) ka_nfatal(6, "can't reallocate %zu bytes. MEM exits.", size);
-  auto* const header = static_cast<Header*>(block);
-  const std::size_t old_size = header->size;
-  header->size = size;
-  auto* const bytes = reinterpret_cast<unsigned char*>(header + 1);
-  if (size > old_size) std::memset(bytes + old_size, 0, size - old_size);
-  return bytes;
+void* ka_mem_int_reallocate(const char* /*file*/, int /*line*/, void* memory, std::size_t size) {
+  const int module = ka::calling_module();
+  return ka::mem_retry([=] { return reallocate(module, memory, size); },
+                       [=] { ka_nfatal(6, "can't reallocate %zu bytes. MEM exits.", size); });
 }
 
-void ka_mem_int_release(const char* file, int line, void* memory) {
-  const ka::ModuleScope scope(KA_MEM);
-  ka_mem_dorelease(file, line, ka::mem_calling_module(), memory);
-}
+void ka_mem_int_release(const char* /*file*/, int /*line*/, void* memory) { release(memory); }
 
-char* ka_mem_int_strdup(const char* file, int line, const char* text) {
+char* ka_mem_int_strdup(const char* /*file*/, int /*line*/, const char* text) {
   if (!text) return nullptr;
-  const ka::ModuleScope scope(KA_MEM);
-  const int module = ka::mem_calling_module();
+  const int module = ka::calling_module();
   const std::size_t size = std::strlen(text) + 1;
-  void* const copy = ka::mem_retry([&] { return ka_mem_doalloc(file, line, module, size, 0); });
-  if (!copy) ka_nfatal(7, "can't allocate memory for string. MEM exits.");
-  std::memcpy(copy, text, size);
-  return static_cast<char*>(copy);
+  void* const copy =
+      ka::mem_retry([=] { return allocate(module, size, false); },
+                    [] { ka_nfatal(7, "can't allocate memory for string. MEM exits."); });
+  return static_cast<char*>(std::memcpy(copy, text, size));
+}
+
+void* ka_mem_int_test_allocate(const char* /*file*/, int /*line*/, std::size_t size) {
+  return allocate(ka::calling_module(), size, true);
+}
+
+void* ka_mem_int_test_reallocate(const char* /*file*/, int /*line*/, void* memory,
+                                 std::size_t size) {
+  return reallocate(ka::calling_module(), memory, size);
 }
 
 const char* ka_mem_version() { return ka::module_version(ka::kMemVersion); }

@@ -4,7 +4,6 @@
 #include <bitset>
 #include <cstring>
 
-#include <ka/detail/scope.h>
 #include <ka/message.h>
 
 #include "mem.h"
@@ -44,22 +43,38 @@ void free_all(ka_mem_pool* pool, Link* chunk) {
   }
 }
 
-void add_chunk(ka_mem_pool* pool, int fatal_number) {
+// A chunk that belongs to nobody yet. Getting it may run a purge, whose limit handlers may use the
+// pool: it is called without the pool's lock.
+Link* make_chunk(const ka_mem_pool* pool, int fatal_number) {
   const std::size_t size = chunk_elements(pool) * pool->element_size + sizeof(Link);
-  const int module = ka::mem_calling_module();
-  auto* const chunk = static_cast<Link*>(
-      ka::mem_retry([&] { return ka_mem_doalloc(__FILE__, __LINE__, module, size, 0); }));
-  if (!chunk) ka_nfatal(fatal_number, "can't allocate %zu bytes. MEM exits.", size);
+  const int module = ka::calling_module();
+  return static_cast<Link*>(ka::mem_retry(
+      [=] { return ka_mem_doalloc(__FILE__, __LINE__, module, size, 0); },
+      [=] { ka_nfatal(fatal_number, "can't allocate %zu bytes. MEM exits.", size); }));
+}
+
+void add_chunk(ka_mem_pool* pool, Link* chunk) {
   chunk->next = pool->chunks;
   pool->chunks = chunk;
   free_all(pool, chunk);
 }
 
-void* take_element(ka_mem_pool* pool, int fatal_number) {
-  if (!pool->free) add_chunk(pool, fatal_number);
+// Null when no element is free.
+void* take_element(ka_mem_pool* pool) {
   Link* const element = pool->free;
-  pool->free = element->next;
+  if (element) pool->free = element->next;
   return element;
+}
+
+void* take_locked(ka_mem_pool* pool) {
+  {
+    const ka::LockScope locked(pool->lock);
+    if (void* const element = take_element(pool)) return element;
+  }
+  Link* const chunk = make_chunk(pool, kLockedNumber);
+  const ka::LockScope locked(pool->lock);
+  add_chunk(pool, chunk);
+  return take_element(pool);
 }
 
 void put_element(ka_mem_pool* pool, void* memory) {
@@ -93,33 +108,35 @@ void enumerate(const ka_mem_pool* pool, Function function) {
 
 }  // namespace
 
-ka_mem_pool* ka_mem_int_blkcreate(const char* file, int line, std::size_t element_size) {
-  const ka::ModuleScope scope(KA_MEM);
-  auto* const pool = static_cast<ka_mem_pool*>(
-      ka::mem_allocate_for(ka::mem_calling_module(), file, line, sizeof(ka_mem_pool)));
+ka_mem_pool* ka_mem_int_blkcreate(const char* /*file*/, int /*line*/, std::size_t element_size) {
+  auto* const pool =
+      static_cast<ka_mem_pool*>(ka::allocate_for(ka::calling_module(), sizeof(ka_mem_pool)));
   pool->element_size = (element_size + sizeof(Link) - 1) / sizeof(Link) * sizeof(Link);
   ka_init_lock(&pool->lock);
   return pool;
 }
 
-void* ka_mem_blkallocate(ka_mem_pool* pool) {
-  const ka::ModuleScope scope(KA_MEM);
-  void* element = nullptr;
-  {
-    const ka::LockScope locked(pool->lock);
-    element = take_element(pool, kLockedNumber);
+void ka_mem_blkdelete(ka_mem_pool* pool) {
+  while (Link* const chunk = pool->chunks) {
+    pool->chunks = chunk->next;
+    ka_mem_release(chunk);
   }
-  return std::memset(element, 0, pool->element_size);
+  ka_delete_lock(&pool->lock);
+  ka_mem_release(pool);
+}
+
+void* ka_mem_blkallocate(ka_mem_pool* pool) {
+  return std::memset(take_locked(pool), 0, pool->element_size);
 }
 
 void* ka_mem_blkfallocate(ka_mem_pool* pool) {
-  const ka::ModuleScope scope(KA_MEM);
-  return take_element(pool, kUnlockedNumber);
+  if (void* const element = take_element(pool)) return element;
+  add_chunk(pool, make_chunk(pool, kUnlockedNumber));
+  return take_element(pool);
 }
 
 void ka_mem_blkrelease(ka_mem_pool* pool, void* element) {
   if (!element) return;
-  const ka::ModuleScope scope(KA_MEM);
   const ka::LockScope locked(pool->lock);
   put_element(pool, element);
 }
@@ -129,21 +146,9 @@ void ka_mem_blkfrelease(ka_mem_pool* pool, void* element) {
 }
 
 void ka_mem_blkclear(ka_mem_pool* pool) {
-  const ka::ModuleScope scope(KA_MEM);
   const ka::LockScope locked(pool->lock);
   pool->free = nullptr;
   for (Link* chunk = pool->chunks; chunk; chunk = chunk->next) free_all(pool, chunk);
-}
-
-void ka_mem_blkdelete(ka_mem_pool* pool) {
-  const ka::ModuleScope scope(KA_MEM);
-  const int module = ka::mem_calling_module();
-  while (Link* const chunk = pool->chunks) {
-    pool->chunks = chunk->next;
-    ka_mem_dorelease(__FILE__, __LINE__, module, chunk);
-  }
-  ka_delete_lock(&pool->lock);
-  ka_mem_dorelease(__FILE__, __LINE__, module, pool);
 }
 
 void ka_mem_blkenumerate(ka_mem_pool* pool, void (*function)(void* element)) {

@@ -1,23 +1,29 @@
 // Raw memory: the system allocator without headers, for the records that the runtime itself stands
-// on.
+// on. And what a refusal of the system leads to.
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <cstdlib>
-
-#include <ka/detail/scope.h>
 #include <ka/message.h>
 
 #include "mem.h"
 
 namespace {
 
-// From this size on a block is a mapping of its own, and a page fault for every 4 KiB costs several
-// times what filling the page does: such blocks ask for huge pages (docs/performance.md).
-constexpr std::size_t kHugeBlock = std::size_t{8} << 20;
-
 std::atomic<ka_mem_error_function> mem_error_handler{nullptr};
+
+void* attempt_raw(std::size_t size, void* memory) {
+  size = std::min(size, ka::kMaxRequest);
+  const auto bytes = static_cast<std::int64_t>(size);
+  bytes > 0 ? ka::heap_grow(bytes) : ka::heap_shrink(0);
+  void* const block =
+      memory ? ka::system_reallocate(memory, size) : ka::system_allocate(size, true);
+  if (!block) ka::heap_refused(bytes);
+  return block;
+}
+
+// From this size on a block is a mapping of its own, and a page fault for every 4 KiB costs several
+// times what filling the page does: such blocks ask for huge pages.
+constexpr std::size_t kHugeBlock = std::size_t{8} << 20;
 
 void advise_huge_pages(void* memory, std::size_t size) {
   const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
@@ -35,21 +41,46 @@ void* ka::system_allocate(std::size_t size, bool zero) {
   return memory;
 }
 
-void* ka::system_reallocate(void* memory, std::size_t size) { return std::realloc(memory, size); }
+void* ka::system_reallocate(void* memory, std::size_t size) {
+  void* const block = std::realloc(memory, size);
+  if (block && size >= kHugeBlock) advise_huge_pages(block, size);
+  return block;
+}
 
-void ka::system_release(void* memory) { std::free(memory); }
+bool ka::call_error_handler() {
+  const auto handler = mem_error_handler.load();
+  if (handler) handler();
+  return handler != nullptr;
+}
 
-void ka::mem_report_failure() {
-  if (const auto handler = mem_error_handler.load()) handler();
+void ka::report_failure() {
+  static thread_local bool is_reporting = false;  // the report itself may find no memory
+  if (is_reporting) return;
+  is_reporting = true;
+  ka_mem_post_mortem();
+  is_reporting = false;
+}
+
+void ka::attempt_failed(int failures, FailureOrder order) {
+  const bool first = failures == 1;
+  if (first && order == FailureOrder::kReportFirst) report_failure();
+  call_error_handler();
+  if (first && order == FailureOrder::kHandlerFirst) report_failure();
 }
 
 void ka_mem_error_handler(ka_mem_error_function handler) { mem_error_handler = handler; }
 
 void* ka_mem_allocate_raw(std::size_t size) {
-  const ka::ModuleScope scope(KA_MEM);
-  void* const memory = ka::mem_retry([&] { return ka::system_allocate(size, true); });
-  if (!memory) ka_nfatal(8, "can't allocate %zu bytes. MEM exits.", size);
-  return memory;
+  return ka::mem_retry([=] { return attempt_raw(size, nullptr); },
+                       [=] { ka_nfatal(8, "can't allocate %zu bytes. MEM exits.", size); },
+                       ka::FailureOrder::kHandlerFirst);
 }
 
-void ka_mem_release_raw(void* memory) { ka::system_release(memory); }
+void* ka_mem_reallocate_raw(void* memory, std::size_t size) {
+  if (!memory) return ka_mem_allocate_raw(size);
+  return ka::mem_retry([=] { return attempt_raw(size, memory); },
+                       [=] { ka_nfatal(11, "can't reallocate %zu bytes. MEM exits.", size); },
+                       ka::FailureOrder::kHandlerFirst);
+}
+
+void ka_mem_release_raw(void* memory) { std::free(memory); }

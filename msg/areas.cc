@@ -1,5 +1,7 @@
 #include "areas.h"
 
+#include <atomic>
+
 #include <ka/mem.h>
 
 void AreaTable::add(int module, ka_area_function init, ka_area_function exit, std::size_t size) {
@@ -12,8 +14,13 @@ void AreaTable::add(int module, ka_area_function init, ka_area_function exit, st
 void AreaTable::create(void*& area, int module) const {
   const Entry& entry = entries_[std::size_t(module)];
   if (entry.size == 0) return;
-  area = ka_mem_allocate_raw(entry.size);
-  if (entry.init) entry.init(area);
+  void* const fresh = ka_mem_allocate_raw(entry.size);
+  void* none = nullptr;
+  if (!std::atomic_ref(area).compare_exchange_strong(none, fresh)) {
+    ka_mem_release_raw(fresh);  // a limit handler has made it meanwhile
+    return;
+  }
+  if (entry.init) entry.init(fresh);
 }
 
 bool AreaTable::release_all(void** pointers) const {

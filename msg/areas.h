@@ -13,8 +13,8 @@ class AreaTable {
 
   std::size_t size(int module) const { return entries_[std::size_t(module)].size; }
 
-  // Makes the module's zeroed area and stores it before its init function runs; nothing for a
-  // module without one.
+  // Makes the module's zeroed area, unless there is one, and stores it before its init function
+  // runs; nothing for a module without one. Another thread may look for the area meanwhile.
   void create(void*& area, int module) const;
 
   // Releases every area of a table of pointers, exit functions first. Returns whether there was

@@ -5,3 +5,15 @@
 void ka_msg_early_init();
 // Unregisters the calling thread and deletes what ka_msg_early_init made.
 void ka_msg_late_exit();
+
+// While one stands, nobody who goes through ka_msg_tls_info looks at the calling thread's areas.
+class HiddenAreas {
+ public:
+  HiddenAreas();
+  ~HiddenAreas();
+  HiddenAreas(const HiddenAreas&) = delete;
+  HiddenAreas& operator=(const HiddenAreas&) = delete;
+
+ private:
+  bool were_hidden_;
+};

@@ -3,9 +3,11 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <mutex>
+#include <utility>
 
 #include <ka/detail/context.h>
 #include <ka/detail/scope.h>
@@ -52,6 +54,7 @@ pthread_key_t key;    // its value in each registered thread is the thread's con
 ka_mutex table_lock;  // guards everything below
 std::array<Slot, kSlots> table;
 std::array<ka_context*, kSlots + 1> contexts;           // what ka_msg_tls_info hands out
+std::atomic<const ka_context*> reader{nullptr};         // who is between the two, null: nobody
 std::array<std::uint16_t, ka_context::kPinSlots> pins;  // of threads that have ended
 
 // Threads without a context of their own share the static one: while they come and go, one at a
@@ -134,7 +137,19 @@ bool create_detached(Slot* slot) {
   return failure == 0;
 }
 
+// Waits for a reader of the table, unless it is the calling thread, and returns the earlier value.
+bool set_areas_hidden(bool hidden) {
+  ka_context& context = ka::context();
+  const bool is_reader = reader.load(std::memory_order_relaxed) == &context;
+  if (!table_lock.handle || is_reader) return std::exchange(context.areas_hidden, hidden);
+  const ka::LockScope locked(table_lock);
+  return std::exchange(context.areas_hidden, hidden);
+}
+
 }  // namespace
+
+HiddenAreas::HiddenAreas() : were_hidden_(set_areas_hidden(true)) {}
+HiddenAreas::~HiddenAreas() { set_areas_hidden(were_hidden_); }
 
 constinit thread_local ka_context* ka::current_context = &static_context;
 
@@ -212,7 +227,8 @@ void ka_msg_set_netthread() {
 
 ka_context* const* ka_msg_tls_info() {
   const ka::ModuleScope scope(KA_MSG);
-  if (!ka_trylock(table_lock)) return nullptr;
+  if (!table_lock.handle || !ka_trylock(table_lock)) return nullptr;
+  reader.store(&ka::context(), std::memory_order_relaxed);
   std::size_t count = 0;
   for (const Slot& slot : table) {
     if (slot.context) contexts[count++] = slot.context;
@@ -221,7 +237,10 @@ ka_context* const* ka_msg_tls_info() {
   return contexts.data();
 }
 
-void ka_msg_tls_info_end() { ka_unlock(table_lock); }
+void ka_msg_tls_info_end() {
+  reader.store(nullptr, std::memory_order_relaxed);
+  ka_unlock(table_lock);
+}
 
 int ka_msg_my_thread_id() { return ka::context().thread; }
 

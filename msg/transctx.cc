@@ -1,15 +1,32 @@
 // Per-thread context: the module stack and the context areas.
-#include <array>
+#include <atomic>
 
 #include <ka/detail/context.h>
+#include <ka/detail/hooks.h>
 #include <ka/mem.h>
 #include <ka/message.h>
 #include <ka/trans.h>
 
 #include "areas.h"
+#include "msg.h"
 
 namespace {
-AreaTable areas;  // context areas of all modules
+AreaTable areas;                         // context areas of all modules
+ka_area_function before_push = nullptr;  // gets the area of `before_push_module`
+int before_push_module = KA_NULL;
+
+// The thread's table of areas. A purge by another thread looks at the table and its entries: they
+// are stored and loaded as atomics.
+void** own_table(ka_context& context) {
+  if (context.context_areas) return context.context_areas;
+  void** const table = AreaTable::make_pointers();
+  if (context.context_areas) {  // making it ran a purge, and a limit handler asked for an area
+    ka_mem_release_raw(table);
+  } else {
+    std::atomic_ref(context.context_areas).store(table);
+  }
+  return context.context_areas;
+}
 }  // namespace
 
 void ka_module_push(int module) { ka::push_module(ka::context(), module); }
@@ -24,22 +41,28 @@ void ka_context_register_module(int module, ka_area_function init, ka_area_funct
   areas.add(module, init, exit, size);
 }
 
+void ka::call_before_context_push(int module, ka_area_function function) {
+  before_push_module = module;
+  before_push = function;
+}
+
 void* ka_context_mem(int module) {
-  ka_context& context = ka::context();
-  if (!context.context_areas) context.context_areas = AreaTable::make_pointers();
-  void*& area = context.context_areas[module];
-  if (!area) areas.create(area, module);
-  return area;
+  void*& entry = own_table(ka::context())[module];
+  const std::atomic_ref area(entry);
+  if (!area.load(std::memory_order_acquire)) areas.create(entry, module);
+  return area.load(std::memory_order_acquire);
 }
 
 void** ka_context_push() {
   ka_context& context = ka::context();
   void** const saved = context.context_areas;
-  context.context_areas = nullptr;
+  if (before_push && saved && saved[before_push_module]) before_push(saved[before_push_module]);
+  std::atomic_ref(context.context_areas).store(nullptr);
   return saved;
 }
 
 void ka_context_pop(void** saved) {
+  const HiddenAreas hidden;
   ka_context& context = ka::context();
   if (context.context_areas) {
     // An exit function may ask for another module's area: go on until a pass finds nothing to

@@ -1,6 +1,7 @@
 // What the tests of all rooms share.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <ka/img.h>
 #include <sys/resource.h>
 
@@ -13,6 +14,12 @@
 #include <vector>
 
 namespace test {
+
+// Names the rows of a table of cases by their member `name`.
+template <typename Row>
+std::string row_name(const testing::TestParamInfo<Row>& row) {
+  return row.param.name;
+}
 
 // A folder of its own for one test, removed with everything in it.
 class Scratch {

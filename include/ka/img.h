@@ -197,8 +197,8 @@ int ka_img_create(img_file* handle, const char* name, int type, int format, int 
 int ka_img_close(img_file* handle);
 
 /* Reads the next line, in file order, into a line of handle->type; writes the next line from one.
- *   Returns  1, or 0 with handle->error: 1 to 4, or 11 when the handle is not open. A failing write
- * removes the file. */
+ *   Returns  1, or 0 with handle->error: 1 to 4, or 11 when the handle is not open for reading or
+ * writing. A failing write removes the file. */
 int ka_img_line_read(img_file* handle, img_line* line);
 int ka_img_line_write(img_file* handle, img_line* line);
 
@@ -206,7 +206,8 @@ int ka_img_line_write(img_file* handle, img_line* line);
  *   Memory   the caller's, released with ka_mem_release. */
 img_line* ka_img_line_alloc(img_file* handle);
 
-/* An image of handle->width, handle->height and handle->type, its pixels zero.
+/* An image of handle->width, handle->height and handle->type, its pixels zero; with handle->pyramid
+ * followed by its reduced levels in the same block.
  *   Returns  null with handle->error when its block would pass 4 GiB - 1 bytes.
  *   Memory   the caller's, released with ka_img_image_release. The system backs it with pages as
  * lines arrive. */
@@ -220,10 +221,22 @@ size_t ka_img_image_size(img_file* handle);
 /* Reads every line of an opened file into `image`; writes every line of `image` to a created file.
  *   Before   no line has been read or written yet.
  *   Returns  1, or 0 with handle->error: 11 not in that state, else as of the line that failed;
- * lines read before the failure stay in `image`. Memory   allocates nothing per line; `image`
+ * lines read before the failure stay in `image`. With handle->pyramid reading ends with
+ * ka_img_pyramid_filter_levels, also after a failure. Memory   allocates nothing per line; `image`
  * remains the caller's. */
 int ka_img_image_read(img_file* handle, img_image* image);
 int ka_img_image_write(img_file* handle, img_image* image);
+
+/* Pyramids: level k + 1 has half the width and half the height of level k, rounded down, as long as
+ * both stay above 0; each level is an image of its own inside the block of level 0.
+ * ka_img_pyramid_filter_levels computes every level from the one above it: each pixel is the mean
+ * of the pixels that it covers, fetched and stored as ka_img_get_color and ka_img_put_color do. */
+void ka_img_pyramid_filter_levels(img_image* image);
+/* Stores the address of a level of `image`, 0 being the image itself; null for one that it lacks.
+ */
+void ka_img_pyramid_set_level(img_image** result, img_image* image, int level);
+/* Sets the filter value of an image, which says how far textures are blurred. */
+void ka_img_pyramid_set_filter(img_image* image, float value);
 
 /* Fetches line y of an image into the caller's line record, converted to `type`.
  *   Returns  1 and the type's components and bits. */

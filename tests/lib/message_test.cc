@@ -30,43 +30,6 @@ class Settings {
   }
 };
 
-TEST(Message, LevelsAreShownByTheMask) {
-  const MessageLog log(KA_FATAL | KA_ERROR | KA_WARNING);
-  ka_info("hidden");
-  ka_warning("shown");
-  ka_set_verbosity(15);
-  ka_info("now");
-  ka_progress("hidden");
-  EXPECT_EQ(MessageLog::lines().size(), 2U);
-  EXPECT_EQ(MessageLog::lines().at(1), "MAIN  .0  info : now");
-}
-
-struct Code {
-  int module, number;
-  void (*issue)(int number, const char* format, ...);
-  const char* line;
-};
-
-TEST(Message, CodesTellModuleLevelAndNumber) {
-  const Code codes[] = {
-      {KA_IMG, 5, ka_nerror, "IMG   .0  error  101005: x"},
-      {KA_IMG, 1005, ka_nerror, "IMG   .0  error  101005: x"},  // numbers wrap at 1000
-      {KA_IMG, 0, ka_nerror, "IMG   .0  error: x"},
-      {KA_SCENE, 7, ka_nwarning, "SCEN  .0  warn   072007: x"},
-      {KA_GEOKA, 1, ka_nerror, "GEOK  .0  error  091001: x"},
-      {KA_GAPAD, 1, ka_nerror, "GAPA  .0  error  091001: x"},
-      {KA_GEOTE, 1, ka_nwarning, "GEOT  .0  warn   092001: x"},
-      {KA_JPG, 1, ka_nerror, "JPG   .0  error  531001: x"},
-  };
-  const MessageLog log(0x7f);
-  for (const Code& code : codes) {
-    const Settings settings(code.module);
-    MessageLog::lines().clear();
-    code.issue(code.number, "x");
-    EXPECT_EQ(MessageLog::lines().at(0), code.line);
-  }
-}
-
 TEST(Message, PrefixPiecesFollowTheGroupsAndTheContext) {
   const Settings settings(KA_IMG);
   const MessageLog log(0x7f);
@@ -86,28 +49,6 @@ TEST(Message, PrefixPiecesFollowTheGroupsAndTheContext) {
             (std::vector<std::string>{"IMG   .0  error: no code",
                                       "00012ab IMG   .0  error  101005: transaction",
                                       "IMG  7.0  vdebg: host", "IMG  7.n  debug: network thread"}));
-}
-
-TEST(Message, TextsAreOneShortLine) {
-  const MessageLog log(0x7f);
-  const std::string head(200, 'h'), tail(200, 't');
-  ka_error("one\ntwo\n");
-  ka_error("%s", std::string(299, 'a').c_str());
-  ka_error("%s%s", head.c_str(), tail.c_str());
-  ka_error("%s", std::string(9000, 'b').c_str());
-  const auto& lines = MessageLog::lines();
-  EXPECT_EQ(lines.at(0), "MAIN  .0  error: one two ");
-  EXPECT_EQ(lines.at(1), "MAIN  .0  error: " + std::string(299, 'a'));
-  EXPECT_EQ(lines.at(2), "MAIN  .0  error: " + head.substr(0, 147) + "[...]" + tail.substr(0, 147));
-  EXPECT_EQ(lines.at(3).size(), 17U + 299U);
-}
-
-TEST(Message, KeepsErrno) {
-  const MessageLog log(0x7f);
-  errno = EXDEV;
-  ka_error("%s", ka_strerror());
-  EXPECT_EQ(errno, EXDEV);
-  EXPECT_EQ(MessageLog::lines().at(0), std::string("MAIN  .0  error: ") + ka_nstrerror(EXDEV));
 }
 
 TEST(Message, ListsOfGroups) {

@@ -73,83 +73,42 @@ TEST_P(Measured, GivesTheSumsAndTheMaximum) {
 }
 
 // Colour percents are 100 * sqrt(largest) / 255 / 2, without alpha 100 * sqrt(largest) / 441.
-INSTANTIATE_TEST_SUITE_P(
-    Colour, Measured,
-    testing::Values(
-        MeasureCase{"EqualPixels", colour(), {{0, 0, 0, 0}}, 0, 0, 0, 0},
-        MeasureCase{"ThreeIsWithinTheTolerance", colour(), {{3, -3, 3, -3}}, 0, 0, 0, 0},
-        MeasureCase{"FourIsBeyondIt", colour(), {{4, 0, 0, 0}, {0, -4, 0, 0}}, 2, 32, 16, 0.784},
-        MeasureCase{"ChannelsWithinItAddNothing", colour(), {{4, 3, -3, 2}}, 1, 16, 16, 0.784},
-        MeasureCase{"ToleranceNoneCountsOne", colour(0), {{0, 0, 0, 1}}, 1, 1, 1, 0.196},
-        MeasureCase{"NegativeToleranceIsNone",
-                    colour(INT_MIN),
-                    {{0, 0, 0, 0}, {0, 1, 0, 0}},
-                    1,
-                    1,
-                    1,
-                    0.196},
-        MeasureCase{
-            "ToleranceBelowTheLargest", colour(254), {{254, 255, 0, 0}}, 1, 65025, 65025, 50},
-        MeasureCase{"ToleranceOfAllCountsNone", colour(255), {{255, -255, 255, 255}}, 0, 0, 0, 0},
-        MeasureCase{
-            "ToleranceAboveAllCountsNone", colour(INT_MAX), {{255, 255, 255, -255}}, 0, 0, 0, 0},
-        MeasureCase{"FullRedIsHalfTheRange", colour(), {{255, 0, 0, 0}}, 1, 65025, 65025, 50},
-        MeasureCase{
-            "AllFourAreTheWholeRange", colour(), {{255, 255, -255, 255}}, 1, 260100, 260100, 100},
-        MeasureCase{"FullRedWithoutAlpha", opaque, {{255, 0, 0, 0}}, 1, 65025, 65025, 57.823},
-        MeasureCase{"AlphaIsLeftOut", opaque, {{0, 0, 0, 255}, {0, 0, 5, 255}}, 1, 25, 25, 1.134},
-        MeasureCase{"TheLargestOfSeveral",
-                    colour(),
-                    {{4, 0, 0, 0}, {0, 6, 8, 0}, {0, 0, 0, 9}},
-                    3,
-                    16 + 100 + 81,
-                    100,
-                    1.961}),
-    [](const auto& test) { return test.param.name; });
+const std::vector<MeasureCase> kColour = {
+    {"EqualPixels", colour(), {{0, 0, 0, 0}}, 0, 0, 0, 0},
+    {"ThreeIsWithinTheTolerance", colour(), {{3, -3, 3, -3}}, 0, 0, 0, 0},
+    {"FourIsBeyondIt", colour(), {{4, 0, 0, 0}, {0, -4, 0, 0}}, 2, 32, 16, 0.784},
+    {"ChannelsWithinItAddNothing", colour(), {{4, 3, -3, 2}}, 1, 16, 16, 0.784},
+    {"ToleranceNoneCountsOne", colour(0), {{0, 0, 0, 1}}, 1, 1, 1, 0.196},
+    {"NegativeToleranceIsNone", colour(INT_MIN), {{0, 0, 0, 0}, {0, 1, 0, 0}}, 1, 1, 1, 0.196},
+    {"ToleranceBelowTheLargest", colour(254), {{254, 255, 0, 0}}, 1, 65025, 65025, 50},
+    {"ToleranceOfAllCountsNone", colour(255), {{255, -255, 255, 255}}, 0, 0, 0, 0},
+    {"ToleranceAboveAllCountsNone", colour(INT_MAX), {{255, 255, 255, -255}}, 0, 0, 0, 0},
+    {"FullRedIsHalfTheRange", colour(), {{255, 0, 0, 0}}, 1, 65025, 65025, 50},
+    {"AllFourAreTheWholeRange", colour(), {{255, 255, -255, 255}}, 1, 260100, 260100, 100},
+    {"FullRedWithoutAlpha", opaque, {{255, 0, 0, 0}}, 1, 65025, 65025, 57.823},
+    {"AlphaIsLeftOut", opaque, {{0, 0, 0, 255}, {0, 0, 5, 255}}, 1, 25, 25, 1.134},
+    {"LargestOfSeveral", colour(), {{4, 0, 0, 0}, {0, 6, 8, 0}, {0, 0, 0, 9}}, 3, 197, 100, 1.961},
+};
+INSTANTIATE_TEST_SUITE_P(Colour, Measured, testing::ValuesIn(kColour), test::row_name<MeasureCase>);
 
 // Intensity percents are 100 * largest / 255.
-INSTANTIATE_TEST_SUITE_P(
-    Intensity, Measured,
-    testing::Values(
-        // trunc(-100 * 0.299) = -29
-        MeasureCase{
-            "SecondBrighterIsNegative", intensity(), {{-100, 0, 0, 0}}, 1, -29, -29, -11.373},
-        MeasureCase{"AlphaHasNoWeight", intensity(), {{0, 0, 0, 255}}, 0, 0, 0, 0},
-        // 4 * 0.114 = 0.456, cut to 0
-        MeasureCase{"CutToNothingDoesNotDiffer", intensity(), {{0, 0, 4, 0}}, 0, 0, 0, 0},
-        // B 3.42 -> 3, G 3 - 2.348 -> 0, R 1.196 -> 1; in the order R, G, B it were 2
-        MeasureCase{"CutAfterBlueThenGreenThenRed", intensity(), {{4, -4, 30, 0}}, 1, 1, 1, 0.392},
-        // 29.07 -> 29, 29 + 149.685 -> 178, 178 + 76.245 -> 254
-        MeasureCase{"WhiteAgainstBlack", intensity(), {{255, 255, 255, 0}}, 1, 254, 254, 99.608},
-        MeasureCase{"TotalKeepsSigns",
-                    intensity(),
-                    {{100, 0, 0, 0}, {-200, 0, 0, 0}},
-                    2,
-                    29 - 59,
-                    -59,
-                    -23.137},
-        MeasureCase{"LeftPixelWinsATie",
-                    intensity(),
-                    {{-100, 0, 0, 0}, {100, 0, 0, 0}},
-                    2,
-                    0,
-                    -29,
-                    -11.373},
-        MeasureCase{"LaterPixelOfATieIsForgotten",
-                    intensity(),
-                    {{100, 0, 0, 0}, {-100, 0, 0, 0}},
-                    2,
-                    0,
-                    29,
-                    11.373},
-        MeasureCase{"ToleranceNoneCountsSmallOnes",
-                    intensity(0),
-                    {{0, 2, 0, 0}, {0, 1, 0, 0}},
-                    1,
-                    1,
-                    1,
-                    0.392}),
-    [](const auto& test) { return test.param.name; });
+const std::vector<MeasureCase> kIntensity = {
+    // trunc(-100 * 0.299) = -29
+    {"SecondBrighterIsNegative", intensity(), {{-100, 0, 0, 0}}, 1, -29, -29, -11.373},
+    {"AlphaHasNoWeight", intensity(), {{0, 0, 0, 255}}, 0, 0, 0, 0},
+    // 4 * 0.114 = 0.456, cut to 0
+    {"CutToNothingDoesNotDiffer", intensity(), {{0, 0, 4, 0}}, 0, 0, 0, 0},
+    // B 3.42 -> 3, G 3 - 2.348 -> 0, R 1.196 -> 1; in the order R, G, B it were 2
+    {"CutAfterBlueThenGreenThenRed", intensity(), {{4, -4, 30, 0}}, 1, 1, 1, 0.392},
+    // 29.07 -> 29, 29 + 149.685 -> 178, 178 + 76.245 -> 254
+    {"WhiteAgainstBlack", intensity(), {{255, 255, 255, 0}}, 1, 254, 254, 99.608},
+    {"TotalKeepsSigns", intensity(), {{100, 0, 0, 0}, {-200, 0, 0, 0}}, 2, 29 - 59, -59, -23.137},
+    {"LeftPixelWinsATie", intensity(), {{-100, 0, 0, 0}, {100, 0, 0, 0}}, 2, 0, -29, -11.373},
+    {"LaterPixelLosesATie", intensity(), {{100, 0, 0, 0}, {-100, 0, 0, 0}}, 2, 0, 29, 11.373},
+    {"ToleranceNoneCountsSmallOnes", intensity(0), {{0, 2, 0, 0}, {0, 1, 0, 0}}, 1, 1, 1, 0.392},
+};
+INSTANTIATE_TEST_SUITE_P(Intensity, Measured, testing::ValuesIn(kIntensity),
+                         test::row_name<MeasureCase>);
 
 TEST(Measure, LowerLineWinsATieInAnyOrderOfLines) {
   const Pair pair = pair_of({{100, 0, 0, 0}, {0, 0, 0, 0}, {-100, 0, 0, 0}}, 1);
@@ -201,104 +160,56 @@ TEST(Measure, ScaleAndAverageFollowTheSettings) {
   }
 }
 
-// The bins that hold something: {bin, pixels}.
-using Filled = std::vector<std::pair<int, int>>;
-Filled filled(const ka::Histograms::Bins& bins) {
-  Filled result;
-  for (int bin = 0; bin < int(bins.size()); ++bin) {
-    if (bins[std::size_t(bin)] != 0) result.emplace_back(bin, bins[std::size_t(bin)]);
-  }
+// The bins that hold something, as "name bin:pixels".
+std::string filled(const ka::Histograms& histograms) {
+  std::string result;
+  const auto add = [&](const char* name, const ka::Histograms::Bins& bins) {
+    for (std::size_t bin = 0; bin < bins.size(); ++bin) {
+      if (bins[bin] == 0) continue;
+      result += std::string(result.empty() ? "" : ", ") + name + " " + std::to_string(bin) + ":" +
+                std::to_string(bins[bin]);
+    }
+  };
+  add("main", histograms.main);
+  add("negative", histograms.negative);
+  add("alpha", histograms.alpha);
+  add("negative alpha", histograms.negative_alpha);
   return result;
 }
 
-struct HistogramCase {
-  const char* name;
-  MeasureSettings settings;
-  double scale;
-  Pixels differences;  // one line
-  Filled main, negative, alpha, negative_alpha;
-};
-
-class Counted : public testing::TestWithParam<HistogramCase> {};
-
-TEST_P(Counted, FillsTheHistograms) {
-  const HistogramCase& row = GetParam();
-  const Pair pair = pair_of(row.differences, int(row.differences.size()));
-  const ka::Histograms found =
-      ka::count_histograms(pair.first.get(), pair.second.get(), 1, row.settings, row.scale);
-  EXPECT_EQ(filled(found.main), row.main);
-  EXPECT_EQ(filled(found.negative), row.negative);
-  EXPECT_EQ(filled(found.alpha), row.alpha);
-  EXPECT_EQ(filled(found.negative_alpha), row.negative_alpha);
+TEST(Histograms, CountTheDifferingPixels) {
+  constexpr MeasureSettings opaque_intensity = {.ignore_alpha = true, .signed_intensity = true};
+  const struct {
+    MeasureSettings settings;
+    double scale;
+    Pixels differences;  // one line
+    const char* filled;
+  } rows[] = {
+      {colour(), 1, {{0, 3, 0, -3}}, ""},
+      // the root of 100 * 100 + 10 * 10 is 100.5; no alpha difference is bin 0
+      {colour(), 1, {{100, 10, 0, 0}, {-10, -100, 0, 2}}, "main 100:2, alpha 0:2"},
+      // 40 / 0.97 = 41.2; with R the root of 41 * 41 + 40 * 40 is 57.3, and 57.3 / 0.97 = 59.1
+      {colour(), 0.97, {{0, 0, 0, 40}, {41, 0, 0, -40}}, "main 41:1, main 59:1, alpha 41:2"},
+      {colour(), 0.25, {{100, 10, 0, 100}}, "main 255:1, alpha 255:1"},  // the last bin takes more
+      {opaque, 1, {{100, 10, 0, 50}, {0, 0, 0, 50}}, "main 100:1"},
+      // 29 / 100.5 * 255 = 73.6 and 59 / 100.5 * 255 = 149.7
+      {intensity(),
+       100.5,
+       {{100, 0, 0, 0}, {-200, 0, 0, 0}},
+       "main 73:1, negative 149:1, alpha 0:2"},
+      // alpha counts in full here: 29 - 50 = -21, 21 / 100.5 * 255 = 53.3 and 50 gives 126.9
+      {intensity(),
+       100.5,
+       {{100, 0, 0, -50}, {0, 0, 0, 50}},
+       "main 126:1, negative 53:1, alpha 126:1, negative alpha 126:1"},
+      {opaque_intensity, 100.5, {{100, 0, 0, -50}, {0, 0, 0, 50}}, "main 73:1"},
+      {intensity(), 20, {{100, 0, 0, 100}}, "main 255:1, alpha 255:1"}};
+  for (const auto& [settings, scale, differences, expected] : rows) {
+    const Pair pair = pair_of(differences, int(differences.size()));
+    EXPECT_EQ(filled(ka::count_histograms(pair.first.get(), pair.second.get(), 1, settings, scale)),
+              expected);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Rows, Counted,
-    testing::Values(
-        HistogramCase{"EqualPixelsEnterNone", {}, 1, {{0, 3, 0, -3}}, {}, {}, {}, {}},
-        // the root of 100 * 100 + 10 * 10 is 100.5; no alpha difference is bin 0
-        HistogramCase{
-            "Colour", {}, 1, {{100, 10, 0, 0}, {-10, -100, 0, 2}}, {{100, 2}}, {}, {{0, 2}}, {}},
-        // 40 / 0.97 = 41.2; with R the root of 41 * 41 + 40 * 40 is 57.3, and 57.3 / 0.97 = 59.1
-        HistogramCase{"ColourWithAlpha",
-                      {},
-                      0.97,
-                      {{0, 0, 0, 40}, {41, 0, 0, -40}},
-                      {{41, 1}, {59, 1}},
-                      {},
-                      {{41, 2}},
-                      {}},
-        HistogramCase{"LargeValuesShareTheLastBin",
-                      {},
-                      0.25,
-                      {{100, 10, 0, 100}},
-                      {{255, 1}},
-                      {},
-                      {{255, 1}},
-                      {}},
-        HistogramCase{"AlphaLeftOut",
-                      {.ignore_alpha = true},
-                      1,
-                      {{100, 10, 0, 50}, {0, 0, 0, 50}},
-                      {{100, 1}},
-                      {},
-                      {},
-                      {}},
-        // 29 / 100.5 * 255 = 73.6 and 59 / 100.5 * 255 = 149.7
-        HistogramCase{"IntensityBySign",
-                      intensity(),
-                      100.5,
-                      {{100, 0, 0, 0}, {-200, 0, 0, 0}},
-                      {{73, 1}},
-                      {{149, 1}},
-                      {{0, 2}},
-                      {}},
-        // alpha counts in full here: 29 - 50 = -21, 21 / 100.5 * 255 = 53.3 and 50 gives 126.9
-        HistogramCase{"IntensityWithAlpha",
-                      intensity(),
-                      100.5,
-                      {{100, 0, 0, -50}, {0, 0, 0, 50}},
-                      {{126, 1}},
-                      {{53, 1}},
-                      {{126, 1}},
-                      {{126, 1}}},
-        HistogramCase{"IntensityAlphaLeftOut",
-                      {.ignore_alpha = true, .signed_intensity = true},
-                      100.5,
-                      {{100, 0, 0, -50}, {0, 0, 0, 50}},
-                      {{73, 1}},
-                      {},
-                      {},
-                      {}},
-        HistogramCase{"LargeIntensitiesShareTheLastBin",
-                      intensity(),
-                      20,
-                      {{100, 0, 0, 100}},
-                      {{255, 1}},
-                      {},
-                      {{255, 1}},
-                      {}}),
-    [](const auto& test) { return test.param.name; });
 
 // The rules of pass 1 for one line, in whole numbers: the weights are thousandths, and division of
 // integers cuts towards 0 as the rule does.
@@ -308,7 +219,7 @@ LineSums plain_sums(const ka::LinePlanes& first, const ka::LinePlanes& second, s
   LineSums sums{};
   for (std::size_t x = 0; x < width; ++x) {
     int s = 0;
-    for (const std::size_t c : {3, 2, 1, 0}) {
+    for (std::size_t c = 4; c-- > 0;) {
       const int d = first[c][x] - second[c][x];
       if ((c == 3 && !with_alpha) || (d <= tolerance && d >= -tolerance)) continue;
       s = signed_intensity ? (1000 * s + d * weights[c]) / 1000 : s + d * d;
@@ -325,76 +236,67 @@ bool operator==(const LineSums& a, const LineSums& b) {
   return a.count == b.count && a.total == b.total && a.most == b.most && a.least == b.least;
 }
 
-// Two lines, mostly alike, at an address that is not aligned.
-class RandomLines {
- public:
+// Two lines, mostly alike, at addresses that are not aligned.
+struct RandomLines {
   RandomLines(std::mt19937& random, std::size_t width) {
     const std::size_t shift = random() % 8;
-    const std::uint32_t kind = random() % 4;  // equal, near, sparse, wild
+    const std::uint32_t wild = random() % 4 * 20,
+                        near = random() % 2 * 5;  // wild ones in a hundred
     for (std::size_t c = 0; c < 4; ++c) {
-      for (std::vector<std::uint8_t>& samples : {std::ref(a_[c]), std::ref(b_[c])})
-        samples.resize(width + shift);
       for (std::size_t i = 0; i < width + shift; ++i) {
-        a_[c][i] = std::uint8_t(random());
-        b_[c][i] = kind == 3 || (kind == 2 && random() % 50 == 0)
-                       ? std::uint8_t(random())
-                       : std::uint8_t(std::clamp<int>(
-                             a_[c][i] + (kind == 1 ? int(random() % 11) - 5 : 0), 0, 255));
+        a[c].push_back(std::uint8_t(random()));
+        const bool is_wild = random() % 100 < wild;
+        b[c].push_back(std::uint8_t(is_wild ? random() : a[c][i] + random() % (near + 1)));
       }
-      first[c] = a_[c].data() + shift;
-      second[c] = b_[c].data() + shift;
+      a[c].push_back(0);  // a line of no pixels has an address too
+      b[c].push_back(0);
+      first[c] = a[c].data() + shift;
+      second[c] = b[c].data() + shift;
     }
   }
 
+  std::array<std::vector<std::uint8_t>, 4> a, b;
   ka::LinePlanes first, second;
-
- private:
-  std::array<std::vector<std::uint8_t>, 4> a_, b_;
 };
+
+void expect_agreement(const ka::LinePlanes& first, const ka::LinePlanes& second, std::size_t width,
+                      int tolerance) {
+  for (const bool signed_intensity : {false, true}) {
+    const auto& table = signed_intensity ? ka::intensity_kernels : ka::colour_kernels;
+    for (const int channels : {3, 4}) {
+      const LineSums expected =
+          plain_sums(first, second, width, tolerance, signed_intensity, channels == 4);
+      for (const ka::MeasureKernel kernel : ka::usable_kernels(table)) {
+        LineSums sums{};
+        kernel(first, second, width, tolerance, channels, sums);
+        EXPECT_TRUE(sums == expected)
+            << "width " << width << ", tolerance " << tolerance << ", channels " << channels
+            << (signed_intensity ? ", intensity" : ", colour");
+      }
+    }
+  }
+}
 
 TEST(MeasureKernels, AgreeWithThePlainRulesForEveryWidth) {
   std::mt19937 random(1);
   for (std::size_t width = 0; width <= 200; ++width) {
     for (const int tolerance : {0, 3, int(random() % 256)}) {
       const RandomLines lines(random, width);
-      const auto agree = [&](const ka::KernelTable<ka::MeasureKernel>& table, bool signed_intensity,
-                             int channels) {
-        const LineSums expected = plain_sums(lines.first, lines.second, width, tolerance,
-                                             signed_intensity, channels == 4);
-        for (const ka::MeasureKernel kernel : ka::usable_kernels(table)) {
-          LineSums sums{};
-          kernel(lines.first, lines.second, width, tolerance, channels, sums);
-          EXPECT_TRUE(sums == expected)
-              << "width " << width << ", tolerance " << tolerance << ", channels " << channels
-              << (signed_intensity ? ", intensity" : ", colour");
-        }
-      };
-      agree(ka::colour_kernels, false, 4);
-      agree(ka::colour_kernels, false, 3);
-      agree(ka::intensity_kernels, true, 4);
-      agree(ka::intensity_kernels, true, 3);
+      expect_agreement(lines.first, lines.second, width, tolerance);
     }
   }
 }
 
 TEST(MeasureKernels, AgreeWithThePlainRulesForEveryDifferenceOfTwoSamples) {
   constexpr std::size_t width = 256 * 256;
-  std::array<std::vector<std::uint8_t>, 2> ramps;  // fast and slow
+  std::vector<std::uint8_t> fast, slow;
   for (std::size_t i = 0; i < width; ++i) {
-    ramps[0].push_back(std::uint8_t(i));
-    ramps[1].push_back(std::uint8_t(i >> 8));
+    fast.push_back(std::uint8_t(i));
+    slow.push_back(std::uint8_t(i >> 8));
   }
-  const auto *const fast = ramps[0].data(), *const slow = ramps[1].data();
-  const ka::LinePlanes first = {fast, slow, fast, slow}, second = {slow, fast, slow, slow};
-  for (const bool signed_intensity : {false, true}) {
-    const LineSums expected = plain_sums(first, second, width, 3, signed_intensity, true);
-    const auto& table = signed_intensity ? ka::intensity_kernels : ka::colour_kernels;
-    for (const ka::MeasureKernel kernel : ka::usable_kernels(table)) {
-      LineSums sums{};
-      kernel(first, second, width, 3, 4, sums);
-      EXPECT_TRUE(sums == expected) << (signed_intensity ? "intensity" : "colour");
-    }
-  }
+  const ka::LinePlanes first = {fast.data(), slow.data(), fast.data(), slow.data()};
+  const ka::LinePlanes second = {slow.data(), fast.data(), slow.data(), slow.data()};
+  expect_agreement(first, second, width, 3);
 }
 
 TEST(Measure, WholeRandomPicturesAgreeWithThePlainRules) {

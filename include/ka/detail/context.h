@@ -23,8 +23,10 @@ struct ka_context {
   void** transaction_areas;  // each: KA_MODULE_COUNT pointers indexed by module
   void** session_areas;
   void** world_areas;
-  void** context_areas;                          // null until the thread asks for its first area
-  std::int32_t depth;                            // index of the top entry of the module stack
+  void** context_areas;  // null until the thread asks for its first area
+  void* mem_stats;       // the area of KA_MEM while the thread counts its memory in it, or null
+  bool areas_hidden;     // being released: a purge by another thread must not look at them
+  std::int32_t depth;    // index of the top entry of the module stack
   std::array<std::int32_t, kStackSize> modules;  // entry 0 is a floor
   std::array<std::uint16_t, kPinSlots> pins;
 };
@@ -33,8 +35,9 @@ namespace ka {
 
 // The calling thread's context. Threads that nobody registered, and every thread before the first
 // registration, share a static one: messages and allocations work from the first instruction of the
-// process.
-extern constinit thread_local ka_context* current_context;
+// process. The model spares position-independent code a function call per access, which every push
+// of a module and every allocation would feel.
+[[gnu::tls_model("initial-exec")]] extern constinit thread_local ka_context* current_context;
 
 inline ka_context& context() { return *current_context; }
 

@@ -1,4 +1,5 @@
-// Owners of accounted memory: objects, and a vector whose storage is charged to the calling module.
+// Owners of accounted memory: objects, and a vector and a string whose storage is charged to the
+// calling module.
 #pragma once
 
 #include <ka/mem.h>
@@ -7,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <new>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -61,5 +63,7 @@ struct Allocator {
 
 template <typename T>
 using vector = std::vector<T, Allocator<T>>;
+
+using string = std::basic_string<char, std::char_traits<char>, Allocator<char>>;
 
 }  // namespace ka

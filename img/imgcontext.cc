@@ -1,0 +1,68 @@
+#include "imgcontext.h"
+
+#include <algorithm>
+#include <memory>
+#include <new>
+
+#include <ka/detail/assertion.h>
+#include <ka/detail/scope.h>
+
+namespace {
+
+constinit ka::GammaCache gamma_cache;
+ka_mutex cache_lock;  // guards the cache and the filling of all gamma blocks
+
+void context_init(void* area) {
+  *static_cast<ImageContext*>(area) = {.desaturate = false,
+                                       .dither = false,
+                                       .unpremultiply = false,
+                                       .gamma_active = false,
+                                       .gamma = 0.0F,
+                                       .color_clip = IMG_CLIP_EACH,
+                                       .weights = {0.299F, 0.587F, 0.114F, 0.0F}};
+}
+
+void transaction_init(void* area) { new (area) GammaBlock{}; }
+void transaction_exit(void* area) { std::destroy_at(static_cast<GammaBlock*>(area)); }
+
+bool has_gamma_block() {
+  void** const areas = ka::context().transaction_areas;
+  return areas && areas[KA_IMG];
+}
+
+bool is_color_clip(int mode) { return mode >= IMG_CLIP_RAISE_ALPHA && mode <= IMG_CLIP_EACH; }
+
+}  // namespace
+
+void img_context_register() {
+  ka_context_register_module(KA_IMG, context_init, nullptr, sizeof(ImageContext));
+  ka_transaction_register_module(KA_IMG, transaction_init, transaction_exit, sizeof(GammaBlock));
+}
+
+void img_context_init_gamma_init() { ka_init_lock(&cache_lock); }
+void img_context_init_gamma_exit() { ka_delete_lock(&cache_lock); }
+
+void img_context_init_gamma(const ImageContext& context) {
+  if (!context.gamma_active) return;
+  KA_ASSERT(has_gamma_block());
+  GammaBlock& block = img_gamma_block();
+  if (block.gamma.load(std::memory_order_acquire) == context.gamma) return;
+  const ka::LockScope lock(cache_lock);
+  if (block.gamma.load(std::memory_order_relaxed) == context.gamma) return;
+  block.gamma.store(0.0F, std::memory_order_relaxed);
+  block.tables = gamma_cache.tables(context.gamma);
+  block.gamma.store(context.gamma, std::memory_order_release);
+}
+
+void ka_img_mode_options(const img_options* options) {
+  const ka::ModuleScope scope(KA_IMG);
+  ImageContext& context = img_context();
+  context.desaturate = options->desaturate != 0;
+  context.dither = options->dither != 0;
+  context.color_clip = is_color_clip(options->color_clip) ? options->color_clip : IMG_CLIP_EACH;
+  context.unpremultiply = options->premultiply != 0 && context.color_clip != IMG_CLIP_EACH;
+  context.gamma = options->gamma > 0.0F ? options->gamma : 1.0F;
+  context.gamma_active = options->gamma != 1.0F;  // also what is not a number
+  std::copy_n(options->luminance, context.weights.size(), context.weights.begin());
+  img_context_init_gamma(context);
+}

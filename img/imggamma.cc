@@ -1,0 +1,40 @@
+#include "imggamma.h"
+
+#include <algorithm>
+
+void ka::GammaCurve::build(float exponent) {
+  exponent_ = exponent;
+  for (std::size_t i = 0; i < entries_.size(); ++i) {
+    entries_[i] =
+        static_cast<float>(std::pow(static_cast<double>(i) / 255.0, static_cast<double>(exponent)));
+  }
+}
+
+ka::GammaCache::Entry& ka::GammaCache::entry_for(float gamma) {
+  const auto found = std::ranges::find(entries_, gamma, &Entry::gamma);
+  if (found != entries_.end()) return *found;
+  Entry& entry = *std::ranges::min_element(entries_, {}, &Entry::stamp);
+  entry.tables.gamma.build(gamma);
+  entry.tables.inverse.build(1.0F / gamma);
+  entry.gamma = gamma;
+  return entry;
+}
+
+// After the last stamp that fits, the old ones are scaled down, so that their order stays.
+void ka::GammaCache::stamp(Entry& entry) {
+  constexpr std::uint32_t scale = 65536;
+  entry.stamp = clock_++;
+  if (clock_ != 0) return;
+  for (Entry& each : entries_) each.stamp /= scale;
+  clock_ = scale;
+}
+
+const ka::GammaTables& ka::GammaCache::tables(float gamma) {
+  Entry& entry = entry_for(gamma);
+  stamp(entry);
+  return entry.tables;
+}
+
+bool ka::GammaCache::holds(float gamma) const {
+  return std::ranges::find(entries_, gamma, &Entry::gamma) != entries_.end();
+}

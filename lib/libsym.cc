@@ -1,0 +1,251 @@
+// Symbol tables: the set of tables and the operations on it.
+#include <ka/sym.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include <ka/detail/scope.h>
+#include <ka/message.h>
+
+#include "symtable.h"
+
+namespace {
+
+using ka::Attribute;
+using ka::SymbolTable;
+
+struct TableSet {
+  TableSet() { ka_init_lock(&lock); }
+  ~TableSet() { ka_delete_lock(&lock); }
+  TableSet(const TableSet&) = delete;
+  TableSet& operator=(const TableSet&) = delete;
+
+  ka_mutex lock{};                            // guards what follows, not the contents of a table
+  ka::Owned<ka::SymbolPools> pools;           // made with the first table
+  ka::vector<ka::Owned<SymbolTable>> tables;  // indexed by table number, empty: free
+};
+
+TableSet* table_set;  // null before ka_sym_init and after ka_sym_exit
+
+// Null for a number that no table has.
+SymbolTable* table_at(int index) {
+  if (!table_set) return nullptr;
+  const ka::LockScope locked(table_set->lock);
+  const auto& tables = table_set->tables;
+  return index >= 0 && std::size_t(index) < tables.size() ? tables[std::size_t(index)].get()
+                                                          : nullptr;
+}
+
+void invalid_index() { ka_nerror(45, "get_symboltable: invalid symboltable index"); }
+
+SymbolTable* get_symboltable(int index) {
+  SymbolTable* const table = table_at(index);
+  if (!table) invalid_index();
+  return table;
+}
+
+// What the operations on a symbol work on; both null for an invalid table, the symbol alone for an
+// unknown name.
+struct Place {
+  SymbolTable* table;
+  ka_symbol* symbol;
+};
+
+Place find_symbol(int index, const char* name) {
+  SymbolTable* const table = get_symboltable(index);
+  return {table, table ? table->find(name) : nullptr};
+}
+
+template <typename Key>
+std::uintptr_t data_of(int table, const char* symbol, Key key) {
+  const Place place = find_symbol(table, symbol);
+  const Attribute* const attribute = place.symbol ? place.symbol->attribute(key) : nullptr;
+  return attribute ? attribute->data : 0;
+}
+
+template <typename Key>
+int edit_data(const char* operation, int table, const char* symbol, Key key, std::uintptr_t data) {
+  const Place place = find_symbol(table, symbol);
+  if (place.table && !place.symbol) ka_warning("%s: symbol not found (\"%s\")", operation, symbol);
+  Attribute* const attribute = place.symbol ? place.symbol->attribute(key) : nullptr;
+  if (attribute) place.table->edit(*attribute, data);
+  return attribute != nullptr;
+}
+
+}  // namespace
+
+void ka_sym_init() {
+  const ka::ModuleScope scope(KA_LIB);
+  if (!table_set) table_set = ka::make_owned<TableSet>().release();
+}
+
+void ka_sym_exit() {
+  const ka::ModuleScope scope(KA_LIB);
+  const ka::Owned<TableSet> ended(table_set);
+  table_set = nullptr;
+}
+
+int ka_sym_create_symboltable(const char* name) {
+  const ka::ModuleScope scope(KA_LIB);
+  if (!table_set) {
+    invalid_index();
+    return -1;
+  }
+  const ka::LockScope locked(table_set->lock);
+  auto& [lock, pools, tables] = *table_set;
+  if (!pools) pools = ka::make_owned<ka::SymbolPools>();
+  const auto free = std::find(tables.begin(), tables.end(), nullptr);
+  const auto index = free - tables.begin();
+  if (free == tables.end()) tables.emplace_back();
+  tables[std::size_t(index)] = ka::make_owned<SymbolTable>(name, *pools);
+  return int(index);
+}
+
+int ka_sym_search_symboltable(const char* name) {
+  const ka::ModuleScope scope(KA_LIB);
+  if (!table_set) return -1;
+  const ka::LockScope locked(table_set->lock);
+  const auto& tables = table_set->tables;
+  const auto found = std::ranges::find_if(tables, [&](const ka::Owned<SymbolTable>& table) {
+    return table && std::strcmp(table->name(), name) == 0;
+  });
+  return found == tables.end() ? -1 : int(found - tables.begin());
+}
+
+void ka_sym_delete_symboltable(int table) {
+  const ka::ModuleScope scope(KA_LIB);
+  if (!get_symboltable(table)) return;
+  const ka::LockScope locked(table_set->lock);
+  table_set->tables[std::size_t(table)].reset();
+}
+
+void ka_sym_delete_all_symboltables() {
+  const ka::ModuleScope scope(KA_LIB);
+  if (!table_set) return;
+  const ka::LockScope locked(table_set->lock);
+  table_set->tables.clear();
+}
+
+int ka_sym_create_symbol(int table, const char* name) {
+  const ka::ModuleScope scope(KA_LIB);
+  const Place place = find_symbol(table, name);
+  if (place.table) place.table->add(name);
+  return place.symbol != nullptr;
+}
+
+int ka_sym_delete_symbol(int table, const char* name) {
+  const ka::ModuleScope scope(KA_LIB);
+  const Place place = find_symbol(table, name);
+  if (place.symbol) place.table->remove(*place.symbol);
+  return place.symbol != nullptr;
+}
+
+void ka_sym_delete_symbols(int table) {
+  const ka::ModuleScope scope(KA_LIB);
+  if (SymbolTable* const symbols = get_symboltable(table)) symbols->remove_all();
+}
+
+const ka_symbol* ka_sym_lookup_symbol(int table, const char* name) {
+  const ka::ModuleScope scope(KA_LIB);
+  return find_symbol(table, name).symbol;
+}
+
+const ka_symbol* ka_sym_lookup_symbol_by_name(const char* table_name, const char* name) {
+  const ka::ModuleScope scope(KA_LIB);
+  return find_symbol(ka_sym_search_symboltable(table_name), name).symbol;
+}
+
+int ka_sym_allocate_attributes(int table, const char* symbol, int count) {
+  const ka::ModuleScope scope(KA_LIB);
+  const Place place = find_symbol(table, symbol);
+  if (place.table && !place.symbol) {
+    ka_warning("ka_sym_allocate_attributes: symbol not found (\"%s\")", symbol);
+  }
+  if (!place.symbol) return 0;
+  auto& attributes = place.symbol->attributes;
+  attributes.reserve(attributes.size() + std::size_t(std::max(count, 0)));
+  return 1;
+}
+
+int ka_sym_add_attribute(int table, const char* symbol, const char* name, std::uintptr_t data) {
+  const ka::ModuleScope scope(KA_LIB);
+  const Place place = find_symbol(table, symbol);
+  if (place.table && !place.symbol) {
+    ka_nwarning(9, "ka_sym_add_attribute: symbol not found (\"%s\")", symbol);
+  }
+  return place.symbol ? place.table->add_attribute(*place.symbol, name, data) : -1;
+}
+
+std::uintptr_t ka_sym_lookup_attribute(int table, const char* symbol, int index) {
+  const ka::ModuleScope scope(KA_LIB);
+  return data_of(table, symbol, index);
+}
+
+std::uintptr_t ka_sym_lookup_attribute_by_name(int table, const char* symbol, const char* name) {
+  const ka::ModuleScope scope(KA_LIB);
+  return data_of(table, symbol, name);
+}
+
+int ka_sym_attribute_index(int table, const char* symbol, const char* name) {
+  const ka::ModuleScope scope(KA_LIB);
+  const Place place = find_symbol(table, symbol);
+  const Attribute* const attribute = place.symbol ? place.symbol->attribute(name) : nullptr;
+  return attribute ? attribute->index : -1;
+}
+
+int ka_sym_edit_attribute(int table, const char* symbol, int index, std::uintptr_t data) {
+  const ka::ModuleScope scope(KA_LIB);
+  return edit_data("ka_sym_edit_attribute", table, symbol, index, data);
+}
+
+int ka_sym_edit_attribute_by_name(int table, const char* symbol, const char* name,
+                                  std::uintptr_t data) {
+  const ka::ModuleScope scope(KA_LIB);
+  return edit_data("ka_sym_edit_attribute_by_name", table, symbol, name, data);
+}
+
+int ka_sym_rename_attribute(int table, const char* symbol, int index, const char* name) {
+  const ka::ModuleScope scope(KA_LIB);
+  const Place place = find_symbol(table, symbol);
+  Attribute* const attribute = place.symbol ? place.symbol->attribute(index) : nullptr;
+  if (attribute) attribute->name.reset(ka_mem_strdup(name));
+  return attribute != nullptr;
+}
+
+int ka_sym_delete_attribute(int table, const char* symbol, int index) {
+  const ka::ModuleScope scope(KA_LIB);
+  const Place place = find_symbol(table, symbol);
+  Attribute* const attribute = place.symbol ? place.symbol->attribute(index) : nullptr;
+  if (attribute) {
+    place.table->remove_attribute(*place.symbol, *attribute);
+  } else if (place.table) {
+    ka_nwarning(11, "ka_sym_delete_attribute: symbol not found (index %d)", index);
+  }
+  return attribute != nullptr;
+}
+
+int ka_sym_delete_attribute_by_name(int table, const char* symbol, const char* name) {
+  const ka::ModuleScope scope(KA_LIB);
+  const Place place = find_symbol(table, symbol);
+  if (place.table && !place.symbol) {
+    ka_warning("ka_sym_delete_attribute_by_name: symbol not found (\"%s\")", symbol);
+  }
+  Attribute* const attribute = place.symbol ? place.symbol->attribute(name) : nullptr;
+  if (attribute) place.table->remove_attribute(*place.symbol, *attribute);
+  return attribute != nullptr;
+}
+
+void ka_sym_iterate_symbols(int table, ka_sym_function function, void* argument) {
+  const ka::ModuleScope scope(KA_LIB);
+  const SymbolTable* const symbols = get_symboltable(table);
+  if (!symbols) return;
+  symbols->for_each([&](const ka_symbol& symbol) {
+    const Attribute* const first = symbol.attribute(0);
+    function(symbol.name.get(), first ? first->data : 0, argument);
+  });
+}
+
+void ka_sym_dump(int table) {
+  const ka::ModuleScope scope(KA_LIB);
+  if (const SymbolTable* const symbols = get_symboltable(table)) symbols->dump();
+}

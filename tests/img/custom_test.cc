@@ -1,0 +1,279 @@
+// Formats registered at run time: what a driver is asked, in which order, and what it may answer.
+#include <gtest/gtest.h>
+#include <ka/message.h>
+
+#include "support.h"
+
+namespace {
+
+// A driver for 8-bit types: "T", the pixel type (others: not stated), width and height in one byte
+// each, then line after line the planes of that type.
+struct Driver {
+  std::string calls;  // a letter for each operation, capitals for those that move lines
+  char magic = 'T';
+  bool opens = true, creates = true;
+
+  static Driver& instance() {
+    static Driver driver;
+    return driver;
+  }
+};
+
+int test_t(img_file* handle, const std::uint8_t* head) {
+  Driver::instance().calls += 't';
+  EXPECT_EQ(head[IMG_HEAD_SIZE - 1], 0);  // behind the end of a short file
+  std::fgetc(handle->stream);             // a test may leave the stream anywhere
+  return head[0] == Driver::instance().magic;
+}
+
+int open_t(img_file* handle, const std::uint8_t* head) {
+  Driver::instance().calls += 'o';
+  EXPECT_EQ(handle->data.p, nullptr);
+  char header[4];
+  EXPECT_EQ(std::fread(header, 1, 4, handle->stream), 4u);  // the stream stands at its beginning
+  EXPECT_EQ(std::string(header, 4), std::string(reinterpret_cast<const char*>(head), 4));
+  if (!Driver::instance().opens) return ka_img_custom_format_error(handle, IMG_ERR_SUBTYPE, 0);
+  if (head[1] < IMG_TYPE_COUNT) handle->file_type = std::uint8_t(IMG_TYPE_COUNT + head[1]);
+  handle->width = head[2];
+  handle->height = head[3];
+  handle->data.p = &Driver::instance();
+  return 1;
+}
+
+int create_t(img_file* handle) {
+  Driver::instance().calls += 'c';
+  if (!Driver::instance().creates) return ka_img_custom_format_error(handle, IMG_ERR_CREATE, 0);
+  std::fprintf(handle->stream, "T%c%c%c", handle->file_type, handle->width, handle->height);
+  return 1;
+}
+
+int close_t(img_file* handle) {
+  Driver::instance().calls += 'e';
+  handle->data.p = nullptr;
+  return 1;
+}
+
+int read_t(img_file* handle, img_line* line) {
+  Driver::instance().calls += 'R';
+  for (std::size_t slot = 0; slot < IMG_SLOTS; ++slot) {
+    std::uint8_t* const plane = test::plane(line, slot);
+    if (plane && !std::fread(plane, std::size_t(handle->width), 1, handle->stream)) {
+      return ka_img_custom_format_error(handle, IMG_ERR_READ, 0);
+    }
+  }
+  return 1;
+}
+
+int write_t(img_file* handle, img_line* line) {
+  Driver::instance().calls += 'W';
+  for (std::size_t slot = 0; slot < IMG_SLOTS; ++slot) {
+    const std::uint8_t* const plane = test::plane(line, slot);
+    if (plane) std::fwrite(plane, std::size_t(handle->width), 1, handle->stream);
+  }
+  return 1;
+}
+
+class Custom : public testing::Test {
+ protected:
+  ~Custom() override {
+    ka_img_exit();  // empties the slots
+    ka_img_init();
+    Driver::instance() = {};
+  }
+
+  static int add(int slot, const char* name, int best_type, int topdown = 0,
+                 std::uint32_t extra_types = 0) {
+    return ka_img_custom_format(slot, test_t, create_t, open_t, close_t, read_t, write_t, topdown,
+                                name, extra_types, best_type);
+  }
+
+  // Opens a file with this content.
+  void open(const std::string& content, int type) {
+    ASSERT_TRUE(ka_img_open(file, scratch.write("a", content).c_str(), type));
+  }
+
+  std::string& calls = Driver::instance().calls;
+  test::Scratch scratch;
+  test::Handle file;
+};
+
+constexpr int kFirst = IMG_FORMAT_CUSTOM, kLast = IMG_FORMAT_COUNT - 1;
+
+TEST_F(Custom, SlotsTakeNamesAndTypes) {
+  const test::MessageLog log(KA_FATAL | KA_DEBUG);
+  EXPECT_TRUE(add(kFirst, "tst", IMG_TYPE_S));
+  EXPECT_TRUE(add(kLast, "last", IMG_TYPE_RGB));
+  EXPECT_EQ(log.lines(),
+            (std::vector<std::string>{
+                "IMG   .0  debug: registered new custom image format 0: \"tst\", type s",
+                "IMG   .0  debug: registered new custom image format 15: \"last\", type rgb"}));
+  EXPECT_EQ(ka_img_format_identify("tst"), kFirst);
+  EXPECT_EQ(ka_img_best_type(kFirst), IMG_TYPE_S);
+  EXPECT_STREQ(ka_img_format_name(kLast), "last");
+
+  EXPECT_TRUE(add(kFirst, "other", IMG_TYPE_A));  // the later one stays
+  EXPECT_EQ(ka_img_format_identify("tst"), -1);
+  EXPECT_EQ(ka_img_format_identify("other"), kFirst);
+}
+
+TEST_F(Custom, OtherSlotsAndTypesAreRefused) {
+  EXPECT_FALSE(add(kFirst - 1, "tst", IMG_TYPE_S));
+  EXPECT_FALSE(add(kLast + 1, "tst", IMG_TYPE_S));
+  EXPECT_FALSE(add(-1, "tst", IMG_TYPE_S));
+  EXPECT_FALSE(add(kFirst, nullptr, IMG_TYPE_S));
+  EXPECT_FALSE(add(kFirst, "tst", IMG_TYPE_COUNT));
+  EXPECT_FALSE(add(kFirst, "tst", -1));
+  EXPECT_STREQ(ka_img_format_name(kFirst - 1), "iff");
+  EXPECT_STREQ(ka_img_format_name(kFirst), "<undefined format>");
+  EXPECT_EQ(ka_img_format_identify("tst"), -1);
+}
+
+TEST_F(Custom, LinesAreAskedForInFileOrder) {
+  for (const int topdown : {0, 1}) {
+    add(kFirst, "tst", IMG_TYPE_S, topdown);
+    const test::Image image = test::make_image(IMG_TYPE_S, 2, 3);
+    for (int y = 0; y < 3; ++y)
+      test::set_samples<char>(test::plane(image.get(), y, test::kA), {char('0' + y), '-'});
+    ASSERT_EQ(test::write_image(scratch.path("a"), kFirst, image.get()), IMG_ERR_NONE);
+    EXPECT_EQ(test::read_file(scratch.path("a")).substr(4), topdown ? "2-1-0-" : "0-1-2-");
+    const test::Image read = test::read_image(scratch.path("a"), IMG_TYPE_S);
+    ASSERT_TRUE(read);
+    for (int y = 0; y < 3; ++y) EXPECT_EQ(test::plane(read.get(), y, test::kA)[0], '0' + y);
+  }
+}
+
+TEST_F(Custom, TheFileStandsOpenFromTheDriversOpenToItsClose) {
+  add(kFirst, "tst", IMG_TYPE_S);
+  open(test::bytes({'T', IMG_TYPE_RGB, 1, 1, 'r', 'g', 'b'}), IMG_TYPE_FILE);
+  EXPECT_EQ(file->format, kFirst);
+  EXPECT_EQ(file->type, IMG_TYPE_RGB);  // as the driver stated
+  EXPECT_EQ(file->file_size, 7);
+  EXPECT_EQ(file->bits, 8);
+  EXPECT_EQ(file->components, 3);
+  EXPECT_EQ(file->gamma, 1.0F);
+  const test::Line line(ka_img_line_alloc(file));
+  EXPECT_TRUE(ka_img_line_read(file, line.get()));
+  EXPECT_EQ(test::plane(line.get(), test::kG)[0], 'g');
+  EXPECT_FALSE(ka_img_line_read(file, line.get()));
+  EXPECT_EQ(file->error, IMG_ERR_READ);
+  EXPECT_EQ(file->line_count, 2);  // failed lines count
+  EXPECT_TRUE(ka_img_close(file));
+  EXPECT_EQ(calls, "toRRe");
+}
+
+TEST_F(Custom, DriversThatStateNoTypeGetTheBestType) {
+  add(kFirst, "tst", IMG_TYPE_RGBE);
+  open(test::bytes({'T', 255, 1, 1}), IMG_TYPE_FILE);
+  EXPECT_EQ(file->type, IMG_TYPE_RGBE);
+  EXPECT_EQ(file->components, 4);
+}
+
+TEST_F(Custom, OnlyTypesOfOtherLayoutsNeedALineBetween) {
+  add(kFirst, "tst", IMG_TYPE_S);
+  const struct {
+    int stated, wanted;
+    bool converts;
+  } rows[] = {{IMG_TYPE_S, IMG_TYPE_S, false},        {IMG_TYPE_S, IMG_TYPE_A, false},
+              {IMG_TYPE_A, IMG_TYPE_S, false},        {IMG_TYPE_S_16, IMG_TYPE_A_16, false},
+              {IMG_TYPE_VTA, IMG_TYPE_VTS, false},    {IMG_TYPE_COVERAGE, IMG_TYPE_Z, false},
+              {IMG_TYPE_N, IMG_TYPE_M, false},        {IMG_TYPE_RGB_16, IMG_TYPE_FILE, false},
+              {IMG_TYPE_RGB_16, IMG_TYPE_RGBA, true}, {IMG_TYPE_S, IMG_TYPE_RGBA, true},
+              {IMG_TYPE_A_FP, IMG_TYPE_S_FP, true}};
+  for (const auto& [stated, wanted, converts] : rows) {
+    open(test::bytes({'T', stated, 1, 1, 'x', 0, 0, 0}), wanted);
+    EXPECT_EQ(file->conversion != nullptr, converts) << stated << " as " << wanted;
+    EXPECT_EQ(file->type, wanted == IMG_TYPE_FILE ? stated : wanted);
+    EXPECT_EQ(file->bits, ka_img_nbits[stated]);
+    ka_img_close(file);
+  }
+  open(test::bytes({'T', IMG_TYPE_S, 1, 1, 'x'}), IMG_TYPE_A);
+  const test::Line line(ka_img_line_alloc(file));
+  EXPECT_TRUE(ka_img_line_read(file, line.get()));
+  EXPECT_EQ(test::plane(line.get(), test::kA)[0], 'x');
+}
+
+TEST_F(Custom, DriversAreAskedByTheirSlotsAndBeforeTheBuiltInOnes) {
+  add(kFirst + 1, "second", IMG_TYPE_S);
+  add(kFirst, "first", IMG_TYPE_S);
+  open(test::bytes({'T', 255, 1, 1}), IMG_TYPE_S);
+  EXPECT_EQ(file->format, kFirst);
+  EXPECT_EQ(calls, "to");
+  Driver::instance().magic = 'P';
+  open("P6\n1 1\n255\nabc", IMG_TYPE_FILE);
+  EXPECT_EQ(file->format, kFirst);
+  Driver::instance().magic = 'Q';
+  open("P6\n1 1\n255\nabc", IMG_TYPE_FILE);
+  EXPECT_EQ(file->format, IMG_FORMAT_PPM);
+}
+
+TEST_F(Custom, AHandleThatItsDriverRefusedEndsWithItsClose) {
+  add(kFirst, "tst", IMG_TYPE_S);
+  Driver::instance().opens = false;
+  const int before = test::open_descriptors();
+  EXPECT_FALSE(ka_img_open(file, scratch.write("a", "Tabc").c_str(), IMG_TYPE_S));
+  EXPECT_EQ(file->error, IMG_ERR_SUBTYPE);
+  EXPECT_TRUE(ka_img_close(file));
+  EXPECT_EQ(calls, "toe");
+  EXPECT_EQ(test::open_descriptors(), before);
+}
+
+TEST_F(Custom, HeadersAreWrittenWithTheFirstLine) {
+  add(kFirst, "tst", IMG_TYPE_S);
+  file->file_type = IMG_TYPE_S;
+  ASSERT_TRUE(ka_img_create(file, scratch.path("a").c_str(), IMG_TYPE_S, kFirst, 1, 2));
+  EXPECT_EQ(calls, "");
+  const test::Line line(ka_img_line_alloc(file));
+  EXPECT_TRUE(ka_img_line_write(file, line.get()) && ka_img_line_write(file, line.get()));
+  EXPECT_EQ(calls, "cWW");
+  EXPECT_EQ(file->line_count, 2);
+
+  ASSERT_TRUE(ka_img_create(file, scratch.path("b").c_str(), IMG_TYPE_S, kFirst, 1, 0));
+  calls.clear();
+  EXPECT_TRUE(ka_img_line_write(file, line.get()));
+  EXPECT_EQ(calls, "c");  // no lines: the header alone
+
+  ASSERT_TRUE(ka_img_create(file, scratch.path("c").c_str(), IMG_TYPE_S, kFirst, 1, 1));
+  calls.clear();
+  Driver::instance().creates = false;
+  EXPECT_FALSE(ka_img_line_write(file, line.get()));
+  EXPECT_EQ(calls, "c");
+  EXPECT_FALSE(test::exists(scratch.path("c")));
+}
+
+TEST_F(Custom, ExtraTypesCanBeWrittenToo) {
+  add(kFirst, "tst", IMG_TYPE_RGB, 0, 1U << IMG_TYPE_A);
+  const test::MessageLog log;
+  for (const auto& [wanted, given] : {std::pair{IMG_TYPE_A, IMG_TYPE_A},
+                                      {IMG_TYPE_RGB, IMG_TYPE_RGB},
+                                      {IMG_TYPE_S, IMG_TYPE_RGB}}) {
+    file->file_type = std::uint8_t(wanted);
+    EXPECT_TRUE(ka_img_create(file, scratch.path("a").c_str(), given, kFirst, 1, 1));
+    EXPECT_EQ(file->file_type, given);
+    ka_img_close(file);
+  }
+  // number 2 of the warnings of module 10
+  EXPECT_EQ(log.lines(), (std::vector<std::string>{
+                             "IMG   .0  warn   102002: type s not supported by tst format, "
+                             "using default type rgb"}));
+}
+
+TEST_F(Custom, MissingOperationsFailOrDoNothing) {
+  const std::string path = scratch.write("a", "Tabc");
+  ka_img_custom_format(kFirst, test_t, nullptr, nullptr, nullptr, nullptr, nullptr, 0, "tst", 0,
+                       IMG_TYPE_RGBA);
+  EXPECT_FALSE(ka_img_open(file, path.c_str(), IMG_TYPE_RGBA));
+  EXPECT_TRUE(ka_img_close(file));
+  ka_img_custom_format(kFirst, test_t, nullptr, open_t, nullptr, nullptr, nullptr, 0, "tst", 0,
+                       IMG_TYPE_RGBA);
+  ASSERT_TRUE(
+      ka_img_open(file, scratch.write("a", test::bytes({'T', 255, 1, 1})).c_str(), IMG_TYPE_RGBA));
+  const test::Line line(ka_img_line_alloc(file));
+  EXPECT_FALSE(ka_img_line_read(file, line.get()));
+  file->data.p = nullptr;
+  EXPECT_TRUE(ka_img_close(file));
+  ASSERT_TRUE(ka_img_create(file, path.c_str(), IMG_TYPE_RGBA, kFirst, 1, 1));
+  EXPECT_FALSE(ka_img_line_write(file, line.get()));
+  EXPECT_TRUE(ka_img_close(file));
+}
+
+}  // namespace

@@ -1,0 +1,327 @@
+// Handles: what each operation asks of their state, errors and how they are told, what becomes of
+// files that could not be written.
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <ka/message.h>
+#include <sys/stat.h>
+
+#include "support.h"
+
+namespace {
+
+constexpr char kPicture[] = "P6\n2 1\n255\nabcdef";
+
+// Switches the library's diagnostics while it lives.
+struct Debug {
+  explicit Debug(int level) { ka_img_debug(level); }
+  ~Debug() { ka_img_debug(0); }
+};
+
+class HandleTest : public testing::Test {
+ protected:
+  int create(const std::string& path, int type = IMG_TYPE_RGB, int width = 2, int height = 2) {
+    file->file_type = std::uint8_t(type);
+    return ka_img_create(file, path.c_str(), type, IMG_FORMAT_PPM, width, height);
+  }
+
+  test::Scratch scratch;
+  const std::string picture = scratch.write("picture.ppm", kPicture);
+  test::Handle file;
+};
+
+TEST_F(HandleTest, NamesForMessagesAreCut) {
+  for (const int length : {1, 63, 64, 65, 200}) {
+    const std::string name(std::size_t(length), 'x');
+    ka_img_open(file, name.c_str(), IMG_TYPE_RGBA);
+    EXPECT_EQ(file->display_name, length <= 63 ? name : "..." + std::string(60, 'x'));
+  }
+}
+
+TEST_F(HandleTest, FilesThatCannotBeOpenedHaveTheirErrors) {
+  const std::string folder = scratch.path("folder"), pipe = scratch.path("pipe");
+  std::filesystem::create_directory(folder);
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  const struct {
+    std::string path;
+    int error, os_error;
+  } rows[] = {{scratch.path("missing"), IMG_ERR_OPEN, ENOENT},
+              {folder, IMG_ERR_OPEN, EISDIR},
+              {pipe, IMG_ERR_OPEN, ESPIPE},
+              {scratch.write("empty", ""), IMG_ERR_FORMAT, 0},
+              {scratch.write("one", "P"), IMG_ERR_FORMAT, 0},
+              {scratch.write("text.ppm", std::string(300, 'x')), IMG_ERR_FORMAT, 0}};
+  const int before = test::open_descriptors();
+  for (const auto& [path, error, os_error] : rows) {
+    EXPECT_FALSE(ka_img_open(file, path.c_str(), IMG_TYPE_RGBA));
+    EXPECT_EQ(file->error, error) << path;
+    EXPECT_EQ(file->os_error, os_error) << path;
+    EXPECT_EQ(file->name, nullptr);
+    EXPECT_TRUE(ka_img_close(file));
+  }
+  EXPECT_EQ(test::open_descriptors(), before);
+}
+
+TEST_F(HandleTest, FilesThatCannotBeCreatedHaveTheirErrors) {
+  const std::string folder = scratch.path("folder");
+  std::filesystem::create_directory(folder);
+  EXPECT_FALSE(create(folder));
+  EXPECT_EQ(file->error, IMG_ERR_CREATE);
+  EXPECT_EQ(file->os_error, EISDIR);
+  EXPECT_FALSE(create(folder + "/missing/a"));
+  EXPECT_EQ(file->os_error, ENOENT);
+  EXPECT_TRUE(ka_img_close(file));
+}
+
+TEST_F(HandleTest, ArgumentsOutOfRangeAreRefused) {
+  for (const int type : {-1, 21, 98, 100}) {
+    EXPECT_FALSE(ka_img_open(file, picture.c_str(), type)) << type;
+    EXPECT_EQ(file->error, IMG_ERR_ARGUMENT);
+  }
+  const std::string path = scratch.path("new");
+  for (const auto& [type, format] : {std::pair{-1, 19}, {21, 19}, {99, 19}, {2, -1}, {2, 58}}) {
+    file->error = 0;
+    EXPECT_FALSE(ka_img_create(file, path.c_str(), type, format, 1, 1)) << type << " " << format;
+    EXPECT_EQ(file->error, IMG_ERR_ARGUMENT);
+  }
+  EXPECT_FALSE(test::exists(path));
+}
+
+TEST_F(HandleTest, ClosedHandlesTakeNoLines) {
+  const test::Image image = test::make_image(IMG_TYPE_RGB, 2, 2);
+  img_line line{};
+  const auto refused = [&](auto operation, auto* argument) {
+    file->error = 0;
+    EXPECT_FALSE(operation(file, argument));
+    EXPECT_EQ(file->error, IMG_ERR_NOT_OPEN);
+  };
+  for (const bool was_open : {false, true}) {
+    EXPECT_EQ(was_open, was_open && ka_img_open(file, picture.c_str(), IMG_TYPE_RGB));
+    EXPECT_TRUE(ka_img_close(file));
+    EXPECT_TRUE(ka_img_close(file));  // once more does nothing
+    refused(ka_img_line_read, &line);
+    refused(ka_img_line_write, &line);
+    refused(ka_img_image_read, image.get());
+    refused(ka_img_image_write, image.get());
+  }
+  EXPECT_TRUE(ka_img_close(nullptr));
+}
+
+TEST_F(HandleTest, ReadersDoNotWriteAndWritersDoNotRead) {
+  ASSERT_TRUE(ka_img_open(file, picture.c_str(), IMG_TYPE_RGB));
+  const test::Line line(ka_img_line_alloc(file));
+  EXPECT_FALSE(ka_img_line_write(file, line.get()));
+  EXPECT_EQ(file->error, IMG_ERR_NOT_OPEN);
+  EXPECT_EQ(test::read_file(picture), kPicture);
+
+  const std::string path = scratch.path("new");
+  ASSERT_TRUE(create(path));
+  EXPECT_FALSE(ka_img_line_read(file, line.get()));
+  EXPECT_EQ(file->error, IMG_ERR_NOT_OPEN);
+  EXPECT_FALSE(test::exists(path));
+}
+
+TEST_F(HandleTest, OpenHandlesThatAreUsedAgainAreClosedFirst) {
+  const int before = test::open_descriptors();
+  const test::MessageLog log;
+  const Debug debug(1);
+  const std::string path = scratch.path("new");
+  ASSERT_TRUE(ka_img_open(file, picture.c_str(), IMG_TYPE_RGBA));
+  ASSERT_TRUE(create(path));
+  EXPECT_EQ(file->error, IMG_ERR_NONE);
+  ASSERT_TRUE(ka_img_open(file, picture.c_str(), IMG_TYPE_RGBA));
+  EXPECT_FALSE(test::exists(path));  // it was not finished
+  EXPECT_EQ(test::open_descriptors(), before + 1);
+  EXPECT_TRUE(ka_img_close(file));
+  const auto told = [](const std::string& name) {
+    return "IMG   .0  error  101003: " + name + ": internal error (file not closed)";
+  };
+  EXPECT_EQ(log.lines(), (std::vector{told(picture), told(path)}));
+}
+
+TEST_F(HandleTest, CreateKeepsTwoSettingsAndClearsTheRest) {
+  file->pyramid = 7;
+  for (std::uint32_t i = 0; i < IMG_PARAMETERS; ++i) file->parameters[i] = i + 1;
+  file->aspect = 2;
+  file->file_size = 99;
+  ASSERT_TRUE(create(scratch.path("new")));
+  EXPECT_EQ(file->pyramid, 7);
+  for (std::uint32_t i = 0; i < IMG_PARAMETERS; ++i) EXPECT_EQ(file->parameters[i], i == 2 ? 3 : 0);
+  EXPECT_EQ(file->aspect, 1.0F);
+  EXPECT_EQ(file->gamma, 1.0F);
+  EXPECT_EQ(file->file_size, 0);
+  EXPECT_EQ(file->writing, 1);
+}
+
+TEST_F(HandleTest, ErrorsAreTold) {
+  const std::string texts[] = {"",
+                               "can't read line 8 of 9, incomplete file",
+                               "can't write line 8 of 9, check disk space (file is incomplete)",
+                               "can't uncompress pixels in line 8 of 9, file is corrupted",
+                               "can't compress pixels in line 8 of 9",
+                               "unrecognized file format, not an image file",
+                               "file format subtype or version not supported",
+                               "can't create file",
+                               "can't open file for reading",
+                               "can't close file, may be incomplete",
+                               "internal error (bad argument)",
+                               "internal error (file not open)",
+                               "internal error (file not closed)",
+                               "wrong file size"};
+  const test::MessageLog log;
+  std::vector<std::string> expected;
+  for (int code = 0; code < 14; ++code) {
+    img_file handle{};
+    handle.line_count = 7;
+    handle.height = 9;
+    std::snprintf(handle.display_name, sizeof handle.display_name, "%%s.ppm");
+    EXPECT_EQ(ka_img_custom_format_error(&handle, code, code % 2 ? ENOSPC : 0), 0);
+    ka_img_err_msg(&handle);
+    if (code == 0) continue;
+    expected.push_back("IMG   .0  error  101003: %s.ppm: " + texts[code] +
+                       (code % 2 ? " (No space left on device)" : ""));
+  }
+  EXPECT_EQ(log.lines(), expected);
+}
+
+int called = 0;
+void count_call(img_file* handle) {
+  EXPECT_EQ(handle->error, IMG_ERR_OPEN);
+  ++called;
+}
+
+TEST_F(HandleTest, TheCallbackHearsOfEveryToldError) {
+  const test::MessageLog log;
+  called = 0;
+  ka_img_err_handler(count_call);
+  ka_img_err_msg(file);  // no error
+  EXPECT_EQ(called, 0);
+  ka_img_open(file, scratch.path("missing").c_str(), IMG_TYPE_RGBA);
+  ka_img_err_msg(file);
+  ka_img_err_msg(file);
+  ka_img_err_handler(nullptr);
+  ka_img_err_msg(file);
+  EXPECT_EQ(called, 2);
+  EXPECT_EQ(log.lines().size(), 3u);
+}
+
+TEST_F(HandleTest, DiagnosticsTellFailuresAtOnce) {
+  const std::string cut = scratch.write("cut.ppm", "P6\n2 1\n255\nabc");
+  for (const auto& [level, messages] : {std::pair{0, 0u}, {1, 1u}, {2, 1u}, {3, 2u}}) {
+    const test::MessageLog log;
+    const Debug debug(level);
+    ASSERT_TRUE(ka_img_open(file, cut.c_str(), IMG_TYPE_RGB));
+    const test::Line line(ka_img_line_alloc(file));
+    EXPECT_FALSE(ka_img_line_read(file, line.get()));
+    EXPECT_EQ(log.lines().size(), messages) << level;
+    ka_img_close(file);
+  }
+}
+
+TEST_F(HandleTest, InformationTellsWhichFilesAreOpened) {
+  const test::MessageLog log(KA_FATAL | KA_INFO);
+  const std::string path = scratch.path("new");
+  const auto use_both = [&] {
+    ASSERT_TRUE(ka_img_open(file, picture.c_str(), IMG_TYPE_RGBA));
+    ka_img_close(file);
+    file->file_type = IMG_TYPE_RGB;
+    ASSERT_TRUE(ka_img_create(file, path.c_str(), IMG_TYPE_RGBA, IMG_FORMAT_PPM, 4, 5));
+    ka_img_close(file);
+  };
+  use_both();
+  EXPECT_TRUE(log.lines().empty());
+  const std::string info = "IMG   .0  info : ";
+  const std::vector<std::string> expected = {
+      info + "opening \"" + picture + "\" for reading",
+      info + "converting rgb to rgba",
+      info + "type \"rgb\", format \"ppm\", 8 bits, 3 components, 2 x 1",
+      info + "creating \"" + path + "\"",
+      info + "format \"ppm\", type \"rgb\", 8 bits, 3 comps, size 4 x 5",
+      info + "converting rgba to rgb"};
+  const std::uint32_t mask = ka_get_subverbosity(KA_IMG);
+  ka_set_subverbosity(KA_IMG, mask | KA_SUBVERB_FILES);
+  use_both();
+  ka_set_subverbosity(KA_IMG, mask);
+  EXPECT_EQ(log.lines(), expected);
+  log.lines().clear();
+  const Debug debug(1);  // switches it on as well
+  use_both();
+  EXPECT_EQ(log.lines(), expected);
+}
+
+TEST_F(HandleTest, FilesThatCannotGrowAreRemoved) {
+  const struct {
+    int type, width, error;
+  } rows[] = {{IMG_TYPE_RGB, 2000, IMG_ERR_CLOSE},  // everything fits the buffer until the end
+              {IMG_TYPE_RGB, 200000, IMG_ERR_WRITE},    {IMG_TYPE_RGB_16, 2000, IMG_ERR_CLOSE},
+              {IMG_TYPE_RGB_16, 200000, IMG_ERR_CLOSE},  // text is checked at the end
+              {IMG_TYPE_RGB_FP, 2000, IMG_ERR_CLOSE},   {IMG_TYPE_RGBE, 2000, IMG_ERR_CLOSE}};
+  const int before = test::open_descriptors();
+  for (const auto& [type, width, error] : rows) {
+    const std::string path = scratch.write("new", "old");
+    const test::Image image = test::make_image(type, width, 2);
+    ASSERT_TRUE(create(path, type, width, 2));
+    bool wrote, closed;
+    {
+      const test::Limit limit(RLIMIT_FSIZE, 1000);
+      wrote = ka_img_image_write(file, image.get());
+      closed = ka_img_close(file);
+    }
+    EXPECT_EQ(wrote, error == IMG_ERR_CLOSE) << type;
+    EXPECT_EQ(closed, error == IMG_ERR_WRITE) << type;
+    EXPECT_EQ(file->error, error) << type;
+    EXPECT_EQ(file->os_error, EFBIG);
+    EXPECT_FALSE(test::exists(path)) << type;
+  }
+  EXPECT_EQ(test::open_descriptors(), before);
+}
+
+TEST_F(HandleTest, DevicesAndLinksAreNotRemoved) {
+  const std::string link = scratch.path("link"), target = scratch.path("target");
+  const test::Image image = test::make_image(IMG_TYPE_RGB, 2, 2);
+  std::filesystem::create_symlink("/dev/full", link);
+  EXPECT_EQ(test::write_image(link, IMG_FORMAT_PPM, image.get()), IMG_ERR_CLOSE);
+  EXPECT_TRUE(test::exists(link));
+
+  std::filesystem::remove(link);
+  std::filesystem::create_symlink(target, link);
+  ASSERT_TRUE(create(link));
+  ka_img_custom_format_error(file, IMG_ERR_WRITE, 0);
+  EXPECT_TRUE(test::exists(link));
+}
+
+TEST_F(HandleTest, FilesThatCouldNotBeOpenedForWritingStay) {
+  img_file* const handle = file;
+  handle->file_type = IMG_TYPE_RGB;
+  const char* const path = picture.c_str();
+  bool created;
+  {
+    const test::Limit limit(RLIMIT_NOFILE, 3);  // no more files than the standard streams
+    created = ka_img_create(handle, path, IMG_TYPE_RGB, IMG_FORMAT_PPM, 2, 2);
+  }
+  EXPECT_FALSE(created);
+  EXPECT_EQ(file->error, IMG_ERR_CREATE);
+  EXPECT_EQ(file->os_error, EMFILE);
+  EXPECT_EQ(test::read_file(picture), kPicture);
+}
+
+TEST_F(HandleTest, FilesOfTheNullFormatVanish) {
+  const std::string path = scratch.path("null");
+  ASSERT_TRUE(ka_img_create(file, path.c_str(), IMG_TYPE_RGBA, IMG_FORMAT_NULL, 2, 2));
+  EXPECT_TRUE(test::exists(path));
+  EXPECT_TRUE(ka_img_close(file));
+  EXPECT_FALSE(test::exists(path));
+}
+
+TEST_F(HandleTest, TypesThatAFormatCannotWriteAreReplacedWithAWarning) {
+  const test::MessageLog log;
+  const std::string path = scratch.path("new");
+  ASSERT_TRUE(ka_img_create(file, path.c_str(), IMG_TYPE_RGBA, IMG_FORMAT_JPG, 2, 2));
+  EXPECT_EQ(file->file_type, IMG_TYPE_RGB);
+  EXPECT_EQ(file->type, IMG_TYPE_RGBA);
+  EXPECT_NE(file->conversion, nullptr);
+  EXPECT_EQ(log.lines(),
+            (std::vector<std::string>{"IMG   .0  warn   102002: type rgba not supported by jpg "
+                                      "format, using default type rgb"}));
+}
+
+}  // namespace
