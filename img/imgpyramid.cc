@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cmath>
 #include <iterator>
+#include <limits>
+#include <type_traits>
 
 #include <ka/detail/assertion.h>
 #include <ka/detail/scope.h>
@@ -37,6 +39,21 @@ class Cover {
   double begin_, end_;
 };
 
+// Means of two by two samples, rounded to the nearest sample: one by one, fetching and storing
+// colours without settings computes the same.
+template <typename Sample>
+void halve_line(Sample* out, std::size_t count, const Sample* lower, const Sample* upper) {
+  constexpr bool is_integer = std::is_integral_v<Sample>;
+  constexpr float largest = is_integer ? float{std::numeric_limits<Sample>::max()} : 1.0F;
+  const auto value = [](Sample sample) { return static_cast<float>(sample) * (1.0F / largest); };
+  for (std::size_t x = 0; x < count; ++x) {
+    const float sum = value(lower[2 * x]) + value(lower[2 * x + 1]) + value(upper[2 * x]) +
+                      value(upper[2 * x + 1]);
+    const float mean = 0.25F * sum;
+    out[x] = static_cast<Sample>(is_integer ? mean * largest + 0.5F : mean);
+  }
+}
+
 class LevelFilter {
  public:
   LevelFilter(const ImageContext& context, img_image* destination, const img_image* source)
@@ -45,7 +62,12 @@ class LevelFilter {
   void run() const {
     const bool is_exact =
         destination_->width * 2 == source_->width && destination_->height * 2 == source_->height;
+    const bool is_plain = is_exact && has_plain_samples();
     for (int y = 0; y < destination_->height; ++y) {
+      if (is_plain) {
+        halve_plain_line(y);
+        continue;
+      }
       for (int x = 0; x < destination_->width; ++x) {
         const ka::Color mean = is_exact ? mean_of_four(2 * x, 2 * y) : mean_of_cover(x, y);
         img_store_color(context_, destination_, mean, x, y);
@@ -60,6 +82,39 @@ class LevelFilter {
 
   [[nodiscard]] ka::Color mean_of_four(int x, int y) const {
     return 0.25F * (fetch(x, y) + fetch(x + 1, y) + fetch(x, y + 1) + fetch(x + 1, y + 1));
+  }
+
+  // True when colours are their samples at another scale: no setting changes those between 0 and 1.
+  [[nodiscard]] bool has_plain_samples() const {
+    if (context_.unpremultiply || source_->type == IMG_TYPE_RGBE) return false;
+    if (source_->bits == 32) return true;
+    return (source_->bits == 8 || source_->bits == 16) && !context_.gamma_active &&
+           !context_.dither && context_.color_clip == IMG_CLIP_EACH;
+  }
+
+  void halve_plain_line(int y) const {
+    const bool is_single = source_->components == 1;
+    for (std::size_t i = 0; i < std::size_t(source_->components); ++i) {
+      const std::size_t to = is_single ? ka::single_slot(destination_) : i;
+      const std::size_t from = is_single ? ka::single_slot(source_) : i;
+      switch (source_->bits) {
+        case 8:
+          halve_plane<std::uint8_t>(y, to, from);
+          break;
+        case 16:
+          halve_plane<std::uint16_t>(y, to, from);
+          break;
+        default:
+          halve_plane<float>(y, to, from);
+      }
+    }
+  }
+
+  template <typename Sample>
+  void halve_plane(int y, std::size_t to, std::size_t from) const {
+    halve_line(ka::plane_in<Sample>(destination_, y, to), std::size_t(destination_->width),
+               ka::plane_in<Sample>(source_, 2 * y, from),
+               ka::plane_in<Sample>(source_, 2 * y + 1, from));
   }
 
   // Weighs each source pixel by the area that the destination pixel covers of it.
