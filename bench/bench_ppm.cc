@@ -1,12 +1,12 @@
 // Reading a whole P6 file from the page cache into an rgba image.
-#include <benchmark/benchmark.h>
-#include <ka/img.h>
-
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>
+
+#include <ka/img.h>
 
 #include "benchmarks.h"
 #include "pictures.h"

@@ -2,7 +2,6 @@
 // number of differing pixels, the sum and the maximum of their squared distances in one vectorised
 // loop, prints them. Headers are taken on trust: three numbers without comments.
 #include <fcntl.h>
-#include <ka/detail/targets.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,6 +11,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+
+#include <ka/detail/targets.h>
 
 namespace {
 

@@ -1,12 +1,12 @@
 // lumora_bench: rates of the hot paths beside memcpy. Takes the options of Google Benchmark, such
 // as --benchmark_filter=pass1.
+#include <cstdlib>
+
 #include <ka/img.h>
 #include <ka/mem.h>
 #include <ka/message.h>
 #include <ka/msg.h>
 #include <ka/trans.h>
-
-#include <cstdlib>
 
 #include "benchmarks.h"
 #include "ratios.h"
@@ -17,7 +17,9 @@ int main(int argc, char** argv) {
   ka_mem_init();
   ka_img_init();
   ka_context_init();
+  bench::add_convert_benchmarks();
   bench::add_measure_benchmarks();
   bench::add_ppm_benchmarks();
+  bench::add_format_benchmarks();
   return bench::run(argc, argv);
 }

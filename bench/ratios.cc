@@ -1,7 +1,5 @@
 #include "ratios.h"
 
-#include <benchmark/benchmark.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -10,6 +8,8 @@
 #include <map>
 #include <utility>
 #include <vector>
+
+#include <benchmark/benchmark.h>
 
 namespace bench {
 namespace {
@@ -24,7 +24,6 @@ class RatioReporter : public benchmark::BenchmarkReporter {
 
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& run : runs) {
-      if (run.error_occurred) std::fprintf(stderr, "%s\n", run.error_message.c_str());
       const auto rate = run.counters.find("bytes_per_second");
       if (run.run_type != Run::RT_Iteration || rate == run.counters.end()) continue;
       double& best = best_[run.run_name.function_name];

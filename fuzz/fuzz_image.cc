@@ -2,11 +2,6 @@
 // in the file's own pixel type and as a whole in rgba, closes it whatever happened. FUZZ_FORMATS
 // lists the family's formats; of others only the header is read.
 #include <fcntl.h>
-#include <ka/img.h>
-#include <ka/mem.h>
-#include <ka/message.h>
-#include <ka/msg.h>
-#include <ka/trans.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -16,6 +11,12 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+
+#include <ka/img.h>
+#include <ka/mem.h>
+#include <ka/message.h>
+#include <ka/msg.h>
+#include <ka/trans.h>
 
 namespace {
 

@@ -1,5 +1,6 @@
 // Conversions from data that is not a colour: directions, distances, labels, coverage and bits are
 // made visible.
+#include <cstring>
 #include <tuple>
 
 #include "convertline.h"
@@ -117,16 +118,33 @@ template <typename Look, typename To>
   for (std::size_t i = 0; i < count; ++i) to[i] = Look::template at<To>(from[i]);
 }
 
+// Eight pixels by byte of a plane of bits.
+constexpr auto kEightSamples = [] {
+  std::array<std::array<std::uint8_t, 8>, 256> samples{};
+  for (std::size_t byte = 0; byte < samples.size(); ++byte) {
+    for (std::size_t bit = 0; bit < 8; ++bit) samples[byte][bit] = byte >> bit & 1 ? 255 : 0;
+  }
+  return samples;
+}();
+
+void see_bits(const std::uint8_t* from, std::uint8_t* to, std::size_t count) {
+  const std::size_t whole_bytes = count / 8;
+  for (std::size_t i = 0; i < whole_bytes; ++i) {
+    std::memcpy(to + 8 * i, kEightSamples[from[i]].data(), 8);
+  }
+  if (count % 8 != 0) {
+    std::memcpy(to + 8 * whole_bytes, kEightSamples[from[whole_bytes]].data(), count % 8);
+  }
+}
+
+// Deeper samples are made of those of 8 bits.
 template <typename To>
-[[gnu::noinline]] void see_bits(const std::uint8_t* __restrict from, To* __restrict to,
-                                std::size_t count) {
-  for (std::size_t i = 0; i < count; ++i) {
-    const bool is_set = from[i / 8] >> (i % 8) & 1;
-    if constexpr (std::is_same_v<To, std::uint16_t>) {
-      to[i] = with_high_byte(to[i], is_set ? 255 : 0);
-    } else {
-      to[i] = is_set ? kFull<To> : To{};
-    }
+void see_bits(const std::uint8_t* from, To* to, std::size_t count) {
+  std::array<std::uint8_t, 512> samples;
+  for (std::size_t first = 0; first < count; first += samples.size()) {
+    const std::size_t size = std::min(samples.size(), count - first);
+    see_bits(from + first / 8, samples.data(), size);
+    convert_plane(samples.data(), to + first, size);
   }
 }
 

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <array>
-#include <utility>
 
 #include "convertkernels.h"
 #include "imageplanes.h"
@@ -30,9 +29,9 @@ extern const ConvertRow z_row, tag_row, coverage_row, bit_row, rgbe_row;
 // A source class describes how its lines are seen as a colour:
 //   Sample                             of its planes
 //   kSampleBits                        from one pixel to the next
-//   kSlots                             the planes that R, G, B and A are made of
+//   kSlots                             the planes that R, G, B and A are made of, kFullSlot: none
 //   view<To, Channel>(from, to, n)     makes n samples of a channel
-inline constexpr std::size_t kFullSlot = IMG_SLOTS;  // in kSlots: the channel is full on
+inline constexpr std::size_t kFullSlot = IMG_SLOTS;  // the channel is full on
 
 template <typename Source, typename To, std::size_t Channel>
 void view_channel(img_line* dst, const img_line* src, std::size_t width) {
@@ -48,10 +47,10 @@ void view_channel(img_line* dst, const img_line* src, std::size_t width) {
 
 template <typename Source, typename To, std::size_t Channels>
 void to_colour(img_line* dst, const img_line* src, const float* /*weights*/, std::size_t width) {
-  [&]<std::size_t... Channel>(std::index_sequence<Channel...>) {
-    (view_channel<Source, To, Channel>(dst, src, width), ...);
-  }
-  (std::make_index_sequence<Channels>{});
+  view_channel<Source, To, 0>(dst, src, width);
+  view_channel<Source, To, 1>(dst, src, width);
+  view_channel<Source, To, 2>(dst, src, width);
+  if constexpr (Channels == 4) view_channel<Source, To, 3>(dst, src, width);
 }
 
 // The alpha plane, or the one plane, to the one plane of a scalar type.
@@ -63,11 +62,18 @@ void to_alpha(img_line* dst, const img_line* src, const float* /*weights*/, std:
 // Makes a plane of bits: bit x is test(x), bits behind the last pixel are 0.
 template <typename Test>
 void pack_bits(std::uint8_t* to, std::size_t width, Test test) {
-  for (std::size_t first = 0; first < width; first += 8) {
-    const std::size_t count = std::min<std::size_t>(8, width - first);
-    unsigned byte = 0;
-    for (std::size_t bit = 0; bit < count; ++bit) byte |= unsigned{test(first + bit)} << bit;
-    *to++ = static_cast<std::uint8_t>(byte);
+  for (std::size_t first = 0; first < width; first += 64) {
+    const std::size_t count = std::min<std::size_t>(64, width - first);
+    std::array<std::uint8_t, 64> is_set{};
+    for (std::size_t i = 0; i < count; ++i) is_set[i] = test(first + i);
+    for (std::size_t i = 0; i < count; i += 8) {
+      std::uint64_t eight = 0;
+      for (std::size_t bit = 0; bit < 8; ++bit) {
+        eight |= std::uint64_t{is_set[i + bit]} << (8 * bit);
+      }
+      // The factor brings bit 8 n of the eight to bit 56 + n; no two of its products meet.
+      *to++ = static_cast<std::uint8_t>((eight * 0x0102040810204080) >> 56);
+    }
   }
 }
 
@@ -75,10 +81,9 @@ void pack_bits(std::uint8_t* to, std::size_t width, Test test) {
 template <typename Sample, std::size_t... Slots>
 void any_to_bit(img_line* dst, const img_line* src, const float* /*weights*/, std::size_t width) {
   auto* const to = plane_of<std::uint8_t>(dst, 3);
-  const std::array from = {plane_of<const Sample>(src, Slots)...};
-  if (!to || std::ranges::find(from, nullptr) != from.end()) return;
-  pack_bits(to, width, [&](std::size_t x) {
-    return std::ranges::any_of(from, [x](const Sample* plane) { return plane[x] != Sample{}; });
+  if (!to || ((src->offset[Slots] == 0) || ...)) return;
+  pack_bits(to, width, [... from = plane_of<const Sample>(src, Slots)](std::size_t x) {
+    return static_cast<bool>(((from[x] != Sample{}) | ...));  // without branches
   });
 }
 
@@ -86,6 +91,8 @@ void any_to_bit(img_line* dst, const img_line* src, const float* /*weights*/, st
 class FloatBlock {
  public:
   static constexpr std::size_t kPixels = 256;
+  using Samples = std::array<std::array<float, kPixels>, 3>;
+
   FloatBlock() {
     for (std::size_t slot = 0; slot < IMG_SLOTS; ++slot) {
       set_plane(&line_, slot, slot < 3 ? samples_[slot].data() : nullptr);
@@ -97,12 +104,20 @@ class FloatBlock {
   img_line* line() { return &line_; }  // of type rgb_fp
   // Fills the block from a line of type rgbe; false when it lacks a plane.
   [[nodiscard]] bool decode(const img_line& from, std::size_t count);
-  void encode(const img_line& to, std::size_t count) const;
+  // Writes the block to a line of type rgbe and leaves other samples behind.
+  void encode(const img_line& to, std::size_t count);
 
  private:
   img_line line_;
-  std::array<std::array<float, kPixels>, 3> samples_{};
+  Samples samples_{};
 };
+
+using DecodeKernel = void (*)(const std::array<const std::uint8_t*, IMG_SLOTS>& from,
+                              FloatBlock::Samples& colours, std::size_t count);
+using EncodeKernel = void (*)(FloatBlock::Samples& colours,
+                              const std::array<std::uint8_t*, IMG_SLOTS>& to, std::size_t count);
+extern const KernelTable<DecodeKernel> decode_kernels;
+extern const KernelTable<EncodeKernel> encode_kernels;
 
 // The line from pixel `first` on, which is a multiple of 8.
 inline img_line rest_of(const img_line* line, std::size_t sample_bits, std::size_t first) {

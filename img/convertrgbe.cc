@@ -1,13 +1,15 @@
 // Shared-exponent colours: three mantissas and one exponent, 8 bits each. They are coded as in
 // Radiance pictures.
 #include <bit>
+#include <cstring>
+#include <limits>
 
 #include "convertline.h"
 
 namespace ka {
 namespace {
 
-constexpr double kDarkest = 1e-32;         // what is darker is black
+constexpr float kDarkest = 1e-32F;         // what is darker is black
 constexpr float kBrightest = 0x1.fep126F;  // what an infinite component counts as
 constexpr int kBias = 128;                 // of the exponent
 
@@ -25,40 +27,83 @@ constexpr auto kSteps = [] {
   return steps;
 }();
 
-struct Rgbe {
-  std::uint8_t r, g, b, e;
-};
-
-float decode_component(std::uint8_t mantissa, float step) {
+KA_KERNEL float decode_component(std::uint8_t mantissa, float step) {
   return (static_cast<float>(mantissa) + 0.5F) * step;
 }
 
-float as_light(float component) {
-  if (std::isnan(component)) return 0.0F;
-  return std::isinf(component) ? std::copysign(kBrightest, component) : component;
+// Not a number is no light.
+KA_KERNEL float as_light(float component) {
+  constexpr float most = std::numeric_limits<float>::max();
+  const float number = component == component ? component : 0.0F;
+  const float bounded = number > most ? kBrightest : number;
+  return bounded < -most ? -kBrightest : bounded;
+}
+
+// What the components of a colour share.
+struct Shared {
+  std::uint8_t exponent;  // as it is stored
+  float scale;            // from components to mantissas
+};
+
+KA_KERNEL Shared share(float r, float g, float b) {
+  const float most = std::max(std::max(r, g), b);
+  const bool is_black = most < kDarkest;
+  // The exponent with which `most` is a fraction of 0.5 to 1.
+  const auto exponent =
+      static_cast<std::int32_t>(std::bit_cast<std::uint32_t>(most) >> 23 & 0xff) - 126;
+  const auto scale = std::bit_cast<float>((127 + 8 - exponent) << 23);
+  return {static_cast<std::uint8_t>(is_black ? 0 : exponent + kBias), is_black ? 0.0F : scale};
 }
 
 // A component as a fraction of the exponent's range, rounded down. Of what is negative the low byte
 // of 32 bits remains.
-std::uint8_t mantissa(float component, double scale) {
-  const double value = static_cast<double>(component) * scale;
+KA_KERNEL std::uint8_t mantissa(float component, float scale) {
+  const double value = static_cast<double>(component) * static_cast<double>(scale);
   const double held = std::fabs(value) < 0x1p31 ? value : 0.0;
   const auto cut = static_cast<std::int32_t>(held);
-  return static_cast<std::uint8_t>(held < cut ? cut - 1 : cut);
+  return static_cast<std::uint8_t>(cut - (held < cut));
 }
 
-Rgbe encode_colour(float r, float g, float b) {
-  r = as_light(r);
-  g = as_light(g);
-  b = as_light(b);
-  const float most = std::max({r, g, b});
-  if (static_cast<double>(most) < kDarkest) return {};
-  // The exponent with which `most` is a fraction of 0.5 to 1.
-  const int exponent = static_cast<int>(std::bit_cast<std::uint32_t>(most) >> 23) - 126;
-  const double scale = power_of_two(8 - exponent);
-  return {mantissa(r, scale), mantissa(g, scale), mantissa(b, scale),
-          static_cast<std::uint8_t>(exponent + kBias)};
+// Codes the colours of a block, which it overwrites.
+KA_KERNEL void encode_body(FloatBlock::Samples& colours,
+                           const std::array<std::uint8_t*, IMG_SLOTS>& to, std::size_t count) {
+  for (auto& plane : colours) {
+    for (std::size_t x = 0; x < count; ++x) plane[x] = as_light(plane[x]);
+  }
+  std::array<float, FloatBlock::kPixels> scales;
+  std::uint8_t* const exponents = to[3];
+  for (std::size_t x = 0; x < count; ++x) {
+    const Shared shared = share(colours[0][x], colours[1][x], colours[2][x]);
+    scales[x] = shared.scale;
+    exponents[x] = shared.exponent;
+  }
+  for (std::size_t slot = 0; slot < colours.size(); ++slot) {
+    std::uint8_t* const mantissas = to[slot];
+    for (std::size_t x = 0; x < count; ++x) mantissas[x] = mantissa(colours[slot][x], scales[x]);
+  }
 }
+
+KA_KERNEL void decode_body(const std::array<const std::uint8_t*, IMG_SLOTS>& from,
+                           FloatBlock::Samples& colours, std::size_t count) {
+  std::array<float, FloatBlock::kPixels> steps;
+  const std::uint8_t* const exponents = from[3];
+  for (std::size_t x = 0; x < count; ++x) steps[x] = kSteps[exponents[x]];
+  for (std::size_t slot = 0; slot < colours.size(); ++slot) {
+    const std::uint8_t* const mantissas = from[slot];
+    for (std::size_t x = 0; x < count; ++x) {
+      colours[slot][x] = decode_component(mantissas[x], steps[x]);
+    }
+  }
+}
+
+KA_DEFINE_KERNELS(encode_block, encode_body,
+                  (FloatBlock::Samples & colours, const std::array<std::uint8_t*, IMG_SLOTS>& to,
+                   std::size_t count),
+                  (colours, to, count));
+KA_DEFINE_KERNELS(decode_block, decode_body,
+                  (const std::array<const std::uint8_t*, IMG_SLOTS>& from,
+                   FloatBlock::Samples& colours, std::size_t count),
+                  (from, colours, count));
 
 // By way of floats to one type.
 template <int Type>
@@ -72,6 +117,12 @@ void from_rgbe(img_line* dst, const img_line* src, const float* weights, std::si
   }
 }
 
+template <typename Sample>
+std::array<Sample*, IMG_SLOTS> planes_of(const img_line& line) {
+  return {plane_of<Sample>(&line, 0), plane_of<Sample>(&line, 1), plane_of<Sample>(&line, 2),
+          plane_of<Sample>(&line, 3)};
+}
+
 template <int... Types>
 constexpr ConvertRow row_to() {
   ConvertRow row{};
@@ -82,33 +133,21 @@ constexpr ConvertRow row_to() {
 
 }  // namespace
 
+constinit const KernelTable<DecodeKernel> decode_kernels = decode_block_kernels;
+constinit const KernelTable<EncodeKernel> encode_kernels = encode_block_kernels;
+
 bool FloatBlock::decode(const img_line& from, std::size_t count) {
-  std::array<const std::uint8_t*, IMG_SLOTS> planes;
-  for (std::size_t slot = 0; slot < IMG_SLOTS; ++slot) {
-    planes[slot] = plane_of<const std::uint8_t>(&from, slot);
-    if (!planes[slot]) return false;
-  }
-  for (std::size_t slot = 0; slot < samples_.size(); ++slot) {
-    for (std::size_t x = 0; x < count; ++x) {
-      samples_[slot][x] = decode_component(planes[slot][x], kSteps[planes[3][x]]);
-    }
-  }
+  static const auto kernel = best_kernel(decode_kernels);
+  const auto planes = planes_of<const std::uint8_t>(from);
+  if (std::ranges::find(planes, nullptr) != planes.end()) return false;
+  kernel(planes, samples_, count);
   return true;
 }
 
-void FloatBlock::encode(const img_line& to, std::size_t count) const {
-  std::array<std::uint8_t*, IMG_SLOTS> planes;
-  for (std::size_t slot = 0; slot < IMG_SLOTS; ++slot) {
-    planes[slot] = plane_of<std::uint8_t>(&to, slot);
-    if (!planes[slot]) return;
-  }
-  for (std::size_t x = 0; x < count; ++x) {
-    const Rgbe pixel = encode_colour(samples_[0][x], samples_[1][x], samples_[2][x]);
-    planes[0][x] = pixel.r;
-    planes[1][x] = pixel.g;
-    planes[2][x] = pixel.b;
-    planes[3][x] = pixel.e;
-  }
+void FloatBlock::encode(const img_line& to, std::size_t count) {
+  static const auto kernel = best_kernel(encode_kernels);
+  const auto planes = planes_of<std::uint8_t>(to);
+  if (std::ranges::find(planes, nullptr) == planes.end()) kernel(samples_, planes, count);
 }
 
 constinit const ConvertRow rgbe_row =
@@ -120,11 +159,14 @@ constinit const ConvertRow rgbe_row =
 
 void ka_img_rgb_to_hdr(std::uint8_t* r_out, std::uint8_t* g_out, std::uint8_t* b_out,
                        std::uint8_t* e_out, float r, float g, float b) {
-  const ka::Rgbe pixel = ka::encode_colour(r, g, b);
-  *r_out = pixel.r;
-  *g_out = pixel.g;
-  *b_out = pixel.b;
-  *e_out = pixel.e;
+  r = ka::as_light(r);
+  g = ka::as_light(g);
+  b = ka::as_light(b);
+  const ka::Shared shared = ka::share(r, g, b);
+  *r_out = ka::mantissa(r, shared.scale);
+  *g_out = ka::mantissa(g, shared.scale);
+  *b_out = ka::mantissa(b, shared.scale);
+  *e_out = shared.exponent;
 }
 
 void ka_img_hdr_to_rgb(float* r_out, float* g_out, float* b_out, std::uint8_t r, std::uint8_t g,

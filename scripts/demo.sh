@@ -1,5 +1,6 @@
 #!/bin/bash
-# Builds the tool and an example, renders two pictures that differ a little, and compares them.
+# Builds the tool and an example, renders two pictures that differ a little, compares them and makes
+# a picture of the difference.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -20,13 +21,14 @@ run() {
   "$@" || status=$?
   printf '(exit status %d)\n' "$status"
 }
-run "$bin/vel_diff" "$pictures/scene.ppm" "$pictures/moved.ppm"
+run "$bin/vel_diff" -f -u "$pictures/scene.ppm" "$pictures/moved.ppm" "$pictures/difference.ppm"
 [[ $status -eq 1 ]] || exit 1  # the pictures differ
 
 cat << END
 
 In the second picture the yellow sphere has moved. Exit status 1 says that the largest difference of a pixel
-reaches 1 percent of what is possible. What to do next:
+reaches 1 percent of what is possible. $pictures/difference.ppm shows where, in false colours, under
+a histogram; any viewer for PPM files shows the three pictures. What to do next:
 
   $bin/vel_diff -t 50 $pictures/scene.ppm $pictures/moved.ppm
       allows differences below 50 percent: the pictures count as similar, the exit status is 0

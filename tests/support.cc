@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
 
 #include <ka/mem.h>
@@ -45,8 +46,14 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
   std::vector<std::string> arguments = {path};
   arguments.insert(arguments.end(), program.arguments.begin(), program.arguments.end());
   std::vector<std::string> environment = program.environment;
+  const auto is_replaced = [&](std::string_view entry) {
+    const std::string_view name = entry.substr(0, entry.find('=') + 1);
+    return std::ranges::any_of(program.environment,
+                               [name](const auto& own) { return own.starts_with(name); });
+  };
   for (char** entry = environ; *entry; ++entry) {
-    if (std::string_view(*entry).substr(0, 3) != "KA_") environment.emplace_back(*entry);
+    if (!std::string_view(*entry).starts_with("KA_") && !is_replaced(*entry))
+      environment.emplace_back(*entry);
   }
   for (const auto& [file, stream] : {std::pair{out, STDOUT_FILENO}, {err, STDERR_FILENO}}) {
     if (file == kClosed) close(stream);

@@ -40,7 +40,9 @@ check_public() {
     ka/detail/*) [[ $folder != include/ka && $folder != examples ]] || refuse "is private to the library" ;;
   esac
   case $file,$header in
-    tools/measure*,ka/message.h | tools/compose*,ka/message.h) refuse "is unknown to measuring and composing" ;;
+    tools/measure*,ka/message.h | tools/compose*,ka/message.h | tools/panel*,ka/message.h)
+      refuse "is unknown to measuring and composing"
+      ;;
     lib/liberror*,ka/base.h | lib/liberror*,ka/message.h | lib/liberror*,ka/detail/context.h) ;;
     lib/liberror*) refuse "the message log stands below everything that locks or allocates" ;;
   esac
@@ -57,7 +59,7 @@ check_private() {
     *) [[ $header != */* && -f $folder/$header ]] || refuse "is in another room" ;;
   esac
   case $file,$header in
-    tools/measure*,* | tools/compose*,*)
+    tools/measure*,* | tools/compose*,* | tools/panel*,*)
       [[ $header == measure* || $header == compose* ]] || refuse "is unknown to measuring and composing"
       ;;
   esac

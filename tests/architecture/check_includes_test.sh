@@ -44,6 +44,7 @@ refused msg/a.h <ka/img.h>
 refused lib/liberror.cc <ka/mem.h>
 refused tools/measure.cc "options.h"
 refused tools/compose.cc <ka/message.h>
+refused tools/panel.cc "options.h"
 refused tools/a.cc "driver.h"
 refused include/ka/mem.h <ka/img.h>
 refused include/ka/img.h <ka/detail/owned.h>

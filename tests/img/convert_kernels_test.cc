@@ -5,7 +5,7 @@
 #include <random>
 #include <vector>
 
-#include "convertkernels.h"
+#include "convertline.h"
 
 namespace {
 
@@ -46,7 +46,7 @@ void compare(const ka::KernelTable<Kernel>& table, Run run) {
   const std::vector<To> old = noise<To>(longest + 1);
   for (const Kernel kernel : ka::usable_kernels(table)) {
     for (std::size_t count = 0; count <= longest; ++count) {
-      for (const std::size_t first : {0, 1}) {  // planes stand anywhere
+      for (const std::size_t first : {std::size_t{0}, std::size_t{1}}) {  // planes stand anywhere
         std::vector<To> expected(old.begin(), old.begin() + std::ptrdiff_t(count + 1)),
             actual = expected;
         run(table.base, expected.data(), first, count);
@@ -81,6 +81,32 @@ TYPED_TEST(Kernels, AgreeOnLuminance) {
                   const From* const red = from.data() + first;
                   kernel(red, red + plane, red + 2 * plane, to, weights.data(), count);
                 });
+  }
+}
+
+TEST(SharedExponentKernels, Agree) {
+  constexpr std::size_t kPixels = ka::FloatBlock::kPixels;
+  const std::vector<std::uint8_t> codes = noise<std::uint8_t>(4 * kPixels);
+  std::array<const std::uint8_t*, 4> from;
+  for (std::size_t slot = 0; slot < 4; ++slot) from[slot] = codes.data() + slot * kPixels;
+  const auto decoders = ka::usable_kernels(ka::decode_kernels);
+  const auto encoders = ka::usable_kernels(ka::encode_kernels);
+  for (std::size_t i = 0; i < decoders.size(); ++i) {
+    for (std::size_t count = 0; count <= kPixels; ++count) {
+      ka::FloatBlock::Samples expected{}, actual{};
+      decoders[0](from, expected, count);
+      decoders[i](from, actual, count);
+      ASSERT_EQ(actual, expected) << count;
+      std::vector<std::uint8_t> plain(4 * kPixels), coded(4 * kPixels);
+      const auto planes = [](std::vector<std::uint8_t>& bytes) {
+        std::array<std::uint8_t*, 4> to;
+        for (std::size_t slot = 0; slot < 4; ++slot) to[slot] = bytes.data() + slot * kPixels;
+        return to;
+      };
+      encoders[0](expected, planes(plain), count);
+      encoders[i](actual, planes(coded), count);
+      ASSERT_EQ(coded, plain) << count;
+    }
   }
 }
 

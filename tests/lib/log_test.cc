@@ -93,8 +93,9 @@ TEST(Log, LongTextsKeepBothEnds) {
   const std::string start(147, 'a'), end(147, 'z'), prefix = "MAIN  .0  error: ";
   ka_error("%s-----%s", start.c_str(), end.c_str());  // 299 characters
   EXPECT_EQ(last_line(), prefix + start + "-----" + end);
-  for (const std::size_t between : {6, 100, 3000}) {
-    ka_error("%s%s%s", start.c_str(), std::string(between, '-').c_str(), end.c_str());
+  for (const int between : {6, 100, 3000}) {
+    const std::string middle(std::size_t(between), '-');
+    ka_error("%s%s%s", start.c_str(), middle.c_str(), end.c_str());
     EXPECT_EQ(last_line(), prefix + start + "[...]" + end);
   }
   ka_error("%s", std::string(10000, 'a').c_str());

@@ -1,0 +1,17 @@
+// A system that refuses memory on purpose: this program is linked so that the library's requests to
+// the C library's allocator pass through here.
+#pragma once
+
+#include <cstddef>
+
+namespace test {
+
+// Refuses the next `count` requests for at least `least` bytes.
+void refuse(int count, std::size_t least);
+// Requests that may still be refused.
+int refusals_left();
+
+// The next request for at least `least` bytes gets memory whose byte `offset` is aligned to 8192.
+void align_next(std::size_t least, std::size_t offset);
+
+}  // namespace test

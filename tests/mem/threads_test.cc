@@ -1,0 +1,136 @@
+// Many threads: whose account a block is on, when accounts are merged, and purges and pools in the
+// middle of it.
+#include <gtest/gtest.h>
+#include <ka/mem.h>
+#include <ka/message.h>
+#include <ka/msg.h>
+#include <ka/trans.h>
+
+#include <atomic>
+#include <latch>
+#include <thread>
+#include <vector>
+
+#include "heap.h"
+
+namespace {
+
+using Threads = test::MemoryTest;
+
+// Runs a function as a thread of the library.
+template <typename Function>
+std::thread start(Function function) {
+  return std::thread([function] {
+    ka_msg_register_thread();
+    function();
+    ka_msg_unregister_thread();
+  });
+}
+
+constexpr std::size_t kSize = 100'000;
+constexpr std::size_t kCounted = kSize + 16;  // as ka_mem_getsize counts a block
+
+TEST_F(Threads, AnAccountIsMergedWhenItsThreadEnds) {
+  const std::size_t before = ka_mem_getsize();
+  void* block = nullptr;
+  std::latch has_allocated(1), may_end(1);
+  std::thread thread = start([&] {
+    block = ka_mem_allocate(kSize);
+    has_allocated.count_down();
+    may_end.wait();
+  });
+  has_allocated.wait();
+  EXPECT_EQ(ka_mem_getsize(), before);
+  may_end.count_down();
+  thread.join();
+  EXPECT_EQ(ka_mem_getsize(), before + kCounted);
+  ka_mem_release(block);
+  EXPECT_EQ(ka_mem_getsize(), before);
+}
+
+TEST_F(Threads, AnAccountIsMergedWhenTheAreasAreSetAside) {
+  const std::size_t before = ka_mem_getsize();
+  void* block = nullptr;
+  std::latch has_pushed(1), may_end(1);
+  std::thread thread = start([&] {
+    block = ka_mem_allocate(kSize);
+    void** const saved = ka_context_push();
+    has_pushed.count_down();
+    may_end.wait();
+    ka_mem_release(ka_mem_reallocate(block, 2 * kSize));
+    ka_context_pop(saved);
+  });
+  has_pushed.wait();
+  EXPECT_EQ(ka_mem_getsize(), before + kCounted);
+  may_end.count_down();
+  thread.join();
+  EXPECT_EQ(ka_mem_getsize(), before);
+}
+
+TEST_F(Threads, ABlockMayBeReleasedByAnotherThread) {
+  const std::size_t before = ka_mem_getsize();
+  void* const block = ka_mem_allocate(kSize);
+  start([&] { ka_mem_release(block); }).join();
+  EXPECT_EQ(ka_mem_getsize(), before);
+}
+
+// What each thread of the crowd does, with blocks of its own and with pool and pages that all
+// share.
+void work(ka_mem_pool* pool) {
+  constexpr int rounds = 300;
+  std::vector<void*> elements;
+  for (int i = 0; i < rounds; ++i) {
+    void* block = ka_mem_allocate(static_cast<std::size_t>(i * 37 % 3000));
+    block = ka_mem_reallocate(block, static_cast<std::size_t>(i * 101 % 5000));
+    for (int k = 0; k < 8; ++k) elements.push_back(ka_mem_blkallocate(pool));
+    ka_mem_page* const page = ka_mem_pages_get();
+    if (i % 50 == 0) {
+      void** const saved = ka_context_push();
+      ka_mem_release(ka_mem_allocate(100));
+      ka_context_pop(saved);
+    }
+    if (i % 60 == 0) ka_mem_getsize();
+    ka_mem_pages_put(page);
+    ka_mem_release(block);
+  }
+  for (void* element : elements) ka_mem_blkrelease(pool, element);
+}
+
+std::atomic<int> asked{0};
+
+// The areas of module 34 count how often they were shown to the limit handler.
+constexpr int kModule = 34;
+int show_area(std::int64_t /*wanted*/) {
+  static_cast<std::atomic<int>*>(ka_context_mem(kModule))->fetch_add(1);
+  ka_mem_release(ka_mem_allocate(50));
+  return ++asked != 0;
+}
+
+// The account is right after all of it, whoever allocated and released during whose purge.
+TEST_F(Threads, AllocateWhilePurgesRun) {
+  ka_context_register_module(kModule, nullptr, nullptr, sizeof(std::atomic<int>));
+  ka_mem_pages_flush();
+  const std::size_t before = ka_mem_getsize();
+  ka_mem_pool* const pool = ka_mem_blkcreate(40);
+  ka_mem_limit_handler(kModule, show_area);
+  ka_mem_memory_limit(8);  // every allocation passes it
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.push_back(start([pool] {
+      ka_context_mem(kModule);
+      work(pool);
+    }));
+  }
+  work(pool);
+  for (std::thread& thread : threads) thread.join();
+  ka_mem_memory_limit(0);
+  EXPECT_GT(asked, 0);
+  int in_use = 0;
+  ka_mem_blkenumerate_x(
+      pool, [](void* /*element*/, void* count) { ++*static_cast<int*>(count); }, &in_use);
+  EXPECT_EQ(in_use, 0);
+  ka_mem_blkdelete(pool);
+  EXPECT_EQ(ka_mem_getsize(), before);
+}
+
+}  // namespace
