@@ -140,10 +140,10 @@ void ask_modules(PurgeReason reason, const ThreadList& threads) {
     const std::int64_t wanted = bytes_wanted(reason);
     if (wanted < 1) break;
     ask_module(module, wanted, threads);
-    if (heap_size() < before) {
-      ka_vdebug("%lld fewer bytes after asking module %s",
-                static_cast<long long>((start - heap_size()) * 8), ka_modname[module]);
-    }
+    const std::int64_t now = heap_size();
+    if (now >= before) continue;
+    const long long saved = (start - now) * 8;
+    ka_vdebug("%lld fewer bytes after asking module %s", saved, ka_modname[module]);
   }
 }
 
