@@ -1,5 +1,6 @@
 // Measuring: both passes over whole rgba pictures, and the kernels of pass 1 on each instruction
 // set.
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <memory>
@@ -11,6 +12,7 @@
 #include <ka/img.h>
 
 #include "benchmarks.h"
+#include "compose.h"
 #include "measure.h"
 #include "measurekernels.h"
 #include "pictures.h"
@@ -110,6 +112,24 @@ void add_pass2(const Case& what, bool intensity) {
   });
 }
 
+// Pass 2 with its difference image. The first picture is overwritten again and again: beside a
+// black one every pixel of it goes on to differ, since no false colour is black.
+void add_compose() {
+  add("compose/false_color_gamma/all_differing", kPairBytes, [] {
+    static const Image picture = new_image();
+    static const Image black = [] {
+      Image made = new_image();
+      std::ranges::fill(samples(made.get()), std::uint8_t{0});
+      return made;
+    }();
+    const ka::ComposeSettings settings{
+        .measure = {}, .gamma = 2.2, .false_color = true, .underlay = false};
+    const auto histograms =
+        ka::compose_difference(picture.get(), black.get(), kHeight, settings, 1.0);
+    benchmark::DoNotOptimize(histograms.main[0]);
+  });
+}
+
 // Every kernel of a table on a pair; where the processor lacks an instruction set, fewer of them.
 void add_kernels(const char* table_name, const ka::KernelTable<ka::MeasureKernel>& table,
                  const Case& what) {
@@ -136,6 +156,7 @@ void add_measure_benchmarks() {
     for (const Case& what : {kIdentical, kAlteredPair, kDiffering}) add_pass1(what, intensity);
     for (const Case& what : {kAlteredPair, kDiffering}) add_pass2(what, intensity);
   }
+  add_compose();
   for (const Case& what : {kIdentical, kDiffering}) {
     add_kernels("colour", ka::colour_kernels, what);
     add_kernels("intensity", ka::intensity_kernels, what);

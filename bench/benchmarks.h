@@ -6,5 +6,6 @@ namespace bench {
 void add_convert_benchmarks();
 void add_measure_benchmarks();
 void add_ppm_benchmarks();
+void add_format_benchmarks();
 
 }  // namespace bench

@@ -20,5 +20,6 @@ int main(int argc, char** argv) {
   bench::add_convert_benchmarks();
   bench::add_measure_benchmarks();
   bench::add_ppm_benchmarks();
+  bench::add_format_benchmarks();
   return bench::run(argc, argv);
 }

@@ -1,6 +1,7 @@
 #include "rle.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstring>
 
@@ -10,15 +11,130 @@ namespace {
 constexpr unsigned kLiteral = 0x80;          // bit of a control sample
 constexpr unsigned kCount = 0x7f;            // its other bits
 constexpr std::size_t kLongestPacket = 126;  // samples, as written
+constexpr std::size_t kLongestRead = 128;    // samples or pixels, of any packet
 
-// Samples in the order of the file's bytes.
-template <typename Sample>
-Sample from_file(const std::uint8_t* bytes) {
-  if constexpr (sizeof(Sample) == 1) {
-    return *bytes;
+// Packets are short: what a branch on their kind or length would cost when it is guessed wrong is
+// more than moving some bytes too many. A chunk holds whole pixels of 1 to 4 bytes.
+constexpr std::size_t kChunkBytes = 48;
+using Chunk = std::array<std::uint64_t, kChunkBytes / 8>;
+
+constexpr std::size_t in_chunks(std::size_t bytes) {
+  return (bytes + kChunkBytes - 1) / kChunkBytes * kChunkBytes;
+}
+
+constexpr std::uint64_t from_little(std::uint64_t word) {
+  return std::endian::native == std::endian::little ? word : __builtin_bswap64(word);
+}
+
+// 16-bit samples of the file's byte order, big-endian, to the host's.
+constexpr std::uint64_t swap_samples(std::uint64_t word) {
+  if constexpr (std::endian::native == std::endian::big) return word;
+  constexpr std::uint64_t low_bytes = 0x00ff00ff00ff00ff;
+  return (word >> 8 & low_bytes) | (word & low_bytes) << 8;
+}
+
+// A chunk of one pixel over and over. Its first byte is the lowest of `pixel`.
+template <std::size_t PixelBytes>
+KA_KERNEL Chunk repeated(std::uint64_t pixel) {
+  Chunk chunk;
+  if constexpr (PixelBytes == 3) {  // eight pixels are three words
+    const std::array words = {from_little(pixel | pixel << 24 | pixel << 48),
+                              from_little(pixel >> 16 | pixel << 8 | pixel << 32 | pixel << 56),
+                              from_little(pixel >> 8 | pixel << 16 | pixel << 40)};
+    for (std::size_t i = 0; i < chunk.size(); ++i) chunk[i] = words[i % 3];
   } else {
-    return static_cast<Sample>(bytes[0] << 8 | bytes[1]);
+    constexpr std::uint64_t ones = ~std::uint64_t{0} / ((std::uint64_t{1} << 8 * PixelBytes) - 1);
+    chunk.fill(from_little(pixel * ones));
   }
+  return chunk;
+}
+
+struct Control {
+  std::size_t count;  // samples or pixels
+  bool literal;       // they follow as they are, else as one
+};
+
+template <typename Sample>
+struct CountedForm {
+  static constexpr std::size_t kSampleBytes = sizeof(Sample);
+  static constexpr std::size_t kControlBytes = sizeof(Sample);
+  static constexpr bool kSwaps = sizeof(Sample) > 1;
+  static constexpr bool kHasClosing = true;
+  static Control control(const std::uint8_t* bytes) {
+    const unsigned low = bytes[kControlBytes - 1];
+    return {low & kCount, (low & kLiteral) != 0};
+  }
+};
+
+template <std::size_t PixelBytes>
+struct PixelForm {
+  static constexpr std::size_t kSampleBytes = PixelBytes;
+  static constexpr std::size_t kControlBytes = 1;
+  static constexpr bool kSwaps = false;
+  static constexpr bool kHasClosing = false;
+  static Control control(const std::uint8_t* bytes) {
+    return {(*bytes & kCount) + std::size_t{1}, *bytes <= kCount};
+  }
+};
+
+// Moves a packet in whole chunks: up to in_chunks(bytes) are read and written.
+template <typename Form>
+KA_KERNEL void move_chunks(std::uint8_t* out, const std::uint8_t* in, std::size_t bytes,
+                           bool literal) {
+  std::uint64_t pixel = 0;
+  for (std::size_t i = 0; i < Form::kSampleBytes; ++i) pixel |= std::uint64_t{in[i]} << 8 * i;
+  const Chunk run = repeated<Form::kSampleBytes>(pixel);
+  const std::uint64_t from_input = std::uint64_t{0} - literal;
+  for (std::size_t done = 0; done < bytes; done += kChunkBytes) {
+    Chunk chunk;
+    std::memcpy(chunk.data(), in + done, kChunkBytes);
+    for (std::size_t i = 0; i < chunk.size(); ++i) {
+      chunk[i] = (chunk[i] & from_input) | (run[i] & ~from_input);
+      if constexpr (Form::kSwaps) chunk[i] = swap_samples(chunk[i]);
+    }
+    std::memcpy(out + done, chunk.data(), kChunkBytes);
+  }
+}
+
+// Moves a packet that stands near the end of its row or of the input.
+template <typename Form>
+void move_exactly(std::uint8_t* out, const std::uint8_t* in, std::size_t bytes, bool literal) {
+  constexpr std::size_t size = Form::kSampleBytes;
+  constexpr bool swaps = Form::kSwaps && std::endian::native == std::endian::little;
+  for (std::size_t done = 0; done < bytes; done += size) {
+    for (std::size_t i = 0; i < size; ++i) out[done + i] = in[swaps ? size - 1 - i : i];
+    if (literal) in += size;
+  }
+}
+
+template <typename Form>
+PixelRow expand(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row) {
+  constexpr std::size_t room = in_chunks(kLongestRead * Form::kSampleBytes);
+  const std::uint8_t* in = packets.data();
+  const std::uint8_t* const in_end = in + packets.size();
+  std::uint8_t* out = row.data();
+  std::uint8_t* const out_end = out + row.size();
+  const auto ended = [&](RowEnd end) { return PixelRow{end, std::size_t(in - packets.data())}; };
+  while (Form::kHasClosing || out < out_end) {
+    if (std::size_t(in_end - in) < Form::kControlBytes) {
+      return ended(out == out_end ? RowEnd::kWhole : RowEnd::kShort);
+    }
+    const auto [count, literal] = Form::control(in);
+    in += Form::kControlBytes;
+    if (Form::kHasClosing && count == 0) break;
+    const std::size_t bytes = count * Form::kSampleBytes;
+    const std::size_t stored = literal ? bytes : Form::kSampleBytes;
+    if (bytes > std::size_t(out_end - out)) return ended(RowEnd::kCorrupt);
+    if (stored > std::size_t(in_end - in)) return ended(RowEnd::kShort);
+    if (std::size_t(out_end - out) >= room && std::size_t(in_end - in) >= room) {
+      move_chunks<Form>(out, in, bytes, literal);
+    } else {
+      move_exactly<Form>(out, in, bytes, literal);
+    }
+    in += stored;
+    out += bytes;
+  }
+  return ended(out == out_end ? RowEnd::kWhole : RowEnd::kCorrupt);
 }
 
 template <typename Sample>
@@ -49,25 +165,23 @@ std::size_t run_end(std::span<const Sample> line, std::size_t from) {
 }  // namespace
 
 template <typename Sample>
-bool expand_counted(std::span<const std::uint8_t> packets, std::span<Sample> line) {
-  constexpr std::size_t size = sizeof(Sample);
-  while (packets.size() >= size) {
-    const Sample control = from_file<Sample>(packets.data());
-    packets = packets.subspan(size);
-    const std::size_t count = control & kCount;
-    if (count == 0) return line.empty();
-    const bool literal = (control & kLiteral) != 0;
-    const std::size_t bytes = (literal ? count : 1) * size;
-    if (count > line.size() || bytes > packets.size()) return false;
-    if (literal) {
-      split<Sample, 1>(packets.data(), {line.data()}, count, std::endian::big);
-      drop_front(line, count);
-    } else {
-      fill_front(line, count, from_file<Sample>(packets.data()));
-    }
-    packets = packets.subspan(bytes);
+RowEnd expand_counted(std::span<const std::uint8_t> packets, std::span<Sample> line) {
+  auto* const row = reinterpret_cast<std::uint8_t*>(line.data());
+  return expand<CountedForm<Sample>>(packets, {row, line.size_bytes()}).end;
+}
+
+PixelRow expand_pixels(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row,
+                       std::size_t pixel_bytes) {
+  switch (pixel_bytes) {
+    case 1:
+      return expand<PixelForm<1>>(packets, row);
+    case 2:
+      return expand<PixelForm<2>>(packets, row);
+    case 3:
+      return expand<PixelForm<3>>(packets, row);
+    default:
+      return expand<PixelForm<4>>(packets, row);
   }
-  return line.empty();
 }
 
 template <typename Sample>
@@ -91,8 +205,8 @@ std::size_t compact_counted(std::span<const Sample> line, std::span<std::uint8_t
   return static_cast<std::size_t>(to_file(out, Sample{0}) - packets.data());
 }
 
-template bool expand_counted(std::span<const std::uint8_t>, std::span<std::uint8_t>);
-template bool expand_counted(std::span<const std::uint8_t>, std::span<std::uint16_t>);
+template RowEnd expand_counted(std::span<const std::uint8_t>, std::span<std::uint8_t>);
+template RowEnd expand_counted(std::span<const std::uint8_t>, std::span<std::uint16_t>);
 template std::size_t compact_counted(std::span<const std::uint8_t>, std::span<std::uint8_t>);
 template std::size_t compact_counted(std::span<const std::uint16_t>, std::span<std::uint8_t>);
 

@@ -1,5 +1,5 @@
 // Run-length packets that format families share. Both ends are bounded: a decoder reads no byte
-// past its input and writes no sample past the line, and tells a line that is not exactly filled.
+// past its input and writes no sample past the row, and tells a row that is not exactly filled.
 #pragma once
 
 #include <cstddef>
@@ -11,13 +11,21 @@
 
 namespace ka {
 
-// Rows of 8- or 16-bit samples in packets: a control sample whose low 7 bits count n samples, which
-// follow as they are where bit 7 is set, or as one sample to be repeated. A count of 0 ends the
-// row; it may be missing behind a complete row. 16-bit samples and controls are big-endian.
+// How the packets of a row ended.
+enum class RowEnd {
+  kWhole,    // with the row's last sample
+  kShort,    // the input ended before
+  kCorrupt,  // a packet reaches past the row's end, or the packets say that the row ends before it
+};
 
-// Decodes a row into `line`. False when the packets give more or fewer samples than the line has.
+// Counted packets: rows of 8- or 16-bit samples. The low 7 bits of a control sample count n
+// samples, which follow as they are where bit 7 is set, or as one sample to be repeated. A count of
+// 0 ends the row; it may be missing behind a complete row. 16-bit samples and controls are
+// big-endian.
+
+// Decodes a row into `line`.
 template <typename Sample>
-[[nodiscard]] bool expand_counted(std::span<const std::uint8_t> packets, std::span<Sample> line);
+[[nodiscard]] RowEnd expand_counted(std::span<const std::uint8_t> packets, std::span<Sample> line);
 
 // Bytes that the packets of `count` samples can take at most.
 [[nodiscard]] constexpr std::size_t counted_bound(std::size_t count, std::size_t sample_bytes) {
@@ -30,5 +38,23 @@ template <typename Sample>
 template <typename Sample>
 [[nodiscard]] std::size_t compact_counted(std::span<const Sample> line,
                                           std::span<std::uint8_t> packets);
+
+// Pixel packets: rows of pixels of 1 to 4 bytes. A control byte c below 128 is followed by c + 1
+// pixels as they are, any other by one pixel that is repeated c - 127 times. The row ends with its
+// last pixel.
+
+struct PixelRow {
+  RowEnd end;
+  std::size_t used;  // bytes of the packets, of a whole row
+};
+
+// Decodes a row of row.size() / pixel_bytes pixels, left as they are in the packets.
+[[nodiscard]] PixelRow expand_pixels(std::span<const std::uint8_t> packets,
+                                     std::span<std::uint8_t> row, std::size_t pixel_bytes);
+
+// Bytes that the packets of `count` pixels can take at most.
+[[nodiscard]] constexpr std::size_t pixels_bound(std::size_t count, std::size_t pixel_bytes) {
+  return count * (1 + pixel_bytes);
+}
 
 }  // namespace ka

@@ -5,6 +5,7 @@
 #include <ka/detail/owned.h>
 #include <ka/img.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -45,6 +46,14 @@ class FileReader {
     at_ += count;
     left_ -= count;
     return bytes;
+  }
+
+  // The bytes from here on that are at hand, valid until the next call and not taken yet: at least
+  // `count`, fewer only when the file ends or the system failed, which errno then tells (0 for the
+  // end). `count` is at most the buffer's size.
+  [[nodiscard]] std::span<const std::uint8_t> ahead(std::size_t count) {
+    if (count > std::size_t(end_ - at_)) fill(std::size_t(std::min<std::uint64_t>(count, left_)));
+    return {at_, end_};
   }
 
   // Copies the next bytes, as many as `bytes` has room for. False as take is empty; nothing is then

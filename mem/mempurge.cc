@@ -140,10 +140,10 @@ void ask_modules(PurgeReason reason, const ThreadList& threads) {
     const std::int64_t wanted = bytes_wanted(reason);
     if (wanted < 1) break;
     ask_module(module, wanted, threads);
-    const std::int64_t now = heap_size();
-    if (now >= before) continue;
-    const long long saved = (start - now) * 8;
-    ka_vdebug("%lld fewer bytes after asking module %s", saved, ka_modname[module]);
+    if (heap_size() < before) {
+      ka_vdebug("%lld fewer bytes after asking module %s",
+                8 * static_cast<long long>(start - heap_size()), ka_modname[module]);
+    }
   }
 }
 

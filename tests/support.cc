@@ -2,11 +2,13 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <regex.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
 
 #include <ka/mem.h>
@@ -45,8 +47,14 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
   std::vector<std::string> arguments = {path};
   arguments.insert(arguments.end(), program.arguments.begin(), program.arguments.end());
   std::vector<std::string> environment = program.environment;
+  const auto is_replaced = [&](std::string_view entry) {
+    const std::string_view name = entry.substr(0, entry.find('=') + 1);
+    return std::ranges::any_of(program.environment,
+                               [name](const auto& own) { return own.starts_with(name); });
+  };
   for (char** entry = environ; *entry; ++entry) {
-    if (std::string_view(*entry).substr(0, 3) != "KA_") environment.emplace_back(*entry);
+    if (!std::string_view(*entry).starts_with("KA_") && !is_replaced(*entry))
+      environment.emplace_back(*entry);
   }
   for (const auto& [file, stream] : {std::pair{out, STDOUT_FILENO}, {err, STDERR_FILENO}}) {
     if (file == kClosed) close(stream);
@@ -58,6 +66,15 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
 }
 
 }  // namespace
+
+bool matches(const std::string& text, const std::string& expression) {
+  regex_t compiled;
+  if (regcomp(&compiled, ("^(" + expression + ")$").c_str(), REG_EXTENDED | REG_NOSUB) != 0)
+    return false;
+  const bool result = regexec(&compiled, text.c_str(), 0, nullptr, 0) == 0;
+  regfree(&compiled);
+  return result;
+}
 
 Scratch::Scratch() {
   std::string name = testing::TempDir() + "lumora_test_XXXXXX";

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <limits>
 #include <optional>
 
@@ -32,6 +31,7 @@ struct Header {
   std::uint16_t width, height, channels;
 
   [[nodiscard]] bool is_encoded() const { return (storage & 1) != 0; }
+  [[nodiscard]] bool is_grey() const { return dimension < 3 || channels == 1; }
   [[nodiscard]] std::size_t row_bytes() const { return std::size_t{width} * sample_bytes; }
   [[nodiscard]] std::size_t rows() const { return std::size_t{height} * channels; }
   [[nodiscard]] std::uint64_t first_row() const { return kHeaderBytes + 8 * std::uint64_t{rows()}; }
@@ -50,9 +50,9 @@ struct RgbState {
       rows;              // one for each channel, whose rows stand far apart in most files
   bool rows_interleave;  // the rows of one line stand together: one reader serves all
   ka::FileWriter out;
-  std::uint64_t next_row;  // file offset of the next encoded row
-  ka::Buffer packets;      // of one row that is written
-  std::array<char, kNameBytes> name;
+  std::uint64_t next_row;             // file offset of the next encoded row
+  ka::Buffer packets;                 // of one row that is written
+  ka::vector<std::uint16_t> samples;  // of one row that is written from floats
 };
 
 std::optional<Header> parse_header(std::span<const std::uint8_t> head) {
@@ -65,6 +65,8 @@ std::optional<Header> parse_header(std::span<const std::uint8_t> head) {
   header.width = in.be16();
   header.height = in.be16();
   header.channels = in.be16();
+  // Files of one row or one channel need not count their channels.
+  if (header.dimension < 3) header.channels = std::max(header.channels, std::uint16_t{1});
   return in ? std::optional(header) : std::nullopt;
 }
 
@@ -114,14 +116,7 @@ void start_readers(img_file* handle, RgbState& state) {
 }
 
 std::size_t row_number(const Header& header, std::size_t line, std::size_t channel) {
-  switch (header.dimension) {
-    case 1:
-      return 0;
-    case 2:
-      return line;
-    default:
-      return (header.channels == 1 ? 0 : channel) * header.height + line;
-  }
+  return header.dimension == 1 ? 0 : channel * header.height + line;
 }
 
 template <typename Sample>
@@ -135,7 +130,10 @@ int read_encoded(img_file* handle, ka::FileReader& reader, std::size_t row,
   reader.seek(state.table.start[row]);
   const auto packets = reader.take(length);
   if (packets.size() != length) return img_error(handle, IMG_ERR_READ, errno);
-  return ka::expand_counted(packets, plane) ? 1 : img_error(handle, IMG_ERR_CORRUPT, 0);
+  if (ka::expand_counted(packets, plane) != ka::RowEnd::kWhole) {
+    return img_error(handle, IMG_ERR_CORRUPT, 0);
+  }
+  return 1;
 }
 
 template <typename Sample>
@@ -159,10 +157,16 @@ int getrow(img_file* handle, Sample* plane, std::size_t channel) {
                                    : read_verbatim(handle, reader, row, samples);
 }
 
+// A grey file has one row for all planes.
 template <typename Sample>
 int read_planes(img_file* handle, img_line* line) {
-  for (std::size_t channel = 0; channel < std::size_t(handle->components); ++channel) {
+  const auto components = static_cast<std::size_t>(handle->components);
+  const bool is_grey = ka::state_of<RgbState>(handle).header.is_grey();
+  for (std::size_t channel = 0; channel < (is_grey ? 1 : components); ++channel) {
     if (!getrow(handle, ka::plane_of<Sample>(line, channel), channel)) return 0;
+  }
+  for (std::size_t channel = 1; is_grey && channel < components; ++channel) {
+    std::copy_n(ka::plane_of<Sample>(line, 0), handle->width, ka::plane_of<Sample>(line, channel));
   }
   return 1;
 }
@@ -186,7 +190,7 @@ int putrow(img_file* handle, const Sample* plane, std::size_t channel) {
 
 // Floats are kept as 16-bit samples: 0 to 1 fill their range.
 int put_float_row(img_file* handle, const float* plane, std::size_t channel) {
-  ka::vector<std::uint16_t> samples(static_cast<std::size_t>(handle->width));
+  auto& samples = ka::state_of<RgbState>(handle).samples;
   for (std::size_t x = 0; x < samples.size(); ++x) {
     samples[x] = plane[x] > 0 ? static_cast<std::uint16_t>(std::min(plane[x], 1.0F) * 65535.0F)
                               : std::uint16_t{0};
@@ -209,7 +213,7 @@ void write_table(ka::FileWriter& out, const ka::vector<std::uint32_t>& table) {
   for (const std::uint32_t entry : table) ka::ByteWriter(out.put(sizeof entry)).be32(entry);
 }
 
-void write_header(RgbState& state) {
+void write_header(const img_file* handle, RgbState& state) {
   const Header& header = state.header;
   ka::ByteWriter out(state.out.put(kUsedBytes));
   out.be16(kMagic);
@@ -222,17 +226,17 @@ void write_header(RgbState& state) {
   out.be32(0);                                         // smallest sample
   out.be32(header.sample_bytes == 1 ? 0xff : 0xffff);  // largest sample
   out.be32(0);
-  out.text(state.name.data(), kNameBytes);
+  out.text(handle->name ? handle->name : "", kNameBytes);
   out.be32(0);  // no colour map
 }
 
 // Stores what was collected while the rows were written.
-void img_rgb_copyout(RgbState& state) {
+void img_rgb_copyout(const img_file* handle, RgbState& state) {
   state.out.seek(kHeaderBytes);
   write_table(state.out, state.table.start);
   write_table(state.out, state.table.length);
   state.out.seek(0);
-  write_header(state);
+  write_header(handle, state);
 }
 
 }  // namespace
@@ -276,7 +280,7 @@ int img_create_rgb(img_file* handle) {
   state->table.start.assign(state->header.rows(), 0);
   state->table.length.assign(state->header.rows(), kNeverWritten);
   state->packets = ka::Buffer(ka::counted_bound(state->header.width, state->header.sample_bytes));
-  std::strncpy(state->name.data(), handle->name ? handle->name : "", kNameBytes - 1);
+  if (handle->bits > 16) state->samples.resize(state->header.width);
   state->next_row = state->header.first_row();
   state->out.start(handle);
   state->out.seek(state->next_row);
@@ -285,11 +289,13 @@ int img_create_rgb(img_file* handle) {
 }
 
 int img_read_rgb(img_file* handle, img_line* line) {
+  if (handle->line_count >= handle->height) return img_error(handle, IMG_ERR_READ, 0);
   return handle->bits == 8 ? read_planes<std::uint8_t>(handle, line)
                            : read_planes<std::uint16_t>(handle, line);
 }
 
 int img_write_rgb(img_file* handle, img_line* line) {
+  if (handle->line_count >= handle->height) return img_error(handle, IMG_ERR_WRITE, 0);
   for (std::size_t channel = 0; channel < std::size_t(handle->components); ++channel) {
     if (!put_plane(handle, line, channel)) return 0;
   }
@@ -299,6 +305,6 @@ int img_write_rgb(img_file* handle, img_line* line) {
 int img_close_rgb(img_file* handle) {
   const auto state = ka::take_state<RgbState>(handle);
   if (!state || !handle->writing || handle->error) return 1;
-  img_rgb_copyout(*state);
+  img_rgb_copyout(handle, *state);
   return ka::finish_file(handle, state->out, IMG_ERR_WRITE);
 }

@@ -11,6 +11,7 @@
 #include "driver.h"
 #include "drivers.h"
 #include "linekernels.h"
+#include "rle.h"
 #include "rows.h"
 
 namespace {
@@ -39,10 +40,15 @@ struct Header {
   [[nodiscard]] std::uint8_t kind() const { return image_type & ~kPacked; }
   [[nodiscard]] bool is_packed() const { return (image_type & kPacked) != 0; }
   [[nodiscard]] std::size_t pixel_bytes() const { return (depth + 1U) / 8; }
+  [[nodiscard]] std::size_t row_bytes() const { return width * pixel_bytes(); }
   [[nodiscard]] std::size_t entry_bytes() const { return (entry_bits + 1U) / 8; }
   [[nodiscard]] std::size_t map_offset() const { return kHeaderBytes + id_length; }
-  [[nodiscard]] std::size_t map_bytes() const {
-    return map_type == 1 ? map_length * entry_bytes() : 0;
+  [[nodiscard]] bool has_map() const { return map_type == 1; }
+  [[nodiscard]] std::size_t map_bytes() const { return has_map() ? map_length * entry_bytes() : 0; }
+  // Whether 8-bit pixels are indexes. In files that are not colour-mapped a map of 15 or 16 bits,
+  // and an empty one, tells nothing about them.
+  [[nodiscard]] bool maps_pixels() const {
+    return has_map() && (kind() == kMapped || (entry_bits >= 24 && map_length > 0));
   }
 };
 
@@ -54,23 +60,12 @@ struct TargaState {
   Header header;
   ka::vector<Color> map;  // from index header.first_entry on
   ka::FileReader pixels;
+  ka::Buffer row;  // stored pixels of a packed line
   ka::FileWriter out;
 };
 
-// The planes of a line from some pixel on.
-struct Target {
-  std::array<std::uint8_t*, 4> planes;
-
-  void put(std::size_t i, Color color) const {
-    planes[0][i] = color.r;
-    planes[1][i] = color.g;
-    planes[2][i] = color.b;
-    planes[3][i] = color.a;
-  }
-  [[nodiscard]] Target from(std::size_t i) const {
-    return {{planes[0] + i, planes[1] + i, planes[2] + i, planes[3] + i}};
-  }
-};
+// The planes of a line.
+using Planes = std::array<std::uint8_t*, 4>;
 
 Header parse_header(std::span<const std::uint8_t> head) {
   ka::ByteCursor in(head);
@@ -105,20 +100,10 @@ bool is_targa(const Header& header) {
 
 bool is_supported(const Header& header) {
   if (!is_one_of(header.depth, {8, 15, 16, 24, 32})) return false;
-  return header.kind() != kMapped ||
-         (header.map_type == 1 && header.depth <= 8 && header.entry_bits >= 24);
+  return header.kind() != kMapped || (header.depth == 8 && header.entry_bits >= 24);
 }
 
-Color from_15_bits(const std::uint8_t* pixel, std::uint8_t alpha) {
-  const unsigned low = pixel[0], high = pixel[1];
-  return {.r = static_cast<std::uint8_t>(high * 2 & 248),
-          .g = static_cast<std::uint8_t>((low / 4 & 56) | (high & 3) * 64),
-          .b = static_cast<std::uint8_t>(low * 8),
-          .a = alpha};
-}
-
-// A colour map's entries; of 15 and 16 bits, which no colour-mapped image may have, nothing is
-// kept.
+// A colour map's entries; of 15 and 16 bits, which no pixel may refer to, nothing is kept.
 ka::vector<Color> convert_map(std::span<const std::uint8_t> bytes, std::size_t entry_bytes) {
   ka::vector<Color> map;
   if (entry_bytes < 3) return map;
@@ -131,42 +116,50 @@ ka::vector<Color> convert_map(std::span<const std::uint8_t> bytes, std::size_t e
 }
 
 // Looks up every index; false for one outside the map.
-bool convert_mapped(const TargaState& state, const std::uint8_t* indexes, const Target& to,
+bool convert_mapped(const TargaState& state, const std::uint8_t* indexes, const Planes& planes,
                     std::size_t count) {
+  const auto [r, g, b, a] = planes;
   for (std::size_t i = 0; i < count; ++i) {
     const int entry = indexes[i] - state.header.first_entry;
     if (entry < 0 || std::size_t(entry) >= state.map.size()) return false;
-    to.put(i, state.map[std::size_t(entry)]);
+    const Color color = state.map[std::size_t(entry)];
+    r[i] = color.r;
+    g[i] = color.g;
+    b[i] = color.b;
+    a[i] = color.a;
   }
   return true;
 }
 
-void convert_grey(const std::uint8_t* levels, const Target& to, std::size_t count) {
-  for (std::size_t c = 0; c < 3; ++c) std::copy_n(levels, count, to.planes[c]);
-  std::fill_n(to.planes[3], count, std::uint8_t{kOpaque});
+void convert_grey(const std::uint8_t* levels, const Planes& planes, std::size_t count) {
+  for (std::size_t c = 0; c < 3; ++c) std::copy_n(levels, count, planes[c]);
+  std::fill_n(planes[3], count, std::uint8_t{kOpaque});
 }
 
-void convert_16_bits(const std::uint8_t* pixels, const Target& to, std::size_t count,
+void convert_16_bits(const std::uint8_t* pixels, const Planes& planes, std::size_t count,
                      bool has_alpha) {
+  const auto [r, g, b, a] = planes;
   for (std::size_t i = 0; i < count; ++i, pixels += 2) {
-    const bool opaque = !has_alpha || (pixels[1] & 0x80);
-    to.put(i, from_15_bits(pixels, opaque ? std::uint8_t{kOpaque} : std::uint8_t{0}));
+    const unsigned low = pixels[0], high = pixels[1];
+    r[i] = static_cast<std::uint8_t>(high * 2 & 248);
+    g[i] = static_cast<std::uint8_t>((low / 4 & 56) | (high & 3) * 64);
+    b[i] = static_cast<std::uint8_t>(low * 8);
+    a[i] = !has_alpha || (high & 0x80) ? std::uint8_t{kOpaque} : std::uint8_t{0};
   }
 }
 
 // Converts stored pixels; false for an index outside the colour map.
-bool convert(const TargaState& state, const std::uint8_t* pixels, const Target& to,
+bool convert(const TargaState& state, const std::uint8_t* pixels, const Planes& planes,
              std::size_t count) {
-  const auto& [r, g, b, a] = to.planes;
+  const auto& [r, g, b, a] = planes;
   switch (state.header.depth) {
     case 8:
-      if (state.header.kind() == kMapped || !state.map.empty())
-        return convert_mapped(state, pixels, to, count);
-      convert_grey(pixels, to, count);
+      if (state.header.maps_pixels()) return convert_mapped(state, pixels, planes, count);
+      convert_grey(pixels, planes, count);
       return true;
     case 15:
     case 16:
-      convert_16_bits(pixels, to, count, state.header.depth == 16);
+      convert_16_bits(pixels, planes, count, state.header.depth == 16);
       return true;
     case 24:
       ka::split<std::uint8_t, 3>(pixels, {b, g, r}, count);
@@ -178,45 +171,29 @@ bool convert(const TargaState& state, const std::uint8_t* pixels, const Target& 
   }
 }
 
-// Reads `count` stored pixels. Returns 1, or 0 with the handle's error.
-int read_targa(img_file* handle, Target to, std::size_t count) {
-  auto& state = ka::state_of<TargaState>(handle);
-  const std::size_t bytes = count * state.header.pixel_bytes();
-  const auto pixels = state.pixels.take(bytes);
-  if (pixels.size() != bytes) return img_error(handle, IMG_ERR_READ, errno);
-  return convert(state, pixels.data(), to, count) ? 1 : img_error(handle, IMG_ERR_CORRUPT, 0);
+// The stored pixels of a plain line.
+std::span<const std::uint8_t> read_targa(img_file* handle, TargaState& state) {
+  const auto pixels = state.pixels.take(state.header.row_bytes());
+  if (pixels.empty()) img_error(handle, IMG_ERR_READ, errno);
+  return pixels;
 }
 
-void repeat(const Target& to, Color color, std::size_t count) {
-  std::fill_n(to.planes[0], count, color.r);
-  std::fill_n(to.planes[1], count, color.g);
-  std::fill_n(to.planes[2], count, color.b);
-  std::fill_n(to.planes[3], count, color.a);
-}
-
-// A line of packets: up to 128 pixels as they are, or one that is repeated.
-int uncompress(img_file* handle, const Target& line) {
-  auto& state = ka::state_of<TargaState>(handle);
-  const auto width = static_cast<std::size_t>(handle->width);
-  for (std::size_t done = 0; done < width;) {
-    const int packet = state.pixels.get();
-    if (packet == ka::FileReader::kEnd) return img_error(handle, IMG_ERR_READ, errno);
-    const std::size_t count = (static_cast<unsigned>(packet) & 0x7f) + 1;
-    if (count > width - done) return img_error(handle, IMG_ERR_CORRUPT, 0);
-    const Target to = line.from(done);
-    if (packet < 128) {
-      if (!read_targa(handle, to, count)) return 0;
-    } else {
-      Color color;
-      if (!read_targa(handle, {{&color.r, &color.g, &color.b, &color.a}}, 1)) return 0;
-      repeat(to, color, count);
-    }
-    done += count;
+// The stored pixels of a packed line. Packets end with their line.
+std::span<const std::uint8_t> uncompress(img_file* handle, TargaState& state) {
+  const std::span row(state.row.data(), state.row.size());
+  const std::size_t pixel_bytes = state.header.pixel_bytes();
+  const auto packets =
+      state.pixels.ahead(ka::pixels_bound(std::size_t(handle->width), pixel_bytes));
+  const int failure = errno;
+  const auto [end, used] = ka::expand_pixels(packets, row, pixel_bytes);
+  if (end != ka::RowEnd::kWhole) {
+    const bool is_short = end == ka::RowEnd::kShort;
+    img_error(handle, is_short ? IMG_ERR_READ : IMG_ERR_CORRUPT, is_short ? failure : 0);
+    return {};
   }
-  return 1;
+  (void)state.pixels.take(used);
+  return row;
 }
-
-Target line_target(const img_line* line) { return {ka::plane_pointers<std::uint8_t, 4>(line)}; }
 
 // Reads the colour map, which may not reach past the end of the file. The reader stands behind it
 // then.
@@ -246,6 +223,7 @@ int img_open_targa(img_file* handle, const std::uint8_t* head) {
   handle->topdown = (header.descriptor & kTopFirst) != 0;
   state->pixels.start(handle, header.map_offset());
   if (!read_map(*state)) return img_error(handle, IMG_ERR_READ, errno);
+  if (header.is_packed()) state->row = ka::Buffer(header.row_bytes());
   handle->data.p = state.release();
   return 1;
 }
@@ -269,14 +247,18 @@ int img_create_targa(img_file* handle) {
 }
 
 int img_read_targa(img_file* handle, img_line* line) {
-  const Target target = line_target(line);
-  if (ka::state_of<TargaState>(handle).header.is_packed()) return uncompress(handle, target);
-  return read_targa(handle, target, static_cast<std::size_t>(handle->width));
+  auto& state = ka::state_of<TargaState>(handle);
+  const auto pixels =
+      state.header.is_packed() ? uncompress(handle, state) : read_targa(handle, state);
+  if (pixels.empty()) return 0;
+  const auto width = static_cast<std::size_t>(handle->width);
+  if (convert(state, pixels.data(), ka::plane_pointers<std::uint8_t, 4>(line), width)) return 1;
+  return img_error(handle, IMG_ERR_CORRUPT, 0);
 }
 
 int img_write_targa(img_file* handle, img_line* line) {
   auto& out = ka::state_of<TargaState>(handle).out;
-  const auto [r, g, b, a] = line_target(line).planes;
+  const auto [r, g, b, a] = ka::plane_pointers<std::uint8_t, 4>(line);
   const std::array planes = {b, g, r, a};
   if (!ka::write_row(out, planes, static_cast<std::size_t>(handle->width))) {
     return img_error(handle, IMG_ERR_WRITE, out.error());

@@ -219,7 +219,7 @@ LineSums plain_sums(const ka::LinePlanes& first, const ka::LinePlanes& second, s
   LineSums sums{};
   for (std::size_t x = 0; x < width; ++x) {
     int s = 0;
-    for (const std::size_t c : {3, 2, 1, 0}) {
+    for (std::size_t c = 4; c-- > 0;) {
       const int d = first[c][x] - second[c][x];
       if ((c == 3 && !with_alpha) || (d <= tolerance && d >= -tolerance)) continue;
       s = signed_intensity ? (1000 * s + d * weights[c]) / 1000 : s + d * d;
