@@ -86,6 +86,7 @@ TEST_F(Purge, AsksInTheOrderOfTheModulesAndJobsLast) {
   ka_mem_limit_handler(KA_NULL, note<KA_NULL>);
   pass_limit(test::align_heap(), 10);
   std::vector<int> order;
+  order.reserve(calls.size());
   for (const Call& call : calls) order.push_back(call.module);
   const std::vector<int> expected = {KA_NULL, 22, KA_MAIN, 54, KA_JOB};
   EXPECT_EQ(order, expected);

@@ -159,6 +159,9 @@ TEST_F(Report, ThePostMortemTellsHowToLearnMore) {
   EXPECT_EQ(post_mortem_frame(KA_SUBVERB_DEFAULT), expected);
 }
 
+constexpr char kDumpHeading[] =
+    "host  mod        tag      addr   ctrans    size pidx fj v priv refs    type          ka name";
+
 TEST_F(Report, ThePostMortemDumpsTheDatabaseForThoseWhoDebug) {
   const Names expected = {"================ memory error post-mortem ================",
                           "-------- memory summary --------",
@@ -166,8 +169,7 @@ TEST_F(Report, ThePostMortemDumpsTheDatabaseForThoseWhoDebug) {
                           "database elements by module:",
                           "database elements by type:",
                           "-------- database dump --------",
-                          "host  mod        tag      addr   ctrans    size pidx fj v priv refs    "
-                          "type          ka name",
+                          kDumpHeading,
                           "-------- memory dump --------",
                           "ka_mem_dump not available",
                           "please try lower -jobmemory settings."};

@@ -6,6 +6,7 @@
 #include <ka/msg.h>
 #include <ka/trans.h>
 
+#include <array>
 #include <atomic>
 #include <latch>
 #include <thread>
@@ -114,12 +115,12 @@ TEST_F(Threads, AllocateWhilePurgesRun) {
   ka_mem_pool* const pool = ka_mem_blkcreate(40);
   ka_mem_limit_handler(kModule, show_area);
   ka_mem_memory_limit(8);  // every allocation passes it
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) {
-    threads.push_back(start([pool] {
+  std::array<std::thread, 4> threads;
+  for (std::thread& thread : threads) {
+    thread = start([pool] {
       ka_context_mem(kModule);
       work(pool);
-    }));
+    });
   }
   work(pool);
   for (std::thread& thread : threads) thread.join();
