@@ -24,11 +24,12 @@ std::string trimmed(const std::string& text) {
 
 constexpr std::size_t kColumns = 8;
 
-// The rows of the table: those of its width that start with a number.
+// The rows of the table, which stands in front of the first section: those that start with a
+// number.
 std::vector<Cells> documented_rows() {
   std::ifstream file(FORMATS_TABLE);
   std::vector<Cells> rows;
-  for (std::string line; std::getline(file, line);) {
+  for (std::string line; std::getline(file, line) && !line.starts_with("## ");) {
     std::istringstream in(line);
     Cells cells;
     for (std::string cell; std::getline(in, cell, '|');) cells.push_back(trimmed(cell));

@@ -1,0 +1,276 @@
+// The open file: readers and writers with buffers of their own, beside a string that holds the
+// same.
+#include "stream.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <random>
+#include <string>
+
+#include "support.h"
+
+namespace {
+
+// A handle as drivers see it, on a file of its own.
+class StreamTest : public testing::Test {
+ protected:
+  ~StreamTest() override {
+    if (file_.stream) std::fclose(file_.stream);
+  }
+
+  void open(const std::string& contents) {
+    path_ = scratch_.write("a", contents);
+    file_.stream = std::fopen(path_.c_str(), "rb");
+    ASSERT_TRUE(file_.stream);
+    file_.file_size = std::int64_t(contents.size());
+  }
+  void create(const char* path) {
+    file_.stream = std::fopen(path, "w+b");
+    ASSERT_TRUE(file_.stream);
+  }
+
+  test::Scratch scratch_;
+  std::string path_;
+  img_file file_{};
+};
+
+std::string noise(std::size_t count) {
+  std::mt19937 random(4);
+  std::string text(count, '\0');
+  for (char& byte : text) byte = char(random());
+  return text;
+}
+
+std::string text_of(std::span<const std::uint8_t> bytes) { return {bytes.begin(), bytes.end()}; }
+
+using Reader = StreamTest;
+
+// A reader and where it should stand.
+struct Walk {
+  const std::string& contents;
+  ka::FileReader reader;
+  std::size_t at = 0, buffer;
+  std::mt19937 random{5};
+
+  [[nodiscard]] std::string next(std::size_t count) const { return contents.substr(at, count); }
+  [[nodiscard]] std::size_t left() const { return contents.size() - at; }
+
+  void step() {
+    const std::size_t count = random() % (buffer + 1);
+    switch (random() % 6) {
+      case 0:
+        at = random() % (contents.size() + 1);
+        return reader.seek(at);
+      case 1:
+        return check_get();
+      case 2:
+        return check_ahead(count);
+      case 3:
+        return check_read(random() % (3 * buffer));
+      default:
+        return check_take(count);
+    }
+  }
+
+  void check_get() {
+    const int byte = reader.get();
+    if (left() == 0) {
+      ASSERT_EQ(byte, ka::FileReader::kEnd);
+    } else {
+      ASSERT_EQ(byte, std::uint8_t(contents[at++]));
+    }
+  }
+  void check_take(std::size_t count) {
+    const auto bytes = reader.take(count);
+    ASSERT_EQ(text_of(bytes), count <= left() ? next(count) : "");
+    at += bytes.size();
+  }
+  void check_ahead(std::size_t count) {
+    const auto bytes = reader.ahead(count);
+    ASSERT_GE(bytes.size(), std::min(count, left()));
+    ASSERT_EQ(text_of(bytes), next(bytes.size()));
+  }
+  void check_read(std::size_t count) {
+    std::string bytes(count, '\0');
+    const bool read = reader.read({reinterpret_cast<std::uint8_t*>(bytes.data()), count});
+    ASSERT_EQ(read, count <= left());
+    if (!read) return;
+    ASSERT_EQ(bytes, next(count));
+    at += count;
+  }
+};
+
+TEST_F(Reader, GivesWhatTheFileHoldsWhereverItStands) {
+  const std::string contents = noise(1000);
+  open(contents);
+  constexpr std::size_t buffers[] = {1, 2, 7, 64, 999, 1000, 4096};
+  for (const std::size_t buffer : buffers) {
+    SCOPED_TRACE(buffer);
+    Walk walk{.contents = contents, .reader = {}, .buffer = std::min<std::size_t>(buffer, 1000)};
+    walk.reader.start(&file_, 0, buffer);
+    for (int i = 0; i < 3000 && !HasFatalFailure(); ++i) {
+      walk.step();
+      ASSERT_EQ(walk.reader.left(), walk.left());
+    }
+  }
+}
+
+TEST_F(Reader, StartsAnywhereAndEndsQuietly) {
+  open("0123456789");
+  ka::FileReader reader;
+  reader.start(&file_, 8);
+  errno = EIO;
+  EXPECT_TRUE(reader.take(3).empty());
+  EXPECT_EQ(errno, 0);
+  EXPECT_EQ(text_of(reader.take(2)), "89");
+  EXPECT_EQ(reader.get(), ka::FileReader::kEnd);
+  EXPECT_TRUE(reader.ahead(4).empty());
+  EXPECT_TRUE(reader.take(0).empty());
+  for (const std::uint64_t behind : {std::uint64_t{11}, ~std::uint64_t{0}}) {
+    reader.seek(behind);
+    EXPECT_EQ(reader.left(), 0u);
+    EXPECT_TRUE(reader.take(1).empty());
+    reader.start(&file_, behind);
+    EXPECT_EQ(reader.get(), ka::FileReader::kEnd);
+  }
+  reader.seek(1);
+  EXPECT_EQ(reader.get(), '1');
+}
+
+TEST_F(Reader, DoesNotDisturbAnotherOne) {
+  open("0123456789");
+  ka::FileReader first, second;
+  first.start(&file_, 0, 2);
+  second.start(&file_, 5, 2);
+  EXPECT_EQ(text_of(first.take(2)), "01");
+  EXPECT_EQ(text_of(second.take(2)), "56");
+  EXPECT_EQ(text_of(first.take(2)), "23");
+  EXPECT_EQ(text_of(second.take(2)), "78");
+}
+
+TEST_F(Reader, TellsAFileThatShrank) {
+  open("0123456789");
+  std::filesystem::resize_file(path_, 4);
+  ka::FileReader reader;
+  reader.start(&file_, 0, 10);
+  errno = EIO;
+  EXPECT_TRUE(reader.take(5).empty());
+  EXPECT_EQ(errno, 0);
+  EXPECT_EQ(text_of(reader.ahead(5)), "0123");
+  EXPECT_EQ(text_of(reader.take(4)), "0123");
+}
+
+TEST_F(Reader, TellsASystemThatFails) {
+  path_ = scratch_.write("a", "0123456789");
+  file_.stream = std::fopen(path_.c_str(), "ab");  // cannot be read
+  ASSERT_TRUE(file_.stream);
+  file_.file_size = 10;
+  ka::FileReader reader;
+  reader.start(&file_, 0);
+  errno = 0;
+  EXPECT_EQ(reader.get(), ka::FileReader::kEnd);
+  EXPECT_EQ(errno, EBADF);
+  errno = 0;
+  EXPECT_TRUE(reader.ahead(1).empty());
+  EXPECT_EQ(errno, EBADF);
+  std::uint8_t byte;
+  EXPECT_FALSE(img_fread(&byte, 1, file_.stream));
+  EXPECT_EQ(errno, EBADF);
+}
+
+TEST_F(Reader, ExactReadsGoOnWhereTheDescriptorStands) {
+  open("0123456789");
+  char bytes[11] = {};
+  EXPECT_TRUE(img_fread(bytes, 0, file_.stream));
+  EXPECT_TRUE(img_fread(bytes, 4, file_.stream));
+  EXPECT_TRUE(img_fseek(file_.stream, 2, SEEK_CUR));
+  EXPECT_TRUE(img_fread(bytes + 4, 4, file_.stream));
+  EXPECT_STREQ(bytes, "01236789");
+  EXPECT_FALSE(img_fread(bytes, 1, file_.stream));
+  EXPECT_EQ(errno, 0);
+  EXPECT_TRUE(img_fseek(file_.stream, -1, SEEK_END));
+  EXPECT_FALSE(img_fread(bytes, 2, file_.stream));
+  EXPECT_FALSE(img_fseek(file_.stream, -1, SEEK_SET));
+}
+
+using Writer = StreamTest;
+
+std::string& put_at(std::string& file, std::size_t at, const std::string& bytes) {
+  file.resize(std::max(file.size(), at + bytes.size()));
+  return file.replace(at, bytes.size(), bytes);
+}
+
+TEST_F(Writer, WritesWhatItIsGivenWhereverItStands) {
+  create(scratch_.path("a").c_str());
+  constexpr std::size_t largest = ka::FileWriter::kBufferSize;
+  const std::string text = noise(3 * largest);
+  std::mt19937 random(6);
+  std::string expected;
+  std::size_t at = 0;
+  ka::FileWriter writer;
+  writer.start(&file_);
+  for (int i = 0; i < 300; ++i) {
+    const std::size_t count = random() % 8 == 0 ? largest - random() % 3 : random() % 200;
+    const std::string bytes =
+        text.substr(random() % largest, random() % 50 == 0 ? 2 * count : count);
+    if (random() % 5 == 0) writer.seek(at = random() % (2 * largest));
+    if (random() % 2 == 0 && bytes.size() <= largest) {
+      std::ranges::copy(bytes, writer.put(bytes.size()).begin());
+    } else {
+      writer.write(bytes);
+    }
+    put_at(expected, at, bytes);
+    at += bytes.size();
+  }
+  EXPECT_EQ(writer.flush(), 0);
+  EXPECT_EQ(writer.flush(), 0);
+  EXPECT_EQ(test::read_file(scratch_.path("a")), expected);
+}
+
+// Rows of a file may be written before what stands in front of them.
+TEST_F(Writer, LeavesZerosWhereNothingIsWritten) {
+  create(scratch_.path("a").c_str());
+  ka::FileWriter writer;
+  writer.start(&file_);
+  writer.seek(4);
+  writer.write({"bc", 2});
+  writer.seek(0);
+  writer.write({"a", 1});
+  EXPECT_EQ(writer.flush(), 0);
+  EXPECT_EQ(test::read_file(scratch_.path("a")), std::string("a\0\0\0bc", 6));
+}
+
+TEST_F(Writer, KeepsItsFirstFailureAndStops) {
+  create(scratch_.path("a").c_str());
+  const std::string bytes = noise(ka::FileWriter::kBufferSize);
+  ka::FileWriter writer;
+  writer.start(&file_);
+  {
+    const test::Limit limit(RLIMIT_FSIZE, 1000);
+    writer.write(bytes);
+    writer.write(bytes);
+    EXPECT_EQ(writer.error(), EFBIG);
+  }
+  writer.write(bytes);
+  EXPECT_EQ(writer.put(10).size(), 10u);
+  writer.seek(0);
+  EXPECT_EQ(writer.flush(), EFBIG);
+  EXPECT_EQ(test::read_file(scratch_.path("a")), bytes.substr(0, 1000));
+}
+
+TEST_F(Writer, TellsWhereItCannotSeek) {
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  file_.stream = fdopen(ends[1], "wb");
+  ka::FileWriter writer;
+  writer.start(&file_);
+  writer.seek(4);
+  EXPECT_EQ(writer.error(), ESPIPE);
+  close(ends[0]);
+}
+
+}  // namespace
