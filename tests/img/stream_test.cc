@@ -107,7 +107,8 @@ struct Walk {
 TEST_F(Reader, GivesWhatTheFileHoldsWhereverItStands) {
   const std::string contents = noise(1000);
   open(contents);
-  for (const std::size_t buffer : {1, 2, 7, 64, 999, 1000, 4096}) {
+  constexpr std::size_t buffers[] = {1, 2, 7, 64, 999, 1000, 4096};
+  for (const std::size_t buffer : buffers) {
     SCOPED_TRACE(buffer);
     Walk walk{.contents = contents, .reader = {}, .buffer = std::min<std::size_t>(buffer, 1000)};
     walk.reader.start(&file_, 0, buffer);
