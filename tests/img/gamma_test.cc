@@ -157,6 +157,7 @@ TEST(Gamma, ThreadsOfOneTransactionShareTheTables) {
   constexpr int kThreads = 4, kPixels = 1000;
   const Image image = make_image(IMG_TYPE_RGB_16, kPixels, kThreads);
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int y = 0; y < kThreads; ++y) {
     threads.emplace_back([&image, y] {
       ka_msg_register_thread();
