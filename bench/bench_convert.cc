@@ -41,7 +41,7 @@ void convert(img_image* to, const img_image* from) {
 
 // Noise in any type that colours become.
 Image noise(int type, int height) {
-  const Image bytes = new_image(IMG_TYPE_RGBA, height);
+  Image bytes = new_image(IMG_TYPE_RGBA, height);
   for (int y = 0; y < height; ++y) {
     for (std::size_t slot = 0; slot < IMG_SLOTS; ++slot) {
       fill_noise({ka::image_plane(bytes.get(), y, slot), std::size_t(kWidth)});

@@ -40,7 +40,7 @@ bool start_library() {
 // Takes the first line off the input, up to its first zero byte.
 std::string take_line(std::string& input) {
   const std::size_t end = std::min(input.find('\n'), input.size());
-  const std::string line = input.substr(0, end).c_str();
+  std::string line = input.substr(0, end).c_str();
   input.erase(0, end + 1);
   return line;
 }

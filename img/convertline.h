@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <array>
-#include <utility>
 
 #include "convertkernels.h"
 #include "imageplanes.h"
@@ -30,9 +29,9 @@ extern const ConvertRow z_row, tag_row, coverage_row, bit_row, rgbe_row;
 // A source class describes how its lines are seen as a colour:
 //   Sample                             of its planes
 //   kSampleBits                        from one pixel to the next
-//   kSlots                             the planes that R, G, B and A are made of
+//   kSlots                             the planes that R, G, B and A are made of, kFullSlot: none
 //   view<To, Channel>(from, to, n)     makes n samples of a channel
-inline constexpr std::size_t kFullSlot = IMG_SLOTS;  // in kSlots: the channel is full on
+inline constexpr std::size_t kFullSlot = IMG_SLOTS;  // the channel is full on
 
 template <typename Source, typename To, std::size_t Channel>
 void view_channel(img_line* dst, const img_line* src, std::size_t width) {
@@ -48,10 +47,10 @@ void view_channel(img_line* dst, const img_line* src, std::size_t width) {
 
 template <typename Source, typename To, std::size_t Channels>
 void to_colour(img_line* dst, const img_line* src, const float* /*weights*/, std::size_t width) {
-  [&]<std::size_t... Channel>(std::index_sequence<Channel...>) {
-    (view_channel<Source, To, Channel>(dst, src, width), ...);
-  }
-  (std::make_index_sequence<Channels>{});
+  view_channel<Source, To, 0>(dst, src, width);
+  view_channel<Source, To, 1>(dst, src, width);
+  view_channel<Source, To, 2>(dst, src, width);
+  if constexpr (Channels == 4) view_channel<Source, To, 3>(dst, src, width);
 }
 
 // The alpha plane, or the one plane, to the one plane of a scalar type.

@@ -54,8 +54,9 @@ int img_compatible_type(int type);
 int img_debug_level();
 bool img_tells_files();
 
-// Converts one line between two pixel types; pairs without a conversion leave `dst` as it is.
-// `weights` are the four luminance weights.
+// Converts `width` pixels of one line to another type. `weights` are the four luminance weights.
+// Planes of the two lines do not overlap. Types that carry data are refused as destinations with an
+// error message; other pairs without a conversion leave `dst` as it is.
 void img_convert(img_line* dst, const img_line* src, int dst_type, int src_type,
                  const float* weights, int width);
 

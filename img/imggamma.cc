@@ -1,6 +1,7 @@
 #include "imggamma.h"
 
 #include <algorithm>
+#include <limits>
 
 void ka::GammaCurve::build(float exponent) {
   exponent_ = exponent;
@@ -20,13 +21,14 @@ ka::GammaCache::Entry& ka::GammaCache::entry_for(float gamma) {
   return entry;
 }
 
-// After the last stamp that fits, the old ones are scaled down, so that their order stays.
+// After the last stamp that fits, all are scaled down: what was used long before still counts as
+// older.
 void ka::GammaCache::stamp(Entry& entry) {
   constexpr std::uint32_t scale = 65536;
-  entry.stamp = clock_++;
-  if (clock_ != 0) return;
+  entry.stamp = ++clock_;
+  if (clock_ != std::numeric_limits<std::uint32_t>::max()) return;
   for (Entry& each : entries_) each.stamp /= scale;
-  clock_ = scale;
+  clock_ /= scale;
 }
 
 const ka::GammaTables& ka::GammaCache::tables(float gamma) {

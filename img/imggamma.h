@@ -41,8 +41,8 @@ class GammaCache {
  public:
   static constexpr std::size_t kEntries = 8;
 
-  // Stamp 0 is that of entries that were never used.
-  explicit constexpr GammaCache(std::uint32_t first_stamp = 1) : clock_(first_stamp) {}
+  // Stamps follow the one given: 0 is that of entries that were never used.
+  explicit constexpr GammaCache(std::uint32_t last_stamp = 0) : clock_(last_stamp) {}
 
   // The tables of a gamma above 0, built in place of those whose use is the longest ago when they
   // are not there. Good until the next call.
@@ -61,7 +61,7 @@ class GammaCache {
   void stamp(Entry& entry);
 
   std::array<Entry, kEntries> entries_{};
-  std::uint32_t clock_;  // the next stamp
+  std::uint32_t clock_;  // the last stamp
 };
 
 }  // namespace ka

@@ -13,6 +13,8 @@
 
 namespace {
 
+constexpr int kBelievedLines = 1 << 16;  // a table for them takes a megabyte
+
 int image_line(const img_file* handle, int i) {
   return handle->topdown ? handle->height - 1 - i : i;
 }
@@ -21,6 +23,12 @@ int image_line(const img_file* handle, int i) {
 
 size_t ka_img_image_size(img_file* handle) {
   const ka::ModuleScope scope(KA_IMG);
+  // The line table is as long as the header claims: no file keeps that many lines in fewer bytes.
+  if (!handle->writing && handle->height > kBelievedLines && handle->height > handle->file_size &&
+      handle->file_size > 0) {
+    img_error(handle, IMG_ERR_READ, 0);
+    return 0;
+  }
   const auto bytes = img_pyramid_size(handle->width, handle->height, ka_img_nbits[handle->type],
                                       ka_img_ncomp[handle->type], handle->pyramid != 0);
   if (!bytes) img_error(handle, IMG_ERR_SUBTYPE, EFBIG);

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include <ka/detail/scope.h>
 #include <ka/message.h>
@@ -27,19 +28,23 @@ struct TableSet {
 
 TableSet* table_set;  // null before ka_sym_init and after ka_sym_exit
 
-// Null for a number that no table has.
-SymbolTable* table_at(int index) {
-  if (!table_set) return nullptr;
-  const ka::LockScope locked(table_set->lock);
-  const auto& tables = table_set->tables;
-  return index >= 0 && std::size_t(index) < tables.size() ? tables[std::size_t(index)].get()
-                                                          : nullptr;
+// The slot of a table in the set, null for a number that no table has. The caller holds the lock.
+ka::Owned<SymbolTable>* slot_of(int index) {
+  auto& tables = table_set->tables;
+  const bool exists =
+      index >= 0 && std::size_t(index) < tables.size() && tables[std::size_t(index)];
+  return exists ? &tables[std::size_t(index)] : nullptr;
 }
 
 void invalid_index() { ka_nerror(45, "get_symboltable: invalid symboltable index"); }
 
+// Null, after an error message, for a number that no table has.
 SymbolTable* get_symboltable(int index) {
-  SymbolTable* const table = table_at(index);
+  SymbolTable* table = nullptr;
+  if (table_set) {
+    const ka::LockScope locked(table_set->lock);
+    if (const auto* const slot = slot_of(index)) table = slot->get();
+  }
   if (!table) invalid_index();
   return table;
 }
@@ -114,9 +119,12 @@ int ka_sym_search_symboltable(const char* name) {
 
 void ka_sym_delete_symboltable(int table) {
   const ka::ModuleScope scope(KA_LIB);
-  if (!get_symboltable(table)) return;
-  const ka::LockScope locked(table_set->lock);
-  table_set->tables[std::size_t(table)].reset();
+  ka::Owned<SymbolTable> deleted;
+  if (table_set) {
+    const ka::LockScope locked(table_set->lock);
+    if (auto* const slot = slot_of(table)) deleted = std::move(*slot);
+  }
+  if (!deleted) invalid_index();
 }
 
 void ka_sym_delete_all_symboltables() {

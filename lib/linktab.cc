@@ -14,8 +14,8 @@ using ka::kBlanks;
 constexpr std::size_t kMaxLine = 2046;    // characters
 constexpr std::size_t kMaxFolder = 1536;  // characters of a folder from the environment
 
-// The folders that the drives A to Z stand for, with slashes, also at the end. No mount table of
-// this platform tells them.
+// The folders that the drives A to Z stand for, with slashes, also at the end; empty: no such
+// drive. No mount table of this platform tells them.
 constexpr std::array<std::string_view, 26> kDrives{};
 
 ka::string with_slashes(std::string_view folder) {
@@ -28,6 +28,7 @@ ka::string with_slashes(std::string_view folder) {
 // The letter of a drive's folder; 0: none.
 char drive_of(std::string_view folder) {
   const ka::string wanted = with_slashes(folder);
+  if (wanted.empty()) return '\0';
   const auto found = std::ranges::find(kDrives, std::string_view(wanted));
   return found == kDrives.end() ? '\0' : char('A' + (found - kDrives.begin()));
 }

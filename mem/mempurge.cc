@@ -142,7 +142,7 @@ void ask_modules(PurgeReason reason, const ThreadList& threads) {
     ask_module(module, wanted, threads);
     if (heap_size() < before) {
       ka_vdebug("%lld fewer bytes after asking module %s",
-                static_cast<long long>((start - heap_size()) * 8), ka_modname[module]);
+                8 * static_cast<long long>(start - heap_size()), ka_modname[module]);
     }
   }
 }

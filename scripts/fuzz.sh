@@ -5,6 +5,7 @@ set -euo pipefail
 
 seconds=${1:-60}
 cd "$(dirname "$0")/.."
+scripts/setup.sh check
 cmake --preset fuzz
 cmake --build --preset fuzz -j"$(nproc)"
 findings=build/fuzz/findings

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <regex.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -65,6 +66,15 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
 }
 
 }  // namespace
+
+bool matches(const std::string& text, const std::string& expression) {
+  regex_t compiled;
+  if (regcomp(&compiled, ("^(" + expression + ")$").c_str(), REG_EXTENDED | REG_NOSUB) != 0)
+    return false;
+  const bool result = regexec(&compiled, text.c_str(), 0, nullptr, 0) == 0;
+  regfree(&compiled);
+  return result;
+}
 
 Scratch::Scratch() {
   std::string name = testing::TempDir() + "lumora_test_XXXXXX";

@@ -43,6 +43,9 @@ bool exists(const std::string& path);  // also a link that leads nowhere
 // Bytes given as numbers, which may be above 127.
 std::string bytes(std::initializer_list<int> values);
 
+// Whether the whole text is what a POSIX extended regular expression describes.
+bool matches(const std::string& text, const std::string& expression);
+
 // An image file that is closed at the end of the block.
 class Handle {
  public:

@@ -208,9 +208,9 @@ img_line* ka_img_line_alloc(img_file* handle);
 
 /* An image of handle->width, handle->height and handle->type, its pixels zero; with handle->pyramid
  * followed by its reduced levels in the same block.
- *   Returns  null with handle->error when its block would pass 4 GiB - 1 bytes.
- *   Memory   the caller's, released with ka_img_image_release. The system backs it with pages as
- * lines arrive. */
+ *   Returns  null with handle->error when its block would pass 4 GiB - 1 bytes, and when an opened
+ * file is too short for as many lines as it claims. Memory   the caller's, released with
+ * ka_img_image_release. The system backs it with pages as lines arrive. */
 img_image* ka_img_image_alloc(img_file* handle);
 void ka_img_image_release(img_image* image);
 

@@ -46,7 +46,7 @@ void compare(const ka::KernelTable<Kernel>& table, Run run) {
   const std::vector<To> old = noise<To>(longest + 1);
   for (const Kernel kernel : ka::usable_kernels(table)) {
     for (std::size_t count = 0; count <= longest; ++count) {
-      for (const std::size_t first : {0, 1}) {  // planes stand anywhere
+      for (const std::size_t first : {std::size_t{0}, std::size_t{1}}) {  // planes stand anywhere
         std::vector<To> expected(old.begin(), old.begin() + std::ptrdiff_t(count + 1)),
             actual = expected;
         run(table.base, expected.data(), first, count);

@@ -68,7 +68,7 @@ TEST(GammaCache, ANinthGammaTakesThePlaceOfTheOneUnusedForLongest) {
 TEST(GammaCache, ClockThatWrapsKeepsTheOrderOfUse) {
   // Stamps 2^32 - 4 to 2^32 - 1 go to 1, 2, 3 and 1 again; they become 65535, later ones follow
   // from 65536 on.
-  ka::GammaCache cache(0xfffffffc);
+  ka::GammaCache cache(0xfffffffb);
   for (const float gamma : {1.0F, 2.0F, 3.0F, 1.0F}) (void)cache.tables(gamma);
   for (int i = 4; i <= 8; ++i) (void)cache.tables(float(i));
   (void)cache.tables(1.0F);

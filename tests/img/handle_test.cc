@@ -95,7 +95,9 @@ TEST_F(HandleTest, ClosedHandlesTakeNoLines) {
     EXPECT_EQ(file->error, IMG_ERR_NOT_OPEN);
   };
   for (const bool was_open : {false, true}) {
-    EXPECT_EQ(was_open, was_open && ka_img_open(file, picture.c_str(), IMG_TYPE_RGB));
+    if (was_open) {
+      ASSERT_TRUE(ka_img_open(file, picture.c_str(), IMG_TYPE_RGB));
+    }
     EXPECT_TRUE(ka_img_close(file));
     EXPECT_TRUE(ka_img_close(file));  // once more does nothing
     refused(ka_img_line_read, &line);

@@ -282,4 +282,15 @@ TEST(Ppm, NumbersKeepTheirPointInLocalesWithCommas) {
   if (!has_commas) GTEST_SKIP() << "no such locale is installed: only the C locale was tried";
 }
 
+// What a header claims costs nothing until lines are read.
+TEST(Ppm, VeryWideHeadersCostNothingToOpen) {
+  const test::Scratch scratch;
+  for (const char* bytes : {"PF\n2147483646 1  0.0 1.0\n1 2 3\n", "P6\n990999999 0\n255\n"}) {
+    const std::string name = scratch.write("wide.ppm", bytes);
+    test::Handle file;
+    EXPECT_EQ(ka_img_open(file, name.c_str(), IMG_TYPE_RGBA), 1);
+    EXPECT_EQ(file->conversion, nullptr);
+  }
+}
+
 }  // namespace

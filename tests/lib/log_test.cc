@@ -73,21 +73,6 @@ TEST(Log, LinesTellModuleThreadLevelAndCode) {
   }
 }
 
-TEST(Log, MasksSwitchCodeAndTransaction) {
-  const test::MessageLog log;
-  const Module pushed(KA_IMG);
-  ka_set_subverbosity(KA_IMG, KA_SUBVERB_MSGTRANS);
-  ka_nerror(5, "t");
-  EXPECT_EQ(last_line(), "0000000 IMG   .0  error: t");
-  ka_set_subverbosity(KA_NULL, KA_SUBVERB_MSGCODE | KA_SUBVERB_MSGTRANS);
-  ka_nerror(5, "t");
-  EXPECT_EQ(last_line(), "0000000 IMG   .0  error  101005: t");
-  EXPECT_EQ(ka_get_subverbosity(KA_DB), ka_get_subverbosity(KA_IMG));
-  ka_set_subverbosity(KA_NULL, KA_SUBVERB_DEFAULT);
-  ka_set_subverbosity(KA_MODULE_COUNT, 0);  // no such module
-  EXPECT_EQ(ka_get_subverbosity(KA_MODULE_COUNT - 1), std::uint32_t(KA_SUBVERB_DEFAULT));
-}
-
 TEST(Log, LongTextsKeepBothEnds) {
   const test::MessageLog log;
   const std::string start(147, 'a'), end(147, 'z'), prefix = "MAIN  .0  error: ";

@@ -6,8 +6,6 @@
 #include <ka/trans.h>
 #include <unistd.h>
 
-#include <regex>
-
 #include "messages.h"
 
 namespace {
@@ -21,17 +19,15 @@ TEST(Timing, ReportsWhatWasUsedWhereTheGroupIsOn) {
   };
   const auto reading = report("reading");
   ASSERT_EQ(reading.size(), 4U);
-  EXPECT_TRUE(std::regex_match(reading[0],
-                               std::regex("wallclock  0:00:0\\d\\.(?!0[0-2])\\d\\d for reading")))
+  EXPECT_TRUE(test::matches(reading[0], "wallclock  0:00:0[0-9]\\.[0-9][0-9] for reading"))
       << reading[0];
-  EXPECT_TRUE(std::regex_match(reading[1], std::regex("CPU user  0:00:0\\d\\.\\d\\d for reading")))
+  EXPECT_TRUE(test::matches(reading[1], "CPU user  0:00:0[0-9]\\.[0-9][0-9] for reading"))
       << reading[1];
   EXPECT_EQ(reading[2].substr(0, 10), "allocated ");
-  EXPECT_TRUE(std::regex_match(
+  EXPECT_TRUE(test::matches(
       reading[3],
-      std::regex("total \\d+ page faults, \\d+ block ops, \\d+ signals, \\d+ context switches")));
-  EXPECT_TRUE(
-      std::regex_match(report("total")[0], std::regex("wallclock  0:00:0\\d\\.\\d\\d total")));
+      "total [0-9]+ page faults, [0-9]+ block ops, [0-9]+ signals, [0-9]+ context switches"));
+  EXPECT_TRUE(test::matches(report("total")[0], "wallclock  0:00:0[0-9]\\.[0-9][0-9] total"));
   ka_reset_time(timer);
   EXPECT_EQ(report("total")[0].substr(0, 18), "wallclock  0:00:00");
   ka_set_subverbosity(ka_module_current(), 0);

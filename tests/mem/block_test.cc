@@ -19,7 +19,8 @@ bool is_zero(const unsigned char* bytes, std::size_t count) {
 
 // 1024 and 1025 bytes are served in two ways, 16 MB are a mapping.
 TEST(Block, IsZeroedAlignedAndKnowsItsSize) {
-  for (const std::size_t size : {0, 1, 16, 1024, 1025, 5000, 16 << 20}) {
+  constexpr std::size_t sizes[] = {0, 1, 16, 1024, 1025, 5000, 16 << 20};
+  for (const std::size_t size : sizes) {
     for (int round = 0; round < 2; ++round) {  // the second one gets what the first has soiled
       const auto block = static_cast<Bytes>(ka_mem_allocate(size));
       EXPECT_TRUE(is_zero(block, size)) << size;

@@ -73,7 +73,7 @@ TEST_F(Pages, AMegapageGoesWithItsLastPage) {
 
 TEST_F(Pages, AMegapageGoesAlsoWhenMostOfItWasNeverUsed) {
   for (int i = 0; i < 3; ++i) get();
-  for (const std::size_t i : {1, 0, 2}) ka_mem_pages_put(pages_[i]);
+  for (const int i : {1, 0, 2}) ka_mem_pages_put(pages_[std::size_t(i)]);
   EXPECT_EQ(ka_mem_getsize(), empty_);
   get();  // of a new one
   EXPECT_EQ(megapages(empty_), 1U);

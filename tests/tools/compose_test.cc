@@ -51,7 +51,7 @@ Expected expected(const Pixel& a, const Pixel& b, const ComposeSettings& setting
   const int tolerance = settings.measure.tolerance;
   const double weights[] = {0.299, 0.587, 0.114};
   int s = 0;
-  for (const std::size_t c : {2, 1, 0}) {
+  for (std::size_t c = 3; c-- > 0;) {
     const int d = counted(a[c] - b[c], tolerance);
     s = intensity ? int(s + d * weights[c]) : s + d * d;
   }

@@ -102,15 +102,23 @@ TEST_F(VelDiff, FailureOfTheFirstPictureIsToldFirst) {
 }
 
 TEST_F(VelDiff, ClaimedSizesTakeNoMemory) {
-  constexpr long most = 512 * 1024;  // kilobytes; the claimed pictures have 3 GB and more
+  constexpr long most = 512 * 1024;  // kilobytes, with what the address sanitizer keeps for 3 GB
   const std::string large = scratch.write("large.ppm", "P6\n30000 30000\n255\nabcdefghijk");
   const std::string huge = scratch.write("huge.ppm", "P6\n60000 60000\n255\nabcdefghijk");
   const std::string of_large = cannot_read(large, "can't read line 2 of 30000, incomplete file");
   const std::string of_huge =
       image_error(huge, "file format subtype or version not supported (File too large)") +
       fatal("cannot allocate frame buffer");
+  const std::string tall = scratch.write("tall.ppm", "P6\n1 100000000\n255\nabc");
+  const std::string of_tall = image_error(tall, "can't read line 1 of 100000000, incomplete file") +
+                              fatal("cannot allocate frame buffer");
+  const std::string empty = scratch.write("empty.ppm", "P6\n0 100000000\n255\n");
+  const std::string of_empty =
+      image_error(empty, "can't read line 1 of 100000000, incomplete file") +
+      fatal("cannot allocate frame buffer");
   for (const std::string option : {"-a", "-v"}) {
-    for (const auto& [name, messages] : {std::pair{large, of_large}, {huge, of_huge}}) {
+    for (const auto& [name, messages] :
+         {std::pair{large, of_large}, {huge, of_huge}, {tall, of_tall}, {empty, of_empty}}) {
       const test::Outcome outcome = run({option, name, name});
       EXPECT_EQ(outcome.status, 1);
       EXPECT_EQ(failures(outcome.err), messages);

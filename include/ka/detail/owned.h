@@ -55,6 +55,7 @@ struct Allocator {
   Allocator(const Allocator<U>&) {
   }  // NOLINT(google-explicit-constructor): the standard asks for it
   T* allocate(std::size_t count) {
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): elements may well be pointers
     return static_cast<T*>(ka_mem_int_allocate(__FILE__, __LINE__, count * sizeof(T)));
   }
   void deallocate(T* memory, std::size_t) { ka_mem_int_release(__FILE__, __LINE__, memory); }
