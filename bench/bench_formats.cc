@@ -1,15 +1,13 @@
 // Reading whole pictures of the uncompressed and run-length encoded formats from the page cache, in
 // the file's own pixel type.
-#include <benchmark/benchmark.h>
-#include <ka/img.h>
-
 #include <algorithm>
 #include <array>
 #include <memory>
-#include <numeric>
 #include <span>
 #include <string>
 #include <vector>
+
+#include <ka/img.h>
 
 #include "benchmarks.h"
 #include "files.h"

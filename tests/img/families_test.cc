@@ -1,0 +1,242 @@
+// What all families of formats have in common: every picture comes back, and damaged files and full
+// disks are told.
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <ka/mem.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <random>
+#include <span>
+
+#include "imgcall.h"
+#include "pictures.h"
+
+namespace {
+
+// Families with small files in the folders of the fuzz targets.
+constexpr const char* kFamilies[] = {"ct", "ppm", "rgb", "tga"};
+
+struct FormatAndType {
+  int format, type;
+};
+
+std::string name_of(const FormatAndType& pair) {
+  std::string name = std::string(ka_img_format_name(pair.format)) + "_" + std::to_string(pair.type);
+  std::ranges::replace(name, '-', '_');
+  return name;
+}
+
+std::vector<FormatAndType> writable_pairs() {
+  std::vector<FormatAndType> pairs;
+  for (int format = 0; format < IMG_FORMAT_CUSTOM; ++format) {
+    const img_format_row& row = img_format_at(format);
+    if (!row.driver.read || !row.driver.write) continue;
+    for (int type = 0; type < IMG_TYPE_COUNT; ++type) {
+      if (row.type_map >> type & 1) pairs.push_back({format, type});
+    }
+  }
+  return pairs;
+}
+
+// The type that a written file is read as: some formats hold fewer types than they are given.
+int type_read(const FormatAndType& pair) {
+  const bool keeps_exponents = pair.format == IMG_FORMAT_PPM || pair.format == IMG_FORMAT_CTH;
+  if (pair.type == IMG_TYPE_RGBE && !keeps_exponents) return IMG_TYPE_RGBA;
+  if (pair.format == IMG_FORMAT_RGB && pair.type == IMG_TYPE_RGB_FP) return IMG_TYPE_RGB_16;
+  if (pair.format == IMG_FORMAT_PPM && pair.type == IMG_TYPE_RGB_FP) return IMG_TYPE_RGBE;
+  if (pair.format == IMG_FORMAT_PPM && pair.type == IMG_TYPE_RGB_16) return IMG_TYPE_RGB;
+  return pair.type == IMG_TYPE_VTS ? IMG_TYPE_VTA : pair.type;
+}
+
+// Random pixels. Floats are numbers, and of shared exponents the red mantissa is the largest.
+test::Image random_picture(int type, int width, int height) {
+  std::mt19937 random(unsigned(type + 1));
+  const test::Image blank = test::make_image(type, width, height);
+  test::Lines lines = test::lines_of(blank.get());
+  for (test::Planes& planes : lines) {
+    for (std::size_t c = 0; c < planes.size(); ++c) {
+      for (std::uint32_t& sample : planes[c]) {
+        sample = std::uint32_t(random());
+        if (ka_img_nbits[type] <= 16) sample &= (1U << std::max(ka_img_nbits[type], 8)) - 1;
+        if (ka_img_nbits[type] == 32) sample &= 0xbfffffff;  // below 2
+        if (type == IMG_TYPE_RGBE)
+          sample = c == 0 ? sample | 128 : c == 3 ? 60 + sample / 2 : sample;
+      }
+    }
+  }
+  return test::make_picture(type, width, lines);
+}
+
+class Written : public testing::TestWithParam<FormatAndType> {};
+
+TEST_P(Written, ComesBack) {
+  const auto [format, type] = GetParam();
+  const int read_type = type_read(GetParam());
+  for (const auto& [width, height] : {std::pair{1, 1}, {7, 3}, {500, 2}}) {
+    const test::Scratch scratch;
+    const test::Image image = random_picture(type, width, height);
+    ASSERT_EQ(test::write_image(scratch.path("a"), format, image.get()), IMG_ERR_NONE);
+    const test::Image read = test::read_image(scratch.path("a"), IMG_TYPE_FILE);
+    ASSERT_TRUE(read);
+    EXPECT_EQ(read->type, read_type);
+    EXPECT_EQ(read->width, width);
+    EXPECT_EQ(read->height, height);
+    if (ka_img_nbits[type] != ka_img_nbits[read_type]) continue;
+    EXPECT_EQ(test::lines_of(read.get()), test::lines_of(image.get()));
+  }
+}
+
+// No line is left out when the disk is full, whichever write it is that fails: the file goes away.
+TEST_P(Written, IsRemovedWhenTheDiskIsFull) {
+  const auto [format, type] = GetParam();
+  const test::Scratch scratch;
+  const std::string path = scratch.path("a");
+  const test::Image image = random_picture(type, 500, 400);
+  ASSERT_EQ(test::write_image(path, format, image.get()), IMG_ERR_NONE);
+  const auto bytes = std::filesystem::file_size(path);
+  for (const auto limit : {bytes * 0, bytes / 2, bytes - 1}) {
+    SCOPED_TRACE(limit);
+    const test::Limit disk(RLIMIT_FSIZE, limit);
+    test::Handle file;
+    file->file_type = std::uint8_t(type);
+    ASSERT_TRUE(ka_img_create(file, path.c_str(), type, format, 500, 400));
+    const bool written = ka_img_image_write(file, image.get());
+    const bool closed = ka_img_close(file);
+    EXPECT_FALSE(written && closed);
+    EXPECT_TRUE(file->error == IMG_ERR_WRITE || file->error == IMG_ERR_CLOSE) << file->error;
+    EXPECT_EQ(file->os_error, EFBIG);
+    EXPECT_FALSE(test::exists(path));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Pairs, Written, testing::ValuesIn(writable_pairs()),
+                         [](const auto& pair) { return name_of(pair.param); });
+
+// Sides are 16 bits in the headers of these.
+TEST(Families, SidesThatDoNotFitTheHeaderAreRefused) {
+  for (const int format : {IMG_FORMAT_RGB, IMG_FORMAT_TGA, IMG_FORMAT_CT}) {
+    for (const auto& [width, height] : {std::pair{65536, 1}, {1, 65536}, {65535, 1}}) {
+      const test::Scratch scratch;
+      test::Handle file;
+      ASSERT_TRUE(
+          ka_img_create(file, scratch.path("a").c_str(), IMG_TYPE_RGBA, format, width, height));
+      const test::Line line(ka_img_line_alloc(file));
+      const bool fits = width < 65536 && height < 65536;
+      EXPECT_EQ(ka_img_line_write(file, line.get()) != 0, fits) << format << " " << width;
+      EXPECT_EQ(file->error, fits ? IMG_ERR_NONE : IMG_ERR_SUBTYPE);
+      EXPECT_EQ(file->os_error, fits ? 0 : EFBIG);
+      EXPECT_EQ(ka_img_close(file), 1);
+    }
+  }
+}
+
+// What can be had of a file: the lines up to the first that fails.
+struct Outcome {
+  bool opened = false;
+  int format = 0, error = 0, height = 0;
+  std::size_t memory = 0;  // bytes that the open handle holds, lines of the caller's not counted
+  test::Lines lines;
+};
+
+constexpr std::int64_t kMostPixels = 100'000;
+
+Outcome outcome_of(const std::string& path, int type) {
+  const std::size_t before = ka_mem_getsize();
+  Outcome outcome;
+  test::Handle file;
+  outcome.opened = ka_img_open(file, path.c_str(), type) != 0;
+  outcome.memory = ka_mem_getsize() - before;
+  outcome.format = file->format;
+  if (outcome.opened && std::int64_t{file->width} * file->height <= kMostPixels) {
+    outcome.height = file->height;
+    img_file shape = *file;
+    shape.height = 1;
+    const test::Image image(ka_img_image_alloc(&shape));
+    img_line line{};
+    for (std::size_t slot = 0; slot < IMG_SLOTS; ++slot) {
+      const auto* const plane = test::plane(image.get(), 0, slot);
+      if (plane) line.offset[slot] = plane - reinterpret_cast<const std::uint8_t*>(&line);
+    }
+    for (int y = 0; y < file->height && ka_img_line_read(file, &line); ++y) {
+      outcome.lines.push_back(test::planes_of(image.get(), 0));
+    }
+  }
+  outcome.error = file->error;
+  return outcome;
+}
+
+// Either an error or all lines, and memory for what the file holds.
+void expect_sound(const Outcome& outcome, std::size_t file_bytes) {
+  const bool whole = outcome.opened && outcome.lines.size() == std::size_t(outcome.height);
+  EXPECT_TRUE(whole || (outcome.error > IMG_ERR_NONE && outcome.error <= IMG_ERR_SIZE))
+      << outcome.error;
+  // a line of conversion, the buffers of readers up to the size of the file, tables and maps
+  EXPECT_LE(outcome.memory, 1'500'000 + 20 * file_bytes);
+}
+
+struct Seed {
+  std::string name, bytes;
+};
+
+std::vector<Seed> seeds() {
+  std::vector<Seed> seeds;
+  for (const char* const family : kFamilies) {
+    for (const auto& entry :
+         std::filesystem::directory_iterator(std::string(LUMORA_CORPUS "/") + family)) {
+      std::string name = std::string(family) + "_" + entry.path().stem().string();
+      seeds.push_back({std::move(name), test::read_file(entry.path())});
+    }
+  }
+  std::ranges::sort(seeds, {}, &Seed::name);
+  return seeds;
+}
+
+// Thousands of files: they stay in memory.
+Outcome read(const std::string& bytes, int type = IMG_TYPE_FILE) {
+  const int file = memfd_create("small", MFD_CLOEXEC);
+  EXPECT_EQ(write(file, bytes.data(), bytes.size()), ssize_t(bytes.size()));
+  const Outcome outcome = outcome_of("/proc/self/fd/" + std::to_string(file), type);
+  close(file);
+  return outcome;
+}
+
+class SmallFile : public testing::TestWithParam<Seed> {};
+
+// Numbers in text that are cut off are other numbers: such a line counts as one that failed.
+TEST_P(SmallFile, GivesNoMoreThanAPrefixHolds) {
+  const std::string& whole = GetParam().bytes;
+  const Outcome complete = read(whole);
+  expect_sound(complete, whole.size());
+  const bool is_text = complete.format == IMG_FORMAT_PPM && whole.substr(0, 2) != "P6";
+  for (std::size_t bytes = 0; bytes < whole.size(); ++bytes) {
+    SCOPED_TRACE(bytes);
+    Outcome part = read(whole.substr(0, bytes));
+    expect_sound(part, bytes);
+    if (!part.opened || part.format != complete.format || part.height != complete.height) continue;
+    if (is_text && !part.lines.empty()) part.lines.pop_back();
+    ASSERT_LE(part.lines.size(), complete.lines.size());
+    EXPECT_TRUE(std::ranges::equal(part.lines, std::span(complete.lines).first(part.lines.size())));
+  }
+}
+
+// Read as rgba as well, so that lines are converted.
+TEST_P(SmallFile, MayHaveAnyByteInItsHeader) {
+  const std::string& whole = GetParam().bytes;
+  const std::size_t live = ka_mem_getsize();
+  for (std::size_t at = 0; at < std::min<std::size_t>(whole.size(), 128); ++at) {
+    for (const int value : {0, 127, 128, 255}) {
+      SCOPED_TRACE(std::to_string(at) + " is " + std::to_string(value));
+      std::string damaged = whole;
+      damaged[at] = char(value);
+      expect_sound(read(damaged), whole.size());
+      expect_sound(read(damaged, IMG_TYPE_RGBA), whole.size());
+    }
+  }
+  EXPECT_EQ(ka_mem_getsize(), live);
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, SmallFile, testing::ValuesIn(seeds()), test::row_name<Seed>);
+
+}  // namespace
