@@ -137,6 +137,47 @@ PixelRow expand(std::span<const std::uint8_t> packets, std::span<std::uint8_t> r
   return ended(out == out_end ? RowEnd::kWhole : RowEnd::kCorrupt);
 }
 
+// Runs go to each plane in whole chunks where these end inside the row.
+using Run [[gnu::vector_size(16)]] = std::uint8_t;
+
+KA_KERNEL void expand_runs_loop(std::span<const std::uint8_t> packets,
+                                const std::array<std::uint8_t*, 3>& planes, std::size_t count,
+                                RunRow& row) {
+  const std::uint8_t* in = packets.data();
+  const std::uint8_t* const in_end = in + packets.size() / kRunBytes * kRunBytes;
+  std::size_t done = 0;
+  row.end = RowEnd::kWhole;
+  for (; done < count; in += kRunBytes) {
+    if (in == in_end) {
+      row.end = RowEnd::kShort;
+      break;
+    }
+    const std::size_t length = *in, room = count - done;
+    if (length == 0 || length > room) {
+      row.end = RowEnd::kCorrupt;
+      break;
+    }
+    if ((length + sizeof(Run) - 1) / sizeof(Run) * sizeof(Run) <= room) {
+      for (std::size_t c = 0; c < planes.size(); ++c) {
+        const Run run = in[1 + c] - Run{};
+        std::uint8_t* const out = planes[c] + done;
+        for (std::size_t i = 0; i < length; i += sizeof run) std::memcpy(out + i, &run, sizeof run);
+      }
+    } else {
+      for (std::size_t c = 0; c < planes.size(); ++c)
+        std::fill_n(planes[c] + done, length, in[1 + c]);
+    }
+    done += length;
+  }
+  row.used = std::size_t(in - packets.data());
+  row.pixels = done;
+}
+
+KA_DEFINE_KERNELS(expand_runs, expand_runs_loop,
+                  (std::span<const std::uint8_t> packets,
+                   const std::array<std::uint8_t*, 3>& planes, std::size_t count, RunRow& row),
+                  (packets, planes, count, row));
+
 template <typename Sample>
 std::uint8_t* to_file(std::uint8_t* bytes, Sample value) {
   if constexpr (sizeof(Sample) == 2) *bytes++ = static_cast<std::uint8_t>(value >> 8);
@@ -182,6 +223,14 @@ PixelRow expand_pixels(std::span<const std::uint8_t> packets, std::span<std::uin
     default:
       return expand<PixelForm<4>>(packets, row);
   }
+}
+
+RunRow expand_runs(std::span<const std::uint8_t> packets,
+                   const std::array<std::uint8_t*, 3>& planes, std::size_t count) {
+  static const auto kernel = best_kernel(expand_runs_kernels);
+  RunRow row;
+  kernel(packets, planes, count, row);
+  return row;
 }
 
 template <typename Sample>

@@ -2,6 +2,7 @@
 // past its input and writes no sample past the row, and tells a row that is not exactly filled.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -56,5 +57,20 @@ struct PixelRow {
 [[nodiscard]] constexpr std::size_t pixels_bound(std::size_t count, std::size_t pixel_bytes) {
   return count * (1 + pixel_bytes);
 }
+
+// Run packets: rows of pixels of three samples. A packet has four bytes: how often its pixel comes,
+// and the pixel. The row ends with its last pixel.
+constexpr std::size_t kRunBytes = 4;
+
+struct RunRow {
+  RowEnd end;
+  std::size_t used;    // bytes of the packets that were decoded
+  std::size_t pixels;  // that they gave
+};
+
+// Decodes a row of `count` pixels into planes, which are given in the order of a packet's samples.
+// Stops at a packet that it cannot decode: a packet of no pixels is corrupt.
+[[nodiscard]] RunRow expand_runs(std::span<const std::uint8_t> packets,
+                                 const std::array<std::uint8_t*, 3>& planes, std::size_t count);
 
 }  // namespace ka

@@ -13,11 +13,18 @@
   int img_read_##family(img_file* handle, img_line* line);           \
   int img_write_##family(img_file* handle, img_line* line)
 
+KA_IMAGE_DRIVER(alias);
 KA_IMAGE_DRIVER(ct);
 KA_IMAGE_DRIVER(ppm);
 KA_IMAGE_DRIVER(rgb);
 KA_IMAGE_DRIVER(targa);
 
+inline constexpr img_driver kAliasDriver = {.test = img_test_alias,
+                                            .open = img_open_alias,
+                                            .create = img_create_alias,
+                                            .close = img_close_alias,
+                                            .read = img_read_alias,
+                                            .write = img_write_alias};
 inline constexpr img_driver kCtDriver = {.test = img_test_ct,
                                          .open = img_open_ct,
                                          .create = img_create_ct,

@@ -16,7 +16,7 @@
 namespace {
 
 // Families with small files in the folders of the fuzz targets.
-constexpr const char* kFamilies[] = {"ct", "ppm", "rgb", "tga"};
+constexpr const char* kFamilies[] = {"alias", "ct", "ppm", "rgb", "tga"};
 
 struct FormatAndType {
   int format, type;
@@ -116,7 +116,7 @@ INSTANTIATE_TEST_SUITE_P(Pairs, Written, testing::ValuesIn(writable_pairs()),
 
 // Sides are 16 bits in the headers of these.
 TEST(Families, SidesThatDoNotFitTheHeaderAreRefused) {
-  for (const int format : {IMG_FORMAT_RGB, IMG_FORMAT_TGA, IMG_FORMAT_CT}) {
+  for (const int format : {IMG_FORMAT_ALIAS, IMG_FORMAT_RGB, IMG_FORMAT_TGA, IMG_FORMAT_CT}) {
     for (const auto& [width, height] : {std::pair{65536, 1}, {1, 65536}, {65535, 1}}) {
       const test::Scratch scratch;
       test::Handle file;

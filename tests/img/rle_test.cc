@@ -210,4 +210,55 @@ TEST(PixelPackets, EndWithTheRow) {
   EXPECT_EQ(row, (Bytes{1, 2, 3, 1, 2, 3}));
 }
 
+// Run packets, decoded one pixel after the other.
+ka::RunRow decode_runs(const Bytes& packets, std::array<Bytes, 3>& planes, std::size_t count) {
+  ka::RunRow row{RowEnd::kWhole, 0, 0};
+  for (; row.pixels < count; row.used += 4) {
+    if (packets.size() - row.used < 4) return {RowEnd::kShort, row.used, row.pixels};
+    const std::size_t length = packets[row.used];
+    if (length == 0 || length > count - row.pixels) {
+      return {RowEnd::kCorrupt, row.used, row.pixels};
+    }
+    for (std::size_t i = 0; i < length; ++i, ++row.pixels) {
+      for (std::size_t c = 0; c < 3; ++c) planes[c][row.pixels] = packets[row.used + 1 + c];
+    }
+  }
+  return row;
+}
+
+// Rows that end with a packet, inside one, or behind the last; and packets of no pixels.
+TEST(RunPackets, AreDecodedAsOnePixelAfterTheOther) {
+  std::mt19937 random(3);
+  for (int i = 0; i < 4000; ++i) {
+    Bytes packets;
+    std::size_t pixels = 0;
+    for (std::size_t n = random() % 12; n > 0; --n) {
+      const std::size_t length = random() % (random() % 4 == 0 ? 256 : 20) + (random() % 16 != 0);
+      packets.push_back(std::uint8_t(length));
+      for (int c = 0; c < 3; ++c) packets.push_back(std::uint8_t(random()));
+      pixels += packets[packets.size() - 4];
+    }
+    packets.resize(packets.size() - std::min<std::size_t>(packets.size(), random() % 3));
+    const std::size_t count = pixels - std::min<std::size_t>(pixels, random() % 3);
+
+    const auto exact = std::make_unique<std::uint8_t[]>(packets.size());
+    std::ranges::copy(packets, exact.get());
+    std::array<Bytes, 3> planes, expected;
+    for (auto* const set : {&planes, &expected}) set->fill(Bytes(count + 1, 0x5a));
+    const ka::RunRow wanted = decode_runs(packets, expected, count);
+    const ka::RunRow row =
+        ka::expand_runs({exact.get(), packets.size()},
+                        {planes[0].data(), planes[1].data(), planes[2].data()}, count);
+    ASSERT_EQ(row.end, wanted.end);
+    ASSERT_EQ(row.used, wanted.used);
+    ASSERT_EQ(row.pixels, wanted.pixels);
+    for (std::size_t c = 0; c < 3; ++c) {
+      ASSERT_EQ(planes[c].back(), 0x5a);
+      planes[c].resize(row.pixels);
+      expected[c].resize(row.pixels);
+      ASSERT_EQ(planes[c], expected[c]);
+    }
+  }
+}
+
 }  // namespace
