@@ -184,6 +184,23 @@ Bytes packed_targa(Content content) {
   return file;
 }
 
+// As there, one plane stands for all three.
+Bytes alias(Content content) {
+  Bytes file(10);
+  put_be16(file, 0, kWidth);
+  put_be16(file, 2, kHeight);
+  file[9] = 24;
+  for (std::size_t y = 0; y < kHeight; ++y) {
+    const auto row = row_of(planes_of(content), 0, y);
+    for (std::size_t i = 0, end; i < row.size(); i = end) {
+      for (end = i + 1; end < row.size() && end - i < 255 && row[end] == row[i];) ++end;
+      file.push_back(std::uint8_t(end - i));
+      file.insert(file.end(), 3, row[i]);
+    }
+  }
+  return file;
+}
+
 // `sample_bytes` tells the bytes of a sample, a code which kind of texture it is.
 Bytes native_texture(int code, std::size_t sample_bytes) {
   Bytes file(8);
@@ -213,6 +230,8 @@ constexpr std::array kPictures = {
     Picture{"tga/32", 4, [] { return plain_targa(Content::kNoise, 4); }},
     Picture{"tga/packed/literals", 4, [] { return packed_targa(Content::kNoise); }},
     Picture{"tga/packed/short_runs", 4, [] { return packed_targa(Content::kShortRuns); }},
+    Picture{"alias/single_pixels", 3, [] { return alias(Content::kNoise); }},
+    Picture{"alias/short_runs", 3, [] { return alias(Content::kShortRuns); }},
     Picture{"native/ct", 4, [] { return native_texture(3, 1); }},
     Picture{"native/ct_16", 8, [] { return native_texture(6, 2); }},
     Picture{"native/ct_fp", 16, [] { return native_texture(11, 4); }},

@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <span>
 
+#include <ka/detail/targets.h>
+
 #include "bytes.h"
 #include "linekernels.h"
 
@@ -61,6 +63,7 @@ struct PixelRow {
 // Run packets: rows of pixels of three samples. A packet has four bytes: how often its pixel comes,
 // and the pixel. The row ends with its last pixel.
 constexpr std::size_t kRunBytes = 4;
+using RunPlanes = std::array<std::uint8_t*, 3>;
 
 struct RunRow {
   RowEnd end;
@@ -70,7 +73,12 @@ struct RunRow {
 
 // Decodes a row of `count` pixels into planes, which are given in the order of a packet's samples.
 // Stops at a packet that it cannot decode: a packet of no pixels is corrupt.
-[[nodiscard]] RunRow expand_runs(std::span<const std::uint8_t> packets,
-                                 const std::array<std::uint8_t*, 3>& planes, std::size_t count);
+[[nodiscard]] RunRow expand_runs(std::span<const std::uint8_t> packets, const RunPlanes& planes,
+                                 std::size_t count);
+
+// The same for each instruction set.
+using RunKernel = void (*)(std::span<const std::uint8_t> packets, const RunPlanes& planes,
+                           std::size_t count, RunRow& row);
+[[nodiscard]] const KernelTable<RunKernel>& run_kernels();
 
 }  // namespace ka
