@@ -16,8 +16,15 @@
 KA_IMAGE_DRIVER(alias);
 KA_IMAGE_DRIVER(ct);
 KA_IMAGE_DRIVER(ppm);
+KA_IMAGE_DRIVER(ps);
 KA_IMAGE_DRIVER(rgb);
 KA_IMAGE_DRIVER(targa);
+
+// The lines of Encapsulated PostScript are those of PostScript.
+int img_test_eps(img_file* handle, const std::uint8_t* head);
+int img_open_eps(img_file* handle, const std::uint8_t* head);
+int img_create_eps(img_file* handle);
+int img_close_eps(img_file* handle);
 
 inline constexpr img_driver kAliasDriver = {.test = img_test_alias,
                                             .open = img_open_alias,
@@ -31,12 +38,24 @@ inline constexpr img_driver kCtDriver = {.test = img_test_ct,
                                          .close = img_close_ct,
                                          .read = img_read_ct,
                                          .write = img_write_ct};
+inline constexpr img_driver kEpsDriver = {.test = img_test_eps,
+                                          .open = img_open_eps,
+                                          .create = img_create_eps,
+                                          .close = img_close_eps,
+                                          .read = img_read_ps,
+                                          .write = img_write_ps};
 inline constexpr img_driver kPpmDriver = {.test = img_test_ppm,
                                           .open = img_open_ppm,
                                           .create = img_create_ppm,
                                           .close = img_close_ppm,
                                           .read = img_read_ppm,
                                           .write = img_write_ppm};
+inline constexpr img_driver kPsDriver = {.test = img_test_ps,
+                                         .open = img_open_ps,
+                                         .create = img_create_ps,
+                                         .close = img_close_ps,
+                                         .read = img_read_ps,
+                                         .write = img_write_ps};
 inline constexpr img_driver kRgbDriver = {.test = img_test_rgb,
                                           .open = img_open_rgb,
                                           .create = img_create_rgb,

@@ -16,7 +16,7 @@
 namespace {
 
 // Families with small files in the folders of the fuzz targets.
-constexpr const char* kFamilies[] = {"alias", "ct", "ppm", "rgb", "tga"};
+constexpr const char* kFamilies[] = {"alias", "ct", "ppm", "ps", "rgb", "tga"};
 
 struct FormatAndType {
   int format, type;
