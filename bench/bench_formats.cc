@@ -201,6 +201,23 @@ Bytes alias(Content content) {
   return file;
 }
 
+// Lines of 13 pixels in hexadecimal.
+Bytes postscript() {
+  const std::string size = std::to_string(kWidth) + " " + std::to_string(kHeight);
+  const std::string head =
+      "%!PS-Adobe-3.0\n%%Creator: Lumora\n% lu image data " + size + " color\nluimage\n";
+  Bytes file(head.begin(), head.end());
+  constexpr std::size_t row_bytes = 3 * std::size_t{kWidth}, text_bytes = 39;
+  const Bytes pixels = interleaved(Content::kNoise, 3);
+  for (std::size_t i = 0; i < pixels.size(); ++i) {
+    file.push_back(std::uint8_t("0123456789abcdef"[pixels[i] >> 4]));
+    file.push_back(std::uint8_t("0123456789abcdef"[pixels[i] & 15]));
+    const std::size_t end = i % row_bytes + 1;
+    if (end % text_bytes == 0 || end == row_bytes) file.push_back('\n');
+  }
+  return file;
+}
+
 // `sample_bytes` tells the bytes of a sample, a code which kind of texture it is.
 Bytes native_texture(int code, std::size_t sample_bytes) {
   Bytes file(8);
@@ -232,6 +249,7 @@ constexpr std::array kPictures = {
     Picture{"tga/packed/short_runs", 4, [] { return packed_targa(Content::kShortRuns); }},
     Picture{"alias/single_pixels", 3, [] { return alias(Content::kNoise); }},
     Picture{"alias/short_runs", 3, [] { return alias(Content::kShortRuns); }},
+    Picture{"ps/colour", 3, postscript},
     Picture{"native/ct", 4, [] { return native_texture(3, 1); }},
     Picture{"native/ct_16", 8, [] { return native_texture(6, 2); }},
     Picture{"native/ct_fp", 16, [] { return native_texture(11, 4); }},

@@ -100,57 +100,76 @@ int open_text(img_file* handle, int first_lines) {
   return 1;
 }
 
-// A line of text as samples. Filled up to whole vectors.
-constexpr std::size_t kPaddedSamples = 40;
-using Digits = std::array<char, 2 * kPaddedSamples>;
+// Hexadecimal text is parsed in blocks, several lines of text at once.
+constexpr std::size_t kBlockDigits = 64;
+constexpr std::size_t kTexts = 16;
+constexpr std::size_t kBlocks = (kTexts * kTextDigits + kBlockDigits - 1) / kBlockDigits;
+using Digits = std::array<char, kBlocks * kBlockDigits>;
+using Samples = std::array<std::uint8_t, kBlocks * kBlockDigits / 2>;
 
-KA_KERNEL void parse_digits(const Digits& digits, std::uint8_t* samples, bool& sound) {
-  std::array<std::uint8_t, 2 * kPaddedSamples> values;
-  std::uint8_t others = 0;
-  for (std::size_t i = 0; i < digits.size(); ++i) {
-    const auto character = static_cast<std::uint8_t>(digits[i]);
-    const auto number = static_cast<std::uint8_t>(character - '0');
-    const auto letter = static_cast<std::uint8_t>((character | 0x20) - 'a');
-    others |= static_cast<std::uint8_t>(number > 9 && letter > 5);
-    values[i] = number > 9 ? static_cast<std::uint8_t>(letter + 10) : number;
+KA_KERNEL void parse_digits(const Digits& digits, std::size_t blocks, Samples& samples,
+                            bool& sound) {
+  const char* in = digits.data();
+  std::uint8_t* out = samples.data();
+  std::array<std::uint8_t, kBlockDigits> others{};
+  for (; blocks > 0; --blocks, in += kBlockDigits, out += kBlockDigits / 2) {
+    std::array<std::uint8_t, kBlockDigits> values;
+    for (std::size_t i = 0; i < kBlockDigits; ++i) {
+      const auto character = static_cast<std::uint8_t>(in[i]);
+      const auto number = static_cast<std::uint8_t>(character - '0');
+      const auto letter = static_cast<std::uint8_t>((character | 0x20) - 'a');
+      others[i] |= static_cast<std::uint8_t>(number > 9 && letter > 5);
+      values[i] = number > 9 ? static_cast<std::uint8_t>(letter + 10) : number;
+    }
+    for (std::size_t i = 0; i < kBlockDigits / 2; ++i) {
+      out[i] = static_cast<std::uint8_t>(values[2 * i] << 4 | values[2 * i + 1]);
+    }
   }
-  for (std::size_t i = 0; i < kPaddedSamples; ++i) {
-    samples[i] = static_cast<std::uint8_t>(values[2 * i] << 4 | values[2 * i + 1]);
-  }
-  sound = others == 0;
+  sound = std::ranges::count(others, 0) == std::ptrdiff_t(kBlockDigits);
 }
-KA_DEFINE_KERNELS(digits, parse_digits, (const Digits& text, std::uint8_t* samples, bool& sound),
-                  (text, samples, sound));
+KA_DEFINE_KERNELS(digits, parse_digits,
+                  (const Digits& text, std::size_t blocks, Samples& samples, bool& sound),
+                  (text, blocks, samples, sound));
 
-// Reads the next line of text as `count` samples, into a place that has room for kPaddedSamples.
-bool read_samples(ka::FileReader& in, std::uint8_t* samples, std::size_t count) {
+// The next line of text, of which `wanted` characters are looked at. Most lines end behind them: a
+// line feed further in front is no digit and will be found as such.
+std::string_view read_digits(ka::FileReader& in, std::size_t wanted) {
+  const auto ahead = in.ahead(kLongestText);
+  if (ahead.size() <= wanted || ahead[wanted] != '\n') return read_text(in);
+  return {reinterpret_cast<const char*>(in.take(wanted + 1).data()), wanted};
+}
+
+// Reads `count` samples, at most as many as kTexts lines of text hold.
+bool read_samples(ka::FileReader& in, Samples& samples, std::size_t count) {
   static const auto parse = ka::best_kernel(digits_kernels);
-  const std::string_view text = read_text(in);
-  if (text.size() < 2 * count) return false;
   Digits digits;
-  digits.fill('0');
-  std::memcpy(digits.data(), text.data(), 2 * count);
-  bool sound;
-  parse(digits, samples, sound);
+  std::size_t length = 0;
+  while (length < 2 * count) {
+    const std::size_t wanted = std::min(2 * count - length, kTextDigits);
+    const std::string_view text = read_digits(in, wanted);
+    if (text.size() < wanted) return false;
+    std::memcpy(&digits[length], text.data(), wanted);
+    length += wanted;
+  }
+  const std::size_t blocks = (length + kBlockDigits - 1) / kBlockDigits;
+  std::fill(&digits[length], digits.data() + blocks * kBlockDigits, '0');
+  bool sound = false;
+  parse(digits, blocks, samples, sound);
   return sound;
 }
 
 // An image line begins with a line of text, whatever is left of the one before.
 template <std::size_t Components>
 int read_line(img_file* handle, const std::array<std::uint8_t*, Components>& planes) {
-  constexpr std::size_t texts = 16;  // that are read before their samples go to the planes
   auto& in = ka::state_of<PsState>(handle).in;
   errno = 0;
   const auto move = [&in](const auto& part, std::size_t pixels) {
-    std::array<std::uint8_t, texts * kTextSamples + kPaddedSamples> samples;
-    const std::size_t count = Components * pixels;
-    for (std::size_t at = 0; at < count; at += kTextSamples) {
-      if (!read_samples(in, &samples[at], std::min(count - at, kTextSamples))) return false;
-    }
+    Samples samples;
+    if (!read_samples(in, samples, Components * pixels)) return false;
     ka::split<std::uint8_t, Components>(samples.data(), part, pixels);
     return true;
   };
-  if (ka::move_row<std::uint8_t>(planes, std::size_t(handle->width), texts * kTextSamples, move)) {
+  if (ka::move_row<std::uint8_t>(planes, std::size_t(handle->width), kTexts * kTextSamples, move)) {
     return 1;
   }
   return img_error(handle, errno != 0 ? IMG_ERR_READ : IMG_ERR_CORRUPT, errno);
