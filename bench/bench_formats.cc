@@ -218,6 +218,13 @@ Bytes postscript() {
   return file;
 }
 
+constexpr std::size_t kFramePixels = 720 * 576;
+
+Bytes quantel_frame() {
+  const auto noise = std::span(planes_of(Content::kNoise)[0]).first(2 * kFramePixels);
+  return {noise.begin(), noise.end()};
+}
+
 // `sample_bytes` tells the bytes of a sample, a code which kind of texture it is.
 Bytes native_texture(int code, std::size_t sample_bytes) {
   Bytes file(8);
@@ -233,6 +240,7 @@ struct Picture {
   const char* name;
   std::size_t pixel_bytes;
   Bytes (*make)();
+  std::size_t pixels = kPixels;
 };
 
 constexpr std::array kPictures = {
@@ -250,6 +258,7 @@ constexpr std::array kPictures = {
     Picture{"alias/single_pixels", 3, [] { return alias(Content::kNoise); }},
     Picture{"alias/short_runs", 3, [] { return alias(Content::kShortRuns); }},
     Picture{"ps/colour", 3, postscript},
+    Picture{"qnt", 3, quantel_frame, kFramePixels},
     Picture{"native/ct", 4, [] { return native_texture(3, 1); }},
     Picture{"native/ct_16", 8, [] { return native_texture(6, 2); }},
     Picture{"native/ct_fp", 16, [] { return native_texture(11, 4); }},
@@ -287,7 +296,7 @@ class Reading {
 void add_format_benchmarks() {
   for (const Picture& picture : kPictures) {
     const auto reading = std::make_shared<Reading>(picture);
-    add(std::string("read/") + picture.name, picture.pixel_bytes * kPixels,
+    add(std::string("read/") + picture.name, picture.pixel_bytes * picture.pixels,
         [reading] { (*reading)(); });
   }
 }

@@ -1,6 +1,7 @@
 // Fuzz target of one family of image formats: opens a file made of the input, reads it line by line
 // in the file's own pixel type and as a whole in rgba, closes it whatever happened. FUZZ_FORMATS
-// lists the family's formats; of others only the header is read.
+// lists the family's formats; of others only the header is read. FUZZ_SIZES lists the file sizes of
+// a format without a header: inputs become files of one of them, zero behind the input.
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -33,11 +34,23 @@ bool start_library() {
   return true;
 }
 
+#ifdef FUZZ_SIZES
+constexpr std::array kSizes = {FUZZ_SIZES};
+
+// The input's length tells which size it gets.
+void set_size(int file, std::size_t input) {
+  if (ftruncate(file, kSizes[input % kSizes.size()]) != 0) std::abort();
+}
+#else
+void set_size(int /*file*/, std::size_t /*input*/) {}
+#endif
+
 // The input as a file in memory, with a name that can be opened.
 class MemoryFile {
  public:
   MemoryFile(const std::uint8_t* data, std::size_t size) : file_(memfd_create("input", 0)) {
     if (file_ < 0 || write(file_, data, size) != static_cast<ssize_t>(size)) std::abort();
+    set_size(file_, size);
     std::snprintf(name_.data(), name_.size(), "/proc/self/fd/%d", file_);
   }
   ~MemoryFile() { close(file_); }

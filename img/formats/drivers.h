@@ -17,6 +17,7 @@ KA_IMAGE_DRIVER(alias);
 KA_IMAGE_DRIVER(ct);
 KA_IMAGE_DRIVER(ppm);
 KA_IMAGE_DRIVER(ps);
+KA_IMAGE_DRIVER(qnt);
 KA_IMAGE_DRIVER(rgb);
 KA_IMAGE_DRIVER(targa);
 
@@ -56,6 +57,12 @@ inline constexpr img_driver kPsDriver = {.test = img_test_ps,
                                          .close = img_close_ps,
                                          .read = img_read_ps,
                                          .write = img_write_ps};
+inline constexpr img_driver kQntDriver = {.test = img_test_qnt,
+                                          .open = img_open_qnt,
+                                          .create = img_create_qnt,
+                                          .close = img_close_qnt,
+                                          .read = img_read_qnt,
+                                          .write = img_write_qnt};
 inline constexpr img_driver kRgbDriver = {.test = img_test_rgb,
                                           .open = img_open_rgb,
                                           .create = img_create_rgb,

@@ -11,7 +11,8 @@
 namespace {
 
 // Folders of the families that have a driver, and of files that no driver takes.
-constexpr std::string_view kFamilies[] = {"alias", "assembled", "ppm", "ps", "rgb", "tga", "other"};
+constexpr std::string_view kFamilies[] = {"alias", "assembled", "ppm", "ps",
+                                          "qnt",   "rgb",       "tga", "other"};
 
 using Entry = std::map<std::string, std::string>;
 
