@@ -11,7 +11,7 @@
 namespace {
 
 // Folders of the families that have a driver, and of files that no driver takes.
-constexpr std::string_view kFamilies[] = {"assembled", "ppm", "rgb", "tga", "tif", "other"};
+constexpr std::string_view kFamilies[] = {"assembled", "bmp", "ppm", "rgb", "tga", "tif", "other"};
 
 using Entry = std::map<std::string, std::string>;
 
