@@ -16,6 +16,20 @@ constexpr auto kBits = [] {
   return bits;
 }();
 
+constexpr std::size_t kPiece =
+    256;  // pixels whose colours are looked up before they are distributed
+
+// Eight colours at a time: what a loop costs is as much as a look-up.
+void fetch(const std::array<Color, 256>& table, const std::uint8_t* indexes, std::size_t count,
+           std::array<Color, kPiece>& colors) {
+  constexpr std::size_t together = 8;
+  std::size_t i = 0;
+  for (; i + together <= count; i += together) {
+    for (std::size_t k = 0; k < together; ++k) colors[i + k] = table[indexes[i + k]];
+  }
+  for (; i < count; ++i) colors[i] = table[indexes[i]];
+}
+
 }  // namespace
 
 void unpack_indexes(const std::uint8_t* packed, std::size_t index_bits, std::size_t count,
@@ -42,6 +56,7 @@ void Palette::set(std::size_t index, Color color) {
 }
 
 bool Palette::has_all(const std::uint8_t* indexes, std::size_t count) const {
+  if (first_ == 0 && end_ == colors_.size()) return true;
   std::uint8_t least = 255, most = 0;
   for (std::size_t i = 0; i < count; ++i) {
     least = indexes[i] < least ? indexes[i] : least;
@@ -54,14 +69,13 @@ bool Palette::has_all(const std::uint8_t* indexes, std::size_t count) const {
 // four.
 bool Palette::look_up(const std::uint8_t* packed, std::size_t index_bits, std::size_t count,
                       const std::array<std::uint8_t*, 4>& planes) const {
-  constexpr std::size_t piece = 256;
-  std::array<Color, piece> colors;
-  std::array<std::uint8_t, piece> unwanted;
+  std::array<Color, kPiece> colors;
+  std::array<std::uint8_t, kPiece> unwanted;
   const auto store = [&](const std::uint8_t* indexes, std::size_t at, std::size_t part) {
     if (!has_all(indexes, part)) return false;
-    for (std::size_t done = 0; done < part; done += piece) {
-      const std::size_t pixels = std::min(part - done, piece);
-      for (std::size_t i = 0; i < pixels; ++i) colors[i] = colors_[indexes[done + i]];
+    for (std::size_t done = 0; done < part; done += kPiece) {
+      const std::size_t pixels = std::min(part - done, kPiece);
+      fetch(colors_, indexes + done, pixels, colors);
       std::array<std::uint8_t*, 4> to;
       for (std::size_t c = 0; c < to.size(); ++c) {
         to[c] = planes[c] ? planes[c] + at + done : unwanted.data();
