@@ -17,6 +17,7 @@ KA_IMAGE_DRIVER(ct);
 KA_IMAGE_DRIVER(ppm);
 KA_IMAGE_DRIVER(rgb);
 KA_IMAGE_DRIVER(targa);
+KA_IMAGE_DRIVER(zpic);
 
 inline constexpr img_driver kCtDriver = {.test = img_test_ct,
                                          .open = img_open_ct,
@@ -42,3 +43,9 @@ inline constexpr img_driver kTargaDriver = {.test = img_test_targa,
                                             .close = img_close_targa,
                                             .read = img_read_targa,
                                             .write = img_write_targa};
+inline constexpr img_driver kZpicDriver = {.test = img_test_zpic,
+                                           .open = img_open_zpic,
+                                           .create = img_create_zpic,
+                                           .close = img_close_zpic,
+                                           .read = img_read_zpic,
+                                           .write = img_write_zpic};
