@@ -14,6 +14,7 @@
   int img_write_##family(img_file* handle, img_line* line)
 
 KA_IMAGE_DRIVER(ct);
+KA_IMAGE_DRIVER(null);
 KA_IMAGE_DRIVER(ppm);
 KA_IMAGE_DRIVER(rgb);
 KA_IMAGE_DRIVER(targa);
@@ -25,6 +26,12 @@ inline constexpr img_driver kCtDriver = {.test = img_test_ct,
                                          .close = img_close_ct,
                                          .read = img_read_ct,
                                          .write = img_write_ct};
+inline constexpr img_driver kNullDriver = {.test = img_test_null,
+                                           .open = img_open_null,
+                                           .create = img_create_null,
+                                           .close = img_close_null,
+                                           .read = img_read_null,
+                                           .write = img_write_null};
 inline constexpr img_driver kPpmDriver = {.test = img_test_ppm,
                                           .open = img_open_ppm,
                                           .create = img_create_ppm,
