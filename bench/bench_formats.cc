@@ -195,6 +195,24 @@ Bytes native_texture(int code, std::size_t sample_bytes) {
   return file;
 }
 
+// Packets of one pixel each or of short runs, in which one plane stands for all three.
+Bytes lwi(Content content) {
+  Bytes file = {21, 0, 22, 0, 23, 0, 24, 0, 19, 12};
+  file.resize(8 + 27);
+  put_be32(file, 8 + 6, kWidth);
+  put_be32(file, 8 + 10, kHeight);
+  file[8 + 14] = 17;
+  const Bytes& plane = planes_of(content)[0];
+  for (std::size_t i = 0, end; i < kPixels; i = end) {
+    const std::size_t row_end = i / kWidth * kWidth + kWidth;
+    const std::uint8_t value = plane[i];
+    end = i + 1;
+    while (content == Content::kShortRuns && end < row_end && plane[end] == value) ++end;
+    append(file, std::array{std::uint8_t(end - i), value, value, value});
+  }
+  return file;
+}
+
 struct Picture {
   const char* name;
   std::size_t pixel_bytes;
@@ -213,6 +231,8 @@ constexpr std::array kPictures = {
     Picture{"tga/32", 4, [] { return plain_targa(Content::kNoise, 4); }},
     Picture{"tga/packed/literals", 4, [] { return packed_targa(Content::kNoise); }},
     Picture{"tga/packed/short_runs", 4, [] { return packed_targa(Content::kShortRuns); }},
+    Picture{"lwi/single", 3, [] { return lwi(Content::kNoise); }},
+    Picture{"lwi/short_runs", 3, [] { return lwi(Content::kShortRuns); }},
     Picture{"native/ct", 4, [] { return native_texture(3, 1); }},
     Picture{"native/ct_16", 8, [] { return native_texture(6, 2); }},
     Picture{"native/ct_fp", 16, [] { return native_texture(11, 4); }},

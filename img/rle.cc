@@ -137,6 +137,53 @@ PixelRow expand(std::span<const std::uint8_t> packets, std::span<std::uint8_t> r
   return ended(out == out_end ? RowEnd::kWhole : RowEnd::kCorrupt);
 }
 
+// A run goes to its planes in whole chunks where these end inside the row.
+using RunChunk [[gnu::vector_size(16)]] = std::uint8_t;
+
+template <std::size_t Components>
+KA_KERNEL void expand_runs_loop(std::span<const std::uint8_t> packets,
+                                const std::array<std::uint8_t*, Components>& planes,
+                                std::size_t count, std::size_t least, RunRow& row) {
+  constexpr std::size_t packet_bytes = 1 + Components;
+  const std::uint8_t* in = packets.data();
+  const std::uint8_t* const in_end = in + packets.size() / packet_bytes * packet_bytes;
+  std::size_t done = 0;
+  row.end = RowEnd::kWhole;
+  for (; done < count; in += packet_bytes) {
+    if (in == in_end) {
+      row.end = RowEnd::kShort;
+      break;
+    }
+    const std::size_t length = *in, room = count - done;
+    if (length < least || length > room) {
+      row.end = RowEnd::kCorrupt;
+      break;
+    }
+    const bool fits = (length + sizeof(RunChunk) - 1) / sizeof(RunChunk) * sizeof(RunChunk) <= room;
+    for (std::size_t c = 0; c < Components; ++c) {
+      std::uint8_t* const out = planes[c] + done;
+      if (fits) {
+        const RunChunk run = in[1 + c] - RunChunk{};
+        for (std::size_t i = 0; i < length; i += sizeof run) std::memcpy(out + i, &run, sizeof run);
+      } else {
+        std::fill_n(out, length, in[1 + c]);
+      }
+    }
+    done += length;
+  }
+  row.used = std::size_t(in - packets.data());
+  row.pixels = done;
+}
+
+template <std::size_t Components>
+struct ExpandRuns {
+  KA_KERNEL_MEMBERS(expand_runs_loop<Components>,
+                    (std::span<const std::uint8_t> packets,
+                     const std::array<std::uint8_t*, Components>& planes, std::size_t count,
+                     std::size_t least, RunRow& row),
+                    (packets, planes, count, least, row))
+};
+
 template <typename Sample>
 std::uint8_t* to_file(std::uint8_t* bytes, Sample value) {
   if constexpr (sizeof(Sample) == 2) *bytes++ = static_cast<std::uint8_t>(value >> 8);
@@ -184,6 +231,16 @@ PixelRow expand_pixels(std::span<const std::uint8_t> packets, std::span<std::uin
   }
 }
 
+template <std::size_t Components>
+RunRow expand_runs(std::span<const std::uint8_t> packets,
+                   const std::array<std::uint8_t*, Components>& planes, std::size_t count,
+                   std::size_t least) {
+  static const auto kernel = best_kernel(ExpandRuns<Components>::table());
+  RunRow row;
+  kernel(packets, planes, count, least, row);
+  return row;
+}
+
 template <typename Sample>
 std::size_t compact_counted(std::span<const Sample> line, std::span<std::uint8_t> packets) {
   std::uint8_t* out = packets.data();
@@ -207,6 +264,10 @@ std::size_t compact_counted(std::span<const Sample> line, std::span<std::uint8_t
 
 template RowEnd expand_counted(std::span<const std::uint8_t>, std::span<std::uint8_t>);
 template RowEnd expand_counted(std::span<const std::uint8_t>, std::span<std::uint16_t>);
+template RunRow expand_runs(std::span<const std::uint8_t>, const std::array<std::uint8_t*, 1>&,
+                            std::size_t, std::size_t);
+template RunRow expand_runs(std::span<const std::uint8_t>, const std::array<std::uint8_t*, 3>&,
+                            std::size_t, std::size_t);
 template std::size_t compact_counted(std::span<const std::uint8_t>, std::span<std::uint8_t>);
 template std::size_t compact_counted(std::span<const std::uint16_t>, std::span<std::uint8_t>);
 

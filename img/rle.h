@@ -2,6 +2,7 @@
 // past its input and writes no sample past the row, and tells a row that is not exactly filled.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -56,5 +57,21 @@ struct PixelRow {
 [[nodiscard]] constexpr std::size_t pixels_bound(std::size_t count, std::size_t pixel_bytes) {
   return count * (1 + pixel_bytes);
 }
+
+// Run packets: rows of pixels of one or three samples. A packet is a byte that tells how often its
+// pixel comes, and the pixel. The row ends with its last pixel.
+
+struct RunRow {
+  RowEnd end;
+  std::size_t used;    // bytes of the packets that were decoded
+  std::size_t pixels;  // that they gave
+};
+
+// Decodes a row of `count` pixels into planes, which are given in the order of a packet's samples.
+// Stops in front of a packet that it cannot decode, such as one of fewer than `least` pixels.
+template <std::size_t Components>
+[[nodiscard]] RunRow expand_runs(std::span<const std::uint8_t> packets,
+                                 const std::array<std::uint8_t*, Components>& planes,
+                                 std::size_t count, std::size_t least);
 
 }  // namespace ka

@@ -14,6 +14,7 @@
   int img_write_##family(img_file* handle, img_line* line)
 
 KA_IMAGE_DRIVER(ct);
+KA_IMAGE_DRIVER(lwi);
 KA_IMAGE_DRIVER(null);
 KA_IMAGE_DRIVER(ppm);
 KA_IMAGE_DRIVER(rgb);
@@ -26,6 +27,12 @@ inline constexpr img_driver kCtDriver = {.test = img_test_ct,
                                          .close = img_close_ct,
                                          .read = img_read_ct,
                                          .write = img_write_ct};
+inline constexpr img_driver kLwiDriver = {.test = img_test_lwi,
+                                          .open = img_open_lwi,
+                                          .create = img_create_lwi,
+                                          .close = img_close_lwi,
+                                          .read = img_read_lwi,
+                                          .write = img_write_lwi};
 inline constexpr img_driver kNullDriver = {.test = img_test_null,
                                            .open = img_open_null,
                                            .create = img_create_null,

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <random>
 #include <vector>
 
@@ -208,6 +209,67 @@ TEST(PixelPackets, EndWithTheRow) {
   EXPECT_EQ(end, RowEnd::kWhole);
   EXPECT_EQ(used, 4u);
   EXPECT_EQ(row, (Bytes{1, 2, 3, 1, 2, 3}));
+}
+
+// Run packets, decoded one pixel after the other.
+template <std::size_t Components>
+void expect_same_runs(const Bytes& packets, std::size_t count, std::size_t least) {
+  std::array<Bytes, Components> expected, rows;
+  RowEnd end = RowEnd::kWhole;
+  std::size_t used = 0;
+  for (; expected[0].size() < count; used += 1 + Components) {
+    if (packets.size() - used < 1 + Components) {
+      end = RowEnd::kShort;
+      break;
+    }
+    const std::size_t length = packets[used];
+    if (length < least || length > count - expected[0].size()) {
+      end = RowEnd::kCorrupt;
+      break;
+    }
+    for (std::size_t c = 0; c < Components; ++c) {
+      expected[c] = expected[c] + repeated(length, packets[used + 1 + c]);
+    }
+  }
+  const auto exact = std::make_unique<std::uint8_t[]>(packets.size());
+  std::ranges::copy(packets, exact.get());
+  std::array<std::uint8_t*, Components> planes;
+  for (std::size_t c = 0; c < Components; ++c) {
+    rows[c].assign(count + 1, 0x5a);
+    planes[c] = rows[c].data();
+  }
+  const auto row = ka::expand_runs({exact.get(), packets.size()}, planes, count, least);
+  ASSERT_EQ(row.end, end);
+  ASSERT_EQ(row.used, used);
+  ASSERT_EQ(row.pixels, expected[0].size());
+  for (std::size_t c = 0; c < Components; ++c) {
+    ASSERT_EQ(rows[c].back(), 0x5a);
+    rows[c].resize(row.pixels);
+    ASSERT_EQ(rows[c], expected[c]);
+  }
+}
+
+// Rows that the packets fill, pass, or do not reach; packets of all lengths, and cut short
+// anywhere.
+TEST(RunPackets, AreDecodedAsOnePixelAfterTheOther) {
+  std::mt19937 random(3);
+  for (int i = 0; i < 3000; ++i) {
+    Bytes packets;
+    std::size_t pixels = 0;
+    for (std::size_t n = random() % 12; n > 0; --n) {
+      packets.push_back(std::uint8_t(random() % 3 == 0 ? random() : random() % 20));
+      pixels += packets.back();
+      for (int c = 0; c < 3; ++c) packets.push_back(std::uint8_t(random()));
+    }
+    const std::size_t count = pixels + random() % 3 - std::min<std::size_t>(pixels, 1);
+    for (const std::size_t least : {0U, 1U}) {
+      expect_same_runs<3>(packets, count, least);
+      expect_same_runs<1>(packets, count, least);
+    }
+    packets.resize(random() % (packets.size() + 1));
+    expect_same_runs<3>(packets, count, 0);
+    expect_same_runs<1>(packets, random() % 4 * 40, 0);
+  }
 }
 
 }  // namespace
