@@ -13,6 +13,7 @@
   int img_read_##family(img_file* handle, img_line* line);           \
   int img_write_##family(img_file* handle, img_line* line)
 
+KA_IMAGE_DRIVER(catia);
 KA_IMAGE_DRIVER(ct);
 KA_IMAGE_DRIVER(lwi);
 KA_IMAGE_DRIVER(null);
@@ -21,6 +22,12 @@ KA_IMAGE_DRIVER(rgb);
 KA_IMAGE_DRIVER(targa);
 KA_IMAGE_DRIVER(zpic);
 
+inline constexpr img_driver kCatiaDriver = {.test = img_test_catia,
+                                            .open = img_open_catia,
+                                            .create = img_create_catia,
+                                            .close = img_close_catia,
+                                            .read = img_read_catia,
+                                            .write = img_write_catia};
 inline constexpr img_driver kCtDriver = {.test = img_test_ct,
                                          .open = img_open_ct,
                                          .create = img_create_ct,

@@ -13,7 +13,6 @@ namespace {
 
 constexpr std::uint8_t kPadding = 0;  // a record of four bytes, without a length
 constexpr std::size_t kPaddingBytes = 4;
-constexpr std::size_t kTagBytes = 2;          // type and length
 constexpr std::uint8_t kSizeRecord = 19;      // the last one, with the pixels behind it
 constexpr std::uint8_t kLastKnown = 24;       // of the types that tell the format
 constexpr std::uint8_t kTypes = 32;           // types are below

@@ -16,7 +16,7 @@
 namespace {
 
 // Families with small files in the folders of the fuzz targets.
-constexpr const char* kFamilies[] = {"ct", "lwi", "ppm", "rgb", "tga"};
+constexpr const char* kFamilies[] = {"catia", "ct", "lwi", "ppm", "rgb", "tga"};
 
 struct FormatAndType {
   int format, type;
