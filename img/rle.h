@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <span>
 
+#include <ka/detail/targets.h>
+
 #include "bytes.h"
 #include "linekernels.h"
 
@@ -58,8 +60,10 @@ struct PixelRow {
   return count * (1 + pixel_bytes);
 }
 
-// Run packets: rows of pixels of one or three samples. A packet is a byte that tells how often its
-// pixel comes, and the pixel. The row ends with its last pixel.
+// Run packets: rows of pixels of three samples. A packet has four bytes: how often its pixel comes,
+// and the pixel. The row ends with its last pixel.
+constexpr std::size_t kRunBytes = 4;
+using RunPlanes = std::array<std::uint8_t*, 3>;
 
 struct RunRow {
   RowEnd end;
@@ -68,10 +72,19 @@ struct RunRow {
 };
 
 // Decodes a row of `count` pixels into planes, which are given in the order of a packet's samples.
-// Stops in front of a packet that it cannot decode, such as one of fewer than `least` pixels.
-template <std::size_t Components>
-[[nodiscard]] RunRow expand_runs(std::span<const std::uint8_t> packets,
-                                 const std::array<std::uint8_t*, Components>& planes,
-                                 std::size_t count, std::size_t least);
+// Stops at a packet that it cannot decode: a packet of no pixels is corrupt.
+[[nodiscard]] RunRow expand_runs(std::span<const std::uint8_t> packets, const RunPlanes& planes,
+                                 std::size_t count);
+
+// The same for each instruction set.
+using RunKernel = void (*)(std::span<const std::uint8_t> packets, const RunPlanes& planes,
+                           std::size_t count, RunRow& row);
+[[nodiscard]] const KernelTable<RunKernel>& run_kernels();
+
+// Pairs: rows of bytes. A pair has two bytes: how often its sample comes, which may be 0 times, and
+// the sample. The pairs end with the row.
+
+// Decodes a row.
+[[nodiscard]] RowEnd expand_pairs(std::span<const std::uint8_t> pairs, std::span<std::uint8_t> row);
 
 }  // namespace ka

@@ -115,12 +115,11 @@ int read_sub_block(img_file* handle, Component& component, std::size_t count) {
     component.samples = data;
     return 1;
   }
-  std::uint8_t* const out = component.expanded.data();
-  const auto [end, used, samples] = ka::expand_runs<1>(data, {out}, count, 0);
-  if (bytes > count || end != ka::RowEnd::kWhole || used != bytes) {
+  const std::span row(component.expanded.data(), count);
+  if (bytes > count || ka::expand_pairs(data, row) != ka::RowEnd::kWhole) {
     return img_error(handle, IMG_ERR_CORRUPT, 0);
   }
-  component.samples = {out, count};
+  component.samples = row;
   return 1;
 }
 

@@ -19,7 +19,6 @@ constexpr std::uint8_t kTypes = 32;           // types are below
 constexpr unsigned kNeeded = 0b111101;        // bit t: type kSizeRecord + t; 20 may be missing
 constexpr std::size_t kSizeRecordBytes = 32;  // as far as anything in it is looked at
 constexpr std::uint8_t kLastPart = 17;        // byte of the size record in front of the pixels
-constexpr std::size_t kPacketBytes = 4;       // count, red, green, blue
 
 struct SizeRecord {
   std::uint32_t width, height;
@@ -99,10 +98,13 @@ int img_read_lwi(img_file* handle, img_line* line) {
   auto planes = ka::plane_pointers<std::uint8_t, 3>(line);
   auto left = static_cast<std::size_t>(handle->width);
   while (left > 0) {
-    const auto packets = state.packets.ahead(kPacketBytes);
-    if (packets.size() < kPacketBytes) return fail(handle, state, IMG_ERR_READ, errno);
-    const auto [end, used, pixels] = ka::expand_runs(packets, planes, left, 0);
-    if (end == ka::RowEnd::kCorrupt) return fail(handle, state, IMG_ERR_CORRUPT, 0);
+    const auto packets = state.packets.ahead(ka::kRunBytes);
+    if (packets.size() < ka::kRunBytes) return fail(handle, state, IMG_ERR_READ, errno);
+    auto [end, used, pixels] = ka::expand_runs(packets, planes, left);
+    if (end == ka::RowEnd::kCorrupt) {
+      if (packets[used] != 0) return fail(handle, state, IMG_ERR_CORRUPT, 0);
+      used += ka::kRunBytes;  // an empty packet does no harm
+    }
     (void)state.packets.take(used);
     for (std::uint8_t*& plane : planes) plane += pixels;
     left -= pixels;

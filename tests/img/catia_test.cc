@@ -85,7 +85,8 @@ const std::vector<test::Picture> kPictures = {
      kRgb,
      {{{1, 1, 2}, {4, 5, 6}, {7, 7, 7}}, {{1, 1, 1}, {1, 2, 3}, {7, 7, 7}}}},
     {"PairsOfNothing",
-     header(7, 1) + sub_block({0, 9, 7, 1}) + sub_block({3, 2, 0, 9, 4, 2}) + sub_block({7, 3}),
+     header(7, 1) + sub_block({0, 9, 7, 1}) + sub_block({3, 2, 0, 9, 4, 2}) +
+         sub_block({7, 3, 0, 9}),
      kPicture,
      kRgb,
      {flat(7, 1, 2, 3)}},
@@ -169,7 +170,7 @@ const std::vector<test::Refusal> kSubBlocks = {
     {"PairsEndEarly", damaged(sub_block({3, 1})), IMG_ERR_CORRUPT, 0},
     {"HalfAPair", damaged(sub_block({4, 1, 0})), IMG_ERR_CORRUPT, 0},
     {"PairBehindTheEnd",
-     header(6, 1) + sub_block({6, 1, 0, 1}) + sub_block({6, 1}) + sub_block({6, 1}),
+     header(6, 1) + sub_block({6, 1, 1, 1}) + sub_block({6, 1}) + sub_block({6, 1}),
      IMG_ERR_CORRUPT, 0},
     {"SecondLineIsMissing", header(kWide, 2) + wide_lines({1, 2, 3, 4, 5}), IMG_ERR_READ, 1},
     {"SecondLineIsDamaged",
