@@ -20,6 +20,7 @@ constexpr std::size_t kHeaderBytes = 1200;
 constexpr std::size_t kRecordBytes = 80;
 constexpr std::size_t kMostBytes = 3276 * kRecordBytes;  // of the data of a sub-block
 constexpr std::size_t kMostSamples = 262144;             // of a sub-block; as they are, fewer fit
+constexpr std::size_t kLengthsBuffer = 4096;             // bytes; small sub-blocks come together
 constexpr std::size_t kLongestRun = 255;
 
 // The fields of the header that are known.
@@ -131,7 +132,7 @@ int read_file(img_file* handle, CatiaState& state) {
       std::min(state.block_lines, height) * static_cast<std::size_t>(handle->width);
   ka::FileReader lengths;
   std::uint64_t offset = kHeaderBytes;
-  lengths.start(handle, offset, kRecordBytes);
+  lengths.start(handle, offset, kLengthsBuffer);
   for (Component& component : state.components) {
     component.in.start(handle, offset, kRecordBytes + kMostBytes);
     component.expanded = ka::Buffer(block_samples);
