@@ -9,7 +9,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <fstream>
+#include <sstream>
 
 #include <ka/mem.h>
 #include <ka/message.h>
@@ -176,6 +178,15 @@ Limit::~Limit() { setrlimit(resource_, &saved_); }
 int open_descriptors() {
   const auto entries = std::filesystem::directory_iterator("/proc/self/fd");
   return int(std::distance(begin(entries), end(entries)));
+}
+
+std::string find_program(const std::string& name) {
+  const char* const path = std::getenv("PATH");
+  std::istringstream folders(path ? path : "");
+  for (std::string folder; std::getline(folders, folder, ':');) {
+    if (exists(folder + "/" + name)) return folder + "/" + name;
+  }
+  return {};
 }
 
 Outcome run(const std::string& path, const Program& program) {

@@ -3,25 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cstdlib>
 #include <functional>
 #include <random>
 #include <span>
-#include <sstream>
 
 #include "support.h"
 
 namespace {
-
-// The path of a program, empty where it is not installed.
-std::string find_program(const std::string& name) {
-  const char* const folders = std::getenv("PATH");
-  std::istringstream in(folders ? folders : "");
-  for (std::string folder; std::getline(in, folder, ':');) {
-    if (test::exists(folder + "/" + name)) return folder + "/" + name;
-  }
-  return {};
-}
 
 void run(const std::string& program, const std::vector<std::string>& arguments) {
   const test::Outcome outcome = test::run(program, {.arguments = arguments});
@@ -86,7 +74,7 @@ std::vector<std::string> ffmpeg_arguments(std::initializer_list<const char*> inp
 }
 
 TEST(Alias, GoesThroughFfmpeg) {
-  const std::string ffmpeg = find_program("ffmpeg");
+  const std::string ffmpeg = test::find_program("ffmpeg");
   if (ffmpeg.empty()) GTEST_SKIP() << "ffmpeg is not installed";
   const test::Scratch scratch;
   const test::Image image = noise(IMG_TYPE_RGB);
@@ -104,7 +92,7 @@ TEST(Alias, GoesThroughFfmpeg) {
 // Stripes 16 columns wide. Other programs filter chroma and round in ways of their own, so the
 // edges do not count.
 TEST(Quantel, GoesThroughFfmpeg) {
-  const std::string ffmpeg = find_program("ffmpeg");
+  const std::string ffmpeg = test::find_program("ffmpeg");
   if (ffmpeg.empty()) GTEST_SKIP() << "ffmpeg is not installed";
   const test::Scratch scratch;
   const test::Image image = picture(IMG_TYPE_RGB, 720, 576, [](int x, int y, std::size_t slot) {
@@ -134,7 +122,7 @@ void draw(const std::string& program, const std::string& file, const std::string
 }
 
 TEST(Eps, IsDrawnByGhostscript) {
-  const std::string gs = find_program("gs");
+  const std::string gs = test::find_program("gs");
   if (gs.empty()) GTEST_SKIP() << "Ghostscript is not installed";
   for (const int type : {IMG_TYPE_RGB, IMG_TYPE_S}) {
     SCOPED_TRACE(type);
@@ -157,7 +145,7 @@ test::Image turned(const img_image* image) {
 
 // A page as wide as the picture is high, and twice that.
 TEST(Ps, IsDrawnByGhostscript) {
-  const std::string gs = find_program("gs");
+  const std::string gs = test::find_program("gs");
   if (gs.empty()) GTEST_SKIP() << "Ghostscript is not installed";
   for (const int type : {IMG_TYPE_RGB, IMG_TYPE_S}) {
     SCOPED_TRACE(type);
