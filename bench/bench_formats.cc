@@ -6,15 +6,6 @@
 namespace bench {
 namespace {
 
-void put_be16(Bytes& bytes, std::size_t at, std::size_t value) {
-  bytes[at] = std::uint8_t(value >> 8);
-  bytes[at + 1] = std::uint8_t(value);
-}
-void put_be32(Bytes& bytes, std::size_t at, std::size_t value) {
-  put_be16(bytes, at, value >> 16);
-  put_be16(bytes, at + 2, value);
-}
-
 // Runs of equal elements and stretches of others, up to 127 elements each: put(first, count,
 // is_run).
 template <typename Equal, typename Put>

@@ -2,23 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <random>
-#include <sstream>
 
 #include "support.h"
 
 namespace {
-
-// A program in one of the folders of PATH, empty when there is none.
-std::string find_program(const std::string& name) {
-  const char* const path = std::getenv("PATH");
-  std::istringstream folders(path ? path : "");
-  for (std::string folder; std::getline(folders, folder, ':');) {
-    if (test::exists(folder + "/" + name)) return folder + "/" + name;
-  }
-  return {};
-}
 
 struct Peer {
   const char* name;
@@ -74,7 +62,7 @@ class WrittenFile : public testing::TestWithParam<Peer> {};
 
 TEST_P(WrittenFile, IsReadByAPeer) {
   const Peer& peer = GetParam();
-  const std::string program = find_program(peer.program);
+  const std::string program = test::find_program(peer.program);
   if (program.empty()) GTEST_SKIP() << peer.program << " is not installed";
   const test::Scratch scratch;
   const std::string path = scratch.path(std::string("picture.") + peer.extension);
@@ -115,7 +103,7 @@ INSTANTIATE_TEST_SUITE_P(Peers, WrittenFile, testing::ValuesIn(kPeers), test::ro
 
 // libtiff tells what it does not expect as a warning; it decodes every strip here.
 TEST(WrittenTiff, LeavesNothingToWarnOf) {
-  const std::string program = find_program("tiffinfo");
+  const std::string program = test::find_program("tiffinfo");
   if (program.empty()) GTEST_SKIP() << "tiffinfo is not installed";
   for (const auto& [format, type] : {std::pair{IMG_FORMAT_TIF, IMG_TYPE_RGBA},
                                      {IMG_FORMAT_TIFU, IMG_TYPE_RGBA_FP},
@@ -132,7 +120,7 @@ TEST(WrittenTiff, LeavesNothingToWarnOf) {
 
 // Strips, planes and byte orders as libtiff arranges them anew.
 TEST(WrittenTiff, IsReadAfterItWasCopied) {
-  const std::string program = find_program("tiffcp");
+  const std::string program = test::find_program("tiffcp");
   if (program.empty()) GTEST_SKIP() << "tiffcp is not installed";
   using Options = std::vector<std::string>;
   const std::vector<Options> copies = {{"-c", "none", "-r", "3"},
