@@ -9,8 +9,11 @@ namespace {
 
 using benchmark::DoNotOptimize;
 
-[[gnu::noipa]] void do_nothing(const char* /*format*/, ...) {}
-[[gnu::noipa]] void do_nothing_numbered(int /*number*/, const char* /*format*/, ...) {}
+// The empty statement keeps the calls from being left out.
+[[gnu::noinline]] void do_nothing(const char* /*format*/, ...) { asm volatile(""); }
+[[gnu::noinline]] void do_nothing_numbered(int /*number*/, const char* /*format*/, ...) {
+  asm volatile("");
+}
 
 void BM_empty(benchmark::State& state) {
   int value = 5;
