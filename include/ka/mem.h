@@ -74,8 +74,8 @@ void ka_mem_error_handler(ka_mem_error_function handler);
 /* Asks a module to release about `wanted` bytes. Called once for every thread that has a context
  * area of the module, with ka_context_mem giving that thread's areas, or once as it is when no
  * thread has one. The threads themselves go on: what they share with the handler needs a lock,
- * which the handler tries rather than waits for, since the caller may hold it. Returns  0 when the
- * areas of further threads need not be asked. */
+ * which the handler tries rather than waits for, since the caller may hold it.
+ *   Returns  0 when the areas of further threads need not be asked. */
 typedef int (*ka_mem_limit_function)(int64_t wanted);
 /* Installs the limit handler of a module, null removes it. */
 void ka_mem_limit_handler(int module, ka_mem_limit_function handler);
@@ -137,9 +137,9 @@ void ka_mem_blkfrelease(ka_mem_pool* pool, void* element);
 void ka_mem_blkclear(ka_mem_pool* pool);
 
 /* Calls the function with every element in use, newest chunk first, within a chunk in address
- * order. It may release the element that it is called with, and no other. Cost     for each chunk
- * one walk over the free elements. Threads  takes no lock: no other thread may use the pool
- * meanwhile. */
+ * order. It may release the element that it is called with, and no other.
+ *   Cost     for each chunk one walk over the free elements.
+ *   Threads  takes no lock: no other thread may use the pool meanwhile. */
 void ka_mem_blkenumerate(ka_mem_pool* pool, void (*function)(void* element));
 void ka_mem_blkenumerate_x(ka_mem_pool* pool, void (*function)(void* element, void* argument),
                            void* argument);

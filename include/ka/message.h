@@ -29,10 +29,11 @@ enum ka_subverbosity {
 };
 
 /* Message functions take a printf format and its arguments; the n-forms take a message number (0 to
- * 999) first, which becomes part of the code. Text     newlines become blanks; a text of 300
- * characters or more keeps its first and last 147, with "[...]" between. Cost     a message whose
- * level is off costs one test; nothing is formatted. Threads  any; lines of several threads do not
- * mix. */
+ * 999) first, which becomes part of the code.
+ *   Text     newlines become blanks; a text of 300 characters or more keeps its first and last 147,
+ *            with "[...]" between.
+ *   Cost     a message whose level is off costs one test; nothing is formatted.
+ *   Threads  any; lines of several threads do not mix. */
 KA_NORETURN void ka_fatal(const char* format, ...) KA_PRINTF(1, 2);
 /* Fatal messages always show, also stand in the log file, and end the process with exit status 1.
  */
@@ -69,8 +70,9 @@ void ka_errorhandler(ka_error_callback handler);
  * "default", "all", "phase", "progress", "vprogress", "time", "scene", "memory", "render",
  * "vrender", "resources", "network", "files", "debug", "msgcode", "msgtrans" and "tessellate",
  * which may be abbreviated, or bit numbers, separated by commas. An item that starts with "-", "!"
- * or "~" is taken out again. Earlier items come first: "all,-files". Returns  1, or 0 after an
- * error message for an unknown name; what stood before it is in the mask. */
+ * or "~" is taken out again. Earlier items come first: "all,-files".
+ *   Returns  1, or 0 after an error message for an unknown name; what stood before it is in the
+ *            mask. */
 int ka_parse_subverbosity(uint32_t* mask, const char* text);
 
 /* Switches coloured lines on standard error: "on", "t..." and "1..." take the default colours,
