@@ -151,7 +151,8 @@ Histograms HistogramPass::result() const {
     if (settings_.ignore_alpha) continue;
     for (int d = -kLargestSample; d <= kLargestSample; ++d) {
       auto& bins = is_signed && d < 0 ? histograms.negative_alpha : histograms.alpha;
-      bins[bin_of_alpha(d)] += alpha_[set][std::size_t(int{kCounterMiddle} + d)];
+      const int place = int{kCounterMiddle} + d;
+      bins[bin_of_alpha(d)] += alpha_[set][std::size_t(place)];
     }
   }
   return histograms;
