@@ -48,7 +48,8 @@ void ka_wakeup(ka_waitchan* channel);           /* wakes one sleeper, now or lat
 void ka_msg_usleep(unsigned microseconds);
 
 /* Attaches the calling thread, as thread 0, to the library. The first call of every program that
- * uses it. Returns  1; a system that cannot give a thread-specific key ends the process. */
+ * uses it.
+ *   Returns  1; a system that cannot give a thread-specific key ends the process. */
 int ka_lumoralib_attach_process(void);
 /* Releases what the calling thread holds of the library. Nothing of the library is used afterwards.
  */
@@ -56,7 +57,7 @@ void ka_lumoralib_detach_process(void);
 
 /* Starts a detached thread that runs `function` with `argument`, in the default transaction.
  *   Returns  the thread's number, or -1 after an error message: no number is free, or the system
- * refused. */
+ *            refused. */
 typedef void (*ka_thread_function)(void* argument);
 int ka_msg_start_thread(ka_thread_function function, void* argument);
 
