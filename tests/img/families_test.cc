@@ -16,7 +16,7 @@
 namespace {
 
 // Families with small files in the folders of the fuzz targets.
-constexpr const char* kFamilies[] = {"bmp", "ct", "ppm", "rgb", "tga", "tif"};
+constexpr const char* kFamilies[] = {"bmp", "catia", "ct", "lwi", "ppm", "rgb", "tga", "tif"};
 
 struct FormatAndType {
   int format, type;
@@ -28,11 +28,15 @@ std::string name_of(const FormatAndType& pair) {
   return name;
 }
 
+// Formats that take lines and keep none of them, and those of which files are written only.
+bool keeps_nothing(int format) { return format == IMG_FORMAT_NULL || format == IMG_FORMAT_LWI; }
+bool is_write_only(int format) { return format == IMG_FORMAT_ZPIC; }
+
 std::vector<FormatAndType> writable_pairs() {
   std::vector<FormatAndType> pairs;
   for (int format = 0; format < IMG_FORMAT_CUSTOM; ++format) {
     const img_format_row& row = img_format_at(format);
-    if (!row.driver.read || !row.driver.write) continue;
+    if (!row.driver.write || keeps_nothing(format)) continue;
     for (int type = 0; type < IMG_TYPE_COUNT; ++type) {
       if (row.type_map >> type & 1) pairs.push_back({format, type});
     }
@@ -79,6 +83,7 @@ TEST_P(Written, ComesBack) {
     const test::Scratch scratch;
     const test::Image image = random_picture(type, width, height);
     ASSERT_EQ(test::write_image(scratch.path("a"), format, image.get()), IMG_ERR_NONE);
+    if (is_write_only(format)) continue;
     const test::Image read = test::read_image(scratch.path("a"), IMG_TYPE_FILE);
     ASSERT_TRUE(read);
     EXPECT_EQ(read->type, read_type);
@@ -241,6 +246,7 @@ TEST_P(SmallFile, GivesNoMoreThanAPrefixHolds) {
 // Read as rgba as well, so that lines are converted.
 TEST_P(SmallFile, MayHaveAnyByteInItsHeader) {
   const std::string& whole = GetParam().bytes;
+  (void)read(whole, IMG_TYPE_RGBA);  // the thread's tables are laid out
   const std::size_t live = ka_mem_getsize();
   for (std::size_t at = 0; at < std::min<std::size_t>(whole.size(), 128); ++at) {
     for (const int value : {0, 127, 128, 255}) {
