@@ -1,67 +1,11 @@
-// Reading whole pictures of the uncompressed and run-length encoded formats from the page cache, in
-// the file's own pixel type.
-#include <algorithm>
-#include <array>
-#include <memory>
-#include <span>
-#include <string>
-#include <string_view>
-#include <vector>
-
-#include <ka/img.h>
-
+// Reading whole SGI, Targa and native pictures from the page cache.
 #include "benchmarks.h"
-#include "files.h"
+#include "format_files.h"
 #include "pictures.h"
-#include "ratios.h"
 
 namespace bench {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-
-struct ReleaseImage {
-  void operator()(img_image* image) const { ka_img_image_release(image); }
-};
-using Image = std::unique_ptr<img_image, ReleaseImage>;
-
-// What the rows of a picture look like to a run-length encoder.
-enum class Content { kNoise, kShortRuns };
-
-// Noise, or stretches of 1 to 16 equal samples.
-Bytes make_plane(Content content, std::uint32_t seed) {
-  Bytes plane(kPixels);
-  std::uint32_t state = seed;
-  const auto random = [&state] { return (state = state * 1664525 + 1013904223) >> 24; };
-  for (std::size_t i = 0; i < plane.size();) {
-    const std::size_t length = content == Content::kNoise ? 1 : 1 + random() % 16;
-    const std::size_t end = std::min(i + length, plane.size());
-    std::fill(plane.begin() + long(i), plane.begin() + long(end), std::uint8_t(random()));
-    i = end;
-  }
-  return plane;
-}
-
-using Planes = std::array<Bytes, 4>;
-
-// The planes of a picture, in lines of kWidth samples.
-const Planes& planes_of(Content content) {
-  static std::array<Planes, 2> made;
-  Planes& planes = made[std::size_t(content)];
-  for (std::uint32_t c = 0; c < planes.size() && planes[c].empty(); ++c) {
-    planes[c] = make_plane(content, c + 1);
-  }
-  return planes;
-}
-
-std::span<const std::uint8_t> row_of(const Planes& planes, std::size_t channel, std::size_t y) {
-  return std::span(planes[channel]).subspan(y * kWidth, kWidth);
-}
-
-void append(Bytes& bytes, std::span<const std::uint8_t> more) {
-  bytes.resize(bytes.size() + more.size());
-  std::ranges::copy(more, bytes.end() - long(more.size()));
-}
 void put_be16(Bytes& bytes, std::size_t at, std::size_t value) {
   bytes[at] = std::uint8_t(value >> 8);
   bytes[at + 1] = std::uint8_t(value);
@@ -131,15 +75,6 @@ Bytes encoded_sgi(Content content, bool is_planar) {
   return file;
 }
 
-// Pixels of `depth` bytes, one behind the other.
-Bytes interleaved(Content content, std::size_t depth) {
-  Bytes pixels(depth * kPixels);
-  for (std::size_t i = 0; i < kPixels; ++i) {
-    for (std::size_t c = 0; c < depth; ++c) pixels[depth * i + c] = planes_of(content)[c][i];
-  }
-  return pixels;
-}
-
 Bytes targa_header(int type, std::size_t depth) {
   Bytes file(18);
   file[2] = std::uint8_t(type);
@@ -196,71 +131,6 @@ Bytes native_texture(int code, std::size_t sample_bytes) {
   return file;
 }
 
-// Packets of one pixel each or of short runs, in which one plane stands for all three.
-Bytes lwi(Content content) {
-  Bytes file = {21, 0, 22, 0, 23, 0, 24, 0, 19, 12};
-  file.resize(8 + 27);
-  put_be32(file, 8 + 6, kWidth);
-  put_be32(file, 8 + 10, kHeight);
-  file[8 + 14] = 17;
-  const Bytes& plane = planes_of(content)[0];
-  for (std::size_t i = 0, end; i < kPixels; i = end) {
-    const std::size_t row_end = i / kWidth * kWidth + kWidth;
-    const std::uint8_t value = plane[i];
-    end = i + 1;
-    while (content == Content::kShortRuns && end < row_end && plane[end] == value) ++end;
-    append(file, std::array{std::uint8_t(end - i), value, value, value});
-  }
-  return file;
-}
-
-void put_le32(Bytes& bytes, std::size_t at, std::size_t value) {
-  for (std::size_t i = 0; i < 4; ++i) bytes[at + i] = std::uint8_t(value >> 8 * i);
-}
-void put_text(Bytes& bytes, std::size_t at, std::string_view text) {
-  std::ranges::copy(text, bytes.begin() + long(at));
-}
-
-void append_catia_block(Bytes& file, std::span<const std::uint8_t> samples, bool as_pairs) {
-  Bytes pairs;
-  for (std::size_t i = 0, end; as_pairs && i < samples.size(); i = end) {
-    for (end = i + 1; end < samples.size() && end < i + 255 && samples[end] == samples[i];) ++end;
-    append(pairs, std::array{std::uint8_t(end - i), samples[i]});
-  }
-  const std::span<const std::uint8_t> data = as_pairs ? pairs : samples;
-  const std::size_t start = file.size();
-  file.resize(start + 80);
-  put_le32(file, start, data.size());
-  append(file, data);
-  file.resize((file.size() + 79) / 80 * 80);
-}
-
-Bytes catia(Content content) {
-  Bytes file(1200);
-  put_text(file, 96, "PIXEL   ");
-  put_text(file, 114, "2");
-  put_text(file, 152, "PICTURE ");
-  put_le32(file, 1120, kWidth);
-  put_le32(file, 1124, kHeight);
-  put_le32(file, 1128, 1);
-  put_le32(file, 1132, 10407);
-  constexpr std::size_t block = 262144 / kWidth * kWidth;
-  for (std::size_t c = 0; c < 3; ++c) {
-    for (std::size_t i = 0; i < kPixels; i += block) {
-      const auto plane = std::span(planes_of(content)[c]);
-      append_catia_block(file, plane.subspan(i, std::min(block, kPixels - i)),
-                         content == Content::kShortRuns);
-    }
-  }
-  return file;
-}
-
-struct Picture {
-  const char* name;
-  std::size_t pixel_bytes;
-  Bytes (*make)();
-};
-
 constexpr std::array kPictures = {
     Picture{"sgi/verbatim", 3, [] { return verbatim_sgi(Content::kNoise); }},
     Picture{"sgi/literals/by_line", 3, [] { return encoded_sgi(Content::kNoise, false); }},
@@ -273,50 +143,13 @@ constexpr std::array kPictures = {
     Picture{"tga/32", 4, [] { return plain_targa(Content::kNoise, 4); }},
     Picture{"tga/packed/literals", 4, [] { return packed_targa(Content::kNoise); }},
     Picture{"tga/packed/short_runs", 4, [] { return packed_targa(Content::kShortRuns); }},
-    Picture{"catia/plain", 3, [] { return catia(Content::kNoise); }},
-    Picture{"catia/short_runs", 3, [] { return catia(Content::kShortRuns); }},
-    Picture{"lwi/single", 3, [] { return lwi(Content::kNoise); }},
-    Picture{"lwi/short_runs", 3, [] { return lwi(Content::kShortRuns); }},
     Picture{"native/ct", 4, [] { return native_texture(3, 1); }},
     Picture{"native/ct_16", 8, [] { return native_texture(6, 2); }},
     Picture{"native/ct_fp", 16, [] { return native_texture(11, 4); }},
 };
 
-// A picture's file and the image that it is read into, made when they are first needed.
-class Reading {
- public:
-  explicit Reading(const Picture& picture) : picture_(picture) {}
-
-  void operator()() {
-    if (path_.empty()) prepare();
-    img_file handle{};
-    if (!ka_img_open(&handle, path_.c_str(), IMG_TYPE_FILE)) fail(path_);
-    if (!image_) image_.reset(ka_img_image_alloc(&handle));
-    if (!ka_img_image_read(&handle, image_.get()) || !ka_img_close(&handle)) fail(path_);
-  }
-
- private:
-  void prepare() {
-    static const TemporaryFolder folder;
-    std::string name = picture_.name;
-    std::ranges::replace(name, '/', '_');
-    path_ = folder.path(name);
-    write_file(path_, picture_.make());
-  }
-
-  Picture picture_;
-  std::string path_;
-  Image image_;
-};
-
 }  // namespace
 
-void add_format_benchmarks() {
-  for (const Picture& picture : kPictures) {
-    const auto reading = std::make_shared<Reading>(picture);
-    add(std::string("read/") + picture.name, picture.pixel_bytes * kPixels,
-        [reading] { (*reading)(); });
-  }
-}
+void add_format_benchmarks() { add_readings(kPictures); }
 
 }  // namespace bench

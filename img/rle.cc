@@ -77,6 +77,18 @@ struct PixelForm {
   }
 };
 
+struct PackBitsForm {
+  static constexpr std::size_t kSampleBytes = 1;
+  static constexpr std::size_t kControlBytes = 1;
+  static constexpr bool kSwaps = false;
+  static constexpr bool kHasClosing = false;
+  static Control control(const std::uint8_t* bytes) {
+    const std::size_t c = *bytes;
+    if (c <= 128) return {c < 128 ? c + 1 : 0, true};
+    return {257 - c, false};
+  }
+};
+
 // Moves a packet in whole chunks: up to in_chunks(bytes) are read and written.
 template <typename Form>
 KA_KERNEL void move_chunks(std::uint8_t* out, const std::uint8_t* in, std::size_t bytes,
@@ -107,25 +119,33 @@ void move_exactly(std::uint8_t* out, const std::uint8_t* in, std::size_t bytes, 
   }
 }
 
+struct Expanded {
+  RowEnd end;
+  std::size_t used;    // bytes of the packets
+  std::size_t filled;  // bytes of the row
+};
+
 template <typename Form>
-PixelRow expand(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row) {
+Expanded expand(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row) {
   constexpr std::size_t room = in_chunks(kLongestRead * Form::kSampleBytes);
   const std::uint8_t* in = packets.data();
   const std::uint8_t* const in_end = in + packets.size();
   std::uint8_t* out = row.data();
   std::uint8_t* const out_end = out + row.size();
-  const auto ended = [&](RowEnd end) { return PixelRow{end, std::size_t(in - packets.data())}; };
+  const auto ended = [&](RowEnd end) {
+    return Expanded{end, std::size_t(in - packets.data()), std::size_t(out - row.data())};
+  };
   while (Form::kHasClosing || out < out_end) {
     if (std::size_t(in_end - in) < Form::kControlBytes) {
       return ended(out == out_end ? RowEnd::kWhole : RowEnd::kShort);
     }
     const auto [count, literal] = Form::control(in);
-    in += Form::kControlBytes;
     if (Form::kHasClosing && count == 0) break;
     const std::size_t bytes = count * Form::kSampleBytes;
     const std::size_t stored = literal ? bytes : Form::kSampleBytes;
     if (bytes > std::size_t(out_end - out)) return ended(RowEnd::kCorrupt);
-    if (stored > std::size_t(in_end - in)) return ended(RowEnd::kShort);
+    if (stored + Form::kControlBytes > std::size_t(in_end - in)) return ended(RowEnd::kShort);
+    in += Form::kControlBytes;
     if (std::size_t(out_end - out) >= room && std::size_t(in_end - in) >= room) {
       move_chunks<Form>(out, in, bytes, literal);
     } else {
@@ -288,16 +308,29 @@ RowEnd expand_counted(std::span<const std::uint8_t> packets, std::span<Sample> l
 
 PixelRow expand_pixels(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row,
                        std::size_t pixel_bytes) {
-  switch (pixel_bytes) {
-    case 1:
-      return expand<PixelForm<1>>(packets, row);
-    case 2:
-      return expand<PixelForm<2>>(packets, row);
-    case 3:
-      return expand<PixelForm<3>>(packets, row);
-    default:
-      return expand<PixelForm<4>>(packets, row);
+  constexpr std::array expand_form = {expand<PixelForm<1>>, expand<PixelForm<2>>,
+                                      expand<PixelForm<3>>, expand<PixelForm<4>>};
+  const auto [end, used, filled] = expand_form[pixel_bytes - 1](packets, row);
+  return {end, used};
+}
+
+PackBitsRow expand_packbits(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row) {
+  const auto [end, used, filled] = expand<PackBitsForm>(packets, row);
+  return {end, used, filled};
+}
+
+PackBitsRow skip_packbits(std::span<const std::uint8_t> packets, std::uint64_t count) {
+  std::size_t used = 0, filled = 0;
+  while (filled < count) {
+    if (used == packets.size()) return {RowEnd::kShort, used, filled};
+    const auto [bytes, literal] = PackBitsForm::control(packets.data() + used);
+    const std::size_t stored = 1 + (literal ? bytes : 1);
+    if (bytes > count - filled) return {RowEnd::kCorrupt, used, filled};
+    if (stored > packets.size() - used) return {RowEnd::kShort, used, filled};
+    used += stored;
+    filled += bytes;
   }
+  return {RowEnd::kWhole, used, filled};
 }
 
 const KernelTable<RunKernel>& run_kernels() { return expand_runs_kernels; }
@@ -336,6 +369,48 @@ std::size_t compact_counted(std::span<const Sample> line, std::span<std::uint8_t
     }
   }
   return static_cast<std::size_t>(to_file(out, Sample{0}) - packets.data());
+}
+
+std::size_t compact_packbits(std::span<const std::uint8_t> row, std::span<std::uint8_t> packets) {
+  constexpr std::uint8_t full = 127, run_of_two = 255;  // control bytes
+  constexpr std::size_t longest_run = 128;              // bytes
+  enum class State { kBase, kLiteral, kLiteralRun };
+  State state = State::kBase;
+  std::uint8_t* out = packets.data();
+  std::uint8_t* literal = nullptr;  // control byte of the last literal
+  for (std::size_t at = 0; at < row.size();) {
+    const std::uint8_t value = row[at];
+    const std::size_t end = run_end(row, at);
+    while (at < end) {
+      const std::size_t left = end - at;
+      if (state == State::kLiteralRun) {  // out[-2] and out[-1] are a run
+        const bool joins = left <= 2 && out[-2] == run_of_two && *literal < full - 1;
+        if (joins) {
+          out[-2] = out[-1];
+          *literal = static_cast<std::uint8_t>(*literal + 2);
+        }
+        state = joins && *literal < full ? State::kLiteral : State::kBase;
+      }
+      if (left > 1) {
+        const std::size_t count = std::min(left, longest_run);
+        *out++ = static_cast<std::uint8_t>(257 - count);
+        *out++ = value;
+        at += count;
+        if (state == State::kLiteral) state = State::kLiteralRun;
+        continue;
+      }
+      if (state == State::kBase) {
+        literal = out++;
+        *literal = 0;
+        state = State::kLiteral;
+      } else if (++*literal == full) {
+        state = State::kBase;
+      }
+      *out++ = value;
+      ++at;
+    }
+  }
+  return static_cast<std::size_t>(out - packets.data());
 }
 
 template RowEnd expand_counted(std::span<const std::uint8_t>, std::span<std::uint8_t>);

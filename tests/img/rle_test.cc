@@ -210,6 +210,122 @@ TEST(PixelPackets, EndWithTheRow) {
   EXPECT_EQ(row, (Bytes{1, 2, 3, 1, 2, 3}));
 }
 
+Bytes pack_bits(const Bytes& row) {
+  Bytes packets(ka::packbits_bound(row.size()));
+  const auto exact = std::make_unique<std::uint8_t[]>(packets.size());
+  const std::size_t used = ka::compact_packbits(row, {exact.get(), packets.size()});
+  return {exact.get(), exact.get() + used};
+}
+
+const std::vector<Row<std::uint8_t>> kPackBitsRows = {
+    {"Empty", {}, {}},
+    {"OneByte", {7}, {0, 7}},
+    {"Literals", {7, 8, 9}, {2, 7, 8, 9}},
+    {"RunOfTwo", {7, 7}, {255, 7}},
+    {"Run", repeated(9, 7), {248, 7}},
+    {"Run128", repeated(128, 7), {129, 7}},
+    {"Run129", repeated(129, 7), {129, 7, 0, 7}},
+    {"Run130", repeated(130, 7), {129, 7, 255, 7}},
+    {"Run300", repeated(300, 7), {129, 7, 129, 7, 213, 7}},
+    {"RunOfTwoBetweenLiterals", {1, 2, 2, 3}, {3, 1, 2, 2, 3}},
+    {"RunsOfTwoBehindALiteral", {1, 2, 2, 3, 3, 4}, {5, 1, 2, 2, 3, 3, 4}},
+    {"RunOfTwoAtTheEnd", {1, 2, 2}, {0, 1, 255, 2}},
+    {"RunOfTwoBeforeALongerOne", {1, 2, 2, 3, 3, 3}, {0, 1, 255, 2, 254, 3}},
+    {"RunOfThreeBetweenLiterals", {1, 2, 2, 2, 3}, {0, 1, 254, 2, 0, 3}},
+    {"RunsBeforeLiterals", {2, 2, 3, 3, 1}, {255, 2, 255, 3, 0, 1}},
+    {"RunOf130BehindALiteral", Bytes{1} + repeated(130, 2), {0, 1, 129, 2, 255, 2}},
+    {"RunOf129BehindALiteral", Bytes{1} + repeated(129, 2), {0, 1, 129, 2, 0, 2}},
+};
+
+// Bytes of which no two neighbours are equal.
+Bytes alternating(std::size_t count) {
+  Bytes bytes(count);
+  for (std::size_t i = 0; i < count; ++i) bytes[i] = std::uint8_t(i % 2 + 1);
+  return bytes;
+}
+
+// A literal holds 128 bytes; a run of two joins it as long as there is room for both.
+const std::vector<Row<std::uint8_t>> kFullLiterals = {
+    {"Literals128", alternating(128), Bytes{127} + alternating(128)},
+    {"Literals129", alternating(129), Bytes{127} + alternating(128) + Bytes{0, 1}},
+    {"RunOfTwoBehind128", alternating(128) + Bytes{9, 9, 1},
+     Bytes{127} + alternating(128) + Bytes{255, 9, 0, 1}},
+    {"RunOfTwoFills", alternating(126) + Bytes{9, 9, 1},
+     Bytes{127} + alternating(126) + Bytes{9, 9, 0, 1}},
+    {"RunOfTwoHasNoRoom", alternating(127) + Bytes{9, 9, 1},
+     Bytes{126} + alternating(127) + Bytes{255, 9, 0, 1}},
+};
+
+TEST(PackBits, AreTheseBytes) {
+  for (const auto* const table : {&kPackBitsRows, &kFullLiterals}) {
+    for (const auto& [name, row, packets] : *table) {
+      SCOPED_TRACE(name);
+      EXPECT_EQ(pack_bits(row), packets);
+      Bytes read(row.size());
+      EXPECT_EQ(ka::expand_packbits(packets, read).end, RowEnd::kWhole);
+      EXPECT_EQ(read, row);
+    }
+  }
+}
+
+// Decodes packets that are at hand piece by piece.
+RowEnd expand_pieces(const Bytes& packets, std::span<std::uint8_t> row, std::size_t piece) {
+  std::size_t used = 0, filled = 0;
+  while (true) {
+    const std::size_t count = std::min(piece, packets.size() - used);
+    const auto exact = std::make_unique<std::uint8_t[]>(count);
+    std::copy_n(packets.begin() + long(used), count, exact.get());
+    const auto part = ka::expand_packbits({exact.get(), count}, row.subspan(filled));
+    used += part.used;
+    filled += part.filled;
+    if (part.end != RowEnd::kShort || part.used == 0) return part.end;
+  }
+}
+
+TEST(PackBits, RandomRowsComeBack) {
+  std::mt19937 random(3);
+  for (int i = 0; i < 3000; ++i) {
+    Bytes row;
+    const std::size_t longest = 1 + random() % (i % 10 == 0 ? 300 : 4);
+    for (std::size_t runs = random() % 300; runs > 0; --runs) {
+      row = row + repeated(1 + random() % longest, std::uint8_t(1 + random() % 3));
+    }
+    Bytes packets = pack_bits(row);
+    ASSERT_LE(packets.size(), ka::packbits_bound(row.size()));
+    for (const std::size_t piece : {packets.size(), ka::kLongestPackBits}) {
+      Bytes read(row.size() + 1, 0x5a);
+      ASSERT_EQ(expand_pieces(packets, std::span(read).first(row.size()), piece), RowEnd::kWhole);
+      ASSERT_EQ(read.back(), 0x5a);
+      read.pop_back();
+      ASSERT_EQ(read, row);
+    }
+    const auto skipped = ka::skip_packbits(packets, row.size());
+    EXPECT_EQ(skipped.end, RowEnd::kWhole);
+    EXPECT_EQ(skipped.used, packets.size());
+    if (row.empty()) continue;
+    Bytes shorter(row.size() - 1);
+    const auto crossing = ka::expand_packbits(packets, shorter);
+    const bool ends_with_one = packets[packets.size() - 2] == 0;  // no byte of the row is 0
+    EXPECT_EQ(crossing.end, ends_with_one ? RowEnd::kWhole : RowEnd::kCorrupt);
+    EXPECT_EQ(ka::skip_packbits(packets, shorter.size()).end, crossing.end);
+    EXPECT_EQ(ka::skip_packbits(packets, shorter.size()).used, crossing.used);
+    packets.pop_back();
+    EXPECT_EQ(ka::expand_packbits(packets, row).end, RowEnd::kShort);
+    EXPECT_EQ(ka::skip_packbits(packets, row.size()).end, RowEnd::kShort);
+  }
+}
+
+TEST(PackBits, ControlsWithoutAMeaningAreLeftOut) {
+  const Bytes packets = {128, 128, 1, 5, 6, 128, 255, 7, 128};
+  Bytes row(4);
+  const auto [end, used, filled] = ka::expand_packbits(packets, row);
+  EXPECT_EQ(end, RowEnd::kWhole);
+  EXPECT_EQ(used, packets.size() - 1);  // what stands behind belongs to the next row
+  EXPECT_EQ(filled, 4u);
+  EXPECT_EQ(row, (Bytes{5, 6, 7, 7}));
+  EXPECT_EQ(ka::skip_packbits(packets, 2).used, 5u);
+}
+
 // Run packets, decoded one pixel after the other.
 ka::RunRow decode_runs(const Bytes& packets, std::array<Bytes, 3>& planes, std::size_t count) {
   ka::RunRow row{RowEnd::kWhole, 0, 0};
