@@ -8,15 +8,6 @@
 namespace bench {
 namespace {
 
-void put_be16(Bytes& bytes, std::size_t at, std::size_t value) {
-  bytes[at] = std::uint8_t(value >> 8);
-  bytes[at + 1] = std::uint8_t(value);
-}
-void put_be32(Bytes& bytes, std::size_t at, std::size_t value) {
-  put_be16(bytes, at, value >> 16);
-  put_be16(bytes, at + 2, value);
-}
-
 // Runs of equal elements and stretches of others, up to 127 elements each: put(first, count,
 // is_run).
 template <typename Equal, typename Put>
@@ -122,47 +113,6 @@ Bytes packed_targa(Content content) {
   return file;
 }
 
-// As there, one plane stands for all three.
-Bytes alias(Content content) {
-  Bytes file(10);
-  put_be16(file, 0, kWidth);
-  put_be16(file, 2, kHeight);
-  file[9] = 24;
-  for (std::size_t y = 0; y < kHeight; ++y) {
-    const auto row = row_of(planes_of(content), 0, y);
-    for (std::size_t i = 0, end; i < row.size(); i = end) {
-      for (end = i + 1; end < row.size() && end - i < 255 && row[end] == row[i];) ++end;
-      file.push_back(std::uint8_t(end - i));
-      file.insert(file.end(), 3, row[i]);
-    }
-  }
-  return file;
-}
-
-// Lines of 13 pixels in hexadecimal.
-Bytes postscript() {
-  const std::string size = std::to_string(kWidth) + " " + std::to_string(kHeight);
-  const std::string head =
-      "%!PS-Adobe-3.0\n%%Creator: Lumora\n% lu image data " + size + " color\nluimage\n";
-  Bytes file(head.begin(), head.end());
-  constexpr std::size_t row_bytes = 3 * std::size_t{kWidth}, text_bytes = 39;
-  const Bytes pixels = interleaved(Content::kNoise, 3);
-  for (std::size_t i = 0; i < pixels.size(); ++i) {
-    file.push_back(std::uint8_t("0123456789abcdef"[pixels[i] >> 4]));
-    file.push_back(std::uint8_t("0123456789abcdef"[pixels[i] & 15]));
-    const std::size_t end = i % row_bytes + 1;
-    if (end % text_bytes == 0 || end == row_bytes) file.push_back('\n');
-  }
-  return file;
-}
-
-constexpr std::size_t kFramePixels = 720 * 576;
-
-Bytes quantel_frame() {
-  const auto noise = std::span(planes_of(Content::kNoise)[0]).first(2 * kFramePixels);
-  return {noise.begin(), noise.end()};
-}
-
 // `sample_bytes` tells the bytes of a sample, a code which kind of texture it is.
 Bytes native_texture(int code, std::size_t sample_bytes) {
   Bytes file(8);
@@ -186,10 +136,6 @@ constexpr std::array kPictures = {
     Picture{"tga/32", 4, [] { return plain_targa(Content::kNoise, 4); }},
     Picture{"tga/packed/literals", 4, [] { return packed_targa(Content::kNoise); }},
     Picture{"tga/packed/short_runs", 4, [] { return packed_targa(Content::kShortRuns); }},
-    Picture{"alias/single_pixels", 3, [] { return alias(Content::kNoise); }},
-    Picture{"alias/short_runs", 3, [] { return alias(Content::kShortRuns); }},
-    Picture{"ps/colour", 3, postscript},
-    Picture{"qnt", 3, quantel_frame, kFramePixels},
     Picture{"native/ct", 4, [] { return native_texture(3, 1); }},
     Picture{"native/ct_16", 8, [] { return native_texture(6, 2); }},
     Picture{"native/ct_fp", 16, [] { return native_texture(11, 4); }},

@@ -86,6 +86,26 @@ void append(Bytes& bytes, std::span<const std::uint8_t> more) {
   std::ranges::copy(more, bytes.end() - long(more.size()));
 }
 
+void put_be16(Bytes& bytes, std::size_t at, std::size_t value) {
+  bytes[at] = std::uint8_t(value >> 8);
+  bytes[at + 1] = std::uint8_t(value);
+}
+void put_be32(Bytes& bytes, std::size_t at, std::size_t value) {
+  put_be16(bytes, at, value >> 16);
+  put_be16(bytes, at + 2, value);
+}
+
+void append_runs(Bytes& bytes, Content content) {
+  for (std::size_t y = 0; y < kHeight; ++y) {
+    const auto row = row_of(planes_of(content), 0, y);
+    for (std::size_t i = 0, end; i < row.size(); i = end) {
+      for (end = i + 1; end < row.size() && end - i < 255 && row[end] == row[i];) ++end;
+      bytes.push_back(std::uint8_t(end - i));
+      bytes.insert(bytes.end(), 3, row[i]);
+    }
+  }
+}
+
 void add_readings(std::span<const Picture> pictures) {
   for (const Picture& picture : pictures) {
     const auto reading = std::make_shared<Reading>(picture);

@@ -26,6 +26,11 @@ std::span<const std::uint8_t> row_of(const Planes& planes, std::size_t channel, 
 Bytes interleaved(Content content, std::size_t depth);
 
 void append(Bytes& bytes, std::span<const std::uint8_t> more);
+void put_be16(Bytes& bytes, std::size_t at, std::size_t value);
+void put_be32(Bytes& bytes, std::size_t at, std::size_t value);
+
+// Appends packets of a count and a pixel, in which one plane stands for all three.
+void append_runs(Bytes& bytes, Content content);
 
 struct Picture {
   const char* name;

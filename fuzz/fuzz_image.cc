@@ -3,8 +3,6 @@
 // lists the family's formats; of others only the header is read. FUZZ_SIZES lists the file sizes of
 // a format without a header: inputs become files of one of them, zero behind the input, and only
 // the first lines are read.
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -26,12 +24,10 @@ constexpr std::array kSizes = {FUZZ_SIZES};
 constexpr int kMostLines = 4;
 
 // The input's length tells which size it gets.
-void set_size(const fuzz::MemoryFile& file, std::size_t input) {
-  if (truncate(file.name(), kSizes[input % kSizes.size()]) != 0) std::abort();
-}
+std::int64_t file_size(std::size_t input) { return kSizes[input % kSizes.size()]; }
 #else
 constexpr int kMostLines = kMostPixels;
-void set_size(const fuzz::MemoryFile& /*file*/, std::size_t /*input*/) {}
+std::int64_t file_size(std::size_t input) { return std::int64_t(input); }
 #endif
 
 bool is_worth_reading(const img_file& file) {
@@ -44,8 +40,8 @@ bool is_worth_reading(const img_file& file) {
 void read_lines(img_file& file) {
   constexpr int most_failures = 100;
   img_line* const line = ka_img_line_alloc(&file);
-  const int height = std::min(file.height, kMostLines);
-  for (int y = 0, failed = 0; y < height && failed < most_failures; ++y) {
+  const int lines = std::min(file.height, kMostLines);
+  for (int y = 0, failed = 0; y < lines && failed < most_failures; ++y) {
     failed += ka_img_line_read(&file, line) == 0;
   }
   ka_mem_release(line);
@@ -62,8 +58,7 @@ void read_image(img_file& file) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   [[maybe_unused]] static const bool started = fuzz::start_library();
-  const fuzz::MemoryFile input(data, size);
-  set_size(input, size);
+  const fuzz::MemoryFile input(data, size, file_size(size));
   img_file file{};
   if (ka_img_open(&file, input.name(), IMG_TYPE_FILE) && is_worth_reading(file)) read_lines(file);
   ka_img_close(&file);

@@ -33,7 +33,7 @@ KA_IMAGE_DRIVER(targa);
 KA_IMAGE_DRIVER(tiff);
 KA_IMAGE_DRIVER(zpic);
 
-// Lines of Encapsulated PostScript are those of PostScript.
+// The lines of Encapsulated PostScript are those of PostScript.
 int img_test_eps(img_file* handle, const std::uint8_t* head);
 int img_open_eps(img_file* handle, const std::uint8_t* head);
 int img_create_eps(img_file* handle);
