@@ -15,8 +15,10 @@ constexpr std::size_t kLongestRead = 128;    // samples or pixels, of any packet
 
 // Packets are short: what a branch on their kind or length would cost when it is guessed wrong is
 // more than moving some bytes too many. A chunk holds whole pixels of 1 to 4 bytes.
+// It is made of vectors: as single words it would be put together in memory, which takes longer.
 constexpr std::size_t kChunkBytes = 48;
-using Chunk = std::array<std::uint64_t, kChunkBytes / 8>;
+using Words [[gnu::vector_size(16)]] = std::uint64_t;
+using Chunk = std::array<Words, kChunkBytes / sizeof(Words)>;
 
 constexpr std::size_t in_chunks(std::size_t bytes) {
   return (bytes + kChunkBytes - 1) / kChunkBytes * kChunkBytes;
@@ -27,10 +29,10 @@ constexpr std::uint64_t from_little(std::uint64_t word) {
 }
 
 // 16-bit samples of the file's byte order, big-endian, to the host's.
-constexpr std::uint64_t swap_samples(std::uint64_t word) {
-  if constexpr (std::endian::native == std::endian::big) return word;
+KA_KERNEL Words swap_samples(Words words) {
+  if constexpr (std::endian::native == std::endian::big) return words;
   constexpr std::uint64_t low_bytes = 0x00ff00ff00ff00ff;
-  return (word >> 8 & low_bytes) | (word & low_bytes) << 8;
+  return (words >> 8 & low_bytes) | (words & low_bytes) << 8;
 }
 
 // A chunk of one pixel over and over. Its first byte is the lowest of `pixel`.
@@ -41,10 +43,13 @@ KA_KERNEL Chunk repeated(std::uint64_t pixel) {
     const std::array words = {from_little(pixel | pixel << 24 | pixel << 48),
                               from_little(pixel >> 16 | pixel << 8 | pixel << 32 | pixel << 56),
                               from_little(pixel >> 8 | pixel << 16 | pixel << 40)};
-    for (std::size_t i = 0; i < chunk.size(); ++i) chunk[i] = words[i % 3];
+    for (std::size_t i = 0; i < chunk.size(); ++i) {
+      chunk[i] = Words{words[2 * i % 3], words[(2 * i + 1) % 3]};
+    }
   } else {
     constexpr std::uint64_t ones = ~std::uint64_t{0} / ((std::uint64_t{1} << 8 * PixelBytes) - 1);
-    chunk.fill(from_little(pixel * ones));
+    const std::uint64_t word = from_little(pixel * ones);
+    chunk.fill(Words{word, word});
   }
   return chunk;
 }
@@ -74,6 +79,17 @@ struct PixelForm {
   static constexpr bool kHasClosing = false;
   static Control control(const std::uint8_t* bytes) {
     return {(*bytes & kCount) + std::size_t{1}, *bytes <= kCount};
+  }
+};
+
+struct RunForm {
+  static constexpr std::size_t kSampleBytes = 1;
+  static constexpr std::size_t kControlBytes = 1;
+  static constexpr bool kSwaps = false;
+  static constexpr bool kHasClosing = false;
+  static Control control(const std::uint8_t* bytes) {
+    const std::size_t is_run = (*bytes + 127U) >> 8;  // 1 above 128, without a branch
+    return {*bytes - is_run * kLongestRead, is_run == 0};
   }
 };
 
@@ -182,6 +198,31 @@ PixelRow expand_pixels(std::span<const std::uint8_t> packets, std::span<std::uin
     default:
       return expand<PixelForm<4>>(packets, row);
   }
+}
+
+PixelRow expand_runs(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row) {
+  return expand<RunForm>(packets, row);
+}
+
+std::size_t compact_runs(std::span<const std::uint8_t> row, std::span<std::uint8_t> packets) {
+  constexpr std::size_t longest = 127;
+  std::uint8_t* out = packets.data();
+  for (std::size_t at = 0; at < row.size();) {
+    const std::size_t most = std::min(row.size(), at + longest);
+    std::size_t end = at + 1;
+    const bool is_run = end < row.size() && row[end] == row[at];
+    if (is_run) {
+      while (end < most && row[end] == row[at]) ++end;
+    } else {
+      while (end < most && (end + 1 == row.size() || row[end] != row[end + 1])) ++end;
+    }
+    const std::size_t count = end - at, stored = is_run ? 1 : count;
+    *out++ = static_cast<std::uint8_t>(is_run ? kLongestRead + count : count);
+    std::memcpy(out, &row[at], stored);
+    out += stored;
+    at = end;
+  }
+  return static_cast<std::size_t>(out - packets.data());
 }
 
 template <typename Sample>

@@ -14,6 +14,7 @@
   int img_write_##family(img_file* handle, img_line* line)
 
 KA_IMAGE_DRIVER(ct);
+KA_IMAGE_DRIVER(hdr);
 KA_IMAGE_DRIVER(ppm);
 KA_IMAGE_DRIVER(rgb);
 KA_IMAGE_DRIVER(targa);
@@ -24,6 +25,12 @@ inline constexpr img_driver kCtDriver = {.test = img_test_ct,
                                          .close = img_close_ct,
                                          .read = img_read_ct,
                                          .write = img_write_ct};
+inline constexpr img_driver kHdrDriver = {.test = img_test_hdr,
+                                          .open = img_open_hdr,
+                                          .create = img_create_hdr,
+                                          .close = img_close_hdr,
+                                          .read = img_read_hdr,
+                                          .write = img_write_hdr};
 inline constexpr img_driver kPpmDriver = {.test = img_test_ppm,
                                           .open = img_open_ppm,
                                           .create = img_create_ppm,

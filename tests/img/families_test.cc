@@ -16,7 +16,7 @@
 namespace {
 
 // Families with small files in the folders of the fuzz targets.
-constexpr const char* kFamilies[] = {"ct", "ppm", "rgb", "tga"};
+constexpr const char* kFamilies[] = {"ct", "hdr", "ppm", "rgb", "tga"};
 
 struct FormatAndType {
   int format, type;
@@ -42,7 +42,8 @@ std::vector<FormatAndType> writable_pairs() {
 
 // The type that a written file is read as: some formats hold fewer types than they are given.
 int type_read(const FormatAndType& pair) {
-  const bool keeps_exponents = pair.format == IMG_FORMAT_PPM || pair.format == IMG_FORMAT_CTH;
+  const bool keeps_exponents = pair.format == IMG_FORMAT_PPM || pair.format == IMG_FORMAT_CTH ||
+                               pair.format == IMG_FORMAT_HDR;
   if (pair.type == IMG_TYPE_RGBE && !keeps_exponents) return IMG_TYPE_RGBA;
   if (pair.format == IMG_FORMAT_RGB && pair.type == IMG_TYPE_RGB_FP) return IMG_TYPE_RGB_16;
   if (pair.format == IMG_FORMAT_PPM && pair.type == IMG_TYPE_RGB_FP) return IMG_TYPE_RGBE;
@@ -114,7 +115,7 @@ TEST_P(Written, IsRemovedWhenTheDiskIsFull) {
 INSTANTIATE_TEST_SUITE_P(Pairs, Written, testing::ValuesIn(writable_pairs()),
                          [](const auto& pair) { return name_of(pair.param); });
 
-// Sides are 16 bits in the headers of these.
+// Sides are 16 bits in the headers of these; of HDR only the width.
 TEST(Families, SidesThatDoNotFitTheHeaderAreRefused) {
   for (const int format : {IMG_FORMAT_RGB, IMG_FORMAT_TGA, IMG_FORMAT_CT}) {
     for (const auto& [width, height] : {std::pair{65536, 1}, {1, 65536}, {65535, 1}}) {
