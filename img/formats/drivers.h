@@ -15,6 +15,7 @@
 
 KA_IMAGE_DRIVER(ct);
 KA_IMAGE_DRIVER(hdr);
+KA_IMAGE_DRIVER(jfif);
 KA_IMAGE_DRIVER(ppm);
 KA_IMAGE_DRIVER(rgb);
 KA_IMAGE_DRIVER(targa);
@@ -31,6 +32,12 @@ inline constexpr img_driver kHdrDriver = {.test = img_test_hdr,
                                           .close = img_close_hdr,
                                           .read = img_read_hdr,
                                           .write = img_write_hdr};
+inline constexpr img_driver kJfifDriver = {.test = img_test_jfif,
+                                           .open = img_open_jfif,
+                                           .create = img_create_jfif,
+                                           .close = img_close_jfif,
+                                           .read = img_read_jfif,
+                                           .write = img_write_jfif};
 inline constexpr img_driver kPpmDriver = {.test = img_test_ppm,
                                           .open = img_open_ppm,
                                           .create = img_create_ppm,

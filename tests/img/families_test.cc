@@ -16,7 +16,7 @@
 namespace {
 
 // Families with small files in the folders of the fuzz targets.
-constexpr const char* kFamilies[] = {"ct", "hdr", "ppm", "rgb", "tga"};
+constexpr const char* kFamilies[] = {"ct", "hdr", "jpg", "ppm", "rgb", "tga"};
 
 struct FormatAndType {
   int format, type;
@@ -85,6 +85,7 @@ TEST_P(Written, ComesBack) {
     EXPECT_EQ(read->width, width);
     EXPECT_EQ(read->height, height);
     if (ka_img_nbits[type] != ka_img_nbits[read_type]) continue;
+    if (format == IMG_FORMAT_JPG) continue;  // its losses are bounded in jpg_test.cc
     EXPECT_EQ(test::lines_of(read.get()), test::lines_of(image.get()));
   }
 }
