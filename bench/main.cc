@@ -21,5 +21,6 @@ int main(int argc, char** argv) {
   bench::add_measure_benchmarks();
   bench::add_ppm_benchmarks();
   bench::add_format_benchmarks();
+  bench::add_jpeg_benchmarks();
   return bench::run(argc, argv);
 }

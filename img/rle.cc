@@ -153,6 +153,42 @@ PixelRow expand(std::span<const std::uint8_t> packets, std::span<std::uint8_t> r
   return ended(out == out_end ? RowEnd::kWhole : RowEnd::kCorrupt);
 }
 
+struct Progress {
+  std::size_t in, out;  // bytes
+};
+
+// Expands what stands so far from both ends that a packet may be moved with some bytes too many.
+// Rows hold the four parts of colours one by one, so that most packets of a row are of one kind: a
+// branch is guessed, and the next packet need not wait for this one's length.
+Progress expand_inner_runs(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row) {
+  constexpr std::size_t step = 64;
+  constexpr std::size_t room = (1 + kLongestRead + step - 1) / step * step;
+  const std::uint8_t* in = packets.data();
+  std::uint8_t* out = row.data();
+  const std::uint8_t* const in_end = in + packets.size();
+  const std::uint8_t* const out_end = out + row.size();
+  while (std::size_t(out_end - out) >= room && std::size_t(in_end - in) >= room) {
+    const std::size_t control = *in++;
+    if (control > kLongestRead) {
+      const std::size_t count = control - kLongestRead;
+      const std::uint64_t word = *in++ * (~std::uint64_t{0} / 0xff);
+      const Words run{word, word};
+      for (std::size_t done = 0; done < count; done += sizeof run) {
+        std::memcpy(out + done, &run, sizeof run);
+      }
+      out += count;
+    } else {
+      std::memcpy(out, in, sizeof(Words));
+      for (std::size_t done = sizeof(Words); done < control; done += step) {
+        std::memcpy(out + done, in + done, step);
+      }
+      in += control;
+      out += control;
+    }
+  }
+  return {std::size_t(in - packets.data()), std::size_t(out - row.data())};
+}
+
 template <typename Sample>
 std::uint8_t* to_file(std::uint8_t* bytes, Sample value) {
   if constexpr (sizeof(Sample) == 2) *bytes++ = static_cast<std::uint8_t>(value >> 8);
@@ -201,7 +237,9 @@ PixelRow expand_pixels(std::span<const std::uint8_t> packets, std::span<std::uin
 }
 
 PixelRow expand_runs(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row) {
-  return expand<RunForm>(packets, row);
+  const auto [in, out] = expand_inner_runs(packets, row);
+  const PixelRow rest = expand<RunForm>(packets.subspan(in), row.subspan(out));
+  return {rest.end, in + rest.used};
 }
 
 std::size_t compact_runs(std::span<const std::uint8_t> row, std::span<std::uint8_t> packets) {

@@ -61,7 +61,7 @@ struct JfifState {
   jpeg_progress_mgr progress{};
   ka::FileReader in;
   std::uint64_t file_size = 0;
-  bool ended = false;  // the codec asked for more than the file holds
+  bool ended = false;  // the codec has asked for more than the file holds
   int failure = 0;     // error number of the system then, 0 for the end of the file
 
   jpeg_compress_struct writer{};
@@ -128,18 +128,26 @@ void set_hooks(JfifState& state, Codec& codec) {
   state.errors.emit_message = emit_message;
 }
 
-// What the file holds is handed over without a copy, one buffer of the reader after the other.
-boolean fill_input_buffer(j_decompress_ptr codec) {
-  JfifState& state = state_of(codec);
-  const auto bytes = state.in.ahead(1);
-  if (bytes.empty()) {
-    state.failure = errno;
-    state.ended = true;
-    ERREXIT(codec, JERR_INPUT_EOF);
-  }
-  (void)state.in.take(bytes.size());
+void give(JfifState& state, std::span<const std::uint8_t> bytes) {
   state.source.next_input_byte = bytes.data();
   state.source.bytes_in_buffer = bytes.size();
+}
+
+// What the file holds is handed over without a copy, one buffer of the reader after the other. The
+// codec looks ahead: at the end of the file a marker lets it use what it has, and it complains once
+// it needs more. Arithmetic decoding never complains.
+boolean fill_input_buffer(j_decompress_ptr codec) {
+  static constexpr std::uint8_t end_of_image[] = {0xff, JPEG_EOI};
+  JfifState& state = state_of(codec);
+  const auto bytes = state.in.ahead(1);
+  (void)state.in.take(bytes.size());
+  if (bytes.empty()) {
+    const bool is_first = !state.ended;
+    state.failure = errno;
+    state.ended = true;
+    if (!is_first || state.failure != 0 || codec->arith_code) ERREXIT(codec, JERR_INPUT_EOF);
+  }
+  give(state, bytes.empty() ? std::span(end_of_image) : bytes);
   return TRUE;
 }
 
@@ -172,6 +180,11 @@ void create_reader(JfifState& state, const img_file* handle) {
   state.reader.src = &state.source;
   state.progress.progress_monitor = count_scans;
   state.reader.progress = &state.progress;
+}
+
+// Whether scans may be missing. A file of one scan tells when its lines are read.
+bool ends_before_its_last_scan(JfifState& state) {
+  return state.ended && jpeg_has_multiple_scans(&state.reader);
 }
 
 void read_header(JfifState& state) {
@@ -270,7 +283,8 @@ int img_open_jfif(img_file* handle, const std::uint8_t* /*head*/) {
   handle->width = static_cast<int>(reader.output_width);
   handle->height = static_cast<int>(reader.output_height);
   handle->topdown = 1;
-  if (!guarded(*state, [&reader] { jpeg_start_decompress(&reader); })) {
+  if (!guarded(*state, [&reader] { jpeg_start_decompress(&reader); }) ||
+      ends_before_its_last_scan(*state)) {
     return failed_reading(handle, *state, IMG_ERR_SUBTYPE);
   }
   state->row = ka::Buffer(std::size_t{reader.output_width} * kComponents);
