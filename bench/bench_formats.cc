@@ -1,66 +1,11 @@
-// Reading whole pictures of the uncompressed and run-length encoded formats from the page cache, in
-// the file's own pixel type.
-#include <algorithm>
-#include <array>
-#include <memory>
-#include <span>
-#include <string>
-#include <vector>
-
-#include <ka/img.h>
-
+// Reading whole SGI, Targa and native pictures from the page cache.
 #include "benchmarks.h"
-#include "files.h"
+#include "format_files.h"
 #include "pictures.h"
-#include "ratios.h"
 
 namespace bench {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-
-struct ReleaseImage {
-  void operator()(img_image* image) const { ka_img_image_release(image); }
-};
-using Image = std::unique_ptr<img_image, ReleaseImage>;
-
-// What the rows of a picture look like to a run-length encoder.
-enum class Content { kNoise, kShortRuns };
-
-// Noise, or stretches of 1 to 16 equal samples.
-Bytes make_plane(Content content, std::uint32_t seed) {
-  Bytes plane(kPixels);
-  std::uint32_t state = seed;
-  const auto random = [&state] { return (state = state * 1664525 + 1013904223) >> 24; };
-  for (std::size_t i = 0; i < plane.size();) {
-    const std::size_t length = content == Content::kNoise ? 1 : 1 + random() % 16;
-    const std::size_t end = std::min(i + length, plane.size());
-    std::fill(plane.begin() + long(i), plane.begin() + long(end), std::uint8_t(random()));
-    i = end;
-  }
-  return plane;
-}
-
-using Planes = std::array<Bytes, 4>;
-
-// The planes of a picture, in lines of kWidth samples.
-const Planes& planes_of(Content content) {
-  static std::array<Planes, 2> made;
-  Planes& planes = made[std::size_t(content)];
-  for (std::uint32_t c = 0; c < planes.size() && planes[c].empty(); ++c) {
-    planes[c] = make_plane(content, c + 1);
-  }
-  return planes;
-}
-
-std::span<const std::uint8_t> row_of(const Planes& planes, std::size_t channel, std::size_t y) {
-  return std::span(planes[channel]).subspan(y * kWidth, kWidth);
-}
-
-void append(Bytes& bytes, std::span<const std::uint8_t> more) {
-  bytes.resize(bytes.size() + more.size());
-  std::ranges::copy(more, bytes.end() - long(more.size()));
-}
 void put_be16(Bytes& bytes, std::size_t at, std::size_t value) {
   bytes[at] = std::uint8_t(value >> 8);
   bytes[at + 1] = std::uint8_t(value);
@@ -128,15 +73,6 @@ Bytes encoded_sgi(Content content, bool is_planar) {
     put_be32(file, kSgiHeader + 4 * rows + entry, file.size() - start);
   }
   return file;
-}
-
-// Pixels of `depth` bytes, one behind the other.
-Bytes interleaved(Content content, std::size_t depth) {
-  Bytes pixels(depth * kPixels);
-  for (std::size_t i = 0; i < kPixels; ++i) {
-    for (std::size_t c = 0; c < depth; ++c) pixels[depth * i + c] = planes_of(content)[c][i];
-  }
-  return pixels;
 }
 
 Bytes targa_header(int type, std::size_t depth) {
@@ -215,12 +151,6 @@ Bytes native_texture(int code, std::size_t sample_bytes) {
   return file;
 }
 
-struct Picture {
-  const char* name;
-  std::size_t pixel_bytes;
-  Bytes (*make)();
-};
-
 constexpr std::array kPictures = {
     Picture{"sgi/verbatim", 3, [] { return verbatim_sgi(Content::kNoise); }},
     Picture{"sgi/literals/by_line", 3, [] { return encoded_sgi(Content::kNoise, false); }},
@@ -240,41 +170,8 @@ constexpr std::array kPictures = {
     Picture{"native/ct_fp", 16, [] { return native_texture(11, 4); }},
 };
 
-// A picture's file and the image that it is read into, made when they are first needed.
-class Reading {
- public:
-  explicit Reading(const Picture& picture) : picture_(picture) {}
-
-  void operator()() {
-    if (path_.empty()) prepare();
-    img_file handle{};
-    if (!ka_img_open(&handle, path_.c_str(), IMG_TYPE_FILE)) fail(path_);
-    if (!image_) image_.reset(ka_img_image_alloc(&handle));
-    if (!ka_img_image_read(&handle, image_.get()) || !ka_img_close(&handle)) fail(path_);
-  }
-
- private:
-  void prepare() {
-    static const TemporaryFolder folder;
-    std::string name = picture_.name;
-    std::ranges::replace(name, '/', '_');
-    path_ = folder.path(name);
-    write_file(path_, picture_.make());
-  }
-
-  Picture picture_;
-  std::string path_;
-  Image image_;
-};
-
 }  // namespace
 
-void add_format_benchmarks() {
-  for (const Picture& picture : kPictures) {
-    const auto reading = std::make_shared<Reading>(picture);
-    add(std::string("read/") + picture.name, picture.pixel_bytes * kPixels,
-        [reading] { (*reading)(); });
-  }
-}
+void add_format_benchmarks() { add_readings(kPictures); }
 
 }  // namespace bench

@@ -8,5 +8,7 @@ void add_jpeg_benchmarks();
 void add_measure_benchmarks();
 void add_ppm_benchmarks();
 void add_format_benchmarks();
+void add_tiff_benchmarks();
+void add_catia_benchmarks();
 
 }  // namespace bench

@@ -22,5 +22,7 @@ int main(int argc, char** argv) {
   bench::add_ppm_benchmarks();
   bench::add_format_benchmarks();
   bench::add_jpeg_benchmarks();
+  bench::add_tiff_benchmarks();
+  bench::add_catia_benchmarks();
   return bench::run(argc, argv);
 }

@@ -82,7 +82,7 @@ struct PixelForm {
   }
 };
 
-struct RunForm {
+struct ScanlineForm {
   static constexpr std::size_t kSampleBytes = 1;
   static constexpr std::size_t kControlBytes = 1;
   static constexpr bool kSwaps = false;
@@ -90,6 +90,18 @@ struct RunForm {
   static Control control(const std::uint8_t* bytes) {
     const std::size_t is_run = (*bytes + 127U) >> 8;  // 1 above 128, without a branch
     return {*bytes - is_run * kLongestRead, is_run == 0};
+  }
+};
+
+struct PackBitsForm {
+  static constexpr std::size_t kSampleBytes = 1;
+  static constexpr std::size_t kControlBytes = 1;
+  static constexpr bool kSwaps = false;
+  static constexpr bool kHasClosing = false;
+  static Control control(const std::uint8_t* bytes) {
+    const std::size_t c = *bytes;
+    if (c <= 128) return {c < 128 ? c + 1 : 0, true};
+    return {257 - c, false};
   }
 };
 
@@ -123,25 +135,33 @@ void move_exactly(std::uint8_t* out, const std::uint8_t* in, std::size_t bytes, 
   }
 }
 
+struct Expanded {
+  RowEnd end;
+  std::size_t used;    // bytes of the packets
+  std::size_t filled;  // bytes of the row
+};
+
 template <typename Form>
-PixelRow expand(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row) {
+Expanded expand(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row) {
   constexpr std::size_t room = in_chunks(kLongestRead * Form::kSampleBytes);
   const std::uint8_t* in = packets.data();
   const std::uint8_t* const in_end = in + packets.size();
   std::uint8_t* out = row.data();
   std::uint8_t* const out_end = out + row.size();
-  const auto ended = [&](RowEnd end) { return PixelRow{end, std::size_t(in - packets.data())}; };
+  const auto ended = [&](RowEnd end) {
+    return Expanded{end, std::size_t(in - packets.data()), std::size_t(out - row.data())};
+  };
   while (Form::kHasClosing || out < out_end) {
     if (std::size_t(in_end - in) < Form::kControlBytes) {
       return ended(out == out_end ? RowEnd::kWhole : RowEnd::kShort);
     }
     const auto [count, literal] = Form::control(in);
-    in += Form::kControlBytes;
     if (Form::kHasClosing && count == 0) break;
     const std::size_t bytes = count * Form::kSampleBytes;
     const std::size_t stored = literal ? bytes : Form::kSampleBytes;
     if (bytes > std::size_t(out_end - out)) return ended(RowEnd::kCorrupt);
-    if (stored > std::size_t(in_end - in)) return ended(RowEnd::kShort);
+    if (stored + Form::kControlBytes > std::size_t(in_end - in)) return ended(RowEnd::kShort);
+    in += Form::kControlBytes;
     if (std::size_t(out_end - out) >= room && std::size_t(in_end - in) >= room) {
       move_chunks<Form>(out, in, bytes, literal);
     } else {
@@ -160,7 +180,7 @@ struct Progress {
 // Expands what stands so far from both ends that a packet may be moved with some bytes too many.
 // Rows hold the four parts of colours one by one, so that most packets of a row are of one kind: a
 // branch is guessed, and the next packet need not wait for this one's length.
-Progress expand_inner_runs(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row) {
+Progress expand_inner(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row) {
   constexpr std::size_t step = 64;
   constexpr std::size_t room = (1 + kLongestRead + step - 1) / step * step;
   const std::uint8_t* in = packets.data();
@@ -188,6 +208,120 @@ Progress expand_inner_runs(std::span<const std::uint8_t> packets, std::span<std:
   }
   return {std::size_t(in - packets.data()), std::size_t(out - row.data())};
 }
+
+// Runs go to each plane in whole chunks where these end inside the row.
+using Run [[gnu::vector_size(16)]] = std::uint8_t;
+
+KA_KERNEL void fill_chunks(std::uint8_t* out, std::uint8_t sample, std::size_t length) {
+  const Run run = sample - Run{};
+  for (std::size_t i = 0; i < length; i += sizeof run) std::memcpy(out + i, &run, sizeof run);
+}
+
+// Two packets as a word, each byte's place as in the file.
+constexpr std::uint64_t two_packets(std::uint8_t length, std::uint8_t sample) {
+  return std::bit_cast<std::uint64_t>(
+      std::array<std::uint8_t, 8>{length, sample, sample, sample, length, sample, sample, sample});
+}
+
+// Noise has a packet for almost each pixel: `Count` at once where all of them are such. Where they
+// are not nothing is tried again before `mixed_end`, behind them.
+template <std::size_t Count>
+KA_KERNEL bool move_singles(const RunPlanes& out, std::size_t done, const std::uint8_t* in,
+                            const std::uint8_t*& mixed_end) {
+  if (in < mixed_end) return false;
+  Words others{};
+  for (std::size_t i = 0; i < Count * kRunBytes; i += sizeof(Words)) {
+    Words packets;
+    std::memcpy(&packets, in + i, sizeof packets);
+    others |= packets ^ two_packets(1, 0);
+  }
+  if (((others[0] | others[1]) & two_packets(0xff, 0)) != 0) {
+    mixed_end = in + Count * kRunBytes;
+    return false;
+  }
+  std::array<std::uint32_t, Count> packets;
+  std::memcpy(packets.data(), in, sizeof packets);
+  for (std::size_t c = 0; c < out.size(); ++c) {
+    const std::size_t shift = 8 * (std::endian::native == std::endian::little ? 1 + c : 2 - c);
+    std::uint8_t* const samples = out[c] + done;
+    for (std::size_t i = 0; i < Count; ++i) {
+      samples[i] = static_cast<std::uint8_t>(packets[i] >> shift);
+    }
+  }
+  return true;
+}
+
+KA_KERNEL void expand_runs_loop(std::span<const std::uint8_t> packets, const RunPlanes& planes,
+                                std::size_t count, RunRow& row) {
+  constexpr std::size_t many = 16, some = 8;
+  const RunPlanes out = planes;
+  const std::uint8_t* in = packets.data();
+  const std::uint8_t* const in_end = in + packets.size() / kRunBytes * kRunBytes;
+  const std::uint8_t *many_mixed = in, *some_mixed = in;
+  std::size_t done = 0;
+  row.end = RowEnd::kWhole;
+  while (done < count) {
+    if (in == in_end) {
+      row.end = RowEnd::kShort;
+      break;
+    }
+    std::size_t length = *in, used = 1;
+    const std::size_t room = count - done;
+    if (length == 0 || length > room) {
+      row.end = RowEnd::kCorrupt;
+      break;
+    }
+    const bool may_be_singles =
+        length == 1 && room >= many && std::size_t(in_end - in) >= many * kRunBytes;
+    if (may_be_singles && move_singles<many>(out, done, in, many_mixed)) {
+      length = used = many;
+    } else if (may_be_singles && move_singles<some>(out, done, in, some_mixed)) {
+      length = used = some;
+    } else if ((length + sizeof(Run) - 1) / sizeof(Run) * sizeof(Run) <= room) {
+      for (std::size_t c = 0; c < out.size(); ++c) fill_chunks(out[c] + done, in[1 + c], length);
+    } else {
+      for (std::size_t c = 0; c < out.size(); ++c) std::fill_n(out[c] + done, length, in[1 + c]);
+    }
+    in += used * kRunBytes;
+    done += length;
+  }
+  row.used = std::size_t(in - packets.data());
+  row.pixels = done;
+}
+
+KA_DEFINE_KERNELS(expand_runs, expand_runs_loop,
+                  (std::span<const std::uint8_t> packets, const RunPlanes& planes,
+                   std::size_t count, RunRow& row),
+                  (packets, planes, count, row));
+
+KA_KERNEL void expand_pairs_loop(std::span<const std::uint8_t> pairs, std::span<std::uint8_t> row,
+                                 RowEnd& end) {
+  const std::uint8_t* in = pairs.data();
+  const std::uint8_t* const in_end = in + pairs.size() / 2 * 2;
+  std::uint8_t* out = row.data();
+  std::size_t room = row.size();
+  end = RowEnd::kCorrupt;
+  for (; in < in_end; in += 2) {
+    const std::size_t length = *in;
+    if (length > room) return;
+    if ((length + sizeof(Run) - 1) / sizeof(Run) * sizeof(Run) <= room) {
+      fill_chunks(out, in[1], length);
+    } else {
+      std::fill_n(out, length, in[1]);
+    }
+    out += length;
+    room -= length;
+  }
+  if (room > 0) {
+    end = RowEnd::kShort;
+  } else if (pairs.size() % 2 == 0) {
+    end = RowEnd::kWhole;
+  }
+}
+
+KA_DEFINE_KERNELS(expand_pairs, expand_pairs_loop,
+                  (std::span<const std::uint8_t> pairs, std::span<std::uint8_t> row, RowEnd& end),
+                  (pairs, row, end));
 
 template <typename Sample>
 std::uint8_t* to_file(std::uint8_t* bytes, Sample value) {
@@ -224,25 +358,55 @@ RowEnd expand_counted(std::span<const std::uint8_t> packets, std::span<Sample> l
 
 PixelRow expand_pixels(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row,
                        std::size_t pixel_bytes) {
-  switch (pixel_bytes) {
-    case 1:
-      return expand<PixelForm<1>>(packets, row);
-    case 2:
-      return expand<PixelForm<2>>(packets, row);
-    case 3:
-      return expand<PixelForm<3>>(packets, row);
-    default:
-      return expand<PixelForm<4>>(packets, row);
-  }
+  constexpr std::array expand_form = {expand<PixelForm<1>>, expand<PixelForm<2>>,
+                                      expand<PixelForm<3>>, expand<PixelForm<4>>};
+  const auto [end, used, filled] = expand_form[pixel_bytes - 1](packets, row);
+  return {end, used};
 }
 
-PixelRow expand_runs(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row) {
-  const auto [in, out] = expand_inner_runs(packets, row);
-  const PixelRow rest = expand<RunForm>(packets.subspan(in), row.subspan(out));
+PackBitsRow expand_packbits(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row) {
+  const auto [end, used, filled] = expand<PackBitsForm>(packets, row);
+  return {end, used, filled};
+}
+
+PackBitsRow skip_packbits(std::span<const std::uint8_t> packets, std::uint64_t count) {
+  std::size_t used = 0, filled = 0;
+  while (filled < count) {
+    if (used == packets.size()) return {RowEnd::kShort, used, filled};
+    const auto [bytes, literal] = PackBitsForm::control(packets.data() + used);
+    const std::size_t stored = 1 + (literal ? bytes : 1);
+    if (bytes > count - filled) return {RowEnd::kCorrupt, used, filled};
+    if (stored > packets.size() - used) return {RowEnd::kShort, used, filled};
+    used += stored;
+    filled += bytes;
+  }
+  return {RowEnd::kWhole, used, filled};
+}
+
+const KernelTable<RunKernel>& run_kernels() { return expand_runs_kernels; }
+
+RunRow expand_runs(std::span<const std::uint8_t> packets, const RunPlanes& planes,
+                   std::size_t count) {
+  static const auto kernel = best_kernel(expand_runs_kernels);
+  RunRow row;
+  kernel(packets, planes, count, row);
+  return row;
+}
+
+RowEnd expand_pairs(std::span<const std::uint8_t> pairs, std::span<std::uint8_t> row) {
+  static const auto kernel = best_kernel(expand_pairs_kernels);
+  RowEnd end;
+  kernel(pairs, row, end);
+  return end;
+}
+
+PixelRow expand_scanline(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row) {
+  const auto [in, out] = expand_inner(packets, row);
+  const auto rest = expand<ScanlineForm>(packets.subspan(in), row.subspan(out));
   return {rest.end, in + rest.used};
 }
 
-std::size_t compact_runs(std::span<const std::uint8_t> row, std::span<std::uint8_t> packets) {
+std::size_t compact_scanline(std::span<const std::uint8_t> row, std::span<std::uint8_t> packets) {
   constexpr std::size_t longest = 127;
   std::uint8_t* out = packets.data();
   for (std::size_t at = 0; at < row.size();) {
@@ -282,6 +446,48 @@ std::size_t compact_counted(std::span<const Sample> line, std::span<std::uint8_t
     }
   }
   return static_cast<std::size_t>(to_file(out, Sample{0}) - packets.data());
+}
+
+std::size_t compact_packbits(std::span<const std::uint8_t> row, std::span<std::uint8_t> packets) {
+  constexpr std::uint8_t full = 127, run_of_two = 255;  // control bytes
+  constexpr std::size_t longest_run = 128;              // bytes
+  enum class State { kBase, kLiteral, kLiteralRun };
+  State state = State::kBase;
+  std::uint8_t* out = packets.data();
+  std::uint8_t* literal = nullptr;  // control byte of the last literal
+  for (std::size_t at = 0; at < row.size();) {
+    const std::uint8_t value = row[at];
+    const std::size_t end = run_end(row, at);
+    while (at < end) {
+      const std::size_t left = end - at;
+      if (state == State::kLiteralRun) {  // out[-2] and out[-1] are a run
+        const bool joins = left <= 2 && out[-2] == run_of_two && *literal < full - 1;
+        if (joins) {
+          out[-2] = out[-1];
+          *literal = static_cast<std::uint8_t>(*literal + 2);
+        }
+        state = joins && *literal < full ? State::kLiteral : State::kBase;
+      }
+      if (left > 1) {
+        const std::size_t count = std::min(left, longest_run);
+        *out++ = static_cast<std::uint8_t>(257 - count);
+        *out++ = value;
+        at += count;
+        if (state == State::kLiteral) state = State::kLiteralRun;
+        continue;
+      }
+      if (state == State::kBase) {
+        literal = out++;
+        *literal = 0;
+        state = State::kLiteral;
+      } else if (++*literal == full) {
+        state = State::kBase;
+      }
+      *out++ = value;
+      ++at;
+    }
+  }
+  return static_cast<std::size_t>(out - packets.data());
 }
 
 template RowEnd expand_counted(std::span<const std::uint8_t>, std::span<std::uint8_t>);

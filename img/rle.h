@@ -2,9 +2,12 @@
 // past its input and writes no sample past the row, and tells a row that is not exactly filled.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
+
+#include <ka/detail/targets.h>
 
 #include "bytes.h"
 #include "linekernels.h"
@@ -57,20 +60,76 @@ struct PixelRow {
   return count * (1 + pixel_bytes);
 }
 
-// Run packets: rows of bytes. A control byte c above 128 is followed by one byte that is repeated
-// c - 128 times, any other by c bytes as they are, which may be none. The row ends with its last
+// PackBits: rows of bytes. A control byte c below 128 is followed by c + 1 bytes as they are, one
+// above 128 by a byte that is repeated 257 - c times; 128 means nothing. The row ends with its last
 // byte.
 
+constexpr std::size_t kLongestPackBits = 129;  // bytes of a packet
+
+struct PackBitsRow {
+  RowEnd end;
+  std::size_t used;    // bytes of the packets, of whole packets only
+  std::size_t filled;  // bytes of the row
+};
+
+// Decodes packets into a row. After kShort the packets from `used` on go on with it from `filled`.
+[[nodiscard]] PackBitsRow expand_packbits(std::span<const std::uint8_t> packets,
+                                          std::span<std::uint8_t> row);
+
+// Finds where the packets of `count` bytes end.
+[[nodiscard]] PackBitsRow skip_packbits(std::span<const std::uint8_t> packets, std::uint64_t count);
+
+// Bytes that the packets of `count` bytes can take at most: only the first literal of a row and one
+// behind 127 or 128 others take more than their bytes.
+[[nodiscard]] constexpr std::size_t packbits_bound(std::size_t count) {
+  return count + count / 128 + 3;
+}
+
+// Encodes a row: runs of two and more bytes as such, except that a run of two between literals
+// joins them. Before: `packets` has room for packbits_bound. Returns the bytes used.
+[[nodiscard]] std::size_t compact_packbits(std::span<const std::uint8_t> row,
+                                           std::span<std::uint8_t> packets);
+// Run packets: rows of pixels of three samples. A packet has four bytes: how often its pixel comes,
+// and the pixel. The row ends with its last pixel.
+constexpr std::size_t kRunBytes = 4;
+using RunPlanes = std::array<std::uint8_t*, 3>;
+
+struct RunRow {
+  RowEnd end;
+  std::size_t used;    // bytes of the packets that were decoded
+  std::size_t pixels;  // that they gave
+};
+
+// Decodes a row of `count` pixels into planes, which are given in the order of a packet's samples.
+// Stops at a packet that it cannot decode: a packet of no pixels is corrupt.
+[[nodiscard]] RunRow expand_runs(std::span<const std::uint8_t> packets, const RunPlanes& planes,
+                                 std::size_t count);
+
+// The same for each instruction set.
+using RunKernel = void (*)(std::span<const std::uint8_t> packets, const RunPlanes& planes,
+                           std::size_t count, RunRow& row);
+[[nodiscard]] const KernelTable<RunKernel>& run_kernels();
+
+// Pairs: rows of bytes. A pair has two bytes: how often its sample comes, which may be 0 times, and
+// the sample. The pairs end with the row.
+
 // Decodes a row.
-[[nodiscard]] PixelRow expand_runs(std::span<const std::uint8_t> packets,
-                                   std::span<std::uint8_t> row);
+[[nodiscard]] RowEnd expand_pairs(std::span<const std::uint8_t> pairs, std::span<std::uint8_t> row);
+
+// Scanline packets: rows of bytes. A control byte c above 128 is followed by one byte that is
+// repeated c - 128 times, any other by c bytes as they are, which may be none. The row ends with
+// its last byte.
+
+// Decodes a row.
+[[nodiscard]] PixelRow expand_scanline(std::span<const std::uint8_t> packets,
+                                       std::span<std::uint8_t> row);
 
 // Bytes that the packets of `count` bytes can take at most, when none is empty.
-[[nodiscard]] constexpr std::size_t runs_bound(std::size_t count) { return 2 * count; }
+[[nodiscard]] constexpr std::size_t scanline_bound(std::size_t count) { return 2 * count; }
 
 // Encodes a row: each byte that equals its successor begins a run, what stands between runs is left
-// as it is. Before: `packets` has room for runs_bound. Returns the bytes used.
-[[nodiscard]] std::size_t compact_runs(std::span<const std::uint8_t> row,
-                                       std::span<std::uint8_t> packets);
+// as it is. Before: `packets` has room for scanline_bound. Returns the bytes used.
+[[nodiscard]] std::size_t compact_scanline(std::span<const std::uint8_t> row,
+                                           std::span<std::uint8_t> packets);
 
 }  // namespace ka

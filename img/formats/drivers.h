@@ -4,55 +4,33 @@
 
 #include "imgcall.h"
 
-// Declares the six operations of a family.
-#define KA_IMAGE_DRIVER(family)                                      \
-  int img_test_##family(img_file* handle, const std::uint8_t* head); \
-  int img_open_##family(img_file* handle, const std::uint8_t* head); \
-  int img_create_##family(img_file* handle);                         \
-  int img_close_##family(img_file* handle);                          \
-  int img_read_##family(img_file* handle, img_line* line);           \
-  int img_write_##family(img_file* handle, img_line* line)
+// Declares the six operations of a family, and its driver img_driver_<family>.
+#define KA_IMAGE_DRIVER(family)                                                     \
+  int img_test_##family(img_file* handle, const std::uint8_t* head);                \
+  int img_open_##family(img_file* handle, const std::uint8_t* head);                \
+  int img_create_##family(img_file* handle);                                        \
+  int img_close_##family(img_file* handle);                                         \
+  int img_read_##family(img_file* handle, img_line* line);                          \
+  int img_write_##family(img_file* handle, img_line* line);                         \
+  inline constexpr img_driver img_driver_##family = {.test = img_test_##family,     \
+                                                     .open = img_open_##family,     \
+                                                     .create = img_create_##family, \
+                                                     .close = img_close_##family,   \
+                                                     .read = img_read_##family,     \
+                                                     .write = img_write_##family}
 
+KA_IMAGE_DRIVER(bmp);
+KA_IMAGE_DRIVER(catia);
 KA_IMAGE_DRIVER(ct);
 KA_IMAGE_DRIVER(hdr);
 KA_IMAGE_DRIVER(jfif);
+KA_IMAGE_DRIVER(lwi);
+KA_IMAGE_DRIVER(null);
 KA_IMAGE_DRIVER(ppm);
 KA_IMAGE_DRIVER(rgb);
 KA_IMAGE_DRIVER(targa);
+KA_IMAGE_DRIVER(tiff);
+KA_IMAGE_DRIVER(zpic);
 
-inline constexpr img_driver kCtDriver = {.test = img_test_ct,
-                                         .open = img_open_ct,
-                                         .create = img_create_ct,
-                                         .close = img_close_ct,
-                                         .read = img_read_ct,
-                                         .write = img_write_ct};
-inline constexpr img_driver kHdrDriver = {.test = img_test_hdr,
-                                          .open = img_open_hdr,
-                                          .create = img_create_hdr,
-                                          .close = img_close_hdr,
-                                          .read = img_read_hdr,
-                                          .write = img_write_hdr};
-inline constexpr img_driver kJfifDriver = {.test = img_test_jfif,
-                                           .open = img_open_jfif,
-                                           .create = img_create_jfif,
-                                           .close = img_close_jfif,
-                                           .read = img_read_jfif,
-                                           .write = img_write_jfif};
-inline constexpr img_driver kPpmDriver = {.test = img_test_ppm,
-                                          .open = img_open_ppm,
-                                          .create = img_create_ppm,
-                                          .close = img_close_ppm,
-                                          .read = img_read_ppm,
-                                          .write = img_write_ppm};
-inline constexpr img_driver kRgbDriver = {.test = img_test_rgb,
-                                          .open = img_open_rgb,
-                                          .create = img_create_rgb,
-                                          .close = img_close_rgb,
-                                          .read = img_read_rgb,
-                                          .write = img_write_rgb};
-inline constexpr img_driver kTargaDriver = {.test = img_test_targa,
-                                            .open = img_open_targa,
-                                            .create = img_create_targa,
-                                            .close = img_close_targa,
-                                            .read = img_read_targa,
-                                            .write = img_write_targa};
+// Makes a TIFF file that is being written complete up to its last line.
+int img_flush_tiff(img_file* handle);

@@ -120,11 +120,11 @@ int read_scanline_header(img_file* handle, ka::FileReader& in) {
 // Packets without bytes do not count in the bound. A plane may have some, up to the size of the
 // reader's buffer.
 int read_plane(img_file* handle, ka::FileReader& in, std::span<std::uint8_t> plane) {
-  const std::size_t usual = ka::runs_bound(plane.size());
+  const std::size_t usual = ka::scanline_bound(plane.size());
   for (const std::size_t most : {usual, ka::FileReader::kBufferSize}) {
     const auto packets = in.ahead(most);
     const int failure = errno;
-    const auto [end, used] = ka::expand_runs(packets, plane);
+    const auto [end, used] = ka::expand_scanline(packets, plane);
     if (end == ka::RowEnd::kWhole) {
       (void)in.take(used);
       return 1;
@@ -187,7 +187,7 @@ int img_open_hdr(img_file* handle, const std::uint8_t* /*head*/) {
 int img_create_hdr(img_file* handle) {
   if (handle->width > kLargestWidth) return img_error(handle, IMG_ERR_SUBTYPE, EFBIG);
   auto state = ka::make_state<HdrState>(handle);
-  state->packets = ka::Buffer(ka::runs_bound(std::size_t(handle->width)));
+  state->packets = ka::Buffer(ka::scanline_bound(std::size_t(handle->width)));
   state->out.start(handle);
   std::array<char, 256> header;
   const int length = std::snprintf(
@@ -213,7 +213,8 @@ int img_write_hdr(img_file* handle, img_line* line) {
   auto& state = ka::state_of<HdrState>(handle);
   write_scanline_header(handle, state.out);
   for (const auto plane : ka::line_planes<std::uint8_t, kPlanes>(handle, line)) {
-    const std::size_t bytes = ka::compact_runs(plane, {state.packets.data(), state.packets.size()});
+    const std::size_t bytes =
+        ka::compact_scanline(plane, {state.packets.data(), state.packets.size()});
     state.out.write({reinterpret_cast<const char*>(state.packets.data()), bytes});
   }
   return state.out.error() == 0 ? 1 : img_error(handle, IMG_ERR_WRITE, state.out.error());

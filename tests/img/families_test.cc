@@ -16,7 +16,8 @@
 namespace {
 
 // Families with small files in the folders of the fuzz targets.
-constexpr const char* kFamilies[] = {"ct", "hdr", "jpg", "ppm", "rgb", "tga"};
+constexpr const char* kFamilies[] = {"bmp", "catia", "ct",  "hdr", "jpg",
+                                     "lwi", "ppm",   "rgb", "tga", "tif"};
 
 struct FormatAndType {
   int format, type;
@@ -28,11 +29,15 @@ std::string name_of(const FormatAndType& pair) {
   return name;
 }
 
+// Formats that take lines and keep none of them, and those of which files are written only.
+bool keeps_nothing(int format) { return format == IMG_FORMAT_NULL || format == IMG_FORMAT_LWI; }
+bool is_write_only(int format) { return format == IMG_FORMAT_ZPIC; }
+
 std::vector<FormatAndType> writable_pairs() {
   std::vector<FormatAndType> pairs;
   for (int format = 0; format < IMG_FORMAT_CUSTOM; ++format) {
     const img_format_row& row = img_format_at(format);
-    if (!row.driver.read || !row.driver.write) continue;
+    if (!row.driver.write || keeps_nothing(format)) continue;
     for (int type = 0; type < IMG_TYPE_COUNT; ++type) {
       if (row.type_map >> type & 1) pairs.push_back({format, type});
     }
@@ -45,6 +50,7 @@ int type_read(const FormatAndType& pair) {
   const bool keeps_exponents = pair.format == IMG_FORMAT_PPM || pair.format == IMG_FORMAT_CTH ||
                                pair.format == IMG_FORMAT_HDR;
   if (pair.type == IMG_TYPE_RGBE && !keeps_exponents) return IMG_TYPE_RGBA;
+  if (pair.format == IMG_FORMAT_BMP) return IMG_TYPE_RGBA;
   if (pair.format == IMG_FORMAT_RGB && pair.type == IMG_TYPE_RGB_FP) return IMG_TYPE_RGB_16;
   if (pair.format == IMG_FORMAT_PPM && pair.type == IMG_TYPE_RGB_FP) return IMG_TYPE_RGBE;
   if (pair.format == IMG_FORMAT_PPM && pair.type == IMG_TYPE_RGB_16) return IMG_TYPE_RGB;
@@ -79,6 +85,7 @@ TEST_P(Written, ComesBack) {
     const test::Scratch scratch;
     const test::Image image = random_picture(type, width, height);
     ASSERT_EQ(test::write_image(scratch.path("a"), format, image.get()), IMG_ERR_NONE);
+    if (is_write_only(format)) continue;
     const test::Image read = test::read_image(scratch.path("a"), IMG_TYPE_FILE);
     ASSERT_TRUE(read);
     EXPECT_EQ(read->type, read_type);
@@ -86,7 +93,9 @@ TEST_P(Written, ComesBack) {
     EXPECT_EQ(read->height, height);
     if (ka_img_nbits[type] != ka_img_nbits[read_type]) continue;
     if (format == IMG_FORMAT_JPG) continue;  // its losses are bounded in jpg_test.cc
-    EXPECT_EQ(test::lines_of(read.get()), test::lines_of(image.get()));
+    test::Lines lines = test::lines_of(read.get());
+    for (test::Planes& planes : lines) planes.resize(std::size_t(image->components));  // no alpha
+    EXPECT_EQ(lines, test::lines_of(image.get()));
   }
 }
 
@@ -131,6 +140,20 @@ TEST(Families, SidesThatDoNotFitTheHeaderAreRefused) {
       EXPECT_EQ(file->os_error, fits ? 0 : EFBIG);
       EXPECT_EQ(ka_img_close(file), 1);
     }
+  }
+}
+
+// The sizes of these are 32 bits in their headers, in bytes.
+TEST(Families, PicturesThatDoNotFitTheHeaderAreRefused) {
+  for (const int format : {IMG_FORMAT_TIF, IMG_FORMAT_TIFU, IMG_FORMAT_BMP}) {
+    const test::Scratch scratch;
+    test::Handle file;
+    ASSERT_TRUE(
+        ka_img_create(file, scratch.path("a").c_str(), IMG_TYPE_RGBA, format, 32768, 32768));
+    const test::Line line(ka_img_line_alloc(file));
+    EXPECT_FALSE(ka_img_line_write(file, line.get()));
+    EXPECT_EQ(file->error, IMG_ERR_SUBTYPE);
+    EXPECT_EQ(file->os_error, EFBIG);
   }
 }
 
@@ -226,6 +249,7 @@ TEST_P(SmallFile, GivesNoMoreThanAPrefixHolds) {
 // Read as rgba as well, so that lines are converted.
 TEST_P(SmallFile, MayHaveAnyByteInItsHeader) {
   const std::string& whole = GetParam().bytes;
+  (void)read(whole, IMG_TYPE_RGBA);  // the thread's tables are laid out
   const std::size_t live = ka_mem_getsize();
   for (std::size_t at = 0; at < std::min<std::size_t>(whole.size(), 128); ++at) {
     for (const int value : {0, 127, 128, 255}) {
