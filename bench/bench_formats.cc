@@ -113,6 +113,26 @@ Bytes packed_targa(Content content) {
   return file;
 }
 
+void append_hdr_plane(Bytes& file, std::span<const std::uint8_t> plane) {
+  for_packets(
+      plane.size(), [&](std::size_t a, std::size_t b) { return plane[a] == plane[b]; },
+      [&](std::size_t first, std::size_t count, bool is_run) {
+        file.push_back(std::uint8_t(is_run ? 128 + count : count));
+        append(file, plane.subspan(first, is_run ? 1 : count));
+      });
+}
+
+Bytes radiance(Content content) {
+  const std::string header = "#?RADIANCE\nFORMAT=32-bit_rle_rgbe\n\n-Y " + std::to_string(kHeight) +
+                             " +X " + std::to_string(kWidth) + "\n";
+  Bytes file(header.begin(), header.end());
+  for (std::size_t y = 0; y < kHeight; ++y) {
+    append(file, std::array<std::uint8_t, 4>{2, 2, kWidth >> 8, kWidth & 255});
+    for (std::size_t c = 0; c < 4; ++c) append_hdr_plane(file, row_of(planes_of(content), c, y));
+  }
+  return file;
+}
+
 // `sample_bytes` tells the bytes of a sample, a code which kind of texture it is.
 Bytes native_texture(int code, std::size_t sample_bytes) {
   Bytes file(8);
@@ -136,6 +156,8 @@ constexpr std::array kPictures = {
     Picture{"tga/32", 4, [] { return plain_targa(Content::kNoise, 4); }},
     Picture{"tga/packed/literals", 4, [] { return packed_targa(Content::kNoise); }},
     Picture{"tga/packed/short_runs", 4, [] { return packed_targa(Content::kShortRuns); }},
+    Picture{"hdr/literals", 4, [] { return radiance(Content::kNoise); }},
+    Picture{"hdr/short_runs", 4, [] { return radiance(Content::kShortRuns); }},
     Picture{"native/ct", 4, [] { return native_texture(3, 1); }},
     Picture{"native/ct_16", 8, [] { return native_texture(6, 2); }},
     Picture{"native/ct_fp", 16, [] { return native_texture(11, 4); }},

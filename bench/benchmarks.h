@@ -4,6 +4,7 @@
 namespace bench {
 
 void add_convert_benchmarks();
+void add_jpeg_benchmarks();
 void add_measure_benchmarks();
 void add_ppm_benchmarks();
 void add_format_benchmarks();

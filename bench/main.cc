@@ -21,6 +21,7 @@ int main(int argc, char** argv) {
   bench::add_measure_benchmarks();
   bench::add_ppm_benchmarks();
   bench::add_format_benchmarks();
+  bench::add_jpeg_benchmarks();
   bench::add_tiff_benchmarks();
   bench::add_alias_benchmarks();
   bench::add_catia_benchmarks();

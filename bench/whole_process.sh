@@ -7,12 +7,12 @@ set -euo pipefail
 export LC_ALL=C
 
 # How long a pair of pictures may take, in units of floor_ppm on the same pair as P6.
-declare -A limits=([tifu]=3 [bmp]=3 [tga]=3 [tif]=6 [rgb]=6)
+declare -A limits=([tifu]=3 [bmp]=3 [tga]=3 [tif]=6 [rgb]=6 [hdr]=6)
 
 bin=$(realpath "${1:-build/release/bin}")
 shift $(($# > 0))
 formats=("$@")
-[[ $# -gt 0 ]] || formats=(tifu bmp tga tif rgb)
+[[ $# -gt 0 ]] || formats=(tifu bmp tga tif rgb hdr)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work"
@@ -46,6 +46,13 @@ for format in "${formats[@]}"; do
   judge "the same as $format" "$ratio" "${limits[$format]}" "$details"
   rm "first.$format" "second.$format"
 done
+
+for picture in first second; do
+  "$bin/write_as" jpg "$picture.ppm" "$picture.jpg"
+done
+read -r _ ratio details < <(compare cpu 51 \
+  "$bin/vel_diff" first.jpg second.jpg -- "$bin/floor_jpeg" first.jpg second.jpg)
+judge "CPU time as jpg, in units of floor_jpeg" "$ratio" 1.2 "$details"
 
 read -r _ ratio details < <(compare wall 301 "$bin/vel_diff" one.ppm two.ppm -- /bin/true)
 judge "time from start to end, 1x1, in units of /bin/true" "$ratio" 3 "$details"

@@ -16,8 +16,8 @@ install(EXPORT LumoraTargets NAMESPACE Lumora:: DESTINATION ${package_dir})
 install(FILES ${PROJECT_BINARY_DIR}/LumoraConfig.cmake ${PROJECT_BINARY_DIR}/LumoraConfigVersion.cmake
         DESTINATION ${package_dir})
 
-# pkg-config lumora, found from where its file stands, so that an installation can be moved. The library is C++ inside: a C program that links the archive needs the C++ runtime beside it. A
-# shared library brings its own.
+# pkg-config lumora, found from where its file stands, so that an installation can be moved. The library is C++ inside:
+# a program that links the archive needs the C++ runtime and the JPEG codec beside it. A shared library brings its own.
 if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
   set(pc_prefix ${CMAKE_INSTALL_PREFIX})
 else()
@@ -27,7 +27,7 @@ else()
 endif()
 cmake_path(APPEND pc_libdir "\${prefix}" ${CMAKE_INSTALL_LIBDIR})
 cmake_path(APPEND pc_includedir "\${prefix}" ${CMAKE_INSTALL_INCLUDEDIR})
-set(runtime_libraries "-lstdc++ -lm -pthread")
+set(runtime_libraries "-ljpeg -lstdc++ -lm -pthread")
 if(BUILD_SHARED_LIBS)
   set(pc_libs "")
   set(pc_libs_private " ${runtime_libraries}")

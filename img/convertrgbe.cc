@@ -96,6 +96,26 @@ KA_KERNEL void decode_body(const std::array<const std::uint8_t*, IMG_SLOTS>& fro
   }
 }
 
+// Bytes need no block of floats between: a mantissa and a half times 255 is exact, and so is its
+// product with the step. Steps that are left at 0 are far too small for a byte.
+KA_KERNEL void decode_bytes_body(const std::array<const std::uint8_t*, IMG_SLOTS>& from,
+                                 const std::array<std::uint8_t*, 3>& to, std::size_t count) {
+  std::array<float, FloatBlock::kPixels> steps;
+  const std::uint8_t* const exponents = from[3];
+  for (std::size_t x = 0; x < count; ++x) {
+    const std::int32_t exponent = exponents[x] - (kBias + 8) + 127;
+    steps[x] = std::bit_cast<float>((exponent > 0 ? exponent : 0) << 23);
+  }
+  for (std::size_t slot = 0; slot < to.size(); ++slot) {
+    const std::uint8_t* const mantissas = from[slot];
+    std::uint8_t* const bytes = to[slot];
+    for (std::size_t x = 0; x < count; ++x) {
+      const float level = (static_cast<float>(mantissas[x]) * 255.0F + 127.5F) * steps[x];
+      bytes[x] = static_cast<std::uint8_t>(static_cast<std::int32_t>(std::min(level, 255.0F)));
+    }
+  }
+}
+
 KA_DEFINE_KERNELS(encode_block, encode_body,
                   (FloatBlock::Samples & colours, const std::array<std::uint8_t*, IMG_SLOTS>& to,
                    std::size_t count),
@@ -104,6 +124,10 @@ KA_DEFINE_KERNELS(decode_block, decode_body,
                   (const std::array<const std::uint8_t*, IMG_SLOTS>& from,
                    FloatBlock::Samples& colours, std::size_t count),
                   (from, colours, count));
+KA_DEFINE_KERNELS(decode_bytes, decode_bytes_body,
+                  (const std::array<const std::uint8_t*, IMG_SLOTS>& from,
+                   const std::array<std::uint8_t*, 3>& to, std::size_t count),
+                  (from, to, count));
 
 // By way of floats to one type.
 template <int Type>
@@ -123,10 +147,29 @@ std::array<Sample*, IMG_SLOTS> planes_of(const img_line& line) {
           plane_of<Sample>(&line, 3)};
 }
 
+// To types of three bytes and an alpha that may be there.
+template <int Type>
+void to_bytes(img_line* dst, const img_line* src, const float* /*weights*/, std::size_t width) {
+  static const auto kernel = best_kernel(decode_bytes_kernels);
+  auto from = planes_of<const std::uint8_t>(*src);
+  const auto [r, g, b, a] = planes_of<std::uint8_t>(*dst);
+  std::array to = {r, g, b};
+  if (std::ranges::find(from, nullptr) != from.end()) return;
+  if (std::ranges::find(to, nullptr) != to.end()) return;
+  for (std::size_t first = 0; first < width; first += FloatBlock::kPixels) {
+    kernel(from, to, std::min(width - first, FloatBlock::kPixels));
+    for (auto& plane : from) plane += FloatBlock::kPixels;
+    for (auto& plane : to) plane += FloatBlock::kPixels;
+  }
+  if (Type == IMG_TYPE_RGBA && a) std::fill_n(a, width, std::uint8_t{255});
+}
+
 template <int... Types>
 constexpr ConvertRow row_to() {
   ConvertRow row{};
   ((row[Types] = from_rgbe<Types>), ...);
+  row[IMG_TYPE_RGBA] = to_bytes<IMG_TYPE_RGBA>;
+  row[IMG_TYPE_RGB] = to_bytes<IMG_TYPE_RGB>;
   row[IMG_TYPE_BIT] = any_to_bit<std::uint8_t, 0, 1, 2>;  // a mantissa that is not 0
   return row;
 }
@@ -151,9 +194,8 @@ void FloatBlock::encode(const img_line& to, std::size_t count) {
 }
 
 constinit const ConvertRow rgbe_row =
-    row_to<IMG_TYPE_RGBA, IMG_TYPE_RGBA_16, IMG_TYPE_RGBA_FP, IMG_TYPE_RGB, IMG_TYPE_RGB_16,
-           IMG_TYPE_RGB_FP, IMG_TYPE_A, IMG_TYPE_A_16, IMG_TYPE_A_FP, IMG_TYPE_S, IMG_TYPE_S_16,
-           IMG_TYPE_S_FP>();
+    row_to<IMG_TYPE_RGBA_16, IMG_TYPE_RGBA_FP, IMG_TYPE_RGB_16, IMG_TYPE_RGB_FP, IMG_TYPE_A,
+           IMG_TYPE_A_16, IMG_TYPE_A_FP, IMG_TYPE_S, IMG_TYPE_S_16, IMG_TYPE_S_FP>();
 
 }  // namespace ka
 

@@ -15,8 +15,10 @@ constexpr std::size_t kLongestRead = 128;    // samples or pixels, of any packet
 
 // Packets are short: what a branch on their kind or length would cost when it is guessed wrong is
 // more than moving some bytes too many. A chunk holds whole pixels of 1 to 4 bytes.
+// It is made of vectors: as single words it would be put together in memory, which takes longer.
 constexpr std::size_t kChunkBytes = 48;
-using Chunk = std::array<std::uint64_t, kChunkBytes / 8>;
+using Words [[gnu::vector_size(16)]] = std::uint64_t;
+using Chunk = std::array<Words, kChunkBytes / sizeof(Words)>;
 
 constexpr std::size_t in_chunks(std::size_t bytes) {
   return (bytes + kChunkBytes - 1) / kChunkBytes * kChunkBytes;
@@ -27,10 +29,10 @@ constexpr std::uint64_t from_little(std::uint64_t word) {
 }
 
 // 16-bit samples of the file's byte order, big-endian, to the host's.
-constexpr std::uint64_t swap_samples(std::uint64_t word) {
-  if constexpr (std::endian::native == std::endian::big) return word;
+KA_KERNEL Words swap_samples(Words words) {
+  if constexpr (std::endian::native == std::endian::big) return words;
   constexpr std::uint64_t low_bytes = 0x00ff00ff00ff00ff;
-  return (word >> 8 & low_bytes) | (word & low_bytes) << 8;
+  return (words >> 8 & low_bytes) | (words & low_bytes) << 8;
 }
 
 // A chunk of one pixel over and over. Its first byte is the lowest of `pixel`.
@@ -41,10 +43,13 @@ KA_KERNEL Chunk repeated(std::uint64_t pixel) {
     const std::array words = {from_little(pixel | pixel << 24 | pixel << 48),
                               from_little(pixel >> 16 | pixel << 8 | pixel << 32 | pixel << 56),
                               from_little(pixel >> 8 | pixel << 16 | pixel << 40)};
-    for (std::size_t i = 0; i < chunk.size(); ++i) chunk[i] = words[i % 3];
+    for (std::size_t i = 0; i < chunk.size(); ++i) {
+      chunk[i] = Words{words[2 * i % 3], words[(2 * i + 1) % 3]};
+    }
   } else {
     constexpr std::uint64_t ones = ~std::uint64_t{0} / ((std::uint64_t{1} << 8 * PixelBytes) - 1);
-    chunk.fill(from_little(pixel * ones));
+    const std::uint64_t word = from_little(pixel * ones);
+    chunk.fill(Words{word, word});
   }
   return chunk;
 }
@@ -74,6 +79,17 @@ struct PixelForm {
   static constexpr bool kHasClosing = false;
   static Control control(const std::uint8_t* bytes) {
     return {(*bytes & kCount) + std::size_t{1}, *bytes <= kCount};
+  }
+};
+
+struct ScanlineForm {
+  static constexpr std::size_t kSampleBytes = 1;
+  static constexpr std::size_t kControlBytes = 1;
+  static constexpr bool kSwaps = false;
+  static constexpr bool kHasClosing = false;
+  static Control control(const std::uint8_t* bytes) {
+    const std::size_t is_run = (*bytes + 127U) >> 8;  // 1 above 128, without a branch
+    return {*bytes - is_run * kLongestRead, is_run == 0};
   }
 };
 
@@ -157,6 +173,42 @@ Expanded expand(std::span<const std::uint8_t> packets, std::span<std::uint8_t> r
   return ended(out == out_end ? RowEnd::kWhole : RowEnd::kCorrupt);
 }
 
+struct Progress {
+  std::size_t in, out;  // bytes
+};
+
+// Expands what stands so far from both ends that a packet may be moved with some bytes too many.
+// Rows hold the four parts of colours one by one, so that most packets of a row are of one kind: a
+// branch is guessed, and the next packet need not wait for this one's length.
+Progress expand_inner(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row) {
+  constexpr std::size_t step = 64;
+  constexpr std::size_t room = (1 + kLongestRead + step - 1) / step * step;
+  const std::uint8_t* in = packets.data();
+  std::uint8_t* out = row.data();
+  const std::uint8_t* const in_end = in + packets.size();
+  const std::uint8_t* const out_end = out + row.size();
+  while (std::size_t(out_end - out) >= room && std::size_t(in_end - in) >= room) {
+    const std::size_t control = *in++;
+    if (control > kLongestRead) {
+      const std::size_t count = control - kLongestRead;
+      const std::uint64_t word = *in++ * (~std::uint64_t{0} / 0xff);
+      const Words run{word, word};
+      for (std::size_t done = 0; done < count; done += sizeof run) {
+        std::memcpy(out + done, &run, sizeof run);
+      }
+      out += count;
+    } else {
+      std::memcpy(out, in, sizeof(Words));
+      for (std::size_t done = sizeof(Words); done < control; done += step) {
+        std::memcpy(out + done, in + done, step);
+      }
+      in += control;
+      out += control;
+    }
+  }
+  return {std::size_t(in - packets.data()), std::size_t(out - row.data())};
+}
+
 // Runs go to each plane in whole chunks where these end inside the row.
 using Run [[gnu::vector_size(16)]] = std::uint8_t;
 
@@ -164,8 +216,6 @@ KA_KERNEL void fill_chunks(std::uint8_t* out, std::uint8_t sample, std::size_t l
   const Run run = sample - Run{};
   for (std::size_t i = 0; i < length; i += sizeof run) std::memcpy(out + i, &run, sizeof run);
 }
-
-using Words [[gnu::vector_size(16)]] = std::uint64_t;
 
 // Two packets as a word, each byte's place as in the file.
 constexpr std::uint64_t two_packets(std::uint8_t length, std::uint8_t sample) {
@@ -348,6 +398,33 @@ RowEnd expand_pairs(std::span<const std::uint8_t> pairs, std::span<std::uint8_t>
   RowEnd end;
   kernel(pairs, row, end);
   return end;
+}
+
+PixelRow expand_scanline(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row) {
+  const auto [in, out] = expand_inner(packets, row);
+  const auto rest = expand<ScanlineForm>(packets.subspan(in), row.subspan(out));
+  return {rest.end, in + rest.used};
+}
+
+std::size_t compact_scanline(std::span<const std::uint8_t> row, std::span<std::uint8_t> packets) {
+  constexpr std::size_t longest = 127;
+  std::uint8_t* out = packets.data();
+  for (std::size_t at = 0; at < row.size();) {
+    const std::size_t most = std::min(row.size(), at + longest);
+    std::size_t end = at + 1;
+    const bool is_run = end < row.size() && row[end] == row[at];
+    if (is_run) {
+      while (end < most && row[end] == row[at]) ++end;
+    } else {
+      while (end < most && (end + 1 == row.size() || row[end] != row[end + 1])) ++end;
+    }
+    const std::size_t count = end - at, stored = is_run ? 1 : count;
+    *out++ = static_cast<std::uint8_t>(is_run ? kLongestRead + count : count);
+    std::memcpy(out, &row[at], stored);
+    out += stored;
+    at = end;
+  }
+  return static_cast<std::size_t>(out - packets.data());
 }
 
 template <typename Sample>

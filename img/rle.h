@@ -116,4 +116,20 @@ using RunKernel = void (*)(std::span<const std::uint8_t> packets, const RunPlane
 // Decodes a row.
 [[nodiscard]] RowEnd expand_pairs(std::span<const std::uint8_t> pairs, std::span<std::uint8_t> row);
 
+// Scanline packets: rows of bytes. A control byte c above 128 is followed by one byte that is
+// repeated c - 128 times, any other by c bytes as they are, which may be none. The row ends with
+// its last byte.
+
+// Decodes a row.
+[[nodiscard]] PixelRow expand_scanline(std::span<const std::uint8_t> packets,
+                                       std::span<std::uint8_t> row);
+
+// Bytes that the packets of `count` bytes can take at most, when none is empty.
+[[nodiscard]] constexpr std::size_t scanline_bound(std::size_t count) { return 2 * count; }
+
+// Encodes a row: each byte that equals its successor begins a run, what stands between runs is left
+// as it is. Before: `packets` has room for scanline_bound. Returns the bytes used.
+[[nodiscard]] std::size_t compact_scanline(std::span<const std::uint8_t> row,
+                                           std::span<std::uint8_t> packets);
+
 }  // namespace ka

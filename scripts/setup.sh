@@ -3,7 +3,7 @@
 # what scripts/check.sh needs. Where everything is there it does nothing and takes no time.
 set -euo pipefail
 
-packages=(g++ cmake ninja-build libgtest-dev libbenchmark-dev pkgconf)
+packages=(g++ cmake ninja-build libjpeg62-turbo-dev libgtest-dev libbenchmark-dev pkgconf)
 if [[ ${1-} == check ]]; then
   packages+=(clang-14 clang-tidy-14 clang-format-14 libclang-rt-14-dev mandoc)
 fi

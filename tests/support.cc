@@ -102,15 +102,6 @@ std::string read_file(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-std::string find_program(const std::string& name) {
-  const char* const path = std::getenv("PATH");
-  std::istringstream folders(path ? path : "");
-  for (std::string folder; std::getline(folders, folder, ':');) {
-    if (exists(folder + "/" + name)) return folder + "/" + name;
-  }
-  return {};
-}
-
 bool exists(const std::string& path) {
   return std::filesystem::symlink_status(path).type() != std::filesystem::file_type::not_found;
 }

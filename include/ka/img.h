@@ -123,7 +123,9 @@ typedef struct img_file {
   int64_t file_size; /* bytes, of a file opened for reading */
   float gamma;       /* as stored by formats that carry one, else 1 */
   float aspect;      /* of a pixel, as stored by formats that carry one; 1 after ka_img_create */
-  uint32_t parameters[IMG_PARAMETERS]; /* settings of drivers; ka_img_create keeps the third */
+  uint32_t parameters[IMG_PARAMETERS]; /* settings of drivers; ka_img_create keeps the third, clears
+                                          the others. The first: the quality of a JPEG file as a
+                                          float, 1 to 100 */
   int type;                            /* img_type of the lines that the caller passes */
   int format;                          /* img_format of the file */
   int error;                           /* img_errcode of the last failure */

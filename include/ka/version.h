@@ -23,4 +23,8 @@ const char* ka_trans_version(void);
 const char* ka_db_version(void);
 const char* ka_img_version(void);
 
+/* Version of the JPEG codec's interface, 62. 0 when the program runs with a codec that the library
+ * was not built for: JPEG files are neither recognised nor written then. */
+int ka_jpg_mod_version(void);
+
 KA_END_DECLS

@@ -420,4 +420,58 @@ TEST(Pairs, AreDecodedAsOneSampleAfterTheOther) {
   }
 }
 
+struct ScanlineRow {
+  const char* name;
+  Bytes row, packets;
+};
+
+const std::vector<ScanlineRow> kScanlineRows = {
+    {"OneByte", {7}, {1, 7}},
+    {"TwoEqualBytes", {7, 7}, {130, 7}},
+    {"LiteralsEndAtARun", {1, 2, 3, 3}, {2, 1, 2, 130, 3}},
+    {"RunsSideBySide", {1, 1, 2, 2}, {130, 1, 130, 2}},
+    {"LiteralsBehindARun", {1, 1, 2, 3}, {130, 1, 2, 2, 3}},
+    {"Run127", repeated(127, 5), {255, 5}},
+    {"Run128", repeated(128, 5), {255, 5, 1, 5}},
+    {"Run129", repeated(129, 5), {255, 5, 130, 5}},
+};
+
+TEST(ScanlinePackets, AreTheseBytes) {
+  for (const auto& [name, row, packets] : kScanlineRows) {
+    SCOPED_TRACE(name);
+    Bytes written(ka::scanline_bound(row.size()));
+    written.resize(ka::compact_scanline(row, written));
+    EXPECT_EQ(written, packets);
+  }
+}
+
+// Every prefix of the packets of random rows, for rows of their length; all of them for rows of one
+// byte less.
+TEST(ScanlinePackets, ComeBackOrAreRefused) {
+  std::mt19937 random(3);
+  for (int i = 0; i < 300; ++i) {
+    const auto row = random_line<std::uint8_t>(random);
+    if (row.empty()) continue;
+    Bytes packets(ka::scanline_bound(row.size()));
+    packets.resize(ka::compact_scanline(row, packets));
+    for (std::size_t cut = 0; cut <= packets.size(); ++cut) {
+      const auto exact = std::make_unique<std::uint8_t[]>(cut);
+      std::copy_n(packets.begin(), cut, exact.get());
+      Bytes read(row.size() + 1, 0x5a);
+      const auto [end, used] =
+          ka::expand_scanline({exact.get(), cut}, std::span(read).first(row.size()));
+      ASSERT_EQ(end, cut == packets.size() ? RowEnd::kWhole : RowEnd::kShort);
+      ASSERT_EQ(read.back(), 0x5a);
+      if (end != RowEnd::kWhole) continue;
+      read.pop_back();
+      ASSERT_EQ(read, row);
+      ASSERT_EQ(used, packets.size());
+    }
+    Bytes shorter(row.size() - 1);
+    const auto [end, used] = ka::expand_scanline(packets, shorter);
+    const bool left_one = end == RowEnd::kWhole && used == packets.size() - 2;
+    ASSERT_TRUE(end == RowEnd::kCorrupt || left_one);  // a packet of one byte is not needed then
+  }
+}
+
 }  // namespace

@@ -1,0 +1,226 @@
+// Radiance pictures: a text header, then run-length encoded scanlines of shared-exponent colours.
+// Layout: docs/formats.md, "Radiance HDR", which is that of "The RADIANCE Picture File Format" with
+// the scanlines of its newer encoding, of any width.
+#include <errno.h>
+
+#include <algorithm>
+#include <charconv>
+#include <string_view>
+
+#include <ka/version.h>
+
+#include "driver.h"
+#include "drivers.h"
+#include "rle.h"
+#include "stream.h"
+
+namespace {
+
+using namespace std::string_view_literals;
+
+constexpr auto kMagic = "#?RADIANCE\n"sv;
+constexpr auto kOlderMagic = "#?LUMORA - HDR image created by Lumora\n"sv;
+constexpr auto kEncoding = "FORMAT=32-bit_rle_rgbe"sv;
+constexpr std::size_t kTestedBytes = 1024;  // where the last header line that is looked at starts
+constexpr std::size_t kLongestLine = 1023;  // characters
+constexpr std::size_t kLongestResolution = 127;  // characters
+constexpr std::size_t kPlanes = 4;
+constexpr int kLargestWidth = 65535;  // what a scanline can tell
+constexpr std::uint8_t kMark = 2;     // the first two bytes of a scanline
+constexpr std::size_t kScanlineHeader = 4;
+
+struct Resolution {
+  int width = 0, height = 0;
+  bool topdown = true;
+  bool mirrored = true;  // pixels come from right to left
+};
+
+struct HdrState {
+  bool mirrored;
+  ka::FileReader scanlines;
+  ka::FileWriter out;
+  ka::Buffer packets;  // of one plane that is written
+};
+
+// The next line of a text with its line feed; the last one may lack it.
+std::string_view next_line(std::string_view& text) {
+  const std::string_view line = text.substr(0, text.find('\n')).size() < text.size()
+                                    ? text.substr(0, text.find('\n') + 1)
+                                    : text;
+  text.remove_prefix(line.size());
+  return line;
+}
+
+std::string_view as_text(std::span<const std::uint8_t> bytes) {
+  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+bool names_encoding(std::string_view line) {
+  line.remove_prefix(std::min(line.find_first_not_of(" \t"), line.size()));
+  return line.starts_with(kEncoding);
+}
+
+// Moves behind the first empty line; false when there is none.
+bool skip_header(ka::FileReader& in) {
+  int last = 0, byte = 0;
+  while (last != '\n' || byte != '\n') {
+    last = byte;
+    byte = in.get();
+    if (byte == ka::FileReader::kEnd) return false;
+  }
+  return true;
+}
+
+// A number that does not fit an int counts as 0.
+int take_number(std::string_view& text) {
+  int number = 0;
+  const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), number);
+  text.remove_prefix(std::size_t(end - text.data()));
+  return failure == std::errc() ? number : 0;
+}
+
+// Signs and axes stand for the numbers behind them; an axis that is left out is the other one.
+Resolution parse_resolution(std::string_view line) {
+  Resolution resolution;
+  bool is_negative = false, is_y = false;
+  while (!line.empty()) {
+    const char c = line.front();
+    if (c >= '0' && c <= '9') {
+      const int number = take_number(line);
+      (is_y ? resolution.height : resolution.width) = number;
+      (is_y ? resolution.topdown : resolution.mirrored) = is_negative;
+      is_y = !is_y;
+      continue;
+    }
+    if (c == '+' || c == '-') is_negative = c == '-';
+    if (c == 'x' || c == 'X' || c == 'y' || c == 'Y') is_y = c == 'y' || c == 'Y';
+    line.remove_prefix(1);
+  }
+  return resolution;
+}
+
+int failed_line(img_file* handle, const char* reason, int code, int failure = 0) {
+  ka_debug("img_read_hdr: %s", reason);
+  return img_error(handle, code, failure);
+}
+
+int read_scanline_header(img_file* handle, ka::FileReader& in) {
+  const auto header = in.take(kScanlineHeader);
+  if (header.empty()) return failed_line(handle, "EOF", IMG_ERR_SIZE, errno);
+  ka::ByteCursor bytes(header);
+  if (bytes.u8() != kMark || bytes.u8() != kMark) {
+    return failed_line(handle, "line doesn't begin with 2 2", IMG_ERR_CORRUPT);
+  }
+  if (bytes.be16() != handle->width) {
+    return failed_line(handle, "wrong line header length", IMG_ERR_CORRUPT);
+  }
+  return 1;
+}
+
+// Packets without bytes do not count in the bound. A plane may have some, up to the size of the
+// reader's buffer.
+int read_plane(img_file* handle, ka::FileReader& in, std::span<std::uint8_t> plane) {
+  const std::size_t usual = ka::scanline_bound(plane.size());
+  for (const std::size_t most : {usual, ka::FileReader::kBufferSize}) {
+    const auto packets = in.ahead(most);
+    const int failure = errno;
+    const auto [end, used] = ka::expand_scanline(packets, plane);
+    if (end == ka::RowEnd::kWhole) {
+      (void)in.take(used);
+      return 1;
+    }
+    if (end == ka::RowEnd::kCorrupt) {
+      return failed_line(handle, "scanline too long", IMG_ERR_CORRUPT);
+    }
+    if (packets.size() < most) return failed_line(handle, "EOF", IMG_ERR_SIZE, failure);
+  }
+  return failed_line(handle, "wrong line length after RLE", IMG_ERR_CORRUPT);
+}
+
+void write_scanline_header(const img_file* handle, ka::FileWriter& out) {
+  ka::ByteWriter bytes(out.put(kScanlineHeader));
+  bytes.u8(kMark);
+  bytes.u8(kMark);
+  bytes.be16(static_cast<std::uint32_t>(handle->width));
+}
+
+}  // namespace
+
+int img_test_hdr(img_file* handle, const std::uint8_t* head) {
+  if (!as_text({head, IMG_HEAD_SIZE}).starts_with("#?")) return 0;
+  ka::FileReader in;
+  in.start(handle, 0, kTestedBytes + kLongestLine);
+  const std::string_view text = as_text(in.ahead(kTestedBytes + kLongestLine));
+  std::string_view rest = text;
+  const std::string_view magic = next_line(rest);
+  if (magic != kMagic && magic != kOlderMagic) return 0;
+  while (!rest.empty() && text.size() - rest.size() <= kTestedBytes) {
+    const std::string_view line = next_line(rest);
+    if (line == "\n") return 0;
+    if (names_encoding(line)) return 1;
+  }
+  return 0;
+}
+
+int img_open_hdr(img_file* handle, const std::uint8_t* /*head*/) {
+  auto state = ka::make_state<HdrState>(handle);
+  ka::FileReader& in = state->scanlines;
+  in.start(handle, 0);
+  if (!skip_header(in)) return img_error(handle, IMG_ERR_SIZE, errno);
+  std::string_view ahead = as_text(in.ahead(kLongestResolution)).substr(0, kLongestResolution);
+  if (ahead.empty()) return img_error(handle, IMG_ERR_SIZE, errno);
+  const std::string_view line = next_line(ahead);
+  const Resolution resolution = parse_resolution(line);
+  (void)in.take(line.size());
+  if (resolution.width <= 0 || resolution.height <= 0 || resolution.width > kLargestWidth) {
+    ka_debug("img_open_hdr: bad resolution line");
+    return img_error(handle, IMG_ERR_CORRUPT, 0);
+  }
+  state->mirrored = resolution.mirrored;
+  handle->width = resolution.width;
+  handle->height = resolution.height;
+  handle->topdown = resolution.topdown;
+  handle->data.p = state.release();
+  return 1;
+}
+
+int img_create_hdr(img_file* handle) {
+  if (handle->width > kLargestWidth) return img_error(handle, IMG_ERR_SUBTYPE, EFBIG);
+  auto state = ka::make_state<HdrState>(handle);
+  state->packets = ka::Buffer(ka::scanline_bound(std::size_t(handle->width)));
+  state->out.start(handle);
+  std::array<char, 256> header;
+  const int length = std::snprintf(
+      header.data(), header.size(),
+      "#?RADIANCE\nFORMAT=32-bit_rle_rgbe\nSOFTWARE=Lumora version %s %s\n\n-Y %d +X %d\n",
+      ka_lumoralib_version(), ka_lumoralib_date(), handle->height, handle->width);
+  state->out.write({header.data(), std::size_t(length)});
+  handle->data.p = state.release();
+  return 1;
+}
+
+int img_read_hdr(img_file* handle, img_line* line) {
+  auto& state = ka::state_of<HdrState>(handle);
+  if (!read_scanline_header(handle, state.scanlines)) return 0;
+  for (const auto plane : ka::line_planes<std::uint8_t, kPlanes>(handle, line)) {
+    if (!read_plane(handle, state.scanlines, plane)) return 0;
+    if (state.mirrored) std::ranges::reverse(plane);
+  }
+  return 1;
+}
+
+int img_write_hdr(img_file* handle, img_line* line) {
+  auto& state = ka::state_of<HdrState>(handle);
+  write_scanline_header(handle, state.out);
+  for (const auto plane : ka::line_planes<std::uint8_t, kPlanes>(handle, line)) {
+    const std::size_t bytes =
+        ka::compact_scanline(plane, {state.packets.data(), state.packets.size()});
+    state.out.write({reinterpret_cast<const char*>(state.packets.data()), bytes});
+  }
+  return state.out.error() == 0 ? 1 : img_error(handle, IMG_ERR_WRITE, state.out.error());
+}
+
+int img_close_hdr(img_file* handle) {
+  const auto state = ka::take_state<HdrState>(handle);
+  return state ? ka::finish_file(handle, state->out, IMG_ERR_WRITE) : 1;
+}

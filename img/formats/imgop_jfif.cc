@@ -1,0 +1,361 @@
+// JPEG files in the JFIF and Exif forms, by way of the libjpeg codec; written as baseline JFIF.
+// Layout: docs/formats.md, "JFIF", which is that of "JPEG File Interchange Format", version 1.02.
+//
+// The codec leaves a failing call by a jump to whoever armed it. Between the two there is nothing
+// that would have to be taken down.
+#include <errno.h>
+#include <setjmp.h>
+
+#include <algorithm>
+#include <bit>
+#include <climits>
+#include <cstdio>
+#include <limits>
+#include <type_traits>
+
+#include <jpeglib.h>
+
+#include <jerror.h>
+
+#include <ka/detail/scope.h>
+#include <ka/version.h>
+
+#include "driver.h"
+#include "drivers.h"
+#include "linekernels.h"
+#include "stream.h"
+
+namespace {
+
+constexpr std::size_t kComponents = 3;
+constexpr std::size_t kWriteBuffer = std::size_t{16} << 10;
+constexpr int kDefaultQuality = 75;
+constexpr int kQualityNumber = 1;  // of the warning about a quality that is out of range
+
+// Every scan passes over the whole picture. Encoders make about ten of them.
+constexpr int kMostScans = 100;
+
+// A file of several scans is kept as coefficients, 128 bytes for 64 of them, until its last scan.
+// The first scan takes a bit for each 64 at least, so that an honest file of n bytes needs no more
+// than 1024 * n; the rest is for the codec's own rows.
+constexpr std::uint64_t kMemoryPerByte = 1024;
+constexpr std::uint64_t kMemoryForRows = std::uint64_t{16} << 20;
+
+struct JfifState {
+  JfifState() = default;
+  ~JfifState() {
+    jpeg_destroy_decompress(&reader);
+    jpeg_destroy_compress(&writer);
+  }
+  JfifState(const JfifState&) = delete;
+  JfifState& operator=(const JfifState&) = delete;
+
+  jpeg_error_mgr errors{};
+  jmp_buf jump{};
+  bool aborted = false;  // the codec has failed and is not called again
+  bool damaged = false;  // since pixels would have been made up
+  ka::Buffer row;        // interleaved samples of a line
+
+  jpeg_decompress_struct reader{};
+  jpeg_source_mgr source{};
+  jpeg_progress_mgr progress{};
+  ka::FileReader in;
+  std::uint64_t file_size = 0;
+  bool ended = false;  // the codec has asked for more than the file holds
+  int failure = 0;     // error number of the system then, 0 for the end of the file
+
+  jpeg_compress_struct writer{};
+  jpeg_destination_mgr destination{};
+  ka::Buffer written;  // bytes on their way to `out`
+  ka::FileWriter out;
+};
+
+template <typename Codec>
+JfifState& state_of(const Codec* codec) {
+  return *static_cast<JfifState*>(codec->client_data);
+}
+
+template <typename Codec>
+j_common_ptr common(Codec* codec) {
+  return reinterpret_cast<j_common_ptr>(codec);
+}
+
+// Runs calls into the codec. False when one of them failed.
+template <typename Calls>
+bool guarded(JfifState& state, Calls calls) {
+  static_assert(std::is_trivially_destructible_v<Calls>);
+  if (state.aborted) return false;
+  if (setjmp(state.jump) != 0) {  // NOLINT(cert-err52-cpp): the codec is C
+    state.aborted = true;
+    return false;
+  }
+  calls();
+  return true;
+}
+
+void tell(j_common_ptr codec) {
+  const ka::ModuleScope scope(KA_JPG);
+  char text[JMSG_LENGTH_MAX];
+  codec->err->format_message(codec, text);
+  ka_debug("%s", text);
+}
+
+[[noreturn]] void custom_jpg_error_handler(j_common_ptr codec) {
+  tell(codec);
+  longjmp(state_of(codec).jump, 1);  // NOLINT(cert-err52-cpp): as above
+}
+
+// Where the codec would go on with pixels of its own making it is stopped.
+bool makes_up_pixels(int warning) {
+  return warning == JWRN_HIT_MARKER || warning == JWRN_HUFF_BAD_CODE ||
+         warning == JWRN_ARITH_BAD_CODE || warning == JWRN_MUST_RESYNC;
+}
+
+void emit_message(j_common_ptr codec, int level) {
+  if (level >= 0) return;  // not a warning
+  if (makes_up_pixels(codec->err->msg_code)) {
+    state_of(codec).damaged = true;
+    custom_jpg_error_handler(codec);
+  }
+  tell(codec);
+}
+
+template <typename Codec>
+void set_hooks(JfifState& state, Codec& codec) {
+  codec.err = jpeg_std_error(&state.errors);
+  codec.client_data = &state;
+  state.errors.error_exit = custom_jpg_error_handler;
+  state.errors.emit_message = emit_message;
+}
+
+void give(JfifState& state, std::span<const std::uint8_t> bytes) {
+  state.source.next_input_byte = bytes.data();
+  state.source.bytes_in_buffer = bytes.size();
+}
+
+// What the file holds is handed over without a copy, one buffer of the reader after the other. The
+// codec looks ahead: at the end of the file a marker lets it use what it has, and it complains once
+// it needs more. Arithmetic decoding never complains.
+boolean fill_input_buffer(j_decompress_ptr codec) {
+  static constexpr std::uint8_t end_of_image[] = {0xff, JPEG_EOI};
+  JfifState& state = state_of(codec);
+  const auto bytes = state.in.ahead(1);
+  (void)state.in.take(bytes.size());
+  if (bytes.empty()) {
+    const bool is_first = !state.ended;
+    state.failure = errno;
+    state.ended = true;
+    if (!is_first || state.failure != 0 || codec->arith_code) ERREXIT(codec, JERR_INPUT_EOF);
+  }
+  give(state, bytes.empty() ? std::span(end_of_image) : bytes);
+  return TRUE;
+}
+
+void skip_input_data(j_decompress_ptr codec, long count) {
+  JfifState& state = state_of(codec);
+  jpeg_source_mgr& source = state.source;
+  const auto bytes = static_cast<std::size_t>(std::max(count, 0L));
+  const std::size_t at_hand = std::min(bytes, source.bytes_in_buffer);
+  source.next_input_byte += at_hand;
+  source.bytes_in_buffer -= at_hand;
+  if (bytes > at_hand) state.in.seek(state.file_size - state.in.left() + (bytes - at_hand));
+}
+
+void count_scans(j_common_ptr codec) {
+  if (state_of(codec).reader.input_scan_number <= kMostScans) return;
+  codec->err->msg_code = JERR_NOTIMPL;
+  custom_jpg_error_handler(codec);
+}
+
+void create_reader(JfifState& state, const img_file* handle) {
+  jpeg_create_decompress(&state.reader);
+  const auto most = kMemoryForRows + kMemoryPerByte * std::uint64_t(handle->file_size);
+  state.reader.mem->max_memory_to_use =
+      static_cast<long>(std::min<std::uint64_t>(most, std::numeric_limits<long>::max()));
+  state.source.init_source = [](j_decompress_ptr) {};
+  state.source.fill_input_buffer = fill_input_buffer;
+  state.source.skip_input_data = skip_input_data;
+  state.source.resync_to_restart = jpeg_resync_to_restart;
+  state.source.term_source = [](j_decompress_ptr) {};
+  state.reader.src = &state.source;
+  state.progress.progress_monitor = count_scans;
+  state.reader.progress = &state.progress;
+}
+
+// Whether scans may be missing. A file of one scan tells when its lines are read.
+bool ends_before_its_last_scan(JfifState& state) {
+  return state.ended && jpeg_has_multiple_scans(&state.reader);
+}
+
+void read_header(JfifState& state) {
+  jpeg_read_header(&state.reader, TRUE);
+  state.reader.out_color_space = JCS_RGB;
+  jpeg_calc_output_dimensions(&state.reader);
+}
+
+int failed_reading(img_file* handle, const JfifState& state, int otherwise) {
+  if (state.ended) return img_error(handle, IMG_ERR_READ, state.failure);
+  return img_error(handle, state.damaged ? IMG_ERR_CORRUPT : otherwise, 0);
+}
+
+void set_room(JfifState& state) {
+  state.destination.next_output_byte = state.written.data();
+  state.destination.free_in_buffer = state.written.size();
+}
+
+void hand_over(JfifState& state, std::size_t bytes) {
+  state.out.write({reinterpret_cast<const char*>(state.written.data()), bytes});
+}
+
+boolean empty_output_buffer(j_compress_ptr codec) {
+  JfifState& state = state_of(codec);
+  hand_over(state, state.written.size());
+  if (state.out.error() != 0) ERREXIT(codec, JERR_FILE_WRITE);
+  set_room(state);
+  return TRUE;
+}
+
+void term_destination(j_compress_ptr codec) {
+  JfifState& state = state_of(codec);
+  hand_over(state, state.written.size() - state.destination.free_in_buffer);
+}
+
+// The whole part of the quality that the caller has set, 0 for none. What no int holds is as far
+// out of range.
+int quality_of(const img_file* handle) {
+  const auto quality = std::bit_cast<float>(handle->parameters[0]);
+  if (!(quality > -0x1p31F)) return INT_MIN;
+  return quality < 0x1p31F ? static_cast<int>(quality) : INT_MAX;
+}
+
+void start_writing(JfifState& state, const img_file* handle, int quality) {
+  jpeg_create_compress(&state.writer);
+  state.destination.init_destination = [](j_compress_ptr codec) { set_room(state_of(codec)); };
+  state.destination.empty_output_buffer = empty_output_buffer;
+  state.destination.term_destination = term_destination;
+  state.writer.dest = &state.destination;
+  state.writer.image_width = static_cast<JDIMENSION>(handle->width);
+  state.writer.image_height = static_cast<JDIMENSION>(handle->height);
+  state.writer.input_components = handle->components;
+  state.writer.in_color_space = JCS_RGB;
+  jpeg_set_defaults(&state.writer);
+  if (quality >= 1 && quality <= 100) jpeg_set_quality(&state.writer, quality, TRUE);
+  jpeg_start_compress(&state.writer, TRUE);
+}
+
+// Lines come in their order only. The handle counts those that failed, too.
+bool is_next_line(const img_file* handle, JDIMENSION next, JDIMENSION width, JDIMENSION height) {
+  return next < height && static_cast<JDIMENSION>(handle->line_count) == next &&
+         static_cast<JDIMENSION>(handle->width) == width;
+}
+
+}  // namespace
+
+int ka_jpg_mod_version() {
+  const ka::ModuleScope scope(KA_JPG);
+  // A codec of another version than the one whose records are known here refuses to be set up.
+  static const int version = [] {
+    JfifState state;
+    set_hooks(state, state.reader);
+    return guarded(state, [&] { jpeg_create_decompress(&state.reader); }) ? JPEG_LIB_VERSION : 0;
+  }();
+  return version;
+}
+
+int img_test_jfif(img_file* /*handle*/, const std::uint8_t* head) {
+  const bool starts_with_app =
+      head[0] == 0xff && head[1] == 0xd8 && head[2] == 0xff && head[3] >= 0xe0 && head[3] <= 0xef;
+  return starts_with_app && ka_jpg_mod_version() != 0;
+}
+
+int img_open_jfif(img_file* handle, const std::uint8_t* /*head*/) {
+  if (ka_jpg_mod_version() == 0) return 0;
+  auto state = ka::make_state<JfifState>(handle);
+  jpeg_decompress_struct& reader = state->reader;
+  state->file_size = std::uint64_t(handle->file_size);
+  state->in.start(handle, 0);
+  set_hooks(*state, reader);
+  const auto set_up = [&state = *state, handle] {
+    create_reader(state, handle);
+    read_header(state);
+  };
+  if (!guarded(*state, set_up)) return img_error(handle, IMG_ERR_SUBTYPE, state->failure);
+  handle->width = static_cast<int>(reader.output_width);
+  handle->height = static_cast<int>(reader.output_height);
+  handle->topdown = 1;
+  if (!guarded(*state, [&reader] { jpeg_start_decompress(&reader); }) ||
+      ends_before_its_last_scan(*state)) {
+    return failed_reading(handle, *state, IMG_ERR_SUBTYPE);
+  }
+  state->row = ka::Buffer(std::size_t{reader.output_width} * kComponents);
+  handle->data.p = state.release();
+  return 1;
+}
+
+int img_create_jfif(img_file* handle) {
+  if (ka_jpg_mod_version() == 0) return 0;
+  const int quality = quality_of(handle);
+  if (quality < 0 || quality > 100) {
+    ka_nwarning(kQualityNumber, "JPEG: bad quality %d ignored, default quality %d used", quality,
+                kDefaultQuality);
+  }
+  auto state = ka::make_state<JfifState>(handle);
+  state->row = ka::Buffer(std::size_t(handle->width) * kComponents);
+  state->written = ka::Buffer(kWriteBuffer);
+  state->out.start(handle);
+  set_hooks(*state, state->writer);
+  const auto start = [&state = *state, handle, quality] { start_writing(state, handle, quality); };
+  if (!guarded(*state, start)) {
+    const bool is_too_big = std::max(handle->width, handle->height) > JPEG_MAX_DIMENSION;
+    return img_error(handle, IMG_ERR_CREATE, is_too_big ? EFBIG : 0);
+  }
+  handle->data.p = state.release();
+  return 1;
+}
+
+int img_read_jfif(img_file* handle, img_line* line) {
+  auto& state = ka::state_of<JfifState>(handle);
+  jpeg_decompress_struct& reader = state.reader;
+  if (state.aborted ||
+      !is_next_line(handle, reader.output_scanline, reader.output_width, reader.output_height)) {
+    return 0;
+  }
+  JSAMPROW row = state.row.data();
+  JDIMENSION rows = 0;
+  if (!guarded(state, [&] { rows = jpeg_read_scanlines(&reader, &row, 1); })) {
+    return failed_reading(handle, state, IMG_ERR_READ);
+  }
+  if (rows != 1) return 0;
+  ka::split<std::uint8_t, kComponents>(row, ka::plane_pointers<std::uint8_t, kComponents>(line),
+                                       reader.output_width);
+  return 1;
+}
+
+int img_write_jfif(img_file* handle, img_line* line) {
+  auto& state = ka::state_of<JfifState>(handle);
+  jpeg_compress_struct& writer = state.writer;
+  if (state.aborted ||
+      !is_next_line(handle, writer.next_scanline, writer.image_width, writer.image_height)) {
+    return 0;
+  }
+  JSAMPROW row = state.row.data();
+  ka::pack<std::uint8_t, kComponents>(row, ka::plane_pointers<std::uint8_t, kComponents>(line),
+                                      writer.image_width);
+  JDIMENSION rows = 0;
+  if (!guarded(state, [&] { rows = jpeg_write_scanlines(&writer, &row, 1); })) {
+    return img_error(handle, IMG_ERR_WRITE, state.out.error());
+  }
+  return rows == 1;
+}
+
+// A file that was read is given up wherever the codec stands in it.
+int img_close_jfif(img_file* handle) {
+  if (ka_jpg_mod_version() == 0) return 0;
+  const auto state = ka::take_state<JfifState>(handle);
+  if (!state || !handle->writing || handle->error) return 1;
+  if (!guarded(*state, [&writer = state->writer] { jpeg_finish_compress(&writer); })) {
+    const int failure = state->out.error();
+    return img_error(handle, failure != 0 ? IMG_ERR_WRITE : IMG_ERR_CLOSE, failure);
+  }
+  return ka::finish_file(handle, state->out, IMG_ERR_WRITE);
+}
