@@ -1,4 +1,4 @@
-// Reading whole SGI, Targa and native pictures from the page cache.
+// Reading whole SGI, Targa, Radiance and native pictures from the page cache.
 #include <string>
 
 #include "benchmarks.h"
