@@ -5,6 +5,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <ka/img.h>
@@ -195,6 +196,71 @@ Bytes native_texture(int code, std::size_t sample_bytes) {
   return file;
 }
 
+constexpr std::size_t kTileSide = 64;
+
+void append_be16(Bytes& bytes, std::size_t value) {
+  bytes.push_back(std::uint8_t(value >> 8));
+  bytes.push_back(std::uint8_t(value));
+}
+void append_be32(Bytes& bytes, std::size_t value) {
+  append_be16(bytes, value >> 16);
+  append_be16(bytes, value);
+}
+void append_text(Bytes& bytes, std::string_view text) {
+  for (const char character : text) bytes.push_back(std::uint8_t(character));
+}
+
+// The planes of a tile's bytes, the last component first; samples of two equal bytes where wanted.
+void append_tile(Bytes& file, Content content, std::size_t x1, std::size_t y1, bool is_encoded,
+                 std::size_t sample_bytes) {
+  const std::size_t x2 = x1 + kTileSide - 1,
+                    y2 = std::min<std::size_t>(y1 + kTileSide, kHeight) - 1;
+  append_text(file, "RGBA");
+  const std::size_t start = file.size();
+  append_be32(file, 0);
+  for (const std::size_t bound : {x1, y1, x2, y2}) append_be16(file, bound);
+  std::array<Bytes, 3> planes;
+  for (std::size_t c = 0; c < 3; ++c) {
+    for (std::size_t y = y1; y <= y2; ++y) {
+      append(planes[c], row_of(planes_of(content), 2 - c, y).subspan(x1, kTileSide));
+    }
+  }
+  for (std::size_t p = 0; is_encoded && p < 3 * sample_bytes; ++p) {
+    const Bytes& plane = planes[p % 3];
+    for_packets(
+        plane.size(), [&](std::size_t a, std::size_t b) { return plane[a] == plane[b]; },
+        [&](std::size_t first, std::size_t count, bool is_run) {
+          file.push_back(std::uint8_t(is_run ? 0x80 | (count - 1) : count - 1));
+          append(file, std::span(plane).subspan(first, is_run ? 1 : count));
+        });
+  }
+  for (std::size_t i = 0; !is_encoded && i < planes[0].size(); ++i) {
+    for (const Bytes& plane : planes) file.insert(file.end(), sample_bytes, plane[i]);
+  }
+  put_be32(file, start, file.size() - start - 4);
+  file.resize((file.size() + 3) / 4 * 4);
+}
+
+Bytes tiled_iff(Content content, bool is_encoded, std::size_t sample_bytes) {
+  Bytes file;
+  append_text(file, "FOR4----CIMGTBHD");
+  append_be32(file, 24);
+  append_be32(file, kWidth);
+  append_be32(file, kHeight);
+  append_be32(file, 0);
+  append_be32(file, 1);
+  append_be16(file, sample_bytes - 1);
+  append_be16(file, kWidth / kTileSide * ((kHeight + kTileSide - 1) / kTileSide));
+  append_be32(file, is_encoded);
+  append_text(file, "FOR4----TBMP");
+  for (std::size_t y = 0; y < kHeight; y += kTileSide) {
+    for (std::size_t x = 0; x < kWidth; x += kTileSide) {
+      append_tile(file, content, x, y, is_encoded, sample_bytes);
+    }
+  }
+  return file;
+}
+
 struct Picture {
   const char* name;
   std::size_t pixel_bytes;
@@ -213,6 +279,10 @@ constexpr std::array kPictures = {
     Picture{"tga/32", 4, [] { return plain_targa(Content::kNoise, 4); }},
     Picture{"tga/packed/literals", 4, [] { return packed_targa(Content::kNoise); }},
     Picture{"tga/packed/short_runs", 4, [] { return packed_targa(Content::kShortRuns); }},
+    Picture{"iff/raw", 3, [] { return tiled_iff(Content::kNoise, false, 1); }},
+    Picture{"iff/raw_16", 6, [] { return tiled_iff(Content::kNoise, false, 2); }},
+    Picture{"iff/short_runs", 3, [] { return tiled_iff(Content::kShortRuns, true, 1); }},
+    Picture{"iff/short_runs_16", 6, [] { return tiled_iff(Content::kShortRuns, true, 2); }},
     Picture{"native/ct", 4, [] { return native_texture(3, 1); }},
     Picture{"native/ct_16", 8, [] { return native_texture(6, 2); }},
     Picture{"native/ct_fp", 16, [] { return native_texture(11, 4); }},

@@ -14,6 +14,7 @@
   int img_write_##family(img_file* handle, img_line* line)
 
 KA_IMAGE_DRIVER(ct);
+KA_IMAGE_DRIVER(iff);
 KA_IMAGE_DRIVER(ppm);
 KA_IMAGE_DRIVER(rgb);
 KA_IMAGE_DRIVER(targa);
@@ -24,6 +25,12 @@ inline constexpr img_driver kCtDriver = {.test = img_test_ct,
                                          .close = img_close_ct,
                                          .read = img_read_ct,
                                          .write = img_write_ct};
+inline constexpr img_driver kIffDriver = {.test = img_test_iff,
+                                          .open = img_open_iff,
+                                          .create = img_create_iff,
+                                          .close = img_close_iff,
+                                          .read = img_read_iff,
+                                          .write = img_write_iff};
 inline constexpr img_driver kPpmDriver = {.test = img_test_ppm,
                                           .open = img_open_ppm,
                                           .create = img_create_ppm,
