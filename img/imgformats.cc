@@ -35,12 +35,12 @@ constexpr img_format_row kCustom = {
 
 constinit std::array<img_format_row, IMG_FORMAT_COUNT> formats = {
     {{.name = "rla",
-      .driver = kNoDriver,
+      .driver = kRlaDriver,
       .topdown = 0,
       .best_type = IMG_TYPE_RGBA,
       .type_map = types(IMG_TYPE_RGBA, IMG_TYPE_RGBE)},
      {.name = "rlb",
-      .driver = kNoDriver,
+      .driver = kRlaDriver,
       .topdown = 0,
       .best_type = IMG_TYPE_RGBA,
       .type_map = types(IMG_TYPE_RGBA, IMG_TYPE_RGBE)},

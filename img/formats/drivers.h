@@ -15,8 +15,10 @@
 
 KA_IMAGE_DRIVER(ct);
 KA_IMAGE_DRIVER(iff);
+KA_IMAGE_DRIVER(pic);
 KA_IMAGE_DRIVER(ppm);
 KA_IMAGE_DRIVER(rgb);
+KA_IMAGE_DRIVER(rla);
 KA_IMAGE_DRIVER(targa);
 
 inline constexpr img_driver kCtDriver = {.test = img_test_ct,
@@ -31,6 +33,12 @@ inline constexpr img_driver kIffDriver = {.test = img_test_iff,
                                           .close = img_close_iff,
                                           .read = img_read_iff,
                                           .write = img_write_iff};
+inline constexpr img_driver kPicDriver = {.test = img_test_pic,
+                                          .open = img_open_pic,
+                                          .create = img_create_pic,
+                                          .close = img_close_pic,
+                                          .read = img_read_pic,
+                                          .write = img_write_pic};
 inline constexpr img_driver kPpmDriver = {.test = img_test_ppm,
                                           .open = img_open_ppm,
                                           .create = img_create_ppm,
@@ -43,6 +51,12 @@ inline constexpr img_driver kRgbDriver = {.test = img_test_rgb,
                                           .close = img_close_rgb,
                                           .read = img_read_rgb,
                                           .write = img_write_rgb};
+inline constexpr img_driver kRlaDriver = {.test = img_test_rla,
+                                          .open = img_open_rla,
+                                          .create = img_create_rla,
+                                          .close = img_close_rla,
+                                          .read = img_read_rla,
+                                          .write = img_write_rla};
 inline constexpr img_driver kTargaDriver = {.test = img_test_targa,
                                             .open = img_open_targa,
                                             .create = img_create_targa,

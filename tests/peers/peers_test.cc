@@ -11,7 +11,7 @@
 namespace {
 
 // Folders of the families that have a driver, and of files that no driver takes.
-constexpr std::string_view kFamilies[] = {"assembled", "iff", "ppm", "rgb", "tga", "other"};
+constexpr std::string_view kFamilies[] = {"assembled", "iff", "ppm", "rgb", "rla", "tga", "other"};
 
 using Entry = std::map<std::string, std::string>;
 
