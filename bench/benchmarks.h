@@ -7,5 +7,7 @@ void add_convert_benchmarks();
 void add_measure_benchmarks();
 void add_ppm_benchmarks();
 void add_format_benchmarks();
+void add_tiff_benchmarks();
+void add_packet_benchmarks();
 
 }  // namespace bench

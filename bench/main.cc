@@ -21,5 +21,7 @@ int main(int argc, char** argv) {
   bench::add_measure_benchmarks();
   bench::add_ppm_benchmarks();
   bench::add_format_benchmarks();
+  bench::add_tiff_benchmarks();
+  bench::add_packet_benchmarks();
   return bench::run(argc, argv);
 }

@@ -1,11 +1,18 @@
 #!/usr/bin/env bash
-# whole_process.sh [FOLDER]: what vel_diff costs as a process. FOLDER holds the built programs,
-# build/release/bin unless told otherwise. Exits with 1 when a limit is passed.
+# whole_process.sh [FOLDER [FORMAT...]]: what vel_diff costs as a process. FOLDER holds the built
+# programs, build/release/bin unless told otherwise. The formats besides PPM are those of the table
+# below unless told otherwise. Exits with 1 when a limit is passed.
 # Times are compared while other work may slow both: each figure is a median over pairs of runs.
 set -euo pipefail
 export LC_ALL=C
 
+# How long a pair of pictures may take, in units of floor_ppm on the same pair as P6.
+declare -A limits=([tifu]=3 [bmp]=3 [tga]=3 [tif]=6 [rgb]=6)
+
 bin=$(realpath "${1:-build/release/bin}")
+shift $(($# > 0))
+formats=("$@")
+[[ $# -gt 0 ]] || formats=(tifu bmp tga tif rgb)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work"
@@ -29,6 +36,16 @@ judge() {
 read -r _ ratio details < <(compare cpu 101 \
   "$bin/vel_diff" first.ppm second.ppm -- "$bin/floor_ppm" first.ppm second.ppm)
 judge "CPU time, 3840x2160, in units of floor_ppm" "$ratio" 3 "$details"
+
+for format in "${formats[@]}"; do
+  for picture in first second; do
+    "$bin/write_as" "$format" "$picture.ppm" "$picture.$format"
+  done
+  read -r _ ratio details < <(compare cpu 101 "$bin/vel_diff" "first.$format" "second.$format" \
+    -- "$bin/floor_ppm" first.ppm second.ppm)
+  judge "the same as $format" "$ratio" "${limits[$format]}" "$details"
+  rm "first.$format" "second.$format"
+done
 
 read -r _ ratio details < <(compare wall 301 "$bin/vel_diff" one.ppm two.ppm -- /bin/true)
 judge "time from start to end, 1x1, in units of /bin/true" "$ratio" 3 "$details"

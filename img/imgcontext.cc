@@ -15,6 +15,7 @@ ka_mutex cache_lock;  // guards the cache and the filling of all gamma blocks
 void context_init(void* area) {
   *static_cast<ImageContext*>(area) = {.desaturate = false,
                                        .dither = false,
+                                       .not_premultiplied = false,
                                        .unpremultiply = false,
                                        .gamma_active = false,
                                        .gamma = 0.0F,
@@ -60,6 +61,7 @@ void ka_img_mode_options(const img_options* options) {
   context.desaturate = options->desaturate != 0;
   context.dither = options->dither != 0;
   context.color_clip = is_color_clip(options->color_clip) ? options->color_clip : IMG_CLIP_EACH;
+  context.not_premultiplied = options->premultiply == 0;
   context.unpremultiply = options->premultiply != 0 && context.color_clip != IMG_CLIP_EACH;
   context.gamma = options->gamma > 0.0F ? options->gamma : 1.0F;
   context.gamma_active = options->gamma != 1.0F;  // also what is not a number

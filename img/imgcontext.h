@@ -15,6 +15,7 @@
 struct ImageContext {
   bool desaturate;               // colours out of range are desaturated instead of clamped
   bool dither;                   // samples of 8 and 16 bits get a random offset
+  bool not_premultiplied;        // the options say so: files of images tell it
   bool unpremultiply;            // colours are divided by alpha in the image
   bool gamma_active;             // the options' gamma is not exactly 1
   float gamma;                   // above 0 while gamma is active

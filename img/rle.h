@@ -90,4 +90,34 @@ struct PixelRow {
 [[nodiscard]] PixelRow expand_runs(std::span<const std::uint8_t> packets,
                                    std::span<std::uint8_t> row, std::size_t pixel_bytes);
 
+// PackBits: rows of bytes. A control byte c below 128 is followed by c + 1 bytes as they are, one
+// above 128 by a byte that is repeated 257 - c times; 128 means nothing. The row ends with its last
+// byte.
+
+constexpr std::size_t kLongestPackBits = 129;  // bytes of a packet
+
+struct PackBitsRow {
+  RowEnd end;
+  std::size_t used;    // bytes of the packets, of whole packets only
+  std::size_t filled;  // bytes of the row
+};
+
+// Decodes packets into a row. After kShort the packets from `used` on go on with it from `filled`.
+[[nodiscard]] PackBitsRow expand_packbits(std::span<const std::uint8_t> packets,
+                                          std::span<std::uint8_t> row);
+
+// Finds where the packets of `count` bytes end.
+[[nodiscard]] PackBitsRow skip_packbits(std::span<const std::uint8_t> packets, std::uint64_t count);
+
+// Bytes that the packets of `count` bytes can take at most: only the first literal of a row and one
+// behind 127 or 128 others take more than their bytes.
+[[nodiscard]] constexpr std::size_t packbits_bound(std::size_t count) {
+  return count + count / 128 + 3;
+}
+
+// Encodes a row: runs of two and more bytes as such, except that a run of two between literals
+// joins them. Before: `packets` has room for packbits_bound. Returns the bytes used.
+[[nodiscard]] std::size_t compact_packbits(std::span<const std::uint8_t> row,
+                                           std::span<std::uint8_t> packets);
+
 }  // namespace ka

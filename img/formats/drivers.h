@@ -13,6 +13,7 @@
   int img_read_##family(img_file* handle, img_line* line);           \
   int img_write_##family(img_file* handle, img_line* line)
 
+KA_IMAGE_DRIVER(bmp);
 KA_IMAGE_DRIVER(ct);
 KA_IMAGE_DRIVER(iff);
 KA_IMAGE_DRIVER(pic);
@@ -20,7 +21,17 @@ KA_IMAGE_DRIVER(ppm);
 KA_IMAGE_DRIVER(rgb);
 KA_IMAGE_DRIVER(rla);
 KA_IMAGE_DRIVER(targa);
+KA_IMAGE_DRIVER(tiff);
 
+// Makes a file that is being written complete up to its last line.
+int img_flush_tiff(img_file* handle);
+
+inline constexpr img_driver kBmpDriver = {.test = img_test_bmp,
+                                          .open = img_open_bmp,
+                                          .create = img_create_bmp,
+                                          .close = img_close_bmp,
+                                          .read = img_read_bmp,
+                                          .write = img_write_bmp};
 inline constexpr img_driver kCtDriver = {.test = img_test_ct,
                                          .open = img_open_ct,
                                          .create = img_create_ct,
@@ -63,3 +74,9 @@ inline constexpr img_driver kTargaDriver = {.test = img_test_targa,
                                             .close = img_close_targa,
                                             .read = img_read_targa,
                                             .write = img_write_targa};
+inline constexpr img_driver kTiffDriver = {.test = img_test_tiff,
+                                           .open = img_open_tiff,
+                                           .create = img_create_tiff,
+                                           .close = img_close_tiff,
+                                           .read = img_read_tiff,
+                                           .write = img_write_tiff};

@@ -11,6 +11,7 @@
 #include "driver.h"
 #include "drivers.h"
 #include "linekernels.h"
+#include "palette.h"
 #include "rle.h"
 #include "rows.h"
 
@@ -52,13 +53,9 @@ struct Header {
   }
 };
 
-struct Color {
-  std::uint8_t r, g, b, a;
-};
-
 struct TargaState {
   Header header;
-  ka::vector<Color> map;  // from index header.first_entry on
+  ka::Palette palette;
   ka::FileReader pixels;
   ka::Buffer row;  // stored pixels of a packed line
   ka::FileWriter out;
@@ -103,34 +100,6 @@ bool is_supported(const Header& header) {
   return header.kind() != kMapped || (header.depth == 8 && header.entry_bits >= 24);
 }
 
-// A colour map's entries; of 15 and 16 bits, which no pixel may refer to, nothing is kept.
-ka::vector<Color> convert_map(std::span<const std::uint8_t> bytes, std::size_t entry_bytes) {
-  ka::vector<Color> map;
-  if (entry_bytes < 3) return map;
-  map.reserve(bytes.size() / entry_bytes);
-  for (; bytes.size() >= entry_bytes; bytes = bytes.subspan(entry_bytes)) {
-    map.push_back(
-        {bytes[2], bytes[1], bytes[0], entry_bytes > 3 ? bytes[3] : std::uint8_t{kOpaque}});
-  }
-  return map;
-}
-
-// Looks up every index; false for one outside the map.
-bool convert_mapped(const TargaState& state, const std::uint8_t* indexes, const Planes& planes,
-                    std::size_t count) {
-  const auto [r, g, b, a] = planes;
-  for (std::size_t i = 0; i < count; ++i) {
-    const int entry = indexes[i] - state.header.first_entry;
-    if (entry < 0 || std::size_t(entry) >= state.map.size()) return false;
-    const Color color = state.map[std::size_t(entry)];
-    r[i] = color.r;
-    g[i] = color.g;
-    b[i] = color.b;
-    a[i] = color.a;
-  }
-  return true;
-}
-
 void convert_grey(const std::uint8_t* levels, const Planes& planes, std::size_t count) {
   for (std::size_t c = 0; c < 3; ++c) std::copy_n(levels, count, planes[c]);
   std::fill_n(planes[3], count, std::uint8_t{kOpaque});
@@ -154,7 +123,7 @@ bool convert(const TargaState& state, const std::uint8_t* pixels, const Planes& 
   const auto& [r, g, b, a] = planes;
   switch (state.header.depth) {
     case 8:
-      if (state.header.maps_pixels()) return convert_mapped(state, pixels, planes, count);
+      if (state.header.maps_pixels()) return state.palette.look_up(pixels, 8, count, planes);
       convert_grey(pixels, planes, count);
       return true;
     case 15:
@@ -195,16 +164,21 @@ std::span<const std::uint8_t> uncompress(img_file* handle, TargaState& state) {
   return row;
 }
 
-// Reads the colour map, which may not reach past the end of the file. The reader stands behind it
-// then.
+// Reads the colour map, which may not reach past the end of the file; of 15 and 16 bits, which no
+// pixel may refer to, nothing is kept. The reader stands behind it then.
 bool read_map(TargaState& state) {
   const Header& header = state.header;
+  const std::size_t entry_bytes = header.entry_bytes();
   state.pixels.seek(header.map_offset());
   errno = 0;
   if (state.pixels.left() < header.map_bytes()) return false;
-  ka::vector<std::uint8_t> bytes(header.map_bytes());
-  if (!state.pixels.read(bytes)) return false;
-  state.map = convert_map(bytes, header.entry_bytes());
+  for (std::size_t i = 0; header.has_map() && entry_bytes >= 3 && i < header.map_length; ++i) {
+    const auto entry = state.pixels.take(entry_bytes);
+    if (entry.empty()) return false;
+    const auto alpha = entry_bytes > 3 ? entry[3] : std::uint8_t{kOpaque};
+    state.palette.set(header.first_entry + i, {entry[2], entry[1], entry[0], alpha});
+  }
+  state.pixels.seek(header.map_offset() + header.map_bytes());
   return true;
 }
 

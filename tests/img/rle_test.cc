@@ -7,10 +7,16 @@
 #include <random>
 #include <vector>
 
+#include "packet_rows.h"
+
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
 using ka::RowEnd;
+using test::Bytes;
+using test::different;
+using test::random_line;
+using test::repeated;
+using test::operator+;
 
 template <typename Sample>
 Bytes compact(const std::vector<Sample>& line) {
@@ -40,20 +46,6 @@ struct Row {
   std::vector<Sample> line;
   Bytes packets;
 };
-
-Bytes repeated(std::size_t count, std::uint8_t value) { return Bytes(count, value); }
-
-Bytes operator+(Bytes a, const Bytes& b) {
-  a.insert(a.end(), b.begin(), b.end());
-  return a;
-}
-
-// Samples of which no three are equal.
-Bytes different(std::size_t count) {
-  Bytes samples(count);
-  for (std::size_t i = 0; i < count; ++i) samples[i] = std::uint8_t(i / 2);
-  return samples;
-}
 
 const std::vector<Row<std::uint8_t>> kRows = {
     {"Empty", {}, {0}},
@@ -89,19 +81,6 @@ TEST(CountedPackets, AreTheseBytes) {
     EXPECT_EQ(expand(wide_packets, wide_read), RowEnd::kWhole);
     EXPECT_EQ(wide_read, wide);
   }
-}
-
-// Stretches of equal samples up to twice the longest packet, and of others.
-template <typename Sample>
-std::vector<Sample> random_line(std::mt19937& random) {
-  std::vector<Sample> line;
-  for (std::size_t stretches = random() % 12; stretches > 0; --stretches) {
-    const std::size_t length = random() % (random() % 4 == 0 ? 260 : 12);
-    const bool is_run = random() % 2 == 0;
-    const auto value = Sample(random());
-    for (std::size_t i = 0; i < length; ++i) line.push_back(is_run ? value : Sample(random()));
-  }
-  return line;
 }
 
 template <typename Sample>
@@ -210,140 +189,120 @@ TEST(PixelPackets, EndWithTheRow) {
   EXPECT_EQ(row, (Bytes{1, 2, 3, 1, 2, 3}));
 }
 
-// The other packets, each with its encoder.
-using Expand = ka::PixelRow (*)(std::span<const std::uint8_t>, std::span<std::uint8_t>,
-                                std::size_t);
-using Compact = std::size_t (*)(std::span<const std::uint8_t>, std::span<std::uint8_t>,
-                                std::size_t);
-struct Form {
-  Expand expand;
-  Compact compact;
-};
-constexpr Form kBytes = {ka::expand_pixels, [](auto row, auto packets, auto) {
-                           return ka::compact_bytes(row, packets);
-                         }};
-constexpr Form kSigned = {
-    [](auto packets, auto row, auto) {
-      return ka::PixelRow{ka::expand_signed(packets, row), packets.size()};
-    },
-    [](auto row, auto packets, auto) { return ka::compact_signed(row, packets); }};
-constexpr Form kMixed = {ka::expand_mixed, ka::compact_mixed};
-constexpr Form kRuns = {ka::expand_runs, nullptr};
-
-struct Encoded {
-  const char* name;
-  Form form;
-  std::size_t pixel_bytes;
-  Bytes row, packets;
-};
-
-// A byte and its packets from first to last, with a guard behind each.
-RowEnd expand(const Form& form, const Bytes& packets, Bytes& row, std::size_t pixel_bytes) {
+Bytes pack_bits(const Bytes& row) {
+  Bytes packets(ka::packbits_bound(row.size()));
   const auto exact = std::make_unique<std::uint8_t[]>(packets.size());
-  std::ranges::copy(packets, exact.get());
-  row.push_back(0x5a);
-  const auto [end, used] =
-      form.expand({exact.get(), packets.size()}, std::span(row).first(row.size() - 1), pixel_bytes);
-  EXPECT_EQ(row.back(), 0x5a);
-  row.pop_back();
-  EXPECT_TRUE(end != RowEnd::kWhole || used == packets.size());
-  return end;
+  const std::size_t used = ka::compact_packbits(row, {exact.get(), packets.size()});
+  return {exact.get(), exact.get() + used};
 }
 
-const std::vector<Encoded> kEncoded = {
-    {"NoByte", kBytes, 1, {}, {}},
-    {"OneByte", kBytes, 1, {7}, {0, 7}},
-    {"TwoEqualBytesAreLiterals", kBytes, 1, {7, 7, 8}, {2, 7, 7, 8}},
-    {"ThreeEqualBytesAreARun", kBytes, 1, {1, 7, 7, 7, 2, 2}, {0, 1, 0x82, 7, 1, 2, 2}},
-    {"Run128", kBytes, 1, repeated(128, 5), {0xff, 5}},
-    {"Run131", kBytes, 1, repeated(131, 5), {0xff, 5, 0x82, 5}},
-    {"RestOfARunJoinsTheLiterals", kBytes, 1, repeated(130, 5) + Bytes{6}, {0xff, 5, 2, 5, 5, 6}},
-    {"Literals129", kBytes, 1, different(129), Bytes{127} + different(128) + Bytes{0, 64}},
-    {"SignedRun", kSigned, 1, {7, 7, 7, 1}, {2, 7, 0xff, 1}},
-    {"SignedRun127", kSigned, 1, repeated(127, 5), {126, 5}},
-    {"SignedRun129", kSigned, 1, repeated(129, 5), {126, 5, 0xfe, 5, 5}},
-    {"SignedLiterals128", kSigned, 1, different(128),
-     Bytes{0x81} + different(127) + Bytes{0xff, 63}},
-    {"MixedRunOfPixels", kMixed, 2, {1, 2, 1, 2, 1, 2, 1, 3}, {130, 1, 2, 0, 1, 3}},
-    {"MixedRun128", kMixed, 1, repeated(128, 5), {255, 5}},
-    {"MixedRun129", kMixed, 1, repeated(129, 5), {128, 0, 129, 5}},
-    {"MixedRun300", kMixed, 1, repeated(300, 5), {128, 1, 44, 5}},
-    {"MixedRun65536", kMixed, 1, repeated(65536, 5), {128, 255, 255, 5, 0, 5}},
-    {"MixedLiterals129", kMixed, 1, different(129), Bytes{127} + different(128) + Bytes{0, 64}},
+const std::vector<Row<std::uint8_t>> kPackBitsRows = {
+    {"Empty", {}, {}},
+    {"OneByte", {7}, {0, 7}},
+    {"Literals", {7, 8, 9}, {2, 7, 8, 9}},
+    {"RunOfTwo", {7, 7}, {255, 7}},
+    {"Run", repeated(9, 7), {248, 7}},
+    {"Run128", repeated(128, 7), {129, 7}},
+    {"Run129", repeated(129, 7), {129, 7, 0, 7}},
+    {"Run130", repeated(130, 7), {129, 7, 255, 7}},
+    {"Run300", repeated(300, 7), {129, 7, 129, 7, 213, 7}},
+    {"RunOfTwoBetweenLiterals", {1, 2, 2, 3}, {3, 1, 2, 2, 3}},
+    {"RunsOfTwoBehindALiteral", {1, 2, 2, 3, 3, 4}, {5, 1, 2, 2, 3, 3, 4}},
+    {"RunOfTwoAtTheEnd", {1, 2, 2}, {0, 1, 255, 2}},
+    {"RunOfTwoBeforeALongerOne", {1, 2, 2, 3, 3, 3}, {0, 1, 255, 2, 254, 3}},
+    {"RunOfThreeBetweenLiterals", {1, 2, 2, 2, 3}, {0, 1, 254, 2, 0, 3}},
+    {"RunsBeforeLiterals", {2, 2, 3, 3, 1}, {255, 2, 255, 3, 0, 1}},
+    {"RunOf130BehindALiteral", Bytes{1} + repeated(130, 2), {0, 1, 129, 2, 255, 2}},
+    {"RunOf129BehindALiteral", Bytes{1} + repeated(129, 2), {0, 1, 129, 2, 0, 2}},
 };
 
-TEST(Packets, AreTheseBytes) {
-  for (const auto& [name, form, pixel_bytes, row, packets] : kEncoded) {
-    SCOPED_TRACE(name);
-    Bytes compacted(ka::compact_bound(row.size() / pixel_bytes, pixel_bytes));
-    compacted.resize(form.compact(row, compacted, pixel_bytes));
-    EXPECT_EQ(compacted, packets);
-    Bytes read(row.size());
-    EXPECT_EQ(expand(form, packets, read, pixel_bytes), RowEnd::kWhole);
-    EXPECT_EQ(read, row);
-  }
+// Bytes of which no two neighbours are equal.
+Bytes alternating(std::size_t count) {
+  Bytes bytes(count);
+  for (std::size_t i = 0; i < count; ++i) bytes[i] = std::uint8_t(i % 2 + 1);
+  return bytes;
 }
 
-struct Damaged {
-  const char* name;
-  Form form;
-  std::size_t row_bytes, pixel_bytes;
-  Bytes packets;
-  RowEnd end;
-};
-const std::vector<Damaged> kDamaged = {
-    {"SignedTooFew", kSigned, 3, 1, {1, 7}, RowEnd::kShort},
-    {"SignedRunTooLong", kSigned, 3, 1, {3, 7}, RowEnd::kCorrupt},
-    {"SignedLiteralsTooLong", kSigned, 1, 1, {0xfe, 7, 7}, RowEnd::kCorrupt},
-    {"SignedLiteralsEnd", kSigned, 3, 1, {0xfd, 7, 7}, RowEnd::kShort},
-    {"SignedByteTooMany", kSigned, 2, 1, {1, 7, 0}, RowEnd::kCorrupt},
-    {"MixedRunTooLong", kMixed, 4, 2, {130, 1, 2}, RowEnd::kCorrupt},
-    {"MixedWideRunTooLong", kMixed, 299, 1, {128, 1, 44, 5}, RowEnd::kCorrupt},
-    {"MixedWideCountEnds", kMixed, 300, 1, {128, 1}, RowEnd::kShort},
-    {"MixedWideRunWithoutItsValue", kMixed, 300, 1, {128, 1, 44}, RowEnd::kShort},
-    {"MixedWideCountOfNothing", kMixed, 1, 1, {128, 0, 0, 5}, RowEnd::kCorrupt},
-    {"MixedLiteralsTooLong", kMixed, 2, 2, {1, 1, 2, 3, 4}, RowEnd::kCorrupt},
-    {"RunTooLong", kRuns, 4, 2, {3, 1, 2}, RowEnd::kCorrupt},
-    {"RunOfNothing", kRuns, 4, 2, {0, 1, 2, 2, 1, 2}, RowEnd::kCorrupt},
-    {"RunWithHalfAPixel", kRuns, 4, 2, {2, 1}, RowEnd::kShort},
+// A literal holds 128 bytes; a run of two joins it as long as there is room for both.
+const std::vector<Row<std::uint8_t>> kFullLiterals = {
+    {"Literals128", alternating(128), Bytes{127} + alternating(128)},
+    {"Literals129", alternating(129), Bytes{127} + alternating(128) + Bytes{0, 1}},
+    {"RunOfTwoBehind128", alternating(128) + Bytes{9, 9, 1},
+     Bytes{127} + alternating(128) + Bytes{255, 9, 0, 1}},
+    {"RunOfTwoFills", alternating(126) + Bytes{9, 9, 1},
+     Bytes{127} + alternating(126) + Bytes{9, 9, 0, 1}},
+    {"RunOfTwoHasNoRoom", alternating(127) + Bytes{9, 9, 1},
+     Bytes{126} + alternating(127) + Bytes{255, 9, 0, 1}},
 };
 
-TEST(Packets, ThatAreDamagedAreTold) {
-  for (const auto& [name, form, row_bytes, pixel_bytes, packets, end] : kDamaged) {
-    SCOPED_TRACE(name);
-    Bytes row(row_bytes);
-    EXPECT_EQ(expand(form, packets, row, pixel_bytes), end);
-  }
-}
-
-TEST(Packets, RunsOfUpTo255PixelsAreRead) {
-  Bytes row(3 * 256);
-  EXPECT_EQ(expand(kRuns, {255, 1, 2, 3, 1, 4, 5, 6}, row, 3), RowEnd::kWhole);
-  for (std::size_t i = 0; i < 256; ++i) {
-    for (std::size_t c = 0; c < 3; ++c) ASSERT_EQ(row[3 * i + c], c + (i < 255 ? 1 : 4)) << i;
-  }
-}
-
-TEST(Packets, RandomRowsComeBack) {
-  std::mt19937 random(9);
-  for (const Form& form : {kBytes, kSigned, kMixed}) {
-    for (std::size_t pixel_bytes = 1; pixel_bytes <= (form.expand == ka::expand_mixed ? 4 : 1);
-         ++pixel_bytes) {
-      for (int i = 0; i < 1000; ++i) {
-        Bytes row;
-        for (const std::uint8_t value : random_line<std::uint8_t>(random)) {
-          row = row + repeated(pixel_bytes, value);
-        }
-        Bytes packets(ka::compact_bound(row.size() / pixel_bytes, pixel_bytes));
-        const std::size_t room = packets.size();
-        packets.resize(form.compact(row, packets, pixel_bytes));
-        ASSERT_LE(packets.size(), room);
-        Bytes read(row.size());
-        ASSERT_EQ(expand(form, packets, read, pixel_bytes), RowEnd::kWhole);
-        ASSERT_EQ(read, row);
-      }
+TEST(PackBits, AreTheseBytes) {
+  for (const auto* const table : {&kPackBitsRows, &kFullLiterals}) {
+    for (const auto& [name, row, packets] : *table) {
+      SCOPED_TRACE(name);
+      EXPECT_EQ(pack_bits(row), packets);
+      Bytes read(row.size());
+      EXPECT_EQ(ka::expand_packbits(packets, read).end, RowEnd::kWhole);
+      EXPECT_EQ(read, row);
     }
   }
+}
+
+// Decodes packets that are at hand piece by piece.
+RowEnd expand_pieces(const Bytes& packets, std::span<std::uint8_t> row, std::size_t piece) {
+  std::size_t used = 0, filled = 0;
+  while (true) {
+    const std::size_t count = std::min(piece, packets.size() - used);
+    const auto exact = std::make_unique<std::uint8_t[]>(count);
+    std::copy_n(packets.begin() + long(used), count, exact.get());
+    const auto part = ka::expand_packbits({exact.get(), count}, row.subspan(filled));
+    used += part.used;
+    filled += part.filled;
+    if (part.end != RowEnd::kShort || part.used == 0) return part.end;
+  }
+}
+
+TEST(PackBits, RandomRowsComeBack) {
+  std::mt19937 random(3);
+  for (int i = 0; i < 3000; ++i) {
+    Bytes row;
+    const std::size_t longest = 1 + random() % (i % 10 == 0 ? 300 : 4);
+    for (std::size_t runs = random() % 300; runs > 0; --runs) {
+      row = row + repeated(1 + random() % longest, std::uint8_t(1 + random() % 3));
+    }
+    Bytes packets = pack_bits(row);
+    ASSERT_LE(packets.size(), ka::packbits_bound(row.size()));
+    for (const std::size_t piece : {packets.size(), ka::kLongestPackBits}) {
+      Bytes read(row.size() + 1, 0x5a);
+      ASSERT_EQ(expand_pieces(packets, std::span(read).first(row.size()), piece), RowEnd::kWhole);
+      ASSERT_EQ(read.back(), 0x5a);
+      read.pop_back();
+      ASSERT_EQ(read, row);
+    }
+    const auto skipped = ka::skip_packbits(packets, row.size());
+    EXPECT_EQ(skipped.end, RowEnd::kWhole);
+    EXPECT_EQ(skipped.used, packets.size());
+    if (row.empty()) continue;
+    Bytes shorter(row.size() - 1);
+    const auto crossing = ka::expand_packbits(packets, shorter);
+    const bool ends_with_one = packets[packets.size() - 2] == 0;  // no byte of the row is 0
+    EXPECT_EQ(crossing.end, ends_with_one ? RowEnd::kWhole : RowEnd::kCorrupt);
+    EXPECT_EQ(ka::skip_packbits(packets, shorter.size()).end, crossing.end);
+    EXPECT_EQ(ka::skip_packbits(packets, shorter.size()).used, crossing.used);
+    packets.pop_back();
+    EXPECT_EQ(ka::expand_packbits(packets, row).end, RowEnd::kShort);
+    EXPECT_EQ(ka::skip_packbits(packets, row.size()).end, RowEnd::kShort);
+  }
+}
+
+TEST(PackBits, ControlsWithoutAMeaningAreLeftOut) {
+  const Bytes packets = {128, 128, 1, 5, 6, 128, 255, 7, 128};
+  Bytes row(4);
+  const auto [end, used, filled] = ka::expand_packbits(packets, row);
+  EXPECT_EQ(end, RowEnd::kWhole);
+  EXPECT_EQ(used, packets.size() - 1);  // what stands behind belongs to the next row
+  EXPECT_EQ(filled, 4u);
+  EXPECT_EQ(row, (Bytes{5, 6, 7, 7}));
+  EXPECT_EQ(ka::skip_packbits(packets, 2).used, 5u);
 }
 
 }  // namespace

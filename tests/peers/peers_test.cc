@@ -11,7 +11,8 @@
 namespace {
 
 // Folders of the families that have a driver, and of files that no driver takes.
-constexpr std::string_view kFamilies[] = {"assembled", "iff", "ppm", "rgb", "rla", "tga", "other"};
+constexpr std::string_view kFamilies[] = {"assembled", "bmp", "iff", "ppm",  "rgb",
+                                          "rla",       "tga", "tif", "other"};
 
 using Entry = std::map<std::string, std::string>;
 
@@ -77,7 +78,8 @@ void expect_refusal(const std::string& folder, Entry entry) {
   }
   ka_img_err_msg(file);
   ASSERT_FALSE(log.lines().empty());
-  EXPECT_NE(log.lines().back().find(entry["message"]), std::string::npos) << log.lines().back();
+  const std::string message = entry["message"] == "null" ? "" : entry["message"];  // null: any
+  EXPECT_NE(log.lines().back().find(message), std::string::npos) << log.lines().back();
 }
 
 TEST(SamplePictures, AreReadOrRefused) {

@@ -1,0 +1,66 @@
+// Indexes into tables of colours: every width, and indexes without a colour.
+#include "palette.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+// Index i of a row, and the row with as many bits for each.
+std::uint8_t index(std::size_t i, std::size_t bits) {
+  return std::uint8_t((i * 37 + i / 8) & ((1U << bits) - 1));
+}
+Bytes packed_row(std::size_t count, std::size_t bits) {
+  Bytes row((count * bits + 7) / 8);
+  for (std::size_t i = 0; i < count; ++i) {
+    row[i * bits / 8] |= std::uint8_t(index(i, bits) << (8 - bits - i * bits % 8));
+  }
+  return row;
+}
+
+TEST(Palette, LooksUpEveryIndex) {
+  for (const std::size_t bits : {1, 4, 8}) {
+    ka::Palette palette;
+    for (std::size_t i = 0; i < std::size_t{1} << bits; ++i) {
+      const auto level = std::uint8_t(i);
+      palette.set(i, {level, std::uint8_t(level ^ 0x55), std::uint8_t(~level), 7});
+    }
+    for (const std::size_t count : {1, 2, 7, 8, 9, 255, 256, 257, 1023, 1024, 1025, 3000}) {
+      const Bytes row = packed_row(count, bits);
+      Bytes r(count + 1, 0x5a), g = r, b = r, a = r;
+      ASSERT_TRUE(palette.look_up(row.data(), bits, count,
+                                  {r.data(), g.data(), b.data(), count % 2 ? a.data() : nullptr}));
+      for (std::size_t i = 0; i < count; ++i) {
+        const std::uint8_t level = index(i, bits);
+        ASSERT_EQ(r[i], level) << bits << " bits, " << i << " of " << count;
+        ASSERT_EQ(g[i], level ^ 0x55);
+        ASSERT_EQ(b[i], std::uint8_t(~level));
+        ASSERT_EQ(a[i], count % 2 ? 7 : 0x5a);
+      }
+      for (const Bytes* const plane : {&r, &g, &b, &a}) EXPECT_EQ(plane->back(), 0x5a);
+    }
+  }
+}
+
+TEST(Palette, KnowsWhatItLacks) {
+  Bytes plane(2000);
+  const auto looks_up = [&](const ka::Palette& palette, int last) {
+    Bytes row(2000, 6);
+    row.back() = std::uint8_t(last);
+    const std::array planes = {plane.data(), plane.data(), plane.data(), plane.data()};
+    return palette.look_up(row.data(), 8, row.size(), planes);
+  };
+  ka::Palette palette;
+  EXPECT_FALSE(looks_up(palette, 6));
+  for (std::size_t i = 5; i < 8; ++i) palette.set(i, {});
+  for (const auto& [last, known] : {std::pair{4, false}, {5, true}, {7, true}, {8, false}}) {
+    EXPECT_EQ(looks_up(palette, last), known) << last;
+  }
+  for (std::size_t i = 8; i < 300; ++i) palette.set(i, {});  // more than a byte can tell
+  EXPECT_TRUE(looks_up(palette, 255));
+}
+
+}  // namespace
