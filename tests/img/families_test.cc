@@ -16,7 +16,7 @@
 namespace {
 
 // Families with small files in the folders of the fuzz targets.
-constexpr const char* kFamilies[] = {"bmp", "ct", "iff", "ppm", "rgb", "rla", "tga", "tif"};
+constexpr const char* kFamilies[] = {"bmp", "ct", "iff", "pic", "ppm", "rgb", "rla", "tga", "tif"};
 
 struct FormatAndType {
   int format, type;
@@ -133,7 +133,8 @@ TEST(Families, SidesThatDoNotFitTheHeaderAreRefused) {
                                         {IMG_FORMAT_TGA, 65535},
                                         {IMG_FORMAT_CT, 65535},
                                         {IMG_FORMAT_IFF, 65536},
-                                        {IMG_FORMAT_RLA, 32768}}) {
+                                        {IMG_FORMAT_RLA, 32768},
+                                        {IMG_FORMAT_PIC, 65535}}) {
     for (const auto& [width, height] :
          {std::pair{largest + 1, 1}, {1, largest + 1}, {largest, 1}}) {
       const test::Scratch scratch;
