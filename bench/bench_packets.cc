@@ -99,11 +99,49 @@ Bytes rla(Content content, bool is_top_first, std::size_t sample_bytes) {
   return file;
 }
 
+// The planes of short runs change at different places: one plane stands for all three here. A
+// literal packet counts from 0, a run from 129.
+Bytes mixed_pic(Content content) {
+  Bytes file(112);
+  put_be32(file, 0, 0x5380f634);
+  put_be16(file, 92, kWidth);
+  put_be16(file, 94, kHeight);
+  put_be32(file, 104, 0x010802e0);
+  put_be32(file, 108, 0x00080210);
+  for (std::size_t y = 0; y < kHeight; ++y) {
+    for (const std::size_t channels : {3, 1}) {
+      const auto row = row_of(planes_of(content), 3 - channels, y);
+      for_packets(
+          row.size(), [&](std::size_t a, std::size_t b) { return row[a] == row[b]; },
+          [&](std::size_t first, std::size_t count, bool is_run) {
+            file.push_back(std::uint8_t(is_run ? count + 127 : count - 1));
+            for (std::size_t i = first; i < first + (is_run ? 1 : count); ++i) {
+              file.insert(file.end(), channels, row[i]);
+            }
+          });
+    }
+  }
+  return file;
+}
+
+Bytes verbatim_pic() {
+  Bytes file(108);
+  put_be32(file, 0, 0x5380f634);
+  put_be16(file, 92, kWidth);
+  put_be16(file, 94, kHeight);
+  put_be32(file, 104, 0x000800f0);
+  append(file, interleaved(Content::kNoise, 4));
+  return file;
+}
+
 constexpr std::array kPictures = {
     Picture{"iff/raw", 3, [] { return tiled_iff(Content::kNoise, false, 1); }},
     Picture{"iff/raw_16", 6, [] { return tiled_iff(Content::kNoise, false, 2); }},
     Picture{"iff/short_runs", 3, [] { return tiled_iff(Content::kShortRuns, true, 1); }},
     Picture{"iff/short_runs_16", 6, [] { return tiled_iff(Content::kShortRuns, true, 2); }},
+    Picture{"pic/verbatim", 4, verbatim_pic},
+    Picture{"pic/mixed/literals", 4, [] { return mixed_pic(Content::kNoise); }},
+    Picture{"pic/mixed/short_runs", 4, [] { return mixed_pic(Content::kShortRuns); }},
     Picture{"rla/literals", 4, [] { return rla(Content::kNoise, false, 1); }},
     Picture{"rla/literals/top_first", 4, [] { return rla(Content::kNoise, true, 1); }},
     Picture{"rla/literals_16", 8, [] { return rla(Content::kNoise, false, 2); }},
