@@ -243,8 +243,8 @@ PixelRow expand_mixed(std::span<const std::uint8_t> packets, std::span<std::uint
   return expand_row<MixedForm>(packets, row, pixel_bytes);
 }
 
-PixelRow expand_runs(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row,
-                     std::size_t pixel_bytes) {
+PixelRow expand_repeats(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row,
+                        std::size_t pixel_bytes) {
   return expand_row<RunForm>(packets, row, pixel_bytes);
 }
 

@@ -2,9 +2,12 @@
 // past its input and writes no sample past the row, and tells a row that is not exactly filled.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
+
+#include <ka/detail/targets.h>
 
 #include "bytes.h"
 #include "linekernels.h"
@@ -86,9 +89,9 @@ struct PixelRow {
 [[nodiscard]] std::size_t compact_mixed(std::span<const std::uint8_t> row,
                                         std::span<std::uint8_t> packets, std::size_t pixel_bytes);
 
-// Runs: each packet is a count from 1 to 255 and one pixel of 1 to 4 bytes; 0 is corrupt.
-[[nodiscard]] PixelRow expand_runs(std::span<const std::uint8_t> packets,
-                                   std::span<std::uint8_t> row, std::size_t pixel_bytes);
+// Repeats: each packet is a count from 1 to 255 and one pixel of 1 to 4 bytes; 0 is corrupt.
+[[nodiscard]] PixelRow expand_repeats(std::span<const std::uint8_t> packets,
+                                      std::span<std::uint8_t> row, std::size_t pixel_bytes);
 
 // PackBits: rows of bytes. A control byte c below 128 is followed by c + 1 bytes as they are, one
 // above 128 by a byte that is repeated 257 - c times; 128 means nothing. The row ends with its last
@@ -119,5 +122,32 @@ struct PackBitsRow {
 // joins them. Before: `packets` has room for packbits_bound. Returns the bytes used.
 [[nodiscard]] std::size_t compact_packbits(std::span<const std::uint8_t> row,
                                            std::span<std::uint8_t> packets);
+
+// Run packets: rows of pixels of three samples. A packet has four bytes: how often its pixel comes,
+// and the pixel. The row ends with its last pixel.
+constexpr std::size_t kRunBytes = 4;
+using RunPlanes = std::array<std::uint8_t*, 3>;
+
+struct RunRow {
+  RowEnd end;
+  std::size_t used;    // bytes of the packets that were decoded
+  std::size_t pixels;  // that they gave
+};
+
+// Decodes a row of `count` pixels into planes, which are given in the order of a packet's samples.
+// Stops at a packet that it cannot decode: a packet of no pixels is corrupt.
+[[nodiscard]] RunRow expand_runs(std::span<const std::uint8_t> packets, const RunPlanes& planes,
+                                 std::size_t count);
+
+// The same for each instruction set.
+using RunKernel = void (*)(std::span<const std::uint8_t> packets, const RunPlanes& planes,
+                           std::size_t count, RunRow& row);
+[[nodiscard]] const KernelTable<RunKernel>& run_kernels();
+
+// Pairs: rows of bytes. A pair has two bytes: how often its sample comes, which may be 0 times, and
+// the sample. The pairs end with the row.
+
+// Decodes a row.
+[[nodiscard]] RowEnd expand_pairs(std::span<const std::uint8_t> pairs, std::span<std::uint8_t> row);
 
 }  // namespace ka

@@ -101,7 +101,7 @@ int get_packets(img_file* handle, ka::FileReader& in, std::span<std::uint8_t> ro
 
 int get_runlength(img_file* handle, ka::FileReader& in, std::span<std::uint8_t> row,
                   std::size_t pixel_bytes) {
-  return get_packets(handle, in, row, pixel_bytes, ka::expand_runs);
+  return get_packets(handle, in, row, pixel_bytes, ka::expand_repeats);
 }
 
 int get_mixed(img_file* handle, ka::FileReader& in, std::span<std::uint8_t> row,

@@ -16,7 +16,8 @@
 namespace {
 
 // Families with small files in the folders of the fuzz targets.
-constexpr const char* kFamilies[] = {"bmp", "ct", "iff", "pic", "ppm", "rgb", "rla", "tga", "tif"};
+constexpr const char* kFamilies[] = {"bmp", "catia", "ct",  "iff", "lwi", "pic",
+                                     "ppm", "rgb",   "rla", "tga", "tif"};
 
 struct FormatAndType {
   int format, type;
@@ -28,11 +29,15 @@ std::string name_of(const FormatAndType& pair) {
   return name;
 }
 
+// Formats that take lines and keep none of them, and those of which files are written only.
+bool keeps_nothing(int format) { return format == IMG_FORMAT_NULL || format == IMG_FORMAT_LWI; }
+bool is_write_only(int format) { return format == IMG_FORMAT_ZPIC; }
+
 std::vector<FormatAndType> writable_pairs() {
   std::vector<FormatAndType> pairs;
   for (int format = 0; format < IMG_FORMAT_CUSTOM; ++format) {
     const img_format_row& row = img_format_at(format);
-    if (!row.driver.read || !row.driver.write) continue;
+    if (!row.driver.write || keeps_nothing(format)) continue;
     for (int type = 0; type < IMG_TYPE_COUNT; ++type) {
       if (row.type_map >> type & 1) pairs.push_back({format, type});
     }
@@ -87,6 +92,7 @@ TEST_P(Written, ComesBack) {
     const test::Scratch scratch;
     const test::Image image = random_picture(type, width, height);
     ASSERT_EQ(test::write_image(scratch.path("a"), format, image.get()), IMG_ERR_NONE);
+    if (is_write_only(format)) continue;
     int error = IMG_ERR_NONE;
     const test::Image read = test::read_image(scratch.path("a"), IMG_TYPE_FILE, &error);
     ASSERT_EQ(error, is_read_back(GetParam(), width, height) ? IMG_ERR_NONE : IMG_ERR_FORMAT);

@@ -7,8 +7,8 @@
 #include <random>
 #include <vector>
 
-#include "rle.h"
 #include "packet_rows.h"
+#include "rle.h"
 
 namespace {
 
@@ -36,7 +36,7 @@ constexpr Form kSigned = {
     },
     [](auto row, auto packets, auto) { return ka::compact_signed(row, packets); }};
 constexpr Form kMixed = {ka::expand_mixed, ka::compact_mixed};
-constexpr Form kRuns = {ka::expand_runs, nullptr};
+constexpr Form kRuns = {ka::expand_repeats, nullptr};
 
 struct Encoded {
   const char* name;

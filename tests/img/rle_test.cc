@@ -305,4 +305,98 @@ TEST(PackBits, ControlsWithoutAMeaningAreLeftOut) {
   EXPECT_EQ(ka::skip_packbits(packets, 2).used, 5u);
 }
 
+// Run packets, decoded one pixel after the other.
+ka::RunRow decode_runs(const Bytes& packets, std::array<Bytes, 3>& planes, std::size_t count) {
+  ka::RunRow row{RowEnd::kWhole, 0, 0};
+  for (; row.pixels < count; row.used += 4) {
+    if (packets.size() - row.used < 4) return {RowEnd::kShort, row.used, row.pixels};
+    const std::size_t length = packets[row.used];
+    if (length == 0 || length > count - row.pixels) {
+      return {RowEnd::kCorrupt, row.used, row.pixels};
+    }
+    for (std::size_t i = 0; i < length; ++i, ++row.pixels) {
+      for (std::size_t c = 0; c < 3; ++c) planes[c][row.pixels] = packets[row.used + 1 + c];
+    }
+  }
+  return row;
+}
+
+// Packets of one pixel for the most part, of up to 20, or of any length; now and then of none.
+Bytes random_runs(std::mt19937& random, std::size_t& pixels) {
+  Bytes packets;
+  const std::size_t longest = std::array{1, 2, 20, 255}[random() % 4];
+  for (std::size_t n = random() % 90; n > 0; --n) {
+    const bool is_short = random() % 12 != 0;
+    const std::size_t length = random() % 200 == 0 ? 0 : is_short ? 1 : 1 + random() % longest;
+    packets.push_back(std::uint8_t(length));
+    for (int c = 0; c < 3; ++c) packets.push_back(std::uint8_t(random()));
+    pixels += length;
+  }
+  return packets;
+}
+
+void expect_same_runs(const Bytes& packets, std::size_t count) {
+  const auto exact = std::make_unique<std::uint8_t[]>(packets.size());
+  std::ranges::copy(packets, exact.get());
+  std::array<Bytes, 3> expected;
+  expected.fill(Bytes(count));
+  const ka::RunRow wanted = decode_runs(packets, expected, count);
+  for (const auto kernel : ka::usable_kernels(ka::run_kernels())) {
+    std::array<Bytes, 3> planes;
+    planes.fill(Bytes(count + 1, 0x5a));
+    ka::RunRow row{};
+    kernel({exact.get(), packets.size()}, {planes[0].data(), planes[1].data(), planes[2].data()},
+           count, row);
+    ASSERT_EQ(row.end, wanted.end);
+    ASSERT_EQ(row.used, wanted.used);
+    ASSERT_EQ(row.pixels, wanted.pixels);
+    for (std::size_t c = 0; c < 3; ++c) {
+      ASSERT_EQ(planes[c].back(), 0x5a);
+      ASSERT_TRUE(
+          std::equal(planes[c].begin(), planes[c].begin() + long(row.pixels), expected[c].begin()));
+    }
+  }
+}
+
+// Rows that end with a packet, inside one, or behind the last; packets that are cut off.
+TEST(RunPackets, AreDecodedAsOnePixelAfterTheOther) {
+  std::mt19937 random(3);
+  for (int i = 0; i < 4000; ++i) {
+    std::size_t pixels = 0;
+    Bytes packets = random_runs(random, pixels);
+    expect_same_runs(packets, pixels - std::min<std::size_t>(pixels, random() % 3));
+    expect_same_runs(packets, pixels + 1);
+    packets.resize(packets.size() - std::min<std::size_t>(packets.size(), random() % 6));
+    expect_same_runs(packets, pixels);
+  }
+}
+
+// Pairs, decoded one sample after the other.
+TEST(Pairs, AreDecodedAsOneSampleAfterTheOther) {
+  std::mt19937 random(4);
+  for (int i = 0; i < 4000; ++i) {
+    Bytes pairs, samples;
+    for (std::size_t n = random() % 20; n > 0; --n) {
+      const std::size_t longest = std::array{1, 20, 256}[random() % 3];
+      const std::size_t length = random() % longest;
+      pairs = pairs + Bytes{std::uint8_t(length), std::uint8_t(random())};
+      samples = samples + repeated(length, pairs.back());
+    }
+    if (random() % 4 == 0) pairs.push_back(std::uint8_t(random()));
+    const auto exact = std::make_unique<std::uint8_t[]>(pairs.size());
+    std::ranges::copy(pairs, exact.get());
+    for (const std::size_t count : {samples.size(), samples.size() + 1, samples.size() / 2}) {
+      Bytes row(count + 1, 0x5a);
+      const RowEnd end = ka::expand_pairs({exact.get(), pairs.size()}, std::span(row).first(count));
+      const bool is_whole = count == samples.size() && pairs.size() % 2 == 0;
+      ASSERT_EQ(end, is_whole                 ? RowEnd::kWhole
+                     : count > samples.size() ? RowEnd::kShort
+                                              : RowEnd::kCorrupt);
+      ASSERT_EQ(row.back(), 0x5a);
+      row.pop_back();
+      ASSERT_TRUE(!is_whole || row == samples);
+    }
+  }
+}
+
 }  // namespace

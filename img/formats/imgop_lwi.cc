@@ -1,0 +1,120 @@
+// LWI images: tagged records, then packets of one colour each, top line first. They are read only;
+// lines that are written go nowhere. Layout: docs/formats.md, "LWI". Numbers are big-endian.
+#include <errno.h>
+
+#include <optional>
+#include <utility>
+
+#include "driver.h"
+#include "drivers.h"
+#include "rle.h"
+
+namespace {
+
+constexpr std::uint8_t kPadding = 0;  // a record of four bytes, without a length
+constexpr std::size_t kPaddingBytes = 4;
+constexpr std::uint8_t kSizeRecord = 19;      // the last one, with the pixels behind it
+constexpr std::uint8_t kLastKnown = 24;       // of the types that tell the format
+constexpr std::uint8_t kTypes = 32;           // types are below
+constexpr unsigned kNeeded = 0b111101;        // bit t: type kSizeRecord + t; 20 may be missing
+constexpr std::size_t kSizeRecordBytes = 32;  // as far as anything in it is looked at
+constexpr std::uint8_t kLastPart = 17;        // byte of the size record in front of the pixels
+
+struct SizeRecord {
+  std::uint32_t width, height;
+  std::size_t pixels;  // offset from its type byte
+};
+
+struct LwiState {
+  ka::FileReader packets;
+  int failure = IMG_ERR_NONE;  // of a line: nobody knows where the next one starts
+};
+
+// The offset of the size record behind all others that tell the format.
+std::optional<std::size_t> find_size_record(std::span<const std::uint8_t> head) {
+  unsigned seen = 0;
+  ka::ByteCursor in(head);
+  while (in.left() > 0) {
+    const std::size_t offset = head.size() - in.left();
+    const std::uint8_t type = in.u8();
+    if (type >= kTypes) return std::nullopt;
+    if (type >= kSizeRecord && type <= kLastKnown) seen |= 1U << (type - kSizeRecord);
+    if (type == kSizeRecord && (seen & kNeeded) == kNeeded) return offset;
+    in.skip(type == kPadding ? kPaddingBytes - 1 : in.u8());
+  }
+  return std::nullopt;
+}
+
+// Empty where the record ends before its last part.
+std::optional<SizeRecord> parse_size(std::span<const std::uint8_t> bytes) {
+  ka::ByteCursor in(bytes);
+  SizeRecord size{};
+  in.skip(6);
+  size.width = in.be32();
+  size.height = in.be32();
+  if (in.u8() == kLastPart) {
+    size.pixels = 27;
+  } else {
+    in.skip(16);
+    size.pixels = in.u8() == kLastPart ? 44 : 45;
+  }
+  return in ? std::optional(size) : std::nullopt;
+}
+
+int fail(img_file* handle, LwiState& state, int code, int os_error) {
+  state.failure = code;
+  return img_error(handle, code, os_error);
+}
+
+}  // namespace
+
+int img_test_lwi(img_file* /*handle*/, const std::uint8_t* head) {
+  return find_size_record({head, IMG_HEAD_SIZE}).has_value();
+}
+
+int img_open_lwi(img_file* handle, const std::uint8_t* head) {
+  const auto offset = find_size_record({head, IMG_HEAD_SIZE});
+  if (!offset) return img_error(handle, IMG_ERR_FORMAT, 0);
+  auto state = ka::make_state<LwiState>(handle);
+  state->packets.start(handle, *offset);
+  const auto size = parse_size(state->packets.ahead(kSizeRecordBytes));
+  if (!size) return img_error(handle, IMG_ERR_READ, errno);
+  if (state->packets.left() < size->pixels) return img_error(handle, IMG_ERR_READ, 0);
+  if (!std::in_range<int>(size->width) || !std::in_range<int>(size->height)) {
+    return img_error(handle, IMG_ERR_CORRUPT, 0);
+  }
+  handle->width = static_cast<int>(size->width);
+  handle->height = static_cast<int>(size->height);
+  state->packets.seek(*offset + size->pixels);
+  handle->data.p = state.release();
+  return 1;
+}
+
+int img_create_lwi(img_file* /*handle*/) { return 1; }
+
+int img_read_lwi(img_file* handle, img_line* line) {
+  auto& state = ka::state_of<LwiState>(handle);
+  if (state.failure != IMG_ERR_NONE) return img_error(handle, state.failure, 0);
+  auto planes = ka::plane_pointers<std::uint8_t, 3>(line);
+  auto left = static_cast<std::size_t>(handle->width);
+  while (left > 0) {
+    const auto packets = state.packets.ahead(ka::kRunBytes);
+    if (packets.size() < ka::kRunBytes) return fail(handle, state, IMG_ERR_READ, errno);
+    auto [end, used, pixels] = ka::expand_runs(packets, planes, left);
+    if (end == ka::RowEnd::kCorrupt) {
+      if (packets[used] != 0) return fail(handle, state, IMG_ERR_CORRUPT, 0);
+      used += ka::kRunBytes;  // an empty packet does no harm
+    }
+    (void)state.packets.take(used);
+    for (std::uint8_t*& plane : planes) plane += pixels;
+    left -= pixels;
+  }
+  return 1;
+}
+
+int img_write_lwi(img_file* /*handle*/, img_line* /*line*/) { return 1; }
+
+int img_close_lwi(img_file* handle) {
+  const auto state = ka::take_state<LwiState>(handle);
+  return 1;
+}
