@@ -9,25 +9,13 @@
 namespace bench {
 namespace {
 
-void put_be32(Bytes& bytes, std::size_t at, std::size_t value) {
-  for (std::size_t i = 0; i < 4; ++i) bytes[at + i] = std::uint8_t(value >> (24 - 8 * i));
-}
-
-// Packets of one pixel each or of short runs, in which one plane stands for all three.
 Bytes lwi(Content content) {
   Bytes file = {21, 0, 22, 0, 23, 0, 24, 0, 19, 12};
   file.resize(8 + 27);
   put_be32(file, 8 + 6, kWidth);
   put_be32(file, 8 + 10, kHeight);
   file[8 + 14] = 17;
-  const Bytes& plane = planes_of(content)[0];
-  for (std::size_t i = 0, end; i < kPixels; i = end) {
-    const std::size_t row_end = i / kWidth * kWidth + kWidth;
-    const std::uint8_t value = plane[i];
-    end = i + 1;
-    while (content == Content::kShortRuns && end < row_end && plane[end] == value) ++end;
-    append(file, std::array{std::uint8_t(end - i), value, value, value});
-  }
+  append_runs(file, content);
   return file;
 }
 

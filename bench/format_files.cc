@@ -107,10 +107,21 @@ void append_text(Bytes& bytes, std::string_view text) {
   for (const char character : text) bytes.push_back(std::uint8_t(character));
 }
 
+void append_runs(Bytes& bytes, Content content) {
+  for (std::size_t y = 0; y < kHeight; ++y) {
+    const auto row = row_of(planes_of(content), 0, y);
+    for (std::size_t i = 0, end; i < row.size(); i = end) {
+      for (end = i + 1; end < row.size() && end - i < 255 && row[end] == row[i];) ++end;
+      bytes.push_back(std::uint8_t(end - i));
+      bytes.insert(bytes.end(), 3, row[i]);
+    }
+  }
+}
+
 void add_readings(std::span<const Picture> pictures) {
   for (const Picture& picture : pictures) {
     const auto reading = std::make_shared<Reading>(picture);
-    add(std::string("read/") + picture.name, picture.pixel_bytes * kPixels,
+    add(std::string("read/") + picture.name, picture.pixel_bytes * picture.pixels,
         [reading] { (*reading)(); });
   }
 }

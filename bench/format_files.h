@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "pictures.h"
+
 namespace bench {
 
 using Bytes = std::vector<std::uint8_t>;
@@ -47,10 +49,14 @@ void for_packets(std::size_t count, Equal equal, Put put) {
   }
 }
 
+// Appends packets of a count and a pixel, in which one plane stands for all three.
+void append_runs(Bytes& bytes, Content content);
+
 struct Picture {
   const char* name;
   std::size_t pixel_bytes;  // of the image that it is read into
   Bytes (*make)();          // the file
+  std::size_t pixels = kPixels;
 };
 
 // Registers the reading of each, from the page cache into an image that is kept, in the file's own

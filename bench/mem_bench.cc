@@ -75,7 +75,7 @@ void BM_pool_locked(benchmark::State& state) {
 }
 
 void sizes(benchmark::internal::Benchmark* benchmark) {
-  for (const int size : {16, 64, 256, 1024, 4096}) benchmark->Arg(size);
+  for (const int size : {16, 64, 256, 1024, 1032, 1040, 4096}) benchmark->Arg(size);
 }
 void pool_sizes(benchmark::internal::Benchmark* benchmark) {
   for (const int size : {16, 64, 256}) benchmark->Arg(size);

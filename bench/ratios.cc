@@ -74,6 +74,13 @@ void configure(benchmark::internal::Benchmark* benchmark) {
   benchmark->Repetitions(kRepetitions)->MinTime(0.05);  // seconds of each repetition
 }
 
+template <typename Measure>
+void add_beside_copy(const std::string& name, std::size_t bytes, const Measure& measure,
+                     bool fresh) {
+  configure(benchmark::RegisterBenchmark(name.c_str(), measure));
+  configure(benchmark::RegisterBenchmark((name + kCopySuffix).c_str(), copy, bytes, fresh));
+}
+
 }  // namespace
 
 void add(const std::string& name, std::size_t bytes, std::function<void()> work, bool fresh) {
@@ -81,8 +88,22 @@ void add(const std::string& name, std::size_t bytes, std::function<void()> work,
     for (auto _ : state) work();
     state.SetBytesProcessed(state.iterations() * std::int64_t(bytes));
   };
-  configure(benchmark::RegisterBenchmark(name.c_str(), measure));
-  configure(benchmark::RegisterBenchmark((name + kCopySuffix).c_str(), copy, bytes, fresh));
+  add_beside_copy(name, bytes, measure, fresh);
+}
+
+void add_prepared(const std::string& name, std::size_t bytes, std::function<void()> prepare,
+                  std::function<void()> work) {
+  const auto measure = [bytes, prepare = std::move(prepare),
+                        work = std::move(work)](benchmark::State& state) {
+    for (auto _ : state) {
+      state.PauseTiming();
+      prepare();
+      state.ResumeTiming();
+      work();
+    }
+    state.SetBytesProcessed(state.iterations() * std::int64_t(bytes));
+  };
+  add_beside_copy(name, bytes, measure, false);
 }
 
 int run(int argc, char** argv) {

@@ -105,8 +105,9 @@ int ka_img_convert(img_line* line, int* components, int* bits, const img_image* 
   if (image->type == type) {
     const std::size_t bytes = ka::plane_bytes(type, image->width);
     for (std::size_t slot = 0; slot < IMG_SLOTS; ++slot) {
-      if (line->offset[slot] == 0) continue;
-      std::memcpy(ka::plane_of<std::uint8_t>(line, slot), ka::image_plane(image, y, slot), bytes);
+      auto* const to = ka::plane_of<std::uint8_t>(line, slot);
+      const auto* const from = ka::image_plane(image, y, slot);
+      if (to && from) std::memcpy(to, from, bytes);
     }
     return 1;
   }

@@ -37,6 +37,12 @@ static_assert(sizeof(ka_message_record) == 364 && offsetof(ka_message_record, te
 
 std::atomic<std::uint32_t> level_mask{KA_FATAL | KA_ERROR | KA_WARNING};
 
+// The module on top of the stack; a number that a program has made up counts as none.
+int current_module(const ka_context& context) {
+  const int module = ka::module_at(context, 0);
+  return module >= 0 && module < KA_MODULE_COUNT ? module : KA_NULL;
+}
+
 int message_code(int module, std::uint32_t level, int number) {
   const bool geometry = module == KA_GEOKA || (module >= KA_GAPAD && module <= KA_GEOTE);
   const int base = geometry ? 90000 : module * 10000;
@@ -78,7 +84,7 @@ void format_prefix(ka_message_record& record, const ka_context& context, int mod
 void message(std::uint32_t level, int number, const char* format, va_list arguments) {
   const int saved_errno = errno;
   const ka_context& context = ka::context();
-  const int module = ka::module_at(context, 0);
+  const int module = current_module(context);
   ka_message_record record{.kind = KA_RECORD_LINE,
                            .level = level,
                            .code = message_code(module, level, number),
@@ -96,7 +102,7 @@ void message(std::uint32_t level, int number, const char* format, va_list argume
 
 [[noreturn]] void end_process(const char* format, va_list arguments) {
   char line[kWorkingSize];
-  const int module = ka::module_at(ka::context(), 0);
+  const int module = current_module(ka::context());
   const int start = std::snprintf(line, sizeof line, "%-4.4s fatal: ", ka_modname[module]);
   std::vsnprintf(line + start, sizeof line - std::size_t(start), format, arguments);
   log_to_file(line);
@@ -159,8 +165,10 @@ KA_MESSAGE_FUNCTION(ka_vdebug, KA_VDEBUG)
 KA_NUMBERED_MESSAGE_FUNCTION(ka_nerror, KA_ERROR)
 KA_NUMBERED_MESSAGE_FUNCTION(ka_nwarning, KA_WARNING)
 
+void take_level_mask(std::uint32_t mask) { level_mask = mask; }
+
 void ka_set_verbosity(std::uint32_t mask) {
-  level_mask = mask;
+  take_level_mask(mask);
   if (ka::context().host == 0) send_verbosities(-1);  // the master's settings hold on all hosts
 }
 

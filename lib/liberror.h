@@ -27,8 +27,9 @@ void log_to_file(const char* line);
 // Sends the current settings to a host, -1 for all.
 void send_verbosities(int host);
 
-// Takes over the settings of a record.
+// Takes over the settings of a record, without telling other hosts.
 void take_verbosities(const ka_message_record& record);
+void take_level_mask(std::uint32_t mask);
 
 // The position of a level's bit, 7 when it is not one of the seven levels.
 std::size_t level_index(std::uint32_t level);

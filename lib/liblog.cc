@@ -40,7 +40,8 @@ const char* log_name() {
 }
 
 // Folders that others can write to may hold a link, or a pipe that nobody reads, under the log's
-// name: neither is followed or waited for there.
+// name: neither is followed or waited for there. Nor is a file with a second name, which may be one
+// of the user's own files.
 bool others_can_write_beside(const char* path) {
   char folder[kLogNameSize];
   std::snprintf(folder, sizeof folder, "%s", path);
@@ -54,10 +55,20 @@ bool others_can_write_beside(const char* path) {
   return stat(folder, &status) != 0 || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
 }
 
+// The log file with its permissions set; -1: not to be had.
 int open_log(const char* path) {
-  const int no_link = others_can_write_beside(path) ? O_NOFOLLOW : 0;
-  return open(path, O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | no_link,
-              0666);
+  const bool is_shared = others_can_write_beside(path);
+  const int no_link = is_shared ? O_NOFOLLOW : 0;
+  const int file =
+      open(path, O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | no_link, 0666);
+  struct stat status;
+  if (file < 0 || fstat(file, &status) != 0 || !S_ISREG(status.st_mode)) return file;
+  if (is_shared && status.st_nlink != 1) {
+    close(file);
+    return -1;
+  }
+  fchmod(file, 0666);
+  return file;
 }
 
 bool local_log() {
@@ -82,8 +93,6 @@ message_network network = {.is_slave = [] { return false; },
 void log_to_file(const char* line) {
   const int file = open_log(log_name());
   if (file < 0) return;
-  struct stat status;
-  if (fstat(file, &status) == 0 && S_ISREG(status.st_mode)) fchmod(file, 0666);
   const time_t now = time(nullptr);
   char date[32] = "";
   ctime_r(&now, date);
@@ -121,28 +130,6 @@ void ka_errorhandler(ka_error_callback callback) {
 }
 
 void ka_toggle_netmessage(int flag) { do_netmessages = flag != 0; }
-
-void ka_lib_netmessage(int /*channel*/, ka_message_record* record, std::size_t /*length*/,
-                       int swap) {
-  if (swap) {
-    auto* const words = reinterpret_cast<std::uint32_t*>(record);
-    constexpr std::size_t head_words = offsetof(ka_message_record, prefix) / sizeof(std::uint32_t);
-    for (std::size_t i = 0; i < head_words; ++i) words[i] = __builtin_bswap32(words[i]);
-    auto* const masks = reinterpret_cast<std::uint32_t*>(record->text);
-    if (record->kind == KA_RECORD_SETTINGS) {
-      for (std::size_t i = 0; i < KA_MODULE_COUNT; ++i) masks[i] = __builtin_bswap32(masks[i]);
-    }
-  }
-  if (record->kind == KA_RECORD_LINE) {
-    record->prefix[sizeof record->prefix - 1] = record->text[sizeof record->text - 1] = '\0';
-    output_message(*record, false);
-  } else if (record->kind == KA_RECORD_SETTINGS) {
-    take_verbosities(*record);
-    if (ka::context().host == kMaster) send_verbosities(-1);
-  }
-}
-
-void ka_lib_hostcallback(int host) { send_verbosities(host); }
 
 void __assert(const char* expression, const char* file, int line) noexcept {
   constexpr int exit_status = 77;  // of a process that survived both signals

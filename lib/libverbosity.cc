@@ -96,6 +96,15 @@ void tell_hosts() {
   if (ka::context().host == 0) send_verbosities(-1);
 }
 
+void set_masks(int module, std::uint32_t mask) {
+  ka_lib_init_subverbosity();
+  if (module == KA_NULL) {
+    for (auto& entry : msg_bitmap) entry = mask;
+  } else if (module > KA_NULL && module < KA_MODULE_COUNT) {
+    msg_bitmap[std::size_t(module)] = mask;
+  }
+}
+
 void load_colors(std::string_view letters) {
   for (std::size_t slot = 0; slot < kColorSlots; ++slot) {
     msg_color[slot] = color_codes[kColorLetters.find(letters[slot])];
@@ -110,12 +119,7 @@ void ka_lib_init_subverbosity() {
 }
 
 void ka_set_subverbosity(int module, std::uint32_t mask) {
-  ka_lib_init_subverbosity();
-  if (module == KA_NULL) {
-    for (auto& entry : msg_bitmap) entry = mask;
-  } else if (module > KA_NULL && module < KA_MODULE_COUNT) {
-    msg_bitmap[std::size_t(module)] = mask;
-  }
+  set_masks(module, mask);
   tell_hosts();
 }
 
@@ -135,12 +139,12 @@ void send_verbosities(int host) {
 }
 
 void take_verbosities(const ka_message_record& record) {
-  ka_set_verbosity(record.level);
+  take_level_mask(record.level);
   for (int module = 0; module < KA_MODULE_COUNT;
        ++module) {  // module 0 stands for all, then each has its own
     std::uint32_t mask;
     std::memcpy(&mask, record.text + std::size_t(module) * sizeof mask, sizeof mask);
-    ka_set_subverbosity(module, mask);
+    set_masks(module, mask);
   }
 }
 

@@ -1,21 +1,14 @@
 // Accounted memory: every block carries its size and the module it is charged to.
 #include "mem.h"
 
+#include <ka/detail/assertion.h>
 #include <ka/detail/versions.h>
 #include <ka/message.h>
 #include <ka/version.h>
 
 namespace {
 
-// Stands in front of the memory handed out. Its size leaves the memory aligned for any type; the
-// estimate counts it as 8 bytes.
-struct alignas(std::max_align_t) Header {
-  std::size_t size;  // bytes that were asked for
-  // Charged for them; kUncounted: the statistics do not hold the block. As wide as what the system
-  // allocator reads here first thing in free: a narrower store would make that read wait.
-  std::int64_t module;
-};
-constexpr std::int64_t kUncounted = -1;
+using Header = ka::BlockHeader;
 constexpr std::int64_t kCountedHeader = 8;
 
 Header* header_of(void* memory) { return static_cast<Header*>(memory) - 1; }
@@ -26,40 +19,55 @@ const Header* header_of(const void* memory) { return static_cast<const Header*>(
 
 [[gnu::noinline]] void* start_elsewhere(Header* header, int module) {
   const auto bytes = static_cast<std::int64_t>(header->size);
-  header->module = ka::count_elsewhere(module, bytes, 1) ? module : kUncounted;
+  header->module = ka::count_elsewhere(module, bytes, 1) ? module : ka::kUncounted;
   return header + 1;
 }
 
 [[gnu::always_inline]] inline void* start_block(Header* header, int module, std::size_t size) {
   header->size = size;
   header->module = module;
-  ka::MemStats* const stats = ka::counting_stats();
-  if (!stats) [[unlikely]]
+  ka::ThreadMemory* const thread = ka::thread_memory();
+  if (!thread) [[unlikely]]
     return start_elsewhere(header, module);
-  ka::ModuleStats& counters = (*stats)[std::size_t(module)];
+  ka::ModuleStats& counters = thread->stats[std::size_t(module)];
   counters.bytes.grow(static_cast<std::int64_t>(size));
   counters.blocks.grow(1);
   return header + 1;
+}
+
+// What a block of `size` bytes takes of the system.
+std::size_t system_bytes(std::size_t size) {
+  return sizeof(Header) + (size <= ka::kSmallBlock ? ka::class_bytes(size) : size);
 }
 
 [[gnu::noinline]] void* allocate_large(int module, std::size_t size, bool zero) {
   size = std::min(size, ka::kMaxRequest);
   const std::int64_t counted = static_cast<std::int64_t>(size) + kCountedHeader;
   ka::heap_grow(counted);
-  void* const header = ka::system_allocate(size + sizeof(Header), zero);
+  void* const header = ka::system_allocate(system_bytes(size), zero);
   if (header) return start_block(static_cast<Header*>(header), module, size);
   ka::heap_refused(counted);
   return nullptr;
 }
 
-// The C library keeps small blocks at hand for malloc, but not for calloc: they are cleared here.
-constexpr std::size_t kSmallBlock = 1024;
+// Null when the system refuses.
+[[gnu::always_inline]] inline Header* take_small(std::size_t size) {
+  if (ka::ThreadMemory* const thread = ka::thread_memory()) [[likely]] {
+    ka::KeptBlocks& kept = thread->kept[ka::size_class(size)];
+    if (Header* const header = kept.first) [[likely]] {
+      kept.first = header->next;
+      --kept.count;
+      return header;
+    }
+  }
+  return static_cast<Header*>(std::malloc(system_bytes(size)));
+}
 
 [[gnu::always_inline]] inline void* allocate(int module, std::size_t size, bool zero) {
-  if (size > kSmallBlock) return allocate_large(module, size, zero);
+  if (size > ka::kSmallBlock) return allocate_large(module, size, zero);
   const std::int64_t counted = static_cast<std::int64_t>(size) + kCountedHeader;
   ka::heap_grow(counted);
-  auto* const header = static_cast<Header*>(std::malloc(size + sizeof(Header)));
+  Header* const header = take_small(size);
   if (!header) [[unlikely]] {
     ka::heap_refused(counted);
     return nullptr;
@@ -69,31 +77,41 @@ constexpr std::size_t kSmallBlock = 1024;
 }
 
 [[gnu::noinline]] void release_elsewhere(Header* header) {
-  ka::count_elsewhere(int(header->module), -static_cast<std::int64_t>(header->size), -1);
+  KA_ASSERT(header->module != ka::kKept);  // released twice
+  if (header->module != ka::kUncounted) {
+    ka::count_elsewhere(int(header->module), -static_cast<std::int64_t>(header->size), -1);
+  }
   std::free(header);
 }
 
 [[gnu::always_inline]] inline void release(void* memory) {
   if (!memory) return;
   Header* const header = header_of(memory);
-  const auto bytes = static_cast<std::int64_t>(header->size);
-  ka::heap_shrink(bytes);
-  if (header->module != kUncounted) [[likely]] {
-    ka::MemStats* const stats = ka::counting_stats();
-    if (!stats) [[unlikely]]
-      return release_elsewhere(header);
-    ka::ModuleStats& counters = (*stats)[std::size_t(header->module)];
-    counters.bytes.now -= bytes;
-    counters.blocks.now -= 1;
+  const std::size_t size = header->size;
+  ka::heap_shrink(static_cast<std::int64_t>(size));
+  ka::ThreadMemory* const thread = ka::thread_memory();
+  if (!thread || header->module < 0) [[unlikely]]
+    return release_elsewhere(header);
+  ka::ModuleStats& counters = thread->stats[std::size_t(header->module)];
+  counters.bytes.now -= static_cast<std::int64_t>(size);
+  counters.blocks.now -= 1;
+  if (size <= ka::kSmallBlock) {
+    ka::KeptBlocks& kept = thread->kept[ka::size_class(size)];
+    if (kept.count < ka::kKeptBlocks) [[likely]] {
+      header->next = kept.first;
+      header->module = ka::kKept;
+      kept.first = header;
+      ++kept.count;
+      return;
+    }
   }
   std::free(header);
 }
 
 void count_resize(const Header& header, std::int64_t change) {
-  if (header.module == kUncounted) return;
-  ka::MemStats* const stats = ka::counting_stats();
-  if (stats) {
-    (*stats)[std::size_t(header.module)].bytes.grow(change);
+  if (header.module == ka::kUncounted) return;
+  if (ka::ThreadMemory* const thread = ka::thread_memory()) {
+    thread->stats[std::size_t(header.module)].bytes.grow(change);
   } else {
     ka::count_elsewhere(int(header.module), change, 0);
   }
@@ -107,7 +125,7 @@ void* reallocate(int module, void* memory, std::size_t size) {
   const std::int64_t counted = change + kCountedHeader;
   counted > 0 ? ka::heap_grow(counted) : ka::heap_shrink(-counted);
   auto* const header =
-      static_cast<Header*>(ka::system_reallocate(header_of(memory), size + sizeof(Header)));
+      static_cast<Header*>(ka::system_reallocate(header_of(memory), system_bytes(size)));
   if (!header) {
     ka::heap_refused(counted);
     return nullptr;
@@ -153,6 +171,16 @@ void ka_mem_dorelease(const char* /*file*/, int /*line*/, int /*module*/, void* 
 }
 
 std::size_t ka_mem_dogetsize(const void* memory) { return header_of(memory)->size; }
+
+void ka::release_kept(ThreadMemory& memory) {
+  for (KeptBlocks& kept : memory.kept) {
+    while (BlockHeader* const block = kept.first) {
+      kept.first = block->next;
+      std::free(block);
+    }
+    kept.count = 0;
+  }
+}
 
 void* ka::allocate_for(int module, std::size_t size) {
   return mem_retry([=] { return allocate(module, size, true); },

@@ -195,6 +195,7 @@ void ka::heap_purge(PurgeReason reason) {
 
 void ka::heap_refused(std::int64_t bytes) {
   heap.size = heap_size() + (bytes < 0 ? (-bytes + 7) >> 3 : (-bytes - 7) >> 3);
+  if (ThreadMemory* const thread = thread_memory()) release_kept(*thread);
   heap_purge(PurgeReason::kFailure);
 }
 

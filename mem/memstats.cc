@@ -10,6 +10,7 @@ namespace {
 
 using ka::Gauge;
 using ka::MemStats;
+using ka::ThreadMemory;
 
 ka_mutex stats_lock;  // guards `stats`
 MemStats stats;       // of the process; its bases are not used
@@ -34,7 +35,7 @@ bool is_purging(const ka_context& thread) {
 }
 
 void init_area(void* memory) {
-  auto& area = *static_cast<MemStats*>(memory);
+  MemStats& area = static_cast<ThreadMemory*>(memory)->stats;
   const StatsLock locked;
   for (std::size_t module = 0; module < area.size(); ++module) {
     area[module].bytes.base = stats[module].bytes.peak;
@@ -67,11 +68,19 @@ void count(MemStats& counters, int module, std::int64_t bytes, std::int64_t bloc
   counters[std::size_t(module)].blocks.grow(blocks);
 }
 
-// The thread's areas are set aside or released: from now on it needs another one.
-void leave_area(void* memory) {
+// The thread sets its areas aside: from now on it needs another one.
+void set_area_aside(void* memory) {
   ka_context& thread = ka::context();
-  if (!is_purging(thread)) ka_mem_merge_stats(memory);
+  if (!is_purging(thread)) {
+    ka_mem_merge_stats(memory);
+    ka::release_kept(*static_cast<ThreadMemory*>(memory));
+  }
   thread.mem_stats = nullptr;
+}
+
+void exit_area(void* memory) {
+  set_area_aside(memory);
+  ka::release_kept(*static_cast<ThreadMemory*>(memory));
 }
 
 }  // namespace
@@ -84,8 +93,8 @@ void ka::start_lock(ka_mutex* lock) {
 
 void ka::stats_start() {
   start_lock(&stats_lock);
-  ka_context_register_module(KA_MEM, init_area, leave_area, sizeof(MemStats));
-  call_before_context_push(KA_MEM, leave_area);
+  ka_context_register_module(KA_MEM, init_area, exit_area, sizeof(ThreadMemory));
+  call_before_context_push(KA_MEM, set_area_aside);
 }
 
 void ka::stats_end() {
@@ -95,7 +104,7 @@ void ka::stats_end() {
 }
 
 void ka_mem_merge_stats(void* memory) {
-  auto& area = *static_cast<MemStats*>(memory);
+  MemStats& area = static_cast<ThreadMemory*>(memory)->stats;
   const StatsLock locked;
   if (!tells_news(area)) return;
   for (std::size_t module = 1; module < area.size(); ++module) {
@@ -108,8 +117,8 @@ bool ka::count_elsewhere(int module, std::int64_t bytes, std::int64_t blocks) {
   if (!is_accounting) return false;
   ka_context& thread = context();
   if (!is_purging(thread)) thread.mem_stats = ka_context_mem(KA_MEM);
-  if (MemStats* const own = counting_stats()) {
-    count(*own, module, bytes, blocks);
+  if (ThreadMemory* const own = thread_memory()) {
+    count(own->stats, module, bytes, blocks);
   } else {
     const StatsLock locked;
     count(stats, module, bytes, blocks);

@@ -2,9 +2,11 @@
 
 #include <atomic>
 
+#include <ka/detail/assertion.h>
 #include <ka/mem.h>
 
 void AreaTable::add(int module, ka_area_function init, ka_area_function exit, std::size_t size) {
+  KA_ASSERT(module >= 0 && module < KA_MODULE_COUNT);
   Entry& entry = entries_[std::size_t(module)];
   entry.size = size;
   if (init) entry.init = init;

@@ -44,4 +44,6 @@ void ka_rwlock_lock(ka_rwlock lock, int /*unused*/, int writer) {
   ka_nfatal(434, "ka_rwlock_lock failed for reader, %s", ka_nstrerror(failure));
 }
 
-int ka_rwlock_unlock(ka_rwlock lock) { return pthread_rwlock_unlock(system_lock(lock)); }
+int ka_rwlock_unlock(ka_rwlock lock) {
+  return lock.handle ? pthread_rwlock_unlock(system_lock(lock)) : EINVAL;
+}

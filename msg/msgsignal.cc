@@ -1,5 +1,6 @@
 // Signals: the master process ends with a message that names the signal, its children pass signals
 // on to it.
+#include <errno.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -39,9 +40,12 @@ const char* name_of(int number) {
   return "unknown";
 }
 
+// A thread that goes on afterwards finds its errno and its system calls as they were.
 void handle_signal(int number) {
+  const int saved_errno = errno;
   if (getpid() != master_process) {
     kill(master_process, number);
+    errno = saved_errno;
     return;
   }
   if (number == SIGPIPE) return;
@@ -54,6 +58,7 @@ void handle_signal(int number) {
 bool install(int number, void (*handler)(int)) {
   struct sigaction action = {};
   action.sa_handler = handler;
+  action.sa_flags = SA_RESTART;
   sigemptyset(&action.sa_mask);
   return sigaction(number, &action, nullptr) == 0;
 }

@@ -24,7 +24,7 @@
 namespace {
 
 constexpr std::size_t kSlots = 1025;  // 0 to 1023: ordinary threads, 1024: the network thread
-constexpr std::size_t kNetworkSlot = kSlots - 1;
+constexpr int kNetworkSlot = kSlots - 1;
 constexpr int kStandAloneHost = -1;
 
 // A context as every thread finds it: one module on the stack, all tags those of the defaults.
@@ -61,6 +61,8 @@ std::array<std::uint16_t, ka_context::kPinSlots> pins;  // of threads that have 
 // time may use it.
 std::mutex static_context_guard;
 
+bool is_registered() { return ka::current_context != &static_context; }
+
 bool set_context(ka_context* context) {
   if (pthread_setspecific(key, context) != 0) return false;
   ka::current_context = context;
@@ -94,7 +96,7 @@ Slot* allocate_slot(ka_thread_function function, void* argument) {
 // Takes the context out of the table. Pins that an ordinary thread still holds stay counted.
 void clear_slot(const ka_context& context) {
   const ka::LockScope locked(table_lock);
-  if (context.thread > 0 && std::size_t(context.thread) < kNetworkSlot) {
+  if (context.thread > 0 && context.thread < kNetworkSlot) {
     for (std::size_t i = 0; i < pins.size(); ++i)
       pins[i] = std::uint16_t(pins[i] + context.pins[i]);
   }
@@ -104,11 +106,12 @@ void clear_slot(const ka_context& context) {
 // The calling thread leaves the table; its context goes last, because locks and messages need it
 // until then.
 void end_thread() {
+  if (!is_registered()) return;
   ka_context_pop(nullptr);
   ka_context* const context = ka::current_context;
   clear_slot(*context);
   const std::scoped_lock guarded(static_context_guard);
-  set_context(nullptr);
+  pthread_setspecific(key, nullptr);
   ka::current_context = &static_context;
   ka_mem_release_raw(context);
 }
@@ -181,6 +184,7 @@ int ka_lumoralib_attach_process() {
 void ka_lumoralib_detach_process() { ka_msg_late_exit(); }
 
 int ka_msg_register_thread() {
+  if (is_registered()) return ka_msg_my_thread_id();
   const std::scoped_lock guarded(static_context_guard);
   Slot* const slot = allocate_slot(nullptr, nullptr);
   if (!slot) {
@@ -217,12 +221,12 @@ int ka_msg_start_thread(ka_thread_function function, void* argument) {
 
 void ka_msg_set_netthread() {
   const ka::ModuleScope scope(KA_MSG);
-  const ka::LockScope locked(table_lock);
   ka_context& context = ka::context();
-  Slot& slot = table[std::size_t(context.thread)];
-  table[kNetworkSlot] = slot;
-  if (&slot != &table[kNetworkSlot]) slot = {};
-  context.thread = static_cast<std::int32_t>(kNetworkSlot);
+  if (!is_registered() || context.thread == kNetworkSlot) return;
+  const ka::LockScope locked(table_lock);
+  if (table[kNetworkSlot].context) return ka_nerror(100, "too many threads");
+  table[kNetworkSlot] = std::exchange(table[std::size_t(context.thread)], {});
+  context.thread = kNetworkSlot;
 }
 
 ka_context* const* ka_msg_tls_info() {

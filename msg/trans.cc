@@ -57,15 +57,11 @@ void start_record(trans_record& record) {
       static_cast<std::uint32_t*>(ka_mem_allocate(record.tag_capacity * sizeof *record.tags));
 }
 
-void start_root(Kind& kind) {
-  kind.root.begin_time = kRootBeginTime;
-  start_record(kind.root);
-  for (int module = 1; module < KA_MODULE_COUNT; ++module) {
-    if (kind.areas.size(module) == 0) continue;
-    kind.areas.create(kind.root.areas[std::size_t(module)], module);
-    ka_debug("module %s registered for %d byte %s area", ka_modname[module],
-             int(kind.areas.size(module)), kind.name);
-  }
+void start_area(Kind& kind, int module) {
+  if (kind.areas.size(module) == 0) return;
+  kind.areas.create(kind.root.areas[std::size_t(module)], module);
+  ka_debug("module %s registered for %d byte %s area", ka_modname[module],
+           int(kind.areas.size(module)), kind.name);
 }
 
 }  // namespace
@@ -99,7 +95,13 @@ void ka_trans_default() {
 void ka_trans_init() {
   const ka::ModuleScope scope(KA_TRANS);
   ka_init_lock(&trans_lock);
-  for (Kind& kind : kinds) start_root(kind);
+  for (Kind& kind : kinds) {
+    kind.root.begin_time = kRootBeginTime;
+    start_record(kind.root);
+  }
+  for (int module = 1; module < KA_MODULE_COUNT; ++module) {
+    for (Kind& kind : kinds) start_area(kind, module);
+  }
   ka_trans_default();
 }
 

@@ -47,6 +47,7 @@ void ka::call_before_context_push(int module, ka_area_function function) {
 }
 
 void* ka_context_mem(int module) {
+  if (module < 0 || module >= KA_MODULE_COUNT) return nullptr;
   void*& entry = own_table(ka::context())[module];
   const std::atomic_ref area(entry);
   if (!area.load(std::memory_order_acquire)) areas.create(entry, module);

@@ -9,7 +9,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <fstream>
+#include <sstream>
 
 #include <ka/mem.h>
 #include <ka/message.h>
@@ -98,6 +100,15 @@ std::string read_file(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   EXPECT_TRUE(file) << path;
   return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::string find_program(const std::string& name) {
+  const char* const path = std::getenv("PATH");
+  std::istringstream folders(path ? path : "");
+  for (std::string folder; std::getline(folders, folder, ':');) {
+    if (exists(folder + "/" + name)) return folder + "/" + name;
+  }
+  return {};
 }
 
 bool exists(const std::string& path) {

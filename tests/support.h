@@ -40,6 +40,9 @@ class Scratch {
 std::string read_file(const std::string& path);
 bool exists(const std::string& path);  // also a link that leads nowhere
 
+// A program in one of the folders of PATH, empty when there is none.
+std::string find_program(const std::string& name);
+
 // Bytes given as numbers, which may be above 127.
 std::string bytes(std::initializer_list<int> values);
 

@@ -57,35 +57,52 @@ struct PaintInput {
   bool false_color, underlay;
 };
 
+// `out` may be `a`.
 KA_KERNEL void look_up(const std::uint8_t* a, const std::uint8_t* b,
                        const std::array<std::uint8_t, 256>& table, std::size_t size,
-                       std::uint8_t* __restrict out) {
+                       std::uint8_t* out) {
   std::uint8_t distances[kMeasureBlock];
   for (std::size_t i = 0; i < size; ++i)
     distances[i] = std::uint8_t(a[i] > b[i] ? a[i] - b[i] : b[i] - a[i]);
-  for (std::size_t i = 0; i < size; ++i) out[i] = table[distances[i]];
+#pragma GCC unroll 8
+  for (std::size_t i = 0; i < size; ++i) {
+    unsigned sample = table[distances[i]];
+    asm("" : "+r"(sample));  // no vectors, which would be filled sample by sample
+    out[i] = std::uint8_t(sample);
+  }
 }
 
-// Every pixel is painted as one that differs; those that do not get their background.
-KA_KERNEL void paint_block(const PaintInput& input, const MutablePlanes& pixels,
+// Paints every pixel as one that differs.
+KA_KERNEL void paint_differences(const PaintInput& input, const MutablePlanes& pixels,
+                                 const LinePlanes& second, std::size_t at, std::size_t size,
+                                 const MutablePlanes& out) {
+  look_up(pixels[3] + at, second[3] + at, input.tables->alpha, size, out[3]);
+  if (!input.false_color) {
+    for (std::size_t c = 0; c < 3; ++c)
+      look_up(pixels[c] + at, second[c] + at, input.tables->color, size, out[c]);
+    return;
+  }
+  const std::uint32_t* __restrict entries = input.entries + at;
+  std::uint8_t* __restrict red = out[0];
+  std::uint8_t* __restrict green = out[1];
+  std::uint8_t* __restrict blue = out[2];
+  for (std::size_t i = 0; i < size; ++i) red[i] = std::uint8_t(entries[i] >> 8);
+  for (std::size_t i = 0; i < size; ++i) green[i] = std::uint8_t(entries[i] >> 16);
+  for (std::size_t i = 0; i < size; ++i) blue[i] = std::uint8_t(entries[i] >> 24);
+}
+
+// The pixels that do not differ get their background.
+KA_KERNEL void paint_mixed(const PaintInput& input, const MutablePlanes& pixels,
                            const LinePlanes& second, std::size_t at, std::size_t size) {
   std::uint8_t samples[4][kMeasureBlock];
+  paint_differences(input, pixels, second, at, size,
+                    {samples[0], samples[1], samples[2], samples[3]});
   const std::int32_t* __restrict sums = input.sums + at;
-  const std::uint32_t* __restrict entries = input.entries + at;
-  look_up(pixels[3] + at, second[3] + at, input.tables->alpha, size, samples[3]);
-  for (std::size_t c = 0; c < 3; ++c) {
-    if (input.false_color) {
-      for (std::size_t i = 0; i < size; ++i)
-        samples[c][i] = std::uint8_t(entries[i] >> (8 * c + 8));
-    } else {
-      look_up(pixels[c] + at, second[c] + at, input.tables->color, size, samples[c]);
-    }
-  }
   std::uint8_t differs[kMeasureBlock];
   for (std::size_t i = 0; i < size; ++i) differs[i] = std::uint8_t(0 - (sums[i] != 0));
+  const std::uint8_t underlay = input.underlay ? 255 : 0;
   for (std::size_t c = 0; c < 4; ++c) {
     std::uint8_t* __restrict plane = pixels[c] + at;
-    const std::uint8_t underlay = input.underlay ? 255 : 0;
     for (std::size_t i = 0; i < size; ++i) {
       const auto background = std::uint8_t(plane[i] / 10 & underlay);
       plane[i] = std::uint8_t((samples[c][i] & differs[i]) | (background & ~differs[i]));
@@ -104,20 +121,26 @@ KA_KERNEL void paint_background(const MutablePlanes& pixels, std::size_t at, std
   }
 }
 
+KA_KERNEL void paint_block(const PaintInput& input, const MutablePlanes& pixels,
+                           const LinePlanes& second, std::size_t at, std::size_t size) {
+  std::size_t differing = 0;
+  for (std::size_t i = at; i < at + size; ++i) differing += input.sums[i] != 0;
+  if (differing == 0) {
+    paint_background(pixels, at, size, input.underlay);
+  } else if (differing == size) {
+    paint_differences(input, pixels, second, at, size,
+                      {pixels[0] + at, pixels[1] + at, pixels[2] + at, pixels[3] + at});
+  } else {
+    paint_mixed(input, pixels, second, at, size);
+  }
+}
+
 KA_KERNEL void paint_body(const PaintInput& input, const MutablePlanes& pixels,
                           const LinePlanes& second, std::size_t width) {
-  for (std::size_t at = 0; at < width; at += kMeasureBlock) {
-    const std::size_t size = std::min(kMeasureBlock, width - at);
-    std::int32_t any = 0;
-    for (std::size_t i = at; i < at + size; ++i) any |= input.sums[i];
-    if (any == 0) {
-      paint_background(pixels, at, size, input.underlay);
-    } else if (size == kMeasureBlock) {
-      paint_block(input, pixels, second, at, kMeasureBlock);
-    } else {
-      paint_block(input, pixels, second, at, size);
-    }
-  }
+  std::size_t at = 0;
+  for (; at + kMeasureBlock <= width; at += kMeasureBlock)
+    paint_block(input, pixels, second, at, kMeasureBlock);
+  paint_block(input, pixels, second, at, width - at);
 }
 
 KA_DEFINE_KERNELS(paint, paint_body,

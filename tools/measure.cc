@@ -79,17 +79,18 @@ std::int32_t Meter::first_of_size(std::int32_t size, const LinePlanes& first,
 
 Difference Meter::result() const {
   Difference result{.count = int(count_), .total = double(total_), .largest = double(largest_)};
+  // Equal pictures, and by intensity those that differ in alpha alone, have nothing to scale by.
+  const bool brighten = settings_.brighten && largest_ != 0;
   if (settings_.signed_intensity) {
     result.maximum_percent = 100.0 * result.largest / 255.0;
-    // Pictures that differ in alpha alone have no intensity to scale by.
-    result.scale = settings_.brighten && largest_ != 0 ? std::fabs(result.largest) : 255.0;
+    result.scale = brighten ? std::fabs(result.largest) : 255.0;
     return result;
   }
   const double distance = std::sqrt(result.largest) / 255.0;
   const double range = (settings_.ignore_alpha ? kRangeWithoutAlpha : kRange) / 255.0;
   result.maximum_percent =
       settings_.ignore_alpha ? 100.0 * distance / range : distance * 100.0 * 0.5;
-  result.scale = settings_.brighten ? distance / range : 1.0;
+  result.scale = brighten ? distance / range : 1.0;
   return result;
 }
 
@@ -109,12 +110,10 @@ double average_percent(const Difference& difference, const MeasureSettings& sett
 }
 
 HistogramPass::HistogramPass(const MeasureSettings& settings, double scale, int width)
-    : settings_(settings), alpha_bins_(kLargestSample + 1) {
+    : settings_(settings), scale_(scale) {
   row_.sums.resize(std::size_t(width));
   row_.alphas.resize(std::size_t(width));
   row_.entries.resize(std::size_t(width));
-  const double range = settings.signed_intensity ? scale : 255.0 * scale;
-  fill_by_sum(alpha_bins_, [&](std::size_t a) { return bin_of(double(a) / range); });
   if (settings.signed_intensity) {
     table_.resize(kLargestIntensitySum + 1);
     fill_by_sum(table_, [&](std::size_t s) { return bin_of(double(s) / scale); });
@@ -133,7 +132,7 @@ const PixelRow& HistogramPass::add_line(const LinePlanes& first, const LinePlane
   const std::size_t width = row_.sums.size();
   sum(first, second, width, sample_tolerance(settings_), settings_.ignore_alpha ? 3 : 4,
       row_.sums.data(), row_.alphas.data());
-  count({row_.sums.data(), row_.alphas.data(), table_.data(), alpha_bins_.data()}, width,
+  count({row_.sums.data(), row_.alphas.data(), table_.data(), settings_.signed_intensity}, width,
         row_.entries.data(), main_, alpha_);
   return row_;
 }
@@ -141,20 +140,21 @@ const PixelRow& HistogramPass::add_line(const LinePlanes& first, const LinePlane
 // A colour distance has no sign: only intensities fill the negative histograms.
 Histograms HistogramPass::result() const {
   Histograms histograms;
-  Histograms::Bins none{};
-  const auto add_up = [](const Counters& counters, Histograms::Bins& positive,
-                         Histograms::Bins& negative) {
-    for (const auto& set : counters) {
-      for (std::size_t bin = 0; bin < positive.size(); ++bin) {
-        positive[bin] += set[bin];
-        negative[bin] += set[kCounterSide + bin];
-      }
-    }
-  };
   const bool is_signed = settings_.signed_intensity;
-  add_up(main_, histograms.main, is_signed ? histograms.negative : none);
-  if (settings_.ignore_alpha) return histograms;
-  add_up(alpha_, histograms.alpha, is_signed ? histograms.negative_alpha : histograms.alpha);
+  const double range = is_signed ? scale_ : 255.0 * scale_;
+  const auto bin_of_alpha = [range](int d) { return bin_of(std::abs(d) / range); };
+  for (std::size_t set = 0; set < kCounterSets; ++set) {
+    for (std::size_t bin = 0; bin < kCounterMiddle; ++bin) {
+      histograms.main[bin] += main_[set][bin];
+      histograms.negative[bin] += main_[set][kCounterMiddle + bin];
+    }
+    if (settings_.ignore_alpha) continue;
+    for (int d = -kLargestSample; d <= kLargestSample; ++d) {
+      auto& bins = is_signed && d < 0 ? histograms.negative_alpha : histograms.alpha;
+      const int place = int{kCounterMiddle} + d;
+      bins[bin_of_alpha(d)] += alpha_[set][std::size_t(place)];
+    }
+  }
   return histograms;
 }
 

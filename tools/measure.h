@@ -110,11 +110,12 @@ struct PixelRow {
       entries;  // of the table of sums; open where a whole block has no difference
 };
 
-// Counters of one histogram with its negative side, from kCounterSide on. They stand in several
-// sets, so that pixels of one bin do not wait for each other. Pixels that do not differ have a
-// counter of their own, kNoBin, which nobody looks at: no branch tells them apart.
-inline constexpr std::size_t kCounterSets = 8, kCounterSide = 257, kNoBin = 256;
-using Counters = std::array<std::array<int, 2 * kCounterSide>, kCounterSets>;
+// Pixels by bin, those of negative sums kCounterMiddle further on; or by difference of alpha around
+// kCounterMiddle, those that do not differ at 0. They stand in several sets, so that pixels that
+// count alike do not wait for each other, and sets do not start a power of two apart, as the
+// processor would take their addresses for the same.
+inline constexpr std::size_t kCounterSets = 8, kCounterMiddle = 256;
+using Counters = std::array<std::array<int, 2 * kCounterMiddle + 16>, kCounterSets>;
 
 // Pass 2: goes over the lines again, with the scale of pass 1, and fills the histograms.
 class HistogramPass {
@@ -136,9 +137,9 @@ class HistogramPass {
 
  private:
   MeasureSettings settings_;
+  double scale_;
   std::vector<std::uint32_t>
       table_;  // by sum, intensity: by absolute value; the bin in the low 8 bits
-  std::vector<std::uint32_t> alpha_bins_;  // by absolute difference of alpha
   PixelRow row_;
   Counters main_{}, alpha_{};
 };

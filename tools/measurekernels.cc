@@ -3,6 +3,7 @@
 #include "measurekernels.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 
 namespace ka {
@@ -183,12 +184,12 @@ KA_KERNEL std::int32_t counted_square(std::uint8_t a, std::uint8_t b, std::int16
 }
 
 template <bool Intensity>
-KA_KERNEL void pixels_body(const LinePlanes& first, const LinePlanes& second, std::size_t width,
-                           int tolerance, int channels, std::int32_t* __restrict sums,
-                           std::int16_t* __restrict alphas) {
+KA_KERNEL void pixel_sums(const LinePlanes& first, const LinePlanes& second, std::size_t at,
+                          std::size_t size, int tolerance, int channels,
+                          std::int32_t* __restrict sums, std::int16_t* __restrict alphas) {
   const auto limit = std::int16_t(tolerance);
   const auto alpha_limit = std::int16_t(channels == 4 ? tolerance : kLargestDistance);
-  for (std::size_t i = 0; i < width; ++i) {
+  for (std::size_t i = at; i < at + size; ++i) {
     alphas[i] = counted_difference(first[3][i], second[3][i], alpha_limit);
     if constexpr (Intensity) {
       std::int16_t s = add_weighted<2>(0, first[2][i], second[2][i], limit);
@@ -203,10 +204,45 @@ KA_KERNEL void pixels_body(const LinePlanes& first, const LinePlanes& second, st
   }
 }
 
-// Positions in the counters come first, then the counting: a counter that changes could otherwise
-// be what is read.
-KA_KERNEL void count_positions(const std::uint16_t* positions, std::size_t size,
-                               Counters& counters) {
+template <bool Intensity>
+KA_KERNEL void pixels_body(const LinePlanes& first, const LinePlanes& second, std::size_t width,
+                           int tolerance, int channels, std::int32_t* sums, std::int16_t* alphas) {
+  std::size_t at = 0;
+  for (; at + kBlock <= width; at += kBlock) {
+    prefetch(first, first.size(), std::min(at + kPrefetch, width));
+    prefetch(second, second.size(), std::min(at + kPrefetch, width));
+    pixel_sums<Intensity>(first, second, at, kBlock, tolerance, channels, sums, alphas);
+  }
+  pixel_sums<Intensity>(first, second, at, width - at, tolerance, channels, sums, alphas);
+}
+
+// Fetches the entry of each pixel and counts it under its bin, one by one: vectors of entries cost
+// more to fill and to take apart than they save. `index_of` and `side_of` are called by pixel.
+template <typename Index, typename Side>
+KA_KERNEL void count_entries(const std::uint32_t* __restrict table, std::size_t size,
+                             std::uint32_t* __restrict entries, Counters& counters, Index index_of,
+                             Side side_of) {
+  const auto count = [&](std::size_t i, std::size_t set) {
+    const std::uint32_t entry = table[index_of(i)];
+    entries[i] = entry;
+    ++counters[set][(entry & 0xff) + side_of(i)];
+  };
+  std::size_t i = 0;
+  for (; i + kCounterSets <= size; i += kCounterSets) {
+#pragma GCC unroll 8
+    for (std::size_t set = 0; set < kCounterSets; ++set) count(i + set, set);
+  }
+  for (; i < size; ++i) count(i, 0);
+}
+
+// Counts the pixels of a block by their differences of alpha, those that do not differ apart.
+KA_KERNEL void count_alphas(const std::int32_t* sums, const std::int16_t* alphas, std::size_t size,
+                            Counters& counters) {
+  std::uint16_t positions[kBlock];
+  for (std::size_t i = 0; i < size; ++i) {
+    const auto differs = std::int16_t(0 - (sums[i] != 0));
+    positions[i] = std::uint16_t((alphas[i] + std::int16_t{kCounterMiddle}) & differs);
+  }
   std::size_t i = 0;
   for (; i + kCounterSets <= size; i += kCounterSets) {
 #pragma GCC unroll 8
@@ -215,22 +251,8 @@ KA_KERNEL void count_positions(const std::uint16_t* positions, std::size_t size,
   for (; i < size; ++i) ++counters[0][positions[i]];
 }
 
-// Signs and zeros are as good as random: they are worked in by arithmetic, as a branch would often
-// be taken wrongly.
-KA_KERNEL std::uint32_t magnitude(std::int32_t value) {
-  const std::int32_t sign = value >> 31;
-  return std::uint32_t((value ^ sign) - sign);
-}
-
-// Where a pixel is counted: on the side of `value`, or nowhere when its sum is 0.
-KA_KERNEL std::uint16_t position(std::int32_t sum, std::int32_t value, std::uint32_t bin) {
-  const std::uint32_t none = 0U - std::uint32_t(sum == 0);
-  const std::uint32_t side = std::uint32_t(value >> 31) & kCounterSide;
-  return std::uint16_t((bin & ~none) + (none & kNoBin) + side);
-}
-
-KA_KERNEL void count_block(const CountInput& input, std::size_t size,
-                           std::uint32_t* __restrict entries, Counters& main, Counters& alpha) {
+KA_KERNEL void count_block(const CountInput& input, std::size_t size, std::uint32_t* entries,
+                           Counters& main, Counters& alpha) {
   const std::int32_t* __restrict sums = input.sums;
   const std::int16_t* __restrict alphas = input.alphas;
   std::int32_t any = 0, differing = 0;
@@ -241,29 +263,28 @@ KA_KERNEL void count_block(const CountInput& input, std::size_t size,
     differing += sums[i] != 0;
   }
   if (any == 0) return;
-  std::uint32_t sizes[kBlock];
-  for (std::size_t i = 0; i < size; ++i) sizes[i] = magnitude(sums[i]);
-  for (std::size_t i = 0; i < size; ++i) entries[i] = input.table[sizes[i]];
-  std::uint16_t positions[kBlock];
-  for (std::size_t i = 0; i < size; ++i)
-    positions[i] = position(sums[i], sums[i], entries[i] & 0xff);
-  count_positions(positions, size, main);
-  if (any_alpha == 0) {
-    alpha[0][0] += differing;
-    return;
+  if (input.is_signed) {
+    count_entries(
+        input.table, size, entries, main, [&](std::size_t i) { return std::abs(sums[i]); },
+        [&](std::size_t i) { return sums[i] < 0 ? kCounterMiddle : 0; });
+  } else {
+    count_entries(
+        input.table, size, entries, main, [&](std::size_t i) { return sums[i]; },
+        [](std::size_t) { return std::size_t{0}; });
   }
-  std::uint32_t bins[kBlock];
-  for (std::size_t i = 0; i < size; ++i) sizes[i] = magnitude(alphas[i]);
-  for (std::size_t i = 0; i < size; ++i) bins[i] = input.alpha_bins[sizes[i]];
-  for (std::size_t i = 0; i < size; ++i) positions[i] = position(sums[i], alphas[i], bins[i]);
-  count_positions(positions, size, alpha);
+  main[0][0] -= int(size) - differing;  // a sum of 0 was counted under bin 0
+  if (any_alpha == 0) {
+    alpha[0][kCounterMiddle] += differing;
+  } else {
+    count_alphas(sums, alphas, size, alpha);
+  }
 }
 
 KA_KERNEL void count_body(const CountInput& input, std::size_t width, std::uint32_t* entries,
                           Counters& main, Counters& alpha) {
   std::size_t at = 0;
   const auto from = [&] {
-    return CountInput{input.sums + at, input.alphas + at, input.table, input.alpha_bins};
+    return CountInput{input.sums + at, input.alphas + at, input.table, input.is_signed};
   };
   for (; at + kBlock <= width; at += kBlock) count_block(from(), kBlock, entries + at, main, alpha);
   count_block(from(), width - at, entries + at, main, alpha);

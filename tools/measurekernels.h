@@ -30,7 +30,7 @@ struct CountInput {
   const std::int32_t* sums;
   const std::int16_t* alphas;
   const std::uint32_t* table;
-  const std::uint32_t* alpha_bins;
+  bool is_signed;  // sums may be below 0
 };
 using CountKernel = void (*)(const CountInput& input, std::size_t width, std::uint32_t* entries,
                              Counters& main, Counters& alpha);

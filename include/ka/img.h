@@ -178,27 +178,31 @@ const char* ka_img_version(void);
 
 /* Opens an existing file for reading.
  *   Before   `handle` is cleared, or was closed. A handle that is still open is closed without
- * notice. Takes    the pixel type that the caller wants its lines in, or IMG_TYPE_FILE for the
- * file's own. Returns  1, or 0 with handle->error: 5 not an image, 8 cannot be opened, 10 no such
- * type, or what the format's driver found: 1, 3, 6, 13. The handle is closed with ka_img_close in
- * every case. Threads  one thread per handle. */
+ *            notice.
+ *   Takes    the pixel type that the caller wants its lines in, or IMG_TYPE_FILE for the file's
+ *            own.
+ *   Returns  1, or 0 with handle->error: 5 not an image, 8 cannot be opened, 10 no such type, or
+ *            what the format's driver found: 1, 3, 6, 13. The handle is closed with ka_img_close in
+ *            every case.
+ *   Threads  one thread per handle. */
 int ka_img_open(img_file* handle, const char* name, int type);
 
 /* Creates a file for writing; an existing one is replaced.
  *   Takes    the pixel type of the lines that the caller will pass, the format and the size in
- * pixels. The file's own type is handle->file_type as the caller left it (0 is rgba) where the
- * format can write it, else the format's best type, with a warning. Returns  1, or 0 with
- * handle->error: 7 cannot be created, 10 no such type or format. */
+ *            pixels. The file's own type is handle->file_type as the caller left it (0 is rgba)
+ *            where the format can write it, else the format's best type, with a warning.
+ *   Returns  1, or 0 with handle->error: 7 cannot be created, 10 no such type or format. */
 int ka_img_create(img_file* handle, const char* name, int type, int format, int width, int height);
 
 /* Ends the work with a file.
  *   Returns  1, also for a handle that is not open; 0 with handle->error when the file may be
- * incomplete: a file that was being written is then removed. The handle is closed in every case. */
+ *            incomplete: a file that was being written is then removed. The handle is closed in
+ *            every case. */
 int ka_img_close(img_file* handle);
 
 /* Reads the next line, in file order, into a line of handle->type; writes the next line from one.
- *   Returns  1, or 0 with handle->error: 1 to 4, or 11 when the handle is not open for reading or
- * writing. A failing write removes the file. */
+ *   Returns  1, or 0 with handle->error: 1 to 4, or 11 when the handle is not open for reading
+ *            or writing. A failing write removes the file. */
 int ka_img_line_read(img_file* handle, img_line* line);
 int ka_img_line_write(img_file* handle, img_line* line);
 
@@ -209,8 +213,9 @@ img_line* ka_img_line_alloc(img_file* handle);
 /* An image of handle->width, handle->height and handle->type, its pixels zero; with handle->pyramid
  * followed by its reduced levels in the same block.
  *   Returns  null with handle->error when its block would pass 4 GiB - 1 bytes, and when an opened
- * file is too short for as many lines as it claims. Memory   the caller's, released with
- * ka_img_image_release. The system backs it with pages as lines arrive. */
+ *            file is too short for as many lines as it claims.
+ *   Memory   the caller's, released with ka_img_image_release. The system backs it with pages as
+ *            lines arrive. */
 img_image* ka_img_image_alloc(img_file* handle);
 void ka_img_image_release(img_image* image);
 
@@ -221,9 +226,9 @@ size_t ka_img_image_size(img_file* handle);
 /* Reads every line of an opened file into `image`; writes every line of `image` to a created file.
  *   Before   no line has been read or written yet.
  *   Returns  1, or 0 with handle->error: 11 not in that state, else as of the line that failed;
- * lines read before the failure stay in `image`. With handle->pyramid reading ends with
- * ka_img_pyramid_filter_levels, also after a failure. Memory   allocates nothing per line; `image`
- * remains the caller's. */
+ *            lines read before the failure stay in `image`. With handle->pyramid reading ends with
+ *            ka_img_pyramid_filter_levels, also after a failure.
+ *   Memory   allocates nothing per line; `image` remains the caller's. */
 int ka_img_image_read(img_file* handle, img_image* image);
 int ka_img_image_write(img_file* handle, img_image* image);
 
@@ -261,11 +266,13 @@ void ka_img_err_handler(img_err_callback callback); /* null removes it */
 void ka_img_debug(int level);
 
 /* The six operations of a format driver. Each returns 1 for success and 0 for failure, the test 1
- * for its format. test     gets the first 256 bytes of the file, zero-filled past the end of a
- * shorter one. open     gets the same with the stream at byte 0; sets width and height, may state
- * the file's type by setting file_type to IMG_TYPE_COUNT + type, keeps its state in data.p. create
- * writes the header, just before the first line. read, write  move the next line in file order, in
- * the file's type. close    finishes the file and releases data.p. */
+ * for its format.
+ *   test     gets the first 256 bytes of the file, zero-filled past the end of a shorter one.
+ *   open     gets the same with the stream at byte 0; sets width and height, may state the file's
+ *            type by setting file_type to IMG_TYPE_COUNT + type, keeps its state in data.p.
+ *   create   writes the header, just before the first line.
+ *   read, write  move the next line in file order, in the file's type.
+ *   close    finishes the file and releases data.p. */
 typedef int (*img_test_function)(img_file* handle, const uint8_t* head);
 typedef int (*img_open_function)(img_file* handle, const uint8_t* head);
 typedef int (*img_create_function)(img_file* handle);
@@ -274,9 +281,10 @@ typedef int (*img_read_function)(img_file* handle, img_line* line);
 typedef int (*img_write_function)(img_file* handle, img_line* line);
 
 /* Registers a driver in a custom slot, IMG_FORMAT_CUSTOM to IMG_FORMAT_COUNT - 1; a later
- * registration replaces it. Takes    the operations, null for one that the format lacks;
- * `extra_types` has bit t set for each writable type t besides the best type. Returns  1, or 0 for
- * a slot or best type out of range or a null name: nothing changes then. */
+ * registration replaces it.
+ *   Takes    the operations, null for one that the format lacks; `extra_types` has bit t set for
+ *            each writable type t besides the best type.
+ *   Returns  1, or 0 for a slot or best type out of range or a null name: nothing changes then. */
 int ka_img_custom_format(int format, img_test_function test, img_create_function create,
                          img_open_function open, img_close_function close, img_read_function read,
                          img_write_function write, int topdown, const char* name,

@@ -2,11 +2,11 @@
  * buffer's pixel type. Colours pass a pipeline that each thread sets for itself: clipping, gamma,
  * division by alpha, dithering.
  *   Shape    colours are R, G, B, A, normalised: 1 is the full sample. x counts from the left, y
- * from the bottom line.
+ *            from the bottom line.
  *   Outside  putting does nothing without an image or outside of it; getting gives 0, or what is
- * said.
- *   Threads  any number of them; two that put into one pixel at the same time are not kept apart.
- */
+ *            said.
+ *   Threads  any number of them; two that put into one pixel at the same time are not kept
+ *            apart. */
 #pragma once
 
 #include <ka/img.h>
@@ -46,8 +46,8 @@ void ka_img_desaturate_rgb(float color[3], float max);
 
 /* Stores and fetches one pixel's colour.
  *   Shape    images with one component hold R, and give it as R, G and B; without an alpha plane
- * alpha is 1. Images with two components hold no colours: nothing is stored, `color` stays as it
- * is. */
+ *            alpha is 1. Images with two components hold no colours: nothing is stored, `color`
+ *            stays as it is. */
 void ka_img_put_color(img_image* image, const float color[4], int x, int y);
 void ka_img_get_color(const img_image* image, float color[4], int x, int y);
 /* Fetches the pixels at (x, y), (x + 1, y), (x, y + 1) and (x + 1, y + 1), of which (x, y) is

@@ -23,6 +23,8 @@ void ka_mem_exit(void);
  *   Returns  never null: after 1000 failed attempts the process ends with a fatal message. Between
  *            attempts the modules and the error handler are asked to make room.
  *   Memory   the caller's, given back with ka_mem_int_release.
+ *            Up to 4 small blocks (1032 bytes) of a size that a thread has released stay with it
+ *            for its next requests; they go back when it ends or the system refuses memory.
  *   Threads  any; a block may be released by another thread. */
 void* ka_mem_int_allocate(const char* file, int line, size_t size);
 /* Resizes a block, which may move; null allocates. The block stays charged to its module. */
@@ -74,15 +76,15 @@ void ka_mem_error_handler(ka_mem_error_function handler);
 /* Asks a module to release about `wanted` bytes. Called once for every thread that has a context
  * area of the module, with ka_context_mem giving that thread's areas, or once as it is when no
  * thread has one. The threads themselves go on: what they share with the handler needs a lock,
- * which the handler tries rather than waits for, since the caller may hold it. Returns  0 when the
- * areas of further threads need not be asked. */
+ * which the handler tries rather than waits for, since the caller may hold it.
+ *   Returns  0 when the areas of further threads need not be asked. */
 typedef int (*ka_mem_limit_function)(int64_t wanted);
 /* Installs the limit handler of a module, null removes it. */
 void ka_mem_limit_handler(int module, ka_mem_limit_function handler);
 
-/* Limits the heap estimate; 0: no limit; a negative value changes nothing. Returns the limit until
- * now in units of 8 bytes. Without one, the first refusal of the system sets it to 7/8 of the heap.
- */
+/* Limits the heap estimate, which it tells as information; 0: no limit; a negative value changes
+ * and tells nothing. Returns the limit until now in units of 8 bytes. Without one, the first
+ * refusal of the system sets it to 7/8 of the heap. */
 int64_t ka_mem_memory_limit(int64_t bytes);
 
 /* KB that the limit leaves, 0 and up; KA_MEM_UNLIMITED without a limit. */
@@ -122,7 +124,9 @@ void ka_mem_dump(void);
  *   Threads  the f-forms take no lock: they are for pools that one thread owns. */
 typedef struct ka_mem_pool ka_mem_pool;
 
-/* Makes an empty pool; the element size is at least 1. Never null. */
+/* Makes an empty pool; the element size is at least 1.
+ *   Returns  never null.
+ *   Memory   the caller's, released with ka_mem_blkdelete. */
 ka_mem_pool* ka_mem_int_blkcreate(const char* file, int line, size_t element_size);
 /* Releases the pool and with it every element. */
 void ka_mem_blkdelete(ka_mem_pool* pool);
@@ -137,9 +141,10 @@ void ka_mem_blkfrelease(ka_mem_pool* pool, void* element);
 void ka_mem_blkclear(ka_mem_pool* pool);
 
 /* Calls the function with every element in use, newest chunk first, within a chunk in address
- * order. It may release the element that it is called with, and no other. Cost     for each chunk
- * one walk over the free elements. Threads  takes no lock: no other thread may use the pool
- * meanwhile. */
+ * order. It may release the element that it is called with, and no other. The second form hands
+ * `argument` on.
+ *   Cost     for each chunk one walk over the free elements.
+ *   Threads  takes no lock: no other thread may use the pool meanwhile. */
 void ka_mem_blkenumerate(ka_mem_pool* pool, void (*function)(void* element));
 void ka_mem_blkenumerate_x(ka_mem_pool* pool, void (*function)(void* element, void* argument),
                            void* argument);

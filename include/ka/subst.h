@@ -20,11 +20,13 @@ KA_BEGIN_DECLS
 enum { KA_PATH_SIZE = 1024 }; /* bytes of a substituted path with its closing zero */
 
 /* Writes the path that `name` stands for into `buffer` and returns `buffer`; a null name gives
- * null. Shape    `size` bytes of room, the closing zero included; a longer path is cut after
- * error 38. On the way names are cut at 4095 characters. Errors   39 and 40, a $ reference without
- * end or to a variable that is not set: the name ends there. The first call reads the rules and may
- * report 41 to 43, which end the rules, or 44 for a faulty [x-y], which matches nothing. Threads
- * any. */
+ * null.
+ *   Shape    `size` bytes of room, the closing zero included; a longer path is cut after error 38.
+ *            On the way names are cut at 4095 characters, with the same error.
+ *   Errors   39 and 40, a $ reference without end or to a variable that is not set: the name ends
+ *            there. 44, a faulty [x-y] in a rule: it matches nothing. The first call reads the rules
+ *            and may report 41 to 43, which end the rules.
+ *   Threads  any. */
 char* ka_string_substitute(char* buffer, const char* name, size_t size);
 
 /* Releases the rules; the next substitution reads them again. No other thread substitutes

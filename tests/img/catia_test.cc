@@ -9,7 +9,6 @@
 namespace {
 
 using test::bytes;
-using test::kOpening;
 
 constexpr int kPicture = IMG_FORMAT_PICTURE, kRgb = IMG_TYPE_RGB;
 constexpr std::size_t kRecord = 80, kHeader = 1200;

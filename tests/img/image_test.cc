@@ -199,4 +199,18 @@ TEST(ImageLine, IsFetchedInAnyType) {
   }
 }
 
+TEST(ImageLine, KeepsAPlaneThatTheImageLacks) {
+  const test::Image image = test::make_image(IMG_TYPE_RGB, 2, 1);
+  test::set_samples<char>(test::plane(image.get(), 0, test::kG), {'a', 'b'});
+  img_file shape{};
+  shape.type = IMG_TYPE_RGBA;
+  shape.width = 2;
+  const test::Line line(ka_img_line_alloc(&shape));
+  test::set_samples<char>(test::plane(line.get(), test::kA), {'c', 'd'});
+  int components = 0, bits = 0;
+  EXPECT_TRUE(ka_img_convert(line.get(), &components, &bits, image.get(), 0, IMG_TYPE_RGB));
+  EXPECT_EQ(test::samples<char>(test::plane(line.get(), test::kG), 2), (std::vector{'a', 'b'}));
+  EXPECT_EQ(test::samples<char>(test::plane(line.get(), test::kA), 2), (std::vector{'c', 'd'}));
+}
+
 }  // namespace

@@ -324,7 +324,7 @@ ka::RunRow decode_runs(const Bytes& packets, std::array<Bytes, 3>& planes, std::
 // Packets of one pixel for the most part, of up to 20, or of any length; now and then of none.
 Bytes random_runs(std::mt19937& random, std::size_t& pixels) {
   Bytes packets;
-  const std::size_t longest = std::array{1, 2, 20, 255}[random() % 4];
+  const std::size_t longest = std::array<std::size_t, 4>{1, 2, 20, 255}[random() % 4];
   for (std::size_t n = random() % 90; n > 0; --n) {
     const bool is_short = random() % 12 != 0;
     const std::size_t length = random() % 200 == 0 ? 0 : is_short ? 1 : 1 + random() % longest;
@@ -377,7 +377,7 @@ TEST(Pairs, AreDecodedAsOneSampleAfterTheOther) {
   for (int i = 0; i < 4000; ++i) {
     Bytes pairs, samples;
     for (std::size_t n = random() % 20; n > 0; --n) {
-      const std::size_t longest = std::array{1, 20, 256}[random() % 3];
+      const std::size_t longest = std::array<std::size_t, 3>{1, 20, 256}[random() % 3];
       const std::size_t length = random() % longest;
       pairs = pairs + Bytes{std::uint8_t(length), std::uint8_t(random())};
       samples = samples + repeated(length, pairs.back());

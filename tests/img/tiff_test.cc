@@ -37,6 +37,11 @@ const std::string kSpelledOut =
 
 const std::vector<test::Picture> kColors = {
     {"SpelledOut", kSpelledOut, kTif, kType, {{{70}, {80}, {90}}}},
+    {"MagicOfTheOtherByteOrder",
+     bytes({'M', 'M', 42, 0}) + kSpelledOut.substr(4),
+     kTif,
+     kType,
+     {{{70}, {80}, {90}}}},
     {"LittleEndian",
      tiff({colors(2, 2, 3, 8), {bytes({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12})}}),
      kTif,

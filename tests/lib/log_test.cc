@@ -65,6 +65,9 @@ TEST(Log, LinesTellModuleThreadLevelAndCode) {
               {KA_GEOKA, [] { ka_nerror(7, "t"); }, "GEOK  .0  error  091007: t"},
               {KA_GAPAD, [] { ka_nwarning(7, "t"); }, "GAPA  .0  warn   092007: t"},
               {KA_GEOTE, [] { ka_nerror(7, "t"); }, "GEOT  .0  error  091007: t"},
+              // no module at all
+              {KA_MODULE_COUNT, [] { ka_nerror(7, "t"); }, "NULL  .0  error  001007: t"},
+              {-1, [] { ka_error("t"); }, "NULL  .0  error: t"},
               {KA_GAPAD - 1, [] { ka_nerror(7, "t"); }, "CAPI  .0  error  401007: t"}};
   for (const auto& [module, send, line] : rows) {
     const Module pushed(module);

@@ -9,6 +9,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 
 #include "support.h"
@@ -155,7 +156,7 @@ TEST(Message, LinesOfOtherHostsAreShown) {
   record.kind = __builtin_bswap32(KA_RECORD_LINE);
   record.level = __builtin_bswap32(KA_ERROR);
   std::strcpy(record.prefix, "IMG  3.0  error");
-  std::strcpy(record.text, "from afar");
+  std::strcpy(record.text, "from afar");  // texts have no byte order
   ka_lib_netmessage(0, &record, sizeof record, 1);
   EXPECT_EQ(MessageLog::lines().at(0), "IMG  3.0  error: from afar");
 }
@@ -210,7 +211,9 @@ TEST(MessageDeathTest, NoPlantedLinkAndNoPipeIsWrittenTo) {
                     pipe = folder + "/pipe";
   ASSERT_EQ(symlink(victim.c_str(), link.c_str()), 0);
   ASSERT_EQ(mkfifo(pipe.c_str(), 0666), 0);
-  for (const std::string& name : {link, pipe}) {
+  const std::string second_name = folder + "/second_name";
+  std::filesystem::create_hard_link(victim, second_name);
+  for (const std::string& name : {link, pipe, second_name}) {
     EXPECT_EXIT((log_in(name), ka_error("x"), std::_Exit(0)), testing::ExitedWithCode(0), "^$");
   }
   EXPECT_EQ(test::read_file(victim), "mine");

@@ -17,9 +17,9 @@ bool is_zero(const unsigned char* bytes, std::size_t count) {
   return std::all_of(bytes, bytes + count, [](unsigned char byte) { return byte == 0; });
 }
 
-// 1024 and 1025 bytes are served in two ways, 16 MB are a mapping.
+// 1032 and 1033 bytes are served in two ways, 16 MB are a mapping.
 TEST(Block, IsZeroedAlignedAndKnowsItsSize) {
-  constexpr std::size_t sizes[] = {0, 1, 16, 1024, 1025, 5000, 16 << 20};
+  constexpr std::size_t sizes[] = {0, 1, 8, 9, 24, 25, 1032, 1033, 5000, 16 << 20};
   for (const std::size_t size : sizes) {
     for (int round = 0; round < 2; ++round) {  // the second one gets what the first has soiled
       const auto block = static_cast<Bytes>(ka_mem_allocate(size));

@@ -20,6 +20,8 @@ constexpr std::size_t kAlignment = 8192;
 std::atomic<int> refusals{0};
 std::size_t refused_size = 0;
 
+std::atomic<long> live{0};
+
 std::size_t aligned_size = 0;  // 0: none is wanted
 std::size_t aligned_offset = 0;
 void* aligned = nullptr;       // handed out
@@ -29,6 +31,11 @@ bool is_refused(std::size_t size) {
   if (refusals == 0 || size < refused_size) return false;
   --refusals;
   return true;
+}
+
+void* counted(void* block) {
+  if (block) ++live;
+  return block;
 }
 
 void* make_aligned(std::size_t size) {
@@ -44,12 +51,14 @@ void* make_aligned(std::size_t size) {
 
 extern "C" {
 
-void* __wrap_malloc(std::size_t size) { return is_refused(size) ? nullptr : __real_malloc(size); }
+void* __wrap_malloc(std::size_t size) {
+  return is_refused(size) ? nullptr : counted(__real_malloc(size));
+}
 
 void* __wrap_calloc(std::size_t count, std::size_t size) {
   if (is_refused(count * size)) return nullptr;
-  if (aligned_size != 0 && count * size >= aligned_size) return make_aligned(count * size);
-  return __real_calloc(count, size);
+  if (aligned_size != 0 && count * size >= aligned_size) return counted(make_aligned(count * size));
+  return counted(__real_calloc(count, size));
 }
 
 void* __wrap_realloc(void* memory, std::size_t size) {
@@ -57,6 +66,7 @@ void* __wrap_realloc(void* memory, std::size_t size) {
 }
 
 void __wrap_free(void* memory) {
+  if (memory) --live;
   if (memory && memory == aligned) {
     memory = aligned_base;
     aligned = nullptr;
@@ -76,6 +86,8 @@ void test::refuse(int count, std::size_t least) {
 }
 
 int test::refusals_left() { return refusals; }
+
+long test::live_blocks() { return live; }
 
 void test::align_next(std::size_t least, std::size_t offset) {
   aligned_offset = offset;

@@ -52,6 +52,7 @@ TEST_F(Areas, AreMadeOnFirstUseAndStay) {
   EXPECT_EQ(*static_cast<char*>(area), 'a');
   EXPECT_EQ(ka_context_mem(kFirst), area);
   EXPECT_EQ(ka_context_mem(kUnused), nullptr);
+  EXPECT_EQ(ka_context_mem(KA_MODULE_COUNT), nullptr);
   EXPECT_EQ(events, std::vector<std::string>{"init first"});
 }
 
@@ -131,6 +132,8 @@ TEST(Transactions, DefaultsHaveAreasOfTheirOwn) {
       kFirst, [](void*) { events.emplace_back("session"); }, nullptr, 16);
   ka_world_register_module(
       kSecond, [](void*) { events.emplace_back("world"); }, nullptr, 32);
+  ka_transaction_register_module(
+      kSecond, [](void*) { events.emplace_back("second transaction"); }, nullptr, 8);
   {
     const test::MessageLog log(0x7f);
     ka_trans_init();
@@ -142,7 +145,8 @@ TEST(Transactions, DefaultsHaveAreasOfTheirOwn) {
           << text;
     }
   }
-  EXPECT_EQ(events, (std::vector<std::string>{"transaction", "session", "world"}));
+  EXPECT_EQ(events,
+            (std::vector<std::string>{"transaction", "session", "second transaction", "world"}));
   const ka_context& context = ka::context();
   EXPECT_EQ(context.transaction, 0U);
   EXPECT_NE(context.transaction_areas[kFirst], nullptr);
@@ -152,6 +156,7 @@ TEST(Transactions, DefaultsHaveAreasOfTheirOwn) {
   ka_trans_wst_exit();
   EXPECT_EQ(events.back(), "transaction ends");
   ka_trans_exit();
+  ka_transaction_register_module(kSecond, nullptr, nullptr, 0);
   ka_transaction_register_module(kFirst, nullptr, nullptr, 0);
   ka_session_register_module(kFirst, nullptr, nullptr, 0);
   ka_world_register_module(kSecond, nullptr, nullptr, 0);

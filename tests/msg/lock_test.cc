@@ -1,4 +1,5 @@
 // Mutexes, reader/writer locks and wait channels.
+#include <errno.h>
 #include <gtest/gtest.h>
 #include <ka/msg.h>
 
@@ -82,6 +83,7 @@ TEST(ReaderWriterLock, ManyReadOneWrites) {
   EXPECT_EQ(value, 2000);
   ka_rwlock_delete(&lock);
   EXPECT_EQ(lock.handle, nullptr);
+  EXPECT_EQ(ka_rwlock_unlock(lock), EINVAL);  // "no lock": told, as every failure to give it back
 }
 
 TEST(ReaderWriterLockDeathTest, FailuresAreFatal) {

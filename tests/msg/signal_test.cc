@@ -38,6 +38,23 @@ TEST(SignalDeathTest, AHangUpAndALostReaderAreNoEnd) {
               testing::ExitedWithCode(3), "");
 }
 
+TEST(SignalDeathTest, AHangUpInterruptsNoReading) {
+  const auto hang_up_while_reading = [] {
+    ka_msg_sigset_init(0);
+    int ends[2];
+    if (pipe(ends) != 0) _exit(1);
+    if (fork() == 0) {
+      usleep(50'000);
+      kill(getppid(), SIGHUP);
+      usleep(50'000);
+      _exit(write(ends[1], "x", 1) == 1 ? 0 : 1);
+    }
+    char byte;
+    _exit(read(ends[0], &byte, 1) == 1 ? 3 : 4);
+  };
+  EXPECT_EXIT(hang_up_while_reading(), testing::ExitedWithCode(3), "");
+}
+
 TEST(SignalDeathTest, AChildPassesItsSignalsOn) {
   const auto child_gets_a_signal = [] {
     ka_msg_sigset_init(0);

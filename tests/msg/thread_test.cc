@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <atomic>
 #include <functional>
+#include <latch>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -78,10 +79,8 @@ TEST(Thread, RunsWithANumberAndAContextOfItsOwn) {
 
 TEST(Thread, TheTableIsLimitedAndNumbersAreUsedAgain) {
   Threads threads;
-  std::atomic<bool> may_end{false};
-  const auto wait = [&] {
-    while (!may_end) ka_msg_usleep(2000);
-  };
+  std::latch may_end(1);
+  const auto wait = [&] { may_end.wait(); };
   std::set<int> numbers;
   for (int i = 0; i < 1024; ++i) numbers.insert(threads.start(wait));
   EXPECT_EQ(numbers.size(), 1024U);
@@ -94,7 +93,7 @@ TEST(Thread, TheTableIsLimitedAndNumbersAreUsedAgain) {
     EXPECT_EQ(test::MessageLog::lines().at(0), "MSG   .0  error  011100: too many threads");
     EXPECT_EQ(test::MessageLog::lines().at(1), "MSG   .0  error  011101: cannot allocate thread");
   }
-  may_end = true;
+  may_end.count_down();
   threads.wait();
   EXPECT_EQ(threads.start([] {}), 1);
   threads.wait();
@@ -126,6 +125,42 @@ TEST(Thread, ForeignThreadsAreRegistered) {
     EXPECT_EQ(ka_msg_my_thread_id(), 1);
     EXPECT_EQ(Threads::contexts(), 2U);
     ka_mem_release(ka_mem_allocate(100));
+    ka_msg_unregister_thread();
+  }).join();
+  EXPECT_EQ(Threads::contexts(), 1U);
+}
+
+TEST(Thread, RegisteringAgainAndUnregisteringAgainChangeNothing) {
+  std::thread([] {
+    ka_msg_unregister_thread();
+    ka_msg_set_netthread();
+    EXPECT_EQ(Threads::contexts(), 1U);  // the main thread keeps its place
+    EXPECT_EQ(ka_msg_register_thread(), 1);
+    EXPECT_EQ(ka_msg_register_thread(), 1);
+    EXPECT_EQ(Threads::contexts(), 2U);
+    ka_msg_unregister_thread();
+    ka_msg_unregister_thread();
+  }).join();
+  EXPECT_EQ(Threads::contexts(), 1U);
+  EXPECT_EQ(ka_msg_my_thread_id(), 0);
+}
+
+TEST(Thread, ThereIsOneNetworkThread) {
+  std::thread([] {
+    ka_msg_register_thread();
+    ka_msg_set_netthread();
+    ka_msg_set_netthread();
+    EXPECT_EQ(ka_msg_my_thread_id(), 1024);
+    std::thread([] {
+      ka_msg_register_thread();
+      const test::MessageLog log(KA_ERROR);
+      ka_msg_set_netthread();
+      EXPECT_EQ(test::MessageLog::lines(),
+                std::vector<std::string>{"MSG   .1  error  011100: too many threads"});
+      EXPECT_EQ(ka_msg_my_thread_id(), 1);
+      ka_msg_unregister_thread();
+    }).join();
+    EXPECT_EQ(Threads::contexts(), 2U);
     ka_msg_unregister_thread();
   }).join();
   EXPECT_EQ(Threads::contexts(), 1U);

@@ -4,7 +4,7 @@
 
 #include <fstream>
 
-#include "programs.h"
+#include "shown.h"
 
 namespace {
 

@@ -11,8 +11,8 @@
 namespace {
 
 // Folders of the families that have a driver, and of files that no driver takes.
-constexpr std::string_view kFamilies[] = {"assembled", "bmp", "iff", "pic", "ppm",
-                                          "rgb",       "rla", "tga", "tif", "other"};
+constexpr std::string_view kFamilies[] = {"alias", "assembled", "bmp", "iff", "pic", "ppm",  "ps",
+                                          "qnt",   "rgb",       "rla", "tga", "tif", "other"};
 
 using Entry = std::map<std::string, std::string>;
 

@@ -3,11 +3,10 @@
 
 #include <algorithm>
 
-#include "programs.h"
+#include "shown.h"
 
 namespace {
 
-using test::find_program;
 using test::runs_picture;
 using test::samples_of;
 
@@ -26,7 +25,7 @@ class WrittenFile : public testing::TestWithParam<Peer> {};
 
 TEST_P(WrittenFile, IsReadByAPeer) {
   const Peer& peer = GetParam();
-  const std::string program = find_program(peer.program);
+  const std::string program = test::find_program(peer.program);
   if (program.empty()) GTEST_SKIP() << peer.program << " is not installed";
   const test::Scratch scratch;
   const std::string path = scratch.path(std::string("picture.") + peer.extension);
@@ -67,7 +66,7 @@ INSTANTIATE_TEST_SUITE_P(Peers, WrittenFile, testing::ValuesIn(kPeers), test::ro
 
 // libtiff tells what it does not expect as a warning; it decodes every strip here.
 TEST(WrittenTiff, LeavesNothingToWarnOf) {
-  const std::string program = find_program("tiffinfo");
+  const std::string program = test::find_program("tiffinfo");
   if (program.empty()) GTEST_SKIP() << "tiffinfo is not installed";
   for (const auto& [format, type] : {std::pair{IMG_FORMAT_TIF, IMG_TYPE_RGBA},
                                      {IMG_FORMAT_TIFU, IMG_TYPE_RGBA_FP},
@@ -84,7 +83,7 @@ TEST(WrittenTiff, LeavesNothingToWarnOf) {
 
 // Strips, planes and byte orders as libtiff arranges them anew.
 TEST(WrittenTiff, IsReadAfterItWasCopied) {
-  const std::string program = find_program("tiffcp");
+  const std::string program = test::find_program("tiffcp");
   if (program.empty()) GTEST_SKIP() << "tiffcp is not installed";
   using Options = std::vector<std::string>;
   const std::vector<Options> copies = {{"-c", "none", "-r", "3"},

@@ -185,18 +185,23 @@ TEST(Compose, TheRampGoesFromBlueToWhite) {
   EXPECT_EQ(ka::false_color(9), (ka::Rgb{255, 255, 255}));
 }
 
-// With -i -s and differences in alpha alone pass 1 finds nothing to scale by.
+// With -s, equal pictures, and with -i those that differ in alpha alone, leave nothing to scale by:
+// the scale is the one without -s.
 TEST(Compose, AScaleOfNothingIsTheWholeRange) {
-  auto [a, b] = random_pair(1);
-  for (std::size_t c = 0; c < 3; ++c) {
-    for (int y = 0; y < kHeight; ++y) {
-      std::copy_n(test::plane(a.get(), y, c), kWidth, test::plane(b.get(), y, c));
+  const auto scale_of_equals = [](std::size_t equal_channels, bool intensity) {
+    auto [a, b] = random_pair(1);
+    for (std::size_t c = 0; c < equal_channels; ++c) {
+      for (int y = 0; y < kHeight; ++y)
+        std::copy_n(test::plane(a.get(), y, c), kWidth, test::plane(b.get(), y, c));
     }
-  }
-  const ka::MeasureSettings settings{.signed_intensity = true, .brighten = true};
-  const ka::Difference difference = ka::measure(a.get(), b.get(), kHeight, settings);
-  EXPECT_EQ(difference.count, 0);
-  EXPECT_EQ(difference.scale, 255.0);
+    const ka::MeasureSettings settings{.signed_intensity = intensity, .brighten = true};
+    const ka::Difference difference = ka::measure(a.get(), b.get(), kHeight, settings);
+    EXPECT_EQ(difference.count, 0);
+    return difference.scale;
+  };
+  EXPECT_EQ(scale_of_equals(3, true), 255.0);
+  EXPECT_EQ(scale_of_equals(4, true), 255.0);
+  EXPECT_EQ(scale_of_equals(4, false), 1.0);
 }
 
 // The panel from its description, pixel by pixel.

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <functional>
 #include <random>
 
 #include "measurekernels.h"
@@ -297,6 +298,72 @@ TEST(MeasureKernels, AgreeWithThePlainRulesForEveryDifferenceOfTwoSamples) {
   const ka::LinePlanes first = {fast.data(), slow.data(), fast.data(), slow.data()};
   const ka::LinePlanes second = {slow.data(), fast.data(), slow.data(), slow.data()};
   expect_agreement(first, second, width, 3);
+}
+
+// The rules of pass 2 for one pixel: alpha counts in full in both modes.
+struct PixelSum {
+  int sum, alpha;
+};
+PixelSum plain_pixel(const ka::LinePlanes& first, const ka::LinePlanes& second, std::size_t x,
+                     int tolerance, bool signed_intensity) {
+  const LineSums colours = plain_sums({&first[0][x], &first[1][x], &first[2][x], &first[3][x]},
+                                      {&second[0][x], &second[1][x], &second[2][x], &second[3][x]},
+                                      1, tolerance, signed_intensity, false);
+  const int d = first[3][x] - second[3][x];
+  const int alpha = std::abs(d) > tolerance ? d : 0;
+  return {int(colours.total) + (signed_intensity ? alpha : alpha * alpha), alpha};
+}
+
+// Adds up the sets of counters.
+std::vector<int> added_up(const ka::Counters& counters) {
+  std::vector<int> result(counters[0].size());
+  for (const auto& set : counters) {
+    std::transform(set.begin(), set.end(), result.begin(), result.begin(), std::plus<>());
+  }
+  return result;
+}
+
+TEST(MeasureKernels, OfPass2AgreeWithThePlainRulesForEveryWidth) {
+  std::vector<std::uint32_t> table(ka::kLargestColourSum + 1);
+  for (std::size_t s = 0; s < table.size(); ++s) table[s] = std::uint32_t(s * 2654435761U);
+  std::mt19937 random(3);
+  for (std::size_t width = 0; width <= 400; ++width) {
+    const bool is_signed = width % 2 != 0;
+    const int tolerance = int(random() % 8);
+    const RandomLines lines(random, width / 2);
+    std::vector<int> bins(ka::Counters{}[0].size()), alphas(bins.size());
+    for (std::size_t x = 0; x < width / 2; ++x) {
+      const PixelSum p = plain_pixel(lines.first, lines.second, x, tolerance, is_signed);
+      if (p.sum == 0) continue;
+      const std::size_t side = p.sum < 0 ? ka::kCounterMiddle : 0;
+      ++bins[side + (table[std::size_t(std::abs(p.sum))] & 0xff)];
+      ++alphas[std::size_t(int(ka::kCounterMiddle) + p.alpha)];
+    }
+    const auto sum_kernels =
+        ka::usable_kernels(is_signed ? ka::intensity_pixel_kernels : ka::colour_pixel_kernels);
+    const auto count_kernels = ka::usable_kernels(ka::count_kernels);
+    for (std::size_t set = 0; set < sum_kernels.size(); ++set) {
+      SCOPED_TRACE(testing::Message() << "width " << width / 2 << ", kernel " << set);
+      std::vector<std::int32_t> sums(width / 2 + 1);  // lines of no pixels have addresses, too
+      std::vector<std::int16_t> differences(sums.size());
+      std::vector<std::uint32_t> entries(sums.size());
+      ka::Counters main{}, alpha{};
+      sum_kernels[set](lines.first, lines.second, width / 2, tolerance, 4, sums.data(),
+                       differences.data());
+      count_kernels[set]({sums.data(), differences.data(), table.data(), is_signed}, width / 2,
+                         entries.data(), main, alpha);
+      for (std::size_t x = 0; x < width / 2; ++x) {
+        const PixelSum p = plain_pixel(lines.first, lines.second, x, tolerance, is_signed);
+        ASSERT_EQ(sums[x], p.sum) << x;
+        const std::uint32_t entry = table[std::size_t(std::abs(p.sum))];
+        ASSERT_TRUE(p.sum == 0 || entries[x] == entry) << x;
+      }
+      std::vector<int> found = added_up(alpha);
+      found[0] = 0;  // of the pixels that do not differ
+      EXPECT_EQ(found, alphas);
+      EXPECT_EQ(added_up(main), bins);
+    }
+  }
 }
 
 TEST(Measure, WholeRandomPicturesAgreeWithThePlainRules) {

@@ -1,25 +1,13 @@
-// Programs of others, and the pictures that are shown to them.
+// Pictures that are shown to programs of others.
 #pragma once
 
 #include <algorithm>
-#include <cstdlib>
 #include <random>
-#include <sstream>
 #include <string>
 
 #include "support.h"
 
 namespace test {
-
-// A program in one of the folders of PATH, empty when there is none.
-inline std::string find_program(const std::string& name) {
-  const char* const path = std::getenv("PATH");
-  std::istringstream folders(path ? path : "");
-  for (std::string folder; std::getline(folders, folder, ':');) {
-    if (test::exists(folder + "/" + name)) return folder + "/" + name;
-  }
-  return {};
-}
 
 // Runs of equal pixels and others, so that rows are packed in both ways.
 inline Image runs_picture(int type, int width, int height) {

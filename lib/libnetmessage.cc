@@ -1,0 +1,22 @@
+// Records that come from other hosts of a network, and the first one that a new host gets.
+#include <ka/detail/context.h>
+#include <ka/endian.h>
+
+#include "liberror.h"
+
+void ka_lib_netmessage(int /*channel*/, ka_message_record* record, std::size_t /*length*/,
+                       int swap) {
+  if (swap) {
+    ka_swap(record, "5i");  // six words, up to the prefix
+    if (record->kind == KA_RECORD_SETTINGS) ka_swap_ints(record->text, KA_MODULE_COUNT);
+  }
+  if (record->kind == KA_RECORD_LINE) {
+    record->prefix[sizeof record->prefix - 1] = record->text[sizeof record->text - 1] = '\0';
+    output_message(*record, false);
+  } else if (record->kind == KA_RECORD_SETTINGS) {
+    take_verbosities(*record);
+    if (ka::context().host == 0) send_verbosities(-1);
+  }
+}
+
+void ka_lib_hostcallback(int host) { send_verbosities(host); }
