@@ -1,4 +1,6 @@
 // Reading whole SGI, Targa and native pictures from the page cache.
+#include <string>
+
 #include "benchmarks.h"
 #include "format_files.h"
 #include "pictures.h"

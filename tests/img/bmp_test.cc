@@ -103,7 +103,7 @@ TEST(Bmp, RowsMayBeLong) {
   std::string rows;
   test::Planes planes(4);
   for (int x = 0; x < width; ++x) {
-    const std::uint8_t b = std::uint8_t(x * x >> 7), g = std::uint8_t(x), r = std::uint8_t(x >> 8);
+    const std::uint8_t b = std::uint8_t(x * 5 >> 3), g = std::uint8_t(x), r = std::uint8_t(x >> 8);
     rows += bytes({b, g, r});
     planes[0].push_back(r);
     planes[1].push_back(g);

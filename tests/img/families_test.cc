@@ -32,6 +32,10 @@ std::string name_of(const FormatAndType& pair) {
 // Formats that take lines and keep none of them, and those of which files are written only.
 bool keeps_nothing(int format) { return format == IMG_FORMAT_NULL || format == IMG_FORMAT_LWI; }
 bool is_write_only(int format) { return format == IMG_FORMAT_ZPIC; }
+// Quantel frames have a size and samples of their own.
+bool is_kept_exactly(int format) {
+  return format != IMG_FORMAT_QNTPAL && format != IMG_FORMAT_QNTNTSC;
+}
 
 std::vector<FormatAndType> writable_pairs() {
   std::vector<FormatAndType> pairs;
@@ -42,6 +46,12 @@ std::vector<FormatAndType> writable_pairs() {
       if (row.type_map >> type & 1) pairs.push_back({format, type});
     }
   }
+  return pairs;
+}
+
+std::vector<FormatAndType> exact_pairs() {
+  std::vector<FormatAndType> pairs = writable_pairs();
+  std::erase_if(pairs, [](const auto& pair) { return !is_kept_exactly(pair.format); });
   return pairs;
 }
 
@@ -81,15 +91,6 @@ bool is_read_back(const FormatAndType& pair, int width, int height) {
   if (pair.format == IMG_FORMAT_RLA || pair.format == IMG_FORMAT_RLB)
     return width > 1 && height > 1;
   return pair.format != IMG_FORMAT_IFF || pair.type != IMG_TYPE_Z;
-}
-
-// Quantel frames have a size and samples of their own.
-std::vector<FormatAndType> exact_pairs() {
-  std::vector<FormatAndType> pairs = writable_pairs();
-  std::erase_if(pairs, [](const FormatAndType& pair) {
-    return pair.format == IMG_FORMAT_QNTPAL || pair.format == IMG_FORMAT_QNTNTSC;
-  });
-  return pairs;
 }
 
 class Kept : public testing::TestWithParam<FormatAndType> {};

@@ -14,8 +14,6 @@ namespace {
 
 using ka::RowEnd;
 using test::Bytes;
-using test::different;
-using test::random_line;
 using test::repeated;
 using test::operator+;
 
@@ -66,18 +64,20 @@ const std::vector<Encoded> kEncoded = {
     {"Run128", kBytes, 1, repeated(128, 5), {0xff, 5}},
     {"Run131", kBytes, 1, repeated(131, 5), {0xff, 5, 0x82, 5}},
     {"RestOfARunJoinsTheLiterals", kBytes, 1, repeated(130, 5) + Bytes{6}, {0xff, 5, 2, 5, 5, 6}},
-    {"Literals129", kBytes, 1, different(129), Bytes{127} + different(128) + Bytes{0, 64}},
+    {"Literals129", kBytes, 1, test::different(129),
+     Bytes{127} + test::different(128) + Bytes{0, 64}},
     {"SignedRun", kSigned, 1, {7, 7, 7, 1}, {2, 7, 0xff, 1}},
     {"SignedRun127", kSigned, 1, repeated(127, 5), {126, 5}},
     {"SignedRun129", kSigned, 1, repeated(129, 5), {126, 5, 0xfe, 5, 5}},
-    {"SignedLiterals128", kSigned, 1, different(128),
-     Bytes{0x81} + different(127) + Bytes{0xff, 63}},
+    {"SignedLiterals128", kSigned, 1, test::different(128),
+     Bytes{0x81} + test::different(127) + Bytes{0xff, 63}},
     {"MixedRunOfPixels", kMixed, 2, {1, 2, 1, 2, 1, 2, 1, 3}, {130, 1, 2, 0, 1, 3}},
     {"MixedRun128", kMixed, 1, repeated(128, 5), {255, 5}},
     {"MixedRun129", kMixed, 1, repeated(129, 5), {128, 0, 129, 5}},
     {"MixedRun300", kMixed, 1, repeated(300, 5), {128, 1, 44, 5}},
     {"MixedRun65536", kMixed, 1, repeated(65536, 5), {128, 255, 255, 5, 0, 5}},
-    {"MixedLiterals129", kMixed, 1, different(129), Bytes{127} + different(128) + Bytes{0, 64}},
+    {"MixedLiterals129", kMixed, 1, test::different(129),
+     Bytes{127} + test::different(128) + Bytes{0, 64}},
 };
 
 TEST(Packets, AreTheseBytes) {
@@ -139,7 +139,7 @@ TEST(Packets, RandomRowsComeBack) {
          ++pixel_bytes) {
       for (int i = 0; i < 1000; ++i) {
         Bytes row;
-        for (const std::uint8_t value : random_line<std::uint8_t>(random)) {
+        for (const std::uint8_t value : test::random_line<std::uint8_t>(random)) {
           row = row + repeated(pixel_bytes, value);
         }
         Bytes packets(ka::compact_bound(row.size() / pixel_bytes, pixel_bytes));
