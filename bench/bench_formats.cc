@@ -8,20 +8,6 @@
 namespace bench {
 namespace {
 
-// Runs of equal elements and stretches of others, up to 127 elements each: put(first, count,
-// is_run).
-template <typename Equal, typename Put>
-void for_packets(std::size_t count, Equal equal, Put put) {
-  constexpr std::size_t longest = 127;
-  for (std::size_t i = 0, end; i < count; i = end) {
-    const bool is_run = i + 1 < count && equal(i, i + 1);
-    end = i + 1;
-    while (end < count && end - i < longest && equal(end - 1, end) == is_run) ++end;
-    if (!is_run && end < count && end - i > 1 && equal(end - 1, end)) --end;
-    put(i, end - i, is_run);
-  }
-}
-
 void append_sgi_row(Bytes& file, std::span<const std::uint8_t> row) {
   for_packets(
       row.size(), [&](std::size_t a, std::size_t b) { return row[a] == row[b]; },

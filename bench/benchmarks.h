@@ -9,6 +9,7 @@ void add_measure_benchmarks();
 void add_ppm_benchmarks();
 void add_format_benchmarks();
 void add_tiff_benchmarks();
+void add_packet_benchmarks();
 void add_alias_benchmarks();
 void add_catia_benchmarks();
 

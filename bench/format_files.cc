@@ -95,6 +95,18 @@ void put_be32(Bytes& bytes, std::size_t at, std::size_t value) {
   put_be16(bytes, at + 2, value);
 }
 
+void append_be16(Bytes& bytes, std::size_t value) {
+  bytes.resize(bytes.size() + 2);
+  put_be16(bytes, bytes.size() - 2, value);
+}
+void append_be32(Bytes& bytes, std::size_t value) {
+  append_be16(bytes, value >> 16);
+  append_be16(bytes, value);
+}
+void append_text(Bytes& bytes, std::string_view text) {
+  for (const char character : text) bytes.push_back(std::uint8_t(character));
+}
+
 void append_runs(Bytes& bytes, Content content) {
   for (std::size_t y = 0; y < kHeight; ++y) {
     const auto row = row_of(planes_of(content), 0, y);

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string_view>
 #include <vector>
 
 #include "pictures.h"
@@ -26,8 +27,27 @@ std::span<const std::uint8_t> row_of(const Planes& planes, std::size_t channel, 
 Bytes interleaved(Content content, std::size_t depth);
 
 void append(Bytes& bytes, std::span<const std::uint8_t> more);
+void append_text(Bytes& bytes, std::string_view text);
+
+// Big-endian numbers, over others and behind them.
 void put_be16(Bytes& bytes, std::size_t at, std::size_t value);
 void put_be32(Bytes& bytes, std::size_t at, std::size_t value);
+void append_be16(Bytes& bytes, std::size_t value);
+void append_be32(Bytes& bytes, std::size_t value);
+
+// Runs of equal elements and stretches of others, up to 127 elements each: put(first, count,
+// is_run).
+template <typename Equal, typename Put>
+void for_packets(std::size_t count, Equal equal, Put put) {
+  constexpr std::size_t longest = 127;
+  for (std::size_t i = 0, end; i < count; i = end) {
+    const bool is_run = i + 1 < count && equal(i, i + 1);
+    end = i + 1;
+    while (end < count && end - i < longest && equal(end - 1, end) == is_run) ++end;
+    if (!is_run && end < count && end - i > 1 && equal(end - 1, end)) --end;
+    put(i, end - i, is_run);
+  }
+}
 
 // Appends packets of a count and a pixel, in which one plane stands for all three.
 void append_runs(Bytes& bytes, Content content);

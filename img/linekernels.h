@@ -6,6 +6,7 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <span>
 
 #include <ka/detail/targets.h>
@@ -51,6 +52,37 @@ void pack(std::uint8_t* packed, const std::array<Sample*, Components>& planes, s
   std::array<const void*, Components> addresses;
   for (std::size_t c = 0; c < Components; ++c) addresses[c] = planes[c];
   (order == std::endian::native ? same : swapped)(packed, addresses.data(), count);
+}
+
+// Which byte of a sample, counted from the highest, stands at address `i` of the sample.
+template <std::size_t SampleBytes>
+constexpr std::size_t in_memory(std::size_t i) {
+  return std::endian::native == std::endian::little ? SampleBytes - 1 - i : i;
+}
+
+// Samples from planes of their bytes, and back: the planes of the highest, ..., the lowest bytes
+// stand `stride` bytes apart. The two do not overlap.
+template <typename Sample>
+void join_bytes(const std::uint8_t* bytes, std::size_t stride, Sample* samples, std::size_t count) {
+  constexpr std::size_t size = sizeof(Sample);
+  if constexpr (size == 1) {
+    std::memcpy(samples, bytes, count);
+  } else {
+    std::array<const std::uint8_t*, size> planes;
+    for (std::size_t i = 0; i < size; ++i) planes[i] = bytes + in_memory<size>(i) * stride;
+    pack<const std::uint8_t, size>(reinterpret_cast<std::uint8_t*>(samples), planes, count);
+  }
+}
+template <typename Sample>
+void part_bytes(const Sample* samples, std::uint8_t* bytes, std::size_t stride, std::size_t count) {
+  constexpr std::size_t size = sizeof(Sample);
+  if constexpr (size == 1) {
+    std::memcpy(bytes, samples, count);
+  } else {
+    std::array<std::uint8_t*, size> planes;
+    for (std::size_t i = 0; i < size; ++i) planes[i] = bytes + in_memory<size>(i) * stride;
+    split<std::uint8_t, size>(reinterpret_cast<const std::uint8_t*>(samples), planes, count);
+  }
 }
 
 // Drops the first `count` samples of a plane.

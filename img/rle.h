@@ -60,6 +60,39 @@ struct PixelRow {
   return count * (1 + pixel_bytes);
 }
 
+// The encoders of pixel, signed and mixed packets put three and more equal pixels into a packet of
+// their own, as many as it can count; what stands between such stretches is stored as it is.
+// Bytes that their packets of `count` pixels can take at most: one more for each 127 pixels.
+[[nodiscard]] constexpr std::size_t compact_bound(std::size_t count, std::size_t pixel_bytes) {
+  return count * pixel_bytes + count / 127 + 1;
+}
+
+// Encodes a row of bytes. Before: `packets` has room for compact_bound. Returns the bytes used.
+[[nodiscard]] std::size_t compact_bytes(std::span<const std::uint8_t> row,
+                                        std::span<std::uint8_t> packets);
+
+// Signed packets: rows of bytes. A control byte c from 0 to 127 is followed by one byte that is
+// repeated c + 1 times, any other by 256 - c bytes as they are.
+
+// Decodes a row, which is whole when the last packet ends with it.
+[[nodiscard]] RowEnd expand_signed(std::span<const std::uint8_t> packets,
+                                   std::span<std::uint8_t> row);
+// Encodes a row, up to 127 bytes in a packet. Before, Returns: as compact_bytes.
+[[nodiscard]] std::size_t compact_signed(std::span<const std::uint8_t> row,
+                                         std::span<std::uint8_t> packets);
+
+// Mixed packets: as pixel packets, but behind a control byte of 128 the count stands in two bytes,
+// big-endian; 0 there is corrupt. Pixels of 1 to 4 bytes.
+[[nodiscard]] PixelRow expand_mixed(std::span<const std::uint8_t> packets,
+                                    std::span<std::uint8_t> row, std::size_t pixel_bytes);
+// Encodes a row. Before, Returns: as compact_bytes.
+[[nodiscard]] std::size_t compact_mixed(std::span<const std::uint8_t> row,
+                                        std::span<std::uint8_t> packets, std::size_t pixel_bytes);
+
+// Repeats: each packet is a count from 1 to 255 and one pixel of 1 to 4 bytes; 0 is corrupt.
+[[nodiscard]] PixelRow expand_repeats(std::span<const std::uint8_t> packets,
+                                      std::span<std::uint8_t> row, std::size_t pixel_bytes);
+
 // PackBits: rows of bytes. A control byte c below 128 is followed by c + 1 bytes as they are, one
 // above 128 by a byte that is repeated 257 - c times; 128 means nothing. The row ends with its last
 // byte.
@@ -89,6 +122,7 @@ struct PackBitsRow {
 // joins them. Before: `packets` has room for packbits_bound. Returns the bytes used.
 [[nodiscard]] std::size_t compact_packbits(std::span<const std::uint8_t> row,
                                            std::span<std::uint8_t> packets);
+
 // Run packets: rows of pixels of three samples. A packet has four bytes: how often its pixel comes,
 // and the pixel. The row ends with its last pixel.
 constexpr std::size_t kRunBytes = 4;

@@ -58,6 +58,16 @@ void FileReader::seek(std::uint64_t offset) {
   left_ = size_ - std::min(offset, size_);
 }
 
+void FileReader::seek_back(std::uint64_t offset, std::size_t count) {
+  seek(offset);
+  if (std::uint64_t(end_ - at_) >= std::min<std::uint64_t>(count, left_)) return;
+  const std::uint64_t before = buffer_.size() - std::min(count, buffer_.size());
+  seek(offset - std::min(offset, before));
+  at_ = end_ = buffer_.data();  // what is at hand of it would not bring the rest
+  fill(std::min<std::size_t>(1, std::size_t(left_)));
+  seek(offset);
+}
+
 bool FileReader::fill(std::size_t count) {
   errno = 0;
   if (count > left_ || count > buffer_.size()) return false;
@@ -107,6 +117,7 @@ void FileWriter::write(std::span<const char> bytes) {
 void FileWriter::seek(std::uint64_t offset) {
   flush();
   if (error_ == 0 && !img_fseek(stream_, std::int64_t(offset), SEEK_SET)) error_ = errno;
+  start_ = offset;
 }
 
 int FileWriter::flush() {
@@ -119,6 +130,7 @@ int FileWriter::flush() {
       error_ = errno;
     }
   }
+  start_ += used_;
   used_ = 0;
   return error_;
 }

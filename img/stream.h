@@ -35,8 +35,16 @@ class FileReader {
   // Goes on at another byte offset.
   void seek(std::uint64_t offset);
 
+  // Goes on at an offset before which reading goes on later, as in files whose last line comes
+  // first: when the `count` bytes from there on are not at hand, those before them are read as
+  // well.
+  void seek_back(std::uint64_t offset, std::size_t count);
+
   // Bytes from here to the end of the file, as large as it was when it was opened.
   [[nodiscard]] std::uint64_t left() const { return left_; }
+
+  // The byte offset of what comes next, at most the size of the file.
+  [[nodiscard]] std::uint64_t position() const { return size_ - left_; }
 
   // The next `count` bytes, valid until the next call; empty when fewer are left or when the system
   // failed, which errno then tells (0 for an early end). `count` is at most the buffer's size.
@@ -94,6 +102,9 @@ class FileWriter {
   // Goes on at another byte offset.
   void seek(std::uint64_t offset);
 
+  // The byte offset of what is put next.
+  [[nodiscard]] std::uint64_t position() const { return start_ + used_; }
+
   // Hands everything to the system. The error number of the first failure, 0 for none, is kept:
   // nothing is written after it.
   int flush();
@@ -102,6 +113,7 @@ class FileWriter {
  private:
   FILE* stream_ = nullptr;
   Buffer buffer_;
+  std::uint64_t start_ = 0;  // byte offset of the buffer's first byte
   std::size_t used_ = 0;
   int error_ = 0;
 };

@@ -180,6 +180,15 @@ int open_descriptors() {
   return int(std::distance(begin(entries), end(entries)));
 }
 
+std::string find_program(const std::string& name) {
+  const char* const path = std::getenv("PATH");
+  std::istringstream folders(path ? path : "");
+  for (std::string folder; std::getline(folders, folder, ':');) {
+    if (exists(folder + "/" + name)) return folder + "/" + name;
+  }
+  return {};
+}
+
 Outcome run(const std::string& path, const Program& program) {
   const int out = target(program.standard_output), err = target(program.standard_error);
   const pid_t child = fork();

@@ -135,6 +135,9 @@ struct Outcome {
   long peak_kilobytes;   // of resident memory
 };
 
+// A program in one of the folders of PATH, empty when there is none.
+std::string find_program(const std::string& name);
+
 // Runs a program to its end. One that takes longer than half a minute is killed.
 Outcome run(const std::string& path, const Program& program);
 

@@ -41,7 +41,8 @@ std::vector<Cells> documented_rows() {
   return rows;
 }
 
-// What a file is like that is created as one line of one pixel.
+// What a file is like that is created as two lines of two pixels: smaller ones do not count as a
+// picture in every format.
 struct Created {
   img_file handle;  // as ka_img_create left it
   bool is_written;
@@ -57,10 +58,11 @@ bool keeps_bytes(const std::string& name) {
 Created create(const std::string& name, int format, int type) {
   test::Handle file, again;
   file->file_type = static_cast<std::uint8_t>(type);
-  ka_img_create(file, name.c_str(), type, format, 1, 1);
+  ka_img_create(file, name.c_str(), type, format, 2, 2);
   const img_file handle = *file;
   const test::Line line(ka_img_line_alloc(file));
-  bool is_written = ka_img_line_write(file, line.get()) && ka_img_close(file);
+  bool is_written = ka_img_line_write(file, line.get()) && ka_img_line_write(file, line.get()) &&
+                    ka_img_close(file);
   if (is_written) is_written = keeps_bytes(name);  // some formats take lines and keep none
   return {handle, is_written, ka_img_open(again, name.c_str(), IMG_TYPE_FILE) != 0};
 }

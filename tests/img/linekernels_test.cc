@@ -88,7 +88,7 @@ std::string kind_name(const testing::TestParamInfo<Parameters>& parameters) {
          (swap ? "Swapped" : "");
 }
 
-class LineKernels : public testing::TestWithParam<Parameters> {
+class KernelsOf : public testing::TestWithParam<Parameters> {
  protected:
   [[nodiscard]] static Kind kind() {
     const auto& [components, sample_bytes, swap] = GetParam();
@@ -96,21 +96,38 @@ class LineKernels : public testing::TestWithParam<Parameters> {
   }
 };
 
-TEST_P(LineKernels, Split) {
+TEST_P(KernelsOf, Split) {
   const auto [components, sample_bytes, swap] = kind();
   for (const auto kernel : ka::usable_kernels(ka::split_kernels(components, sample_bytes, swap))) {
     for (std::size_t count = 0; count <= kLongest; ++count) expect_split(kind(), kernel, count);
   }
 }
 
-TEST_P(LineKernels, Pack) {
+TEST_P(KernelsOf, Pack) {
   const auto [components, sample_bytes, swap] = kind();
   for (const auto kernel : ka::usable_kernels(ka::pack_kernels(components, sample_bytes, swap))) {
     for (std::size_t count = 0; count <= kLongest; ++count) expect_pack(kind(), kernel, count);
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(All, LineKernels,
+template <typename Sample>
+void expect_bytes(const std::vector<Sample>& samples, const Bytes& planes) {
+  constexpr std::size_t stride = 3;  // one byte more than a plane has
+  Bytes parted(planes.size());
+  ka::part_bytes(samples.data(), parted.data(), stride, samples.size());
+  EXPECT_EQ(parted, planes);
+  std::vector<Sample> joined(samples.size());
+  ka::join_bytes(planes.data(), stride, joined.data(), joined.size());
+  EXPECT_EQ(joined, samples);
+}
+
+TEST(LineKernels, BytesOfSamples) {
+  expect_bytes<std::uint8_t>({1, 2}, {1, 2, 0});
+  expect_bytes<std::uint16_t>({0x102, 0x304}, {1, 3, 0, 2, 4, 0});
+  expect_bytes<std::uint32_t>({0x1020304, 0x5060708}, {1, 5, 0, 2, 6, 0, 3, 7, 0, 4, 8, 0});
+}
+
+INSTANTIATE_TEST_SUITE_P(All, KernelsOf,
                          testing::Combine(testing::Values(1, 2, 3, 4), testing::Values(1, 2, 4),
                                           testing::Bool()),
                          kind_name);

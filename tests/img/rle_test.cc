@@ -7,10 +7,16 @@
 #include <random>
 #include <vector>
 
+#include "packet_rows.h"
+
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
 using ka::RowEnd;
+using test::Bytes;
+using test::different;
+using test::random_line;
+using test::repeated;
+using test::operator+;
 
 template <typename Sample>
 Bytes compact(const std::vector<Sample>& line) {
@@ -40,20 +46,6 @@ struct Row {
   std::vector<Sample> line;
   Bytes packets;
 };
-
-Bytes repeated(std::size_t count, std::uint8_t value) { return Bytes(count, value); }
-
-Bytes operator+(Bytes a, const Bytes& b) {
-  a.insert(a.end(), b.begin(), b.end());
-  return a;
-}
-
-// Samples of which no three are equal.
-Bytes different(std::size_t count) {
-  Bytes samples(count);
-  for (std::size_t i = 0; i < count; ++i) samples[i] = std::uint8_t(i / 2);
-  return samples;
-}
 
 const std::vector<Row<std::uint8_t>> kRows = {
     {"Empty", {}, {0}},
@@ -89,19 +81,6 @@ TEST(CountedPackets, AreTheseBytes) {
     EXPECT_EQ(expand(wide_packets, wide_read), RowEnd::kWhole);
     EXPECT_EQ(wide_read, wide);
   }
-}
-
-// Stretches of equal samples up to twice the longest packet, and of others.
-template <typename Sample>
-std::vector<Sample> random_line(std::mt19937& random) {
-  std::vector<Sample> line;
-  for (std::size_t stretches = random() % 12; stretches > 0; --stretches) {
-    const std::size_t length = random() % (random() % 4 == 0 ? 260 : 12);
-    const bool is_run = random() % 2 == 0;
-    const auto value = Sample(random());
-    for (std::size_t i = 0; i < length; ++i) line.push_back(is_run ? value : Sample(random()));
-  }
-  return line;
 }
 
 template <typename Sample>

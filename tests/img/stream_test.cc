@@ -61,10 +61,13 @@ struct Walk {
 
   void step() {
     const std::size_t count = random() % (buffer + 1);
-    switch (random() % 6) {
+    switch (random() % 7) {
       case 0:
         at = random() % (contents.size() + 1);
         return reader.seek(at);
+      case 4:
+        at = random() % (contents.size() + 1);
+        return reader.seek_back(at, random() % (2 * buffer));
       case 1:
         return check_get();
       case 2:
@@ -115,8 +118,24 @@ TEST_F(Reader, GivesWhatTheFileHoldsWhereverItStands) {
     for (int i = 0; i < 3000 && !HasFatalFailure(); ++i) {
       walk.step();
       ASSERT_EQ(walk.reader.left(), walk.left());
+      ASSERT_EQ(walk.reader.position(), walk.at);
     }
   }
+}
+
+// The file changes behind the reader's back, which shows what it has read already.
+TEST_F(Reader, ReadsBackwardsInWholeBuffers) {
+  open("0123456789");
+  ka::FileReader reader;
+  reader.start(&file_, 0, 6);
+  reader.seek_back(8, 2);  // bytes 4 to 9
+  scratch_.write("a", "abcdefghij");
+  reader.seek_back(6, 2);
+  EXPECT_EQ(text_of(reader.take(2)), "67");
+  reader.seek_back(4, 2);
+  EXPECT_EQ(text_of(reader.take(2)), "45");
+  reader.seek_back(3, 2);  // from 0 on
+  EXPECT_EQ(text_of(reader.take(2)), "de");
 }
 
 TEST_F(Reader, StartsAnywhereAndEndsQuietly) {
@@ -225,6 +244,7 @@ TEST_F(Writer, WritesWhatItIsGivenWhereverItStands) {
     }
     put_at(expected, at, bytes);
     at += bytes.size();
+    ASSERT_EQ(writer.position(), at);
   }
   EXPECT_EQ(writer.flush(), 0);
   EXPECT_EQ(writer.flush(), 0);

@@ -11,8 +11,9 @@
 namespace {
 
 // Folders of the families that have a driver, and of files that no driver takes.
-constexpr std::string_view kFamilies[] = {"alias", "assembled", "bmp", "hdr", "jpg", "ppm",
-                                          "ps",    "qnt",       "rgb", "tga", "tif", "other"};
+constexpr std::string_view kFamilies[] = {"alias", "assembled", "bmp", "hdr", "iff",
+                                          "jpg",   "pic",       "ppm", "ps",  "qnt",
+                                          "rgb",   "rla",       "tga", "tif", "other"};
 
 using Entry = std::map<std::string, std::string>;
 

@@ -2,11 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <random>
 
-#include "support.h"
+#include "shown.h"
 
 namespace {
+
+using test::runs_picture;
+using test::samples_of;
 
 struct Peer {
   const char* name;
@@ -19,45 +21,6 @@ struct Peer {
   bool is_big;             // byte order of its samples
 };
 
-// Runs of equal pixels and others, so that rows are packed in both ways.
-test::Image make_picture(int type, int width, int height) {
-  test::Image image = test::make_image(type, width, height);
-  const std::size_t size = std::size_t(ka_img_nbits[type]) / 8;
-  std::mt19937 random(1);
-  for (int y = 0; y < height; ++y) {
-    for (int x = 0; x < width;) {
-      const int end = std::min(width, x + 1 + int(random() % 3 == 0 ? random() % 200 : 0));
-      const auto seed = random();
-      for (; x < end; ++x) {
-        for (std::size_t slot = 0; slot < std::size_t(ka_img_ncomp[type]); ++slot) {
-          for (std::size_t i = 0; i < size; ++i) {
-            test::plane(image.get(), y, slot)[std::size_t(x) * size + i] =
-                std::uint8_t(seed >> (3 * slot + 8 * i));
-          }
-        }
-      }
-    }
-  }
-  return image;
-}
-
-// The picture as rows of samples, the top line first.
-std::string samples_of(const img_image* image, std::size_t components, bool is_big) {
-  const std::size_t size = std::size_t(image->bits) / 8;
-  std::string samples;
-  for (int y = image->height - 1; y >= 0; --y) {
-    for (std::size_t x = 0; x < std::size_t(image->width); ++x) {
-      for (std::size_t slot = 0; slot < components; ++slot) {
-        const auto* const sample = test::plane(image, y, slot) + x * size;
-        for (std::size_t i = 0; i < size; ++i) {
-          samples += char(sample[is_big ? size - 1 - i : i]);
-        }
-      }
-    }
-  }
-  return samples;
-}
-
 class WrittenFile : public testing::TestWithParam<Peer> {};
 
 TEST_P(WrittenFile, IsReadByAPeer) {
@@ -66,7 +29,7 @@ TEST_P(WrittenFile, IsReadByAPeer) {
   if (program.empty()) GTEST_SKIP() << peer.program << " is not installed";
   const test::Scratch scratch;
   const std::string path = scratch.path(std::string("picture.") + peer.extension);
-  const test::Image image = make_picture(peer.type, 301, 5);
+  const test::Image image = runs_picture(peer.type, 301, 5);
   ASSERT_EQ(test::write_image(path, peer.format, image.get()), IMG_ERR_NONE);
   test::Program call{.arguments = peer.arguments};
   for (std::string& argument : call.arguments) {
@@ -110,7 +73,7 @@ TEST(WrittenTiff, LeavesNothingToWarnOf) {
                                      {IMG_FORMAT_TIF16, IMG_TYPE_RGBA_16},
                                      {IMG_FORMAT_TIF, IMG_TYPE_RGBA_FP}}) {
     const test::Scratch scratch;
-    const test::Image image = make_picture(type, 301, 5);
+    const test::Image image = runs_picture(type, 301, 5);
     ASSERT_EQ(test::write_image(scratch.path("a.tif"), format, image.get()), IMG_ERR_NONE);
     const auto outcome = test::run(program, {.arguments = {"-D", scratch.path("a.tif")}});
     EXPECT_EQ(outcome.status, 0);
@@ -129,7 +92,7 @@ TEST(WrittenTiff, IsReadAfterItWasCopied) {
                                        {"-c", "none", "-p", "separate", "-r", "1", "-B"},
                                        {"-c", "packbits", "-p", "separate", "-r", "2"}};
   for (const int type : {IMG_TYPE_RGB, IMG_TYPE_RGBA, IMG_TYPE_RGB_16, IMG_TYPE_RGBA_FP}) {
-    const test::Image image = make_picture(type, 301, 5);
+    const test::Image image = runs_picture(type, 301, 5);
     for (const Options& options : copies) {
       const bool is_planar = std::ranges::find(options, "separate") != options.end();
       if (is_planar && ka_img_nbits[type] != 8) continue;  // tiffcp cannot

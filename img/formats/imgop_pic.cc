@@ -1,0 +1,241 @@
+// Softimage PIC images: for each line a record for each group of channels, plain or in run-length
+// packets, the top line first; written in mixed packets, the colours in one group and alpha in
+// another. Layout: docs/formats.md, "PIC". Numbers are big-endian.
+#include <errno.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cmath>
+#include <optional>
+
+#include "driver.h"
+#include "drivers.h"
+#include "linekernels.h"
+#include "rle.h"
+#include "rows.h"
+
+namespace {
+
+constexpr std::uint32_t kMagic = 0x5380f634;
+constexpr std::size_t kHeaderBytes = 104;
+constexpr std::size_t kSizeOffset = 92;  // of width and height
+constexpr std::size_t kDescriptorBytes = 4;
+constexpr std::size_t kMaxGroups = 4;
+constexpr int kLargestSide = 65535;
+constexpr unsigned kColours = 0xe0, kAlpha = 0x10;  // bits of a channel mask
+constexpr unsigned kNoChannels = 0x0f;              // bits of it that stay 0
+constexpr unsigned kSampleBits = 8;
+constexpr float kVersion = 3.5F;
+constexpr unsigned kFullFrame = 3;
+
+enum Compression : std::uint8_t { kVerbatim, kRunLength, kMixed };
+
+// Channels that are stored together.
+struct Group {
+  std::uint8_t compression, mask;
+
+  [[nodiscard]] std::size_t channels() const {
+    return static_cast<std::size_t>(std::popcount(mask));
+  }
+};
+
+struct PicState {
+  std::array<Group, kMaxGroups> groups;
+  std::size_t group_count;
+  ka::FileReader in;
+  ka::FileWriter out;
+  ka::Buffer row;      // pixels of one record
+  ka::Buffer packets;  // of one record that is written
+};
+
+// Bytes that a record of such pixels can take at most: a packet for each of them.
+std::size_t record_bound(std::size_t width, std::size_t pixel_bytes) {
+  return width * (3 + pixel_bytes);
+}
+
+// Finds the groups of channels. Those without a channel do not count.
+int read_groups(const img_file* handle, const std::uint8_t* head, PicState& state) {
+  unsigned chained = 1;
+  for (std::size_t at = kHeaderBytes; chained != 0; at += kDescriptorBytes) {
+    if (at + kDescriptorBytes > IMG_HEAD_SIZE) return IMG_ERR_SUBTYPE;
+    if (std::int64_t(at + kDescriptorBytes) > handle->file_size) return IMG_ERR_READ;
+    ka::ByteCursor in({head + at, kDescriptorBytes});
+    chained = in.u8();
+    const unsigned bits = in.u8();
+    const Group group{in.u8(), in.u8()};
+    if (bits != kSampleBits || group.compression > kMixed || (group.mask & kNoChannels) != 0) {
+      return IMG_ERR_SUBTYPE;
+    }
+    if (group.mask == 0) continue;
+    if (state.group_count == kMaxGroups) return IMG_ERR_SUBTYPE;
+    state.groups[state.group_count++] = group;
+  }
+  return IMG_ERR_NONE;
+}
+
+// The channels of all groups.
+unsigned all_channels(const PicState& state) {
+  unsigned mask = 0;
+  for (std::size_t i = 0; i < state.group_count; ++i) mask |= state.groups[i].mask;
+  return mask;
+}
+
+// Pixels as they are.
+int get_verbatim(img_file* handle, ka::FileReader& in, std::span<std::uint8_t> row) {
+  return in.read(row) ? 1 : img_error(handle, IMG_ERR_READ, errno);
+}
+
+// Pixels in packets that `expand` decodes. Packets end with their record.
+template <typename Expand>
+int get_packets(img_file* handle, ka::FileReader& in, std::span<std::uint8_t> row,
+                std::size_t pixel_bytes, Expand expand) {
+  const auto packets = in.ahead(record_bound(row.size() / pixel_bytes, pixel_bytes));
+  const int failure = errno;
+  const auto [end, used] = expand(packets, row, pixel_bytes);
+  if (end == ka::RowEnd::kShort) return img_error(handle, IMG_ERR_READ, failure);
+  if (end == ka::RowEnd::kCorrupt) return img_error(handle, IMG_ERR_CORRUPT, 0);
+  (void)in.take(used);
+  return 1;
+}
+
+int get_runlength(img_file* handle, ka::FileReader& in, std::span<std::uint8_t> row,
+                  std::size_t pixel_bytes) {
+  return get_packets(handle, in, row, pixel_bytes, ka::expand_repeats);
+}
+
+int get_mixed(img_file* handle, ka::FileReader& in, std::span<std::uint8_t> row,
+              std::size_t pixel_bytes) {
+  return get_packets(handle, in, row, pixel_bytes, ka::expand_mixed);
+}
+
+template <std::size_t Channels>
+void split_row(const std::uint8_t* row, const std::array<std::uint8_t*, 4>& planes,
+               std::size_t width) {
+  std::array<std::uint8_t*, Channels> used;
+  std::copy_n(planes.begin(), Channels, used.begin());
+  ka::split<std::uint8_t, Channels>(row, used, width);
+}
+
+// One record of a line. The first group's compression applies to all.
+int read_record(img_file* handle, PicState& state, const Group& group, const img_line* line) {
+  std::array<std::uint8_t*, 4> planes{};
+  std::size_t channels = 0;
+  for (std::size_t slot = 0; slot < 4; ++slot) {
+    const bool is_stored = (group.mask & 0x80U >> slot) != 0;
+    if (is_stored) planes[channels++] = ka::plane_of<std::uint8_t>(line, slot);
+  }
+  const auto width = static_cast<std::size_t>(handle->width);
+  const std::span row(channels == 1 ? planes[0] : state.row.data(), width * channels);
+  switch (state.groups[0].compression) {
+    case kVerbatim:
+      if (!get_verbatim(handle, state.in, row)) return 0;
+      break;
+    case kRunLength:
+      if (!get_runlength(handle, state.in, row, channels)) return 0;
+      break;
+    default:
+      if (!get_mixed(handle, state.in, row, channels)) return 0;
+      break;
+  }
+  if (channels == 2) split_row<2>(row.data(), planes, width);
+  if (channels == 3) split_row<3>(row.data(), planes, width);
+  if (channels == 4) split_row<4>(row.data(), planes, width);
+  return 1;
+}
+
+// The setting of the fields of video, which is kept as a float.
+unsigned fields_of(const img_file* handle) {
+  const auto value = std::bit_cast<float>(handle->parameters[1]);
+  if (value == 0) return kFullFrame;
+  constexpr float too_large = 0x1p31F;
+  return std::fabs(value) < too_large ? static_cast<unsigned>(static_cast<int>(value)) & 3 : 0;
+}
+
+void write_header(const img_file* handle, ka::FileWriter& file) {
+  ka::ByteWriter out(file.put(kHeaderBytes + 2 * kDescriptorBytes));
+  out.be32(kMagic);
+  out.be32(std::bit_cast<std::uint32_t>(kVersion));
+  out.text("Written by Brannock libimg", 80);
+  out.text("PICT", 4);
+  out.be16(static_cast<std::uint32_t>(handle->width));
+  out.be16(static_cast<std::uint32_t>(handle->height));
+  out.be32(std::bit_cast<std::uint32_t>(handle->aspect == 0 ? 1.0F : handle->aspect));
+  out.be16(fields_of(handle));
+  out.be16(0);
+  for (const unsigned mask : {kColours, kAlpha}) {
+    out.u8(mask == kColours);  // the next one follows
+    out.u8(kSampleBits);
+    out.u8(kMixed);
+    out.u8(mask);
+  }
+}
+
+void write_record(PicState& state, std::span<const std::uint8_t> row, std::size_t pixel_bytes) {
+  const std::span packets(state.packets.data(), state.packets.size());
+  const std::size_t used = ka::compact_mixed(row, packets, pixel_bytes);
+  state.out.write({reinterpret_cast<const char*>(packets.data()), used});
+}
+
+}  // namespace
+
+int img_test_pic(img_file* /*handle*/, const std::uint8_t* head) {
+  return ka::ByteCursor({head, IMG_HEAD_SIZE}).be32() == kMagic;
+}
+
+int img_open_pic(img_file* handle, const std::uint8_t* head) {
+  if (!img_test_pic(handle, head)) return img_error(handle, IMG_ERR_FORMAT, 0);
+  auto state = ka::make_state<PicState>(handle);
+  ka::ByteCursor in({head, IMG_HEAD_SIZE});
+  in.skip(kSizeOffset);
+  handle->width = in.be16();
+  handle->height = in.be16();
+  if (const int error = read_groups(handle, head, *state)) return img_error(handle, error, 0);
+  const unsigned channels = all_channels(*state);
+  if ((channels & kColours) != kColours) return img_error(handle, IMG_ERR_SUBTYPE, 0);
+  const auto width = static_cast<std::size_t>(handle->width);
+  state->in.start(handle, kHeaderBytes + kDescriptorBytes * state->group_count,
+                  std::max(ka::FileReader::kBufferSize, record_bound(width, 4)));
+  state->row = ka::Buffer(4 * width);
+  ka::state_file_type(handle, (channels & kAlpha) != 0 ? IMG_TYPE_RGBA : IMG_TYPE_RGB);
+  handle->data.p = state.release();
+  return 1;
+}
+
+int img_create_pic(img_file* handle) {
+  if (handle->width > kLargestSide || handle->height > kLargestSide) {
+    return img_error(handle, IMG_ERR_SUBTYPE, EFBIG);
+  }
+  auto state = ka::make_state<PicState>(handle);
+  const auto width = static_cast<std::size_t>(handle->width);
+  state->row = ka::Buffer(3 * width);
+  state->packets = ka::Buffer(ka::compact_bound(width, 3));
+  state->out.start(handle);
+  write_header(handle, state->out);
+  handle->data.p = state.release();
+  return 1;
+}
+
+int img_read_pic(img_file* handle, img_line* line) {
+  if (handle->line_count >= handle->height) return img_error(handle, IMG_ERR_READ, 0);
+  auto& state = ka::state_of<PicState>(handle);
+  for (std::size_t i = 0; i < state.group_count; ++i) {
+    if (!read_record(handle, state, state.groups[i], line)) return 0;
+  }
+  return 1;
+}
+
+int img_write_pic(img_file* handle, img_line* line) {
+  auto& state = ka::state_of<PicState>(handle);
+  const auto width = static_cast<std::size_t>(handle->width);
+  const auto [red, green, blue, alpha] = ka::plane_pointers<const std::uint8_t, 4>(line);
+  ka::pack<const std::uint8_t, 3>(state.row.data(), {red, green, blue}, width);
+  write_record(state, {state.row.data(), 3 * width}, 3);
+  write_record(state, {alpha, width}, 1);
+  return state.out.error() == 0 ? 1 : img_error(handle, IMG_ERR_WRITE, state.out.error());
+}
+
+int img_close_pic(img_file* handle) {
+  const auto state = ka::take_state<PicState>(handle);
+  return state ? ka::finish_file(handle, state->out, IMG_ERR_WRITE) : 1;
+}

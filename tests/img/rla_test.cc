@@ -1,0 +1,297 @@
+// Wavefront RLA images: what is read of which file, the bytes that are written, what is refused.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+
+#include "pictures.h"
+
+namespace {
+
+using test::bytes;
+using test::kOpening;
+
+constexpr std::size_t kHeaderBytes = 740;
+
+std::string be16(int value) { return bytes({value >> 8 & 255, value & 255}); }
+std::string be32(std::size_t value) { return be16(int(value >> 16)) + be16(int(value & 65535)); }
+
+struct Window {
+  int left, right, bottom, top;
+};
+std::string be16(const Window& w) {
+  return be16(w.left) + be16(w.right) + be16(w.bottom) + be16(w.top);
+}
+
+struct Header {
+  Window active;
+  int mattes = 1, bits = 8, matte_bits = bits;
+  int colours = 3, storage = 0, matte_type = 0;
+  Window window = {0, 9, 0, 9};
+  char gamma = '2';
+};
+
+std::string padded(std::string text, std::size_t count) {
+  text.resize(count);
+  return text;
+}
+
+std::string header(const Header& h) {
+  std::string text = be16(h.window) + be16(h.active) + be16(0) + be16(h.storage) + be16(h.colours) +
+                     be16(h.mattes) + be16(0) + be16(0xfffe) + h.gamma;
+  return padded(padded(text, 658) + be16(h.bits) + be16(h.matte_type) + be16(h.matte_bits),
+                kHeaderBytes);
+}
+
+// The packets of a channel behind their length; a line is several of them.
+std::string record(std::initializer_list<int> packets) {
+  return be16(int(packets.size())) + bytes(packets);
+}
+
+// Lines behind one another, the bottom one first.
+std::string file(const Header& h, const std::vector<std::string>& lines) {
+  std::string table, records;
+  for (const std::string& line : lines) {
+    table += be32(kHeaderBytes + 4 * lines.size() + records.size());
+    records += line;
+  }
+  return header(h) + table + records;
+}
+
+// A line of two pixels without matte, whose red packets are the given ones.
+std::string two_pixels(std::initializer_list<int> red) {
+  return file({.active = {0, 1, 0, 0}, .mattes = 0},
+              {record(red) + record({1, 7}) + record({1, 8})});
+}
+
+class RlaPicture : public testing::TestWithParam<test::Picture> {};
+TEST_P(RlaPicture, IsRead) { test::expect_picture(GetParam()); }
+
+constexpr int kRla = IMG_FORMAT_RLA, kRgba = IMG_TYPE_RGBA, kDeep = IMG_TYPE_RGBA_16;
+// of two lines, the lower one with literals and the other one with runs
+const std::string kLower =
+    record({0xfe, 1, 2}) + record({0xfe, 3, 4}) + record({0xfe, 5, 6}) + record({0xfe, 7, 8});
+const std::string kUpper = record({1, 9}) + record({1, 10}) + record({1, 11}) + record({1, 12});
+const test::Lines kTwoLines = {{{1, 2}, {3, 4}, {5, 6}, {7, 8}},
+                               {{9, 9}, {10, 10}, {11, 11}, {12, 12}}};
+
+const std::vector<test::Picture> kPictures = {
+    {"Matte", file({.active = {0, 1, 0, 1}}, {kLower, kUpper}), kRla, kRgba, kTwoLines},
+    {"TopLineFirstInTheFile",
+     header({.active = {0, 1, 0, 1}}) + be32(748 + kUpper.size()) + be32(748) + kUpper + kLower,
+     kRla, kRgba, kTwoLines},
+    {"LinesMayShareTheirRecords",
+     header({.active = {0, 1, 0, 1}}) + be32(748) + be32(748) + kLower,
+     kRla,
+     kRgba,
+     {kTwoLines[0], kTwoLines[0]}},
+    {"ActiveWindowTellsTheSize",
+     file({.active = {-3, -2, 7, 8}, .window = {1, 4096, 0, 2}}, {kLower, kUpper}), kRla, kRgba,
+     kTwoLines},
+    {"NoMatte", two_pixels({0, 1, 0, 2}), kRla, kRgba, {{{1, 2}, {7, 7}, {8, 8}, {255, 255}}}},
+    {"BitsBelowEight",
+     file({.active = {0, 0, 0, 0}, .mattes = 0, .bits = 5},
+          {record({0, 31}) + record({0, 1}) + record({0, 2})}),
+     kRla,
+     kRgba,
+     {{{31}, {1}, {2}, {255}}}},
+    {"BitsThatAreNotTold",
+     file({.active = {0, 0, 0, 0}, .mattes = 0, .bits = 0},
+          {record({0, 200}) + record({0, 1}) + record({0, 2})}),
+     kRla,
+     kRgba,
+     {{{200}, {1}, {2}, {255}}}},
+    // the high bytes of the row, then the low ones; packets may go on from the ones to the others
+    {"SixteenBits",
+     file({.active = {0, 1, 0, 0}, .bits = 16},
+          {record({0xfc, 1, 2, 3, 4}) + record({3, 5}) + record({0, 6, 2, 7}) +
+           record({0xfd, 8, 9, 10, 0, 11})}),
+     kRla,
+     kDeep,
+     {{{0x103, 0x204}, {0x505, 0x505}, {0x607, 0x707}, {0x80a, 0x90b}}}},
+    {"TenBitsWithoutMatte",
+     file({.active = {0, 0, 0, 0}, .mattes = 0, .bits = 10},
+          {record({0xfe, 1, 2}) + record({0xfe, 3, 255}) + record({1, 0})}),
+     kRla,
+     kDeep,
+     {{{0x102}, {0x3ff}, {0}, {0xffff}}}},
+};
+INSTANTIATE_TEST_SUITE_P(Files, RlaPicture, testing::ValuesIn(kPictures),
+                         test::row_name<test::Picture>);
+
+class RlaRefusal : public testing::TestWithParam<test::Refusal> {};
+TEST_P(RlaRefusal, IsTold) { test::expect_refusal(GetParam()); }
+
+test::Refusal refused(const char* name, Header h, int error) {
+  return {name, file(h, {kLower, kUpper}), error};
+}
+
+const std::vector<test::Refusal> kHeaders = {
+    refused("WindowTooWide", {.active = {0, 1, 0, 1}, .window = {0, 4097, 0, 9}}, IMG_ERR_FORMAT),
+    refused("WindowTooHigh", {.active = {0, 1, 0, 1}, .window = {0, 9, 0, 4097}}, IMG_ERR_FORMAT),
+    refused("WindowBelowZero", {.active = {0, 1, 0, 1}, .window = {0, 9, -1, 9}}, IMG_ERR_FORMAT),
+    refused("WindowOfOneColumn", {.active = {0, 1, 0, 1}, .window = {4, 4, 0, 9}}, IMG_ERR_FORMAT),
+    refused("WindowOfOneLine", {.active = {0, 1, 0, 1}, .window = {0, 9, 4, 4}}, IMG_ERR_FORMAT),
+    refused("FourColours", {.active = {0, 1, 0, 1}, .colours = 4}, IMG_ERR_FORMAT),
+    refused("TwoMattes", {.active = {0, 1, 0, 1}, .mattes = 2}, IMG_ERR_FORMAT),
+    refused("GammaIsNoNumber", {.active = {0, 1, 0, 1}, .gamma = ':'}, IMG_ERR_FORMAT),
+    refused("NoGamma", {.active = {0, 1, 0, 1}, .gamma = 0}, IMG_ERR_FORMAT),
+    refused("TwoColours", {.active = {0, 1, 0, 1}, .colours = 2}, IMG_ERR_SUBTYPE),
+    refused("Floats", {.active = {0, 1, 0, 1}, .bits = 32}, IMG_ERR_SUBTYPE),
+    refused("NegativeBits", {.active = {0, 1, 0, 1}, .bits = -8}, IMG_ERR_SUBTYPE),
+    refused("MatteOfOtherBits", {.active = {0, 1, 0, 1}, .matte_bits = 16}, IMG_ERR_SUBTYPE),
+    refused("OtherStorage", {.active = {0, 1, 0, 1}, .storage = 4}, IMG_ERR_SUBTYPE),
+    refused("OtherMatte", {.active = {0, 1, 0, 1}, .matte_type = 1}, IMG_ERR_SUBTYPE),
+    refused("NoColumn", {.active = {1, 0, 0, 1}}, IMG_ERR_SUBTYPE),
+    refused("NoLine", {.active = {0, 1, 1, 0}}, IMG_ERR_SUBTYPE),
+    {"HeaderEnds", header({.active = {0, 1, 0, 1}}).substr(0, 739), IMG_ERR_READ},
+    {"TableEnds", file({.active = {0, 1, 0, 1}}, {"", ""}).substr(0, 747), IMG_ERR_READ},
+    {"TableOfMoreLinesThanTheFileHas", header({.active = {0, 1, -32768, 32767}}), IMG_ERR_READ},
+    {"OffsetInsideTheHeader", header({.active = {0, 1, 0, 1}}) + be32(748) + be32(739) + kLower,
+     IMG_ERR_CORRUPT},
+    {"OffsetBehindTheFile",
+     header({.active = {0, 1, 0, 1}}) + be32(748) + be32(748 + kLower.size()) + kLower,
+     IMG_ERR_CORRUPT},
+    {"OffsetOfFourGigabytes",
+     header({.active = {0, 1, 0, 1}}) + be32(0xffffffff) + be32(748) + kLower, IMG_ERR_CORRUPT},
+};
+INSTANTIATE_TEST_SUITE_P(Headers, RlaRefusal, testing::ValuesIn(kHeaders),
+                         test::row_name<test::Refusal>);
+
+// Of the file's last line, whose second packets are given.
+std::string second_line(const std::string& red) {
+  return file({.active = {0, 1, 0, 1}}, {kLower, red + kUpper});
+}
+
+const std::vector<test::Refusal> kLines = {
+    {"OneSampleTooFew", two_pixels({0, 1}), IMG_ERR_CORRUPT, 0},
+    {"OneSampleTooMany", two_pixels({2, 1}), IMG_ERR_CORRUPT, 0},
+    {"OneLiteralTooMany", two_pixels({0xfd, 1, 2, 3}), IMG_ERR_CORRUPT, 0},
+    {"PacketBehindAFullRow", two_pixels({1, 1, 0}), IMG_ERR_CORRUPT, 0},
+    {"RunWithoutItsValue", two_pixels({0, 1, 0}), IMG_ERR_CORRUPT, 0},
+    {"LiteralsEnd", two_pixels({0xfe, 1}), IMG_ERR_CORRUPT, 0},
+    {"NoPacket", two_pixels({}), IMG_ERR_CORRUPT, 0},
+    {"LongerThanAnyRecord", two_pixels({0, 1, 0, 2, 0}), IMG_ERR_CORRUPT, 0},
+    {"NegativeLength", second_line(be16(-2)), IMG_ERR_CORRUPT, 1},
+    {"FileEndsInALength", second_line("").substr(0, 748 + kLower.size() + 1), IMG_ERR_READ, 1},
+    {"FileEndsInARecord", second_line("").substr(0, 748 + kLower.size() + 3), IMG_ERR_READ, 1},
+    {"FileEndsBeforeTheMatte", second_line("").substr(0, 748 + kLower.size() + 12), IMG_ERR_READ,
+     1},
+    {"RowOfLowBytesIsMissing",
+     file({.active = {0, 1, 0, 0}, .bits = 16}, {record({1, 1}) + record({3, 1})}), IMG_ERR_CORRUPT,
+     0},
+    {"NoLineBehindTheLast", two_pixels({1, 1}), IMG_ERR_READ, 1},
+};
+INSTANTIATE_TEST_SUITE_P(Lines, RlaRefusal, testing::ValuesIn(kLines),
+                         test::row_name<test::Refusal>);
+
+constexpr std::size_t kDate = 528, kDateBytes = 19;
+
+std::string expected_header(int width, int height, const std::string& gamma,
+                            const std::string& aspect, const std::string& name,
+                            const std::string& user) {
+  char host[64] = {};
+  EXPECT_EQ(gethostname(host, sizeof host - 1), 0);
+  const std::string window = be16({0, width - 1, 0, height - 1});
+  return window + window + be16(0) + be16(0) + be16(3) + be16(1) + be16(0) + be16(0xfffe) +
+         padded(gamma, 16) + padded("0.6700 0.3300", 24) + padded("0.2100 0.7100", 24) +
+         padded("0.1400 0.0800", 24) + padded("0.3100 0.3160", 24) + be32(0) + padded(name, 128) +
+         padded("picture", 128) + padded("Brannock", 64) +
+         padded(std::string(host).substr(0, 31), 32) + padded(user, 32) + padded("", 20) +
+         padded("pal_768", 24) + padded(aspect, 8) + padded("rgb", 32) + padded("", 46) + be16(8) +
+         be16(0) + be16(8) + padded("", 76);
+}
+
+TEST(Rla, WritesTheseBytes) {
+  setenv("USER", "somebody whose name has more than 31 characters", 1);
+  const test::Scratch scratch;
+  const std::string name(130, 'n');
+  const test::Image image =
+      test::make_picture(kRgba, 5,
+                         {{{1, 1, 1, 2, 2}, {3, 3, 4, 4, 4}, {5, 6, 7, 8, 9}, {0, 0, 0, 0, 0}},
+                          {{1, 2, 2, 2, 1}, {0, 0, 0, 0, 0}, {0, 0, 0, 0, 0}, {0, 0, 0, 0, 0}}});
+  ASSERT_EQ(test::write_image(scratch.path(name), kRla, image.get()), IMG_ERR_NONE);
+  std::string written = test::read_file(scratch.path(name));
+  EXPECT_TRUE(test::matches(written.substr(kDate, kDateBytes),
+                            "[A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9]{2} [0-9:]{8}"));
+  written.replace(kDate, kDateBytes, kDateBytes, '\0');
+  const std::string black = record({4, 0});
+  const std::string lower = record({2, 1, 0xfe, 2, 2}) + record({0xfe, 3, 3, 2, 4}) +
+                            record({0xfb, 5, 6, 7, 8, 9}) + black;
+  EXPECT_EQ(written, expected_header(5, 2, "1.000000", "1.00000", name.substr(0, 127),
+                                     "somebody whose name has more th") +
+                         be32(748) + be32(748 + lower.size()) + lower +
+                         record({0xff, 1, 2, 2, 0xff, 1}) + black + black + black);
+}
+
+struct Numbers {
+  float gamma, aspect;
+  const char *gamma_text, *aspect_text;
+};
+
+TEST(Rla, HeaderHasTheseNumbers) {
+  unsetenv("USER");
+  for (const auto& [gamma, aspect, gamma_text, aspect_text] :
+       {Numbers{0, 0, "2.200000", "0.00000"},
+        {-1, 1.5F, "2.200000", "1.50000"},
+        {1.25F, 1234.5F, "1.250000", "1234.50"},
+        {NAN, 0.5F, "2.200000", "0.50000"},
+        // 2 to the power of 100 is 1267650600228229401496703205376
+        {std::ldexp(1.0F, 100), -1, "126765060022822", "-1.0000"}}) {
+    const test::Scratch scratch;
+    const std::string path = scratch.path("a");
+    test::Handle out;
+    ASSERT_TRUE(ka_img_create(out, path.c_str(), kRgba, kRla, 2, 1));
+    out->gamma = gamma;
+    out->aspect = aspect;
+    const test::Line line(ka_img_line_alloc(out));
+    ASSERT_TRUE(ka_img_line_write(out, line.get()));
+    ASSERT_TRUE(ka_img_close(out));
+    std::string written = test::read_file(path).substr(0, kHeaderBytes);
+    written.replace(kDate, kDateBytes, kDateBytes, '\0');
+    EXPECT_EQ(written, expected_header(2, 1, gamma_text, aspect_text, "a", ""));
+  }
+}
+
+TEST(Rla, FileIsNoPictureBeforeItIsClosed) {
+  const test::Scratch scratch;
+  const std::string path = scratch.path("a");
+  test::Handle out;
+  ASSERT_TRUE(ka_img_create(out, path.c_str(), kRgba, kRla, 2, 2));
+  const test::Line line(ka_img_line_alloc(out));
+  EXPECT_TRUE(ka_img_line_write(out, line.get()));
+  EXPECT_TRUE(ka_img_close(out));
+  test::expect_refusal(
+      {"", test::read_file(path), IMG_ERR_CORRUPT, kOpening});  // a line is missing
+}
+
+// Lines of all lengths, which pass the reader's buffer several times, in both orders of the file.
+TEST(Rla, LargeFilesAreReadForwardsAndBackwards) {
+  const test::Image image = test::make_image(kRgba, 1500, 100);
+  std::uint32_t state = 1;
+  for (int y = 0; y < 100; ++y) {
+    for (std::size_t slot = 0; slot < 4; ++slot) {
+      for (int x = 0; x < 1500; ++x) {
+        if (x % (y + 1) == 0) state = state * 1664525 + 1013904223;
+        test::plane(image.get(), y, slot)[x] = std::uint8_t(state >> 24);
+      }
+    }
+  }
+  const test::Scratch scratch;
+  const std::string path = scratch.path("a");
+  ASSERT_EQ(test::write_image(path, kRla, image.get()), IMG_ERR_NONE);
+  std::string text = test::read_file(path);
+  test::Lines lines = test::lines_of(image.get());
+  test::expect_picture({"", text, kRla, kRgba, lines});
+  for (std::size_t y = 0; y < 50; ++y) {  // the table the other way round
+    const std::string entry = text.substr(kHeaderBytes + 4 * y, 4);
+    text.replace(kHeaderBytes + 4 * y, 4, text, kHeaderBytes + 4 * (99 - y), 4);
+    text.replace(kHeaderBytes + 4 * (99 - y), 4, entry);
+  }
+  std::ranges::reverse(lines);
+  test::expect_picture({"", text, kRla, kRgba, lines});
+}
+
+}  // namespace
