@@ -172,14 +172,14 @@ int img_open_hdr(img_file* handle, const std::uint8_t* /*head*/) {
   const std::string_view line = next_line(ahead);
   const Resolution resolution = parse_resolution(line);
   (void)in.take(line.size());
+  handle->width = resolution.width;
+  handle->height = resolution.height;
+  handle->topdown = resolution.topdown;
   if (resolution.width <= 0 || resolution.height <= 0 || resolution.width > kLargestWidth) {
     ka_debug("img_open_hdr: bad resolution line");
     return img_error(handle, IMG_ERR_CORRUPT, 0);
   }
   state->mirrored = resolution.mirrored;
-  handle->width = resolution.width;
-  handle->height = resolution.height;
-  handle->topdown = resolution.topdown;
   handle->data.p = state.release();
   return 1;
 }

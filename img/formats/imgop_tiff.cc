@@ -53,8 +53,9 @@ struct Entry {
   [[nodiscard]] std::uint64_t bytes() const { return std::uint64_t{count} * value_bytes(); }
 };
 
+// The sides of the picture go to the handle, whose errors tell them; those that pass an int are
+// negative there.
 struct Directory {
-  std::uint32_t width, height;
   std::uint32_t components = 1;
   bool is_compressed;
   bool is_planar;
@@ -163,10 +164,10 @@ int note_entry(const Source& file, const Entry& entry, Directory& directory) {
   const std::uint32_t number = file.number(entry);
   switch (entry.tag) {
     case kImageWidth:
-      directory.width = number;
+      file.handle->width = int(number);
       return 1;
     case kImageLength:
-      directory.height = number;
+      file.handle->height = int(number);
       return 1;
     case kBitsPerSample:
       directory.sample_bits = entry;
@@ -263,15 +264,10 @@ int read_layout(Source& file, const Directory& directory, State& state) {
   state.components = components;
   if (!read_sample_bits(file, directory, state)) return 0;
   if (!is_supported(state)) return file.refuse();
-  if (!std::in_range<int>(directory.width) || !std::in_range<int>(directory.height) ||
-      directory.width == 0 || directory.height == 0) {
-    return file.refuse();
-  }
-  file.handle->width = int(directory.width);
-  file.handle->height = int(directory.height);
+  if (file.handle->width <= 0 || file.handle->height <= 0) return file.refuse();
   state.is_planar = directory.is_planar && components > 1;
   const std::uint64_t row_samples =
-      std::uint64_t{directory.width} * (state.is_planar ? 1 : components);
+      std::uint64_t(file.handle->width) * (state.is_planar ? 1 : components);
   state.row_bytes = (row_samples * state.sample_bits + 7) / 8;
   return 1;
 }

@@ -202,6 +202,19 @@ const std::vector<Told> kFaults = {
 };
 INSTANTIATE_TEST_SUITE_P(Files, HdrFault, testing::ValuesIn(kFaults), test::row_name<Told>);
 
+TEST(Hdr, ABadResolutionTellsTheHeight) {
+  const test::Scratch scratch;
+  const test::MessageLog log;
+  test::Handle file;
+  EXPECT_FALSE(
+      ka_img_open(file, scratch.write("a", two_lines("-Y 5 +X 0")).c_str(), IMG_TYPE_FILE));
+  ka_img_err_msg(file);
+  ASSERT_EQ(log.lines().size(), 1u);
+  EXPECT_TRUE(
+      log.lines()[0].ends_with(": can't uncompress pixels in line 1 of 5, file is corrupted"))
+      << log.lines()[0];
+}
+
 std::vector<std::uint32_t> equal(std::uint32_t count, std::uint32_t value) {
   return std::vector<std::uint32_t>(count, value);
 }

@@ -169,4 +169,22 @@ const std::vector<Told> kMessages = {
 };
 INSTANTIATE_TEST_SUITE_P(Messages, TiffMessage, testing::ValuesIn(kMessages), test::row_name<Told>);
 
+// Errors that tell a line tell the height, too, once the directory has named it.
+TEST(TiffError, TellsTheHeight) {
+  const std::string directory_ends = with({257, kShort, {5}}).substr(0, 8 + 2 + 3 * 12);
+  const std::string unequal_tables =
+      tiff({one(1, 5, 8, kBlackIsZero, {{273, kShort, {8, 9}}, {279, kShort, {1}}}), {}});
+  for (const auto& [file, message] :
+       {std::pair{directory_ends, ": can't read line 1 of 5, incomplete file"},
+        {unequal_tables, ": can't uncompress pixels in line 1 of 5, file is corrupted"}}) {
+    const test::Scratch scratch;
+    const test::MessageLog log;
+    test::Handle handle;
+    EXPECT_FALSE(ka_img_open(handle, scratch.write("a", file).c_str(), IMG_TYPE_FILE));
+    ka_img_err_msg(handle);
+    ASSERT_EQ(log.lines().size(), 1u);
+    EXPECT_TRUE(log.lines()[0].ends_with(message)) << log.lines()[0];
+  }
+}
+
 }  // namespace
