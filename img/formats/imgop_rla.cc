@@ -272,9 +272,7 @@ int img_open_rla(img_file* handle, const std::uint8_t* /*head*/) {
 }
 
 int img_create_rla(img_file* handle) {
-  if (handle->width > kLargestSide || handle->height > kLargestSide) {
-    return img_error(handle, IMG_ERR_SUBTYPE, EFBIG);
-  }
+  if (!ka::check_sides(handle, kLargestSide)) return 0;
   auto state = ka::make_state<RlaState>(handle);
   const auto width = static_cast<std::size_t>(handle->width);
   state->offsets.assign(static_cast<std::size_t>(handle->height), 0);
