@@ -192,7 +192,7 @@ void put_window(ka::ByteWriter& out, const img_file* handle) {
 }
 
 void put_origin(ka::ByteWriter& out, const img_file* handle) {
-  std::array<char, 64> host{};
+  std::array<char, 256> host{};
   if (gethostname(host.data(), host.size() - 1) != 0) host[0] = 0;
   std::array<char, 26> date{};  // as asctime prints it
   const time_t now = time(nullptr);
