@@ -2,6 +2,7 @@
 // of samples.
 #pragma once
 
+#include <errno.h>
 #include <ka/detail/owned.h>
 #include <ka/img.h>
 #include <ka/message.h>
@@ -50,6 +51,14 @@ inline int finish_file(img_file* handle, FileWriter& out, int code) {
 // States the pixel type of the file that is being opened.
 inline void state_file_type(img_file* handle, int type) {
   handle->file_type = static_cast<std::uint8_t>(IMG_TYPE_COUNT + type);
+}
+
+// Refuses to create a picture whose sides its header cannot hold: 0 to `largest` fit. Returns 1, or
+// 0 with the handle's error.
+inline int check_sides(img_file* handle, int largest) {
+  const auto fits = [largest](int side) { return side >= 0 && side <= largest; };
+  if (fits(handle->width) && fits(handle->height)) return 1;
+  return img_error(handle, IMG_ERR_SUBTYPE, EFBIG);
 }
 
 // The first `Count` planes of a line, handle->width samples each.

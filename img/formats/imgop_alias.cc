@@ -72,9 +72,7 @@ int img_open_alias(img_file* handle, const std::uint8_t* head) {
 }
 
 int img_create_alias(img_file* handle) {
-  if (handle->width > kLargestField || handle->height > kLargestField) {
-    return img_error(handle, IMG_ERR_SUBTYPE, EFBIG);
-  }
+  if (!ka::check_sides(handle, kLargestField)) return 0;
   auto state = ka::make_state<AliasState>(handle);
   state->out.start(handle);
   ka::ByteWriter out(state->out.put(kHeaderBytes));

@@ -179,9 +179,7 @@ int img_open_ct(img_file* handle, const std::uint8_t* head) {
 int img_create_ct(img_file* handle) {
   const auto code = code_for(handle->format, handle->file_type);
   if (!code) return img_error(handle, IMG_ERR_SUBTYPE, 0);
-  if (handle->width > kLargestSide || handle->height > kLargestSide) {
-    return img_error(handle, IMG_ERR_SUBTYPE, EFBIG);
-  }
+  if (!ka::check_sides(handle, kLargestSide)) return 0;
   auto state = ka::make_state<CtState>(handle);
   state->out.start(handle);
   ka::ByteWriter out(state->out.put(kHeaderBytes));

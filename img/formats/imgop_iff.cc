@@ -76,10 +76,7 @@ int img_open_iff(img_file* handle, const std::uint8_t* /*head*/) {
 }
 
 int img_create_iff(img_file* handle) {
-  const auto fits = [](int side) { return side >= 0 && side <= kIffLargestSide; };
-  if (!fits(handle->width) || !fits(handle->height)) {
-    return img_error(handle, IMG_ERR_SUBTYPE, EFBIG);
-  }
+  if (!ka::check_sides(handle, kIffLargestSide)) return 0;
   auto state = ka::make_state<IffState>(handle);
   state->width = static_cast<std::size_t>(handle->width);
   state->height = static_cast<std::size_t>(handle->height);

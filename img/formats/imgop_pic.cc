@@ -203,9 +203,7 @@ int img_open_pic(img_file* handle, const std::uint8_t* head) {
 }
 
 int img_create_pic(img_file* handle) {
-  if (handle->width > kLargestSide || handle->height > kLargestSide) {
-    return img_error(handle, IMG_ERR_SUBTYPE, EFBIG);
-  }
+  if (!ka::check_sides(handle, kLargestSide)) return 0;
   auto state = ka::make_state<PicState>(handle);
   const auto width = static_cast<std::size_t>(handle->width);
   state->row = ka::Buffer(3 * width);

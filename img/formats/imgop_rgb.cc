@@ -267,9 +267,7 @@ int img_open_rgb(img_file* handle, const std::uint8_t* head) {
 }
 
 int img_create_rgb(img_file* handle) {
-  if (handle->width > kLargestSide || handle->height > kLargestSide) {
-    return img_error(handle, IMG_ERR_SUBTYPE, EFBIG);
-  }
+  if (!ka::check_sides(handle, kLargestSide)) return 0;
   auto state = ka::make_state<RgbState>(handle);
   state->header = {.storage = 1,
                    .sample_bytes = static_cast<std::uint8_t>(handle->bits <= 8 ? 1 : 2),

@@ -192,7 +192,7 @@ void put_window(ka::ByteWriter& out, const img_file* handle) {
 }
 
 void put_origin(ka::ByteWriter& out, const img_file* handle) {
-  std::array<char, 64> host{};
+  std::array<char, 256> host{};
   if (gethostname(host.data(), host.size() - 1) != 0) host[0] = 0;
   std::array<char, 26> date{};  // as asctime prints it
   const time_t now = time(nullptr);
@@ -272,9 +272,7 @@ int img_open_rla(img_file* handle, const std::uint8_t* /*head*/) {
 }
 
 int img_create_rla(img_file* handle) {
-  if (handle->width > kLargestSide || handle->height > kLargestSide) {
-    return img_error(handle, IMG_ERR_SUBTYPE, EFBIG);
-  }
+  if (!ka::check_sides(handle, kLargestSide)) return 0;
   auto state = ka::make_state<RlaState>(handle);
   const auto width = static_cast<std::size_t>(handle->width);
   state->offsets.assign(static_cast<std::size_t>(handle->height), 0);

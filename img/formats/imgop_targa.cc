@@ -203,9 +203,7 @@ int img_open_targa(img_file* handle, const std::uint8_t* head) {
 }
 
 int img_create_targa(img_file* handle) {
-  if (handle->width > kLargestField || handle->height > kLargestField) {
-    return img_error(handle, IMG_ERR_SUBTYPE, EFBIG);
-  }
+  if (!ka::check_sides(handle, kLargestField)) return 0;
   auto state = ka::make_state<TargaState>(handle);
   state->out.start(handle);
   ka::ByteWriter out(state->out.put(kHeaderBytes));

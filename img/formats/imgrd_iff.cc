@@ -64,6 +64,8 @@ int read_header(img_file* handle, IffState& state, std::size_t& tiles) {
   if (width > kIffLargestSide || height > kIffLargestSide) {
     return img_error(handle, IMG_ERR_CORRUPT, 0);
   }
+  handle->width = static_cast<int>(width);
+  handle->height = static_cast<int>(height);  // messages tell it from here on
   state.width = width;
   state.height = height;
   state.components = components_of(flags);
@@ -282,8 +284,6 @@ int img_iff_read_headers(img_file* handle, IffState& state) {
   }
   sort_tiles(state);
   state.in.start(handle, 0, longest);
-  handle->width = static_cast<int>(state.width);
-  handle->height = static_cast<int>(state.height);
   ka::state_file_type(handle, file_type_of(state));
   return 1;
 }

@@ -123,11 +123,15 @@ void img_iff_start_strip(IffState& state, std::size_t line) {
 
 int img_write_iff(img_file* handle, img_line* line) {
   if (handle->line_count >= handle->height) return img_error(handle, IMG_ERR_WRITE, 0);
+  if (!handle->data.p) return img_error(handle, IMG_ERR_WRITE, handle->os_error);
   auto& state = ka::state_of<IffState>(handle);
   const auto y = static_cast<std::size_t>(handle->line_count);
   iff_copy_line(handle, state, y, line, iff_copy);
   if (y < state.held.last_line) return 1;
-  if (!write_tiles(handle, state)) return 0;
+  if (!write_tiles(handle, state)) {
+    (void)ka::take_state<IffState>(handle);  // the strip has no room for the lines behind it
+    return 0;
+  }
   img_iff_start_strip(state, state.held.last_line + 1);
   return 1;
 }

@@ -1,6 +1,7 @@
 // Tiled IFF images: what is read of which file, the bytes that are written, what is refused.
 #include <gtest/gtest.h>
 #include <ka/message.h>
+#include <sys/resource.h>
 
 #include <random>
 
@@ -378,6 +379,41 @@ TEST(Iff, LinesAreReadInAnyOrder) {
     }
     EXPECT_EQ(test::lines_of(whole.get()), lines);
   }
+}
+
+TEST(Iff, RefusalsTellTheHeightOfTheHeader) {
+  const test::Scratch scratch;
+  test::Handle in;
+  const std::string path = scratch.write("a", form("CIMG", header({7, 5}) + form("TBMP", "")));
+  ASSERT_FALSE(ka_img_open(in, path.c_str(), IMG_TYPE_FILE));
+  EXPECT_EQ(in->error, IMG_ERR_READ);
+  const test::MessageLog log(KA_ERROR);
+  ka_img_err_msg(in);
+  ASSERT_EQ(log.lines().size(), 1U);
+  EXPECT_TRUE(log.lines()[0].ends_with(": can't read line 1 of 5, incomplete file"))
+      << log.lines()[0];
+}
+
+// Noise in two strips of 64 lines, the first of which passes the limit.
+TEST(Iff, NothingIsWrittenBehindAStripThatFailed) {
+  constexpr int width = 4096, height = 128, failing_line = 63;
+  const test::Scratch scratch;
+  const test::Limit disk(RLIMIT_FSIZE, 1000);
+  test::Handle out;
+  out->file_type = IMG_TYPE_S;
+  ASSERT_TRUE(ka_img_create(out, scratch.path("a").c_str(), IMG_TYPE_S, kIff, width, height));
+  const test::Line line(ka_img_line_alloc(out));
+  std::mt19937 random(7);
+  for (int x = 0; x < width; ++x) test::plane(line.get(), test::kA)[x] = std::uint8_t(random());
+  for (int y = 0; y < failing_line; ++y) ASSERT_TRUE(ka_img_line_write(out, line.get())) << y;
+  for (int y = failing_line; y < height; ++y) {
+    ASSERT_FALSE(ka_img_line_write(out, line.get())) << y;
+    EXPECT_EQ(out->error, IMG_ERR_WRITE);
+    EXPECT_EQ(out->os_error, EFBIG);
+    ASSERT_FALSE(out->data.p) << y;
+  }
+  EXPECT_TRUE(ka_img_close(out));
+  EXPECT_FALSE(test::exists(scratch.path("a")));
 }
 
 // 17 forms, one inside the other.
