@@ -106,19 +106,20 @@ std::size_t read_length(img_file* handle, ka::FileReader& in) {
   return 0;
 }
 
-// Reads the next sub-block of a component, which holds `count` samples.
+// Reads the next sub-block of a component, which holds `count` samples: only data that is shorter
+// has pairs.
 int read_sub_block(img_file* handle, Component& component, std::size_t count) {
   const std::size_t bytes = read_length(handle, component.in);
   if (bytes == 0) return 0;
   const auto records = component.in.take(in_records(bytes));
   if (records.empty()) return img_error(handle, IMG_ERR_READ, errno);
   const auto data = records.first(bytes);
-  if (bytes == count) {
-    component.samples = data;
+  if (bytes >= count) {
+    component.samples = data.first(count);
     return 1;
   }
   const std::span row(component.expanded.data(), count);
-  if (bytes > count || ka::expand_pairs(data, row) != ka::RowEnd::kWhole) {
+  if (ka::expand_pairs(data, row) != ka::RowEnd::kWhole) {
     return img_error(handle, IMG_ERR_CORRUPT, 0);
   }
   component.samples = row;

@@ -57,9 +57,10 @@ void skip_blanks(std::string_view& text) {
   text.remove_prefix(std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size()));
 }
 
-// Takes a decimal number from the front of the text, behind blanks.
+// Takes a decimal number from the front of the text, behind blanks; it may have a sign.
 bool take_number(std::string_view& text, int& number) {
   skip_blanks(text);
+  if (text.starts_with('+') && !text.starts_with("+-")) text.remove_prefix(1);
   const char* const end = text.data() + text.size();
   const auto result = std::from_chars(text.data(), end, number);
   text.remove_prefix(std::size_t(result.ptr - text.data()));
@@ -172,7 +173,7 @@ int read_line(img_file* handle, const std::array<std::uint8_t*, Components>& pla
   if (ka::move_row<std::uint8_t>(planes, std::size_t(handle->width), kTexts * kTextSamples, move)) {
     return 1;
   }
-  return img_error(handle, errno != 0 ? IMG_ERR_READ : IMG_ERR_CORRUPT, errno);
+  return img_error(handle, IMG_ERR_CORRUPT, errno);
 }
 
 [[gnu::format(printf, 2, 3)]] void print(ka::FileWriter& out, const char* format, ...) {

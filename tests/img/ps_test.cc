@@ -1,7 +1,10 @@
 // PostScript and Encapsulated PostScript: what is read of which text, the text that is written,
 // what is refused.
+#include <errno.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <ka/mem.h>
+#include <unistd.h>
 
 #include <cctype>
 
@@ -49,6 +52,7 @@ const std::vector<test::Picture> kPictures = {
      kGrey,
      {{{7}}}},
     {"OneLetterAndAnyBlanks", page("\t1  1c\n", "010203\n"), kPs, kRgb, {{{1}, {2}, {3}}}},
+    {"NumbersWithASign", page(" +1+1 gray\n", "07\n"), kPs, kGrey, {{{7}}}},
     {"UpperCase", page(" 2 1 gray\n", "ABcD\n"), kPs, kGrey, {{{0xab, 0xcd}}}},
     {"NoLineFeedAtTheEnd", page(" 2 1 gray\n", "0102"), kPs, kGrey, {{{1, 2}}}},
     {"LineOfOneFullText",
@@ -99,6 +103,7 @@ const std::vector<test::Refusal> kOpeningRefusals = {
     {"NoHeight", page(" 1 gray\n", "01\n"), IMG_ERR_CORRUPT},
     {"NoKind", page(" 1 1\n", "01\n"), IMG_ERR_CORRUPT},
     {"OtherKind", page(" 1 1 rgb\n", "01\n"), IMG_ERR_CORRUPT},
+    {"TwoSigns", page(" +-1 1 gray\n", "01\n"), IMG_ERR_CORRUPT},
     {"NegativeWidth", page(" -1 1 gray\n", "01\n"), IMG_ERR_CORRUPT},
     {"WidthPastAnInt", page(" 2147483648 1 gray\n", "01\n"), IMG_ERR_CORRUPT},
     {"HeightPast32Bits", page(" 1 4294967297 gray\n", "01\n"), IMG_ERR_CORRUPT},
@@ -135,6 +140,25 @@ TEST(Ps, TakesHexadecimalDigitsOnly) {
       EXPECT_EQ(test::plane(line.get(), 3)[0], std::stoi(text, nullptr, 16));
     }
   }
+}
+
+// A line of text that the system does not give is missing as any other; the reason is kept.
+TEST(Ps, LinesThatTheSystemRefusesAreMissing) {
+  constexpr int height = 4000;  // more text than the reader fetches at once
+  const test::Scratch scratch;
+  const std::string path =
+      scratch.write("a", page(" 39 4000 gray\n", repeated(height, repeated(39, "05") + "\n")));
+  test::Handle file;
+  ASSERT_TRUE(ka_img_open(file, path.c_str(), IMG_TYPE_FILE));
+  const int folder = open("/", O_RDONLY);
+  ASSERT_GE(dup2(folder, fileno(file->stream)), 0);
+  close(folder);
+  const test::Line line(ka_img_line_alloc(file));
+  int lines = 0;
+  while (lines < height && ka_img_line_read(file, line.get())) ++lines;
+  EXPECT_LT(lines, height);
+  EXPECT_EQ(file->error, IMG_ERR_CORRUPT);
+  EXPECT_EQ(file->os_error, EISDIR);
 }
 
 // A header that lies about the width asks for no memory.
@@ -240,6 +264,21 @@ TEST(Eps, WritesThisFile) {
             "grestore\n"
             "showpage\n"
             "%%Trailer\n");
+}
+
+// The header comes with the first line: without any there is nothing to end. A picture of no lines
+// has its header.
+TEST(Ps, TrailerEndsWhatHasAHeader) {
+  const test::Scratch scratch;
+  test::Handle file;
+  file->file_type = kGrey;
+  ASSERT_TRUE(ka_img_create(file, scratch.path("a").c_str(), kGrey, kEps, 1, 1));
+  EXPECT_TRUE(ka_img_close(file));
+  EXPECT_EQ(test::read_file(scratch.path("a")), "");
+  const test::Image empty = test::make_image(kGrey, 5, 0);
+  EXPECT_TRUE(test::written(kEps, empty.get())
+                  .ends_with("% lu image data 5 0 gray\nluimage\n"
+                             "grestore\ngrestore\nshowpage\n%%Trailer\n"));
 }
 
 // 39 samples fill a line of text; there is no empty one behind a full one.
