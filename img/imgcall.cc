@@ -225,7 +225,8 @@ int ka_img_create(img_file* handle, const char* name, int type, int format, int 
   read_subverbosity();
   char path[KA_PATH_SIZE];
   ka_string_substitute(path, name, sizeof path);
-  if (format < 0 || format >= IMG_FORMAT_COUNT || type < 0 || type >= IMG_TYPE_COUNT) {
+  if (format < 0 || format >= IMG_FORMAT_COUNT || type < 0 || type >= IMG_TYPE_COUNT || width < 0 ||
+      height < 0) {
     return img_error(handle, IMG_ERR_ARGUMENT, 0);
   }
   const img_format_row& row = img_format_at(format);

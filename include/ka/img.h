@@ -193,7 +193,8 @@ int ka_img_open(img_file* handle, const char* name, int type);
  *   Takes    the pixel type of the lines that the caller will pass, the format and the size in
  *            pixels. The file's own type is handle->file_type as the caller left it (0 is rgba)
  *            where the format can write it, else the format's best type, with a warning.
- *   Returns  1, or 0 with handle->error: 7 cannot be created, 10 no such type or format. */
+ *   Returns  1, or 0 with handle->error: 7 cannot be created, 10 no such type or format, or
+ *            a side below 0. */
 int ka_img_create(img_file* handle, const char* name, int type, int format, int width, int height);
 
 /* Ends the work with a file.

@@ -157,13 +157,13 @@ TEST(Families, SidesThatDoNotFitTheHeaderAreRefused) {
                                         {IMG_FORMAT_RLA, 32768},
                                         {IMG_FORMAT_PIC, 65535}}) {
     for (const auto& [width, height] :
-         {std::pair{largest + 1, 1}, {1, largest + 1}, {1, -1}, {largest, 1}}) {
+         {std::pair{largest + 1, 1}, {1, largest + 1}, {largest, 1}}) {
       const test::Scratch scratch;
       test::Handle file;
       ASSERT_TRUE(
           ka_img_create(file, scratch.path("a").c_str(), IMG_TYPE_RGBA, format, width, height));
       const test::Line line(ka_img_line_alloc(file));
-      const bool fits = width <= largest && height <= largest && height >= 0;
+      const bool fits = width <= largest && height <= largest;
       EXPECT_EQ(ka_img_line_write(file, line.get()) != 0, fits)
           << format << " " << width << " " << height;
       EXPECT_EQ(file->error, fits ? IMG_ERR_NONE : IMG_ERR_SUBTYPE);
