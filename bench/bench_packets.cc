@@ -78,7 +78,7 @@ void append_rla_record(Bytes& file, std::span<const std::uint8_t> row) {
 Bytes rla(Content content, bool is_top_first, std::size_t sample_bytes) {
   constexpr std::size_t header = 740;
   Bytes file(header + 4 * kHeight);
-  for (const std::size_t window : {0, 8}) {
+  for (const std::size_t window : {0UL, 8UL}) {
     put_be16(file, window + 2, kWidth - 1);
     put_be16(file, window + 6, kHeight - 1);
   }
@@ -109,7 +109,7 @@ Bytes mixed_pic(Content content) {
   put_be32(file, 104, 0x010802e0);
   put_be32(file, 108, 0x00080210);
   for (std::size_t y = 0; y < kHeight; ++y) {
-    for (const std::size_t channels : {3, 1}) {
+    for (const std::size_t channels : {3UL, 1UL}) {
       const auto row = row_of(planes_of(content), 3 - channels, y);
       for_packets(
           row.size(), [&](std::size_t a, std::size_t b) { return row[a] == row[b]; },
