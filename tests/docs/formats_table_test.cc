@@ -8,17 +8,12 @@
 namespace {
 
 // The rows of the table, which stands in front of the first section: those that start with a
-// number. They come without the blanks that align the cells, as "|cell|cell|".
+// number.
 std::vector<std::string> documented_rows() {
   std::ifstream file(FORMATS_TABLE);
   std::vector<std::string> rows;
   for (std::string line; std::getline(file, line) && !line.starts_with("## ");) {
-    std::string row;
-    for (const char c : line) {
-      if (c == '|' || (c == ' ' && row.ends_with('|'))) row.erase(row.find_last_not_of(' ') + 1);
-      if (c != ' ' || !row.ends_with('|')) row += c;
-    }
-    if (test::matches(row, "\\|[0-9].*")) rows.push_back(row);
+    if (test::matches(line, "\\| [0-9].*")) rows.push_back(line);
   }
   return rows;
 }
@@ -38,6 +33,7 @@ Created create(const std::string& name, int format, int type) {
   const test::Line line(ka_img_line_alloc(file));
   const bool is_written = ka_img_line_write(file, line.get()) &&
                           ka_img_line_write(file, line.get()) && ka_img_close(file) &&
+                          test::exists(name) &&
                           !test::read_file(name).empty();  // some formats take lines, keep none
   return {handle, is_written, ka_img_open(again, name.c_str(), IMG_TYPE_FILE) != 0};
 }
@@ -56,20 +52,21 @@ std::string writable_types(const std::string& name, int format) {
 TEST(FormatsTable, HasEveryBuiltInFormatAsItIs) {
   const auto rows = documented_rows();
   const test::Scratch scratch;
-  const std::string name = scratch.path("picture"), cell = "[^|]*\\|";
+  const std::string name = scratch.path("picture");
   const test::MessageLog log;  // a type that the format does not have gives a warning
   ASSERT_EQ(rows.size(), std::size_t{IMG_FORMAT_CUSTOM});
   for (int format = 0; format < IMG_FORMAT_CUSTOM; ++format) {
     const int best = ka_img_best_type(format);
     const Created created = create(name, format, best);
-    const std::string reads = created.can_be_read ? "yes\\|yes\\|" : "no\\|yes\\|";
-    const std::string expected = "\\|" + std::to_string(format) + "\\|" +
-                                 ka_img_format_name(format) + "\\|" + cell +  // its name outside
-                                 (created.handle.topdown ? "top first" : "bottom first") + "\\|" +
-                                 ka_img_type_name(best) + "\\|" + writable_types(name, format) +
-                                 "\\|" + (created.is_written ? reads : cell + "no\\|");
+    const std::string reads = created.can_be_read ? "yes \\| yes" : "no \\| yes";
+    const std::string expected = "\\| " + std::to_string(format) + " \\| " +
+                                 ka_img_format_name(format) + " \\| [^|]* \\| " +  // outside
+                                 (created.handle.topdown ? "top first" : "bottom first") + " \\| " +
+                                 ka_img_type_name(best) + " \\| " + writable_types(name, format) +
+                                 " \\| " + (created.is_written ? reads : "[^|]* \\| no") + " \\|";
     EXPECT_TRUE(test::matches(rows[std::size_t(format)], expected))
-        << rows[std::size_t(format)] << "\n" << expected;
+        << rows[std::size_t(format)] << "\n"
+        << expected;
   }
 }
 

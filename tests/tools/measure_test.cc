@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <climits>
 #include <random>
 
 #include "measurekernels.h"
@@ -31,87 +30,58 @@ struct Pair {
   test::Image first, second;
 };
 
-constexpr MeasureSettings colour(int tolerance = 3) { return {.tolerance = tolerance}; }
-constexpr MeasureSettings opaque = {.ignore_alpha = true};
-constexpr MeasureSettings intensity(int tolerance = 3) {
-  return {.tolerance = tolerance, .signed_intensity = true};
-}
-
-TEST(Measure, GivesTheSumsAndTheMaximum) {
+TEST(Measure, GivesSumsPercentsAndScale) {
+  constexpr MeasureSettings opaque = {.ignore_alpha = true}, bright = {.brighten = true};
+  constexpr MeasureSettings opaque_bright = {.ignore_alpha = true, .brighten = true};
+  constexpr MeasureSettings intensity = {.signed_intensity = true};
+  constexpr MeasureSettings bright_intensity = {.signed_intensity = true, .brighten = true};
+  // Colour: the root of (10000 + 40000) / 2 is 158.114; the range is 2 * 255, without alpha 441.
+  // Intensity: trunc(100 * 0.299) = 29 and -59, -15 in the mean; the range is 255.
+  const Pixels reds = {{100, 0, 0, 0}, {-200, 3, 0, -3}}, equals(2), alphas(2, {0, 0, 0, 99});
   const struct {
     MeasureSettings settings;
     Pixels differences;  // one line
-    int count;
-    double total, largest, maximum_percent;
+    Difference expected;
+    double average;
   } rows[] = {
-      // Colour percents are 100 * sqrt(largest) / 255 / 2, without alpha 100 * sqrt(largest) / 441.
-      {colour(), {{4, 3, -3, 2}, {0, -4, 0, 0}}, 2, 32, 16, 0.784},
-      {colour(INT_MIN), {{0, 0, 0, 0}, {0, 1, 0, 0}}, 1, 1, 1, 0.196},
-      {colour(254), {{254, 255, 0, 0}}, 1, 65025, 65025, 50},
-      {colour(INT_MAX), {{255, 255, 255, -255}}, 0, 0, 0, 0},
-      {opaque, {{255, 0, 0, 0}, {0, 0, 5, 255}}, 2, 65050, 65025, 57.823},
-      {colour(), {{4, 0, 0, 0}, {0, 6, 8, 0}, {0, 0, 0, 9}}, 3, 197, 100, 1.961},
-      // Intensity percents are 100 * largest / 255. trunc(-100 * 0.299) = -29
-      {intensity(), {{-100, 0, 0, 0}, {0, 0, 0, 255}}, 1, -29, -29, -11.373},
-      // 4 * 0.114 = 0.456, cut to 0
-      {intensity(), {{0, 0, 4, 0}}, 0, 0, 0, 0},
+      {{}, reds, {2, 50000, 40000, 100 * 200 / 510.0, 1}, 100 * 158.114 / 510},
+      {opaque, reds, {2, 50000, 40000, 100 * 200 / 441.0, 1}, 100 * 158.114 / 441},
+      {bright, reds, {2, 50000, 40000, 100 * 200 / 510.0, 200 / 510.0}, 100 * 158.114 / 510},
+      {opaque_bright, reds, {2, 50000, 40000, 20000 / 441.0, 200 / 441.0}, 15811.4 / 441},
+      {intensity, reds, {2, -30, -59, -100 * 59 / 255.0, 255}, -100 * 15 / 255.0},
+      {bright_intensity, reds, {2, -30, -59, -100 * 59 / 255.0, 59}, -100 * 15 / 59.0},
+      // nothing to scale by: the whole range
+      {bright, equals, {0, 0, 0, 0, 1}, 0},
+      {bright_intensity, equals, {0, 0, 0, 0, 255}, 0},
+      {bright_intensity, alphas, {0, 0, 0, 0, 255}, 0},
       // B 3.42 -> 3, G 3 - 2.348 -> 0, R 1.196 -> 1; in the order R, G, B it were 2
-      {intensity(), {{4, -4, 30, 0}}, 1, 1, 1, 0.392},
-      // 29.07 -> 29, 29 + 149.685 -> 178, 178 + 76.245 -> 254
-      {intensity(), {{255, 255, 255, 0}}, 1, 254, 254, 99.608},
-      {intensity(), {{100, 0, 0, 0}, {-200, 0, 0, 0}}, 2, 29 - 59, -59, -23.137},
+      {intensity, {{4, -4, 30, 0}}, {1, 1, 1, 100 / 255.0, 255}, 100 / 255.0},
       // of a tie the left one
-      {intensity(), {{-100, 0, 0, 0}, {100, 0, 0, 0}}, 2, 0, -29, -11.373},
-      {intensity(), {{100, 0, 0, 0}, {-100, 0, 0, 0}}, 2, 0, 29, 11.373},
-      {intensity(0), {{0, 2, 0, 0}, {0, 1, 0, 0}}, 1, 1, 1, 0.392},
+      {intensity, {{-100, 0, 0, 0}, {100, 0, 0, 0}}, {2, 0, -29, -2900 / 255.0, 255}, 0},
       // more than 32 bits hold
-      {colour(), Pixels(40000, {255, 255, 255, 255}), 40000, 40000 * 260100.0, 260100, 100}};
-  for (const auto& row : rows) {
-    const Pair pair(row.differences, int(row.differences.size()));
-    const Difference found = ka::measure(pair.first.get(), pair.second.get(), 1, row.settings);
-    EXPECT_EQ(found.count, row.count);
-    EXPECT_EQ(found.total, row.total);
-    EXPECT_EQ(found.largest, row.largest);
-    EXPECT_NEAR(found.maximum_percent, row.maximum_percent, 0.0005);
+      {{}, Pixels(40000, {255, -255, 255, 255}), {40000, 40000 * 260100.0, 260100, 100, 1}, 100}};
+  for (const auto& [settings, differences, expected, average] : rows) {
+    const Pair pair(differences, int(differences.size()));
+    const Difference found = ka::measure(pair.first.get(), pair.second.get(), 1, settings);
+    EXPECT_EQ(found.count, expected.count);
+    EXPECT_EQ(found.total, expected.total);
+    EXPECT_EQ(found.largest, expected.largest);
+    EXPECT_NEAR(found.maximum_percent, expected.maximum_percent, 0.0005);
+    EXPECT_NEAR(found.scale, expected.scale, 1e-9);
+    if (found.count == 0) continue;  // no average
+    EXPECT_NEAR(ka::average_percent(found, settings), average, 0.0005);
   }
 }
 
 TEST(Measure, LowerLineWinsATieInAnyOrderOfLines) {
   const Pair pair({{100, 0, 0, 0}, {0, 0, 0, 0}, {-100, 0, 0, 0}}, 1);
   for (const std::array<int, 3>& order : {std::array{0, 1, 2}, {2, 1, 0}, {1, 2, 0}}) {
-    ka::Meter meter(intensity());
+    ka::Meter meter({.signed_intensity = true});
     for (const int y : order) {
       meter.add_line(y, ka::line_planes_of(pair.first.get(), y),
                      ka::line_planes_of(pair.second.get(), y), 1);
     }
     EXPECT_EQ(meter.result().largest, 29) << order[0];
-  }
-}
-
-TEST(Measure, ScaleAndAverageFollowTheSettings) {
-  // R by 100 and by -200. Colour: the root of (10000 + 40000) / 2 is 158.114. Intensity: 29 and
-  // -59, -15 in the mean.
-  const Pixels reds = {{100, 0, 0, 0}, {-200, 0, 0, 0}}, equals(2), alphas(2, {0, 0, 0, 99});
-  const struct {
-    const Pixels& differences;
-    MeasureSettings settings;
-    double scale, average;
-  } rows[] = {{reds, {}, 1, 100 * 158.114 / 510},
-              {reds, {.ignore_alpha = true}, 1, 100 * 158.114 / 441},
-              {reds, {.brighten = true}, 200.0 / 255 / 2, 100 * 158.114 / 510},
-              {reds, {.ignore_alpha = true, .brighten = true}, 200.0 / 441, 100 * 158.114 / 441},
-              {reds, {.signed_intensity = true}, 255, -100 * 15.0 / 255},
-              {reds, {.signed_intensity = true, .brighten = true}, 59, -100 * 15.0 / 59},
-              // nothing to scale by: the whole range
-              {equals, {.brighten = true}, 1, 0},
-              {equals, {.signed_intensity = true, .brighten = true}, 255, 0},
-              {alphas, {.signed_intensity = true, .brighten = true}, 255, 0}};
-  for (const auto& [differences, settings, scale, average] : rows) {
-    const Pair pair(differences, 2);
-    const Difference found = ka::measure(pair.first.get(), pair.second.get(), 1, settings);
-    EXPECT_NEAR(found.scale, scale, 1e-9);
-    if (found.count == 0) continue;  // no average
-    EXPECT_NEAR(ka::average_percent(found, settings), average, 0.0005);
   }
 }
 
