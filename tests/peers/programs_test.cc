@@ -7,21 +7,20 @@
 namespace {
 
 using test::expect_equal;
-using test::run_well;
+using test::shell;
 
 test::Image read_rgb(const std::string& path) { return test::read_image(path, IMG_TYPE_RGB); }
 
 TEST(Alias, GoesThroughFfmpeg) {
-  const std::string ffmpeg = test::find_program("ffmpeg");
-  if (ffmpeg.empty()) GTEST_SKIP() << "ffmpeg is not installed";
+  if (test::find_program("ffmpeg").empty()) GTEST_SKIP() << "ffmpeg is not installed";
   const test::Scratch scratch;
   const test::Image image = test::runs_picture(IMG_TYPE_RGB, 301, 47);
   const std::string ours = scratch.path("ours.pix"), pixels = scratch.path("pixels.ppm"),
                     theirs = scratch.path("theirs.pix");
   ASSERT_EQ(test::write_image(ours, IMG_FORMAT_ALIAS, image.get()), IMG_ERR_NONE);
-  run_well(ffmpeg, {"-i", ours, "-update", "1", "-pix_fmt", "rgb24", pixels});
+  shell("ffmpeg -i " + ours + " -update 1 -pix_fmt rgb24 " + pixels);
   expect_equal(image, read_rgb(pixels));
-  run_well(ffmpeg, {"-i", pixels, "-update", "1", "-pix_fmt", "bgr24", theirs});
+  shell("ffmpeg -i " + pixels + " -update 1 -pix_fmt bgr24 " + theirs);
   expect_equal(image, read_rgb(theirs));
 }
 
@@ -42,8 +41,7 @@ void expect_equal_stripes(const test::Image& a, const test::Image& b) {
 }
 
 TEST(Quantel, GoesThroughFfmpeg) {
-  const std::string ffmpeg = test::find_program("ffmpeg");
-  if (ffmpeg.empty()) GTEST_SKIP() << "ffmpeg is not installed";
+  if (test::find_program("ffmpeg").empty()) GTEST_SKIP() << "ffmpeg is not installed";
   const test::Scratch scratch;
   const test::Image image = test::make_image(IMG_TYPE_RGB, 720, 576);
   for (int i = 0; i < 576 * 720 * 3; ++i) {
@@ -54,10 +52,10 @@ TEST(Quantel, GoesThroughFfmpeg) {
   const std::string ours = scratch.path("ours.qnt"), pixels = scratch.path("pixels.ppm"),
                     theirs = scratch.path("theirs.qnt");
   ASSERT_EQ(test::write_image(ours, IMG_FORMAT_QNTPAL, image.get()), IMG_ERR_NONE);
-  run_well(ffmpeg, {"-f", "rawvideo", "-pix_fmt", "uyvy422", "-s", "720x576", "-i", ours, "-update",
-                    "1", "-pix_fmt", "rgb24", pixels});
+  shell("ffmpeg -f rawvideo -pix_fmt uyvy422 -s 720x576 -i " + ours + " -update 1 -pix_fmt rgb24 " +
+        pixels);
   expect_equal_stripes(image, read_rgb(pixels));
-  run_well(ffmpeg, {"-i", pixels, "-f", "rawvideo", "-pix_fmt", "uyvy422", theirs});
+  shell("ffmpeg -i " + pixels + " -f rawvideo -pix_fmt uyvy422 " + theirs);
   expect_equal_stripes(read_rgb(pixels), read_rgb(theirs));
 }
 
@@ -76,44 +74,35 @@ test::Image turned(const img_image* image) {
 
 // A point is drawn as a pixel.
 TEST(PostScript, IsDrawnByGhostscript) {
-  const std::string gs = test::find_program("gs");
-  if (gs.empty()) GTEST_SKIP() << "Ghostscript is not installed";
+  if (test::find_program("gs").empty()) GTEST_SKIP() << "Ghostscript is not installed";
   for (const int type : {IMG_TYPE_RGB, IMG_TYPE_S}) {
     SCOPED_TRACE(type);
     const test::Scratch scratch;
     const std::string eps = scratch.path("a.eps"), ps = scratch.path("a.ps"),
                       pixels = scratch.path("pixels.ppm");
     const test::Image image = test::runs_picture(type, 61, 47);
-    std::vector<std::string> arguments = {"-q",
-                                          "-dSAFER",
-                                          "-dBATCH",
-                                          "-r72",
-                                          "-sDEVICE=ppmraw",
-                                          "-dNOPAUSE",
-                                          "-sOutputFile=" + pixels,
-                                          "-dEPSCrop",
-                                          eps};
+    const std::string draw =
+        "gs -q -dSAFER -dBATCH -dNOPAUSE -r72 -sDEVICE=ppmraw -sOutputFile=" + pixels;
     ASSERT_EQ(test::write_image(eps, IMG_FORMAT_EPS, image.get()), IMG_ERR_NONE);
-    run_well(gs, arguments);
+    shell(draw + " -dEPSCrop " + eps);
     expect_equal(read_rgb(eps), read_rgb(pixels));
 
     ASSERT_EQ(test::write_image(ps, IMG_FORMAT_PS, image.get()), IMG_ERR_NONE);
-    arguments.resize(7);
-    arguments.insert(arguments.end(), {"-dDEVICEWIDTHPOINTS=94", "-dDEVICEHEIGHTPOINTS=122", ps});
-    run_well(gs, arguments);
+    shell(draw + " -dDEVICEWIDTHPOINTS=94 -dDEVICEHEIGHTPOINTS=122 " + ps);
     expect_equal(turned(read_rgb(ps).get()), read_rgb(pixels));
   }
 }
 
 // Both decode alike: what is written here, in several sizes, and what cjpeg writes.
 TEST(Jpeg, IsReadAsByTheProgramsOfItsCodec) {
-  const std::string cjpeg = test::find_program("cjpeg"), djpeg = test::find_program("djpeg");
-  if (cjpeg.empty() || djpeg.empty()) GTEST_SKIP() << "cjpeg and djpeg are not installed";
+  if (test::find_program("cjpeg").empty() || test::find_program("djpeg").empty()) {
+    GTEST_SKIP() << "cjpeg and djpeg are not installed";
+  }
   const test::Scratch scratch;
   const std::string picture = scratch.path("a.ppm"), jpeg = scratch.path("a.jpg"),
                     decoded = scratch.path("decoded.ppm");
   const auto expect_same_pixels = [&] {
-    run_well(djpeg, {"-rgb", "-ppm", "-outfile", decoded, jpeg});
+    shell("djpeg -rgb -ppm -outfile " + decoded + " " + jpeg);
     expect_equal(read_rgb(jpeg), read_rgb(decoded));
   };
   for (const auto& [width, height] : {std::pair{1, 1}, {16, 16}, {300, 3}, {67, 45}}) {
@@ -123,21 +112,12 @@ TEST(Jpeg, IsReadAsByTheProgramsOfItsCodec) {
     ASSERT_EQ(test::write_image(picture, IMG_FORMAT_PPM, image.get()), IMG_ERR_NONE);
     expect_same_pixels();
   }
-  const std::vector<std::string> kinds[] = {{"-progressive"},
-                                            {"-arithmetic"},
-                                            {"-arithmetic", "-progressive"},
-                                            {"-grayscale"},
-                                            {"-rgb"},
-                                            {"-optimize", "-quality", "5"},
-                                            {"-quality", "100", "-sample", "1x1"},
-                                            {"-sample", "2x1"},
-                                            {"-sample", "1x2"},
-                                            {"-sample", "4x1", "-progressive"},
-                                            {"-restart", "2B", "-progressive"}};
-  for (std::vector<std::string> arguments : kinds) {
-    SCOPED_TRACE(testing::PrintToString(arguments));
-    arguments.insert(arguments.end(), {"-outfile", jpeg, picture});
-    run_well(cjpeg, arguments);
+  for (const std::string kind :
+       {"", "-progressive", "-arithmetic", "-arithmetic -progressive", "-grayscale", "-rgb",
+        "-optimize -quality 5", "-quality 100 -sample 1x1", "-sample 2x1", "-sample 1x2",
+        "-sample 4x1 -progressive", "-restart 1", "-restart 2B -progressive", "-smooth 50"}) {
+    SCOPED_TRACE(kind);
+    shell("cjpeg " + kind + " -outfile " + jpeg + " " + picture);
     expect_same_pixels();
   }
 }

@@ -56,11 +56,11 @@ inline void expect_equal(const Image& a, const Image& b) {
   EXPECT_TRUE(samples_of(a.get(), components) == samples_of(b.get(), components));
 }
 
-// Runs a program that has to succeed.
-inline Outcome run_well(const std::string& program, std::vector<std::string> arguments) {
-  Outcome outcome = run(program, {.arguments = std::move(arguments)});
+// Runs a command line that has to succeed and returns what it prints.
+inline std::string shell(const std::string& command) {
+  const Outcome outcome = run("/bin/sh", {.arguments = {"-c", command}});
   EXPECT_EQ(outcome.status, 0) << outcome.err;
-  return outcome;
+  return outcome.out;
 }
 
 }  // namespace test
