@@ -81,16 +81,12 @@ constexpr int kWidth = 150, kHeight = 3;  // two whole blocks of pixels and a pi
 // Pictures that differ a little, a lot and, on line 1, not at all.
 void fill(img_image* a, img_image* b, unsigned seed) {
   std::mt19937 random(seed);
-  for (int y = 0; y < kHeight; ++y) {
-    for (std::size_t c = 0; c < 4; ++c) {
-      for (int x = 0; x < kWidth; ++x) {
-        const auto sample = std::uint8_t(random());
-        const bool differs = y != 1 && random() % 3 != 0 && (c < 3 || random() % 2);
-        const int step = random() % 2 ? int(random() % 12) - 6 : int(random() % 256);
-        test::plane(a, y, c)[x] = sample;
-        test::plane(b, y, c)[x] = differs ? std::uint8_t(sample + step) : sample;
-      }
-    }
+  for (unsigned i = 0; i < 4 * kWidth * kHeight; ++i) {
+    const std::size_t c = i % 4, x = i / 4 % kWidth;
+    const int y = int(i / 4 / kWidth), step = int(random() % (random() % 2 ? 12 : 256)) - 6;
+    const bool differs = y != 1 && random() % 3 != 0 && (c < 3 || random() % 2);
+    test::plane(a, y, c)[x] = std::uint8_t(random());
+    test::plane(b, y, c)[x] = std::uint8_t(test::plane(a, y, c)[x] + (differs ? step : 0));
   }
 }
 
@@ -101,17 +97,15 @@ void expect_agreement(const ka::ComposeSettings& settings, unsigned seed) {
   const ka::Difference difference = ka::measure(a.get(), b.get(), kHeight, settings.measure);
   std::vector<Pixel> pixels;
   ka::Histograms histograms;
-  for (int y = 0; y < kHeight; ++y) {
-    for (int x = 0; x < kWidth; ++x) {
-      pixels.push_back(expected(pixel(a.get(), x, y), pixel(b.get(), x, y), settings,
-                                difference.scale, histograms));
-    }
+  for (int i = 0; i < kWidth * kHeight; ++i) {
+    const int x = i % kWidth, y = i / kWidth;
+    pixels.push_back(expected(pixel(a.get(), x, y), pixel(b.get(), x, y), settings,
+                              difference.scale, histograms));
   }
   const ka::Histograms found =
       ka::compose_difference(a.get(), b.get(), kHeight, settings, difference.scale);
   for (int i = 0; i < kWidth * kHeight; ++i) {
-    ASSERT_EQ(pixel(a.get(), i % kWidth, i / kWidth), pixels[std::size_t(i)])
-        << "at " << i % kWidth << ", " << i / kWidth;
+    ASSERT_EQ(pixel(a.get(), i % kWidth, i / kWidth), pixels[std::size_t(i)]) << "at " << i;
   }
   EXPECT_EQ(found.main, histograms.main);
   EXPECT_EQ(found.negative, histograms.negative);

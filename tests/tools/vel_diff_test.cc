@@ -90,50 +90,35 @@ TEST_F(VelDiff, UsageIsPrintedForWrongCommandLines) {
 }
 
 TEST_F(VelDiff, OutputNamesAreChecked) {
-  const std::string output = scratch.path("out"), bare = "no-dot-at-all";
-  const struct {
-    std::vector<std::string> names;
-    std::string message;
-  } rows[] = {{{bare}, "missing output image file type"},
-              {{output + ".PPM"}, "unknown extension \".PPM\""},
-              {{output + ".ppm."}, "unknown extension \".\""},
-              {{output + ".ppm", ".tiff"}, "unknown extension \".tiff\""},
-              {{output + ".ppm", "ppm"}, "unknown extension \"ppm\""},
-              {{bare, ""}, "unknown extension \"\""}};
-  for (auto [arguments, message] : rows) {
-    const std::string name = arguments[0];
-    arguments.insert(arguments.begin(), {"-e", red, red});
+  const std::string output = scratch.path("out.PPM"), bare = "no-dot-at-all";
+  const std::pair<std::vector<std::string>, std::string> rows[] = {
+      {{"-e", red, red, bare}, "missing output image file type"},
+      {{"-e", red, red, output}, "unknown extension \".PPM\""},
+      {{"-e", red, red, output + "."}, "unknown extension \".\""},
+      {{"-e", red, red, output, "ppm"}, "unknown extension \"ppm\""},
+      {{"-e", red, red, bare, ""}, "unknown extension \"\""}};
+  for (const auto& [arguments, message] : rows) {
     const test::Outcome outcome = run(arguments);
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.out, no_differences(red, red));
     EXPECT_EQ(outcome.err, fatal(message));
-    EXPECT_FALSE(test::exists(name));
   }
+  EXPECT_FALSE(test::exists(output));
 }
 
 TEST_F(VelDiff, LostResultsAreTold) {
-  int ends[2];
-  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-  close(ends[0]);  // nobody reads
   const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
-  const std::pair<int, const char*> rows[] = {{test::kClosed, "Bad file descriptor"},
-                                              {full, "No space left on device"},
-                                              {ends[1], "Broken pipe"}};
-  for (const auto& [output, reason] : rows) {
+  for (const auto& [output, reason] :
+       {std::pair{test::kClosed, "Bad file descriptor"}, {full, "No space left on device"}}) {
     const test::Outcome outcome =
         test::run(VEL_DIFF, {.arguments = {red, red}, .standard_output = output});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.err, fatal(std::string("cannot write to standard output (") + reason + ")"));
   }
-  close(ends[1]);
   close(full);
-}
-
-TEST_F(VelDiff, ClosedStandardErrorHarmsNothing) {
   const std::string before = test::read_file(red);
-  const test::Outcome outcome =
-      test::run(VEL_DIFF, {.arguments = {"-v", red, near}, .standard_error = test::kClosed});
-  EXPECT_EQ(outcome.status, 0);
+  const test::Program mute = {.arguments = {"-v", red, near}, .standard_error = test::kClosed};
+  EXPECT_EQ(test::run(VEL_DIFF, mute).status, 0);
   EXPECT_EQ(test::read_file(red), before);
 }
 
@@ -169,18 +154,14 @@ TEST_F(VelDiff, WholeAndStreamedPicturesMeasureTheSame) {
   std::mt19937 random(3);
   for (int round = 0; round < 24; ++round) {
     const int width = int(random() % 70), height = int(random() % 6);
-    std::string first, second, text = "P3 " + std::to_string(width) + " ";
-    text += std::to_string(height) + " 255\n";
+    std::string first, second;
     for (int i = 0; i < 3 * width * height; ++i) {
       first += char(random());
-      second += random() % 3 ? first.back() : char(first.back() + char(random() % 16));
-      text += std::to_string(std::uint8_t(second.back())) + "\n";
+      second += char(first.back() + char(random() % 3 ? 0 : random() % 16));
     }
-    const std::string a = ppm("a.ppm", width, height, first);
-    const std::string b =
-        round % 2 ? scratch.write("b.ppm", text) : ppm("b.ppm", width, height, second);
-    std::vector<std::string> arguments = {
-        a, b, "-m", std::to_string(random() % 8), "-t", std::to_string(random() % 40)};
+    std::vector<std::string> arguments = {ppm("a.ppm", width, height, first),
+                                          ppm("b.ppm", width, height, second),
+                                          "-m" + std::to_string(random() % 8)};
     for (const char* const option : {"-i", "-a", "-s"}) {
       if (random() % 2) arguments.emplace_back(option);
     }
