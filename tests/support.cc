@@ -49,14 +49,11 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
   std::vector<std::string> arguments = {path};
   arguments.insert(arguments.end(), program.arguments.begin(), program.arguments.end());
   std::vector<std::string> environment = program.environment;
-  const auto is_replaced = [&](std::string_view entry) {
-    const std::string_view name = entry.substr(0, entry.find('=') + 1);
-    return std::ranges::any_of(program.environment,
-                               [name](const auto& own) { return own.starts_with(name); });
-  };
   for (char** entry = environ; *entry; ++entry) {
-    if (!std::string_view(*entry).starts_with("KA_") && !is_replaced(*entry))
-      environment.emplace_back(*entry);
+    const std::string_view text = *entry, name = text.substr(0, text.find('=') + 1);
+    const bool is_replaced = std::ranges::any_of(
+        program.environment, [name](const auto& own) { return own.starts_with(name); });
+    if (!text.starts_with("KA_") && !is_replaced) environment.emplace_back(text);
   }
   for (const auto& [file, stream] : {std::pair{out, STDOUT_FILENO}, {err, STDERR_FILENO}}) {
     if (file == kClosed) close(stream);

@@ -4,54 +4,29 @@
 #include <ka/message.h>
 
 #include <algorithm>
+#include <fstream>
 #include <map>
 
 #include "support.h"
 
 namespace {
 
-// Folders of the families that have a driver, and of files that no driver takes.
-constexpr std::string_view kFamilies[] = {"alias", "assembled", "bmp", "hdr", "iff",
-                                          "jpg",   "pic",       "ppm", "ps",  "qnt",
-                                          "rgb",   "rla",       "tga", "tif", "other"};
-
 using Entry = std::map<std::string, std::string>;
 
-std::string unquoted(std::string_view text) {
-  if (text.size() < 2 || text.front() != '"') return std::string(text);
-  return std::string(text.substr(1, text.size() - 2));
-}
-
 // The list is a flat one: lines `"key": value` between braces, without escapes in the texts.
-std::vector<Entry> read_list(const std::string& text) {
+std::vector<Entry> read_list(const std::string& path) {
   std::vector<Entry> entries;
-  for (std::size_t at = 0, end; at < text.size(); at = end + 1) {
-    end = std::min(text.find('\n', at), text.size());
-    std::string_view line = std::string_view(text).substr(at, end - at);
-    line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
-    if (line.ends_with(',')) line.remove_suffix(1);
-    const std::size_t colon = line.find("\": ");
-    if (line == "{") entries.emplace_back();
+  std::ifstream file(path);
+  for (std::string line; std::getline(file, line);) {
+    const std::size_t key = line.find('"'), colon = line.find("\": ");
+    if (line.ends_with('{')) entries.emplace_back();
     if (colon == line.npos || entries.empty()) continue;
-    entries.back()[unquoted(line.substr(0, colon + 1))] = unquoted(line.substr(colon + 3));
+    std::string value = line.substr(colon + 3);
+    std::erase_if(value, [](char c) { return c == '"'; });
+    if (value.ends_with(',')) value.pop_back();
+    entries.back()[line.substr(key + 1, colon - key - 1)] = value;
   }
   return entries;
-}
-
-// The largest difference between the image and its raw reference: bottom line first, 3 or 4 bytes
-// per pixel.
-int largest_difference(const img_image* image, const std::string& reference, std::size_t bytes) {
-  int largest = 0;
-  std::size_t at = 0;
-  for (int y = 0; y < image->height; ++y) {
-    for (int x = 0; x < image->width; ++x) {
-      for (std::size_t slot = 0; slot < 4; ++slot) {
-        const int expected = slot < bytes ? std::uint8_t(reference[at++]) : 255;
-        largest = std::max(largest, std::abs(test::plane(image, y, slot)[x] - expected));
-      }
-    }
-  }
-  return largest;
 }
 
 void expect_pixels(const std::string& folder, Entry entry) {
@@ -65,7 +40,14 @@ void expect_pixels(const std::string& folder, Entry entry) {
   const std::size_t bytes = entry["expected"].ends_with(".rgba") ? 4 : 3;
   const std::string reference = test::read_file(folder + entry["expected"]);
   ASSERT_EQ(reference.size(), bytes * std::size_t(file->width) * std::size_t(file->height));
-  EXPECT_LE(largest_difference(image.get(), reference, bytes), std::stoi(entry["tolerance"]));
+  int largest = 0;
+  for (std::size_t i = 0; i < reference.size() / bytes * 4; ++i) {  // the bottom line first
+    const std::size_t pixel = i / 4, slot = i % 4, width = std::size_t(file->width);
+    const int wanted = slot < bytes ? std::uint8_t(reference[pixel * bytes + slot]) : 255;
+    const int found = test::plane(image.get(), int(pixel / width), slot)[pixel % width];
+    largest = std::max(largest, std::abs(found - wanted));
+  }
+  EXPECT_LE(largest, std::stoi(entry["tolerance"]));
 }
 
 void expect_refusal(const std::string& folder, Entry entry) {
@@ -86,19 +68,12 @@ void expect_refusal(const std::string& folder, Entry entry) {
 TEST(SamplePictures, AreReadOrRefused) {
   const std::string folder = LUMORA_SAMPLES "/";
   if (!test::exists(folder + "manifest.json")) GTEST_SKIP() << "no sample pictures in " << folder;
-  std::map<std::string, int> tried;
-  for (Entry& entry : read_list(test::read_file(folder + "manifest.json"))) {
-    const std::string family = entry["file"].substr(0, entry["file"].find('/'));
-    if (std::ranges::find(kFamilies, family) == std::end(kFamilies)) continue;
+  std::vector<Entry> entries = read_list(folder + "manifest.json");
+  EXPECT_FALSE(entries.empty());
+  for (Entry& entry : entries) {
     SCOPED_TRACE(entry["file"] + ", written by " + entry["written_by"]);
-    ++tried[family];
-    if (entry["expect"] == "pixels") {
-      expect_pixels(folder, entry);
-    } else {
-      expect_refusal(folder, entry);
-    }
+    entry["expect"] == "pixels" ? expect_pixels(folder, entry) : expect_refusal(folder, entry);
   }
-  EXPECT_EQ(tried.size(), std::size(kFamilies));  // a family without samples is a misspelt one
 }
 
 }  // namespace

@@ -2,167 +2,123 @@
 // the other way round. Pixels travel beside them as PPM.
 #include <gtest/gtest.h>
 
-#include <array>
-#include <cstdlib>
-#include <functional>
-#include <random>
-#include <span>
-
-#include "support.h"
+#include "shown.h"
 
 namespace {
 
-void run(const std::string& program, const std::vector<std::string>& arguments) {
-  const test::Outcome outcome = test::run(program, {.arguments = arguments});
-  ASSERT_EQ(outcome.status, 0) << outcome.err;
-}
-
-using Sample = std::function<std::uint32_t(int x, int y, std::size_t slot)>;
-
-test::Image picture(int type, int width, int height, const Sample& sample) {
-  test::Image image = test::make_image(type, width, height);
-  for (int y = 0; y < height; ++y) {
-    for (std::size_t slot = 0; slot < IMG_SLOTS; ++slot) {
-      std::uint8_t* const plane = test::plane(image.get(), y, slot);
-      for (int x = 0; plane && x < width; ++x) plane[x] = std::uint8_t(sample(x, y, slot));
-    }
-  }
-  return image;
-}
-
-// Noise with runs in it.
-test::Image noise(int type) {
-  std::mt19937 random(11);
-  std::array<std::uint32_t, IMG_SLOTS> color{};
-  return picture(type, 61, 47, [&](int, int, std::size_t slot) {
-    if (random() % 4 == 0) color[slot] = std::uint32_t(random());
-    return color[slot];
-  });
-}
-
-// The largest difference of two pictures of a size, in rgb; `skipped` columns of every 16 do not
-// count.
-int largest_difference(const img_image* a, const img_image* b, int skipped = 0) {
-  int largest = 0;
-  for (int y = 0; y < a->height; ++y) {
-    for (std::size_t slot = 0; slot < 3; ++slot) {
-      const std::uint8_t* const p = test::plane(a, y, slot);
-      const std::uint8_t* const q = test::plane(b, y, slot);
-      for (int x = 0; x < a->width; ++x) {
-        if (x % 16 < skipped || x % 16 >= 16 - skipped) continue;
-        largest = std::max(largest, std::abs(p[x] - q[x]));
-      }
-    }
-  }
-  return largest;
-}
-
-void expect_equal(const img_image* a, const img_image* b, int tolerance = 0, int skipped = 0) {
-  ASSERT_TRUE(a && b);
-  ASSERT_EQ(a->width, b->width);
-  ASSERT_EQ(a->height, b->height);
-  EXPECT_LE(largest_difference(a, b, skipped), tolerance);
-}
+using test::expect_equal;
+using test::shell;
 
 test::Image read_rgb(const std::string& path) { return test::read_image(path, IMG_TYPE_RGB); }
 
-std::vector<std::string> ffmpeg_arguments(std::initializer_list<const char*> input,
-                                          std::initializer_list<const char*> output) {
-  std::vector<std::string> arguments = {"-loglevel", "error", "-y"};
-  arguments.insert(arguments.end(), input.begin(), input.end());
-  arguments.insert(arguments.end(), output.begin(), output.end());
-  return arguments;
-}
-
 TEST(Alias, GoesThroughFfmpeg) {
-  const std::string ffmpeg = test::find_program("ffmpeg");
-  if (ffmpeg.empty()) GTEST_SKIP() << "ffmpeg is not installed";
+  if (test::find_program("ffmpeg").empty()) GTEST_SKIP() << "ffmpeg is not installed";
   const test::Scratch scratch;
-  const test::Image image = noise(IMG_TYPE_RGB);
+  const test::Image image = test::runs_picture(IMG_TYPE_RGB, 301, 47);
   const std::string ours = scratch.path("ours.pix"), pixels = scratch.path("pixels.ppm"),
                     theirs = scratch.path("theirs.pix");
   ASSERT_EQ(test::write_image(ours, IMG_FORMAT_ALIAS, image.get()), IMG_ERR_NONE);
-  run(ffmpeg, ffmpeg_arguments({"-i", ours.c_str()},
-                               {"-update", "1", "-pix_fmt", "rgb24", pixels.c_str()}));
-  expect_equal(image.get(), read_rgb(pixels).get());
-  run(ffmpeg, ffmpeg_arguments({"-i", pixels.c_str()},
-                               {"-update", "1", "-pix_fmt", "bgr24", theirs.c_str()}));
-  expect_equal(image.get(), read_rgb(theirs).get());
+  shell("ffmpeg -i " + ours + " -update 1 -pix_fmt rgb24 " + pixels);
+  expect_equal(image, read_rgb(pixels));
+  shell("ffmpeg -i " + pixels + " -update 1 -pix_fmt bgr24 " + theirs);
+  expect_equal(image, read_rgb(theirs));
 }
 
-// Stripes 16 columns wide. Other programs filter chroma and round in ways of their own, so the
-// edges do not count.
+// Other programs filter chroma and round in ways of their own, so the edges of the stripes, 16
+// columns wide, do not count.
+void expect_equal_stripes(const test::Image& a, const test::Image& b) {
+  ASSERT_TRUE(a && b && a->width == b->width && a->height == b->height);
+  int largest = 0;
+  for (int y = 0; y < a->height; ++y) {
+    for (int i = 0; i < 3 * a->width; ++i) {
+      if (i / 3 % 16 < 3 || i / 3 % 16 >= 13) continue;
+      const auto slot = std::size_t(i % 3);
+      largest = std::max(largest, std::abs(test::plane(a.get(), y, slot)[i / 3] -
+                                           test::plane(b.get(), y, slot)[i / 3]));
+    }
+  }
+  EXPECT_LE(largest, 5);
+}
+
 TEST(Quantel, GoesThroughFfmpeg) {
-  const std::string ffmpeg = test::find_program("ffmpeg");
-  if (ffmpeg.empty()) GTEST_SKIP() << "ffmpeg is not installed";
+  if (test::find_program("ffmpeg").empty()) GTEST_SKIP() << "ffmpeg is not installed";
   const test::Scratch scratch;
-  const test::Image image = picture(IMG_TYPE_RGB, 720, 576, [](int x, int y, std::size_t slot) {
-    return std::uint32_t((x / 16 * 37 + y / 64 * 11) * int(slot + 1) + 40 * int(slot)) % 256;
-  });
+  const test::Image image = test::make_image(IMG_TYPE_RGB, 720, 576);
+  for (int i = 0; i < 576 * 720 * 3; ++i) {
+    const int slot = i % 3, x = i / 3 % 720, y = i / 3 / 720;
+    test::plane(image.get(), y, std::size_t(slot))[x] =
+        std::uint8_t((x / 16 * 37 + y / 64 * 11) * (slot + 1) + 40 * slot);
+  }
   const std::string ours = scratch.path("ours.qnt"), pixels = scratch.path("pixels.ppm"),
                     theirs = scratch.path("theirs.qnt");
   ASSERT_EQ(test::write_image(ours, IMG_FORMAT_QNTPAL, image.get()), IMG_ERR_NONE);
-  run(ffmpeg, ffmpeg_arguments(
-                  {"-f", "rawvideo", "-pix_fmt", "uyvy422", "-s", "720x576", "-i", ours.c_str()},
-                  {"-update", "1", "-pix_fmt", "rgb24", pixels.c_str()}));
-  expect_equal(image.get(), read_rgb(pixels).get(), 5, 3);
-  run(ffmpeg, ffmpeg_arguments({"-i", pixels.c_str()},
-                               {"-f", "rawvideo", "-pix_fmt", "uyvy422", theirs.c_str()}));
-  expect_equal(read_rgb(pixels).get(), read_rgb(theirs).get(), 5, 3);
+  shell("ffmpeg -f rawvideo -pix_fmt uyvy422 -s 720x576 -i " + ours + " -update 1 -pix_fmt rgb24 " +
+        pixels);
+  expect_equal_stripes(image, read_rgb(pixels));
+  shell("ffmpeg -i " + pixels + " -f rawvideo -pix_fmt uyvy422 " + theirs);
+  expect_equal_stripes(read_rgb(pixels), read_rgb(theirs));
 }
 
-// Ghostscript draws a point as a pixel.
-void draw(const std::string& program, const std::string& file, const std::string& pixels,
-          std::initializer_list<const char*> page) {
-  std::vector<std::string> arguments = {"-q",   "-dSAFER",         "-dBATCH",
-                                        "-r72", "-sDEVICE=ppmraw", "-dNOPAUSE"};
-  arguments.insert(arguments.end(), page.begin(), page.end());
-  arguments.push_back("-sOutputFile=" + pixels);
-  arguments.push_back(file);
-  run(program, arguments);
+// The picture turned to the left and twice as large, as it fills the page below.
+test::Image turned(const img_image* image) {
+  test::Image page = test::make_image(IMG_TYPE_RGB, 2 * image->height, 2 * image->width);
+  for (int y = 0; y < page->height; ++y) {
+    for (int i = 0; i < 3 * page->width; ++i) {
+      const auto slot = std::size_t(i % 3);
+      test::plane(page.get(), y, slot)[i / 3] =
+          test::plane(image, image->height - 1 - i / 6, slot)[y / 2];
+    }
+  }
+  return page;
 }
 
-TEST(Eps, IsDrawnByGhostscript) {
-  const std::string gs = test::find_program("gs");
-  if (gs.empty()) GTEST_SKIP() << "Ghostscript is not installed";
+// A point is drawn as a pixel.
+TEST(PostScript, IsDrawnByGhostscript) {
+  if (test::find_program("gs").empty()) GTEST_SKIP() << "Ghostscript is not installed";
   for (const int type : {IMG_TYPE_RGB, IMG_TYPE_S}) {
     SCOPED_TRACE(type);
     const test::Scratch scratch;
-    const std::string file = scratch.path("a.eps"), pixels = scratch.path("pixels.ppm");
-    const test::Image image = noise(type);
-    ASSERT_EQ(test::write_image(file, IMG_FORMAT_EPS, image.get()), IMG_ERR_NONE);
-    draw(gs, file, pixels, {"-dEPSCrop"});
-    expect_equal(read_rgb(file).get(), read_rgb(pixels).get());
+    const std::string eps = scratch.path("a.eps"), ps = scratch.path("a.ps"),
+                      pixels = scratch.path("pixels.ppm");
+    const test::Image image = test::runs_picture(type, 61, 47);
+    const std::string draw =
+        "gs -q -dSAFER -dBATCH -dNOPAUSE -r72 -sDEVICE=ppmraw -sOutputFile=" + pixels;
+    ASSERT_EQ(test::write_image(eps, IMG_FORMAT_EPS, image.get()), IMG_ERR_NONE);
+    shell(draw + " -dEPSCrop " + eps);
+    expect_equal(read_rgb(eps), read_rgb(pixels));
+
+    ASSERT_EQ(test::write_image(ps, IMG_FORMAT_PS, image.get()), IMG_ERR_NONE);
+    shell(draw + " -dDEVICEWIDTHPOINTS=94 -dDEVICEHEIGHTPOINTS=122 " + ps);
+    expect_equal(turned(read_rgb(ps).get()), read_rgb(pixels));
   }
 }
 
-// The picture turned to the left, as it lies on a page.
-test::Image turned(const img_image* image) {
-  return picture(IMG_TYPE_RGB, image->height, image->width,
-                 [image](int x, int y, std::size_t slot) -> std::uint32_t {
-                   return test::plane(image, image->height - 1 - x, slot)[y];
-                 });
-}
-
-// A page as wide as the picture is high, and twice that.
-TEST(Ps, IsDrawnByGhostscript) {
-  const std::string gs = test::find_program("gs");
-  if (gs.empty()) GTEST_SKIP() << "Ghostscript is not installed";
-  for (const int type : {IMG_TYPE_RGB, IMG_TYPE_S}) {
-    SCOPED_TRACE(type);
-    const test::Scratch scratch;
-    const std::string file = scratch.path("a.ps"), pixels = scratch.path("pixels.ppm");
-    const test::Image image = noise(type);
-    ASSERT_EQ(test::write_image(file, IMG_FORMAT_PS, image.get()), IMG_ERR_NONE);
-    const test::Image expected = turned(read_rgb(file).get());
-    draw(gs, file, pixels, {"-dDEVICEWIDTHPOINTS=47", "-dDEVICEHEIGHTPOINTS=61"});
-    expect_equal(expected.get(), read_rgb(pixels).get());
-    const test::Image doubled =
-        picture(IMG_TYPE_RGB, 94, 122, [&](int x, int y, std::size_t slot) -> std::uint32_t {
-          return test::plane(expected.get(), y / 2, slot)[x / 2];
-        });
-    draw(gs, file, pixels, {"-dDEVICEWIDTHPOINTS=94", "-dDEVICEHEIGHTPOINTS=122"});
-    expect_equal(doubled.get(), read_rgb(pixels).get());
+// Both decode alike: what is written here, in several sizes, and what cjpeg writes.
+TEST(Jpeg, IsReadAsByTheProgramsOfItsCodec) {
+  if (test::find_program("cjpeg").empty() || test::find_program("djpeg").empty()) {
+    GTEST_SKIP() << "cjpeg and djpeg are not installed";
+  }
+  const test::Scratch scratch;
+  const std::string picture = scratch.path("a.ppm"), jpeg = scratch.path("a.jpg"),
+                    decoded = scratch.path("decoded.ppm");
+  const auto expect_same_pixels = [&] {
+    shell("djpeg -rgb -ppm -outfile " + decoded + " " + jpeg);
+    expect_equal(read_rgb(jpeg), read_rgb(decoded));
+  };
+  for (const auto& [width, height] : {std::pair{1, 1}, {16, 16}, {300, 3}, {67, 45}}) {
+    SCOPED_TRACE(width);
+    const test::Image image = test::runs_picture(IMG_TYPE_RGB, width, height);
+    ASSERT_EQ(test::write_image(jpeg, IMG_FORMAT_JPG, image.get()), IMG_ERR_NONE);
+    ASSERT_EQ(test::write_image(picture, IMG_FORMAT_PPM, image.get()), IMG_ERR_NONE);
+    expect_same_pixels();
+  }
+  for (const std::string kind :
+       {"", "-progressive", "-arithmetic", "-arithmetic -progressive", "-grayscale", "-rgb",
+        "-optimize -quality 5", "-quality 100 -sample 1x1", "-sample 2x1", "-sample 1x2",
+        "-sample 4x1 -progressive", "-restart 1", "-restart 2B -progressive", "-smooth 50"}) {
+    SCOPED_TRACE(kind);
+    shell("cjpeg " + kind + " -outfile " + jpeg + " " + picture);
+    expect_same_pixels();
   }
 }
 

@@ -19,11 +19,11 @@ inline Image runs_picture(int type, int width, int height) {
       const int end = std::min(width, x + 1 + int(random() % 3 == 0 ? random() % 200 : 0));
       const auto seed = random();
       for (; x < end; ++x) {
-        for (std::size_t slot = 0; slot < std::size_t(ka_img_ncomp[type]); ++slot) {
-          for (std::size_t i = 0; i < size; ++i) {
-            plane(image.get(), y, slot)[std::size_t(x) * size + i] =
-                std::uint8_t(seed >> (3 * slot + 8 * i));
-          }
+        for (std::size_t i = 0; i < IMG_SLOTS * size; ++i) {
+          std::uint8_t* const samples = plane(image.get(), y, i / size);
+          if (!samples) continue;
+          samples[std::size_t(x) * size + i % size] =
+              std::uint8_t(seed >> (3 * (i / size) + 8 * (i % size)));
         }
       }
     }
@@ -32,20 +32,35 @@ inline Image runs_picture(int type, int width, int height) {
 }
 
 // The picture as rows of samples, the top line first.
-inline std::string samples_of(const img_image* image, std::size_t components, bool is_big) {
+inline std::string samples_of(const img_image* image, std::size_t components, bool is_big = false) {
   const std::size_t size = std::size_t(image->bits) / 8;
   std::string samples;
   for (int y = image->height - 1; y >= 0; --y) {
     for (std::size_t x = 0; x < std::size_t(image->width); ++x) {
-      for (std::size_t slot = 0; slot < components; ++slot) {
-        const auto* const sample = plane(image, y, slot) + x * size;
-        for (std::size_t i = 0; i < size; ++i) {
-          samples += char(sample[is_big ? size - 1 - i : i]);
-        }
+      for (std::size_t i = 0; i < components * size; ++i) {
+        const std::size_t byte = is_big ? size - 1 - i % size : i % size;
+        samples += char(plane(image, y, i / size)[x * size + byte]);
       }
     }
   }
   return samples;
+}
+
+// Whether two pictures have the same size and samples.
+inline void expect_equal(const Image& a, const Image& b) {
+  ASSERT_TRUE(a && b);
+  ASSERT_EQ(a->width, b->width);
+  ASSERT_EQ(a->height, b->height);
+  ASSERT_EQ(a->bits, b->bits);
+  const auto components = std::size_t(std::min(a->components, b->components));
+  EXPECT_TRUE(samples_of(a.get(), components) == samples_of(b.get(), components));
+}
+
+// Runs a command line that has to succeed and returns what it prints.
+inline std::string shell(const std::string& command) {
+  const Outcome outcome = run("/bin/sh", {.arguments = {"-c", command}});
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  return outcome.out;
 }
 
 }  // namespace test

@@ -3,9 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <string>
-#include <vector>
+#include <sstream>
 
 #include "support.h"
 
@@ -41,11 +39,10 @@ inline std::string no_differences(const std::string& a, const std::string& b) {
 
 // The errors and fatal messages among what was printed.
 inline std::string failures(const std::string& text) {
+  std::istringstream in(text);
   std::string result;
-  for (std::size_t at = 0, end; at < text.size(); at = end) {
-    end = text.find('\n', at) + 1;
-    const std::string line = text.substr(at, end - at);
-    if (line.find(" error") < 12 || line.find(" fatal") < 12) result += line;
+  for (std::string line; std::getline(in, line);) {
+    if (line.find(" error") < 12 || line.find(" fatal") < 12) result += line + "\n";
   }
   return result;
 }
