@@ -126,23 +126,6 @@ TEST_P(EverySource, FollowsTheRulesToEveryDestination) {
 INSTANTIATE_TEST_SUITE_P(Types, EverySource, testing::Range(0, int(IMG_TYPE_COUNT)),
                          [](const auto& row) { return std::string(name_of(row.param)); });
 
-TEST(Convert, TablesDescribeTheTypes) {
-  for (int type = 0; type < IMG_TYPE_COUNT; ++type) {
-    EXPECT_EQ(ka_img_nbits[type], kLayouts[std::size_t(type)].bits) << name_of(type);
-    EXPECT_EQ(ka_img_ncomp[type], kLayouts[std::size_t(type)].planes) << name_of(type);
-  }
-}
-
-TEST(Convert, HighBytesLeaveLowBytesAlone) {
-  for (const int src : {IMG_TYPE_RGB, IMG_TYPE_S, IMG_TYPE_BIT}) {
-    PlanarLine source(src, 3, true), line(IMG_TYPE_RGB_16, 3, true);
-    source.fill(0);
-    line.fill(0x5a);
-    img_convert(line.record(), source.record(), IMG_TYPE_RGB_16, src, kWeights, 3);
-    EXPECT_EQ(line.at(2), (Pixel{0x5a, 0x5a, 0x5a, 0})) << name_of(src);
-  }
-}
-
 // The exact luminance by whole numbers: the weights are multiples of 2^-27.
 TEST(Convert, LuminanceIsExactForEveryColour) {
   std::array<std::int64_t, 3> units;
@@ -167,27 +150,6 @@ TEST(Convert, LuminanceIsExactForEveryColour) {
     }
   }
   EXPECT_EQ(wrong, 0);
-}
-
-TEST(Convert, WeightsMayBeAnything) {
-  const float all_weights[][4] = {{1, 1, 1, 0},         {0.25F, 0.5F, 0.25F, 0},
-                                  {-1, 2, 0, 0},        {1e-30F, 1, 0, 0},
-                                  {1e30F, 1e30F, 0, 0}, {kNan, 0, kInfinity, 0}};
-  Noise noise;
-  for (const auto& weights : all_weights) {
-    for (const int src : {IMG_TYPE_RGB, IMG_TYPE_RGB_16, IMG_TYPE_RGB_FP}) {
-      for (const int dst : {IMG_TYPE_S, IMG_TYPE_S_16, IMG_TYPE_S_FP, IMG_TYPE_BIT}) {
-        PlanarLine source(src, 100, false), line(dst, 100, true);
-        for (int x = 0; x < 100; ++x) source.set(x, noise.pixel(src));
-        img_convert(line.record(), source.record(), dst, src, weights, 100);
-        for (int x = 0; x < 100; ++x) {
-          const double expected = (*converted(dst, src, source.at(x), {}, weights))[3];
-          ASSERT_TRUE(same(line.at(x)[3], expected))
-              << name_of(src) << " to " << name_of(dst) << " with " << weights[0];
-        }
-      }
-    }
-  }
 }
 
 TEST(Convert, DataAsDestinationIsRefusedOncePerLine) {
@@ -251,38 +213,6 @@ TEST(Convert, ImagesAreFetchedInAnyType) {
   ka_img_convert(grey.record(), &components, &bits, image.get(), 1, IMG_TYPE_S_FP);
   EXPECT_EQ(components, 1);
   EXPECT_EQ(grey.at(2)[3], kWeights[0]);
-}
-
-// Lines pass through conversions on their way into a file and out of it; a colour that only gains
-// alpha on the way out is read in place.
-TEST(Convert, FilesAreWrittenAndReadInAnyType) {
-  const test::Scratch scratch;
-  const std::string path = scratch.path("lines.ct");
-  const std::array<Pixel, 2> pixels = {{{0.5, 1, 2, 0.25}, {0, -1, 0.125, 1}}};
-  PlanarLine line(IMG_TYPE_RGBA_FP, 2, true);
-  for (int x = 0; x < 2; ++x) line.set(x, pixels[std::size_t(x)]);
-  test::Handle file;
-  file->file_type = IMG_TYPE_RGBA_16;
-  ASSERT_TRUE(ka_img_create(file, path.c_str(), IMG_TYPE_RGBA_FP, IMG_FORMAT_CT, 2, 1));
-  ASSERT_TRUE(ka_img_line_write(file, line.record()));
-  ASSERT_TRUE(ka_img_close(file));
-
-  for (int type = 0; type < IMG_TYPE_COUNT; ++type) {
-    const test::MessageLog log;
-    PlanarLine read(type, 2, true);
-    read.fill(0);
-    ASSERT_TRUE(ka_img_open(file, path.c_str(), type));
-    ASSERT_TRUE(ka_img_line_read(file, read.record()));
-    ASSERT_TRUE(ka_img_close(file));
-    for (int x = 0; x < 2; ++x) {
-      const Pixel stored =
-          *converted(IMG_TYPE_RGBA_16, IMG_TYPE_RGBA_FP, pixels[std::size_t(x)], {}, kWeights);
-      const Pixel untouched = type == IMG_TYPE_RGBA_16 ? stored : Pixel{};
-      EXPECT_EQ(read.at(x),
-                converted(type, IMG_TYPE_RGBA_16, stored, {}, kWeights).value_or(untouched))
-          << name_of(type);
-    }
-  }
 }
 
 }  // namespace

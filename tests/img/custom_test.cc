@@ -114,18 +114,10 @@ TEST_F(Custom, SlotsTakeNamesAndTypes) {
   EXPECT_TRUE(add(kFirst, "other", IMG_TYPE_A));  // the later one stays
   EXPECT_EQ(ka_img_format_identify("tst"), -1);
   EXPECT_EQ(ka_img_format_identify("other"), kFirst);
-}
-
-TEST_F(Custom, OtherSlotsAndTypesAreRefused) {
-  EXPECT_FALSE(add(kFirst - 1, "tst", IMG_TYPE_S));
-  EXPECT_FALSE(add(kLast + 1, "tst", IMG_TYPE_S));
-  EXPECT_FALSE(add(-1, "tst", IMG_TYPE_S));
+  for (const int slot : {-1, kFirst - 1, kLast + 1}) EXPECT_FALSE(add(slot, "no", IMG_TYPE_S));
+  for (const int type : {-1, int(IMG_TYPE_COUNT)}) EXPECT_FALSE(add(kFirst, "no", type));
   EXPECT_FALSE(add(kFirst, nullptr, IMG_TYPE_S));
-  EXPECT_FALSE(add(kFirst, "tst", IMG_TYPE_COUNT));
-  EXPECT_FALSE(add(kFirst, "tst", -1));
-  EXPECT_STREQ(ka_img_format_name(kFirst - 1), "iff");
-  EXPECT_STREQ(ka_img_format_name(kFirst), "<undefined format>");
-  EXPECT_EQ(ka_img_format_identify("tst"), -1);
+  EXPECT_STREQ(ka_img_format_name(kFirst), "other");
 }
 
 TEST_F(Custom, LinesAreAskedForInFileOrder) {
@@ -161,13 +153,6 @@ TEST_F(Custom, TheFileStandsOpenFromTheDriversOpenToItsClose) {
   EXPECT_EQ(calls, "toRRe");
 }
 
-TEST_F(Custom, DriversThatStateNoTypeGetTheBestType) {
-  add(kFirst, "tst", IMG_TYPE_RGBE);
-  open(test::bytes({'T', 255, 1, 1}), IMG_TYPE_FILE);
-  EXPECT_EQ(file->type, IMG_TYPE_RGBE);
-  EXPECT_EQ(file->components, 4);
-}
-
 TEST_F(Custom, OnlyTypesOfOtherLayoutsNeedALineBetween) {
   add(kFirst, "tst", IMG_TYPE_S);
   const struct {
@@ -186,10 +171,6 @@ TEST_F(Custom, OnlyTypesOfOtherLayoutsNeedALineBetween) {
     EXPECT_EQ(file->bits, ka_img_nbits[stated]);
     ka_img_close(file);
   }
-  open(test::bytes({'T', IMG_TYPE_S, 1, 1, 'x'}), IMG_TYPE_A);
-  const test::Line line(ka_img_line_alloc(file));
-  EXPECT_TRUE(ka_img_line_read(file, line.get()));
-  EXPECT_EQ(test::plane(line.get(), test::kA)[0], 'x');
 }
 
 TEST_F(Custom, DriversAreAskedByTheirSlotsAndBeforeTheBuiltInOnes) {
@@ -198,23 +179,18 @@ TEST_F(Custom, DriversAreAskedByTheirSlotsAndBeforeTheBuiltInOnes) {
   open(test::bytes({'T', 255, 1, 1}), IMG_TYPE_S);
   EXPECT_EQ(file->format, kFirst);
   EXPECT_EQ(calls, "to");
+  Driver::instance().opens = false;
+  EXPECT_FALSE(ka_img_open(file, scratch.write("a", "Tabc").c_str(), IMG_TYPE_S));
+  EXPECT_EQ(file->error, IMG_ERR_SUBTYPE);
+  EXPECT_TRUE(ka_img_close(file));
+  EXPECT_EQ(calls, "toetoe");  // a handle that its driver refused ends with its close
+  Driver::instance().opens = true;
   Driver::instance().magic = 'P';
   open("P6\n1 1\n255\nabc", IMG_TYPE_FILE);
   EXPECT_EQ(file->format, kFirst);
   Driver::instance().magic = 'Q';
   open("P6\n1 1\n255\nabc", IMG_TYPE_FILE);
   EXPECT_EQ(file->format, IMG_FORMAT_PPM);
-}
-
-TEST_F(Custom, AHandleThatItsDriverRefusedEndsWithItsClose) {
-  add(kFirst, "tst", IMG_TYPE_S);
-  Driver::instance().opens = false;
-  const int before = test::open_descriptors();
-  EXPECT_FALSE(ka_img_open(file, scratch.write("a", "Tabc").c_str(), IMG_TYPE_S));
-  EXPECT_EQ(file->error, IMG_ERR_SUBTYPE);
-  EXPECT_TRUE(ka_img_close(file));
-  EXPECT_EQ(calls, "toe");
-  EXPECT_EQ(test::open_descriptors(), before);
 }
 
 TEST_F(Custom, HeadersAreWrittenWithTheFirstLine) {
@@ -226,11 +202,6 @@ TEST_F(Custom, HeadersAreWrittenWithTheFirstLine) {
   EXPECT_TRUE(ka_img_line_write(file, line.get()) && ka_img_line_write(file, line.get()));
   EXPECT_EQ(calls, "cWW");
   EXPECT_EQ(file->line_count, 2);
-
-  ASSERT_TRUE(ka_img_create(file, scratch.path("b").c_str(), IMG_TYPE_S, kFirst, 1, 0));
-  calls.clear();
-  EXPECT_TRUE(ka_img_line_write(file, line.get()));
-  EXPECT_EQ(calls, "c");  // no lines: the header alone
 
   ASSERT_TRUE(ka_img_create(file, scratch.path("c").c_str(), IMG_TYPE_S, kFirst, 1, 1));
   calls.clear();
@@ -258,15 +229,10 @@ TEST_F(Custom, ExtraTypesCanBeWrittenToo) {
 }
 
 TEST_F(Custom, MissingOperationsFailOrDoNothing) {
-  const std::string path = scratch.write("a", "Tabc");
-  ka_img_custom_format(kFirst, test_t, nullptr, nullptr, nullptr, nullptr, nullptr, 0, "tst", 0,
-                       IMG_TYPE_RGBA);
-  EXPECT_FALSE(ka_img_open(file, path.c_str(), IMG_TYPE_RGBA));
-  EXPECT_TRUE(ka_img_close(file));
+  const std::string path = scratch.write("a", test::bytes({'T', 255, 1, 1}));
   ka_img_custom_format(kFirst, test_t, nullptr, open_t, nullptr, nullptr, nullptr, 0, "tst", 0,
                        IMG_TYPE_RGBA);
-  ASSERT_TRUE(
-      ka_img_open(file, scratch.write("a", test::bytes({'T', 255, 1, 1})).c_str(), IMG_TYPE_RGBA));
+  ASSERT_TRUE(ka_img_open(file, path.c_str(), IMG_TYPE_RGBA));
   const test::Line line(ka_img_line_alloc(file));
   EXPECT_FALSE(ka_img_line_read(file, line.get()));
   file->data.p = nullptr;

@@ -57,26 +57,6 @@ TEST(ImageBuffer, LiesInMemoryAsItStandsInFiles) {
   }
 }
 
-TEST(ImageBuffer, LineRecordsHoldTheirPlanesBehindThem) {
-  for (int type = 0; type < kAllTypes; ++type) {
-    SCOPED_TRACE(type);
-    img_file shape{};
-    shape.type = type;
-    shape.width = 5;
-    const test::Line line(ka_img_line_alloc(&shape));
-    const auto bytes = 5 * ((ka_img_nbits[type] + 7) / 8);
-    auto next = std::intptr_t(sizeof(img_line));
-    for (std::size_t slot = 0; slot < 4; ++slot) {
-      const bool present =
-          stands_in_alpha(type) ? slot == 3 : slot < std::size_t(ka_img_ncomp[type]);
-      EXPECT_EQ(line->offset[slot], present ? next : 0);
-      if (!present) continue;
-      next += bytes;
-      std::memset(test::plane(line.get(), slot), 0xff, std::size_t(bytes));
-    }
-  }
-}
-
 TEST(ImageBuffer, SizesThatOffsetsCannotReachAreRefused) {
   const struct {
     int type, width, height;
@@ -112,17 +92,6 @@ class ImageFile : public testing::Test {
   test::Scratch scratch;
   test::Handle file;
 };
-
-TEST_F(ImageFile, FirstLineOfATopDownFileIsTheTopLine) {
-  const std::string path = scratch.write("a", "P6\n2 3\n255\nabcdefghijklmnopqr");
-  const test::Image image = test::read_image(path, IMG_TYPE_RGBA);
-  ASSERT_TRUE(image);
-  for (const auto& [y, red] : {std::pair{2, 'a'}, {1, 'g'}, {0, 'm'}}) {
-    EXPECT_EQ(test::plane(image.get(), y, test::kR)[0], red);
-    EXPECT_EQ(test::plane(image.get(), y, test::kB)[1], red + 5);
-    EXPECT_EQ(test::plane(image.get(), y, test::kA)[1], 255);
-  }
-}
 
 TEST_F(ImageFile, LinesBeforeAFailureStay) {
   const std::string path = scratch.write("a", "P6\n1 3\n255\nabcdefgh");
@@ -165,52 +134,6 @@ TEST_F(ImageFile, ImagesWithoutLinesHaveAHeader) {
   ASSERT_TRUE(read);
   EXPECT_EQ(read->width, 7);
   EXPECT_EQ(read->height, 0);
-}
-
-TEST_F(ImageFile, LinesAreConvertedToTheFilesType) {
-  const std::string path = scratch.path("a");
-  const test::Image image = test::make_image(IMG_TYPE_RGBA, 1, 1);
-  for (std::size_t slot = 0; slot < 4; ++slot)
-    test::plane(image.get(), 0, slot)[0] = std::uint8_t('w' + slot);
-  file->file_type = IMG_TYPE_RGB;
-  ASSERT_TRUE(ka_img_create(file, path.c_str(), IMG_TYPE_RGBA, IMG_FORMAT_PPM, 1, 1));
-  EXPECT_TRUE(ka_img_image_write(file, image.get()));
-  EXPECT_TRUE(ka_img_close(file));
-  EXPECT_EQ(test::read_file(path).substr(44), "wxy");
-}
-
-TEST(ImageLine, IsFetchedInAnyType) {
-  const test::Image image = test::make_image(IMG_TYPE_RGB, 2, 2);
-  test::set_samples<char>(test::plane(image.get(), 1, test::kR), {'a', 'b'});
-  test::set_samples<char>(test::plane(image.get(), 1, test::kB), {'c', 'd'});
-  for (const int type : {IMG_TYPE_RGB, IMG_TYPE_RGBA}) {
-    img_file shape{};
-    shape.type = type;
-    shape.width = 2;
-    const test::Line line(ka_img_line_alloc(&shape));
-    int components = 0, bits = 0;
-    EXPECT_TRUE(ka_img_convert(line.get(), &components, &bits, image.get(), 1, type));
-    EXPECT_EQ(components, type == IMG_TYPE_RGB ? 3 : 4);
-    EXPECT_EQ(bits, 8);
-    EXPECT_EQ(test::samples<char>(test::plane(line.get(), test::kR), 2), (std::vector{'a', 'b'}));
-    EXPECT_EQ(test::samples<char>(test::plane(line.get(), test::kB), 2), (std::vector{'c', 'd'}));
-    const std::uint8_t* const alpha = test::plane(line.get(), test::kA);
-    EXPECT_TRUE(type == IMG_TYPE_RGB ? !alpha : alpha[1] == 255);
-  }
-}
-
-TEST(ImageLine, KeepsAPlaneThatTheImageLacks) {
-  const test::Image image = test::make_image(IMG_TYPE_RGB, 2, 1);
-  test::set_samples<char>(test::plane(image.get(), 0, test::kG), {'a', 'b'});
-  img_file shape{};
-  shape.type = IMG_TYPE_RGBA;
-  shape.width = 2;
-  const test::Line line(ka_img_line_alloc(&shape));
-  test::set_samples<char>(test::plane(line.get(), test::kA), {'c', 'd'});
-  int components = 0, bits = 0;
-  EXPECT_TRUE(ka_img_convert(line.get(), &components, &bits, image.get(), 0, IMG_TYPE_RGB));
-  EXPECT_EQ(test::samples<char>(test::plane(line.get(), test::kG), 2), (std::vector{'a', 'b'}));
-  EXPECT_EQ(test::samples<char>(test::plane(line.get(), test::kA), 2), (std::vector{'c', 'd'}));
 }
 
 }  // namespace

@@ -1,10 +1,6 @@
 // Image pyramids: sizes, layout, the box filter, and files read with their levels.
-#include <errno.h>
 #include <gtest/gtest.h>
-#include <ka/message.h>
 
-#include <cmath>
-#include <cstdlib>
 #include <string>
 
 #include "img/mode.h"
@@ -37,46 +33,26 @@ img_image* level(const Image& image, int k) {
 
 float value(const img_image* image, int x, int y) { return get(image, x, y)[0]; }
 
-struct SizeRow {
-  const char* name;
-  int width, height, bits, components;
-  bool pyramid;
-  std::optional<std::uint64_t> bytes;
-};
-
-class PyramidSize : public testing::TestWithParam<SizeRow> {};
-
-TEST_P(PyramidSize, IsTheSumOfItsLevels) {
-  const SizeRow& row = GetParam();
-  EXPECT_EQ(img_pyramid_size(row.width, row.height, row.bits, row.components, row.pyramid),
-            row.bytes);
-}
-
 // A level takes height * (components * component bytes * width + 16) + 120 bytes, in whole words.
-INSTANTIATE_TEST_SUITE_P(
-    Rows, PyramidSize,
-    testing::Values(SizeRow{"BaseAlone", 4, 4, 8, 4, false, 248},
-                    SizeRow{"TwoLevelsMore", 4, 4, 8, 4, true, 248 + 168 + 140},
-                    // 3 * (7 + 16) + 120 = 189 and 1 * (3 + 16) + 120 = 139
-                    SizeRow{"WholeWords", 7, 3, 8, 1, true, 192 + 140},
-                    // 2 * (9 + 16) + 120 = 170 and 1 * (4 + 16) + 120: a byte for each bit
-                    SizeRow{"Bits", 9, 2, 1, 1, true, 172 + 140},
-                    SizeRow{"ThinOnesHaveNoLevels", 1000, 1, 16, 1, true, 2000 + 16 + 120},
-                    SizeRow{"Empty", 0, 0, 8, 4, true, 120},
-                    // 65000 * 65552 + 120 fits, 32500 * 32784 + 120 more does not.
-                    SizeRow{"LargestBase", 65536, 65000, 8, 1, false, 4260880120},
-                    SizeRow{"LargestBaseWithLevels", 65536, 65000, 8, 1, true, std::nullopt},
-                    SizeRow{"TwentyOneLevels", 1 << 20, 1 << 20, 8, 1, true, std::nullopt},
-                    SizeRow{"Negative", 4, -1, 8, 1, true, std::nullopt}),
-    [](const auto& row) { return std::string(row.param.name); });
-
-TEST(Pyramid, TooLargeImagesAreRefused) {
-  img_file file = shape(IMG_TYPE_S, 65536, 65000);
-  EXPECT_EQ(ka_img_image_alloc(&file), nullptr);
-  EXPECT_EQ(file.error, IMG_ERR_SUBTYPE);
-  EXPECT_EQ(file.os_error, EFBIG);
-  file.pyramid = 0;
-  EXPECT_EQ(ka_img_image_size(&file), 4260880120U);
+TEST(Pyramid, SizeIsTheSumOfItsLevels) {
+  const struct {
+    int width, height, bits, components;
+    bool pyramid;
+    std::optional<std::uint64_t> bytes;
+  } rows[] = {{4, 4, 8, 4, false, 248},
+              {4, 4, 8, 4, true, 248 + 168 + 140},
+              {7, 3, 8, 1, true, 192 + 140},  // 3 * (7 + 16) + 120 = 189, 1 * (3 + 16) + 120 = 139
+              {9, 2, 1, 1, true, 172 + 140},  // 170 and 140: a byte for each bit
+              {1000, 1, 16, 1, true, 2000 + 16 + 120},
+              {0, 0, 8, 4, true, 120},
+              // 65000 * 65552 + 120 fits, 32500 * 32784 + 120 more does not.
+              {65536, 65000, 8, 1, false, 4260880120},
+              {65536, 65000, 8, 1, true, std::nullopt},
+              {1 << 20, 1 << 20, 8, 1, true, std::nullopt},  // 21 levels
+              {4, -1, 8, 1, true, std::nullopt}};
+  for (const auto& [width, height, bits, components, pyramid, bytes] : rows) {
+    EXPECT_EQ(img_pyramid_size(width, height, bits, components, pyramid), bytes) << width;
+  }
 }
 
 TEST(Pyramid, LevelsEndWhenTheSmallerSideDoes) {
@@ -94,9 +70,11 @@ TEST(Pyramid, LevelsEndWhenTheSmallerSideDoes) {
     EXPECT_EQ(img_pyramid_levels(&file), levels) << width << "x" << height;
   }
   const Image image = make_pyramid(IMG_TYPE_S, 512, 256);
-  EXPECT_EQ(image->levels, 9);
   EXPECT_EQ(level(image, 8)->width, 2);
   EXPECT_EQ(level(image, 8)->height, 1);
+  EXPECT_EQ(level(image, 0), image.get());
+  EXPECT_EQ(level(image, 9), nullptr);
+  EXPECT_EQ(level(image, -1), nullptr);
 }
 
 TEST(Pyramid, DirectoryAndHeadersOfEveryLevel) {
@@ -130,35 +108,6 @@ TEST(Pyramid, DirectoryAndHeadersOfEveryLevel) {
   }
 }
 
-TEST(Pyramid, SinglePlanesOfLevelsStandInTheAlphaSlot) {
-  for (const int type : {IMG_TYPE_A, IMG_TYPE_S_16, IMG_TYPE_S_FP, IMG_TYPE_BIT}) {
-    const Image image = make_pyramid(type, 2, 2);
-    EXPECT_EQ(test::plane(level(image, 1), 0, test::kR), nullptr) << type;
-    EXPECT_NE(test::plane(level(image, 1), 0, test::kA), nullptr) << type;
-  }
-  EXPECT_NE(test::plane(level(make_pyramid(IMG_TYPE_Z, 2, 2), 1), 0, test::kR), nullptr);
-}
-
-TEST(Pyramid, LevelsAreFoundAndFiltersSet) {
-  const Image image = make_pyramid(IMG_TYPE_S, 4, 4);
-  EXPECT_EQ(level(image, 0), image.get());
-  EXPECT_EQ(level(image, 3), nullptr);
-  EXPECT_EQ(level(image, -1), nullptr);
-  ka_img_pyramid_set_filter(image.get(), 0.75F);
-  EXPECT_EQ(image->filter, 0.75F);
-  const Image plain = test::make_image(IMG_TYPE_S, 4, 4);
-  EXPECT_EQ(plain->levels, 0);
-  EXPECT_EQ(level(plain, 0), plain.get());
-  EXPECT_EQ(level(plain, 1), nullptr);
-}
-
-TEST(PyramidDeathTest, ANullHandleIsFatal) {
-  setenv("KA_LOGFILE", "/dev/null", 1);
-  EXPECT_DEATH(img_pyramid_levels(nullptr), "ASSERTION FAILED: ifp: ");
-  EXPECT_DEATH(img_pyramid_create_directory(nullptr, nullptr), "ASSERTION FAILED: ifp: ");
-  unsetenv("KA_LOGFILE");
-}
-
 // Sets x + 10 * y everywhere, which no sample but a float can hold.
 void fill_ramp(img_image* image) {
   for (int y = 0; y < image->height; ++y) {
@@ -170,46 +119,35 @@ void fill_ramp(img_image* image) {
 }
 
 struct FilterRow {
-  const char* name;
   int width, height;
   std::vector<double> columns, lines;  // means of the pixels that a level-1 pixel covers
 };
 
-class Filter : public testing::TestWithParam<FilterRow> {};
-
-TEST_P(Filter, LevelIsTheMeanOfWhatItsPixelsCover) {
-  const FilterRow& row = GetParam();
-  const Image image = make_pyramid(IMG_TYPE_S_FP, row.width, row.height);
-  fill_ramp(image.get());
-  ka_img_pyramid_filter_levels(image.get());
-  const img_image* const half = level(image, 1);
-  ASSERT_EQ(half->width, int(row.columns.size()));
-  ASSERT_EQ(half->height, int(row.lines.size()));
-  for (int y = 0; y < half->height; ++y) {
-    for (int x = 0; x < half->width; ++x) {
-      const double expected = row.columns[std::size_t(x)] + 10 * row.lines[std::size_t(y)];
-      EXPECT_NEAR(double{value(half, x, y)}, expected, 1e-4) << x << ", " << y;
-    }
-  }
-}
-
 // 5 pixels on 2: (0 + 1 + 2 / 2) / 2.5 = 0.8 and (2 / 2 + 3 + 4) / 2.5 = 3.2. 7 pixels on 3:
 // (0 + 1 + 2 / 3) / (7 / 3) = 5 / 7, (2 * 2 / 3 + 3 + 4 * 2 / 3) / (7 / 3) = 3 and
 // (4 / 3 + 5 + 6) / (7 / 3) = 37 / 7. 3 pixels on 1: 1.
-INSTANTIATE_TEST_SUITE_P(Rows, Filter,
-                         testing::Values(FilterRow{"Halves", 6, 4, {0.5, 2.5, 4.5}, {0.5, 2.5}},
-                                         FilterRow{"FiveOnTwo", 5, 5, {0.8, 3.2}, {0.8, 3.2}},
-                                         FilterRow{
-                                             "SevenOnThree", 7, 3, {5.0 / 7, 3, 37.0 / 7}, {1}},
-                                         FilterRow{"OddLinesOnly", 4, 3, {0.5, 2.5}, {1}},
-                                         FilterRow{"OddColumnsOnly", 3, 4, {1}, {0.5, 2.5}}),
-                         [](const auto& row) { return std::string(row.param.name); });
+const std::vector<FilterRow> kFilterRows = {{6, 4, {0.5, 2.5, 4.5}, {0.5, 2.5}},
+                                            {5, 5, {0.8, 3.2}, {0.8, 3.2}},
+                                            {7, 3, {5.0 / 7, 3, 37.0 / 7}, {1}},
+                                            {4, 3, {0.5, 2.5}, {1}},
+                                            {3, 4, {1}, {0.5, 2.5}}};
 
-TEST(Filter, EachLevelComesFromTheOneAbove) {
-  const Image image = make_pyramid(IMG_TYPE_S_FP, 5, 5);
-  fill_ramp(image.get());
-  ka_img_pyramid_filter_levels(image.get());
-  EXPECT_NEAR(value(level(image, 2), 0, 0), 22.0F, 1e-4F);  // 2 + 10 * 2, of 0.8 and 3.2
+TEST(Filter, LevelIsTheMeanOfWhatItsPixelsCover) {
+  for (const auto& [width, height, columns, lines] : kFilterRows) {
+    const Image image = make_pyramid(IMG_TYPE_S_FP, width, height);
+    fill_ramp(image.get());
+    ka_img_pyramid_filter_levels(image.get());
+    const img_image* const half = level(image, 1);
+    ASSERT_EQ(half->width, int(columns.size()));
+    ASSERT_EQ(half->height, int(lines.size()));
+    for (int i = 0; i < half->width * half->height; ++i) {
+      const int x = i % half->width, y = i / half->width;
+      const double expected = columns[std::size_t(x)] + 10 * lines[std::size_t(y)];
+      EXPECT_NEAR(double{value(half, x, y)}, expected, 1e-4) << width << ": " << x << ", " << y;
+    }
+    if (width != 5) continue;
+    EXPECT_NEAR(value(level(image, 2), 0, 0), 22.0F, 1e-4F);  // 2 + 10 * 2, of 0.8 and 3.2
+  }
 }
 
 // Bytes: (10 + 20 + 30 + 41) / 4 = 25.25, (1 + 2 + 3 + 5) / 4 = 2.75. Words in the same way.
@@ -280,36 +218,6 @@ TEST(Filter, OneColorStaysInEveryTypeAndSize) {
   }
 }
 
-TEST(Filter, VectorsHaveNoColorsToMix) {
-  const Image image = make_pyramid(IMG_TYPE_VTS, 4, 4);
-  const std::array<float, 3> vector = {1, 1, 0};
-  for (int i = 0; i < 16; ++i) ka_img_put_vector(image.get(), vector.data(), i % 4, i / 4);
-  ka_img_pyramid_filter_levels(image.get());
-  EXPECT_EQ(test::samples<std::uint16_t>(test::plane(level(image, 1), 0, 0), 2),
-            (std::vector<std::uint16_t>{0, 0}));
-}
-
-// Colours are mixed as they were before gamma: half of 0 and 1 is 0.5, stored as 0.25.
-TEST(Filter, GammaOfTheThreadApplies) {
-  img_options options = test::kPlain;
-  options.gamma = 2.0F;
-  const Mode mode(options);
-  const Image image = make_pyramid(IMG_TYPE_RGB_16, 2, 2);
-  for (const int y : {0, 1}) put(image.get(), y, y, {1, 1, 1, 1});
-  ka_img_pyramid_filter_levels(image.get());
-  EXPECT_NEAR(test::samples<std::uint16_t>(test::plane(level(image, 1), 0, 0), 1)[0], 16384, 2);
-}
-
-TEST(Filter, TellsWhenItStartsAndEnds) {
-  const Image image = test::make_image(IMG_TYPE_S, 1, 1);
-  const test::MessageLog log(KA_DEBUG);
-  ka_img_pyramid_filter_levels(image.get());
-  ASSERT_EQ(log.lines().size(), 2U);
-  EXPECT_NE(log.lines()[0].find("IMG"), std::string::npos);
-  EXPECT_NE(log.lines()[0].find(": starting to filter image pyramid"), std::string::npos);
-  EXPECT_NE(log.lines()[1].find(": image pyramid finished"), std::string::npos);
-}
-
 // A picture of 4 x 2 pixels, top line first: its grey values are those of the bytes.
 const std::string kPicture =
     "P6 4 2 255\n" + test::bytes({10, 10, 10, 20, 20, 20, 30, 30, 30, 40, 40, 40,
@@ -329,18 +237,6 @@ TEST(PyramidFile, IsFilteredAfterTheLastLine) {
   EXPECT_FLOAT_EQ(value(half, 1, 0), 55 / 255.0F);
   EXPECT_FLOAT_EQ(get(half, 1, 0)[2], 56 / 255.0F);  // (30 + 40 + 70 + 84) / 4
   EXPECT_EQ(get(half, 1, 0)[3], 1.0F);
-}
-
-TEST(PyramidFile, ThatEndsEarlyKeepsWhatCameInEveryLevel) {
-  const test::Scratch scratch;
-  test::Handle file;
-  const std::string cut = kPicture.substr(0, kPicture.size() - 3);
-  ASSERT_TRUE(ka_img_open(file, scratch.write("cut.ppm", cut).c_str(), IMG_TYPE_RGB));
-  file->pyramid = 1;
-  const Image image(ka_img_image_alloc(file));
-  EXPECT_FALSE(ka_img_image_read(file, image.get()));
-  EXPECT_EQ(file->error, IMG_ERR_READ);
-  EXPECT_NEAR(value(level(image, 1), 0, 0), 7.5F / 255, 0.6F / 255);  // (10 + 20) / 4
 }
 
 }  // namespace
