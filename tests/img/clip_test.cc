@@ -66,13 +66,4 @@ TEST(Clip, ImagesThatHoldAnyColorAreNotClipped) {
   EXPECT_EQ(color, (Color{1, 0, 0.5F, 1}));
 }
 
-TEST(Clip, DesaturationTakesAnyMaximum) {
-  // Grey is 1.196, and 0.804 / 2.804 of the distance stays.
-  std::array<float, 3> red = {4, 0, 0};
-  ka_img_desaturate_rgb(red.data(), 2.0F);
-  EXPECT_NEAR(red[0], 2.0F, 1e-6);
-  EXPECT_NEAR(red[1], 0.853067F, 1e-6);
-  EXPECT_NEAR(red[2], 0.853067F, 1e-6);
-}
-
 }  // namespace

@@ -154,21 +154,6 @@ TEST_F(Reader, TellsASystemThatFails) {
   EXPECT_EQ(errno, EBADF);
 }
 
-TEST_F(Reader, ExactReadsGoOnWhereTheDescriptorStands) {
-  open("0123456789");
-  char bytes[11] = {};
-  EXPECT_TRUE(img_fread(bytes, 0, file_.stream));
-  EXPECT_TRUE(img_fread(bytes, 4, file_.stream));
-  EXPECT_TRUE(img_fseek(file_.stream, 2, SEEK_CUR));
-  EXPECT_TRUE(img_fread(bytes + 4, 4, file_.stream));
-  EXPECT_STREQ(bytes, "01236789");
-  EXPECT_FALSE(img_fread(bytes, 1, file_.stream));
-  EXPECT_EQ(errno, 0);
-  EXPECT_TRUE(img_fseek(file_.stream, -1, SEEK_END));
-  EXPECT_FALSE(img_fread(bytes, 2, file_.stream));
-  EXPECT_FALSE(img_fseek(file_.stream, -1, SEEK_SET));
-}
-
 using Writer = StreamTest;
 
 std::string& put_at(std::string& file, std::size_t at, const std::string& bytes) {
