@@ -1,6 +1,5 @@
 // Colours of single pixels: samples of every pixel type, premultiplication, dithering, squares.
 #include <gtest/gtest.h>
-#include <ka/msg.h>
 #include <ka/random.h>
 #include <ka/trans.h>
 
@@ -10,7 +9,6 @@
 #include <cstring>
 #include <limits>
 #include <string>
-#include <thread>
 
 #include "img/mode.h"
 #include "support.h"
@@ -51,7 +49,6 @@ const std::vector<Row> kRows = {
     {IMG_TYPE_RGBA, kColor, {51, 102, 153, 204}, kColor},
     {IMG_TYPE_RGBA_16, kColor, {13107, 26214, 39321, 52428}, kColor},
     {IMG_TYPE_RGB, kColor, {51, 102, 153}, kOpaque},
-    {IMG_TYPE_RGB_16, kColor, {13107, 26214, 39321}, kOpaque},
     {IMG_TYPE_A, kColor, {51}, kGrey},
     {IMG_TYPE_S_16, kColor, {13107}, kGrey},
     {IMG_TYPE_Z, kBright, {-4}, {-4, -4, -4, 1}},
@@ -59,7 +56,6 @@ const std::vector<Row> kRows = {
     {IMG_TYPE_RGBA_FP, kBright, {-4, 7, 0.5, 3}, kBright},
     {IMG_TYPE_BIT, {0.5F, 0, 0, 0}, {1}, {1, 1, 1, 1}},
     {IMG_TYPE_BIT, {0.4F, 1, 1, 1}, {0}, {0, 0, 0, 1}},
-    {IMG_TYPE_COVERAGE, kBright, {-4}, {-4, -4, -4, 1}},
     // 4 is half of 2^3: mantissas are 32 * c, and are fetched as (mantissa + 0.5) / 32.
     {IMG_TYPE_RGBE, {4, 2, 0.5F, 0}, {128, 64, 16, 131}, {4.015625F, 2.015625F, 0.515625F, 1}},
     {IMG_TYPE_S_FP, kBright, {-4}, {-4, -4, -4, 1}},
@@ -161,21 +157,6 @@ TEST(Square, IsTheFourPixelsAndRepeatsTheLastOnes) {
       }
     }
   }
-}
-
-TEST(Context, EachThreadHasItsOwnSettings) {
-  img_options options = test::kPlain;
-  options.gamma = 3.0F;
-  const Mode mode(options);
-  const Image image = make_image(IMG_TYPE_RGB_16, 2, 1);
-  put(image.get(), 0, 0, kColor);
-  std::thread([&image] {
-    ka_msg_register_thread();
-    put(image.get(), 1, 0, kColor);
-    ka_msg_unregister_thread();
-  }).join();
-  EXPECT_NEAR(sample(image.get(), 0, 0, 0), 65535 * 0.008, 2);  // 0.2 cubed
-  EXPECT_EQ(sample(image.get(), 1, 0, 0), 13107);
 }
 
 }  // namespace

@@ -12,17 +12,12 @@ namespace {
 
 using test::Color, test::get, test::Image, test::Mode, test::put;
 
-img_file shape(int type, int width, int height) {
+Image make_pyramid(int type, int width, int height) {
   img_file file{};
   file.type = type;
   file.width = width;
   file.height = height;
   file.pyramid = 1;
-  return file;
-}
-
-Image make_pyramid(int type, int width, int height) {
-  img_file file = shape(type, width, height);
   return Image(ka_img_image_alloc(&file));
 }
 
@@ -59,7 +54,9 @@ TEST(Pyramid, SizeIsTheSumOfItsLevels) {
 TEST(Pyramid, LevelsEndWhenTheSmallerSideDoes) {
   for (const auto& [width, height, levels] :
        {std::array{512, 256, 9}, {256, 512, 9}, {1000, 1, 1}, {5, 5, 3}, {0, 9, 0}}) {
-    const img_file file = shape(IMG_TYPE_RGBA, width, height);
+    img_file file{};
+    file.width = width;
+    file.height = height;
     EXPECT_EQ(img_pyramid_levels(&file), levels) << width << "x" << height;
   }
   const Image image = make_pyramid(IMG_TYPE_S, 512, 256);
@@ -97,16 +94,6 @@ TEST(Pyramid, DirectoryAndHeadersOfEveryLevel) {
   }
 }
 
-// Sets x + 10 * y everywhere, which no sample but a float can hold.
-void fill_ramp(img_image* image) {
-  for (int y = 0; y < image->height; ++y) {
-    for (int x = 0; x < image->width; ++x) {
-      const float ramp = float(x + 10 * y);
-      put(image, x, y, {ramp, ramp, ramp, 1});
-    }
-  }
-}
-
 struct FilterRow {
   int width, height;
   std::vector<double> columns, lines;  // means of the pixels that a level-1 pixel covers
@@ -124,7 +111,10 @@ const std::vector<FilterRow> kFilterRows = {{6, 4, {0.5, 2.5, 4.5}, {0.5, 2.5}},
 TEST(Filter, LevelIsTheMeanOfWhatItsPixelsCover) {
   for (const auto& [width, height, columns, lines] : kFilterRows) {
     const Image image = make_pyramid(IMG_TYPE_S_FP, width, height);
-    fill_ramp(image.get());
+    for (int i = 0; i < width * height; ++i) {  // a ramp, which no sample but a float can hold
+      const float ramp = float(i % width + 10 * (i / width));
+      put(image.get(), i % width, i / width, {ramp, ramp, ramp, 1});
+    }
     ka_img_pyramid_filter_levels(image.get());
     const img_image* const half = level(image, 1);
     ASSERT_EQ(half->width, int(columns.size()));

@@ -1,4 +1,4 @@
-// Run-length packets: the exact bytes of the encoder, and decoders that stay between both ends.
+// Run-length packets: decoders beside plain ones that take one step after the other.
 #include "rle.h"
 
 #include <gtest/gtest.h>
@@ -13,93 +13,8 @@ namespace {
 
 using ka::RowEnd;
 using test::Bytes;
-using test::different;
-using test::random_line;
 using test::repeated;
 using test::operator+;
-
-template <typename Sample>
-Bytes compact(const std::vector<Sample>& line) {
-  Bytes packets(ka::counted_bound(line.size(), sizeof(Sample)));
-  packets.resize(ka::compact_counted<Sample>(line, packets));
-  return packets;
-}
-
-// Decodes from and to blocks that end with the last byte, so that a sanitizer sees the next one,
-// and with a sample behind the line that must not change.
-template <typename Sample>
-RowEnd expand(Bytes packets, std::vector<Sample>& line) {
-  packets.shrink_to_fit();
-  const Sample guard = 0x5a;
-  line.push_back(guard);
-  const RowEnd end = ka::expand_counted<Sample>(packets, std::span(line).first(line.size() - 1));
-  EXPECT_EQ(line.back(), guard);
-  line.pop_back();
-  return end;
-}
-
-struct Row {
-  const char* name;
-  Bytes line;
-  Bytes packets;
-};
-
-const std::vector<Row> kRows = {
-    {"Empty", {}, {0}},
-    {"ThreeSamples", {7, 8, 9}, {0x81, 7, 1, 8, 1, 9, 0}},
-    {"EndsWithTwoEqual", {7, 8, 8}, {0x81, 7, 2, 8, 0}},
-    {"ThreeEqual", {1, 2, 3, 3, 3}, {0x82, 1, 2, 3, 3, 0}},
-    {"TwoEqualAreLiterals", {1, 1, 2, 2, 2, 4}, {0x82, 1, 1, 3, 2, 1, 4, 0}},
-    {"Run127", repeated(127, 5), {126, 5, 1, 5, 0}},
-    {"Literals128", different(130), Bytes{254} + different(126) + Bytes{0x82, 63, 63, 2, 64, 0}},
-};
-
-TEST(CountedPackets, AreTheseBytes) {
-  for (const auto& [name, line, packets] : kRows) {
-    SCOPED_TRACE(name);
-    EXPECT_EQ(compact(line), packets);
-    Bytes read(line.size());
-    EXPECT_EQ(expand(packets, read), RowEnd::kWhole);
-    EXPECT_EQ(read, line);
-
-    // the same of 16 bits: each sample and each control in two bytes, the higher first
-    const std::vector<std::uint16_t> wide(line.begin(), line.end());
-    Bytes wide_packets;
-    for (const std::uint8_t byte : packets) wide_packets = wide_packets + Bytes{0, byte};
-    EXPECT_EQ(compact(wide), wide_packets);
-    std::vector<std::uint16_t> wide_read(line.size());
-    EXPECT_EQ(expand(wide_packets, wide_read), RowEnd::kWhole);
-    EXPECT_EQ(wide_read, wide);
-  }
-}
-
-template <typename>
-class CountedPacketsOf : public testing::Test {};
-using Samples = testing::Types<std::uint8_t, std::uint16_t>;
-TYPED_TEST_SUITE(CountedPacketsOf, Samples);
-
-TYPED_TEST(CountedPacketsOf, RandomLinesComeBack) {
-  std::mt19937 random(1);
-  for (int i = 0; i < 2000; ++i) {
-    const auto line = random_line<TypeParam>(random);
-    const Bytes packets = compact(line);
-    auto read = line;
-    std::ranges::fill(read, TypeParam{0});
-    ASSERT_EQ(expand(packets, read), RowEnd::kWhole);
-    ASSERT_EQ(read, line);
-
-    auto shorter = line, longer = line;
-    longer.push_back(0);
-    EXPECT_EQ(expand(packets, longer), RowEnd::kCorrupt);
-    if (line.empty()) continue;
-    shorter.pop_back();
-    EXPECT_EQ(expand(packets, shorter), RowEnd::kCorrupt);
-    // without its zero, then without some of its last packet
-    const auto end = packets.end() - long(sizeof(TypeParam));
-    EXPECT_EQ(expand(Bytes(packets.begin(), end), read), RowEnd::kWhole);
-    EXPECT_EQ(expand(Bytes(packets.begin(), end - 1), read), RowEnd::kShort);
-  }
-}
 
 // Pixel packets, decoded one byte after the other.
 struct Decoded {

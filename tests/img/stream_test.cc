@@ -20,19 +20,15 @@ class StreamTest : public testing::Test {
     if (file_.stream) std::fclose(file_.stream);
   }
 
-  void open(const std::string& contents) {
-    path_ = scratch_.write("a", contents);
-    file_.stream = std::fopen(path_.c_str(), "rb");
+  void open(const std::string& contents, const char* mode) {
+    scratch_.write("a", contents);
+    file_.stream = std::fopen(path_.c_str(), mode);
     ASSERT_TRUE(file_.stream);
     file_.file_size = std::int64_t(contents.size());
   }
-  void create(const char* path) {
-    file_.stream = std::fopen(path, "w+b");
-    ASSERT_TRUE(file_.stream);
-  }
 
   test::Scratch scratch_;
-  std::string path_;
+  const std::string path_ = scratch_.path("a");
   img_file file_{};
 };
 
@@ -107,9 +103,8 @@ struct Walk {
 
 TEST_F(Reader, GivesWhatTheFileHoldsWhereverItStands) {
   const std::string contents = noise(1000);
-  open(contents);
-  constexpr std::size_t buffers[] = {1, 2, 7, 64, 999, 1000, 4096};
-  for (const std::size_t buffer : buffers) {
+  open(contents, "rb");
+  for (const std::size_t buffer : {1, 2, 7, 64, 999, 1000, 4096}) {
     SCOPED_TRACE(buffer);
     Walk walk{.contents = contents, .reader = {}, .buffer = std::min<std::size_t>(buffer, 1000)};
     walk.reader.start(&file_, 0, buffer);
@@ -122,7 +117,7 @@ TEST_F(Reader, GivesWhatTheFileHoldsWhereverItStands) {
 }
 
 TEST_F(Reader, EndsQuietlyWhereTheFileEnds) {
-  open("0123456789");
+  open("0123456789", "rb");
   std::filesystem::resize_file(path_, 4);  // it shrank
   ka::FileReader reader;
   reader.start(&file_, 0, 10);
@@ -140,10 +135,7 @@ TEST_F(Reader, EndsQuietlyWhereTheFileEnds) {
 }
 
 TEST_F(Reader, TellsASystemThatFails) {
-  path_ = scratch_.write("a", "0123456789");
-  file_.stream = std::fopen(path_.c_str(), "ab");  // cannot be read
-  ASSERT_TRUE(file_.stream);
-  file_.file_size = 10;
+  open("0123456789", "ab");  // cannot be read
   ka::FileReader reader;
   reader.start(&file_, 0);
   errno = 0;
@@ -156,13 +148,8 @@ TEST_F(Reader, TellsASystemThatFails) {
 
 using Writer = StreamTest;
 
-std::string& put_at(std::string& file, std::size_t at, const std::string& bytes) {
-  file.resize(std::max(file.size(), at + bytes.size()));
-  return file.replace(at, bytes.size(), bytes);
-}
-
 TEST_F(Writer, WritesWhatItIsGivenWhereverItStands) {
-  create(scratch_.path("a").c_str());
+  open("", "w+b");
   constexpr std::size_t largest = ka::FileWriter::kBufferSize;
   const std::string text = noise(3 * largest);
   std::mt19937 random(6);
@@ -180,17 +167,18 @@ TEST_F(Writer, WritesWhatItIsGivenWhereverItStands) {
     } else {
       writer.write(bytes);
     }
-    put_at(expected, at, bytes);
+    expected.resize(std::max(expected.size(), at + bytes.size()));
+    expected.replace(at, bytes.size(), bytes);
     at += bytes.size();
     ASSERT_EQ(writer.position(), at);
   }
   EXPECT_EQ(writer.flush(), 0);
   EXPECT_EQ(writer.flush(), 0);
-  EXPECT_EQ(test::read_file(scratch_.path("a")), expected);
+  EXPECT_EQ(test::read_file(path_), expected);
 }
 
 TEST_F(Writer, KeepsItsFirstFailureAndStops) {
-  create(scratch_.path("a").c_str());
+  open("", "w+b");
   const std::string bytes = noise(ka::FileWriter::kBufferSize);
   ka::FileWriter writer;
   writer.start(&file_);
@@ -204,7 +192,7 @@ TEST_F(Writer, KeepsItsFirstFailureAndStops) {
   EXPECT_EQ(writer.put(10).size(), 10u);
   writer.seek(0);
   EXPECT_EQ(writer.flush(), EFBIG);
-  EXPECT_EQ(test::read_file(scratch_.path("a")), bytes.substr(0, 1000));
+  EXPECT_EQ(test::read_file(path_), bytes.substr(0, 1000));
 }
 
 }  // namespace
