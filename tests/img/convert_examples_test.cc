@@ -55,18 +55,6 @@ TEST(Convert, GivesWhatIsWorkedOut) {
   }
 }
 
-TEST(Convert, WholeSamplesComeBackFromFloats) {
-  for (const int type : {IMG_TYPE_S, IMG_TYPE_S_16}) {
-    const int values = type == IMG_TYPE_S ? 256 : 65536;
-    PlanarLine source(type, values, true), floats(IMG_TYPE_S_FP, values, true),
-        back(type, values, true);
-    for (int x = 0; x < values; ++x) source.set(x, {0, 0, 0, double(x)});
-    img_convert(floats.record(), source.record(), IMG_TYPE_S_FP, type, kWeights, values);
-    img_convert(back.record(), floats.record(), type, IMG_TYPE_S_FP, kWeights, values);
-    EXPECT_TRUE(back.bytes() == source.bytes()) << values;
-  }
-}
-
 TEST(SharedExponent, CodesTheEndsOfTheRange) {
   const struct {
     float colour[3];

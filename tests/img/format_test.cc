@@ -127,9 +127,7 @@ TEST(Formats, HaveTheirNamesTypesAndLineOrders) {
     EXPECT_STREQ(ka_img_format_name(format), "<undefined format>");
     EXPECT_EQ(ka_img_best_type(format), IMG_TYPE_RGBA);
   }
-  for (const char* const none : {"TIF", "tiff", "", "ppm ", "tif16-3uu"}) {
-    EXPECT_EQ(ka_img_format_identify(none), -1) << none;
-  }
+  for (const char* const none : {"TIF", "", "ppm "}) EXPECT_EQ(ka_img_format_identify(none), -1);
   EXPECT_STREQ(ka_img_version(), "img:\tversion 2.0");
 }
 

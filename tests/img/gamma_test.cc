@@ -50,8 +50,7 @@ TEST(GammaCurve, InterpolatesBetweenEntriesAndIsDefinedForEveryValue) {
 
 TEST(GammaCache, ANinthGammaTakesThePlaceOfTheOneUnusedForLongest) {
   ka::GammaCache cache;
-  for (int i = 1; i <= 8; ++i) (void)cache.tables(float(i));
-  (void)cache.tables(1.0F);  // 2 is the oldest now
+  for (const int i : {1, 2, 3, 4, 5, 6, 7, 8, 1}) (void)cache.tables(float(i));
   EXPECT_NEAR(cache.tables(9.0F).gamma.at(0.5F), looked_up(0.5, 9), 1e-6);
   EXPECT_NEAR(cache.tables(9.0F).inverse.at(0.5F), looked_up(0.5, 1.0 / 9), 1e-6);
   (void)cache.tables(10.0F);
@@ -62,11 +61,8 @@ TEST(GammaCache, ClockThatWrapsKeepsTheOrderOfUse) {
   // Stamps 2^32 - 4 to 2^32 - 1 go to 1, 2, 3 and 1 again; they become 65535, later ones follow
   // from 65536 on.
   ka::GammaCache cache(0xfffffffb);
-  for (const float gamma : {1.0F, 2.0F, 3.0F, 1.0F}) (void)cache.tables(gamma);
-  for (int i = 4; i <= 8; ++i) (void)cache.tables(float(i));
-  (void)cache.tables(1.0F);
-  (void)cache.tables(9.0F);  // of 2 and 3 with equal stamps the first entry
-  (void)cache.tables(10.0F);
+  // Of 2 and 3 with equal stamps the first entry goes.
+  for (const int i : {1, 2, 3, 1, 4, 5, 6, 7, 8, 1, 9, 10}) (void)cache.tables(float(i));
   for (int i = 1; i <= 10; ++i) EXPECT_EQ(cache.holds(float(i)), i != 2 && i != 3) << i;
 }
 

@@ -1,7 +1,6 @@
 // Image pyramids: sizes, layout, the box filter, and files read with their levels.
 #include <gtest/gtest.h>
 
-#include <random>
 #include <string>
 
 #include "img/mode.h"
@@ -10,7 +9,7 @@
 
 namespace {
 
-using test::Color, test::get, test::Image, test::Mode, test::put;
+using test::Color, test::get, test::Image, test::put;
 
 Image make_pyramid(int type, int width, int height) {
   img_file file{};
@@ -142,31 +141,6 @@ TEST(Filter, SamplesAreRoundedToTheNearest) {
     ka_img_pyramid_filter_levels(image.get());
     EXPECT_FLOAT_EQ(get(level(image, 1), 0, 0)[0], 25 / largest);
     EXPECT_FLOAT_EQ(get(level(image, 1), 0, 0)[1], 3 / largest);
-  }
-}
-
-// Noise of every type, filtered pixel by pixel and plane by plane: clipping to an alpha of 1
-// changes nothing but the way.
-TEST(Filter, BothWaysOfHalvingGiveTheSame) {
-  for (const int type : {IMG_TYPE_RGB, IMG_TYPE_RGB_16, IMG_TYPE_S, IMG_TYPE_A_16}) {
-    const Image plain = make_pyramid(type, 32, 16), clipped = make_pyramid(type, 32, 16);
-    std::mt19937 random(1);
-    const auto next = [&random] { return float(random() >> 8) * 0x1p-24F; };
-    for (int i = 0; i < 32 * 16; ++i) {
-      const Color color = {next(), next(), next(), 1};
-      for (const Image* each : {&plain, &clipped}) put(each->get(), i % 32, i / 32, color);
-    }
-    ka_img_pyramid_filter_levels(plain.get());
-    img_options options = test::kPlain;
-    options.color_clip = IMG_CLIP_TO_ALPHA;
-    const Mode mode(options);
-    ka_img_pyramid_filter_levels(clipped.get());
-    for (int k = 1; k < plain->levels; ++k) {
-      for (int i = 0; i < (32 >> k) * (16 >> k); ++i) {
-        const int x = i % (32 >> k), y = i / (32 >> k);
-        EXPECT_EQ(get(level(plain, k), x, y), get(level(clipped, k), x, y)) << type << " " << k;
-      }
-    }
   }
 }
 

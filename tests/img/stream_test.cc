@@ -55,32 +55,19 @@ struct Walk {
 
   void step() {
     const std::size_t count = random() % (buffer + 1);
-    switch (random() % 7) {
+    switch (random() % 5) {
       case 0:
         at = random() % (contents.size() + 1);
-        return reader.seek(at);
-      case 4:
-        at = random() % (contents.size() + 1);
-        return reader.seek_back(at, random() % (2 * buffer));
+        return random() % 2 ? reader.seek(at) : reader.seek_back(at, random() % (2 * buffer));
       case 1:
-        return check_get();
-      case 2:
         return check_ahead(count);
-      case 3:
+      case 2:
         return check_read(random() % (3 * buffer));
       default:
         return check_take(count);
     }
   }
 
-  void check_get() {
-    const int byte = reader.get();
-    if (left() == 0) {
-      ASSERT_EQ(byte, ka::FileReader::kEnd);
-    } else {
-      ASSERT_EQ(byte, std::uint8_t(contents[at++]));
-    }
-  }
   void check_take(std::size_t count) {
     const auto bytes = reader.take(count);
     ASSERT_EQ(text_of(bytes), count <= left() ? next(count) : "");
@@ -125,13 +112,9 @@ TEST_F(Reader, EndsQuietlyWhereTheFileEnds) {
   EXPECT_TRUE(reader.take(5).empty());
   EXPECT_EQ(errno, 0);
   EXPECT_EQ(text_of(reader.ahead(5)), "0123");
-  for (const std::uint64_t behind : {std::uint64_t{11}, ~std::uint64_t{0}}) {
-    reader.seek(behind);
-    EXPECT_EQ(reader.left(), 0u);
-    EXPECT_TRUE(reader.take(1).empty());
-    reader.start(&file_, behind);
-    EXPECT_EQ(reader.get(), ka::FileReader::kEnd);
-  }
+  reader.seek(~std::uint64_t{0});
+  EXPECT_EQ(reader.left(), 0u);
+  EXPECT_EQ(reader.get(), ka::FileReader::kEnd);
 }
 
 TEST_F(Reader, TellsASystemThatFails) {
@@ -140,9 +123,6 @@ TEST_F(Reader, TellsASystemThatFails) {
   reader.start(&file_, 0);
   errno = 0;
   EXPECT_EQ(reader.get(), ka::FileReader::kEnd);
-  EXPECT_EQ(errno, EBADF);
-  std::uint8_t byte;
-  EXPECT_FALSE(img_fread(&byte, 1, file_.stream));
   EXPECT_EQ(errno, EBADF);
 }
 
