@@ -8,7 +8,6 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
-#include <string>
 
 #include "img/mode.h"
 #include "support.h"

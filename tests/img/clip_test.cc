@@ -1,7 +1,6 @@
 // Clipping and desaturation of colours.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <limits>
 
 #include "img/mode.h"

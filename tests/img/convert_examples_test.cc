@@ -1,7 +1,6 @@
 // Conversions worked out by hand, and colours with a shared exponent.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <limits>
 
 #include "convert_reference.h"

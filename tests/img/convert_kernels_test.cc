@@ -1,7 +1,6 @@
 // The loops of conversions, one for each instruction set: all give what the plain one gives.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <random>
 #include <vector>
 

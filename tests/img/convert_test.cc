@@ -4,7 +4,6 @@
 
 #include <cmath>
 #include <limits>
-#include <numeric>
 #include <random>
 
 #include "convert_reference.h"
@@ -120,32 +119,6 @@ TEST_P(EverySource, FollowsTheRulesToEveryDestination) {
 }
 INSTANTIATE_TEST_SUITE_P(Types, EverySource, testing::Range(0, int(IMG_TYPE_COUNT)),
                          [](const auto& row) { return std::string(name_of(row.param)); });
-
-// The exact luminance by whole numbers: the weights are multiples of 2^-27.
-TEST(Convert, LuminanceIsExactForEveryColour) {
-  std::array<std::int64_t, 3> units;
-  for (std::size_t c = 0; c < 3; ++c) units[c] = std::int64_t(std::ldexp(kWeights[c], 27));
-  PlanarLine source(IMG_TYPE_RGB, 256, true), line(IMG_TYPE_S, 256, true),
-      deep(IMG_TYPE_S_16, 256, true);
-  std::uint8_t* const green = test::plane(source.record(), test::kG);
-  std::iota(green, green + 256, std::uint8_t{0});
-  int wrong = 0;
-  for (int colour = 0; colour < 256 * 256; ++colour) {
-    const int red = colour / 256, blue = colour % 256;
-    std::fill_n(test::plane(source.record(), test::kR), 256, std::uint8_t(red));
-    std::fill_n(test::plane(source.record(), test::kB), 256, std::uint8_t(blue));
-    img_convert(line.record(), source.record(), IMG_TYPE_S, IMG_TYPE_RGB, kWeights, 256);
-    img_convert(deep.record(), source.record(), IMG_TYPE_S_16, IMG_TYPE_RGB, kWeights, 256);
-    const std::uint8_t* const bytes = test::plane(line.record(), test::kA);
-    const auto* const words =
-        reinterpret_cast<const std::uint16_t*>(test::plane(deep.record(), test::kA));
-    for (int x = 0; x < 256; ++x) {
-      const std::int64_t exact = units[0] * red + units[1] * x + units[2] * blue;
-      wrong += bytes[x] != exact >> 27 || words[x] != 255 * exact >> 27;
-    }
-  }
-  EXPECT_EQ(wrong, 0);
-}
 
 TEST(Convert, DataAsDestinationIsRefusedOncePerLine) {
   for (int dst = 0; dst < IMG_TYPE_COUNT; ++dst) {

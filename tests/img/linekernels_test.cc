@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <random>
 #include <vector>
 
@@ -91,23 +90,6 @@ TEST(LineKernels, SplitAndPackAsAPlainLoop) {
       for (const auto kernel : ka::usable_kernels(packs)) expect_pack(kind, kernel, count);
     }
   }
-}
-
-template <typename Sample>
-void expect_bytes(const std::vector<Sample>& samples, const Bytes& planes) {
-  constexpr std::size_t stride = 3;  // one byte more than a plane has
-  Bytes parted(planes.size());
-  ka::part_bytes(samples.data(), parted.data(), stride, samples.size());
-  EXPECT_EQ(parted, planes);
-  std::vector<Sample> joined(samples.size());
-  ka::join_bytes(planes.data(), stride, joined.data(), joined.size());
-  EXPECT_EQ(joined, samples);
-}
-
-TEST(LineKernels, BytesOfSamples) {
-  expect_bytes<std::uint8_t>({1, 2}, {1, 2, 0});
-  expect_bytes<std::uint16_t>({0x102, 0x304}, {1, 3, 0, 2, 4, 0});
-  expect_bytes<std::uint32_t>({0x1020304, 0x5060708}, {1, 5, 0, 2, 6, 0, 3, 7, 0, 4, 8, 0});
 }
 
 }  // namespace

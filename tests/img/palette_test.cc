@@ -45,15 +45,4 @@ TEST(Palette, LooksUpEveryIndex) {
   }
 }
 
-TEST(Palette, KnowsWhatItLacks) {
-  ka::Palette palette;
-  for (std::size_t i = 5; i < 8; ++i) palette.set(i, {});
-  for (const auto& [last, known] : {std::pair{4, false}, {5, true}, {7, true}, {8, false}}) {
-    Bytes plane(2000), row(2000, 6);
-    row.back() = std::uint8_t(last);
-    const std::array planes = {plane.data(), plane.data(), plane.data(), plane.data()};
-    EXPECT_EQ(palette.look_up(row.data(), 8, row.size(), planes), known) << last;
-  }
-}
-
 }  // namespace
