@@ -104,4 +104,17 @@ TEST_F(ImageFile, WholeImagesStartAtTheFirstLine) {
   EXPECT_FALSE(test::exists(path));
 }
 
+TEST_F(ImageFile, LinesAreConvertedToTheFilesType) {
+  const std::string path = scratch.path("a");
+  const test::Image image = test::make_image(IMG_TYPE_RGBA, 1, 1);
+  for (std::size_t slot = 0; slot < 4; ++slot) {
+    *test::plane(image.get(), 0, slot) = std::uint8_t('w' + slot);
+  }
+  file->file_type = IMG_TYPE_RGB;
+  ASSERT_TRUE(ka_img_create(file, path.c_str(), IMG_TYPE_RGBA, IMG_FORMAT_PPM, 1, 1));
+  EXPECT_TRUE(ka_img_image_write(file, image.get()));
+  EXPECT_TRUE(ka_img_close(file));
+  EXPECT_EQ(test::read_file(path).substr(44), "wxy");
+}
+
 }  // namespace
