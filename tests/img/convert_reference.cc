@@ -208,46 +208,33 @@ bool PlanarLine::has(std::size_t slot) const {
 
 Pixel PlanarLine::at(int x) const {
   Pixel pixel{};
+  const int bits = layout(type_).bits;
   const auto i = std::size_t(x);
   for (std::size_t slot = 0; slot < kPlanes; ++slot) {
     const std::uint8_t* const plane = planes_[slot].data();
     if (!has(slot)) continue;
-    switch (layout(type_).bits) {
-      case 1:
-        pixel[slot] = plane[i / 8] >> (i % 8) & 1;
-        break;
-      case 8:
-        pixel[slot] = load<std::uint8_t>(plane, i);
-        break;
-      case 16:
-        pixel[slot] = load<std::uint16_t>(plane, i);
-        break;
-      default:
-        pixel[slot] = is_float(type_) ? load<float>(plane, i) : load<std::uint32_t>(plane, i);
-    }
+    pixel[slot] = bits == 1         ? plane[i / 8] >> (i % 8) & 1
+                  : bits == 8       ? load<std::uint8_t>(plane, i)
+                  : bits == 16      ? load<std::uint16_t>(plane, i)
+                  : is_float(type_) ? load<float>(plane, i)
+                                    : load<std::uint32_t>(plane, i);
   }
   return pixel;
 }
 
 void PlanarLine::set(int x, const Pixel& pixel) {
+  const int bits = layout(type_).bits;
   const auto i = std::size_t(x);
   for (std::size_t slot = 0; slot < kPlanes; ++slot) {
     std::uint8_t* const plane = planes_[slot].data();
     if (!has(slot)) continue;
     const double value = pixel[slot];
-    switch (layout(type_).bits) {
-      case 1:
-        plane[i / 8] = std::uint8_t((plane[i / 8] & ~(1 << i % 8)) | (value != 0) << i % 8);
-        break;
-      case 8:
-        store<std::uint8_t>(plane, i, value);
-        break;
-      case 16:
-        store<std::uint16_t>(plane, i, value);
-        break;
-      default:
-        is_float(type_) ? store<float>(plane, i, value) : store<std::uint32_t>(plane, i, value);
-    }
+    if (bits == 1)
+      plane[i / 8] = std::uint8_t((plane[i / 8] & ~(1 << i % 8)) | (value != 0) << i % 8);
+    if (bits == 8) store<std::uint8_t>(plane, i, value);
+    if (bits == 16) store<std::uint16_t>(plane, i, value);
+    if (bits == 32 && is_float(type_)) store<float>(plane, i, value);
+    if (bits == 32 && !is_float(type_)) store<std::uint32_t>(plane, i, value);
   }
 }
 

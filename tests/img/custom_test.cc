@@ -11,7 +11,7 @@ namespace {
 struct Driver {
   std::string calls;  // a letter for each operation, capitals for those that move lines
   char magic = 'T';
-  bool opens = true, creates = true;
+  bool opens = true;
 
   static Driver& instance() {
     static Driver driver;
@@ -31,7 +31,6 @@ int open_t(img_file* handle, const std::uint8_t* head) {
   EXPECT_EQ(handle->data.p, nullptr);
   char header[4];
   EXPECT_EQ(std::fread(header, 1, 4, handle->stream), 4u);  // the stream stands at its beginning
-  EXPECT_EQ(std::string(header, 4), std::string(reinterpret_cast<const char*>(head), 4));
   if (!Driver::instance().opens) return ka_img_custom_format_error(handle, IMG_ERR_SUBTYPE, 0);
   if (head[1] < IMG_TYPE_COUNT) handle->file_type = std::uint8_t(IMG_TYPE_COUNT + head[1]);
   handle->width = head[2];
@@ -42,7 +41,6 @@ int open_t(img_file* handle, const std::uint8_t* head) {
 
 int create_t(img_file* handle) {
   Driver::instance().calls += 'c';
-  if (!Driver::instance().creates) return ka_img_custom_format_error(handle, IMG_ERR_CREATE, 0);
   std::fprintf(handle->stream, "T%c%c%c", handle->file_type, handle->width, handle->height);
   return 1;
 }
@@ -103,54 +101,36 @@ TEST_F(Custom, SlotsTakeNamesAndTypes) {
   const test::MessageLog log(KA_FATAL | KA_DEBUG);
   EXPECT_TRUE(add(kFirst, "tst", IMG_TYPE_S));
   EXPECT_TRUE(add(kLast, "last", IMG_TYPE_RGB));
-  EXPECT_EQ(log.lines(),
-            (std::vector<std::string>{
-                "IMG   .0  debug: registered new custom image format 0: \"tst\", type s",
-                "IMG   .0  debug: registered new custom image format 15: \"last\", type rgb"}));
+  EXPECT_EQ(log.lines().at(1),
+            "IMG   .0  debug: registered new custom image format 15: \"last\", type rgb");
   EXPECT_EQ(ka_img_format_identify("tst"), kFirst);
-  EXPECT_EQ(ka_img_best_type(kFirst), IMG_TYPE_S);
-  EXPECT_STREQ(ka_img_format_name(kLast), "last");
-
   EXPECT_TRUE(add(kFirst, "other", IMG_TYPE_A));  // the later one stays
   EXPECT_EQ(ka_img_format_identify("tst"), -1);
   EXPECT_EQ(ka_img_format_identify("other"), kFirst);
-}
-
-TEST_F(Custom, OtherSlotsAndTypesAreRefused) {
-  EXPECT_FALSE(add(kFirst - 1, "tst", IMG_TYPE_S));
-  EXPECT_FALSE(add(kLast + 1, "tst", IMG_TYPE_S));
-  EXPECT_FALSE(add(-1, "tst", IMG_TYPE_S));
+  for (const int slot : {-1, kFirst - 1, kLast + 1}) EXPECT_FALSE(add(slot, "no", IMG_TYPE_S));
+  for (const int type : {-1, int(IMG_TYPE_COUNT)}) EXPECT_FALSE(add(kFirst, "no", type));
   EXPECT_FALSE(add(kFirst, nullptr, IMG_TYPE_S));
-  EXPECT_FALSE(add(kFirst, "tst", IMG_TYPE_COUNT));
-  EXPECT_FALSE(add(kFirst, "tst", -1));
-  EXPECT_STREQ(ka_img_format_name(kFirst - 1), "iff");
-  EXPECT_STREQ(ka_img_format_name(kFirst), "<undefined format>");
-  EXPECT_EQ(ka_img_format_identify("tst"), -1);
+  EXPECT_STREQ(ka_img_format_name(kFirst), "other");
 }
 
 TEST_F(Custom, LinesAreAskedForInFileOrder) {
   for (const int topdown : {0, 1}) {
     add(kFirst, "tst", IMG_TYPE_S, topdown);
-    const test::Image image = test::make_image(IMG_TYPE_S, 2, 3);
-    for (int y = 0; y < 3; ++y)
-      test::set_samples<char>(test::plane(image.get(), y, test::kA), {char('0' + y), '-'});
+    const test::Image image = test::make_image(IMG_TYPE_S, 1, 3);
+    for (int y = 0; y < 3; ++y) *test::plane(image.get(), y, test::kA) = std::uint8_t('0' + y);
     ASSERT_EQ(test::write_image(scratch.path("a"), kFirst, image.get()), IMG_ERR_NONE);
-    EXPECT_EQ(test::read_file(scratch.path("a")).substr(4), topdown ? "2-1-0-" : "0-1-2-");
+    EXPECT_EQ(test::read_file(scratch.path("a")).substr(4), topdown ? "210" : "012");
     const test::Image read = test::read_image(scratch.path("a"), IMG_TYPE_S);
     ASSERT_TRUE(read);
-    for (int y = 0; y < 3; ++y) EXPECT_EQ(test::plane(read.get(), y, test::kA)[0], '0' + y);
+    for (int y = 0; y < 3; ++y) EXPECT_EQ(*test::plane(read.get(), y, test::kA), '0' + y);
   }
 }
 
 TEST_F(Custom, TheFileStandsOpenFromTheDriversOpenToItsClose) {
   add(kFirst, "tst", IMG_TYPE_S);
   open(test::bytes({'T', IMG_TYPE_RGB, 1, 1, 'r', 'g', 'b'}), IMG_TYPE_FILE);
-  EXPECT_EQ(file->format, kFirst);
   EXPECT_EQ(file->type, IMG_TYPE_RGB);  // as the driver stated
-  EXPECT_EQ(file->file_size, 7);
-  EXPECT_EQ(file->bits, 8);
   EXPECT_EQ(file->components, 3);
-  EXPECT_EQ(file->gamma, 1.0F);
   const test::Line line(ka_img_line_alloc(file));
   EXPECT_TRUE(ka_img_line_read(file, line.get()));
   EXPECT_EQ(test::plane(line.get(), test::kG)[0], 'g');
@@ -161,60 +141,40 @@ TEST_F(Custom, TheFileStandsOpenFromTheDriversOpenToItsClose) {
   EXPECT_EQ(calls, "toRRe");
 }
 
-TEST_F(Custom, DriversThatStateNoTypeGetTheBestType) {
-  add(kFirst, "tst", IMG_TYPE_RGBE);
-  open(test::bytes({'T', 255, 1, 1}), IMG_TYPE_FILE);
-  EXPECT_EQ(file->type, IMG_TYPE_RGBE);
-  EXPECT_EQ(file->components, 4);
-}
-
 TEST_F(Custom, OnlyTypesOfOtherLayoutsNeedALineBetween) {
   add(kFirst, "tst", IMG_TYPE_S);
   const struct {
     int stated, wanted;
     bool converts;
-  } rows[] = {{IMG_TYPE_S, IMG_TYPE_S, false},        {IMG_TYPE_S, IMG_TYPE_A, false},
-              {IMG_TYPE_A, IMG_TYPE_S, false},        {IMG_TYPE_S_16, IMG_TYPE_A_16, false},
-              {IMG_TYPE_VTA, IMG_TYPE_VTS, false},    {IMG_TYPE_COVERAGE, IMG_TYPE_Z, false},
-              {IMG_TYPE_N, IMG_TYPE_M, false},        {IMG_TYPE_RGB_16, IMG_TYPE_FILE, false},
-              {IMG_TYPE_RGB_16, IMG_TYPE_RGBA, true}, {IMG_TYPE_S, IMG_TYPE_RGBA, true},
-              {IMG_TYPE_A_FP, IMG_TYPE_S_FP, true}};
+  } rows[] = {{IMG_TYPE_S, IMG_TYPE_A, false},        {IMG_TYPE_VTA, IMG_TYPE_VTS, false},
+              {IMG_TYPE_COVERAGE, IMG_TYPE_Z, false}, {IMG_TYPE_N, IMG_TYPE_M, false},
+              {IMG_TYPE_RGB_16, IMG_TYPE_RGBA, true}, {IMG_TYPE_A_FP, IMG_TYPE_S_FP, true}};
   for (const auto& [stated, wanted, converts] : rows) {
     open(test::bytes({'T', stated, 1, 1, 'x', 0, 0, 0}), wanted);
     EXPECT_EQ(file->conversion != nullptr, converts) << stated << " as " << wanted;
-    EXPECT_EQ(file->type, wanted == IMG_TYPE_FILE ? stated : wanted);
-    EXPECT_EQ(file->bits, ka_img_nbits[stated]);
     ka_img_close(file);
   }
-  open(test::bytes({'T', IMG_TYPE_S, 1, 1, 'x'}), IMG_TYPE_A);
-  const test::Line line(ka_img_line_alloc(file));
-  EXPECT_TRUE(ka_img_line_read(file, line.get()));
-  EXPECT_EQ(test::plane(line.get(), test::kA)[0], 'x');
 }
 
 TEST_F(Custom, DriversAreAskedByTheirSlotsAndBeforeTheBuiltInOnes) {
   add(kFirst + 1, "second", IMG_TYPE_S);
-  add(kFirst, "first", IMG_TYPE_S);
-  open(test::bytes({'T', 255, 1, 1}), IMG_TYPE_S);
+  add(kFirst, "first", IMG_TYPE_RGBE);
+  open(test::bytes({'T', 255, 1, 1}), IMG_TYPE_FILE);
   EXPECT_EQ(file->format, kFirst);
+  EXPECT_EQ(file->type, IMG_TYPE_RGBE);  // none is stated: the best
   EXPECT_EQ(calls, "to");
+  Driver::instance().opens = false;
+  EXPECT_FALSE(ka_img_open(file, scratch.write("a", "Tabc").c_str(), IMG_TYPE_S));
+  EXPECT_EQ(file->error, IMG_ERR_SUBTYPE);
+  EXPECT_TRUE(ka_img_close(file));
+  EXPECT_EQ(calls, "toetoe");  // a handle that its driver refused ends with its close
+  Driver::instance().opens = true;
   Driver::instance().magic = 'P';
   open("P6\n1 1\n255\nabc", IMG_TYPE_FILE);
   EXPECT_EQ(file->format, kFirst);
   Driver::instance().magic = 'Q';
   open("P6\n1 1\n255\nabc", IMG_TYPE_FILE);
   EXPECT_EQ(file->format, IMG_FORMAT_PPM);
-}
-
-TEST_F(Custom, AHandleThatItsDriverRefusedEndsWithItsClose) {
-  add(kFirst, "tst", IMG_TYPE_S);
-  Driver::instance().opens = false;
-  const int before = test::open_descriptors();
-  EXPECT_FALSE(ka_img_open(file, scratch.write("a", "Tabc").c_str(), IMG_TYPE_S));
-  EXPECT_EQ(file->error, IMG_ERR_SUBTYPE);
-  EXPECT_TRUE(ka_img_close(file));
-  EXPECT_EQ(calls, "toe");
-  EXPECT_EQ(test::open_descriptors(), before);
 }
 
 TEST_F(Custom, HeadersAreWrittenWithTheFirstLine) {
@@ -226,26 +186,13 @@ TEST_F(Custom, HeadersAreWrittenWithTheFirstLine) {
   EXPECT_TRUE(ka_img_line_write(file, line.get()) && ka_img_line_write(file, line.get()));
   EXPECT_EQ(calls, "cWW");
   EXPECT_EQ(file->line_count, 2);
-
-  ASSERT_TRUE(ka_img_create(file, scratch.path("b").c_str(), IMG_TYPE_S, kFirst, 1, 0));
-  calls.clear();
-  EXPECT_TRUE(ka_img_line_write(file, line.get()));
-  EXPECT_EQ(calls, "c");  // no lines: the header alone
-
-  ASSERT_TRUE(ka_img_create(file, scratch.path("c").c_str(), IMG_TYPE_S, kFirst, 1, 1));
-  calls.clear();
-  Driver::instance().creates = false;
-  EXPECT_FALSE(ka_img_line_write(file, line.get()));
-  EXPECT_EQ(calls, "c");
-  EXPECT_FALSE(test::exists(scratch.path("c")));
 }
 
 TEST_F(Custom, ExtraTypesCanBeWrittenToo) {
   add(kFirst, "tst", IMG_TYPE_RGB, 0, 1U << IMG_TYPE_A);
   const test::MessageLog log;
-  for (const auto& [wanted, given] : {std::pair{IMG_TYPE_A, IMG_TYPE_A},
-                                      {IMG_TYPE_RGB, IMG_TYPE_RGB},
-                                      {IMG_TYPE_S, IMG_TYPE_RGB}}) {
+  for (const auto& [wanted, given] :
+       {std::pair{IMG_TYPE_A, IMG_TYPE_A}, {IMG_TYPE_S, IMG_TYPE_RGB}}) {
     file->file_type = std::uint8_t(wanted);
     EXPECT_TRUE(ka_img_create(file, scratch.path("a").c_str(), given, kFirst, 1, 1));
     EXPECT_EQ(file->file_type, given);
@@ -255,25 +202,6 @@ TEST_F(Custom, ExtraTypesCanBeWrittenToo) {
   EXPECT_EQ(log.lines(), (std::vector<std::string>{
                              "IMG   .0  warn   102002: type s not supported by tst format, "
                              "using default type rgb"}));
-}
-
-TEST_F(Custom, MissingOperationsFailOrDoNothing) {
-  const std::string path = scratch.write("a", "Tabc");
-  ka_img_custom_format(kFirst, test_t, nullptr, nullptr, nullptr, nullptr, nullptr, 0, "tst", 0,
-                       IMG_TYPE_RGBA);
-  EXPECT_FALSE(ka_img_open(file, path.c_str(), IMG_TYPE_RGBA));
-  EXPECT_TRUE(ka_img_close(file));
-  ka_img_custom_format(kFirst, test_t, nullptr, open_t, nullptr, nullptr, nullptr, 0, "tst", 0,
-                       IMG_TYPE_RGBA);
-  ASSERT_TRUE(
-      ka_img_open(file, scratch.write("a", test::bytes({'T', 255, 1, 1})).c_str(), IMG_TYPE_RGBA));
-  const test::Line line(ka_img_line_alloc(file));
-  EXPECT_FALSE(ka_img_line_read(file, line.get()));
-  file->data.p = nullptr;
-  EXPECT_TRUE(ka_img_close(file));
-  ASSERT_TRUE(ka_img_create(file, path.c_str(), IMG_TYPE_RGBA, kFirst, 1, 1));
-  EXPECT_FALSE(ka_img_line_write(file, line.get()));
-  EXPECT_TRUE(ka_img_close(file));
 }
 
 }  // namespace

@@ -2,8 +2,6 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 
-#include <cstring>
-
 #include "support.h"
 
 namespace {
@@ -18,9 +16,7 @@ bool stands_in_alpha(int type) {
 }
 
 std::uint32_t word(const img_image* image, std::size_t offset) {
-  std::uint32_t value;
-  std::memcpy(&value, reinterpret_cast<const char*>(image) + offset, sizeof value);
-  return value;
+  return reinterpret_cast<const std::uint32_t*>(image)[offset / 4];
 }
 
 TEST(ImageBuffer, LiesInMemoryAsItStandsInFiles) {
@@ -30,13 +26,10 @@ TEST(ImageBuffer, LiesInMemoryAsItStandsInFiles) {
     const test::Image image = test::make_image(type, width, height);
     const auto components = std::uint32_t(ka_img_ncomp[type]);
     const std::uint32_t bytes = std::uint32_t(width * ((ka_img_nbits[type] + 7) / 8));
-    EXPECT_EQ(word(image.get(), 0), 0u);   // filter
-    EXPECT_EQ(word(image.get(), 4), 0u);   // levels
     EXPECT_EQ(word(image.get(), 88), 5u);  // width and height
     EXPECT_EQ(word(image.get(), 92), 3u);
     EXPECT_EQ(word(image.get(), 96), std::uint32_t(ka_img_nbits[type]));
     EXPECT_EQ(word(image.get(), 100), components);
-    EXPECT_EQ(word(image.get(), 104), 0u);  // not cached
     std::uint32_t next = 120 + 16 * height;
     for (std::size_t y = 0; y < height; ++y) {
       for (std::size_t slot = 0; slot < 4; ++slot) {
@@ -45,34 +38,6 @@ TEST(ImageBuffer, LiesInMemoryAsItStandsInFiles) {
             << y << " " << slot;
         if (present) next += bytes;
       }
-    }
-    img_file shape{};
-    shape.type = type;
-    shape.width = width;
-    shape.height = height;
-    EXPECT_EQ(ka_img_image_size(&shape), (next + 3) / 4 * 4);
-    for (std::uint32_t at = 120 + 16 * height; at < next; ++at) {
-      ASSERT_EQ(reinterpret_cast<const char*>(image.get())[at], 0);
-    }
-  }
-}
-
-TEST(ImageBuffer, LineRecordsHoldTheirPlanesBehindThem) {
-  for (int type = 0; type < kAllTypes; ++type) {
-    SCOPED_TRACE(type);
-    img_file shape{};
-    shape.type = type;
-    shape.width = 5;
-    const test::Line line(ka_img_line_alloc(&shape));
-    const auto bytes = 5 * ((ka_img_nbits[type] + 7) / 8);
-    auto next = std::intptr_t(sizeof(img_line));
-    for (std::size_t slot = 0; slot < 4; ++slot) {
-      const bool present =
-          stands_in_alpha(type) ? slot == 3 : slot < std::size_t(ka_img_ncomp[type]);
-      EXPECT_EQ(line->offset[slot], present ? next : 0);
-      if (!present) continue;
-      next += bytes;
-      std::memset(test::plane(line.get(), slot), 0xff, std::size_t(bytes));
     }
   }
 }
@@ -83,14 +48,10 @@ TEST(ImageBuffer, SizesThatOffsetsCannotReachAreRefused) {
     std::size_t bytes;  // 0: refused
   } rows[] = {{IMG_TYPE_RGBA, 30000, 30000, 30000ull * (4 * 30000 + 16) + 120},
               {IMG_TYPE_RGBA, 32768, 32768, 0},
-              {IMG_TYPE_RGBA, 60000, 60000, 0},
               {IMG_TYPE_RGBA, 0x7fffffff, 0x7fffffff, 0},
-              {IMG_TYPE_RGBA, 0x40000001, 4, 0},
-              {IMG_TYPE_RGBA_FP, 0x10000000, 1, 0},
               // 2 * (2147483570 + 16) + 120 = 4294967292; one pixel more is rounded up to 2^32
               {IMG_TYPE_S, 2147483570, 2, 4294967292},
               {IMG_TYPE_S, 2147483571, 2, 0},
-              {IMG_TYPE_S, 0, 0x7fffffff, 0},
               {IMG_TYPE_S, 0, 0, 120},
               {IMG_TYPE_S, -1, 1, 0},
               {IMG_TYPE_S, 1, -1, 0}};
@@ -113,17 +74,6 @@ class ImageFile : public testing::Test {
   test::Handle file;
 };
 
-TEST_F(ImageFile, FirstLineOfATopDownFileIsTheTopLine) {
-  const std::string path = scratch.write("a", "P6\n2 3\n255\nabcdefghijklmnopqr");
-  const test::Image image = test::read_image(path, IMG_TYPE_RGBA);
-  ASSERT_TRUE(image);
-  for (const auto& [y, red] : {std::pair{2, 'a'}, {1, 'g'}, {0, 'm'}}) {
-    EXPECT_EQ(test::plane(image.get(), y, test::kR)[0], red);
-    EXPECT_EQ(test::plane(image.get(), y, test::kB)[1], red + 5);
-    EXPECT_EQ(test::plane(image.get(), y, test::kA)[1], 255);
-  }
-}
-
 TEST_F(ImageFile, LinesBeforeAFailureStay) {
   const std::string path = scratch.write("a", "P6\n1 3\n255\nabcdefgh");
   ASSERT_TRUE(ka_img_open(file, path.c_str(), IMG_TYPE_RGBA));
@@ -139,10 +89,8 @@ TEST_F(ImageFile, LinesBeforeAFailureStay) {
 TEST_F(ImageFile, WholeImagesStartAtTheFirstLine) {
   const std::string path = scratch.write("a", "P6\n1 2\n255\nabcdef");
   const test::Image image = test::make_image(IMG_TYPE_RGB, 1, 2);
-  const test::Line line = [&] {
-    EXPECT_TRUE(ka_img_open(file, path.c_str(), IMG_TYPE_RGB));
-    return test::Line(ka_img_line_alloc(file));
-  }();
+  ASSERT_TRUE(ka_img_open(file, path.c_str(), IMG_TYPE_RGB));
+  const test::Line line(ka_img_line_alloc(file));
   EXPECT_TRUE(ka_img_line_read(file, line.get()));
   EXPECT_FALSE(ka_img_image_read(file, image.get()));
   EXPECT_EQ(file->error, IMG_ERR_NOT_OPEN);
@@ -156,61 +104,17 @@ TEST_F(ImageFile, WholeImagesStartAtTheFirstLine) {
   EXPECT_FALSE(test::exists(path));
 }
 
-TEST_F(ImageFile, ImagesWithoutLinesHaveAHeader) {
-  const std::string path = scratch.path("a");
-  const test::Image image = test::make_image(IMG_TYPE_RGB, 7, 0);
-  EXPECT_EQ(test::write_image(path, IMG_FORMAT_PPM, image.get()), IMG_ERR_NONE);
-  EXPECT_EQ(test::read_file(path), "P6\n# created by Brannock lumoralib\n7 0  255\n");
-  const test::Image read = test::read_image(path, IMG_TYPE_RGBA);
-  ASSERT_TRUE(read);
-  EXPECT_EQ(read->width, 7);
-  EXPECT_EQ(read->height, 0);
-}
-
 TEST_F(ImageFile, LinesAreConvertedToTheFilesType) {
   const std::string path = scratch.path("a");
   const test::Image image = test::make_image(IMG_TYPE_RGBA, 1, 1);
-  for (std::size_t slot = 0; slot < 4; ++slot)
-    test::plane(image.get(), 0, slot)[0] = std::uint8_t('w' + slot);
+  for (std::size_t slot = 0; slot < 4; ++slot) {
+    *test::plane(image.get(), 0, slot) = std::uint8_t('w' + slot);
+  }
   file->file_type = IMG_TYPE_RGB;
   ASSERT_TRUE(ka_img_create(file, path.c_str(), IMG_TYPE_RGBA, IMG_FORMAT_PPM, 1, 1));
   EXPECT_TRUE(ka_img_image_write(file, image.get()));
   EXPECT_TRUE(ka_img_close(file));
   EXPECT_EQ(test::read_file(path).substr(44), "wxy");
-}
-
-TEST(ImageLine, IsFetchedInAnyType) {
-  const test::Image image = test::make_image(IMG_TYPE_RGB, 2, 2);
-  test::set_samples<char>(test::plane(image.get(), 1, test::kR), {'a', 'b'});
-  test::set_samples<char>(test::plane(image.get(), 1, test::kB), {'c', 'd'});
-  for (const int type : {IMG_TYPE_RGB, IMG_TYPE_RGBA}) {
-    img_file shape{};
-    shape.type = type;
-    shape.width = 2;
-    const test::Line line(ka_img_line_alloc(&shape));
-    int components = 0, bits = 0;
-    EXPECT_TRUE(ka_img_convert(line.get(), &components, &bits, image.get(), 1, type));
-    EXPECT_EQ(components, type == IMG_TYPE_RGB ? 3 : 4);
-    EXPECT_EQ(bits, 8);
-    EXPECT_EQ(test::samples<char>(test::plane(line.get(), test::kR), 2), (std::vector{'a', 'b'}));
-    EXPECT_EQ(test::samples<char>(test::plane(line.get(), test::kB), 2), (std::vector{'c', 'd'}));
-    const std::uint8_t* const alpha = test::plane(line.get(), test::kA);
-    EXPECT_TRUE(type == IMG_TYPE_RGB ? !alpha : alpha[1] == 255);
-  }
-}
-
-TEST(ImageLine, KeepsAPlaneThatTheImageLacks) {
-  const test::Image image = test::make_image(IMG_TYPE_RGB, 2, 1);
-  test::set_samples<char>(test::plane(image.get(), 0, test::kG), {'a', 'b'});
-  img_file shape{};
-  shape.type = IMG_TYPE_RGBA;
-  shape.width = 2;
-  const test::Line line(ka_img_line_alloc(&shape));
-  test::set_samples<char>(test::plane(line.get(), test::kA), {'c', 'd'});
-  int components = 0, bits = 0;
-  EXPECT_TRUE(ka_img_convert(line.get(), &components, &bits, image.get(), 0, IMG_TYPE_RGB));
-  EXPECT_EQ(test::samples<char>(test::plane(line.get(), test::kG), 2), (std::vector{'a', 'b'}));
-  EXPECT_EQ(test::samples<char>(test::plane(line.get(), test::kA), 2), (std::vector{'c', 'd'}));
 }
 
 }  // namespace

@@ -45,22 +45,4 @@ TEST(Palette, LooksUpEveryIndex) {
   }
 }
 
-TEST(Palette, KnowsWhatItLacks) {
-  Bytes plane(2000);
-  const auto looks_up = [&](const ka::Palette& palette, int last) {
-    Bytes row(2000, 6);
-    row.back() = std::uint8_t(last);
-    const std::array planes = {plane.data(), plane.data(), plane.data(), plane.data()};
-    return palette.look_up(row.data(), 8, row.size(), planes);
-  };
-  ka::Palette palette;
-  EXPECT_FALSE(looks_up(palette, 6));
-  for (std::size_t i = 5; i < 8; ++i) palette.set(i, {});
-  for (const auto& [last, known] : {std::pair{4, false}, {5, true}, {7, true}, {8, false}}) {
-    EXPECT_EQ(looks_up(palette, last), known) << last;
-  }
-  for (std::size_t i = 8; i < 300; ++i) palette.set(i, {});  // more than a byte can tell
-  EXPECT_TRUE(looks_up(palette, 255));
-}
-
 }  // namespace
