@@ -2,6 +2,7 @@
 // codec decode them line by line and measures each pair of lines as floor_ppm does.
 #include "floor.h"
 
+#include <cstdio>
 #include <vector>
 
 #include <jpeglib.h>

@@ -1,6 +1,9 @@
 // floor_ppm FILE FILE: the least that a comparison of two P6 files can do: maps both, finds the
 // number of differing pixels, the sum and the maximum of their squared distances in one vectorised
 // loop, prints them. Headers are taken on trust: three numbers without comments.
+#include <cstdio>
+#include <cstdlib>
+
 #include "floor.h"
 
 namespace {
