@@ -29,9 +29,7 @@ class Linktab : public Subst {
       const std::size_t at = message.find(file);
       if (at != std::string::npos) message.replace(at, file.size(), "FILE");
     }
-    EXPECT_EQ(messages.front(), "reading Softimage ini file \"FILE\"");
     const auto end = std::ranges::find(messages, "finished reading \"FILE\"");
-    EXPECT_NE(end, messages.end());
     return {messages.begin() + 1, end};
   }
 
