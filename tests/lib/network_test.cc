@@ -54,7 +54,9 @@ class Network {
 TEST(Network, OnlyTheMasterPassesSettingsOn) {
   for (const auto& [host, swap] : {std::pair{0, 0}, {3, 0}, {3, 1}}) {
     const Network as_host(host);
-    const auto word = [&](std::uint32_t value) { return swap ? __builtin_bswap32(value) : value; };
+    const auto word = [is_swapped = swap](std::uint32_t value) {
+      return is_swapped ? __builtin_bswap32(value) : value;
+    };
     ka_message_record record{};
     record.kind = std::int32_t(word(KA_RECORD_SETTINGS));
     record.level = word(0x3);

@@ -14,7 +14,7 @@ using Bytes = unsigned char*;
 
 // 1032 and 1033 bytes are served in two ways, 16 MB are a mapping.
 TEST(Block, IsZeroedAlignedAndKeepsItsBytesWhenItGrows) {
-  for (const std::size_t size : {0, 1, 8, 9, 24, 25, 1032, 1033, 5000, 16 << 20}) {
+  for (const std::size_t size : {0u, 1u, 8u, 9u, 24u, 25u, 1032u, 1033u, 5000u, 16u << 20}) {
     for (int round = 0; round < 2; ++round) {  // the second one gets what the first has soiled
       auto block = static_cast<Bytes>(ka_mem_allocate(size));
       EXPECT_EQ(std::count(block, block + size, 0), std::ptrdiff_t(size)) << size;
