@@ -22,13 +22,14 @@ Bytes packed_row(std::size_t count, std::size_t bits) {
 }
 
 TEST(Palette, LooksUpEveryIndex) {
-  for (const std::size_t bits : {1, 4, 8}) {
+  for (const std::size_t bits : {1UL, 4UL, 8UL}) {
     ka::Palette palette;
     for (std::size_t i = 0; i < std::size_t{1} << bits; ++i) {
       const auto level = std::uint8_t(i);
       palette.set(i, {level, std::uint8_t(level ^ 0x55), std::uint8_t(~level), 7});
     }
-    for (const std::size_t count : {1, 2, 7, 8, 9, 255, 256, 257, 1023, 1024, 1025, 3000}) {
+    for (const unsigned count :
+         {1U, 2U, 7U, 8U, 9U, 255U, 256U, 257U, 1023U, 1024U, 1025U, 3000U}) {
       const Bytes row = packed_row(count, bits);
       Bytes r(count + 1, 0x5a), g = r, b = r, a = r;
       ASSERT_TRUE(palette.look_up(row.data(), bits, count,
