@@ -20,15 +20,14 @@ std::string square(int code, std::initializer_list<int> pixels) {
 std::string counted(int count) { return count == 0 ? "" : counted(count - 1) + char(count); }
 
 const Lines kRgba = {{{1, 5}, {2, 6}, {3, 7}, {4, 8}}};
+const Lines kBits = {{{1, 2}}, {{3, 0x84}}};  // the bottom line first
 const Lines kPairs = {{{0x102, 0x506}, {0x304, 0x708}}};
 const Lines kFours = {{{0x102, 0x90a}, {0x304, 0xb0c}, {0x506, 0xd0e}, {0x708, 0xf10}}};
 const Lines kWords = {{{0x01020304, 0x05060708}}};
 const Lines kVectors = {
     {{0x01020304, 0x0d0e0f10}, {0x05060708, 0x11121314}, {0x090a0b0c, 0x15161718}}};
-const Lines kColors = {{{0x01020304, 0x11121314},
-                        {0x05060708, 0x15161718},
-                        {0x090a0b0c, 0x191a1b1c},
-                        {0x0d0e0f10, 0x1d1e1f20}}};
+const Lines kFloats = {test::flat(1, {0x01020304, 0x05060708, 0x090a0b0c, 0x0d0e0f10})};
+const Lines kWide(2, test::flat(20'000, {0x07070707, 0x07070707, 0x07070707, 0x07070707}));
 
 // Files that are read only, and those that are written in the same bytes from what was read.
 const std::vector<test::Picture> kSquares = {
@@ -45,25 +44,16 @@ const std::vector<test::Picture> kTextures = {
     {"Code8", file(8, counted(8)), IMG_FORMAT_ZT, IMG_TYPE_Z, kWords},
     {"Code9", file(9, counted(24)), IMG_FORMAT_NT, IMG_TYPE_N, kVectors},
     {"Code10", file(10, counted(8)), IMG_FORMAT_TT, IMG_TYPE_TAG, kWords},
-    {"Code11", file(11, counted(32)), IMG_FORMAT_CT, IMG_TYPE_RGBA_FP, kColors},
+    {"Code11", bytes({11, 0, 0, 1, 0, 1, 0, 0}) + counted(16), IMG_FORMAT_CT, IMG_TYPE_RGBA_FP,
+     kFloats},
     {"Code12", file(12, counted(24)), IMG_FORMAT_MT, IMG_TYPE_M, kVectors},
-    {"Code13", file(13, "\x03"), IMG_FORMAT_BIT, IMG_TYPE_BIT, {{{3}}}},
-    {"Code13TakesWholeBytes",
-     bytes({13, 0, 0, 9, 0, 2, 0, 0, 1, 2, 3, 0x84}),
-     IMG_FORMAT_BIT,
-     IMG_TYPE_BIT,
-     {{{1, 2}}, {{3, 0x84}}}},
+    {"Code13TakesWholeBytes", bytes({13, 0, 0, 9, 0, 2, 0, 0, 1, 2, 3, 0x84}), IMG_FORMAT_BIT,
+     IMG_TYPE_BIT, kBits},
     {"Code14", file(14, counted(8)), IMG_FORMAT_CTH, IMG_TYPE_RGBE, kRgba},
     {"Code15", file(15, counted(8)), IMG_FORMAT_STFP, IMG_TYPE_S_FP, kWords},
-    {"BottomLineFirst",
-     bytes({4, 0, 0, 1, 0, 2, 0, 0, 1, 2}),
-     IMG_FORMAT_ST,
-     IMG_TYPE_S,
-     {{{1}}, {{2}}}},
     // a line is more than any buffer
     {"WideLines", bytes({11, 0, 0x4e, 0x20, 0, 2, 0, 0}) + std::string(640'000, '\7'),
-     IMG_FORMAT_CT, IMG_TYPE_RGBA_FP,
-     Lines(2, test::flat(20'000, {0x07070707, 0x07070707, 0x07070707, 0x07070707}))},
+     IMG_FORMAT_CT, IMG_TYPE_RGBA_FP, kWide},
 };
 
 TEST(Native, TexturesAreReadAndWritten) {
@@ -97,10 +87,8 @@ TEST(Native, FormatAndTypeGiveTheSubtype) {
 const std::vector<test::Refusal> kRefusals = {
     {"NoSuchCode", file(16, counted(2)), IMG_ERR_FORMAT},
     {"SecondByte", bytes({4, 1, 0, 1, 0, 1, 0, 0, 9}), IMG_ERR_FORMAT},
-    {"OneByteTooMany", file(4, counted(3)), IMG_ERR_FORMAT},
     {"OneByteTooFew", file(4, counted(1)), IMG_ERR_FORMAT},
     {"SquareWithAByteTooMany", square(0, {1, 2, 3, 4, 5}), IMG_ERR_FORMAT},
-    {"HeaderEnds", bytes({4, 0, 0, 0, 0, 0, 0}), IMG_ERR_FORMAT},
     {"BitsWithoutTheirLastByte", bytes({13, 0, 0, 9, 0, 1, 0, 0, 1}), IMG_ERR_FORMAT},
     {"NoLineBehindTheLast", file(4, counted(2)), IMG_ERR_READ, 1},
 };

@@ -44,49 +44,33 @@ const Lines kTopMirrored = {Planes(4, {6, 5, 4}), Planes(4, {3, 2, 1})};
 const Lines kBottomMirrored = {Planes(4, {3, 2, 1}), Planes(4, {6, 5, 4})};
 
 const std::vector<test::Shown> kPictures = {
-    {"OtherLines", header("# comment\nEXPOSURE=2\n"), kPixel},
-    {"BlanksBeforeTheEncoding", header(" \t "), kPixel},
     // the last line that is looked at begins at byte 1024: 11 bytes and 1013
     {"EncodingFarBehind", header(std::string(1012, 'c') + "\n"), kPixel},
     {"OlderMagic", header("", "#?LUMORA - HDR image created by Lumora"), kPixel},
     // 127 characters, the line feed with them
     {"LongResolution", kHead + "-Y 1 +X 1" + std::string(117, ' ') + "\n" + kScanline, kPixel},
     {"TopFirst", two_lines("-Y 2 +X 3"), kTopFirst},
-    {"BottomFirst", two_lines("+Y 2 +X 3"), kBottomFirst},
-    {"TopFirstMirrored", two_lines("-Y 2 -X 3"), kTopMirrored},
-    {"BottomFirstMirrored", two_lines("+Y 2 -X 3"), kBottomMirrored},
-    {"WidthFirst", two_lines("+X 3 -Y 2"), kTopFirst},
     {"WidthFirstMirrored", two_lines("-X 3 +Y 2"), kBottomMirrored},
     {"SmallLettersWithoutBlanks", two_lines("-y2+x3"), kTopFirst},
     // axes take turns, beginning with x; a sign holds until the next one
     {"NumbersOnly", two_lines("3 2"), kBottomFirst},
     {"OneSign", two_lines("-Y 2 3"), kTopMirrored},
-    {"TheLastOfTwoHeights", two_lines("+Y 9 -Y 2 +X 3"), kTopFirst},
     {"RunsAndLiterals",
      line(5, {2, 2, 0, 5, 133, 5, 2, 1, 2, 131, 9, 130, 7, 131, 8, 133, 4}),
      {{{5, 5, 5, 5, 5}, {1, 2, 9, 9, 9}, {7, 7, 8, 8, 8}, {4, 4, 4, 4, 4}}}},
-    {"LongestRun",
-     line(127, {2, 2, 0, 127, 255, 1, 255, 2, 255, 3, 255, 4}),
-     {flat(127, {1, 2, 3, 4})}},
     {"LongestLiterals",
      line(128, {2, 2, 0, 128}) + '\x80' + std::string(128, '\1') +
          bytes({255, 2, 1, 2, 255, 3, 1, 3, 255, 4, 1, 4}),
      {flat(128, {1, 2, 3, 4})}},
     {"EmptyPackets", line(1, {2, 2, 0, 1, 0, 0, 0, 0, 1, 7, 0, 1, 8, 129, 9, 1, 128}), kPixel},
-    {"BytesBehindTheLastLine", header("") + "more", kPixel},
 };
 TEST(Hdr, PicturesAreRead) { test::expect_pictures(kHdr, kRgbe, kPictures); }
 
 const std::vector<test::Refusal> kRefusals = {
     {"OtherMagic", header("", "#?RGBE"), IMG_ERR_FORMAT},
-    {"MagicWithMoreBehind", header("", "#?RADIANCE 2"), IMG_ERR_FORMAT},
-    {"MagicOnly", "#?RADIANCE", IMG_ERR_FORMAT},
-    {"NoEncoding", "#?RADIANCE\n\nFORMAT=32-bit_rle_rgbe\n", IMG_ERR_FORMAT},
     {"OtherEncoding", "#?RADIANCE\nFORMAT=32-bit_rle_xyze\n\n-Y 1 +X 1\n", IMG_ERR_FORMAT},
     {"EncodingTooFarBehind", header(std::string(1013, 'c') + "\n"), IMG_ERR_FORMAT},
-    {"HeaderEnds", "#?RADIANCE\nFORMAT=32-bit_rle_rgbe", IMG_ERR_SIZE},
     {"NoEmptyLine", "#?RADIANCE\nFORMAT=32-bit_rle_rgbe\n-Y 1 +X 1\n", IMG_ERR_SIZE},
-    {"NoResolution", kHead, IMG_ERR_SIZE},
     {"SecondLineEnds", two_lines("-Y 3 +X 3"), IMG_ERR_SIZE, 2},
 };
 TEST(Hdr, RefusalsAreTold) { test::expect_refusals(kRefusals); }
@@ -96,27 +80,22 @@ TEST(Hdr, FaultsAreTold) {
   constexpr char kResolution[] = "img_open_hdr: bad resolution line";
   constexpr char kTooLong[] = "img_read_hdr: scanline too long";
   constexpr char kStart[] = "img_read_hdr: line doesn't begin with 2 2";
+  constexpr char kWidth[] = "img_read_hdr: wrong line header length";
+  constexpr char kEmpty[] = "img_read_hdr: wrong line length after RLE";
   constexpr char kEnd[] = "img_read_hdr: EOF";
-  const std::vector<std::pair<const char*, test::Refusal>> faults = {
+  const std::pair<const char*, test::Refusal> faults[] = {
       {kResolution, {"NoHeight", two_lines("+X 3"), IMG_ERR_CORRUPT}},
-      {kResolution, {"HeightOf0", two_lines("-Y 0 +X 3"), IMG_ERR_CORRUPT}},
       {kResolution, {"WidthOf0", two_lines("-Y 2 +X 0"), IMG_ERR_CORRUPT}},
       {kResolution, {"HeightPastAnInt", two_lines("-Y 2147483648 +X 3"), IMG_ERR_CORRUPT}},
       {kResolution, {"WidthPastScanlines", two_lines("-Y 2 +X 65536"), IMG_ERR_CORRUPT}},
       {kStart, {"FlatPixels", line(1, {7, 8, 9, 128}), IMG_ERR_CORRUPT, 0}},
-      {kStart, {"OlderRuns", line(1, {2, 1, 0, 1}), IMG_ERR_CORRUPT, 0}},
-      {"img_read_hdr: wrong line header length",
-       {"OtherWidth", line(641, {2, 2, 2, 128}), IMG_ERR_CORRUPT, 0}},
+      {kWidth, {"OtherWidth", line(641, {2, 2, 2, 128}), IMG_ERR_CORRUPT, 0}},
       {kTooLong, {"Run", line(3, {2, 2, 0, 3, 132, 1}), IMG_ERR_CORRUPT, 0}},
-      {kTooLong, {"Literals", line(3, {2, 2, 0, 3, 4, 1, 2, 3, 4}), IMG_ERR_CORRUPT, 0}},
-      {kTooLong,
-       {"128", line(127, {2, 2, 0, 127}) + '\x80' + std::string(128, '\1'), IMG_ERR_CORRUPT, 0}},
+      {kTooLong, {"128", line(2, {2, 2, 0, 2, 128}) + std::string(128, 1), IMG_ERR_CORRUPT, 0}},
       {kTooLong, {"Second", line(3, {2, 2, 0, 3, 130, 1, 2, 1, 2}), IMG_ERR_CORRUPT, 0}},
-      {"img_read_hdr: wrong line length after RLE",
-       {"Empty", line(3, {2, 2, 0, 3}) + std::string(200'000, '\0'), IMG_ERR_CORRUPT, 0}},
+      {kEmpty, {"Empty", line(3, {2, 2, 0, 3}) + std::string(200'000, 0), IMG_ERR_CORRUPT, 0}},
       {kEnd, {"LiteralsEnd", line(3, {2, 2, 0, 3, 3, 1}), IMG_ERR_SIZE, 0}},
       {kEnd, {"RunWithoutItsByte", line(3, {2, 2, 0, 3, 131}), IMG_ERR_SIZE, 0}},
-      {kEnd, {"PlanesEnd", line(1, {2, 2, 0, 1, 1, 7, 1, 8, 1, 9}), IMG_ERR_SIZE, 0}},
       {kEnd, {"NoLine", line(3, {}), IMG_ERR_SIZE, 0}}};
   for (const auto& [message, refusal] : faults) {
     SCOPED_TRACE(refusal.name);

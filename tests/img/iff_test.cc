@@ -47,89 +47,51 @@ std::string file(const Header& h, const std::string& tiles) {
 std::string one(const Header& h, std::initializer_list<int> data, const char* name = "RGBA") {
   return file(h, tile({0, 0, h.width - 1, h.height - 1}, bytes(data), name));
 }
-// The bytes `count`, ..., 2, 1: samples are stored in reverse.
-std::string one_reversed(const Header& h, int count) {
-  std::string data;
-  for (int i = count; i > 0; --i) data += char(i);
-  return file(h, tile({0, 0, 0, 0}, data));
-}
-
-const std::vector<test::Picture> kPictures = {
-    {"Rgb", one({2, 1, 1}, {3, 2, 1, 6, 5, 4}), kIff, kRgb, {{{1, 4}, {2, 5}, {3, 6}}}},
-    {"Rgba", one_reversed({1, 1, 3}, 4), kIff, IMG_TYPE_RGBA, {{{1}, {2}, {3}, {4}}}},
-    {"S", one({1, 2}, {7, 9}), kIff, kS, {{{7}}, {{9}}}},
-    {"AlphaOnly", one({2, 1, 2}, {7, 9}), kIff, kS, {{{7, 9}}}},
-    {"Rgb16", one_reversed({1, 1, 1, 1}, 6), kIff, IMG_TYPE_RGB_16, {{{0x102}, {0x304}, {0x506}}}},
-    {"S16", one({2, 1, 0, 1}, {2, 1, 4, 3}), kIff, IMG_TYPE_S_16, {{{0x102, 0x304}}}},
-    {"Float", one_reversed({1, 1, 0, 3}, 4), kIff, IMG_TYPE_S_FP, {{{0x1020304}}}},
-    {"CompressionThatDidNotHelp", one({2, 1, 0, 0, 1, 1}, {0x81, 9}), kIff, kS, {{{0x81, 9}}}},
-    {"NoLine", file({3, 0, 1, 0, 0}, ""), kIff, kRgb, {}},
-    {"PlanesGoOn",
-     one({2, 3, 0, 0, 1, 1}, {130, 1, 130, 2}),
-     kIff,
-     kS,
-     {{{1, 1}}, {{1, 2}}, {{2, 2}}}},
-    {"TilesInAnyOrder",
-     file({2, 2, 0, 0, 3},
-          tile({1, 0, 1, 0}, "\2") + tile({0, 1, 1, 1}, "\3\4") + tile({0, 0, 0, 0}, "\1")),
-     kIff,
-     kS,
-     {{{1, 2}}, {{3, 4}}}},
+const std::vector<test::Shown> kColors = {
+    {"Rgb", one({2, 1, 1}, {3, 2, 1, 6, 5, 4}), {{{1, 4}, {2, 5}, {3, 6}}}},
+    {"NoLine", file({3, 0, 1, 0, 0}, ""), {}},
     {"OtherChunksAreSkipped",
      form("CIMG", chunk("AUTH", "x") + form("OTHR", chunk("TBHD", "12345")) + header({1, 1, 5}) +
                       form("TBMP", tile({0, 0, 0, 0}, "1234", "ZBUF") + chunk("ABCD", "12345") +
                                        tile({0, 0, 0, 0}, "\3\2\1"))),
-     kIff,
-     kRgb,
      {{{1}, {2}, {3}}}},
-    {"BytesBehindTheTiles", file({1, 1}, tile({0, 0, 0, 0}, "\5\6\7") + "END"), kIff, kS, {{{5}}}},
+};
+const std::string kOne = tile({0, 0, 0, 0}, "\1");
+const std::vector<test::Shown> kScalars = {
+    {"S", one({1, 2}, {7, 9}), {{{7}}, {{9}}}},
+    {"AlphaOnly", one({2, 1, 2}, {7, 9}), {{{7, 9}}}},
+    {"CompressionThatDidNotHelp", one({2, 1, 0, 0, 1, 1}, {0x81, 9}), {{{0x81, 9}}}},
+    {"PlanesGoOn", one({2, 3, 0, 0, 1, 1}, {130, 1, 130, 2}), {{{1, 1}}, {{1, 2}}, {{2, 2}}}},
+    {"AnyOrder", file({1, 2, 0, 0, 2}, tile({0, 1, 0, 1}, "\2") + kOne), {{{1}}, {{2}}}},
     {"FormsOfAnySize",
-     "FOR4" + be(4, 0) + "CIMG" + header({1, 1}) + "FOR4" + be(4, -1) + "TBMP" +
-         tile({0, 0, 0, 0}, "\5"),
-     kIff,
-     kS,
-     {{{5}}}},
-    {"NoPadding", one({1, 1}, {5}).substr(0, 73), kIff, kS, {{{5}}}},
+     "FOR4" + be(4, 0) + "CIMG" + header({1, 1}) + "FOR4" + be(4, -1) + "TBMP" + kOne,
+     {{{1}}}},
+    {"NoPadding", one({1, 1}, {5}).substr(0, 73), {{{5}}}},
 };
 TEST(Iff, PicturesAreRead) {
-  for (const test::Picture& picture : kPictures) {
-    SCOPED_TRACE(picture.name);
-    test::expect_picture(picture);
-  }
+  test::expect_pictures(kIff, kRgb, kColors);
+  test::expect_pictures(kIff, kS, kScalars);
+  test::expect_pictures(kIff, IMG_TYPE_S_16, {{"", one({1, 1, 0, 1}, {2, 1}), {{{0x102}}}}});
+  test::expect_pictures(kIff, IMG_TYPE_S_FP,
+                        {{"", one({1, 1, 0, 3}, {4, 3, 2, 1}), {{{0x1020304}}}}});
 }
 
 const std::vector<test::Refusal> kRefusals = {
     {"OtherForm", form("ILBM", header({1, 1})), IMG_ERR_FORMAT},
     {"DepthOnly", one({1, 1, 4, 3}, {1, 2, 3, 4}, "ZBUF"), IMG_ERR_FORMAT},
-    {"NoHeader", form("CIMG", form("TBMP", "")), IMG_ERR_READ},
-    {"HeaderEnds", form("CIMG", header({1, 1})).substr(0, 43), IMG_ERR_READ},
-    {"ShortHeader", form("CIMG", chunk("TBHD", std::string(20, '\0'))), IMG_ERR_READ},
     {"ThreeBytesPerSample", one({1, 1, 0, 2}, {1, 2, 3}), IMG_ERR_SUBTYPE},
-    {"OtherCompression", one({1, 1, 0, 0, 1, 2}, {1}), IMG_ERR_SUBTYPE},
     {"WiderThanTilesReach", one({65537, 1}, {1}), IMG_ERR_CORRUPT},
-    {"HigherThanTilesReach", one({1, 65537}, {1}), IMG_ERR_CORRUPT},
-    {"NoTiles", form("CIMG", header({1, 1})), IMG_ERR_READ},
     {"OneTileTooFew", one({1, 1, 0, 0, 2}, {1}), IMG_ERR_READ},
-    {"ChunkPastTheFile", form("CIMG", "AUTH" + be(4, -1) + header({1, 1})), IMG_ERR_READ},
     {"TileWithoutBounds", file({1, 1}, chunk("RGBA", "1234567")), IMG_ERR_CORRUPT},
     {"TileRightOfTheImage", file({2, 1}, tile({1, 0, 2, 0}, "12")), IMG_ERR_CORRUPT},
-    {"TileAboveTheImage", file({1, 2}, tile({0, 1, 0, 2}, "12")), IMG_ERR_CORRUPT},
     {"TileFromRightToLeft", file({2, 1}, tile({1, 0, 0, 0}, "12")), IMG_ERR_CORRUPT},
-    {"TileFromTopToBottom", file({1, 2}, tile({0, 1, 0, 0}, "12")), IMG_ERR_CORRUPT},
     {"RawTileEnds", one({2, 1, 1}, {1, 2, 3, 4, 5}), IMG_ERR_READ, 0},
     {"FileEndsInATile", one({9, 1, 0, 0, 1, 1}, {0x88, 1}).substr(0, 73), IMG_ERR_CORRUPT, 0},
-    {"TileIsMissing", file({2, 2}, tile({0, 0, 1, 0}, "12")), IMG_ERR_READ, 1},
-    {"LeftTileIsMissing", file({2, 1}, tile({1, 0, 1, 0}, "1")), IMG_ERR_READ, 0},
     {"RightTileIsMissing", file({2, 1}, tile({0, 0, 0, 0}, "1")), IMG_ERR_READ, 0},
     {"TilesOverlap", file({3, 1, 0, 0, 2}, tile({0, 0, 1, 0}, "12") + tile({1, 0, 2, 0}, "12")),
      IMG_ERR_CORRUPT, 0},
-    {"OtherLines", file({2, 3, 0, 0, 2}, tile({0, 0, 0, 1}, "12") + tile({1, 1, 1, 2}, "12")),
-     IMG_ERR_CORRUPT, 0},
     // 40000 bytes need at least 625 bytes of packets
     {"TooMany", one({200, 200, 0, 0, 1, 1}, {0xff, 1, 0xff, 1}), IMG_ERR_CORRUPT, 0},
-    {"PacketsEnd", one({5, 1, 0, 0, 1, 1}, {0x83, 1}), IMG_ERR_CORRUPT, 0},
-    {"LiteralsEnd", one({5, 1, 0, 0, 1, 1}, {4, 1, 2}), IMG_ERR_CORRUPT, 0},
-    {"RunWithoutItsValue", one({5, 1, 0, 0, 1, 1}, {0x84}), IMG_ERR_CORRUPT, 0},
     {"RunPastThePlane", one({5, 1, 0, 0, 1, 1}, {0x85, 1}), IMG_ERR_CORRUPT, 0},
     {"LiteralsPastThePlane", one({5, 1, 0, 0, 1, 1}, {0x82, 1, 2, 1}), IMG_ERR_CORRUPT, 0},
     {"NoLineBehindTheLast", one({1, 1}, {1}), IMG_ERR_READ, 1},
@@ -139,7 +101,7 @@ TEST(Iff, RefusalsAreTold) { test::expect_refusals(kRefusals); }
 TEST(Iff, StripsBehindACorruptOneAreRead) {
   const std::string tiles = tile({0, 0, 2, 0}, "\x83\1") + tile({0, 1, 2, 1}, "\x82\5");
   EXPECT_EQ(test::line_errors(file({3, 2, 0, 0, 2, 1}, tiles)),
-            (std::vector{IMG_ERR_CORRUPT + 0, 0}));
+            (std::vector<int>{IMG_ERR_CORRUPT, IMG_ERR_NONE}));
 }
 
 // 4 equal samples and two more take 5 bytes instead of 6, and padding; three bytes do not become

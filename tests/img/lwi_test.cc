@@ -36,54 +36,30 @@ std::string behind(int count) {
          kPixel;
 }
 
-std::string repeated(std::size_t count, const std::string& text) {
-  std::string all;
-  while (count-- > 0) all += text;
-  return all;
-}
-
 const std::vector<test::Shown> kPictures = {
     {"PixelsAfter27Bytes", kFile, kOnePixel},
     {"PixelsAfter44Bytes", kLongSize + bytes({17}) + filled(44 - 32) + kPixel, kOnePixel},
-    {"PixelsAfter45Bytes", kLongSize + bytes({16}) + filled(45 - 32) + kPixel, kOnePixel},
     {"TopLineFirst",
      file(2, 2, {1, 1, 2, 3, 1, 4, 5, 6, 2, 7, 8, 9}),
      {{{7, 7}, {8, 8}, {9, 9}}, {{1, 4}, {2, 5}, {3, 6}}}},
     {"EmptyPackets", file(1, 1, {0, 9, 9, 9, 1, 1, 2, 3, 0, 9, 9, 9}), kOnePixel},
-    {"BytesBehindTheLastLine", file(1, 1, {1, 1, 2, 3, 200, 9, 9}), kOnePixel},
     {"OtherRecords", bytes({0, 21, 31, 40, 20, 1, 77, 31, 0}) + kFile, kOnePixel},
-    // one that stands in front of the others is not the last record
-    {"AnotherSizeRecord", bytes({19, 1, 50}) + kFile, kOnePixel},
     {"SizeRecordBehindTheHead", behind(242), kOnePixel},
-    // packets that do not fit the buffer of the reader
-    {"LongLine",
-     file(100'000, 1, {}) + repeated(100'000, bytes({0, 9, 9, 9, 1, 1, 2, 3})),
-     {test::flat(100'000, {1, 2, 3})}},
+    // packets that do not fit the buffer of the reader, 40000 of nothing
+    {"LongLine", file(1, 1, {}) + std::string(160'000, '\0') + kPixel, kOnePixel},
 };
 TEST(Lwi, PicturesAreRead) { test::expect_pictures(kLwi, kRgb, kPictures); }
 
 const std::vector<test::Refusal> kRefusals = {
     {"Without21", kFile.substr(4), IMG_ERR_FORMAT},
-    {"Without22", bytes({21, 0, 23, 0, 24, 0}) + kFile.substr(11), IMG_ERR_FORMAT},
-    {"Without23", bytes({21, 0, 22, 0, 24, 0}) + kFile.substr(11), IMG_ERR_FORMAT},
     {"Without24", bytes({21, 0, 22, 0, 23, 0}) + kFile.substr(11), IMG_ERR_FORMAT},
-    {"SizeRecordFirst", size_record(1, 1).substr(0, 14) + kOthers, IMG_ERR_FORMAT},
-    {"TypeAbove31", bytes({32, 0}) + kFile, IMG_ERR_FORMAT},
     {"SizeRecordFarBehindTheHead", behind(243), IMG_ERR_FORMAT},
-    {"RecordPastTheHead", bytes({1, 255}) + kFile, IMG_ERR_FORMAT},
-    {"SizeEnds", kOthers + size_record(1, 1).substr(0, 14), IMG_ERR_READ},
     {"LastPartEnds", kLongSize, IMG_ERR_READ},
-    {"EndsBeforeThePixels", kFile.substr(0, 11 + 26), IMG_ERR_READ},
     {"WidthBelowZero", file(0x80000000, 1, {1, 1, 2, 3}), IMG_ERR_CORRUPT},
-    {"HeightBelowZero", file(1, 0xffffffff, {1, 1, 2, 3}), IMG_ERR_CORRUPT},
-    {"NoPixels", file(1, 1, {}), IMG_ERR_READ, 0},
-    {"PacketEnds", file(1, 1, {1, 1, 2}), IMG_ERR_READ, 0},
     {"LineEnds", file(3, 1, {2, 1, 2, 3}), IMG_ERR_READ, 0},
     {"SecondLineIsMissing", file(2, 2, {2, 1, 2, 3}), IMG_ERR_READ, 1},
     {"OnlyEmptyPackets", file(1, 1, {0, 1, 2, 3, 0, 1, 2, 3}), IMG_ERR_READ, 0},
     {"PacketPastTheLine", file(2, 2, {4, 1, 2, 3}), IMG_ERR_CORRUPT, 0},
-    {"SecondPacketPastTheLine", file(2, 2, {1, 1, 2, 3, 2, 1, 2, 3}), IMG_ERR_CORRUPT, 0},
-    {"LargestPacketPastTheLine", file(254, 1, {255, 1, 2, 3}), IMG_ERR_CORRUPT, 0},
 };
 TEST(Lwi, RefusalsAreTold) { test::expect_refusals(kRefusals); }
 
