@@ -161,7 +161,7 @@ void tell_failed_line(img_file* handle, int result) {
 
 int write_header(img_file* handle) {
   const auto create = img_format_at(handle->format).driver.create;
-  return create && create(handle);
+  return create ? create(handle) : img_error(handle, IMG_ERR_CREATE, 0);
 }
 
 }  // namespace

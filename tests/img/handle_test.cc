@@ -69,7 +69,20 @@ TEST_F(HandleTest, ArgumentsOutOfRangeAreRefused) {
     EXPECT_FALSE(ka_img_create(file, picture.c_str(), type, format, 1, 1)) << type << " " << format;
     EXPECT_EQ(file->error, IMG_ERR_ARGUMENT);
   }
+  for (const auto& [width, height] : {std::pair{-1, 1}, {1, -1}}) {
+    file->error = 0;
+    EXPECT_FALSE(ka_img_create(file, picture.c_str(), 0, IMG_FORMAT_TGA, width, height));
+    EXPECT_EQ(file->error, IMG_ERR_ARGUMENT);
+  }
   EXPECT_EQ(test::read_file(picture), kPicture);
+}
+
+TEST_F(HandleTest, AFormatThatCannotBeWrittenLeavesNoFile) {
+  const std::string path = scratch.path("a.map");
+  EXPECT_FALSE(ka_img_create(file, path.c_str(), 0, IMG_FORMAT_MAP, 1, 1));
+  EXPECT_EQ(file->error, IMG_ERR_CREATE);
+  EXPECT_TRUE(ka_img_close(file));
+  EXPECT_FALSE(test::exists(path));
 }
 
 TEST_F(HandleTest, FilesThatCannotBeCreatedHaveTheirErrors) {

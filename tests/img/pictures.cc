@@ -1,9 +1,13 @@
 #include "pictures.h"
 
+#include <bit>
 #include <cstring>
+#include <utility>
 
 namespace test {
 namespace {
+
+static_assert(std::endian::native == std::endian::little);  // samples are moved as bytes
 
 // Bytes from one sample to the next, and samples of a plane. Bits are moved as bytes.
 std::size_t sample_bytes(const img_image* image) { return std::size_t(image->bits + 7) / 8; }
@@ -12,29 +16,17 @@ std::size_t plane_samples(const img_image* image) {
   return image->bits == 1 ? (width + 7) / 8 : width;
 }
 
-std::uint32_t load(const std::uint8_t* sample, std::size_t size) {
-  if (size == 1) return *sample;
-  if (size == 2) return *reinterpret_cast<const std::uint16_t*>(sample);
-  return *reinterpret_cast<const std::uint32_t*>(sample);
-}
-
-void store(std::uint8_t* sample, std::size_t size, std::uint32_t value) {
-  if (size == 1) *sample = std::uint8_t(value);
-  if (size == 2) *reinterpret_cast<std::uint16_t*>(sample) = std::uint16_t(value);
-  if (size == 4) *reinterpret_cast<std::uint32_t*>(sample) = value;
-}
-
 }  // namespace
 
 Planes planes_of(const img_image* image, int y) {
   const std::size_t size = sample_bytes(image);
   Planes planes;
   for (std::size_t slot = 0; slot < IMG_SLOTS; ++slot) {
-    const std::uint8_t* const from = plane(image, y, slot);
-    if (!from) continue;
+    const std::uint8_t* sample = plane(image, y, slot);
+    if (!sample) continue;
     planes.emplace_back(plane_samples(image));
-    for (std::size_t i = 0; i < planes.back().size(); ++i) {
-      planes.back()[i] = load(from + i * size, size);
+    for (std::uint32_t& value : planes.back()) {
+      std::memcpy(&value, std::exchange(sample, sample + size), size);
     }
   }
   return planes;
@@ -46,25 +38,43 @@ Lines lines_of(const img_image* image) {
   return lines;
 }
 
+Planes flat(std::size_t width, std::initializer_list<std::uint32_t> values) {
+  Planes planes;
+  for (const std::uint32_t value : values) planes.emplace_back(width, value);
+  return planes;
+}
+
 Image make_picture(int type, int width, const Lines& lines) {
   Image image = make_image(type, width, int(lines.size()));
   const std::size_t size = sample_bytes(image.get());
   for (int y = 0; y < image->height; ++y) {
     auto next = lines[std::size_t(y)].begin();
     for (std::size_t slot = 0; slot < IMG_SLOTS; ++slot) {
-      std::uint8_t* const to = plane(image.get(), y, slot);
-      if (!to) continue;
-      for (std::size_t i = 0; i < next->size(); ++i) store(to + i * size, size, (*next)[i]);
-      ++next;
+      std::uint8_t* sample = plane(image.get(), y, slot);
+      if (!sample) continue;
+      for (const std::uint32_t value : *next++) {
+        std::memcpy(std::exchange(sample, sample + size), &value, size);
+      }
     }
   }
   return image;
+}
+
+std::string be(int count, std::int64_t value) {
+  return count == 0 ? "" : be(count - 1, value >> 8) + char(value);
+}
+std::string le(int count, std::int64_t value) {
+  return count == 0 ? "" : char(value) + le(count - 1, value >> 8);
 }
 
 std::string written(int format, img_image* image) {
   const Scratch scratch;
   EXPECT_EQ(write_image(scratch.path("a"), format, image), IMG_ERR_NONE);
   return read_file(scratch.path("a"));
+}
+
+std::string written(int format, int type, const Lines& lines) {
+  return written(format, make_picture(type, int(lines[0][0].size()), lines).get());
 }
 
 void expect_picture(const Picture& picture) {
@@ -80,6 +90,13 @@ void expect_picture(const Picture& picture) {
   EXPECT_EQ(lines_of(image.get()), picture.lines);
 }
 
+void expect_pictures(int format, int type, const std::vector<Shown>& pictures) {
+  for (const auto& [name, file, lines] : pictures) {
+    SCOPED_TRACE(name);
+    expect_picture({name, file, format, type, lines});
+  }
+}
+
 void expect_refusal(const Refusal& refusal) {
   const Scratch scratch;
   Handle file;
@@ -92,6 +109,25 @@ void expect_refusal(const Refusal& refusal) {
     EXPECT_FALSE(ka_img_line_read(file, line.get()));
   }
   EXPECT_EQ(file->error, refusal.error);
+}
+
+void expect_refusals(const std::vector<Refusal>& refusals) {
+  for (const Refusal& refusal : refusals) {
+    SCOPED_TRACE(refusal.name);
+    expect_refusal(refusal);
+  }
+}
+
+std::vector<int> line_errors(const std::string& file) {
+  const Scratch scratch;
+  Handle in;
+  if (!ka_img_open(in, scratch.write("a", file).c_str(), IMG_TYPE_FILE)) return {in->error};
+  const Line line(ka_img_line_alloc(in));
+  std::vector<int> errors;
+  for (int y = 0; y < in->height; ++y) {
+    errors.push_back(ka_img_line_read(in, line.get()) ? IMG_ERR_NONE : in->error);
+  }
+  return errors;
 }
 
 }  // namespace test
