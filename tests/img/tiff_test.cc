@@ -1,26 +1,104 @@
-// TIFF images: what is read of which file.
+// TIFF images put together from entries and strips: what is read of which file, what is refused.
 #include <gtest/gtest.h>
+#include <ka/message.h>
 
-#include "tiff_files.h"
+#include <algorithm>
+
+#include "pictures.h"
 
 namespace {
 
 using test::bytes;
-using test::colors;
-using test::kBlackIsZero;
-using test::kLong;
-using test::kPackBits;
-using test::kPalette;
-using test::kShort;
-using test::kWhiteIsZero;
-using test::one;
-using test::tiff;
 
-constexpr int kTif = IMG_FORMAT_TIF, kType = IMG_TYPE_RGB;
+constexpr int kShort = 3, kLong = 4;  // types of entries
+constexpr unsigned kPackBits = 32773;
+constexpr unsigned kWhiteIsZero = 0, kBlackIsZero = 1, kColors = 2, kPalette = 3;
+
+struct Entry {
+  int tag, type;
+  std::vector<unsigned> values;
+};
+using Entries = std::vector<Entry>;
+
+struct Tiff {
+  Entries entries{};                  // in any order; those of the strips are added
+  std::vector<std::string> strips{};  // their bytes
+  bool is_big = false;                // byte order
+  int strip_type = kLong;             // of both tables
+};
+
+// Header, directory, values that do not fit their entry.
+std::string directory(const Entries& entries, bool is_big) {
+  const auto put = [&](std::size_t value, std::size_t count) {
+    std::string text;
+    for (std::size_t i = 0; i < count; ++i) text += char(value >> 8 * i & 255);
+    if (is_big) std::ranges::reverse(text);
+    return text;
+  };
+  std::string text = (is_big ? "MM" : "II") + put(42, 2) + put(8, 4) + put(entries.size(), 2);
+  std::string values;
+  for (const Entry& entry : entries) {
+    std::string field;
+    for (const unsigned value : entry.values) field += put(value, entry.type == kShort ? 2 : 4);
+    if (field.size() > 4) {
+      values += field;
+      field = put(8 + 2 + 12 * entries.size() + 4 + values.size() - field.size(), 4);
+    }
+    field.resize(4);
+    text += put(std::size_t(entry.tag), 2) + put(std::size_t(entry.type), 2) +
+            put(entry.values.size(), 4) + field;
+  }
+  return text + put(0, 4) + values;
+}
+
+std::string tiff(Tiff file) {
+  Entry offsets{273, file.strip_type, {}}, counts{279, file.strip_type, {}};
+  std::string pixels;
+  for (const std::string& strip : file.strips) {
+    offsets.values.push_back(unsigned(pixels.size()));
+    counts.values.push_back(unsigned(strip.size()));
+    pixels += strip;
+  }
+  const auto text = [&] {
+    Entries entries = file.entries;
+    if (!file.strips.empty()) entries.insert(entries.end(), {offsets, counts});
+    std::ranges::stable_sort(entries, {}, &Entry::tag);
+    return directory(entries, file.is_big);
+  };
+  const auto first = unsigned(text().size());
+  for (unsigned& offset : offsets.values) offset += first;
+  return text() + pixels;
+}
+
+// Entries of a picture of one component, and of red, green, blue and perhaps alpha.
+Entries one(unsigned width, unsigned height, unsigned bits, unsigned photometric,
+            Entries more = {}) {
+  more.insert(more.end(), {{256, kLong, {width}},
+                           {257, kLong, {height}},
+                           {258, kShort, {bits}},
+                           {262, kShort, {photometric}},
+                           {277, kShort, {1}}});
+  return more;
+}
+Entries colors(unsigned width, unsigned height, unsigned components, unsigned bits,
+               Entries more = {}) {
+  more.insert(more.end(), {{256, kLong, {width}},
+                           {257, kShort, {height}},
+                           {258, kShort, std::vector<unsigned>(components, bits)},
+                           {262, kShort, {kColors}},
+                           {277, kShort, {components}}});
+  if (bits == 32) more.push_back({339, kShort, std::vector<unsigned>(components, 3)});
+  return more;
+}
+
+constexpr int k8 = IMG_TYPE_RGB;
 
 class TiffPicture : public testing::TestWithParam<test::Picture> {};
 TEST_P(TiffPicture, IsRead) { test::expect_picture(GetParam()); }
 
+test::Picture picture(const char* name, const Tiff& file, int type, const test::Lines& lines) {
+  return {name, tiff(file), IMG_FORMAT_TIF, type, lines};
+}
 test::Planes grey(const std::vector<std::uint32_t>& levels) { return {levels, levels, levels}; }
 
 // A line of one pixel: directory at 10, BitsPerSample at 100, pixels at 106.
@@ -35,230 +113,102 @@ const std::string kSpelledOut =
     bytes({1, 21, 0, 3, 0, 0, 0, 1, 0, 3, 0, 0}) +      // 277 SamplesPerPixel
     bytes({0, 0, 0, 0, 0, 8, 0, 8, 0, 8, 70, 80, 90});  // no further directory; values; pixel
 
-const std::vector<test::Picture> kColors = {
-    {"SpelledOut", kSpelledOut, kTif, kType, {{{70}, {80}, {90}}}},
-    {"MagicOfTheOtherByteOrder",
-     bytes({'M', 'M', 42, 0}) + kSpelledOut.substr(4),
-     kTif,
-     kType,
-     {{{70}, {80}, {90}}}},
-    {"LittleEndian",
-     tiff({colors(2, 2, 3, 8), {bytes({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12})}}),
-     kTif,
-     kType,
-     {{{7, 10}, {8, 11}, {9, 12}}, {{1, 4}, {2, 5}, {3, 6}}}},
-    {"BigEndian",
-     tiff({colors(2, 2, 3, 8), {bytes({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12})}, true}),
-     kTif,
-     kType,
-     {{{7, 10}, {8, 11}, {9, 12}}, {{1, 4}, {2, 5}, {3, 6}}}},
-    {"Alpha",
-     tiff({colors(1, 1, 4, 8), {bytes({1, 2, 3, 4})}}),
-     kTif,
-     IMG_TYPE_RGBA,
-     {{{1}, {2}, {3}, {4}}}},
-    {"Bits16",
-     tiff({colors(1, 1, 3, 16), {bytes({1, 2, 3, 4, 5, 6})}}),
-     kTif,
-     IMG_TYPE_RGB_16,
-     {{{0x201}, {0x403}, {0x605}}}},
-    {"Bits16BigEndian",
-     tiff({colors(1, 1, 4, 16), {bytes({1, 2, 3, 4, 5, 6, 7, 8})}, true}),
-     kTif,
-     IMG_TYPE_RGBA_16,
-     {{{0x102}, {0x304}, {0x506}, {0x708}}}},
-    // 1, -2, 0.5
-    {"Floats",
-     tiff({colors(1, 1, 3, 32), {bytes({0, 0, 128, 63, 0, 0, 0, 192, 0, 0, 0, 63})}}),
-     kTif,
-     IMG_TYPE_RGB_FP,
-     {{{0x3f800000}, {0xc0000000}, {0x3f000000}}}},
-    {"FloatsBigEndian",
-     tiff({colors(1, 1, 4, 32),
-           {bytes({63, 128, 0, 0, 192, 0, 0, 0, 63, 0, 0, 0, 0, 0, 0, 1})},
-           true}),
-     kTif,
-     IMG_TYPE_RGBA_FP,
-     {{{0x3f800000}, {0xc0000000}, {0x3f000000}, {1}}}},
-    {"OneValueForAllBits",
-     tiff({{{256, kShort, {1}}, {257, kShort, {1}}, {258, kShort, {8}}, {277, kShort, {3}}},
-           {bytes({1, 2, 3})}}),  // and no PhotometricInterpretation
-     kTif,
-     kType,
-     {{{1}, {2}, {3}}}},
-    {"EntriesOfNoMeaningHere",
-     tiff({colors(1, 1, 3, 8,
-                  {{254, kLong, {9}}, {266, kShort, {2}}, {282, 5, {9}}, {400, kShort, {7, 7, 7}}}),
-           {bytes({1, 2, 3})}}),
-     kTif,
-     kType,
-     {{{1}, {2}, {3}}}},
-    {"BottomLineFirst",
-     tiff({colors(1, 2, 3, 8, {{274, kShort, {4}}}), {bytes({1, 2, 3, 4, 5, 6})}}),
-     kTif,
-     kType,
-     {{{1}, {2}, {3}}, {{4}, {5}, {6}}}},
-    {"TopLineFirst",
-     tiff({colors(1, 2, 3, 8, {{274, kShort, {1}}}), {bytes({1, 2, 3, 4, 5, 6})}}),
-     kTif,
-     kType,
-     {{{4}, {5}, {6}}, {{1}, {2}, {3}}}},
-};
-INSTANTIATE_TEST_SUITE_P(Colors, TiffPicture, testing::ValuesIn(kColors),
-                         test::row_name<test::Picture>);
-
-// Entry i of a map of 16 colours is 256 * i; of 256 colours its high byte is i for red, 255 - i for
-// green, and 7 for blue. The low bytes do not count.
-std::vector<unsigned> map_of_16() {
+// The low bytes do not count. Of 256 colours, those of index i are i, i ^ 1 and i ^ 2.
+std::vector<unsigned> color_map(unsigned count) {
   std::vector<unsigned> map;
-  for (unsigned i = 0; i < 48; ++i) map.push_back(i << 8 | 0xee);
-  return map;
-}
-std::vector<unsigned> map_of_256() {
-  std::vector<unsigned> map(3 * 256, 7 << 8);
-  for (unsigned i = 0; i < 256; ++i) {
-    map[i] = i << 8;
-    map[256 + i] = (255 - i) << 8 | 0xff;
-  }
+  for (unsigned i = 0; i < count; ++i) map.push_back(((i ^ i >> 8) & 255) << 8 | 0xee);
   return map;
 }
 
-const std::vector<test::Picture> kOneComponent = {
-    {"Bits1WhiteIsZero",
-     tiff({one(10, 2, 1, kWhiteIsZero), {bytes({0xa0, 0x7f, 0x01, 0x80})}}),
-     kTif,
-     kType,
-     {grey({255, 255, 255, 255, 255, 255, 255, 0, 0, 255}),
-      grey({0, 255, 0, 255, 255, 255, 255, 255, 255, 0})}},
-    {"Bits1BlackIsZero",
-     tiff({one(9, 1, 1, kBlackIsZero), {bytes({0xa0, 0x80})}}),
-     kTif,
-     kType,
-     {grey({255, 0, 255, 0, 0, 0, 0, 0, 255})}},
-    {"Bits4WhiteIsZero",
-     tiff({one(3, 1, 4, kWhiteIsZero), {bytes({0x0f, 0x1f})}}),
-     kTif,
-     kType,
-     {grey({255, 255 - 240, 255 - 16})}},
-    {"Bits4BlackIsZero",
-     tiff({one(3, 1, 4, kBlackIsZero), {bytes({0x0f, 0x1f})}}),
-     kTif,
-     kType,
-     {grey({0, 240, 16})}},
-    {"Bits8WhiteIsZero",
-     tiff({one(3, 1, 8, kWhiteIsZero), {bytes({0, 1, 255})}}),
-     kTif,
-     kType,
-     {grey({255, 254, 0})}},
-    {"Bits8BlackIsZero",
-     tiff({one(3, 1, 8, kBlackIsZero), {bytes({0, 1, 255})}}),
-     kTif,
-     kType,
-     {grey({0, 1, 255})}},
-    {"OneBitWhereNoneAreTold",
-     tiff({{{256, kShort, {2}}, {257, kShort, {1}}, {262, kShort, {1}}}, {bytes({0x40})}}),
-     kTif,
-     kType,
-     {grey({0, 255})}},
-    {"Palette4",
-     tiff({one(3, 1, 4, kPalette, {{320, kShort, map_of_16()}}), {bytes({0xf0, 0x10})}}),
-     kTif,
-     kType,
-     {{{15, 0, 1}, {31, 16, 17}, {47, 32, 33}}}},
-    {"Palette8BigEndian",
-     tiff({one(3, 1, 8, kPalette, {{320, kShort, map_of_256()}}), {bytes({0, 200, 255})}, true}),
-     kTif,
-     kType,
-     {{{0, 200, 255}, {255, 55, 0}, {7, 7, 7}}}},
-};
-INSTANTIATE_TEST_SUITE_P(OneComponent, TiffPicture, testing::ValuesIn(kOneComponent),
-                         test::row_name<test::Picture>);
-
-using Entries = std::vector<test::TiffEntry>;
-const Entries kTwoRows = {{278, kShort, {2}}}, kOneRow = {{278, kLong, {1}}};
+const Entry kPacked = {259, kShort, {kPackBits}}, kPlanes = {284, kShort, {2}};
+const Entry kOneRow = {278, kLong, {1}}, kTwoRows = {278, kShort, {2}};
+const Entries kGreyLines = one(2, 3, 8, kBlackIsZero, {kTwoRows});
 const test::Lines kThreeLines = {grey({5, 6}), grey({3, 4}), grey({1, 2})};
-
-const std::vector<test::Picture> kStrips = {
-    {"TwoShortsInTheEntry",
-     tiff({one(2, 3, 8, kBlackIsZero, kTwoRows),
-           {bytes({1, 2, 3, 4}), bytes({5, 6})},
-           false,
-           kShort}),
-     kTif, kType, kThreeLines},
-    {"TwoShortsInTheEntryBigEndian",
-     tiff({one(2, 3, 8, kBlackIsZero, kTwoRows),
-           {bytes({1, 2, 3, 4}), bytes({5, 6})},
-           true,
-           kShort}),
-     kTif, kType, kThreeLines},
-    {"TwoLongs", tiff({one(2, 3, 8, kBlackIsZero, kTwoRows), {bytes({1, 2, 3, 4}), bytes({5, 6})}}),
-     kTif, kType, kThreeLines},
-    {"ThreeShorts",
-     tiff({one(2, 3, 8, kBlackIsZero, kOneRow),
-           {bytes({1, 2}), bytes({3, 4}), bytes({5, 6})},
-           true,
-           kShort}),
-     kTif, kType, kThreeLines},
-    {"MoreStripsThanRows",
-     tiff({one(2, 3, 8, kBlackIsZero, kTwoRows), {bytes({1, 2, 3, 4}), bytes({5, 6}), ""}}), kTif,
-     kType, kThreeLines},
-    {"OneStripHasAllRows",
-     tiff({one(2, 3, 8, kBlackIsZero, kOneRow), {bytes({1, 2, 3, 4, 5, 6})}, false, kShort}), kTif,
-     kType, kThreeLines},
-    // two runs; one literal for each row; nothing, a run, nothing
-    {"Packed",
-     tiff({one(4, 3, 8, kBlackIsZero, {{259, kShort, {kPackBits}}}),
-           {bytes({255, 1, 255, 2, 3, 3, 4, 5, 6, 128, 253, 9, 128})}}),
-     kTif,
-     kType,
-     {grey({9, 9, 9, 9}), grey({3, 4, 5, 6}), grey({1, 1, 2, 2})}},
-    {"PackedStrips",
-     tiff({one(2, 3, 8, kBlackIsZero, {{259, kShort, {kPackBits}}, {278, kShort, {2}}}),
-           {bytes({1, 1, 2, 1, 3, 4, 200}), bytes({1, 5, 6})}}),
-     kTif, kType, kThreeLines},
-    {"PackedColors16",
-     tiff({colors(2, 1, 3, 16, {{259, kShort, {kPackBits}}}), {bytes({245, 8})}}),
-     kTif,
-     IMG_TYPE_RGB_16,
-     {{{0x808, 0x808}, {0x808, 0x808}, {0x808, 0x808}}}},
-};
-INSTANTIATE_TEST_SUITE_P(Strips, TiffPicture, testing::ValuesIn(kStrips),
-                         test::row_name<test::Picture>);
-
-const Entries kPlanes = {{284, kShort, {2}}};
+const std::vector<std::string> kTwoStrips = {bytes({1, 2, 3, 4}), bytes({5, 6})};
 const test::Lines kPlanarLines = {{{3, 4}, {7, 8}, {11, 12}}, {{1, 2}, {5, 6}, {9, 10}}};
 
-const std::vector<test::Picture> kSeparatePlanes = {
-    {"OneStripEach",
-     tiff({colors(2, 2, 3, 8, kPlanes),
-           {bytes({1, 2, 3, 4}), bytes({5, 6, 7, 8}), bytes({9, 10, 11, 12})}}),
-     kTif, kType, kPlanarLines},
-    {"OneStripForEachRow",
-     tiff({colors(2, 2, 3, 8, {{284, kShort, {2}}, {278, kShort, {1}}}),
-           {bytes({1, 2}), bytes({3, 4}), bytes({5, 6}), bytes({7, 8}), bytes({9, 10}),
-            bytes({11, 12})},
-           true,
-           kShort}),
-     kTif, kType, kPlanarLines},
-    {"Packed",
-     tiff({colors(2, 2, 3, 8, {{284, kShort, {2}}, {259, kShort, {kPackBits}}}),
-           {bytes({1, 1, 2, 1, 3, 4}), bytes({1, 5, 6, 1, 7, 8}), bytes({1, 9, 10, 1, 11, 12})}}),
-     kTif, kType, kPlanarLines},
-    {"Bits16BigEndian",
-     tiff({colors(1, 1, 4, 16, kPlanes),
-           {bytes({1, 2}), bytes({3, 4}), bytes({5, 6}), bytes({7, 8})},
-           true}),
-     kTif,
-     IMG_TYPE_RGBA_16,
-     {{{0x102}, {0x304}, {0x506}, {0x708}}}},
-    {"OfOneComponentTellNothing",
-     tiff({one(2, 1, 8, kBlackIsZero, kPlanes), {bytes({1, 2})}}),
-     kTif,
-     kType,
-     {grey({1, 2})}},
+const test::Picture kPictures[] = {
+    {"SpelledOut", kSpelledOut, IMG_FORMAT_TIF, k8, {{{70}, {80}, {90}}}},
+    {"MagicOfTheOtherByteOrder",
+     bytes({'M', 'M', 42, 0}) + kSpelledOut.substr(4),
+     IMG_FORMAT_TIF,
+     k8,
+     {{{70}, {80}, {90}}}},
+    picture("BottomLineFirst",
+            {colors(1, 2, 3, 8, {{274, kShort, {4}}}), {bytes({1, 2, 3, 4, 5, 6})}}, k8,
+            {{{1}, {2}, {3}}, {{4}, {5}, {6}}}),
+    picture("TopLineFirst", {colors(1, 2, 3, 8), {bytes({1, 2, 3, 4, 5, 6})}}, k8,
+            {{{4}, {5}, {6}}, {{1}, {2}, {3}}}),
+    picture("Bits16BigEndian", {colors(1, 1, 4, 16), {bytes({1, 2, 3, 4, 5, 6, 7, 8})}, true},
+            IMG_TYPE_RGBA_16, {{{0x102}, {0x304}, {0x506}, {0x708}}}),
+    // 1, -2, 0.5
+    picture("FloatsBigEndian",
+            {colors(1, 1, 4, 32),
+             {bytes({63, 128, 0, 0, 192, 0, 0, 0, 63, 0, 0, 0, 0, 0, 0, 1})},
+             true},
+            IMG_TYPE_RGBA_FP, {{{0x3f800000}, {0xc0000000}, {0x3f000000}, {1}}}),
+    // and no PhotometricInterpretation, but entries of no meaning here
+    picture("OneValueForAllBits",
+            {{{256, kShort, {1}},
+              {257, kShort, {1}},
+              {258, kShort, {8}},
+              {277, kShort, {3}},
+              {282, 5, {9}},
+              {400, kShort, {7, 7, 7}}},
+             {bytes({1, 2, 3})}},
+            k8, {{{1}, {2}, {3}}}),
+    picture("OneBitWhereNoneAreTold",
+            {{{256, kShort, {2}}, {257, kShort, {1}}, {262, kShort, {1}}}, {bytes({0x40})}}, k8,
+            {grey({0, 255})}),
+    picture("Palette4",
+            {one(3, 1, 4, kPalette, {{320, kShort, color_map(48)}}), {bytes({0xf0, 0x10})}}, k8,
+            {{{15, 0, 1}, {31, 16, 17}, {47, 32, 33}}}),
+    picture("Palette8BigEndian",
+            {one(3, 1, 8, kPalette, {{320, kShort, color_map(768)}}), {bytes({0, 200, 255})}, true},
+            k8, {{{0, 200, 255}, {1, 201, 254}, {2, 202, 253}}}),
+    picture("TwoShortsInTheEntryBigEndian", {kGreyLines, kTwoStrips, true, kShort}, k8,
+            kThreeLines),
+    // two runs; one literal for each row; nothing, a run, nothing
+    picture("Packed",
+            {one(4, 3, 8, kBlackIsZero, {kPacked}),
+             {bytes({255, 1, 255, 2, 3, 3, 4, 5, 6, 128, 253, 9, 128})}},
+            k8, {grey({9, 9, 9, 9}), grey({3, 4, 5, 6}), grey({1, 1, 2, 2})}),
+    picture("PackedStrips",
+            {one(2, 3, 8, kBlackIsZero, {kPacked, kTwoRows}),
+             {bytes({1, 1, 2, 1, 3, 4, 200}), bytes({1, 5, 6})}},
+            k8, kThreeLines),
+    picture("PlanesOfOneStripForEachRow",
+            {colors(2, 2, 3, 8, {kPlanes, kOneRow}),
+             {bytes({1, 2}), bytes({3, 4}), bytes({5, 6}), bytes({7, 8}), bytes({9, 10}),
+              bytes({11, 12})},
+             true,
+             kShort},
+            k8, kPlanarLines),
+    picture("PlanesPacked",
+            {colors(2, 2, 3, 8, {kPlanes, kPacked}),
+             {bytes({1, 1, 2, 1, 3, 4}), bytes({1, 5, 6, 1, 7, 8}), bytes({1, 9, 10, 1, 11, 12})}},
+            k8, kPlanarLines),
 };
-INSTANTIATE_TEST_SUITE_P(SeparatePlanes, TiffPicture, testing::ValuesIn(kSeparatePlanes),
+INSTANTIATE_TEST_SUITE_P(Files, TiffPicture, testing::ValuesIn(kPictures),
                          test::row_name<test::Picture>);
+
+TEST(Tiff, LevelsHaveTheseBits) {
+  const struct {
+    unsigned bits, photometric;
+    std::string strip;
+    std::vector<std::uint32_t> levels;
+  } rows[] = {
+      {1, kWhiteIsZero, bytes({0xa0}), {0, 255, 0}},
+      {1, kBlackIsZero, bytes({0xa0}), {255, 0, 255}},
+      {4, kWhiteIsZero, bytes({0x0f, 0x1f}), {255, 255 - 240, 255 - 16}},
+      {4, kBlackIsZero, bytes({0x0f, 0x1f}), {0, 240, 16}},
+      {8, kWhiteIsZero, bytes({0, 1, 255}), {255, 254, 0}},
+  };
+  for (const auto& [bits, photometric, strip, levels] : rows) {
+    SCOPED_TRACE(strip);
+    test::expect_picture(picture("", {one(3, 1, bits, photometric), {strip}}, k8, {grey(levels)}));
+  }
+}
 
 // Rows that no buffer of the reader holds, plain and in packets; and more bytes without a meaning
 // before a packet than a buffer holds.
@@ -270,11 +220,9 @@ TEST(Tiff, RowsMayBeLong) {
   std::vector<std::uint32_t> levels;
   for (const char level : row) levels.push_back(std::uint8_t(level));
   const test::Lines lines = {grey(levels), grey(levels)};
-  const Entries packed = {{259, kShort, {kPackBits}}};
+  test::expect_picture(picture("", {one(width, 2, 8, kBlackIsZero), {row + row}}, k8, lines));
   test::expect_picture(
-      {"", tiff({one(width, 2, 8, kBlackIsZero), {row + row}}), kTif, kType, lines});
-  test::expect_picture({"", tiff({one(width, 2, 8, kBlackIsZero, packed), {packets + packets}}),
-                        kTif, kType, lines});
+      picture("", {one(width, 2, 8, kBlackIsZero, {kPacked}), {packets + packets}}, k8, lines));
 }
 
 // What a file says about different bits is an error that stays with the handle; pixels are read by
@@ -284,12 +232,12 @@ TEST(Tiff, DifferentBitsAreTold) {
   entries[2].values = {8, 8, 16};
   const test::Scratch scratch;
   test::Handle file;
-  ASSERT_TRUE(ka_img_open(file, scratch.write("a", tiff({entries, {bytes({1, 2, 3})}})).c_str(),
-                          IMG_TYPE_FILE));
+  ASSERT_TRUE(
+      ka_img_open(file, scratch.write("a", tiff({entries, {"abc"}})).c_str(), IMG_TYPE_FILE));
   EXPECT_EQ(file->error, IMG_ERR_SUBTYPE);
   const test::Image image(ka_img_image_alloc(file));
   ASSERT_TRUE(ka_img_image_read(file, image.get()));
-  EXPECT_EQ(test::lines_of(image.get()), (test::Lines{{{1}, {2}, {3}}}));
+  EXPECT_EQ(test::lines_of(image.get()), (test::Lines{{{'a'}, {'b'}, {'c'}}}));
 }
 
 // Lines of a caller who goes on after a failure: the way to their packets is found again.
@@ -298,8 +246,8 @@ TEST(Tiff, LinesBehindACorruptOneAreFound) {
   const std::string packets = bytes({2, 1, 2, 3, 0, 4, 1, 5, 6, 1, 7, 8});
   const test::Scratch scratch;
   test::Handle file;
-  const std::string path = scratch.write(
-      "a", tiff({one(2, 5, 8, kBlackIsZero, {{259, kShort, {kPackBits}}}), {packets}}));
+  const std::string path =
+      scratch.write("a", tiff({one(2, 5, 8, kBlackIsZero, {kPacked}), {packets}}));
   ASSERT_TRUE(ka_img_open(file, path.c_str(), IMG_TYPE_FILE));
   const test::Line line(ka_img_line_alloc(file));
   for (const int error :
@@ -308,9 +256,103 @@ TEST(Tiff, LinesBehindACorruptOneAreFound) {
     EXPECT_EQ(ka_img_line_read(file, line.get()) != 0, error == IMG_ERR_NONE);
     EXPECT_EQ(file->error, error) << file->line_count;
     if (file->line_count == 3) {
-      EXPECT_EQ(test::samples<std::uint8_t>(test::plane(line.get(), 0), 2),
-                (std::vector<std::uint8_t>{5, 6}));
+      EXPECT_EQ(test::plane(line.get(), 0)[1], 6);
     }
+  }
+}
+
+class TiffRefusal : public testing::TestWithParam<test::Refusal> {};
+TEST_P(TiffRefusal, IsTold) { test::expect_refusal(GetParam()); }
+
+// A pixel of 8-bit colours with one entry replaced.
+std::string with(const Entry& entry) {
+  Entries entries = colors(1, 1, 3, 8);
+  std::erase_if(entries, [&](const Entry& old) { return old.tag == entry.tag; });
+  entries.push_back(entry);
+  return tiff({entries, {"abc"}});
+}
+std::string level(unsigned bits, unsigned photometric, const Entries& more = {}) {
+  return tiff({one(1, 1, bits, photometric, more), {"abc"}});
+}
+// Rows of one pixel, with the given strips of one row each.
+std::string rows(unsigned height, const std::vector<std::string>& strips) {
+  return tiff({one(1, height, 8, kBlackIsZero, {kOneRow}), strips});
+}
+std::string packed(unsigned width, unsigned height, std::initializer_list<int> packets) {
+  return tiff({one(width, height, 8, kBlackIsZero, {kPacked}), {bytes(packets)}});
+}
+
+// Rows in strips whose tables claim to have 2^30 entries.
+std::string claiming() {
+  std::string file = rows(3, {"a", "b", "c"});
+  for (const char tag : {char(273 - 256), char(279 - 256)}) {
+    file.replace(file.find(std::string{tag, 1, kLong, 0}) + 4, 4, bytes({0, 0, 0, 0x40}));
+  }
+  return file;
+}
+
+const std::string kUnequalTables =
+    tiff({one(1, 5, 8, kBlackIsZero, {{273, kShort, {8, 9}}, {279, kShort, {1}}})});
+
+const test::Refusal kRefusals[] = {
+    {"OtherMagic", bytes({'I', 'I', 43, 0, 8, 0, 0, 0, 0, 0}), IMG_ERR_FORMAT},
+    {"OtherPhotometric", with({262, kShort, {5}}), IMG_ERR_SUBTYPE},
+    {"FiveComponents", with({277, kShort, {5}}), IMG_ERR_SUBTYPE},
+    {"ColorsOf4Bits", with({258, kShort, {4, 4, 4}}), IMG_ERR_SUBTYPE},
+    {"GreyOf16Bits", level(16, kBlackIsZero), IMG_ERR_SUBTYPE},
+    {"PaletteOf1Bit", level(1, kPalette), IMG_ERR_SUBTYPE},
+    {"Floats32WithoutFormat", with({258, kShort, {32, 32, 32}}), IMG_ERR_SUBTYPE},
+    {"Tiles", with({322, kShort, {16}}), IMG_ERR_SUBTYPE},
+    {"NoWidth", with({256, kShort, {0}}), IMG_ERR_SUBTYPE},
+    {"WidthPastAnInt", with({256, kLong, {0x80000000}}), IMG_ERR_SUBTYPE},
+    {"PlanesOfUnequalStrips", tiff({colors(1, 2, 3, 8, {kPlanes, kOneRow}), {"a", "b", "c", "d"}}),
+     IMG_ERR_SUBTYPE},
+    {"TablesOfUnequalLength", kUnequalTables, IMG_ERR_CORRUPT},
+    {"FewerStripsThanRows", rows(3, {"a", "b"}), IMG_ERR_CORRUPT},
+    {"TablesThatAreNotThere", claiming(), IMG_ERR_READ},
+    {"ShortColorMap", level(4, kPalette, {{320, kShort, color_map(47)}}), IMG_ERR_CORRUPT},
+    {"SecondLineEnds", tiff({one(2, 2, 8, kBlackIsZero), {"abc"}}), IMG_ERR_READ, 1},
+    {"LineBehindTheLast", rows(2, {"a", "b"}) + "c", IMG_ERR_READ, 2},
+    {"PlaneEnds", tiff({colors(1, 2, 3, 8, {kPlanes}), {"ab", "cd", "e"}}), IMG_ERR_READ, 1},
+    {"RunPastTheRow", packed(4, 2, {252, 7, 254, 7}), IMG_ERR_CORRUPT, 0},
+    {"LiteralsPastTheRow", packed(2, 2, {2, 1, 2, 3, 0, 4}), IMG_ERR_CORRUPT, 0},
+    // not even 64 bytes for each of the file's
+    {"RowThatCannotBeThere", packed(100'000'000, 2, {129, 1, 129, 1}), IMG_ERR_READ},
+};
+INSTANTIATE_TEST_SUITE_P(Files, TiffRefusal, testing::ValuesIn(kRefusals),
+                         test::row_name<test::Refusal>);
+
+// Kinds of files that are not read are told when they are opened. Errors that tell a line tell the
+// height, too, once the directory has named it.
+TEST(Tiff, RefusalsSayWhy) {
+  Entries whole_numbers = colors(1, 1, 3, 32);
+  whole_numbers.back().values = {1, 1, 1};
+  const test::Refusal rows[] = {
+      {": unsupported compression 5", with({259, kShort, {5}}), IMG_ERR_SUBTYPE},
+      {": unsupported orientation  3", with({274, kShort, {3}}), IMG_ERR_SUBTYPE},
+      {": unsupported number of sampleformat values:  1", with({339, kShort, {1}}),
+       IMG_ERR_SUBTYPE},
+      {": different sampleformat values per sample not supported", with({339, kShort, {1, 1, 3}}),
+       IMG_ERR_SUBTYPE},
+      {": non-float 32 bit format not supported", tiff({whole_numbers, {std::string(12, 0)}}),
+       IMG_ERR_SUBTYPE},
+      {": can't read line 1 of 5, incomplete file",
+       with({257, kShort, {5}}).substr(0, 8 + 2 + 3 * 12), IMG_ERR_READ},
+      {": can't uncompress pixels in line 1 of 5, file is corrupted", kUnequalTables,
+       IMG_ERR_CORRUPT},
+  };
+  for (const auto& [message, text, error, line] : rows) {
+    const test::Scratch scratch;
+    const bool is_told = error == IMG_ERR_SUBTYPE;
+    const test::MessageLog log(is_told ? KA_DEBUG : 0);
+    test::Handle file;
+    EXPECT_FALSE(ka_img_open(file, scratch.write("a", text).c_str(), IMG_TYPE_FILE));
+    EXPECT_EQ(file->error, error);
+    if (!is_told) ka_img_err_msg(file);
+    const std::string expected = (is_told ? file->display_name : "") + std::string(message);
+    EXPECT_TRUE(std::ranges::any_of(log.lines(), [&](const std::string& told) {
+      return told.ends_with(expected);
+    })) << expected;
   }
 }
 
