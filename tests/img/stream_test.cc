@@ -91,7 +91,7 @@ struct Walk {
 TEST_F(Reader, GivesWhatTheFileHoldsWhereverItStands) {
   const std::string contents = noise(1000);
   open(contents, "rb");
-  for (const std::size_t buffer : {1, 2, 7, 64, 999, 1000, 4096}) {
+  for (const std::size_t buffer : {1UL, 2UL, 7UL, 64UL, 999UL, 1000UL, 4096UL}) {
     SCOPED_TRACE(buffer);
     Walk walk{.contents = contents, .reader = {}, .buffer = std::min<std::size_t>(buffer, 1000)};
     walk.reader.start(&file_, 0, buffer);
