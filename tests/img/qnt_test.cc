@@ -145,7 +145,8 @@ TEST(Quantel, PicturesLieInTheMiddle) {
     for (int row = 0; row < frame_lines; ++row) {
       for (int column = 0; column < kWidth; ++column) {
         const bool is_shown = row >= y && row < y + lines && column >= x && column < x + columns;
-        const int luma = std::uint8_t(file[std::size_t(row) * kRowBytes + 2 * column + 1]);
+        const int luma =
+            std::uint8_t(file[std::size_t(row) * kRowBytes + 2 * std::size_t(column) + 1]);
         // 255 * 56284 is 218.998 * 65536: with a fraction in front of it 219 as well
         ASSERT_TRUE(is_shown ? luma == 234 || luma == 235 : luma == 16) << column << " " << row;
       }
@@ -154,17 +155,19 @@ TEST(Quantel, PicturesLieInTheMiddle) {
 }
 
 TEST(Quantel, LargePicturesAreCroppedToTheirMiddle) {
-  const struct {
+  const struct Crop {
     int format, width, height, x, line;
   } crops[] = {{kNtsc, 800, 486, 40, 0}, {kNtsc, 722, 487, 0, 0}, {kPal, 1440, 1152, 360, 288}};
-  for (const auto& [format, width, height, x, line] : crops) {
-    SCOPED_TRACE(width);
-    const int lines = format == kPal ? kPalLines : kNtscLines;
-    const test::Image whole = random_picture(width, height);
+  for (const Crop& crop : crops) {
+    SCOPED_TRACE(crop.width);
+    const int lines = crop.format == kPal ? kPalLines : kNtscLines;
+    const int first = crop.height - crop.line - lines;
+    const test::Image whole = random_picture(crop.width, crop.height);
     const test::Image middle = picture(kWidth, lines, [&](int column, int y) {
-      return color_at(whole.get(), x + column, height - line - lines + y);
+      return color_at(whole.get(), crop.x + column, first + y);
     });
-    EXPECT_TRUE(test::written(format, whole.get()) == test::written(format, middle.get()));
+    EXPECT_TRUE(test::written(crop.format, whole.get()) ==
+                test::written(crop.format, middle.get()));
   }
 }
 
