@@ -23,7 +23,7 @@ int test_t(img_file* handle, const std::uint8_t* head) {
   Driver::instance().calls += 't';
   EXPECT_EQ(head[IMG_HEAD_SIZE - 1], 0);  // behind the end of a short file
   std::fgetc(handle->stream);             // a test may leave the stream anywhere
-  return head[0] == Driver::instance().magic;
+  return head[0] == std::uint8_t(Driver::instance().magic);
 }
 
 int open_t(img_file* handle, const std::uint8_t* head) {

@@ -231,7 +231,7 @@ std::vector<Seed> seeds() {
 Outcome read(const std::string& bytes, int type = IMG_TYPE_FILE) {
   const int file = memfd_create("small", MFD_CLOEXEC);
   EXPECT_EQ(write(file, bytes.data(), bytes.size()), ssize_t(bytes.size()));
-  const Outcome outcome = outcome_of("/proc/self/fd/" + std::to_string(file), type);
+  Outcome outcome = outcome_of("/proc/self/fd/" + std::to_string(file), type);
   close(file);
   return outcome;
 }

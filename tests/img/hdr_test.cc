@@ -10,7 +10,6 @@ namespace {
 
 using test::bytes;
 using test::flat;
-using test::kOpening;
 using test::Lines;
 using test::Planes;
 

@@ -8,12 +8,10 @@
 #include "packet_rows.h"
 #include "rle.h"
 
+namespace test {
 namespace {
 
 using ka::RowEnd;
-using test::Bytes;
-using test::repeated;
-using test::operator+;
 
 using Packets = std::span<const std::uint8_t>;
 using RowBytes = std::span<std::uint8_t>;
@@ -202,3 +200,4 @@ TEST(Packets, RandomRowsComeBackOrAreRefused) {
 }
 
 }  // namespace
+}  // namespace test

@@ -112,8 +112,9 @@ TEST(Filter, LevelIsTheMeanOfWhatItsPixelsCover) {
   for (const auto& [width, height, columns, lines] : kFilterRows) {
     const Image image = make_pyramid(IMG_TYPE_S_FP, width, height);
     for (int i = 0; i < width * height; ++i) {  // a ramp, which no sample but a float can hold
-      const float ramp = float(i % width + 10 * (i / width));
-      put(image.get(), i % width, i / width, {ramp, ramp, ramp, 1});
+      const int x = i % width, y = i / width;
+      const auto ramp = float(x + 10 * y);
+      put(image.get(), x, y, {ramp, ramp, ramp, 1});
     }
     ka_img_pyramid_filter_levels(image.get());
     const img_image* const half = level(image, 1);

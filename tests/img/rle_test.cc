@@ -9,12 +9,10 @@
 
 #include "packet_rows.h"
 
+namespace test {
 namespace {
 
 using ka::RowEnd;
-using test::Bytes;
-using test::repeated;
-using test::operator+;
 
 // Pixel packets, decoded one byte after the other.
 struct Decoded {
@@ -211,3 +209,4 @@ TEST(Pairs, AreDecodedAsOneSampleAfterTheOther) {
 }
 
 }  // namespace
+}  // namespace test

@@ -75,8 +75,8 @@ TEST_F(Report, ThePostMortemTellsHowToLearnMoreAndDumpsForThoseWhoDebug) {
                              "please try lower -jobmemory settings."});
   debug.insert(debug.end(),
                {"-------- database dump --------",
-                "host  mod        tag      addr   ctrans    size pidx fj v priv refs    type      "
-                "    ka name",
+                ("host  mod        tag      addr   ctrans    size pidx fj v priv refs    type      "
+                 "    ka name"),
                 "-------- memory dump --------", "ka_mem_dump not available",
                 "please try lower -jobmemory settings."});
   EXPECT_EQ(post_mortem(KA_SUBVERB_DEFAULT), plain);

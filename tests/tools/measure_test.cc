@@ -205,7 +205,7 @@ TEST(MeasureKernels, OfPass2AgreeWithThePlainRulesForEveryWidth) {
         const std::uint32_t entry = table[std::size_t(std::abs(sum))];
         ASSERT_EQ(entries[x], entry) << x;
         ++bins[(sum < 0 ? ka::kCounterMiddle : 0) + (entry & 0xff)];
-        ++alphas[std::size_t(int(ka::kCounterMiddle) + p.alpha)];
+        ++alphas[unsigned(int(ka::kCounterMiddle) + p.alpha)];
       }
       found[0] = 0;  // of the pixels that do not differ
       EXPECT_EQ(found, alphas);
