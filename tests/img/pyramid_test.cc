@@ -1,7 +1,10 @@
 // Image pyramids: sizes, layout, the box filter, and files read with their levels.
+#include <errno.h>
 #include <gtest/gtest.h>
+#include <ka/message.h>
 
-#include <random>
+#include <cmath>
+#include <cstdlib>
 #include <string>
 
 #include "img/mode.h"
@@ -10,14 +13,19 @@
 
 namespace {
 
-using test::Color, test::get, test::Image, test::put;
+using test::Color, test::get, test::Image, test::Mode, test::put;
 
-Image make_pyramid(int type, int width, int height) {
+img_file shape(int type, int width, int height) {
   img_file file{};
   file.type = type;
   file.width = width;
   file.height = height;
   file.pyramid = 1;
+  return file;
+}
+
+Image make_pyramid(int type, int width, int height) {
+  img_file file = shape(type, width, height);
   return Image(ka_img_image_alloc(&file));
 }
 
@@ -29,42 +37,66 @@ img_image* level(const Image& image, int k) {
 
 float value(const img_image* image, int x, int y) { return get(image, x, y)[0]; }
 
+struct SizeRow {
+  const char* name;
+  int width, height, bits, components;
+  bool pyramid;
+  std::optional<std::uint64_t> bytes;
+};
+
+class PyramidSize : public testing::TestWithParam<SizeRow> {};
+
+TEST_P(PyramidSize, IsTheSumOfItsLevels) {
+  const SizeRow& row = GetParam();
+  EXPECT_EQ(img_pyramid_size(row.width, row.height, row.bits, row.components, row.pyramid),
+            row.bytes);
+}
+
 // A level takes height * (components * component bytes * width + 16) + 120 bytes, in whole words.
-TEST(Pyramid, SizeIsTheSumOfItsLevels) {
-  const struct {
-    int width, height, bits, components;
-    bool pyramid;
-    std::optional<std::uint64_t> bytes;
-  } rows[] = {{4, 4, 8, 4, false, 248},
-              {4, 4, 8, 4, true, 248 + 168 + 140},
-              {7, 3, 8, 1, true, 192 + 140},  // 3 * (7 + 16) + 120 = 189, 1 * (3 + 16) + 120 = 139
-              {9, 2, 1, 1, true, 172 + 140},  // 170 and 140: a byte for each bit
-              {1000, 1, 16, 1, true, 2000 + 16 + 120},
-              {0, 0, 8, 4, true, 120},
-              // 65000 * 65552 + 120 fits, 32500 * 32784 + 120 more does not.
-              {65536, 65000, 8, 1, false, 4260880120},
-              {65536, 65000, 8, 1, true, std::nullopt},
-              {1 << 20, 1 << 20, 8, 1, true, std::nullopt},  // 21 levels
-              {4, -1, 8, 1, true, std::nullopt}};
-  for (const auto& [width, height, bits, components, pyramid, bytes] : rows) {
-    EXPECT_EQ(img_pyramid_size(width, height, bits, components, pyramid), bytes) << width;
-  }
+INSTANTIATE_TEST_SUITE_P(
+    Rows, PyramidSize,
+    testing::Values(SizeRow{"BaseAlone", 4, 4, 8, 4, false, 248},
+                    SizeRow{"TwoLevelsMore", 4, 4, 8, 4, true, 248 + 168 + 140},
+                    // 3 * (7 + 16) + 120 = 189 and 1 * (3 + 16) + 120 = 139
+                    SizeRow{"WholeWords", 7, 3, 8, 1, true, 192 + 140},
+                    // 2 * (9 + 16) + 120 = 170 and 1 * (4 + 16) + 120: a byte for each bit
+                    SizeRow{"Bits", 9, 2, 1, 1, true, 172 + 140},
+                    SizeRow{"ThinOnesHaveNoLevels", 1000, 1, 16, 1, true, 2000 + 16 + 120},
+                    SizeRow{"Empty", 0, 0, 8, 4, true, 120},
+                    // 65000 * 65552 + 120 fits, 32500 * 32784 + 120 more does not.
+                    SizeRow{"LargestBase", 65536, 65000, 8, 1, false, 4260880120},
+                    SizeRow{"LargestBaseWithLevels", 65536, 65000, 8, 1, true, std::nullopt},
+                    SizeRow{"TwentyOneLevels", 1 << 20, 1 << 20, 8, 1, true, std::nullopt},
+                    SizeRow{"Negative", 4, -1, 8, 1, true, std::nullopt}),
+    [](const auto& row) { return std::string(row.param.name); });
+
+TEST(Pyramid, TooLargeImagesAreRefused) {
+  img_file file = shape(IMG_TYPE_S, 65536, 65000);
+  EXPECT_EQ(ka_img_image_alloc(&file), nullptr);
+  EXPECT_EQ(file.error, IMG_ERR_SUBTYPE);
+  EXPECT_EQ(file.os_error, EFBIG);
+  file.pyramid = 0;
+  EXPECT_EQ(ka_img_image_size(&file), 4260880120U);
 }
 
 TEST(Pyramid, LevelsEndWhenTheSmallerSideDoes) {
-  for (const auto& [width, height, levels] :
-       {std::array{512, 256, 9}, {256, 512, 9}, {1000, 1, 1}, {5, 5, 3}, {0, 9, 0}}) {
-    img_file file{};
-    file.width = width;
-    file.height = height;
+  struct Row {
+    int width, height, levels;
+  };
+  for (const auto& [width, height, levels] : {Row{512, 512, 10},
+                                              {512, 256, 9},
+                                              {256, 512, 9},
+                                              {1, 1, 1},
+                                              {1000, 1, 1},
+                                              {5, 5, 3},
+                                              {0, 9, 0}}) {
+    const img_file file = shape(IMG_TYPE_RGBA, width, height);
     EXPECT_EQ(img_pyramid_levels(&file), levels) << width << "x" << height;
   }
   const Image image = make_pyramid(IMG_TYPE_S, 512, 256);
+  EXPECT_EQ(image->levels, 9);
   EXPECT_EQ(level(image, 8)->width, 2);
   EXPECT_EQ(level(image, 8)->height, 1);
-  EXPECT_EQ(level(image, 0), image.get());
-  EXPECT_EQ(level(image, 9), nullptr);
-  EXPECT_EQ(level(image, -1), nullptr);
 }
 
 TEST(Pyramid, DirectoryAndHeadersOfEveryLevel) {
@@ -83,6 +115,10 @@ TEST(Pyramid, DirectoryAndHeadersOfEveryLevel) {
     EXPECT_EQ(at->filter, 1.0F);  // as the handle asked
     EXPECT_EQ(at->width, 4 >> k);
     EXPECT_EQ(at->height, 4 >> k);
+    EXPECT_EQ(at->bits, 8);
+    EXPECT_EQ(at->components, 4);
+    EXPECT_EQ(at->type, IMG_TYPE_RGBA);
+    EXPECT_EQ(at->flags[2], 0);
     std::uint32_t next = 120 + 16 * std::uint32_t(at->height);
     const auto* const table = reinterpret_cast<const img_image_line*>(at + 1);
     for (int y = 0; y < at->height; ++y) {
@@ -94,60 +130,131 @@ TEST(Pyramid, DirectoryAndHeadersOfEveryLevel) {
   }
 }
 
+TEST(Pyramid, SinglePlanesOfLevelsStandInTheAlphaSlot) {
+  for (const int type : {IMG_TYPE_A, IMG_TYPE_S_16, IMG_TYPE_S_FP, IMG_TYPE_BIT}) {
+    const Image image = make_pyramid(type, 2, 2);
+    EXPECT_EQ(test::plane(level(image, 1), 0, test::kR), nullptr) << type;
+    EXPECT_NE(test::plane(level(image, 1), 0, test::kA), nullptr) << type;
+  }
+  EXPECT_NE(test::plane(level(make_pyramid(IMG_TYPE_Z, 2, 2), 1), 0, test::kR), nullptr);
+}
+
+TEST(Pyramid, LevelsAreFoundAndFiltersSet) {
+  const Image image = make_pyramid(IMG_TYPE_S, 4, 4);
+  EXPECT_EQ(level(image, 0), image.get());
+  EXPECT_EQ(level(image, 3), nullptr);
+  EXPECT_EQ(level(image, -1), nullptr);
+  ka_img_pyramid_set_filter(image.get(), 0.75F);
+  EXPECT_EQ(image->filter, 0.75F);
+  const Image plain = test::make_image(IMG_TYPE_S, 4, 4);
+  EXPECT_EQ(plain->levels, 0);
+  EXPECT_EQ(level(plain, 0), plain.get());
+  EXPECT_EQ(level(plain, 1), nullptr);
+}
+
+TEST(PyramidDeathTest, ANullHandleIsFatal) {
+  setenv("KA_LOGFILE", "/dev/null", 1);
+  EXPECT_DEATH(img_pyramid_levels(nullptr), "ASSERTION FAILED: ifp: ");
+  EXPECT_DEATH(img_pyramid_create_directory(nullptr, nullptr), "ASSERTION FAILED: ifp: ");
+  unsetenv("KA_LOGFILE");
+}
+
+// Sets x + 10 * y everywhere, which no sample but a float can hold.
+void fill_ramp(img_image* image) {
+  for (int y = 0; y < image->height; ++y) {
+    for (int x = 0; x < image->width; ++x) {
+      const float ramp = float(x + 10 * y);
+      put(image, x, y, {ramp, ramp, ramp, 1});
+    }
+  }
+}
+
 struct FilterRow {
+  const char* name;
   int width, height;
   std::vector<double> columns, lines;  // means of the pixels that a level-1 pixel covers
 };
 
-// 5 pixels on 2: (0 + 1 + 2 / 2) / 2.5 = 0.8 and (2 / 2 + 3 + 4) / 2.5 = 3.2. 7 pixels on 3:
-// (0 + 1 + 2 / 3) / (7 / 3) = 5 / 7, (2 * 2 / 3 + 3 + 4 * 2 / 3) / (7 / 3) = 3 and
-// (4 / 3 + 5 + 6) / (7 / 3) = 37 / 7. 3 pixels on 1: 1.
-const std::vector<FilterRow> kFilterRows = {{6, 4, {0.5, 2.5, 4.5}, {0.5, 2.5}},
-                                            {5, 5, {0.8, 3.2}, {0.8, 3.2}},
-                                            {7, 3, {5.0 / 7, 3, 37.0 / 7}, {1}},
-                                            {4, 3, {0.5, 2.5}, {1}},
-                                            {3, 4, {1}, {0.5, 2.5}}};
+class Filter : public testing::TestWithParam<FilterRow> {};
 
-TEST(Filter, LevelIsTheMeanOfWhatItsPixelsCover) {
-  for (const auto& [width, height, columns, lines] : kFilterRows) {
-    const Image image = make_pyramid(IMG_TYPE_S_FP, width, height);
-    for (int i = 0; i < width * height; ++i) {  // a ramp, which no sample but a float can hold
-      const int x = i % width, y = i / width;
-      const auto ramp = float(x + 10 * y);
-      put(image.get(), x, y, {ramp, ramp, ramp, 1});
+TEST_P(Filter, LevelIsTheMeanOfWhatItsPixelsCover) {
+  const FilterRow& row = GetParam();
+  const Image image = make_pyramid(IMG_TYPE_S_FP, row.width, row.height);
+  fill_ramp(image.get());
+  ka_img_pyramid_filter_levels(image.get());
+  const img_image* const half = level(image, 1);
+  ASSERT_EQ(half->width, int(row.columns.size()));
+  ASSERT_EQ(half->height, int(row.lines.size()));
+  for (int y = 0; y < half->height; ++y) {
+    for (int x = 0; x < half->width; ++x) {
+      const double expected = row.columns[std::size_t(x)] + 10 * row.lines[std::size_t(y)];
+      EXPECT_NEAR(double{value(half, x, y)}, expected, 1e-4) << x << ", " << y;
     }
-    ka_img_pyramid_filter_levels(image.get());
-    const img_image* const half = level(image, 1);
-    ASSERT_EQ(half->width, int(columns.size()));
-    ASSERT_EQ(half->height, int(lines.size()));
-    for (int i = 0; i < half->width * half->height; ++i) {
-      const int x = i % half->width, y = i / half->width;
-      const double expected = columns[std::size_t(x)] + 10 * lines[std::size_t(y)];
-      EXPECT_NEAR(double{value(half, x, y)}, expected, 1e-4) << width << ": " << x << ", " << y;
-    }
-    if (width != 5) continue;
-    EXPECT_NEAR(value(level(image, 2), 0, 0), 22.0F, 1e-4F);  // 2 + 10 * 2, of 0.8 and 3.2
   }
 }
 
+// 5 pixels on 2: (0 + 1 + 2 / 2) / 2.5 = 0.8 and (2 / 2 + 3 + 4) / 2.5 = 3.2. 7 pixels on 3:
+// (0 + 1 + 2 / 3) / (7 / 3) = 5 / 7, (2 * 2 / 3 + 3 + 4 * 2 / 3) / (7 / 3) = 3 and
+// (4 / 3 + 5 + 6) / (7 / 3) = 37 / 7. 3 pixels on 1: 1.
+INSTANTIATE_TEST_SUITE_P(Rows, Filter,
+                         testing::Values(FilterRow{"Halves", 6, 4, {0.5, 2.5, 4.5}, {0.5, 2.5}},
+                                         FilterRow{"FiveOnTwo", 5, 5, {0.8, 3.2}, {0.8, 3.2}},
+                                         FilterRow{
+                                             "SevenOnThree", 7, 3, {5.0 / 7, 3, 37.0 / 7}, {1}},
+                                         FilterRow{"OddLinesOnly", 4, 3, {0.5, 2.5}, {1}},
+                                         FilterRow{"OddColumnsOnly", 3, 4, {1}, {0.5, 2.5}}),
+                         [](const auto& row) { return std::string(row.param.name); });
+
+TEST(Filter, EachLevelComesFromTheOneAbove) {
+  const Image image = make_pyramid(IMG_TYPE_S_FP, 5, 5);
+  fill_ramp(image.get());
+  ka_img_pyramid_filter_levels(image.get());
+  EXPECT_NEAR(value(level(image, 2), 0, 0), 22.0F, 1e-4F);  // 2 + 10 * 2, of 0.8 and 3.2
+}
+
+// Bytes: (10 + 20 + 30 + 41) / 4 = 25.25, (1 + 2 + 3 + 5) / 4 = 2.75. Words in the same way.
 TEST(Filter, SamplesAreRoundedToTheNearest) {
-  std::mt19937 random(1);
-  for (const int type : {IMG_TYPE_RGB, IMG_TYPE_RGB_16, IMG_TYPE_S, IMG_TYPE_A_16}) {
-    const Image image = make_pyramid(type, 32, 16);
-    const double largest = image->bits == 8 ? 255 : 65535;
-    std::array<std::array<int, 32>, 16> red{};
-    for (int i = 0; i < 32 * 16; ++i) {
-      int& number = red[std::size_t(i / 32)][std::size_t(i % 32)];
-      number = int(random() % (unsigned(largest) + 1));
-      put(image.get(), i % 32, i / 32, {float(number / largest), 0, 0, 1});
+  const std::array<std::array<int, 4>, 2> given = {{{10, 20, 30, 41}, {1, 2, 3, 5}}};
+  for (const auto& [type, largest] : {std::pair{IMG_TYPE_RGB, 255.0F},
+                                      {IMG_TYPE_RGB_16, 65535.0F},
+                                      {IMG_TYPE_S, 255.0F},
+                                      {IMG_TYPE_RGBA_16, 65535.0F}}) {
+    for (const auto& [numbers, mean] : {std::pair{given[0], 25.0F}, {given[1], 3.0F}}) {
+      const Image image = make_pyramid(type, 2, 2);
+      for (int i = 0; i < 4; ++i) {
+        const float color = float(numbers[std::size_t(i)]) / largest;
+        put(image.get(), i % 2, i / 2, {color, color, color, color});
+      }
+      ka_img_pyramid_filter_levels(image.get());
+      EXPECT_FLOAT_EQ(value(level(image, 1), 0, 0), mean / largest) << type;
     }
-    ka_img_pyramid_filter_levels(image.get());
-    for (std::size_t i = 0; i < 16 * 8; ++i) {
-      const std::size_t x = i % 16, y = i / 16;
-      const int sum = red[2 * y][2 * x] + red[2 * y][2 * x + 1] + red[2 * y + 1][2 * x] +
-                      red[2 * y + 1][2 * x + 1];
-      const double mean = value(level(image, 1), int(x), int(y)) * largest;
-      EXPECT_NEAR(mean, sum / 4.0, 0.51) << type << ": " << x << ", " << y;
+  }
+}
+
+// Noise of every type, filtered pixel by pixel and plane by plane: clipping to an alpha of 1
+// changes nothing but the way.
+TEST(Filter, BothWaysOfHalvingGiveTheSame) {
+  for (const int type : {IMG_TYPE_RGB, IMG_TYPE_RGB_16, IMG_TYPE_S, IMG_TYPE_A_16}) {
+    const Image plain = make_pyramid(type, 32, 16), clipped = make_pyramid(type, 32, 16);
+    std::uint32_t state = 1;
+    const auto next = [&state] {
+      state = state * 1664525U + 1013904223U;
+      return float(state >> 8) * 0x1p-24F;
+    };
+    for (int i = 0; i < 32 * 16; ++i) {
+      const Color color = {next(), next(), next(), 1};
+      for (const Image* each : {&plain, &clipped}) put(each->get(), i % 32, i / 32, color);
+    }
+    ka_img_pyramid_filter_levels(plain.get());
+    img_options options = test::kPlain;
+    options.color_clip = IMG_CLIP_TO_ALPHA;
+    const Mode mode(options);
+    ka_img_pyramid_filter_levels(clipped.get());
+    for (int k = 1; k < plain->levels; ++k) {
+      for (int i = 0; i < (32 >> k) * (16 >> k); ++i) {
+        const int x = i % (32 >> k), y = i / (32 >> k);
+        EXPECT_EQ(get(level(plain, k), x, y), get(level(clipped, k), x, y)) << type << " " << k;
+      }
     }
   }
 }
@@ -173,6 +280,36 @@ TEST(Filter, OneColorStaysInEveryTypeAndSize) {
   }
 }
 
+TEST(Filter, VectorsHaveNoColorsToMix) {
+  const Image image = make_pyramid(IMG_TYPE_VTS, 4, 4);
+  const std::array<float, 3> vector = {1, 1, 0};
+  for (int i = 0; i < 16; ++i) ka_img_put_vector(image.get(), vector.data(), i % 4, i / 4);
+  ka_img_pyramid_filter_levels(image.get());
+  EXPECT_EQ(test::samples<std::uint16_t>(test::plane(level(image, 1), 0, 0), 2),
+            (std::vector<std::uint16_t>{0, 0}));
+}
+
+// Colours are mixed as they were before gamma: half of 0 and 1 is 0.5, stored as 0.25.
+TEST(Filter, GammaOfTheThreadApplies) {
+  img_options options = test::kPlain;
+  options.gamma = 2.0F;
+  const Mode mode(options);
+  const Image image = make_pyramid(IMG_TYPE_RGB_16, 2, 2);
+  for (const int y : {0, 1}) put(image.get(), y, y, {1, 1, 1, 1});
+  ka_img_pyramid_filter_levels(image.get());
+  EXPECT_NEAR(test::samples<std::uint16_t>(test::plane(level(image, 1), 0, 0), 1)[0], 16384, 2);
+}
+
+TEST(Filter, TellsWhenItStartsAndEnds) {
+  const Image image = test::make_image(IMG_TYPE_S, 1, 1);
+  const test::MessageLog log(KA_DEBUG);
+  ka_img_pyramid_filter_levels(image.get());
+  ASSERT_EQ(log.lines().size(), 2U);
+  EXPECT_NE(log.lines()[0].find("IMG"), std::string::npos);
+  EXPECT_NE(log.lines()[0].find(": starting to filter image pyramid"), std::string::npos);
+  EXPECT_NE(log.lines()[1].find(": image pyramid finished"), std::string::npos);
+}
+
 // A picture of 4 x 2 pixels, top line first: its grey values are those of the bytes.
 const std::string kPicture =
     "P6 4 2 255\n" + test::bytes({10, 10, 10, 20, 20, 20, 30, 30, 30, 40, 40, 40,
@@ -187,10 +324,23 @@ TEST(PyramidFile, IsFilteredAfterTheLastLine) {
   ASSERT_TRUE(image && ka_img_image_read(file, image.get()));
   EXPECT_EQ(image->levels, 2);
   const img_image* const half = level(image, 1);
+  EXPECT_EQ(half->type, IMG_TYPE_RGBA);
   EXPECT_FLOAT_EQ(value(half, 0, 0), 35 / 255.0F);  // (10 + 20 + 50 + 60) / 4
   EXPECT_FLOAT_EQ(value(half, 1, 0), 55 / 255.0F);
   EXPECT_FLOAT_EQ(get(half, 1, 0)[2], 56 / 255.0F);  // (30 + 40 + 70 + 84) / 4
   EXPECT_EQ(get(half, 1, 0)[3], 1.0F);
+}
+
+TEST(PyramidFile, ThatEndsEarlyKeepsWhatCameInEveryLevel) {
+  const test::Scratch scratch;
+  test::Handle file;
+  const std::string cut = kPicture.substr(0, kPicture.size() - 3);
+  ASSERT_TRUE(ka_img_open(file, scratch.write("cut.ppm", cut).c_str(), IMG_TYPE_RGB));
+  file->pyramid = 1;
+  const Image image(ka_img_image_alloc(file));
+  EXPECT_FALSE(ka_img_image_read(file, image.get()));
+  EXPECT_EQ(file->error, IMG_ERR_READ);
+  EXPECT_NEAR(value(level(image, 1), 0, 0), 7.5F / 255, 0.6F / 255);  // (10 + 20) / 4
 }
 
 }  // namespace

@@ -1,14 +1,11 @@
-// A system that refuses memory: what is tried, what is told, what is given back and how it ends.
+// A system that refuses memory: what is tried, what is told and how it ends.
 #include <gtest/gtest.h>
 #include <ka/mem.h>
 #include <ka/message.h>
-#include <ka/msg.h>
-#include <ka/trans.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "heap.h"
@@ -19,137 +16,192 @@ namespace {
 
 using Names = std::vector<std::string>;
 
+constexpr int kAttempts = 1000;
 constexpr std::size_t kSize = 3 << 20;  // only the blocks of these tests are that large
+
+// Stands among the lines of the message log.
+void tell_handler_call() { test::MessageLog::lines().emplace_back("MAIN: handler"); }
+
+// The lines, numbers of megabytes left out.
+Names told(Names lines) {
+  for (std::string& line : lines) {
+    std::string text;
+    std::copy_if(line.begin() + (line.starts_with("03") ? 7 : 0), line.end(),
+                 std::back_inserter(text), [](char c) { return c < '0' || c > '9'; });
+    line = text;
+  }
+  return lines;
+}
 
 class Refusal : public test::MemoryTest {
  protected:
-  Refusal() {  // stands among the lines of the message log
-    ka_mem_error_handler([] { test::MessageLog::lines().emplace_back("MAIN: handler"); });
-  }
+  Refusal() { ka_mem_error_handler(tell_handler_call); }
   ~Refusal() override { test::refuse(0, 0); }
 };
 
-const char kHeading[] = "================ memory error post-mortem ================";
+const std::string kTrying = "out of memory after allocating  MB, trying to recover automatically";
+const std::string kLimiting = "limiting heap usage to  MB from now on";
 
 TEST_F(Refusal, OfABlockIsReportedOnceAndTriedAgain) {
+  ka_mem_release(ka_mem_allocate(1));
   void* block = nullptr;
-  test::refuse(3, kSize);
-  const Names lines = messages_of([&] { block = ka_mem_allocate(kSize); }, KA_WARNING | KA_INFO);
+  const auto lines = told(messages_of(
+      [&] {
+        test::refuse(3, kSize);
+        block = ka_mem_allocate(kSize);
+      },
+      KA_WARNING | KA_INFO));
   EXPECT_EQ(ka_mem_dogetsize(block), kSize);
   ka_mem_release(block);
-  EXPECT_TRUE(test::matches(lines[0],
-                            "03[0-9]{4} out of memory after allocating [0-9]+ MB, trying to "
-                            "recover automatically"))
-      << lines[0];
-  EXPECT_TRUE(test::matches(lines[1], "03[0-9]{4} limiting heap usage to [0-9]+ MB from now on"))
-      << lines[1];
-  EXPECT_EQ(lines[2], kHeading);
-  const Names end = {"handler", lines[0], "handler", lines[0], "handler"};
-  EXPECT_TRUE(std::equal(end.begin(), end.end(), lines.end() - 5));
-  EXPECT_EQ(std::ranges::count(lines, kHeading), 1);
+  const auto report = std::find(lines.begin(), lines.end(),
+                                "================ memory error post-mortem ================");
+  const auto handler = std::find(lines.begin(), lines.end(), "handler");
+  EXPECT_EQ(Names(lines.begin(), report), (Names{kTrying, kLimiting}));
+  EXPECT_LT(report, handler);
+  EXPECT_EQ(Names(handler, lines.end()),
+            (Names{"handler", kTrying, "handler", kTrying, "handler"}));
+}
+
+TEST_F(Refusal, OfRawMemoryAsksTheHandlerBeforeItIsReported) {
+  void* block = nullptr;
+  const auto lines = told(messages_of(
+      [&] {
+        test::refuse(2, kSize);
+        block = ka_mem_allocate_raw(kSize);
+      },
+      KA_INFO));
+  ka_mem_release_raw(block);
+  ASSERT_GE(lines.size(), 3U);
+  EXPECT_EQ(lines.front(), "handler");
+  EXPECT_EQ(lines[1], "================ memory error post-mortem ================");
+  EXPECT_EQ(lines.back(), "handler");
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), "handler"), 2);
 }
 
 TEST_F(Refusal, LimitsTheHeapToSevenEighthsUnlessThereIsALimit) {
+  const std::int64_t heap = test::align_heap();
+  test::refuse(1, kSize);
+  EXPECT_EQ(ka_mem_test_allocate(kSize), nullptr);
+  // What came and went again: floor((size + 8 + 7) / 8) + floor((-size - 8 - 7) / 8) = -1.
+  EXPECT_EQ(ka_mem_memory_limit(-1), (heap - 1) * 7 / 8);
+  ka_mem_memory_limit(heap * 80);
+  test::refuse(1, kSize);
+  EXPECT_EQ(ka_mem_test_allocate(kSize), nullptr);
+  EXPECT_EQ(ka_mem_memory_limit(-1), heap * 10);
+}
+
+TEST_F(Refusal, AsksTheModulesForAnEighthOfTheHeap) {
   static std::int64_t wanted;
-  const auto handler = [](std::int64_t bytes) {
+  ka_mem_limit_handler(KA_IMG, [](std::int64_t bytes) {
     wanted = bytes;
     return 0;
-  };
-  ka_mem_limit_handler(KA_IMG, handler);
-  // What came and went again: floor((size + 8 + 7) / 8) + floor((-size - 8 - 7) / 8) = -1.
-  const std::int64_t heap = test::align_heap() - 1;
+  });
+  const std::int64_t heap = test::align_heap() - 1;  // as above
   test::refuse(1, kSize);
   EXPECT_EQ(ka_mem_test_allocate(kSize), nullptr);
   EXPECT_EQ(wanted, (heap - heap * 7 / 8) * 8);
-  EXPECT_EQ(ka_mem_memory_limit(heap * 80), heap * 7 / 8);
-  auto* const block = ka_mem_strdup("as it was");
+}
+
+TEST_F(Refusal, LeavesABlockAsItWas) {
+  auto* const block = static_cast<char*>(ka_mem_strdup("as it was"));
   const std::size_t size = ka_mem_getsize();
   test::refuse(1, kSize);
   EXPECT_EQ(ka_mem_test_reallocate(block, kSize), nullptr);
-  EXPECT_EQ(ka_mem_memory_limit(-1), heap * 10);
   EXPECT_STREQ(block, "as it was");
   EXPECT_EQ(ka_mem_getsize(), size);
   ka_mem_release(block);
 }
 
-int handler_calls = 0;
-
-// Every attempt is refused: the process ends, in a child of the test's.
-void call_refused(void (*call)(), std::size_t least) {
-  ka_set_verbosity(KA_FATAL);
-  ka_mem_error_handler([] { ++handler_calls; });
-  std::atexit([] { std::fprintf(stderr, "handler calls: %d", handler_calls); });
-  test::refuse(1000, least);
-  call();
+TEST_F(Refusal, TakesASingleAttemptWhereOneWasAsked) {
+  const auto lines = messages_of(
+      [] {
+        test::refuse(1, kSize);
+        EXPECT_EQ(ka_mem_test_allocate(kSize), nullptr);
+        EXPECT_EQ(test::refusals_left(), 0);
+        test::refuse(1, kSize);
+        EXPECT_EQ(ka_mem_doalloc(__FILE__, __LINE__, KA_MAIN, kSize, 0), nullptr);
+        test::refuse(1, kSize);
+        EXPECT_EQ(ka_mem_dorealloc(__FILE__, __LINE__, KA_MAIN, nullptr, kSize), nullptr);
+      },
+      KA_INFO);
+  EXPECT_TRUE(lines.empty());
 }
+
+// Every attempt is refused: each of these ends the process, in a child of the test's.
+struct FatalRow {
+  const char* name;
+  void (*call)();
+  std::size_t refused;  // bytes, and more
+  const char* line;     // of the fatal message
+};
+
+int handler_calls = 0;
+void count_handler_call() { ++handler_calls; }
+
+class RefusedForever : public testing::TestWithParam<FatalRow> {};
+
+void call_refused(const FatalRow& row) {
+  ka_set_verbosity(KA_FATAL);
+  ka_mem_error_handler(count_handler_call);
+  std::atexit([] { std::fprintf(stderr, "handler calls: %d", handler_calls); });
+  test::refuse(kAttempts, row.refused);
+  row.call();
+}
+
+TEST_P(RefusedForever, EndsTheProcessAfter1000Attempts) {
+  const FatalRow& row = GetParam();
+  const std::string line = std::string("MEM   .0  fatal  ") + row.line;
+  EXPECT_EXIT(call_refused(row), testing::ExitedWithCode(1), line + "\nhandler calls: 1000$");
+}
+
+const std::string text(kSize, 'x');
 
 // A chunk of one element of 8192 bytes has a link, too.
-TEST(RefusalDeathTest, TheProcessEndsAfter1000Attempts) {
-  static const std::string text(kSize, 'x');
-  const struct {
-    void (*call)();
-    std::size_t least;
-    const char* line;
-  } rows[] = {
-      {[] { ka_mem_allocate(kSize); }, kSize, "05: can't allocate 3145728 bytes. MEM exits."},
-      {[] { ka_mem_reallocate(ka_mem_allocate(1), kSize); }, kSize,
-       "06: can't reallocate 3145728 bytes. MEM exits."},
-      {[] { ka_mem_strdup(text.c_str()); }, kSize,
-       "07: can't allocate memory for string. MEM exits."},
-      {[] { ka_mem_allocate_raw(kSize); }, kSize, "08: can't allocate 3145728 bytes. MEM exits."},
-      {[] { ka_mem_reallocate_raw(ka_mem_allocate_raw(1), kSize); }, kSize,
-       "11: can't reallocate 3145728 bytes. MEM exits."},
-      {[] { ka_mem_blkallocate(ka_mem_blkcreate(8192)); }, 8192,
-       "15: can't allocate 8200 bytes. MEM exits."},
-      {[] { ka_mem_blkfallocate(ka_mem_blkcreate(8192)); }, 8192,
-       "16: can't allocate 8200 bytes. MEM exits."},
-      {[] { ka_mem_pages_get(); }, 0x40000, "29: can't allocate 262144 bytes.MEM exits."}};
-  for (const auto& [call, least, line] : rows) {
-    EXPECT_EXIT(call_refused(call, least), testing::ExitedWithCode(1),
-                std::string("MEM   .0  fatal  0310") + line + "\nhandler calls: 1000$");
-  }
+INSTANTIATE_TEST_SUITE_P(
+    Rows, RefusedForever,
+    testing::Values(
+        FatalRow{"Block", [] { ka_mem_allocate(kSize); }, kSize,
+                 "031005: can't allocate 3145728 bytes. MEM exits."},
+        FatalRow{"ResizedBlock", [] { ka_mem_reallocate(ka_mem_allocate(1), kSize); }, kSize,
+                 "031006: can't reallocate 3145728 bytes. MEM exits."},
+        FatalRow{"NewBlockOfReallocate", [] { ka_mem_reallocate(nullptr, kSize); }, kSize,
+                 "031006: can't reallocate 3145728 bytes. MEM exits."},
+        FatalRow{"Text", [] { ka_mem_strdup(text.c_str()); }, kSize,
+                 "031007: can't allocate memory for string. MEM exits."},
+        FatalRow{"RawBlock", [] { ka_mem_allocate_raw(kSize); }, kSize,
+                 "031008: can't allocate 3145728 bytes. MEM exits."},
+        FatalRow{"ResizedRawBlock", [] { ka_mem_reallocate_raw(ka_mem_allocate_raw(1), kSize); },
+                 kSize, "031011: can't reallocate 3145728 bytes. MEM exits."},
+        FatalRow{"ChunkOfALockedPool", [] { ka_mem_blkallocate(ka_mem_blkcreate(8192)); }, 8192,
+                 "031015: can't allocate 8200 bytes. MEM exits."},
+        FatalRow{"ChunkOfAnUnlockedPool", [] { ka_mem_blkfallocate(ka_mem_blkcreate(8192)); }, 8192,
+                 "031016: can't allocate 8200 bytes. MEM exits."},
+        FatalRow{"Megapage", [] { ka_mem_pages_get(); }, 0x40000,
+                 "031029: can't allocate 262144 bytes.MEM exits."}),
+    [](const auto& row) { return row.param.name; });
+
+// Nobody could make room: there is nothing to wait for.
+TEST(RefusedMegapage, EndsTheProcessAtOnceWithoutAnErrorHandler) {
+  const auto get_page = [] {
+    ka_set_verbosity(KA_FATAL | KA_INFO);
+    test::refuse(1, 0x40000);
+    ka_mem_pages_get();
+  };
+  EXPECT_EXIT(get_page(), testing::ExitedWithCode(1),
+              "memory error post-mortem(.|\n)*031029: can't allocate 262144 bytes.MEM exits.");
 }
 
-#ifdef __SANITIZE_ADDRESS__
-constexpr long kKept = 0;  // the sanitizer is to see each release
-#else
-constexpr long kKept = 4;
-#endif
-
-// A thread keeps four released blocks of a class at most, up to 1032 bytes, and gives them back when
-// its areas are set aside, when the system refuses and when it ends.
-TEST_F(Refusal, FindsKeptBlocksGivenBack) {
-  const auto left_by = [](std::size_t size) {
-    const long before = test::live_blocks();
-    void* blocks[50];
-    for (void*& block : blocks) block = ka_mem_allocate(size);
-    for (void* block : blocks) ka_mem_release(block);
-    return test::live_blocks() - before;
-  };
-  const long before = test::live_blocks();
-  std::thread([left_by] {
-    ka_msg_register_thread();
-    ka_mem_release(ka_mem_allocate(5000));  // the areas are there
-    EXPECT_EQ(left_by(1033), 0);
-    EXPECT_EQ(left_by(1032), kKept);
-    ka_context_pop(ka_context_push());
-    EXPECT_EQ(left_by(1032), kKept);
-    test::refuse(1, kSize);
-    EXPECT_EQ(ka_mem_test_allocate(kSize), nullptr);
-    EXPECT_EQ(left_by(1032), kKept);
-    ka_msg_unregister_thread();
-  }).join();
-  EXPECT_EQ(test::live_blocks(), before);
-}
-
-TEST(RefusalDeathTest, ABlockIsNotReleasedTwice) {
-  const auto release_twice = [] {
-    setenv("KA_LOGFILE", "/dev/null", 1);
-    void* const block = ka_mem_allocate(100);
-    ka_mem_release(block);
-    ka_mem_release(block);
-  };
-  EXPECT_DEATH(release_twice(), "ASSERTION FAILED|heap-use-after-free");
+TEST_F(Refusal, OfAMegapageIsTriedAgainWithAnErrorHandler) {
+  ka_mem_pages_flush();
+  ka_mem_page* page = nullptr;
+  const auto lines = messages_of(
+      [&] {
+        test::refuse(2, 0x40000);
+        page = ka_mem_pages_get();
+      },
+      KA_INFO);
+  EXPECT_EQ(lines, (Names{"handler", "handler"}));
+  ka_mem_pages_put(page);
 }
 
 }  // namespace

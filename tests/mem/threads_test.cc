@@ -8,6 +8,7 @@
 
 #include <array>
 #include <atomic>
+#include <latch>
 #include <thread>
 #include <vector>
 
@@ -25,6 +26,53 @@ std::thread start(Function function) {
     function();
     ka_msg_unregister_thread();
   });
+}
+
+constexpr std::size_t kSize = 100'000;
+constexpr std::size_t kCounted = kSize + 16;  // as ka_mem_getsize counts a block
+
+TEST_F(Threads, AnAccountIsMergedWhenItsThreadEnds) {
+  const std::size_t before = ka_mem_getsize();
+  void* block = nullptr;
+  std::latch has_allocated(1), may_end(1);
+  std::thread thread = start([&] {
+    block = ka_mem_allocate(kSize);
+    has_allocated.count_down();
+    may_end.wait();
+  });
+  has_allocated.wait();
+  EXPECT_EQ(ka_mem_getsize(), before);
+  may_end.count_down();
+  thread.join();
+  EXPECT_EQ(ka_mem_getsize(), before + kCounted);
+  ka_mem_release(block);
+  EXPECT_EQ(ka_mem_getsize(), before);
+}
+
+TEST_F(Threads, AnAccountIsMergedWhenTheAreasAreSetAside) {
+  const std::size_t before = ka_mem_getsize();
+  void* block = nullptr;
+  std::latch has_pushed(1), may_end(1);
+  std::thread thread = start([&] {
+    block = ka_mem_allocate(kSize);
+    void** const saved = ka_context_push();
+    has_pushed.count_down();
+    may_end.wait();
+    ka_mem_release(ka_mem_reallocate(block, 2 * kSize));
+    ka_context_pop(saved);
+  });
+  has_pushed.wait();
+  EXPECT_EQ(ka_mem_getsize(), before + kCounted);
+  may_end.count_down();
+  thread.join();
+  EXPECT_EQ(ka_mem_getsize(), before);
+}
+
+TEST_F(Threads, ABlockMayBeReleasedByAnotherThread) {
+  const std::size_t before = ka_mem_getsize();
+  void* const block = ka_mem_allocate(kSize);
+  start([&] { ka_mem_release(block); }).join();
+  EXPECT_EQ(ka_mem_getsize(), before);
 }
 
 // What each thread of the crowd does, with blocks of its own and with pool and pages that all
