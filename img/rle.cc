@@ -223,6 +223,11 @@ struct Progress {
   std::size_t in, out;  // bytes
 };
 
+inline void store_twice(std::uint8_t* out, Words words) {
+  std::memcpy(out, &words, sizeof words);
+  std::memcpy(out + sizeof words, &words, sizeof words);
+}
+
 // Expands what stands so far from both ends that a packet may be moved with some bytes too many.
 // Rows hold the four parts of colours one by one, so that most packets of a row are of one kind: a
 // branch is guessed, and the next packet need not wait for this one's length.
@@ -239,8 +244,9 @@ Progress expand_inner(std::span<const std::uint8_t> packets, std::span<std::uint
       const std::size_t count = control - kLongestMove;
       const std::uint64_t word = *in++ * (~std::uint64_t{0} / 0xff);
       const Words run{word, word};
-      for (std::size_t done = 0; done < count; done += sizeof run) {
-        std::memcpy(out + done, &run, sizeof run);
+      store_twice(out, run);
+      for (std::size_t done = 2 * sizeof run; done < count; done += 2 * sizeof run) {
+        store_twice(out + done, run);
       }
       out += count;
     } else {
