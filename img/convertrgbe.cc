@@ -96,22 +96,35 @@ KA_KERNEL void decode_body(const std::array<const std::uint8_t*, IMG_SLOTS>& fro
   }
 }
 
-// Bytes need no block of floats between: a mantissa and a half times 255 is exact, and so is its
-// product with the step. Steps that are left at 0 are far too small for a byte.
+// A byte is (255 mantissa + 127.5) / 2^shift rounded down, at most 255, where the shift is 136 less
+// the exponent. The half changes it for negative shifts only, which give 255 whatever the mantissa
+// is. So 16 bits are enough: shifts are products with a power of two of which the upper half
+// remains. That of shift 0 is one too large for 16 bits; with the one below 127 comes out as 126,
+// and what is larger is past 255 anyhow.
 KA_KERNEL void decode_bytes_body(const std::array<const std::uint8_t*, IMG_SLOTS>& from,
                                  const std::array<std::uint8_t*, 3>& to, std::size_t count) {
-  std::array<float, FloatBlock::kPixels> steps;
+  constexpr int unshifted = kBias + 8;  // exponent of shift 0
+  alignas(64) std::array<std::uint16_t, FloatBlock::kPixels> factors, brightest, levels;
   const std::uint8_t* const exponents = from[3];
   for (std::size_t x = 0; x < count; ++x) {
-    const std::int32_t exponent = exponents[x] - (kBias + 8) + 127;
-    steps[x] = std::bit_cast<float>((exponent > 0 ? exponent : 0) << 23);
+    const std::int32_t exponent = std::min<std::uint8_t>(exponents[x], unshifted);
+    const auto power = std::bit_cast<float>((exponent - unshifted + 16 + 127) << 23);
+    factors[x] = static_cast<std::uint16_t>(std::min(static_cast<std::int32_t>(power), 0xffff));
+  }
+  for (std::size_t x = 0; x < count; ++x) {
+    brightest[x] = static_cast<std::uint16_t>((exponents[x] > unshifted ? 255 : 0) |
+                                              (exponents[x] == unshifted ? 1 : 0));
   }
   for (std::size_t slot = 0; slot < to.size(); ++slot) {
     const std::uint8_t* const mantissas = from[slot];
     std::uint8_t* const bytes = to[slot];
     for (std::size_t x = 0; x < count; ++x) {
-      const float level = (static_cast<float>(mantissas[x]) * 255.0F + 127.5F) * steps[x];
-      bytes[x] = static_cast<std::uint8_t>(static_cast<std::int32_t>(std::min(level, 255.0F)));
+      const std::uint32_t level = mantissas[x] * 255U + 127U;
+      levels[x] = static_cast<std::uint16_t>(level * factors[x] >> 16);
+    }
+    for (std::size_t x = 0; x < count; ++x) {
+      const auto level = static_cast<std::uint16_t>(levels[x] | brightest[x]);
+      bytes[x] = static_cast<std::uint8_t>(level < 255 ? level : 255);
     }
   }
 }
