@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "palettekernels.h"
+
 namespace ka {
 
 // Gives each index a byte of its own. Several indexes share a byte from its highest bits down, and
@@ -32,10 +34,6 @@ template <typename Use>
   return true;
 }
 
-struct Color {
-  std::uint8_t r, g, b, a;
-};
-
 // The colours behind indexes. Others than those that were set are no colours.
 class Palette {
  public:
@@ -51,7 +49,7 @@ class Palette {
  private:
   [[nodiscard]] bool has_all(const std::uint8_t* indexes, std::size_t count) const;
 
-  std::array<Color, 256> colors_{};
+  ColorTable table_;
   std::size_t first_ = 0, end_ = 0;  // indexes with a colour
 };
 

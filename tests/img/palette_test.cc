@@ -46,4 +46,30 @@ TEST(Palette, LooksUpEveryIndex) {
   }
 }
 
+// The loop of each instruction set, for every length up to three vectors and one.
+TEST(Palette, KernelsAgree) {
+  ka::ColorTable table;
+  for (std::size_t i = 0; i < 256; ++i) {
+    const auto level = std::uint8_t(i * 7);
+    table.colors[i] = {level, std::uint8_t(~level), std::uint8_t(i), 9};
+    for (std::size_t c = 0; c < 4; ++c) {
+      table.planes[c][i] = reinterpret_cast<const std::uint8_t*>(&table.colors[i])[c];
+    }
+  }
+  for (std::size_t count = 0; count <= 193; ++count) {
+    Bytes row(count);
+    for (std::size_t i = 0; i < count; ++i) row[i] = std::uint8_t(i * 83 + count);
+    for (const auto kernel : ka::usable_kernels(ka::look_up_kernels)) {
+      Bytes g(count + 1, 0x5a), a = g;
+      kernel(table, row.data(), count, {nullptr, g.data(), nullptr, a.data()});
+      for (std::size_t i = 0; i < count; ++i) {
+        ASSERT_EQ(g[i], std::uint8_t(~(row[i] * 7))) << i << " of " << count;
+        ASSERT_EQ(a[i], 9);
+      }
+      ASSERT_EQ(g[count], 0x5a);
+      ASSERT_EQ(a[count], 0x5a);
+    }
+  }
+}
+
 }  // namespace

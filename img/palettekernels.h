@@ -1,0 +1,27 @@
+// Colours behind indexes of a byte each: the look-up for each instruction set.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include <ka/detail/targets.h>
+
+namespace ka {
+
+struct Color {
+  std::uint8_t r, g, b, a;
+};
+
+// The same colours one by one and plane by plane: which is faster to look up depends on the kernel.
+struct ColorTable {
+  std::array<Color, 256> colors{};
+  alignas(64) std::array<std::array<std::uint8_t, 256>, 4> planes{};
+};
+
+// Stores the colours of `count` indexes; a null plane is left out.
+using LookUpKernel = void (*)(const ColorTable& table, const std::uint8_t* indexes,
+                              std::size_t count, const std::array<std::uint8_t*, 4>& planes);
+extern const KernelTable<LookUpKernel> look_up_kernels;
+
+}  // namespace ka
