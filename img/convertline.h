@@ -119,6 +119,11 @@ using EncodeKernel = void (*)(FloatBlock::Samples& colours,
 extern const KernelTable<DecodeKernel> decode_kernels;
 extern const KernelTable<EncodeKernel> encode_kernels;
 
+// Decodes shared exponents to bytes.
+using DecodeBytesKernel = void (*)(const std::array<const std::uint8_t*, IMG_SLOTS>& from,
+                                   const std::array<std::uint8_t*, 3>& to, std::size_t count);
+extern const KernelTable<DecodeBytesKernel> decode_bytes_kernels;
+
 // The line from pixel `first` on, which is a multiple of 8.
 inline img_line rest_of(const img_line* line, std::size_t sample_bits, std::size_t first) {
   img_line rest;

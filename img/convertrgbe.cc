@@ -96,39 +96,6 @@ KA_KERNEL void decode_body(const std::array<const std::uint8_t*, IMG_SLOTS>& fro
   }
 }
 
-// A byte is (255 mantissa + 127.5) / 2^shift rounded down, at most 255, where the shift is 136 less
-// the exponent. The half changes it for negative shifts only, which give 255 whatever the mantissa
-// is. So 16 bits are enough: shifts are products with a power of two of which the upper half
-// remains. That of shift 0 is one too large for 16 bits; with the one below 127 comes out as 126,
-// and what is larger is past 255 anyhow.
-KA_KERNEL void decode_bytes_body(const std::array<const std::uint8_t*, IMG_SLOTS>& from,
-                                 const std::array<std::uint8_t*, 3>& to, std::size_t count) {
-  constexpr int unshifted = kBias + 8;  // exponent of shift 0
-  alignas(64) std::array<std::uint16_t, FloatBlock::kPixels> factors, brightest, levels;
-  const std::uint8_t* const exponents = from[3];
-  for (std::size_t x = 0; x < count; ++x) {
-    const std::int32_t exponent = std::min<std::uint8_t>(exponents[x], unshifted);
-    const auto power = std::bit_cast<float>((exponent - unshifted + 16 + 127) << 23);
-    factors[x] = static_cast<std::uint16_t>(std::min(static_cast<std::int32_t>(power), 0xffff));
-  }
-  for (std::size_t x = 0; x < count; ++x) {
-    brightest[x] = static_cast<std::uint16_t>((exponents[x] > unshifted ? 255 : 0) |
-                                              (exponents[x] == unshifted ? 1 : 0));
-  }
-  for (std::size_t slot = 0; slot < to.size(); ++slot) {
-    const std::uint8_t* const mantissas = from[slot];
-    std::uint8_t* const bytes = to[slot];
-    for (std::size_t x = 0; x < count; ++x) {
-      const std::uint32_t level = mantissas[x] * 255U + 127U;
-      levels[x] = static_cast<std::uint16_t>(level * factors[x] >> 16);
-    }
-    for (std::size_t x = 0; x < count; ++x) {
-      const auto level = static_cast<std::uint16_t>(levels[x] | brightest[x]);
-      bytes[x] = static_cast<std::uint8_t>(level < 255 ? level : 255);
-    }
-  }
-}
-
 KA_DEFINE_KERNELS(encode_block, encode_body,
                   (FloatBlock::Samples & colours, const std::array<std::uint8_t*, IMG_SLOTS>& to,
                    std::size_t count),
@@ -137,11 +104,6 @@ KA_DEFINE_KERNELS(decode_block, decode_body,
                   (const std::array<const std::uint8_t*, IMG_SLOTS>& from,
                    FloatBlock::Samples& colours, std::size_t count),
                   (from, colours, count));
-KA_DEFINE_KERNELS(decode_bytes, decode_bytes_body,
-                  (const std::array<const std::uint8_t*, IMG_SLOTS>& from,
-                   const std::array<std::uint8_t*, 3>& to, std::size_t count),
-                  (from, to, count));
-
 // By way of floats to one type.
 template <int Type>
 void from_rgbe(img_line* dst, const img_line* src, const float* weights, std::size_t width) {
@@ -164,16 +126,12 @@ std::array<Sample*, IMG_SLOTS> planes_of(const img_line& line) {
 template <int Type>
 void to_bytes(img_line* dst, const img_line* src, const float* /*weights*/, std::size_t width) {
   static const auto kernel = best_kernel(decode_bytes_kernels);
-  auto from = planes_of<const std::uint8_t>(*src);
+  const auto from = planes_of<const std::uint8_t>(*src);
   const auto [r, g, b, a] = planes_of<std::uint8_t>(*dst);
-  std::array to = {r, g, b};
+  const std::array to = {r, g, b};
   if (std::ranges::find(from, nullptr) != from.end()) return;
   if (std::ranges::find(to, nullptr) != to.end()) return;
-  for (std::size_t first = 0; first < width; first += FloatBlock::kPixels) {
-    kernel(from, to, std::min(width - first, FloatBlock::kPixels));
-    for (auto& plane : from) plane += FloatBlock::kPixels;
-    for (auto& plane : to) plane += FloatBlock::kPixels;
-  }
+  kernel(from, to, width);
   if (Type == IMG_TYPE_RGBA && a) std::fill_n(a, width, std::uint8_t{255});
 }
 

@@ -103,4 +103,17 @@ TEST(SharedExponentKernels, Agree) {
   }
 }
 
+TEST(SharedExponentKernels, AgreeOnBytes) {
+  const std::size_t plane = 3 * kVector + 2;
+  std::vector<std::uint8_t> codes = noise<std::uint8_t>(4 * plane);
+  for (std::size_t x = 0; x < plane; ++x) codes[3 * plane + x] = std::uint8_t(120 + x % 20);
+  compare<std::uint8_t>(ka::decode_bytes_kernels,
+                        [&](auto kernel, std::uint8_t* to, std::size_t first, std::size_t count) {
+                          const std::uint8_t* const from = codes.data() + first;
+                          std::vector<std::uint8_t> others(2 * count);
+                          kernel({from, from + plane, from + 2 * plane, from + 3 * plane},
+                                 {others.data(), to, others.data() + count}, count);
+                        });
+}
+
 }  // namespace
