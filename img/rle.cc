@@ -9,13 +9,12 @@
 namespace ka {
 namespace {
 
-constexpr unsigned kLiteral = 0x80;        // bit of a control sample
-constexpr unsigned kCount = 0x7f;          // its other bits
-constexpr std::size_t kLongestMove = 128;  // samples or pixels that are moved at a time
+constexpr unsigned kCount = 0x7f;  // bits of a control; the highest tells runs from literals
 
-// Packets are short: what a branch on their kind or length would cost when it is guessed wrong is
-// more than moving some bytes too many. A chunk holds whole pixels of 1 to 4 bytes.
+// Packets are short: what a branch on their length would cost when it is guessed wrong is more than
+// moving some bytes too many. A chunk holds whole pixels of 1 to 4 bytes.
 constexpr std::size_t kChunkBytes = 48;
+constexpr std::size_t kStep = kRowSlack;  // bytes of a longer literal that are moved together
 using Words [[gnu::vector_size(16)]] = std::uint64_t;
 struct Chunk {
   Words words[kChunkBytes / sizeof(Words)];
@@ -48,11 +47,8 @@ KA_KERNEL Chunk repeated(std::uint64_t pixel) {
   }
 }
 
-struct Control {
-  std::size_t count;  // samples or pixels
-  bool literal;       // they follow as they are, else as one
-};
-
+// A form of packets: `choose` calls literal(count) or run(count) for the low byte of a control,
+// where the count is one of samples or pixels.
 template <typename Sample>
 struct CountedForm {
   static constexpr std::size_t kSampleBytes = sizeof(Sample);
@@ -61,10 +57,8 @@ struct CountedForm {
   static constexpr bool kHasClosing = true;
   static constexpr bool kHasEmptyPackets = false;
   static constexpr bool kHasWideCounts = false;
-  static constexpr std::size_t kLongestCount = kLongestMove;
-  static Control control(const std::uint8_t* bytes) {
-    const unsigned low = bytes[kControlBytes - 1];
-    return {low & kCount, (low & kLiteral) != 0};
+  KA_KERNEL static auto choose(std::size_t control, auto literal, auto run) {
+    return control > kCount ? literal(control & kCount) : run(control);
   }
 };
 
@@ -77,100 +71,125 @@ struct ByteControl {
   static constexpr bool kHasClosing = false;
   static constexpr bool kHasEmptyPackets = false;  // else a count of 0 ends the row
   static constexpr bool kHasWideCounts = false;  // a count of 0 stands for one of 16 bits behind it
-  static constexpr std::size_t kLongestCount = kLongestMove;
 };
 
 template <std::size_t PixelBytes>
 struct PixelForm : ByteControl<PixelBytes> {
-  static Control control(const std::uint8_t* bytes) {
-    return {(*bytes & kCount) + std::size_t{1}, *bytes <= kCount};
+  KA_KERNEL static auto choose(std::size_t control, auto literal, auto run) {
+    return control <= kCount ? literal(control + 1) : run(control - kCount);
   }
 };
 
 struct SignedForm : ByteControl<1> {
-  static Control control(const std::uint8_t* bytes) {
-    const std::size_t low = *bytes;
-    return low <= kCount ? Control{low + 1, false} : Control{256 - low, true};
+  KA_KERNEL static auto choose(std::size_t control, auto literal, auto run) {
+    return control <= kCount ? run(control + 1) : literal(256 - control);
   }
 };
 
 template <std::size_t PixelBytes>
 struct MixedForm : ByteControl<PixelBytes> {
   static constexpr bool kHasWideCounts = true;
-  static constexpr std::size_t kLongestCount = 65535;
-  static Control control(const std::uint8_t* bytes) {
-    const std::size_t low = *bytes;
-    return low <= kCount ? Control{low + 1, true} : Control{low == 128 ? 0 : low - 127, false};
+  KA_KERNEL static auto choose(std::size_t control, auto literal, auto run) {
+    return control <= kCount ? literal(control + 1) : run(control == 128 ? 0 : control - kCount);
   }
 };
 
 template <std::size_t PixelBytes>
 struct RunForm : ByteControl<PixelBytes> {
-  static constexpr std::size_t kLongestCount = 255;
-  static Control control(const std::uint8_t* bytes) { return {*bytes, false}; }
+  KA_KERNEL static auto choose(std::size_t control, auto /*literal*/, auto run) {
+    return run(control);
+  }
 };
 
 struct PackBitsForm : ByteControl<1> {
   static constexpr bool kHasEmptyPackets = true;
-  static Control control(const std::uint8_t* bytes) {
-    const std::size_t c = *bytes;
-    return c <= 128 ? Control{c < 128 ? c + 1 : 0, true} : Control{257 - c, false};
+  KA_KERNEL static auto choose(std::size_t control, auto literal, auto run) {
+    return control <= 128 ? literal(control < 128 ? control + 1 : 0) : run(257 - control);
   }
 };
 
 struct ScanlineForm : ByteControl<1> {
   static constexpr bool kHasEmptyPackets = true;
-  static Control control(const std::uint8_t* bytes) {
-    const std::size_t is_run = (*bytes + 127U) >> 8;  // 1 above 128, without a branch
-    return {*bytes - is_run * kLongestMove, is_run == 0};
+  KA_KERNEL static auto choose(std::size_t control, auto literal, auto run) {
+    return control <= 128 ? literal(control) : run(control - 128);
   }
 };
 
-// Moves a packet in whole chunks: up to kChunkBytes - 1 more bytes are read and written.
+struct Control {
+  std::size_t count;
+  bool literal;
+};
+
 template <typename Form>
-KA_KERNEL void move_chunks(std::uint8_t* out, const std::uint8_t* in, std::size_t bytes,
-                           bool literal) {
+Control control_of(const std::uint8_t* packet) {
+  return Form::choose(
+      packet[Form::kControlBytes - 1],
+      [](std::size_t count) {
+        return Control{count, true};
+      },
+      [](std::size_t count) {
+        return Control{count, false};
+      });
+}
+
+template <typename Form>
+KA_KERNEL void store(std::uint8_t* out, Words words) {
+  if constexpr (Form::kSwaps) words = swap_samples(words);
+  std::memcpy(out, &words, sizeof words);
+}
+
+// Repeats a pixel in whole chunks: up to kChunkBytes - 1 more bytes are written.
+template <typename Form>
+KA_KERNEL void repeat(std::uint8_t* out, const std::uint8_t* in, std::size_t bytes) {
   std::uint64_t pixel = 0;
   for (std::size_t i = 0; i < Form::kSampleBytes; ++i) pixel |= std::uint64_t{in[i]} << 8 * i;
   const Chunk run = repeated<Form::kSampleBytes>(pixel);
-  const std::uint64_t from_input = std::uint64_t{0} - literal;
-  const Words kept = {from_input, from_input};
-  const auto move = [&](std::size_t at, Words repeats) {
+  const auto store_chunk = [&](std::uint8_t* at) {
+    for (std::size_t i = 0; i < std::size(run.words); ++i) {
+      store<Form>(at + i * sizeof(Words), run.words[i]);
+    }
+  };
+  store_chunk(out);
+  for (std::size_t done = kChunkBytes; done < bytes; done += kChunkBytes) store_chunk(out + done);
+}
+
+// Copies samples: up to kStep - 1 more bytes are read and written.
+template <typename Form>
+KA_KERNEL void copy(std::uint8_t* out, const std::uint8_t* in, std::size_t bytes) {
+  const auto move = [&](std::size_t at) {
     Words words;
     std::memcpy(&words, in + at, sizeof words);
-    words = (words & kept) | (repeats & ~kept);
-    if constexpr (Form::kSwaps) words = swap_samples(words);
-    std::memcpy(out + at, &words, sizeof words);
+    store<Form>(out + at, words);
   };
-  for (std::size_t done = 0; done < bytes; done += kChunkBytes) {
-    move(done, run.words[0]);
-    move(done + sizeof(Words), run.words[1]);
-    move(done + 2 * sizeof(Words), run.words[2]);
+  move(0);
+  for (std::size_t done = sizeof(Words); done < bytes; done += kStep) {
+    for (std::size_t i = 0; i < kStep; i += sizeof(Words)) move(done + i);
   }
 }
 
-// Moves a packet that stands near the end of its row or of the input. Kept out of the loop over
-// packets, whose registers are few.
+// Moves a packet that may stand near the end of its row or of the input.
 template <typename Form>
-[[gnu::noinline]] void move_exactly(std::uint8_t* out, const std::uint8_t* in, std::size_t bytes,
-                                    bool literal) {
+[[gnu::noinline]] void move_packet(std::span<std::uint8_t> row,
+                                   std::span<const std::uint8_t> packets, std::size_t bytes,
+                                   bool literal) {
   constexpr std::size_t size = Form::kSampleBytes;
+  std::uint8_t* const out = row.data();
+  const std::uint8_t* in = packets.data();
+  if (row.size() >= bytes + kStep && packets.size() >= (literal ? bytes : size) + kStep) {
+    return literal ? copy<Form>(out, in, bytes) : repeat<Form>(out, in, bytes);
+  }
+  if (size == 1 && literal) {
+    std::memcpy(out, in, bytes);
+    return;
+  }
+  if (size == 1) {
+    std::memset(out, *in, bytes);
+    return;
+  }
   constexpr bool swaps = Form::kSwaps && std::endian::native == std::endian::little;
   for (std::size_t done = 0; done < bytes; done += size) {
     for (std::size_t i = 0; i < size; ++i) out[done + i] = in[swaps ? size - 1 - i : i];
     if (literal) in += size;
-  }
-}
-
-// Moves a packet of up to kLongestMove samples.
-template <typename Form>
-KA_KERNEL void move_packet(std::span<std::uint8_t> out, std::span<const std::uint8_t> in,
-                           std::size_t bytes, bool literal) {
-  const std::size_t room = bytes + kChunkBytes - 1;  // no less than whole chunks take
-  if (out.size() >= room && in.size() >= room) {
-    move_chunks<Form>(out.data(), in.data(), bytes, literal);
-  } else {
-    move_exactly<Form>(out.data(), in.data(), bytes, literal);
   }
 }
 
@@ -180,9 +199,45 @@ struct Expanded {
   std::size_t filled;  // bytes of the row
 };
 
+// Expands what stands so far from both ends that a packet may be moved with some bytes too many, up
+// to a packet that ends the row or has a wide count. Whether a packet is a run is left to a branch:
+// where it is guessed, which is most often, the next packet need not wait for this one's length.
 template <typename Form>
-Expanded expand(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row) {
-  constexpr std::size_t most = kLongestMove * Form::kSampleBytes;
+Expanded expand_inner(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row,
+                      std::size_t slack) {
+  if (packets.size() < kStep + Form::kControlBytes || row.size() + slack < kStep) return {};
+  const std::uint8_t* const in = packets.data();
+  std::uint8_t* const out = row.data();
+  const std::size_t most_used = packets.size() - kStep - Form::kControlBytes;
+  const std::size_t most_filled = row.size() - (kStep - std::min(slack, kStep));
+  std::size_t used = 0, filled = 0;
+  const auto move_literal = [&](std::size_t count) {
+    const std::size_t from = used + Form::kControlBytes, bytes = count * Form::kSampleBytes;
+    if (from + bytes > most_used || filled + bytes > most_filled) return false;
+    if (count == 0 && !Form::kHasEmptyPackets) return false;
+    copy<Form>(out + filled, in + from, bytes);
+    used = from + bytes;
+    filled += bytes;
+    return true;
+  };
+  const auto move_run = [&](std::size_t count) {
+    const std::size_t from = used + Form::kControlBytes, bytes = count * Form::kSampleBytes;
+    if (filled + bytes > most_filled) return false;
+    if (count == 0 && !Form::kHasEmptyPackets) return false;
+    repeat<Form>(out + filled, in + from, bytes);
+    used = from + Form::kSampleBytes;
+    filled += bytes;
+    return true;
+  };
+  while (used <= most_used &&
+         Form::choose(in[used + Form::kControlBytes - 1], move_literal, move_run)) {
+  }
+  return {RowEnd::kWhole, used, filled};
+}
+
+template <typename Form>
+Expanded expand(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row,
+                std::size_t slack = 0) {
   const std::uint8_t* in = packets.data();
   const std::uint8_t* const in_end = in + packets.size();
   std::uint8_t* out = row.data();
@@ -191,11 +246,15 @@ Expanded expand(std::span<const std::uint8_t> packets, std::span<std::uint8_t> r
   const auto ended = [&](RowEnd end) {
     return Expanded{end, std::size_t(packet - packets.data()), std::size_t(out - row.data())};
   };
-  for (; Form::kHasClosing || out < out_end; packet = in) {
+  for (;; packet = in) {
+    const Expanded inner = expand_inner<Form>({in, in_end}, {out, out_end}, slack);
+    packet = in += inner.used;
+    out += inner.filled;
+    if (!Form::kHasClosing && out == out_end) break;
     if (std::size_t(in_end - in) < Form::kControlBytes) {
       return ended(out == out_end ? RowEnd::kWhole : RowEnd::kShort);
     }
-    auto [count, literal] = Form::control(in);
+    auto [count, literal] = control_of<Form>(in);
     in += Form::kControlBytes;
     if (Form::kHasWideCounts && count == 0) {
       if (in_end - in < 2) return ended(RowEnd::kShort);
@@ -203,70 +262,23 @@ Expanded expand(std::span<const std::uint8_t> packets, std::span<std::uint8_t> r
       in += 2;
     }
     if (count == 0 && !Form::kHasEmptyPackets) break;
-    std::size_t bytes = count * Form::kSampleBytes;
+    const std::size_t bytes = count * Form::kSampleBytes;
     const std::size_t stored = literal ? bytes : Form::kSampleBytes;
     if (bytes > std::size_t(out_end - out)) return ended(RowEnd::kCorrupt);
     if (stored > std::size_t(in_end - in)) return ended(RowEnd::kShort);
-    // Where the next packet starts is what the next turn of the loop waits for.
-    const std::span from(in, in_end);
+    move_packet<Form>({out, out_end}, {in, in_end}, bytes, literal);
     in += stored;
-    for (; Form::kLongestCount > kLongestMove && bytes > most; bytes -= most, out += most) {
-      move_packet<Form>({out, out_end}, from, most, false);
-    }
-    move_packet<Form>({out, out_end}, from, bytes, literal);
     out += bytes;
   }
   return ended(out == out_end ? RowEnd::kWhole : RowEnd::kCorrupt);
 }
 
-struct Progress {
-  std::size_t in, out;  // bytes
-};
-
-inline void store_twice(std::uint8_t* out, Words words) {
-  std::memcpy(out, &words, sizeof words);
-  std::memcpy(out + sizeof words, &words, sizeof words);
-}
-
-// Expands what stands so far from both ends that a packet may be moved with some bytes too many.
-// Rows hold the four parts of colours one by one, so that most packets of a row are of one kind: a
-// branch is guessed, and the next packet need not wait for this one's length.
-Progress expand_inner(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row) {
-  constexpr std::size_t step = 64;
-  constexpr std::size_t room = (1 + kLongestMove + step - 1) / step * step;
-  const std::uint8_t* in = packets.data();
-  std::uint8_t* out = row.data();
-  const std::uint8_t* const in_end = in + packets.size();
-  const std::uint8_t* const out_end = out + row.size();
-  while (std::size_t(out_end - out) >= room && std::size_t(in_end - in) >= room) {
-    const std::size_t control = *in++;
-    if (control > kLongestMove) {
-      const std::size_t count = control - kLongestMove;
-      const std::uint64_t word = *in++ * (~std::uint64_t{0} / 0xff);
-      const Words run{word, word};
-      store_twice(out, run);
-      for (std::size_t done = 2 * sizeof run; done < count; done += 2 * sizeof run) {
-        store_twice(out + done, run);
-      }
-      out += count;
-    } else {
-      std::memcpy(out, in, sizeof(Words));
-      for (std::size_t done = sizeof(Words); done < control; done += step) {
-        std::memcpy(out + done, in + done, step);
-      }
-      in += control;
-      out += control;
-    }
-  }
-  return {std::size_t(in - packets.data()), std::size_t(out - row.data())};
-}
-
 template <template <std::size_t> typename Form>
 PixelRow expand_row(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row,
-                    std::size_t pixel_bytes) {
+                    std::size_t pixel_bytes, std::size_t slack = 0) {
   constexpr std::array expand_form = {expand<Form<1>>, expand<Form<2>>, expand<Form<3>>,
                                       expand<Form<4>>};
-  const auto [end, used, filled] = expand_form[pixel_bytes - 1](packets, row);
+  const auto [end, used, filled] = expand_form[pixel_bytes - 1](packets, row, slack);
   return {end, used};
 }
 
@@ -279,8 +291,8 @@ RowEnd expand_counted(std::span<const std::uint8_t> packets, std::span<Sample> l
 }
 
 PixelRow expand_pixels(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row,
-                       std::size_t pixel_bytes) {
-  return expand_row<PixelForm>(packets, row, pixel_bytes);
+                       std::size_t pixel_bytes, std::size_t slack) {
+  return expand_row<PixelForm>(packets, row, pixel_bytes, slack);
 }
 
 RowEnd expand_signed(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row) {
@@ -299,9 +311,8 @@ PixelRow expand_repeats(std::span<const std::uint8_t> packets, std::span<std::ui
 }
 
 PixelRow expand_scanline(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row) {
-  const auto [in, out] = expand_inner(packets, row);
-  const auto rest = expand<ScanlineForm>(packets.subspan(in), row.subspan(out));
-  return {rest.end, in + rest.used};
+  const auto [end, used, filled] = expand<ScanlineForm>(packets, row);
+  return {end, used};
 }
 
 PackBitsRow expand_packbits(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row) {
@@ -313,7 +324,7 @@ PackBitsRow skip_packbits(std::span<const std::uint8_t> packets, std::uint64_t c
   std::size_t used = 0, filled = 0;
   while (filled < count) {
     if (used == packets.size()) return {RowEnd::kShort, used, filled};
-    const auto [bytes, literal] = PackBitsForm::control(packets.data() + used);
+    const auto [bytes, literal] = control_of<PackBitsForm>(packets.data() + used);
     const std::size_t stored = 1 + (literal ? bytes : 1);
     if (bytes > count - filled) return {RowEnd::kCorrupt, used, filled};
     if (stored > packets.size() - used) return {RowEnd::kShort, used, filled};

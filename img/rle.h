@@ -14,6 +14,8 @@
 
 namespace ka {
 
+constexpr std::size_t kRowSlack = 64;  // bytes
+
 // How the packets of a row ended.
 enum class RowEnd {
   kWhole,    // with the row's last sample
@@ -51,9 +53,11 @@ struct PixelRow {
   std::size_t used;  // bytes of the packets, of a whole row
 };
 
-// Decodes a row of row.size() / pixel_bytes pixels, left as they are in the packets.
+// Decodes a row of row.size() / pixel_bytes pixels, left as they are in the packets. Up to `slack`
+// bytes behind the row may be overwritten: with kRowSlack of them its last packets need no care.
 [[nodiscard]] PixelRow expand_pixels(std::span<const std::uint8_t> packets,
-                                     std::span<std::uint8_t> row, std::size_t pixel_bytes);
+                                     std::span<std::uint8_t> row, std::size_t pixel_bytes,
+                                     std::size_t slack = 0);
 
 // Bytes that the packets of `count` pixels can take at most.
 [[nodiscard]] constexpr std::size_t pixels_bound(std::size_t count, std::size_t pixel_bytes) {

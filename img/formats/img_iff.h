@@ -108,12 +108,15 @@ struct IffState {
   [[nodiscard]] std::span<const IffTile> held_tiles() const {
     return std::span(tiles).subspan(held.first_tile, held.end_tile - held.first_tile);
   }
-  // A tile's plane in the strip buffer. Tiles of a strip have the same lines.
+  // A tile's plane in the strip buffer. Tiles of a strip have the same lines. Planes stand in the
+  // order of the file, the last component first, and there is room behind the last of them: what is
+  // written past the end of one will be overwritten.
   [[nodiscard]] std::uint8_t* plane(const IffTile& of, std::size_t component) const {
-    const std::size_t samples = of.x1 * of.height() * components + of.pixels() * component;
+    const std::size_t samples =
+        of.x1 * of.height() * components + of.pixels() * (components - 1 - component);
     return strip.data() + samples * sample_bytes;
   }
-  // All of them in the order of the file, which is the last component first.
+  // All of them in the order of the file.
   template <typename Sample, std::size_t Components>
   [[nodiscard]] std::array<Sample*, Components> planes(const IffTile& of) const {
     std::array<Sample*, Components> planes;

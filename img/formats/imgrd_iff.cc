@@ -146,11 +146,11 @@ void make_room(ka::Buffer& buffer, std::size_t bytes) {
   if (buffer.size() < bytes) buffer = ka::Buffer(bytes);
 }
 
-// Decodes planes of bytes that follow one another.
+// Decodes planes of bytes. Before: each ends where the next begins, or with room for kRowSlack.
 bool decodetile(std::span<const std::uint8_t> packets, std::span<std::uint8_t* const> planes,
                 std::size_t pixels) {
   for (std::uint8_t* const plane : planes) {
-    const auto [end, used] = ka::expand_pixels(packets, {plane, pixels}, 1);
+    const auto [end, used] = ka::expand_pixels(packets, {plane, pixels}, 1, ka::kRowSlack);
     if (end != ka::RowEnd::kWhole) return false;
     packets = packets.subspan(used);
   }
@@ -168,7 +168,7 @@ bool decode_bytes(const IffState& state, const IffTile& tile,
 template <typename Sample, std::size_t Components>
 bool decode_samples(IffState& state, const IffTile& tile, std::span<const std::uint8_t> packets) {
   const std::size_t pixels = tile.pixels();
-  make_room(state.tile, pixels * state.pixel_bytes());
+  make_room(state.tile, pixels * state.pixel_bytes() + ka::kRowSlack);
   std::array<std::uint8_t*, sizeof(Sample) * Components> parts;
   for (std::size_t i = 0; i < parts.size(); ++i) parts[i] = state.tile.data() + i * pixels;
   if (!decodetile(packets, parts, pixels)) return false;
@@ -207,7 +207,7 @@ int read_tile(img_file* handle, IffState& state, const IffTile& tile) {
 // Fills the strip buffer. Returns 1, or 0 with the handle's error.
 int read_strip(img_file* handle, IffState& state, const IffStrip& strip) {
   const std::size_t lines = strip.last_line - strip.first_line + 1;
-  make_room(state.strip, lines * state.width * state.pixel_bytes());
+  make_room(state.strip, lines * state.width * state.pixel_bytes() + ka::kRowSlack);
   return iff_with_pixels(state, [&]<typename Sample, std::size_t Components>() {
     for (std::size_t i = strip.first_tile; i < strip.end_tile; ++i) {
       if (!read_tile<Sample, Components>(handle, state, state.tiles[i])) return 0;

@@ -20,9 +20,23 @@ struct Form {
   std::size_t (*compact)(Packets row, RowBytes, std::size_t pixel_bytes);
   std::size_t (*bound)(std::size_t count, std::size_t pixel_bytes) = ka::compact_bound;
 };
-constexpr Form kBytes = {ka::expand_pixels, [](Packets row, RowBytes packets, std::size_t) {
-                           return ka::compact_bytes(row, packets);
-                         }};
+constexpr Form kBytes = {
+    [](Packets packets, RowBytes row, std::size_t size) {
+      return ka::expand_pixels(packets, row, size);
+    },
+    [](Packets row, RowBytes packets, std::size_t) { return ka::compact_bytes(row, packets); }};
+// Into a row with room behind it.
+constexpr Form kBytesWithSlack = {
+    [](Packets packets, RowBytes row, std::size_t size) {
+      Bytes room(row.size() + ka::kRowSlack + 1, 0x5a);
+      std::ranges::copy(row, room.begin());
+      const auto result =
+          ka::expand_pixels(packets, std::span(room).first(row.size()), size, ka::kRowSlack);
+      EXPECT_EQ(room.back(), 0x5a);
+      std::copy_n(room.begin(), row.size(), row.begin());
+      return result;
+    },
+    kBytes.compact};
 constexpr Form kSigned = {
     [](Packets packets, RowBytes row, std::size_t) {
       return ka::PixelRow{ka::expand_signed(packets, row), packets.size()};
@@ -177,8 +191,9 @@ TEST(Packets, RandomRowsComeBackOrAreRefused) {
   const struct {
     Form form;
     std::size_t pixel_bytes;
-  } rows[] = {{kBytes, 1}, {kSigned, 1},  {kMixed, 1}, {kMixed, 2},    {kMixed, 3},
-              {kMixed, 4}, {kCounted, 1}, {kWide, 2},  {kScanline, 1}, {kPackBits, 1}};
+  } rows[] = {{kBytes, 1},    {kSigned, 1},   {kMixed, 1},         {kMixed, 2},
+              {kMixed, 3},    {kMixed, 4},    {kCounted, 1},       {kWide, 2},
+              {kScanline, 1}, {kPackBits, 1}, {kBytesWithSlack, 1}};
   for (const auto& [form, pixel_bytes] : rows) {
     for (int i = 0; i < 1000; ++i) {
       Bytes row;
