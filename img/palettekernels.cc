@@ -52,7 +52,7 @@ KA_TARGET_AVX512 void look_up_plane(const std::array<std::uint8_t, 256>& table,
                                     std::uint8_t* plane) {
   __m512i parts[4];
   for (std::size_t i = 0; i < std::size(parts); ++i) {
-    parts[i] = _mm512_load_si512(table.data() + i * kVectorBytes);
+    parts[i] = _mm512_loadu_si512(table.data() + i * kVectorBytes);
   }
   for (std::size_t i = 0; i < count; i += kVectorBytes) {
     const std::size_t bytes = std::min(count - i, kVectorBytes);

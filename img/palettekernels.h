@@ -16,7 +16,7 @@ struct Color {
 // The same colours one by one and plane by plane: which is faster to look up depends on the kernel.
 struct ColorTable {
   std::array<Color, 256> colors{};
-  alignas(64) std::array<std::array<std::uint8_t, 256>, 4> planes{};
+  std::array<std::array<std::uint8_t, 256>, 4> planes{};
 };
 
 // Stores the colours of `count` indexes; a null plane is left out.

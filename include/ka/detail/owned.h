@@ -28,6 +28,7 @@ using Owned = std::unique_ptr<T, Release>;
 // A new object in accounted memory; never empty.
 template <typename T, typename... Arguments>
 [[nodiscard]] Owned<T> make_owned(Arguments&&... arguments) {
+  static_assert(alignof(T) <= alignof(std::max_align_t), "blocks are not aligned to more");
   void* memory = ka_mem_int_allocate(__FILE__, __LINE__, sizeof(T));
   return Owned<T>(new (memory) T(std::forward<Arguments>(arguments)...));
 }
@@ -55,6 +56,7 @@ struct Allocator {
   Allocator(const Allocator<U>&) {
   }  // NOLINT(google-explicit-constructor): the standard asks for it
   T* allocate(std::size_t count) {
+    static_assert(alignof(T) <= alignof(std::max_align_t), "blocks are not aligned to more");
     // NOLINTNEXTLINE(bugprone-sizeof-expression): elements may well be pointers
     return static_cast<T*>(ka_mem_int_allocate(__FILE__, __LINE__, count * sizeof(T)));
   }
