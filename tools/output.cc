@@ -5,25 +5,46 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
 
 #include <ka/message.h>
+#include <ka/subst.h>
 
 namespace {
 
-// Removes the temporary file when the process ends before the object that owns it does, as a fatal
-// message has it.
-std::string& file_to_remove() {
-  static std::string name;
-  return name;
+// A file that is not whole yet, or that only the viewer needs, goes away with the process, whether
+// a fatal message ends it or a signal. Empty: none. A plain array, since signals may come any time.
+std::array<char, KA_PATH_SIZE> doomed_file;
+
+void remove_doomed_file() {
+  if (doomed_file[0] != '\0') unlink(doomed_file.data());
+  doomed_file[0] = '\0';
 }
 
-void remove_temporary() {
-  std::string& name = file_to_remove();
-  if (!name.empty()) unlink(name.c_str());
-  name.clear();
+void end_by_signal(int number) {
+  remove_doomed_file();
+  signal(number, SIG_DFL);
+  raise(number);  // delivered on return
+}
+
+// Devices stay, as they do when the library removes what it could not write.
+void doom(const std::string& name) {
+  struct stat status;
+  if (lstat(name.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return;
+  if (name.size() >= doomed_file.size()) return;
+  std::atexit(remove_doomed_file);
+  for (const int number : {SIGHUP, SIGINT, SIGTERM}) {
+    if (signal(number, end_by_signal) == SIG_IGN) signal(number, SIG_IGN);
+  }
+  // The first character last: a signal finds no name or all of it.
+  std::copy(name.begin() + 1, name.end(), doomed_file.begin() + 1);
+  std::atomic_signal_fence(std::memory_order_release);
+  doomed_file[0] = name[0];
 }
 
 bool is_folder(const char* path) {
@@ -109,9 +130,7 @@ OutputFile::OutputFile(const Options& options) {
   if (options.verbose) ka_progress("writing %s", name_.c_str());
 }
 
-OutputFile::~OutputFile() {
-  if (is_temporary_) remove_temporary();
-}
+OutputFile::~OutputFile() { remove_doomed_file(); }
 
 void OutputFile::make_temporary() {
   name_ = temporary_folder() + "/veldiffXXXXXX";
@@ -119,8 +138,7 @@ void OutputFile::make_temporary() {
   if (file < 0) ka_fatal("cannot create %s", name_.c_str());
   close(file);
   is_temporary_ = true;
-  file_to_remove() = name_;
-  std::atexit(remove_temporary);
+  doom(name_);
 }
 
 void OutputFile::fail(const char* format) {
@@ -135,8 +153,12 @@ void OutputFile::write(img_image* image, int height) {
   if (!ka_img_create(&file_, name_.c_str(), IMG_TYPE_RGBA, format_, image->width, height)) {
     fail("cannot create %s");
   }
+  std::array<char, KA_PATH_SIZE> path;
+  ka_string_substitute(path.data(), name_.c_str(), path.size());
+  if (!is_temporary_) doom(path.data());
   if (!ka_img_image_write(&file_, image)) fail("cannot write %s");
   if (!ka_img_close(&file_)) fail("cannot close %s");
+  if (!is_temporary_) doomed_file[0] = '\0';
 }
 
 void OutputFile::show(const Options& options) const {
