@@ -8,11 +8,6 @@
 #include <cstdlib>
 #include <string>
 #include <string_view>
-#include <vector>
-
-using Texts = std::vector<std::string>;
-
-constexpr std::uint32_t kReports = KA_ERROR | KA_WARNING | KA_INFO;
 
 inline void set(const char* name, const char* value) {
   value ? setenv(name, value, 1) : unsetenv(name);

@@ -6,7 +6,6 @@
 #include <ka/subst.h>
 
 #include <atomic>
-#include <latch>
 #include <string>
 
 #include "messages.h"
@@ -158,13 +157,7 @@ TEST_F(Subst, ThreadsThatComeTogetherReadTheRulesOnce) {
   ka_errorhandler([](std::uint32_t, const char*, const char* text, int) {
     if (std::string_view(text).starts_with("parsing")) ++builds;
   });
-  std::latch done(4);
-  const auto use = [](void* latch) {
-    EXPECT_EQ(substitute("C:\\a.dll"), "/a.so");
-    static_cast<std::latch*>(latch)->count_down();
-  };
-  for (int i = 0; i < 4; ++i) ASSERT_GT(ka_msg_start_thread(use, &done), 0);
-  done.wait();
+  test::in_threads(4, [] { EXPECT_EQ(substitute("C:\\a.dll"), "/a.so"); });
   ka_errorhandler(nullptr);
   ka_set_verbosity(verbosity);
   EXPECT_EQ(builds, 1);

@@ -13,8 +13,6 @@
 
 namespace {
 
-using Texts = std::vector<std::string>;
-
 std::string numbered(std::uintptr_t i) {
   std::string name = "n";
   return name += std::to_string(i);
