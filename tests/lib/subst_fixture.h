@@ -25,17 +25,17 @@ inline std::string substitute(const std::string& name, std::size_t size = 5000) 
   return buffer.c_str();
 }
 
+// Null: the default rules.
+inline void use_rules(const char* rules) {
+  set("KA_LUM_SUBSTITUTE", rules);
+  ka_lib_subst_exit();
+}
+
 // Every test starts with the default rules and variables of its own.
 class Subst : public testing::Test {
  protected:
   void SetUp() override { clear(); }
   void TearDown() override { clear(); }
-
-  // Null: the default rules.
-  static void use_rules(const char* rules) {
-    set("KA_LUM_SUBSTITUTE", rules);
-    ka_lib_subst_exit();
-  }
 
  private:
   static void clear() {

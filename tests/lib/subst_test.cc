@@ -16,28 +16,22 @@ namespace {
 
 constexpr std::size_t kMaxName = 4095, kMaxPiece = 2047;  // characters
 
-struct Row {
-  const char* rules;  // null: the default
-  const char* from;
-  const char* to;
-};
-
 std::string message_of(int number, const std::string& text) {
   return "2910" + std::to_string(number) + " path substitution: " + text;
 }
 
-class SubstRows : public Subst {
- protected:
-  static void expect(const Row& row, const Texts& messages = {}) {
-    use_rules(row.rules);
-    EXPECT_EQ(messages_of([&] { EXPECT_EQ(substitute(row.from), row.to) << row.rules; }, kReports),
-              messages)
-        << row.from;
-  }
+struct Row {
+  const char *rules, *from, *to;  // rules: null for the default
 };
 
+void expect(const Row& row, const Texts& messages = {}) {
+  use_rules(row.rules);
+  const auto told = messages_of([&] { EXPECT_EQ(substitute(row.from), row.to); }, kReports);
+  EXPECT_EQ(told, messages) << row.rules << row.from;
+}
+
 // Each rule is applied once: the letter that comes to the start stays.
-TEST_F(SubstRows, TheDefaultRulesTurnWindowsNamesIntoUnixNames) {
+TEST_F(Subst, TheDefaultRulesTurnWindowsNamesIntoUnixNames) {
   for (const Row& row :
        {Row{nullptr, "C:\\tex\\wood.dll", "/tex/wood.so"}, Row{nullptr, "c:wood.obj", "wood.o"},
         Row{nullptr, "a/b.lib", "a/b.a"}, Row{nullptr, "a.dll.bak", "a.dll.bak"},
@@ -47,7 +41,7 @@ TEST_F(SubstRows, TheDefaultRulesTurnWindowsNamesIntoUnixNames) {
   }
 }
 
-TEST_F(SubstRows, RulesHaveALanguageAndVariablesAreExpanded) {
+TEST_F(Subst, RulesHaveALanguageAndVariablesAreExpanded) {
   for (const Row& row :
        {Row{"", "C:\\a.dll", "C:\\a.dll"}, Row{"/a//", "banana", "bnn"}, Row{"xaxbx", "aa", "bb"},
         Row{" \t/a/b/ \t /b/c/", "ab", "cc"}, Row{"/a/b/,b,c,", "ab", "cc"},
@@ -71,7 +65,7 @@ TEST_F(SubstRows, RulesHaveALanguageAndVariablesAreExpanded) {
   }
 }
 
-TEST_F(SubstRows, FaultsAreTold) {
+TEST_F(Subst, FaultsAreTold) {
   const Texts null = {message_of(41, "null search string")},
               search = {message_of(42, "unterminated search string")},
               replacement = {message_of(43, "unterminated replace string")},
