@@ -9,6 +9,8 @@
 
 #include <cstdint>
 
+#include "support.h"
+
 namespace test {
 
 constexpr std::int64_t kUnits = 128;  // of 8 bytes, in a KB

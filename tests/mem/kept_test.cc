@@ -2,13 +2,11 @@
 // system.
 #include <gtest/gtest.h>
 #include <ka/mem.h>
-#include <ka/msg.h>
 #include <ka/trans.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
-#include <thread>
 #include <vector>
 
 #include "heap.h"
@@ -29,13 +27,11 @@ void release_blocks(int count, std::size_t size) {
 template <typename Function>
 long left_by(Function function) {
   long left = 0;
-  std::thread([&] {
-    ka_msg_register_thread();
+  test::registered([&] {
     ka_mem_release(ka_mem_allocate(5000));  // the areas are there
     const long before = test::live_blocks();
     function();
     left = test::live_blocks() - before;
-    ka_msg_unregister_thread();
   }).join();
   return left;
 }

@@ -6,7 +6,6 @@
 #include <ka/msg.h>
 #include <ka/trans.h>
 
-#include <array>
 #include <atomic>
 #include <latch>
 #include <thread>
@@ -18,16 +17,6 @@ namespace {
 
 using Threads = test::MemoryTest;
 
-// Runs a function as a thread of the library.
-template <typename Function>
-std::thread start(Function function) {
-  return std::thread([function] {
-    ka_msg_register_thread();
-    function();
-    ka_msg_unregister_thread();
-  });
-}
-
 constexpr std::size_t kSize = 100'000;
 constexpr std::size_t kCounted = kSize + 16;  // as ka_mem_getsize counts a block
 
@@ -35,7 +24,7 @@ TEST_F(Threads, AnAccountIsMergedWhenItsThreadEnds) {
   const std::size_t before = ka_mem_getsize();
   void* block = nullptr;
   std::latch has_allocated(1), may_end(1);
-  std::thread thread = start([&] {
+  std::jthread thread = test::registered([&] {
     block = ka_mem_allocate(kSize);
     has_allocated.count_down();
     may_end.wait();
@@ -53,7 +42,7 @@ TEST_F(Threads, AnAccountIsMergedWhenTheAreasAreSetAside) {
   const std::size_t before = ka_mem_getsize();
   void* block = nullptr;
   std::latch has_pushed(1), may_end(1);
-  std::thread thread = start([&] {
+  std::jthread thread = test::registered([&] {
     block = ka_mem_allocate(kSize);
     void** const saved = ka_context_push();
     has_pushed.count_down();
@@ -71,7 +60,7 @@ TEST_F(Threads, AnAccountIsMergedWhenTheAreasAreSetAside) {
 TEST_F(Threads, ABlockMayBeReleasedByAnotherThread) {
   const std::size_t before = ka_mem_getsize();
   void* const block = ka_mem_allocate(kSize);
-  start([&] { ka_mem_release(block); }).join();
+  test::registered([&] { ka_mem_release(block); }).join();
   EXPECT_EQ(ka_mem_getsize(), before);
 }
 
@@ -115,15 +104,10 @@ TEST_F(Threads, AllocateWhilePurgesRun) {
   ka_mem_pool* const pool = ka_mem_blkcreate(40);
   ka_mem_limit_handler(kModule, show_area);
   ka_mem_memory_limit(8);  // every allocation passes it
-  std::array<std::thread, 4> threads;
-  for (std::thread& thread : threads) {
-    thread = start([pool] {
-      ka_context_mem(kModule);
-      work(pool);
-    });
-  }
-  work(pool);
-  for (std::thread& thread : threads) thread.join();
+  test::in_threads(5, [pool] {
+    ka_context_mem(kModule);
+    work(pool);
+  });
   ka_mem_memory_limit(0);
   EXPECT_GT(asked, 0);
   int in_use = 0;
