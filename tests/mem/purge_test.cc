@@ -6,6 +6,7 @@
 #include <ka/msg.h>
 #include <ka/trans.h>
 
+#include <latch>
 #include <string>
 #include <thread>
 #include <vector>
@@ -149,16 +150,16 @@ class PurgeOfThreads : public Purge {
   PurgeOfThreads() {
     ka_context_register_module(kModule, nullptr, nullptr, sizeof(int));
     seen.clear();
-    for (int number = 1; number <= 2; ++number) {
-      threads_.push_back(test::registered([this, number] { run(number); }));
-      ready_.wait(number - 1);
+    for (int i = 0; i < 2; ++i) {
+      threads_.push_back(test::registered([this] {
+        *static_cast<int*>(ka_context_mem(kModule)) = ka_msg_my_thread_id();
+        ready_.count_down();
+        done_.wait();
+      }));
     }
+    ready_.wait();
   }
-  ~PurgeOfThreads() override {
-    done_ = true;
-    done_.notify_all();
-    threads_.clear();
-  }
+  ~PurgeOfThreads() override { done_.count_down(); }
 
   static int look(std::int64_t /*wanted*/, int result) {
     seen.push_back(*static_cast<int*>(ka_context_mem(kModule)));
@@ -167,15 +168,8 @@ class PurgeOfThreads : public Purge {
   static std::vector<int> seen;
 
  private:
-  void run(int number) {
-    *static_cast<int*>(ka_context_mem(kModule)) = number;
-    ready_ = number;
-    ready_.notify_all();
-    done_.wait(false);
-  }
-  std::atomic<int> ready_{0};
-  std::atomic<bool> done_{false};
-  std::vector<std::jthread> threads_;
+  std::latch ready_{2}, done_{1};
+  std::vector<std::jthread> threads_;  // of the numbers 1 and 2
 };
 std::vector<int> PurgeOfThreads::seen;
 

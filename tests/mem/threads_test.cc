@@ -20,40 +20,31 @@ using Threads = test::MemoryTest;
 constexpr std::size_t kSize = 100'000;
 constexpr std::size_t kCounted = kSize + 16;  // as ka_mem_getsize counts a block
 
-TEST_F(Threads, AnAccountIsMergedWhenItsThreadEnds) {
+TEST_F(Threads, AnAccountIsMergedWhenTheAreasAreSetAsideAndWhenItsThreadEnds) {
   const std::size_t before = ka_mem_getsize();
-  void* block = nullptr;
-  std::latch has_allocated(1), may_end(1);
+  void *block = nullptr, *last = nullptr;
+  std::latch has_allocated(1), may_push(1), has_pushed(1), may_end(1);
   std::jthread thread = test::registered([&] {
     block = ka_mem_allocate(kSize);
     has_allocated.count_down();
-    may_end.wait();
-  });
-  has_allocated.wait();
-  EXPECT_EQ(ka_mem_getsize(), before);
-  may_end.count_down();
-  thread.join();
-  EXPECT_EQ(ka_mem_getsize(), before + kCounted);
-  ka_mem_release(block);
-  EXPECT_EQ(ka_mem_getsize(), before);
-}
-
-TEST_F(Threads, AnAccountIsMergedWhenTheAreasAreSetAside) {
-  const std::size_t before = ka_mem_getsize();
-  void* block = nullptr;
-  std::latch has_pushed(1), may_end(1);
-  std::jthread thread = test::registered([&] {
-    block = ka_mem_allocate(kSize);
+    may_push.wait();
     void** const saved = ka_context_push();
     has_pushed.count_down();
     may_end.wait();
-    ka_mem_release(ka_mem_reallocate(block, 2 * kSize));
+    block = ka_mem_reallocate(block, 2 * kSize);
     ka_context_pop(saved);
+    last = ka_mem_allocate(kSize);
   });
+  has_allocated.wait();
+  EXPECT_EQ(ka_mem_getsize(), before);
+  may_push.count_down();
   has_pushed.wait();
   EXPECT_EQ(ka_mem_getsize(), before + kCounted);
   may_end.count_down();
   thread.join();
+  EXPECT_EQ(ka_mem_getsize(), before + 2 * kCounted + kSize);
+  ka_mem_release(block);
+  ka_mem_release(last);
   EXPECT_EQ(ka_mem_getsize(), before);
 }
 
