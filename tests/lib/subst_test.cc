@@ -146,14 +146,11 @@ TEST_F(Subst, TheRegistryHasTheLastWord) {
 TEST_F(Subst, ThreadsThatComeTogetherReadTheRulesOnce) {
   static std::atomic<int> builds;
   builds = 0;
-  const std::uint32_t verbosity = ka_get_verbosity();
-  ka_set_verbosity(KA_DEBUG);
+  const test::MessageLog log(KA_DEBUG);
   ka_errorhandler([](std::uint32_t, const char*, const char* text, int) {
     if (std::string_view(text).starts_with("parsing")) ++builds;
   });
   test::in_threads(4, [] { EXPECT_EQ(substitute("C:\\a.dll"), "/a.so"); });
-  ka_errorhandler(nullptr);
-  ka_set_verbosity(verbosity);
   EXPECT_EQ(builds, 1);
 }
 

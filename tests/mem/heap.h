@@ -32,15 +32,6 @@ inline std::int64_t align_heap() {
   return heap_kilobytes() * kUnits;
 }
 
-// The calling thread works for a module until the end of the block.
-class Module {
- public:
-  explicit Module(int number) { ka_module_push(number); }
-  ~Module() { ka_module_pop(); }
-  Module(const Module&) = delete;
-  Module& operator=(const Module&) = delete;
-};
-
 // Without limit, limit handlers and error handler before and after each test.
 class MemoryTest : public testing::Test {
  protected:

@@ -142,39 +142,38 @@ TEST_F(Purge, DoesNotWaitForThreadsThatComeOrGo) {
   EXPECT_EQ(calls.size(), 1U);
 }
 
-// Two threads with an area of module 33 each, this one with none.
+constexpr int kModule = 33;
+std::vector<int> seen;
+
+int look(int result) {
+  seen.push_back(*static_cast<int*>(ka_context_mem(kModule)));
+  return result;
+}
+
+// The threads 1 and 2 with an area of the module each, this one with none.
 class PurgeOfThreads : public Purge {
  protected:
-  static constexpr int kModule = 33;
-
   PurgeOfThreads() {
     ka_context_register_module(kModule, nullptr, nullptr, sizeof(int));
     seen.clear();
-    for (int i = 0; i < 2; ++i) {
-      threads_.push_back(test::registered([this] {
+    for (std::jthread& thread : threads_) {
+      thread = test::registered([this] {
         *static_cast<int*>(ka_context_mem(kModule)) = ka_msg_my_thread_id();
         ready_.count_down();
         done_.wait();
-      }));
+      });
     }
     ready_.wait();
   }
   ~PurgeOfThreads() override { done_.count_down(); }
 
-  static int look(std::int64_t /*wanted*/, int result) {
-    seen.push_back(*static_cast<int*>(ka_context_mem(kModule)));
-    return result;
-  }
-  static std::vector<int> seen;
-
  private:
   std::latch ready_{2}, done_{1};
-  std::vector<std::jthread> threads_;  // of the numbers 1 and 2
+  std::jthread threads_[2];
 };
-std::vector<int> PurgeOfThreads::seen;
 
 TEST_F(PurgeOfThreads, ShowsTheHandlerTheAreaOfEachThread) {
-  ka_mem_limit_handler(kModule, [](std::int64_t wanted) { return look(wanted, 1); });
+  ka_mem_limit_handler(kModule, [](std::int64_t) { return look(1); });
   void* const own = ka_context_mem(KA_IMG);
   pass_limit(test::align_heap(), 10);
   EXPECT_EQ(seen, (std::vector{1, 2}));
@@ -182,7 +181,7 @@ TEST_F(PurgeOfThreads, ShowsTheHandlerTheAreaOfEachThread) {
 }
 
 TEST_F(PurgeOfThreads, AsksNoFurtherThreadOnceTheHandlerSaysSo) {
-  ka_mem_limit_handler(kModule, [](std::int64_t wanted) { return look(wanted, 0); });
+  ka_mem_limit_handler(kModule, [](std::int64_t) { return look(0); });
   pass_limit(test::align_heap(), 10);
   EXPECT_EQ(seen, std::vector<int>{1});
 }

@@ -85,8 +85,6 @@ void test::refuse(int count, std::size_t least) {
   refusals = count;
 }
 
-int test::refusals_left() { return refusals; }
-
 long test::live_blocks() { return live; }
 
 void test::align_next(std::size_t least, std::size_t offset) {

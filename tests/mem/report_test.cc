@@ -1,6 +1,7 @@
 // The reports, line by line.
 #include <gtest/gtest.h>
 #include <ka/db.h>
+#include <ka/detail/scope.h>
 #include <ka/mem.h>
 #include <ka/message.h>
 
@@ -31,13 +32,13 @@ std::string format(const char* text, Values... values) {
 TEST_F(Report, TheSummaryTellsWhatEachModuleHoldsAndHeld) {
   void* blocks[3];
   {
-    const test::Module module(44);
+    const ka::ModuleScope module(44);
     blocks[0] = ka_mem_allocate(1 << 20);
     blocks[1] = ka_mem_allocate(1 << 20);
     ka_mem_release(blocks[0]);
   }
   {
-    const test::Module module(17);
+    const ka::ModuleScope module(17);
     blocks[2] = ka_mem_allocate(100);
   }
   const auto total = static_cast<double>(ka_mem_getsize());
