@@ -1,6 +1,5 @@
 // Red-black tree: order, items with the same key, walks, and balance after any sequence of changes.
 #include <gtest/gtest.h>
-#include <ka/message.h>
 #include <ka/rbtree.h>
 
 #include <algorithm>

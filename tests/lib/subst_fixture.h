@@ -2,7 +2,6 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <ka/message.h>
 #include <ka/subst.h>
 
 #include <cstdlib>

@@ -1,7 +1,6 @@
 // Path substitution: environment variables, rules and their language, what fits, the first use.
 #include <gtest/gtest.h>
 #include <ka/message.h>
-#include <ka/msg.h>
 #include <ka/registry.h>
 #include <ka/subst.h>
 

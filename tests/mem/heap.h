@@ -4,8 +4,6 @@
 
 #include <gtest/gtest.h>
 #include <ka/mem.h>
-#include <ka/message.h>
-#include <ka/trans.h>
 
 #include <cstdint>
 

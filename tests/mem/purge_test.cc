@@ -7,7 +7,6 @@
 #include <ka/trans.h>
 
 #include <latch>
-#include <string>
 #include <thread>
 #include <vector>
 

@@ -2,8 +2,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
 
 // The linker's names: __wrap_f is called for f, __real_f is f.
 extern "C" {

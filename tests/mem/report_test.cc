@@ -8,10 +8,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <iterator>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "heap.h"
 #include "lib/messages.h"

@@ -2,8 +2,6 @@
 // middle of it.
 #include <gtest/gtest.h>
 #include <ka/mem.h>
-#include <ka/message.h>
-#include <ka/msg.h>
 #include <ka/trans.h>
 
 #include <atomic>

@@ -2,7 +2,6 @@
 // session and world.
 #include <gtest/gtest.h>
 #include <ka/detail/context.h>
-#include <ka/msg.h>
 #include <ka/trans.h>
 
 #include <algorithm>

@@ -1,6 +1,5 @@
 // Signals end a process with a message, in the process that asked for it.
 #include <gtest/gtest.h>
-#include <ka/message.h>
 #include <ka/msg.h>
 #include <signal.h>
 #include <unistd.h>
