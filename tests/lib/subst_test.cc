@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "messages.h"
 #include "support.h"
@@ -216,10 +217,7 @@ class Linktab : public Subst {
 
 TEST_F(Linktab, LinesAreUnderstood) {
   const std::string rule = "substitute: add rule: ";
-  const struct {
-    const char* lines;
-    Texts messages;
-  } rows[] = {
+  const std::pair<const char*, Texts> rows[] = {
       {"N:/nt /unix\n", {rule + "/unix/ -> N:/nt/"}},
       {"N:/nt/ /unix/\n", {rule + "/unix/ -> N:/nt/"}},
       {"\\\\server\\nt\\ \\unix\n", {rule + "/unix/ -> //server/nt/"}},
@@ -254,11 +252,9 @@ TEST_F(Linktab, ItsRulesComeBeforeThoseOfTheEnvironment) {
 TEST_F(Linktab, TheEnvironmentLeadsToTheFile) {
   scratch.write("linktab.ini", "N: /folder\n");
   const std::string other = scratch.write("other.ini", "N: /file\n");
-  const struct {
-    std::string linktab_location, location, read;
-  } rows[] = {{"", "", ""},       {folder, "", file},     {other, "", other},
-              {"", folder, file}, {other, folder, other}, {"/missing", folder, ""},
-              {"", other, ""}};
+  const std::string rows[][3] = {
+      {"", "", ""},           {folder, "", file},       {other, "", other}, {"", folder, file},
+      {other, folder, other}, {"/missing", folder, ""}, {"", other, ""}};
   for (const auto& [linktab_location, location, read] : rows) {
     set("SI_LINKTAB_LOCATION", linktab_location.empty() ? nullptr : linktab_location.c_str());
     set("SI_LOCATION", location.empty() ? nullptr : location.c_str());
