@@ -198,7 +198,7 @@ void expect_agreement(std::uint32_t mode, std::uintptr_t keys) {
 }
 
 TEST(Rbtree, AgreesWithAMultimapAfterEveryStep) {
-  for (const std::uintptr_t keys : {8, 100, 1000}) {
+  for (const std::uintptr_t keys : {8U, 100U, 1000U}) {
     expect_agreement(0, keys);
     expect_agreement(KA_RB_UNIQUE, keys);
   }
