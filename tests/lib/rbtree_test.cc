@@ -102,8 +102,8 @@ TEST(Rbtree, DumpShowsDepthColourAndSide) {
 
 // A walk in which the function returns `answer` for the value `stop_at`, and 1 for all others.
 struct Walk {
-  std::uint32_t mode;
   std::uintptr_t stop_at;
+  std::uint32_t mode;
   int answer;
   std::vector<std::uintptr_t> expected, shown{};  // values
 };
@@ -111,17 +111,17 @@ struct Walk {
 // 4 is the root, 2 and 6 are its children and have a second item each.
 TEST(Rbtree, AWalkSkipsWhatItIsToldToSkip) {
   Walk walks[] = {{0, 0, 1, {1, 2, 22, 3, 4, 5, 6, 66, 7}},
-                  {KA_RB_SKIP_DUPLICATES, 0, 1, {1, 2, 3, 4, 5, 6, 7}},
-                  {0, 2, 0, {1, 2, 4, 5, 6, 66, 7}},  // a stop skips the right subtree only
-                  {0, 2, 2, {1, 2, 4, 5, 6, 66, 7}},  // at a first item anything but 1 stops
-                  {0, 22, 0, {1, 2, 22, 4, 5, 6, 66, 7}},
-                  {0, 22, 2, {1, 2, 22, 3, 4, 5, 6, 66, 7}},  // at others 0 only
-                  {0, 4, 0, {1, 2, 22, 3, 4}}};
+                  {0, KA_RB_SKIP_DUPLICATES, 1, {1, 2, 3, 4, 5, 6, 7}},
+                  {2, 0, 0, {1, 2, 4, 5, 6, 66, 7}},  // a stop skips the right subtree only
+                  {2, 0, 2, {1, 2, 4, 5, 6, 66, 7}},  // at a first item anything but 1 stops
+                  {22, 0, 0, {1, 2, 22, 4, 5, 6, 66, 7}},
+                  {22, 0, 2, {1, 2, 22, 3, 4, 5, 6, 66, 7}},  // at others 0 only
+                  {4, 0, 0, {1, 2, 22, 3, 4}}};
   for (Walk& walk : walks) {
     const Tree tree = make_tree(
         {{4, 4}, {2, 2}, {6, 6}, {1, 1}, {3, 3}, {5, 5}, {7, 7}, {2, 22}, {6, 66}}, walk.mode);
     const auto note = [](std::uintptr_t, std::uintptr_t value, void* argument) {
-      auto& [mode, stop_at, answer, expected, shown] = *static_cast<Walk*>(argument);
+      auto& [stop_at, mode, answer, expected, shown] = *static_cast<Walk*>(argument);
       shown.push_back(value);
       return value == stop_at ? answer : 1;
     };
