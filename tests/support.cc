@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
 
 #include <ka/mem.h>
 #include <ka/message.h>
@@ -177,15 +176,6 @@ int open_descriptors() {
   return int(std::distance(begin(entries), end(entries)));
 }
 
-std::string find_program(const std::string& name) {
-  const char* const path = std::getenv("PATH");
-  std::istringstream folders(path ? path : "");
-  for (std::string folder; std::getline(folders, folder, ':');) {
-    if (exists(folder + "/" + name)) return folder + "/" + name;
-  }
-  return {};
-}
-
 Outcome run(const std::string& path, const Program& program) {
   const int out = target(program.standard_output), err = target(program.standard_error);
   const pid_t child = fork();
@@ -197,6 +187,11 @@ Outcome run(const std::string& path, const Program& program) {
           .out = captured(program.standard_output, out),
           .err = captured(program.standard_error, err),
           .peak_kilobytes = usage.ru_maxrss};
+}
+
+std::string find_program(const std::string& name) {
+  const std::string path = run("/bin/sh", {.arguments = {"-c", "command -v " + name}}).out;
+  return path.substr(0, path.find('\n'));
 }
 
 }  // namespace test

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <ka/img.h>
+#include <ka/msg.h>
 #include <sys/resource.h>
 
 #include <cstddef>
@@ -11,6 +12,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 namespace test {
@@ -117,6 +119,23 @@ class Limit {
   __rlimit_resource resource_;
   rlimit saved_;
 };
+
+// A thread that the library knows, which something else has started.
+template <typename Function>
+std::jthread registered(Function function) {
+  return std::jthread([function] {
+    EXPECT_GT(ka_msg_register_thread(), 0);
+    function();
+    ka_msg_unregister_thread();
+  });
+}
+
+// Runs a function in several such threads at once.
+template <typename Function>
+void in_threads(int count, Function function) {
+  std::vector<std::jthread> threads;
+  for (int i = 0; i < count; ++i) threads.push_back(registered(function));
+}
 
 int open_descriptors();  // how many files this process has open
 

@@ -8,12 +8,16 @@
 
 #include "support.h"
 
+using Texts = std::vector<std::string>;
+
+constexpr std::uint32_t kReports = KA_ERROR | KA_WARNING | KA_INFO;
+
 // The texts that a call reports on the levels of `mask`, numbered ones behind their six digits.
 template <typename Function>
-std::vector<std::string> messages_of(Function function, std::uint32_t mask = 0x7f) {
+Texts messages_of(Function function, std::uint32_t mask = 0x7f) {
   const test::MessageLog log(mask);
   function();
-  std::vector<std::string> texts;
+  Texts texts;
   for (const std::string& line : test::MessageLog::lines()) {
     const std::size_t end = line.find(": ");
     const std::size_t code = line.find_last_of(' ', end);

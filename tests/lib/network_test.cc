@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <ka/detail/context.h>
 #include <ka/message.h>
-#include <ka/trans.h>
 
 #include <cstdio>
 #include <cstring>

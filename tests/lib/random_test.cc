@@ -1,13 +1,13 @@
 // Random numbers: the sequence is that of the C library's rand48 family for the same state.
 #include <gtest/gtest.h>
-#include <ka/msg.h>
 #include <ka/random.h>
 #include <stdlib.h>
 
 #include <array>
 #include <limits>
-#include <thread>
 #include <vector>
+
+#include "support.h"
 
 namespace {
 
@@ -89,8 +89,7 @@ TEST(TaskRandom, ASeedStartsEightStates) {
 TEST(TaskRandom, ThreadsHaveStatesOfTheirOwnAndAnyNumberNamesOne) {
   ka_taskrandom_seed(10, 10, 0, 3, 4);
   const auto ours = draw(7, 4);
-  std::thread([&] {
-    EXPECT_GT(ka_msg_register_thread(), 0);
+  test::registered([&] {
     EXPECT_EQ(draw(8, 4), draw_from({0, 0, 0}, 4));
     ka_taskrandom_seed(10, 10, 0, 3, 4);
     EXPECT_EQ((std::vector{ka_taskrandom(7), ka_par_random(), ka_taskrandom(16),
@@ -98,7 +97,6 @@ TEST(TaskRandom, ThreadsHaveStatesOfTheirOwnAndAnyNumberNamesOne) {
               ours);
     const float number = ka_taskrandom(std::numeric_limits<int>::min());
     EXPECT_TRUE(number >= 0 && number <= 1);
-    ka_msg_unregister_thread();
   }).join();
 }
 

@@ -1,44 +1,76 @@
-// Path substitution: environment variables, rules and their language, what fits, the first use.
+// Path substitution: environment variables, rules and their language, what fits, the first use, and
+// rules from linktab.ini: where the file is looked for, and how its lines are read.
 #include <gtest/gtest.h>
 #include <ka/message.h>
-#include <ka/msg.h>
 #include <ka/registry.h>
 #include <ka/subst.h>
 
+#include <algorithm>
 #include <atomic>
-#include <latch>
+#include <cstdlib>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include "messages.h"
-#include "subst_fixture.h"
 #include "support.h"
 
 namespace {
 
 constexpr std::size_t kMaxName = 4095, kMaxPiece = 2047;  // characters
 
-struct Row {
-  const char* rules;  // null: the default
-  const char* from;
-  const char* to;
+void set(const char* name, const char* value) { value ? setenv(name, value, 1) : unsetenv(name); }
+
+std::string join(std::initializer_list<std::string_view> pieces) {
+  std::string text;
+  for (const std::string_view piece : pieces) text += piece;
+  return text;
+}
+
+std::string substitute(const std::string& name, std::size_t size = 5000) {
+  std::string buffer(size, '#');
+  EXPECT_EQ(ka_string_substitute(buffer.data(), name.c_str(), size), buffer.data());
+  return buffer.c_str();
+}
+
+// Null: the default rules.
+void use_rules(const char* rules) {
+  set("KA_LUM_SUBSTITUTE", rules);
+  ka_lib_subst_exit();
+}
+
+// Every test starts with the default rules and variables of its own.
+class Subst : public testing::Test {
+ protected:
+  Subst() { clear(); }
+  ~Subst() override { clear(); }
+
+ private:
+  static void clear() {
+    for (const char* name : {"SI_LINKTAB_LOCATION", "SI_LOCATION", "LUMORA_UNSET"}) unsetenv(name);
+    set("LUMORA_DIR", "/dir");
+    set("LUMORA_0", "zero");
+    set("_", "underscore");
+    use_rules(nullptr);
+  }
 };
 
 std::string message_of(int number, const std::string& text) {
   return "2910" + std::to_string(number) + " path substitution: " + text;
 }
 
-class SubstRows : public Subst {
- protected:
-  static void expect(const Row& row, const Texts& messages = {}) {
-    use_rules(row.rules);
-    EXPECT_EQ(messages_of([&] { EXPECT_EQ(substitute(row.from), row.to) << row.rules; }, kReports),
-              messages)
-        << row.from;
-  }
+struct Row {
+  const char *rules, *from, *to;  // rules: null for the default
 };
 
+void expect(const Row& row, const Texts& messages = {}) {
+  use_rules(row.rules);
+  const auto told = messages_of([&] { EXPECT_EQ(substitute(row.from), row.to); }, kReports);
+  EXPECT_EQ(told, messages) << row.rules << row.from;
+}
+
 // Each rule is applied once: the letter that comes to the start stays.
-TEST_F(SubstRows, TheDefaultRulesTurnWindowsNamesIntoUnixNames) {
+TEST_F(Subst, TheDefaultRulesTurnWindowsNamesIntoUnixNames) {
   for (const Row& row :
        {Row{nullptr, "C:\\tex\\wood.dll", "/tex/wood.so"}, Row{nullptr, "c:wood.obj", "wood.o"},
         Row{nullptr, "a/b.lib", "a/b.a"}, Row{nullptr, "a.dll.bak", "a.dll.bak"},
@@ -48,7 +80,7 @@ TEST_F(SubstRows, TheDefaultRulesTurnWindowsNamesIntoUnixNames) {
   }
 }
 
-TEST_F(SubstRows, RulesHaveALanguageAndVariablesAreExpanded) {
+TEST_F(Subst, RulesHaveALanguageAndVariablesAreExpanded) {
   for (const Row& row :
        {Row{"", "C:\\a.dll", "C:\\a.dll"}, Row{"/a//", "banana", "bnn"}, Row{"xaxbx", "aa", "bb"},
         Row{" \t/a/b/ \t /b/c/", "ab", "cc"}, Row{"/a/b/,b,c,", "ab", "cc"},
@@ -72,7 +104,7 @@ TEST_F(SubstRows, RulesHaveALanguageAndVariablesAreExpanded) {
   }
 }
 
-TEST_F(SubstRows, FaultsAreTold) {
+TEST_F(Subst, FaultsAreTold) {
   const Texts null = {message_of(41, "null search string")},
               search = {message_of(42, "unterminated search string")},
               replacement = {message_of(43, "unterminated replace string")},
@@ -153,21 +185,84 @@ TEST_F(Subst, TheRegistryHasTheLastWord) {
 TEST_F(Subst, ThreadsThatComeTogetherReadTheRulesOnce) {
   static std::atomic<int> builds;
   builds = 0;
-  const std::uint32_t verbosity = ka_get_verbosity();
-  ka_set_verbosity(KA_DEBUG);
+  const test::MessageLog log(KA_DEBUG);
   ka_errorhandler([](std::uint32_t, const char*, const char* text, int) {
     if (std::string_view(text).starts_with("parsing")) ++builds;
   });
-  std::latch done(4);
-  const auto use = [](void* latch) {
-    EXPECT_EQ(substitute("C:\\a.dll"), "/a.so");
-    static_cast<std::latch*>(latch)->count_down();
-  };
-  for (int i = 0; i < 4; ++i) ASSERT_GT(ka_msg_start_thread(use, &done), 0);
-  done.wait();
-  ka_errorhandler(nullptr);
-  ka_set_verbosity(verbosity);
+  test::in_threads(4, [] { EXPECT_EQ(substitute("C:\\a.dll"), "/a.so"); });
   EXPECT_EQ(builds, 1);
+}
+
+class Linktab : public Subst {
+ protected:
+  Linktab() { use_rules(""); }
+
+  // What reading a file of these lines tells, with FILE for its name.
+  [[nodiscard]] Texts read(const std::string& lines) const {
+    scratch.write("linktab.ini", lines);
+    set("SI_LOCATION", folder.c_str());
+    ka_lib_subst_exit();
+    Texts messages = messages_of([] { substitute(""); });
+    for (std::string& message : messages) {
+      const std::size_t at = message.find(file);
+      if (at != std::string::npos) message.replace(at, file.size(), "FILE");
+    }
+    const auto end = std::ranges::find(messages, "finished reading \"FILE\"");
+    return {messages.begin() + 1, end};
+  }
+
+  test::Scratch scratch;
+  const std::string folder = scratch.path(""), file = folder + "/linktab.ini";
+};
+
+TEST_F(Linktab, LinesAreUnderstood) {
+  const std::string rule = "substitute: add rule: ";
+  const std::pair<const char*, Texts> rows[] = {
+      {"N:/nt /unix\n", {rule + "/unix/ -> N:/nt/"}},
+      {"N:/nt/ /unix/\n", {rule + "/unix/ -> N:/nt/"}},
+      {"\\\\server\\nt\\ \\unix\n", {rule + "/unix/ -> //server/nt/"}},
+      {" \t N: \t /unix\tignored", {rule + "/unix/ -> N:/"}},
+      {"N: /unix\r\nM: /other\rX: /y\n", {rule + "/unix/ -> N:/", rule + "/other/ -> M:/"}},
+      {"# N: /unix\n\n \t\n  #\r\nN: /unix\n", {rule + "/unix/ -> N:/"}},
+      {"\nN:", {"FILE 2: missing NT string"}},
+      {"N: \t \nM: /m\n", {"FILE 1: missing UNIX string", rule + "/m/ -> M:/"}},
+      {"/n!nt /unix\n", {"FILE 1: no drive for \"/n\"", rule + "/unix/ -> nt/"}},
+      {"!nt /unix\n", {"FILE 1: no drive for \"\"", rule + "/unix/ -> nt/"}},
+      {"/n! /unix\n", {"FILE 1: no drive for \"/n\"", "FILE 1: missing NT string after '!'"}},
+      {"/n!nt\n", {"FILE 1: no drive for \"/n\"", "FILE 1: missing NT string"}},
+      {"N: /a!b\n", {rule + "/a!b/ -> N:/"}}};
+  for (const auto& [lines, messages] : rows) EXPECT_EQ(read(lines), messages) << lines;
+}
+
+TEST_F(Linktab, LinesHaveAGreatestLength) {
+  const std::string longest = join({"/", std::string(2042, 'u')});  // behind "N: " up to 2046
+  const std::string comment = join({"#", std::string(2000, 'x'), std::string(100, ' ')});
+  EXPECT_EQ(read(join({comment, "N: /n\nN: ", longest, "v\n"})).size(), 1u);
+  EXPECT_EQ(substitute(join({longest, "/x"})), "N:/x");
+}
+
+TEST_F(Linktab, ItsRulesComeBeforeThoseOfTheEnvironment) {
+  set("KA_LUM_SUBSTITUTE", "/N:/M:/ /$LUMORA_0/x/");
+  const Texts expected = {"substitute: add rule: /n/ -> N:/",
+                          "substitute: add rule: /zero/ -> $LUMORA_0/"};  // not expanded
+  EXPECT_EQ(read("N: /n\n$LUMORA_0 /zero\n"), expected);
+  EXPECT_EQ(substitute("/n/a"), "M:/a");
+}
+
+TEST_F(Linktab, TheEnvironmentLeadsToTheFile) {
+  scratch.write("linktab.ini", "N: /folder\n");
+  const std::string other = scratch.write("other.ini", "N: /file\n");
+  const std::string rows[][3] = {
+      {"", "", ""},           {folder, "", file},       {other, "", other}, {"", folder, file},
+      {other, folder, other}, {"/missing", folder, ""}, {"", other, ""}};
+  for (const auto& [linktab_location, location, read] : rows) {
+    set("SI_LINKTAB_LOCATION", linktab_location.empty() ? nullptr : linktab_location.c_str());
+    set("SI_LOCATION", location.empty() ? nullptr : location.c_str());
+    ka_lib_subst_exit();
+    const Texts messages = messages_of([] { substitute(""); }, kReports);
+    const std::string first = join({"reading Softimage ini file \"", read, "\""});
+    EXPECT_EQ(messages.empty() ? "" : messages[0], read.empty() ? "" : first);
+  }
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 // Elapsed time and resources as messages.
 #include <gtest/gtest.h>
 #include <ka/mem.h>
-#include <ka/message.h>
 #include <ka/timing.h>
 
 #include "messages.h"

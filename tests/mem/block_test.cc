@@ -81,47 +81,33 @@ TEST_F(OversizedBlock, IsRefused) {
 
 // Units of 8 bytes: a change of d bytes adds floor((d + 7) / 8) above 0 and floor((d - 7) / 8)
 // else. A block counts its size and 8 more when it comes and its size when it goes.
-struct HeapRow {
-  const char* name;
-  std::size_t size;
-  std::size_t new_size;  // it is resized to this
-  int come, resize, go;  // units
-};
-
-class HeapUnits : public testing::TestWithParam<HeapRow> {};
-
-// So many times that each unit becomes a KB, which is what the operations tell.
-TEST_P(HeapUnits, FollowTheBlocks) {
-  const HeapRow& row = GetParam();
-  ka_mem_release(ka_mem_allocate(1));  // the thread's counters are there
+// Counted so many times that each unit becomes a KB, which is what the operations tell.
+TEST(HeapEstimate, FollowsTheBlocks) {
+  const struct {
+    std::size_t size, new_size;          // what blocks are resized to
+    int come, resize, go;                // units
+  } rows[] = {{16, 16, 3, 1, -3},        // 24 + 7, 0 + 8 + 7, -16 - 7
+              {17, 17, 4, 1, -3},        // 25 + 7, 8 + 7, -17 - 7 = -24
+              {0, 0, 1, 1, -1},          // 8 + 7, 8 + 7, 0 - 7
+              {16, 1000, 3, 124, -126},  // 24 + 7, 992 + 7, -1007
+              {100, 16, 14, -11, -3},    // 108 + 7, -76 - 7 = -83, -16 - 7
+              {24, 16, 4, -1, -3}};      // 32 + 7, 0 - 7, -16 - 7
+  ka_mem_release(ka_mem_allocate(1));    // the thread's counters are there
   auto growth = [start = test::heap_kilobytes()]() mutable {
     const std::int64_t now = test::heap_kilobytes();
     return now - std::exchange(start, now);
   };
   std::vector<void*> blocks(test::kUnits);
-  for (void*& block : blocks) block = ka_mem_allocate(row.size);
-  EXPECT_EQ(growth(), row.come);
-  for (void*& block : blocks) block = ka_mem_reallocate(block, row.new_size);
-  EXPECT_EQ(growth(), row.resize);
-  for (void* block : blocks) ka_mem_release(block);
-  EXPECT_EQ(growth(), row.go);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Rows, HeapUnits,
-    testing::Values(HeapRow{"Of16Bytes", 16, 16, 3, 1, -3},       // 24 + 7, 0 + 8 + 7, -16 - 7
-                    HeapRow{"Of17Bytes", 17, 17, 4, 1, -3},       // 25 + 7, 8 + 7, -17 - 7 = -24
-                    HeapRow{"OfNoBytes", 0, 0, 1, 1, -1},         // 8 + 7, 8 + 7, 0 - 7
-                    HeapRow{"ThatGrow", 16, 1000, 3, 124, -126},  // 24 + 7, 992 + 7, -1007
-                    HeapRow{"ThatShrink", 100, 16, 14, -11, -3},  // 108 + 7, -76 - 7 = -83, -16 - 7
-                    HeapRow{"ThatLoseAHeader", 24, 16, 4, -1, -3}  // 32 + 7, 0 - 7, -16 - 7
-                    ),
-    [](const auto& row) { return row.param.name; });
-
-TEST(HeapEstimate, RawMemoryIsCountedAndNeverTakenOff) {
-  const std::int64_t start = test::heap_kilobytes();
-  for (int i = 0; i < test::kUnits; ++i) ka_mem_release_raw(ka_mem_allocate_raw(17));
-  EXPECT_EQ(test::heap_kilobytes() - start, 3);  // floor((17 + 7) / 8) units each
+  for (const auto& [size, new_size, come, resize, go] : rows) {
+    for (void*& block : blocks) block = ka_mem_allocate(size);
+    EXPECT_EQ(growth(), come) << size;
+    for (void*& block : blocks) block = ka_mem_reallocate(block, new_size);
+    EXPECT_EQ(growth(), resize) << size << " to " << new_size;
+    for (void* block : blocks) ka_mem_release(block);
+    EXPECT_EQ(growth(), go) << new_size;
+  }
+  for (std::size_t i = 0; i < blocks.size(); ++i) ka_mem_release_raw(ka_mem_allocate_raw(17));
+  EXPECT_EQ(growth(), 3);  // floor((17 + 7) / 8) units each, which are never taken off
 }
 
 // Bytes and, for each block, 16 more.

@@ -6,15 +6,12 @@
 #include <algorithm>
 #include <cstdlib>
 #include <string>
-#include <vector>
 
 #include "heap.h"
 #include "lib/messages.h"
 #include "refuse.h"
 
 namespace {
-
-using Names = std::vector<std::string>;
 
 constexpr int kAttempts = 1000;
 constexpr std::size_t kSize = 3 << 20;  // only the blocks of these tests are that large
@@ -23,7 +20,7 @@ constexpr std::size_t kSize = 3 << 20;  // only the blocks of these tests are th
 void tell_handler_call() { test::MessageLog::lines().emplace_back("MAIN: handler"); }
 
 // The lines, numbers of megabytes left out.
-Names told(Names lines) {
+Texts told(Texts lines) {
   for (std::string& line : lines) {
     std::string text;
     std::copy_if(line.begin() + (line.starts_with("03") ? 7 : 0), line.end(),
@@ -40,6 +37,7 @@ class Refusal : public test::MemoryTest {
 };
 
 const std::string kTrying = "out of memory after allocating  MB, trying to recover automatically";
+const std::string kPostMortem = "================ memory error post-mortem ================";
 const std::string kLimiting = "limiting heap usage to  MB from now on";
 
 TEST_F(Refusal, OfABlockIsReportedOnceAndTriedAgain) {
@@ -53,13 +51,12 @@ TEST_F(Refusal, OfABlockIsReportedOnceAndTriedAgain) {
       KA_WARNING | KA_INFO));
   EXPECT_EQ(ka_mem_dogetsize(block), kSize);
   ka_mem_release(block);
-  const auto report = std::find(lines.begin(), lines.end(),
-                                "================ memory error post-mortem ================");
+  const auto report = std::find(lines.begin(), lines.end(), kPostMortem);
   const auto handler = std::find(lines.begin(), lines.end(), "handler");
-  EXPECT_EQ(Names(lines.begin(), report), (Names{kTrying, kLimiting}));
+  EXPECT_EQ(Texts(lines.begin(), report), (Texts{kTrying, kLimiting}));
   EXPECT_LT(report, handler);
-  EXPECT_EQ(Names(handler, lines.end()),
-            (Names{"handler", kTrying, "handler", kTrying, "handler"}));
+  EXPECT_EQ(Texts(handler, lines.end()),
+            (Texts{"handler", kTrying, "handler", kTrying, "handler"}));
 }
 
 TEST_F(Refusal, OfRawMemoryAsksTheHandlerBeforeItIsReported) {
@@ -73,33 +70,27 @@ TEST_F(Refusal, OfRawMemoryAsksTheHandlerBeforeItIsReported) {
   ka_mem_release_raw(block);
   ASSERT_GE(lines.size(), 3U);
   EXPECT_EQ(lines.front(), "handler");
-  EXPECT_EQ(lines[1], "================ memory error post-mortem ================");
+  EXPECT_EQ(lines[1], kPostMortem);
   EXPECT_EQ(lines.back(), "handler");
   EXPECT_EQ(std::count(lines.begin(), lines.end(), "handler"), 2);
 }
 
-TEST_F(Refusal, LimitsTheHeapToSevenEighthsUnlessThereIsALimit) {
-  const std::int64_t heap = test::align_heap();
-  test::refuse(1, kSize);
-  EXPECT_EQ(ka_mem_test_allocate(kSize), nullptr);
-  // What came and went again: floor((size + 8 + 7) / 8) + floor((-size - 8 - 7) / 8) = -1.
-  EXPECT_EQ(ka_mem_memory_limit(-1), (heap - 1) * 7 / 8);
-  ka_mem_memory_limit(heap * 80);
-  test::refuse(1, kSize);
-  EXPECT_EQ(ka_mem_test_allocate(kSize), nullptr);
-  EXPECT_EQ(ka_mem_memory_limit(-1), heap * 10);
-}
-
-TEST_F(Refusal, AsksTheModulesForAnEighthOfTheHeap) {
+TEST_F(Refusal, AsksForAnEighthOfTheHeapAndLimitsItUnlessThereIsALimit) {
   static std::int64_t wanted;
   ka_mem_limit_handler(KA_IMG, [](std::int64_t bytes) {
     wanted = bytes;
     return 0;
   });
-  const std::int64_t heap = test::align_heap() - 1;  // as above
+  // What came and went again: floor((size + 8 + 7) / 8) + floor((-size - 8 - 7) / 8) = -1.
+  const std::int64_t heap = test::align_heap() - 1;
   test::refuse(1, kSize);
   EXPECT_EQ(ka_mem_test_allocate(kSize), nullptr);
   EXPECT_EQ(wanted, (heap - heap * 7 / 8) * 8);
+  EXPECT_EQ(ka_mem_memory_limit(-1), heap * 7 / 8);
+  ka_mem_memory_limit(heap * 80);
+  test::refuse(1, kSize);
+  EXPECT_EQ(ka_mem_test_allocate(kSize), nullptr);
+  EXPECT_EQ(ka_mem_memory_limit(-1), heap * 10);
 }
 
 TEST_F(Refusal, LeavesABlockAsItWas) {
@@ -117,7 +108,6 @@ TEST_F(Refusal, TakesASingleAttemptWhereOneWasAsked) {
       [] {
         test::refuse(1, kSize);
         EXPECT_EQ(ka_mem_test_allocate(kSize), nullptr);
-        EXPECT_EQ(test::refusals_left(), 0);
         test::refuse(1, kSize);
         EXPECT_EQ(ka_mem_doalloc(__FILE__, __LINE__, KA_MAIN, kSize, 0), nullptr);
         test::refuse(1, kSize);
@@ -127,58 +117,46 @@ TEST_F(Refusal, TakesASingleAttemptWhereOneWasAsked) {
   EXPECT_TRUE(lines.empty());
 }
 
-// Every attempt is refused: each of these ends the process, in a child of the test's.
-struct FatalRow {
-  const char* name;
-  void (*call)();
-  std::size_t refused;  // bytes, and more
-  const char* line;     // of the fatal message
-};
-
-int handler_calls = 0;
-void count_handler_call() { ++handler_calls; }
-
-class RefusedForever : public testing::TestWithParam<FatalRow> {};
-
-void call_refused(const FatalRow& row) {
+// Every attempt is refused, which ends the process, in a child of the test's.
+void call_refused(void (*call)(), std::size_t refused) {
+  static int handler_calls = 0;
   ka_set_verbosity(KA_FATAL);
-  ka_mem_error_handler(count_handler_call);
+  ka_mem_error_handler([] { ++handler_calls; });
   std::atexit([] { std::fprintf(stderr, "handler calls: %d", handler_calls); });
-  test::refuse(kAttempts, row.refused);
-  row.call();
-}
-
-TEST_P(RefusedForever, EndsTheProcessAfter1000Attempts) {
-  const FatalRow& row = GetParam();
-  const std::string line = std::string("MEM   .0  fatal  ") + row.line;
-  EXPECT_EXIT(call_refused(row), testing::ExitedWithCode(1), line + "\nhandler calls: 1000$");
+  test::refuse(kAttempts, refused);
+  call();
 }
 
 const std::string text(kSize, 'x');
 
 // A chunk of one element of 8192 bytes has a link, too.
-INSTANTIATE_TEST_SUITE_P(
-    Rows, RefusedForever,
-    testing::Values(
-        FatalRow{"Block", [] { ka_mem_allocate(kSize); }, kSize,
-                 "031005: can't allocate 3145728 bytes. MEM exits."},
-        FatalRow{"ResizedBlock", [] { ka_mem_reallocate(ka_mem_allocate(1), kSize); }, kSize,
-                 "031006: can't reallocate 3145728 bytes. MEM exits."},
-        FatalRow{"NewBlockOfReallocate", [] { ka_mem_reallocate(nullptr, kSize); }, kSize,
-                 "031006: can't reallocate 3145728 bytes. MEM exits."},
-        FatalRow{"Text", [] { ka_mem_strdup(text.c_str()); }, kSize,
-                 "031007: can't allocate memory for string. MEM exits."},
-        FatalRow{"RawBlock", [] { ka_mem_allocate_raw(kSize); }, kSize,
-                 "031008: can't allocate 3145728 bytes. MEM exits."},
-        FatalRow{"ResizedRawBlock", [] { ka_mem_reallocate_raw(ka_mem_allocate_raw(1), kSize); },
-                 kSize, "031011: can't reallocate 3145728 bytes. MEM exits."},
-        FatalRow{"ChunkOfALockedPool", [] { ka_mem_blkallocate(ka_mem_blkcreate(8192)); }, 8192,
-                 "031015: can't allocate 8200 bytes. MEM exits."},
-        FatalRow{"ChunkOfAnUnlockedPool", [] { ka_mem_blkfallocate(ka_mem_blkcreate(8192)); }, 8192,
-                 "031016: can't allocate 8200 bytes. MEM exits."},
-        FatalRow{"Megapage", [] { ka_mem_pages_get(); }, 0x40000,
-                 "031029: can't allocate 262144 bytes.MEM exits."}),
-    [](const auto& row) { return row.param.name; });
+TEST(RefusedForever, EndsTheProcessAfter1000Attempts) {
+  const struct {
+    void (*call)();
+    std::size_t refused;  // bytes, and more
+    const char* message;
+  } rows[] = {
+      {[] { ka_mem_allocate(kSize); }, kSize, "031005: can't allocate 3145728 bytes. MEM exits."},
+      {[] { ka_mem_reallocate(ka_mem_allocate(1), kSize); }, kSize,
+       "031006: can't reallocate 3145728 bytes. MEM exits."},
+      {[] { ka_mem_reallocate(nullptr, kSize); }, kSize,
+       "031006: can't reallocate 3145728 bytes. MEM exits."},
+      {[] { ka_mem_strdup(text.c_str()); }, kSize,
+       "031007: can't allocate memory for string. MEM exits."},
+      {[] { ka_mem_allocate_raw(kSize); }, kSize,
+       "031008: can't allocate 3145728 bytes. MEM exits."},
+      {[] { ka_mem_reallocate_raw(ka_mem_allocate_raw(1), kSize); }, kSize,
+       "031011: can't reallocate 3145728 bytes. MEM exits."},
+      {[] { ka_mem_blkallocate(ka_mem_blkcreate(8192)); }, 8192,
+       "031015: can't allocate 8200 bytes. MEM exits."},
+      {[] { ka_mem_blkfallocate(ka_mem_blkcreate(8192)); }, 8192,
+       "031016: can't allocate 8200 bytes. MEM exits."},
+      {[] { ka_mem_pages_get(); }, 0x40000, "031029: can't allocate 262144 bytes.MEM exits."}};
+  for (const auto& [call, refused, message] : rows) {
+    const auto line = std::string("MEM   .0  fatal  ") + message + "\nhandler calls: 1000$";
+    EXPECT_EXIT(call_refused(call, refused), testing::ExitedWithCode(1), line);
+  }
+}
 
 // Nobody could make room: there is nothing to wait for.
 TEST(RefusedMegapage, EndsTheProcessAtOnceWithoutAnErrorHandler) {
@@ -200,7 +178,7 @@ TEST_F(Refusal, OfAMegapageIsTriedAgainWithAnErrorHandler) {
         page = ka_mem_pages_get();
       },
       KA_INFO);
-  EXPECT_EQ(lines, (Names{"handler", "handler"}));
+  EXPECT_EQ(lines, (Texts{"handler", "handler"}));
   ka_mem_pages_put(page);
 }
 

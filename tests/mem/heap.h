@@ -4,10 +4,10 @@
 
 #include <gtest/gtest.h>
 #include <ka/mem.h>
-#include <ka/message.h>
-#include <ka/trans.h>
 
 #include <cstdint>
+
+#include "support.h"
 
 namespace test {
 
@@ -29,15 +29,6 @@ inline std::int64_t align_heap() {
   while (heap_kilobytes() == start) ka_mem_release_raw(ka_mem_allocate_raw(1));
   return heap_kilobytes() * kUnits;
 }
-
-// The calling thread works for a module until the end of the block.
-class Module {
- public:
-  explicit Module(int number) { ka_module_push(number); }
-  ~Module() { ka_module_pop(); }
-  Module(const Module&) = delete;
-  Module& operator=(const Module&) = delete;
-};
 
 // Without limit, limit handlers and error handler before and after each test.
 class MemoryTest : public testing::Test {

@@ -2,19 +2,19 @@
 // system.
 #include <gtest/gtest.h>
 #include <ka/mem.h>
-#include <ka/msg.h>
 #include <ka/trans.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
-#include <thread>
 #include <vector>
 
 #include "heap.h"
 #include "refuse.h"
 
 namespace {
+
+using KeptBlocks = test::MemoryTest;
 
 constexpr long kMost = 4;               // of one class, 16 bytes wide
 constexpr std::size_t kLargest = 1032;  // bytes of a block that is kept
@@ -29,25 +29,23 @@ void release_blocks(int count, std::size_t size) {
 template <typename Function>
 long left_by(Function function) {
   long left = 0;
-  std::thread([&] {
-    ka_msg_register_thread();
+  test::registered([&] {
     ka_mem_release(ka_mem_allocate(5000));  // the areas are there
     const long before = test::live_blocks();
     function();
     left = test::live_blocks() - before;
-    ka_msg_unregister_thread();
   }).join();
   return left;
 }
 
-TEST(KeptBlocks, AreFewAndSmall) {
+TEST_F(KeptBlocks, AreFewAndSmall) {
   EXPECT_LE(left_by([] { release_blocks(100, 64); }), kMost);
   EXPECT_LE(left_by([] { release_blocks(100, kLargest); }), kMost);
   EXPECT_EQ(left_by([] { release_blocks(100, kLargest + 1); }), 0);
   EXPECT_LE(left_by([] { release_blocks(100, 0); }), kMost);
 }
 
-TEST(KeptBlocks, GoBackWithTheirThread) {
+TEST_F(KeptBlocks, GoBackWithTheirThread) {
   (void)left_by([] {});  // what the first thread brings with it
   const long before = test::live_blocks();
   (void)left_by([] {
@@ -60,18 +58,13 @@ TEST(KeptBlocks, GoBackWithTheirThread) {
   EXPECT_EQ(test::live_blocks(), before);
 }
 
-TEST(KeptBlocks, GoBackWhenTheAreasAreSetAside) {
+// The system may have refused because of them.
+TEST_F(KeptBlocks, GoBackWhenTheAreasAreSetAsideAndWhenTheSystemRefuses) {
   EXPECT_EQ(left_by([] {
               release_blocks(50, 100);
               ka_context_pop(ka_context_push());
             }),
             0);
-}
-
-class KeptBlocksAndRefusals : public test::MemoryTest {};
-
-// The system may have refused because of them.
-TEST_F(KeptBlocksAndRefusals, GoBackWhenTheSystemRefuses) {
   EXPECT_EQ(left_by([] {
               release_blocks(50, 100);
               test::refuse(1, 1 << 20);
@@ -82,7 +75,7 @@ TEST_F(KeptBlocksAndRefusals, GoBackWhenTheSystemRefuses) {
 
 // 1 to 8 bytes are the first class, 9 to 24 the second and so on: the smallest block of a class
 // serves the largest.
-TEST(KeptBlocks, ServeEverySizeOfTheirClass) {
+TEST_F(KeptBlocks, ServeEverySizeOfTheirClass) {
   for (std::size_t largest = 24; largest <= kLargest; largest += 16) {
     void* const small = ka_mem_reallocate(ka_mem_allocate(3000), largest - 15);
     ka_mem_release(small);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "refuse.h"
@@ -35,29 +36,19 @@ class Pages : public testing::Test {
   std::vector<ka_mem_page*> pages_;
 };
 
-struct Alignment {
-  const char* name;
-  std::size_t shift;  // of the megapage's memory against a page
-  std::size_t pages;
-};
-class MegapagePages : public Pages, public testing::WithParamInterface<Alignment> {};
-
-// 256 KB are 32 pages, or 31 whole ones when they begin within a page. A block begins behind its
-// header.
-TEST_P(MegapagePages, AreAsManyAsFit) {
-  test::align_next(kMegapage, alignof(std::max_align_t) + GetParam().shift);
-  fill_megapage();
-  EXPECT_EQ(pages_.size(), GetParam().pages);
-  for (std::size_t i = 0; i < pages_.size(); ++i) {
-    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(pages_[i]) % KA_MEM_PAGE_SIZE, 0U);
-    EXPECT_EQ(pages_[i], pages_[0] + i);
+// 256 KB are 32 pages, or 31 whole ones when they begin within a page, here by `shift` bytes. A
+// block begins behind its header.
+TEST_F(Pages, OfAMegapageAreAsManyAsFit) {
+  for (const auto& [shift, count] : {std::pair{0U, 32U}, {16U, 31U}, {8176U, 31U}}) {
+    ka_mem_pages_flush();
+    pages_.clear();
+    test::align_next(kMegapage, alignof(std::max_align_t) + shift);
+    fill_megapage();
+    EXPECT_EQ(pages_.size(), count);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(pages_[0]) % KA_MEM_PAGE_SIZE, 0U);
+    for (std::size_t i = 0; i < pages_.size(); ++i) EXPECT_EQ(pages_[i], pages_[0] + i);
   }
 }
-INSTANTIATE_TEST_SUITE_P(Rows, MegapagePages,
-                         testing::Values(Alignment{"Aligned", 0, 32},
-                                         Alignment{"AlmostAligned", 16, 31},
-                                         Alignment{"AtTheEndOfAPage", 8176, 31}),
-                         [](const auto& row) { return row.param.name; });
 
 TEST_F(Pages, AMegapageGoesWithItsLastPage) {
   fill_megapage();

@@ -6,7 +6,7 @@
 #include <ka/msg.h>
 #include <ka/trans.h>
 
-#include <string>
+#include <latch>
 #include <thread>
 #include <vector>
 
@@ -16,7 +16,6 @@
 namespace {
 
 using Purge = test::MemoryTest;
-using Names = std::vector<std::string>;
 
 constexpr std::int64_t kMegabyte = 1 << 20;
 
@@ -39,6 +38,11 @@ void pass_limit(std::int64_t limit, std::int64_t units) {
   ka_mem_release(ka_mem_allocate(static_cast<std::size_t>(units * 8 - 8)));
 }
 
+Texts purge_messages() {
+  const std::int64_t heap = test::align_heap();
+  return messages_of([&] { pass_limit(heap, 10); }, KA_PROGRESS | KA_VDEBUG);
+}
+
 TEST_F(Purge, TheLimitIsToldAndThePreviousOneReturned) {
   const auto lines = messages_of([] {
     EXPECT_EQ(ka_mem_memory_limit(64 * kMegabyte), 0);
@@ -46,9 +50,8 @@ TEST_F(Purge, TheLimitIsToldAndThePreviousOneReturned) {
     EXPECT_EQ(ka_mem_memory_limit(3 * kMegabyte + 4095), 64 * kMegabyte / 8);
     EXPECT_EQ(ka_mem_memory_limit(0), (3 * kMegabyte + 4088) / 8);
   });
-  const Names expected = {"heap size limit set to 64 MB", "heap size limit set to 3 MB",
-                          "heap size limit set to 0 MB"};
-  EXPECT_EQ(lines, expected);
+  EXPECT_EQ(lines, (Texts{"heap size limit set to 64 MB", "heap size limit set to 3 MB",
+                          "heap size limit set to 0 MB"}));
 }
 
 TEST_F(Purge, WhatRemainsIsCountedInKilobytes) {
@@ -60,22 +63,15 @@ TEST_F(Purge, WhatRemainsIsCountedInKilobytes) {
   EXPECT_EQ(ka_mem_getremain(), 0U);
 }
 
-TEST_F(Purge, RunsOnlyPastTheLimit) {
+// 7/8 of the limit is the target: heap + 21 - limit * 7 / 8 units are too many.
+TEST_F(Purge, RunsPastTheLimitAndWantsSevenEighthsOfIt) {
   ka_mem_limit_handler(KA_IMG, note<KA_IMG>);
   const std::int64_t heap = test::align_heap();
   pass_limit(heap + 20, 20);
   EXPECT_TRUE(calls.empty());
   pass_limit(heap + 20, 21);
-  EXPECT_EQ(calls.size(), 1U);
-}
-
-// 7/8 of the limit is the target: heap + 100 - limit * 7 / 8 units are too many.
-TEST_F(Purge, WantsWhatLeadsDownToSevenEighthsOfTheLimit) {
-  ka_mem_limit_handler(KA_IMG, note<KA_IMG>);
-  const std::int64_t heap = test::align_heap();
-  pass_limit(heap, 100);
   ASSERT_EQ(calls.size(), 1U);
-  EXPECT_EQ(calls[0].wanted, (heap + 100 - heap * 7 / 8) * 8);
+  EXPECT_EQ(calls[0].wanted, (heap + 21 - (heap + 20) * 7 / 8) * 8);
 }
 
 TEST_F(Purge, AsksInTheOrderOfTheModulesAndJobsLast) {
@@ -86,10 +82,8 @@ TEST_F(Purge, AsksInTheOrderOfTheModulesAndJobsLast) {
   ka_mem_limit_handler(KA_NULL, note<KA_NULL>);
   pass_limit(test::align_heap(), 10);
   std::vector<int> order;
-  order.reserve(calls.size());
   for (const Call& call : calls) order.push_back(call.module);
-  const std::vector<int> expected = {KA_NULL, 22, KA_MAIN, 54, KA_JOB};
-  EXPECT_EQ(order, expected);
+  EXPECT_EQ(order, (std::vector<int>{KA_NULL, 22, KA_MAIN, 54, KA_JOB}));
 }
 
 void* hoard = nullptr;
@@ -107,11 +101,10 @@ TEST_F(Purge, EndsWhenEnoughHasComeBack) {
   hoard = ka_mem_allocate(64 * kMegabyte);
   ka_mem_limit_handler(KA_IMG, give_back);
   ka_mem_limit_handler(KA_MAIN, note<KA_MAIN>);
-  const std::int64_t heap = test::align_heap();
-  const auto lines = messages_of([&] { pass_limit(heap, 10); }, KA_PROGRESS | KA_VDEBUG);
+  const auto lines = purge_messages();
   ASSERT_EQ(calls.size(), 1U);
-  const Names expected = {"67108872 fewer bytes after asking module IMG", "heap purge saved 64 MB"};
-  EXPECT_EQ(lines, expected);
+  EXPECT_EQ(lines,
+            (Texts{"67108872 fewer bytes after asking module IMG", "heap purge saved 64 MB"}));
 }
 
 // 8 KB of a heap that holds a megabyte and more: floor((-8192 - 7) / 8) = -1025 units.
@@ -120,12 +113,11 @@ TEST_F(Purge, GoesOnWhileTooLittleHasComeBack) {
   hoard = ka_mem_allocate(8192);
   ka_mem_limit_handler(KA_IMG, give_back);
   ka_mem_limit_handler(KA_MAIN, note<KA_MAIN>);
-  const std::int64_t heap = test::align_heap();
-  const auto lines = messages_of([&] { pass_limit(heap, 10); }, KA_PROGRESS | KA_VDEBUG);
+  const auto lines = purge_messages();
   ASSERT_EQ(calls.size(), 2U);
   EXPECT_EQ(calls[1].module, KA_MAIN);
   EXPECT_EQ(calls[1].wanted, calls[0].wanted - 1025 * 8);
-  EXPECT_EQ(lines, Names{"8200 fewer bytes after asking module IMG"});
+  EXPECT_EQ(lines, Texts{"8200 fewer bytes after asking module IMG"});
   ka_mem_release(rest);
 }
 
@@ -149,57 +141,46 @@ TEST_F(Purge, DoesNotWaitForThreadsThatComeOrGo) {
   EXPECT_EQ(calls.size(), 1U);
 }
 
-// Two threads with an area of module 33 each, this one with none.
+constexpr int kModule = 33;
+std::vector<int> seen;
+
+int look(int result) {
+  seen.push_back(*static_cast<int*>(ka_context_mem(kModule)));
+  return result;
+}
+
+// The threads 1 and 2 with an area of the module each, this one with none.
 class PurgeOfThreads : public Purge {
  protected:
-  static constexpr int kModule = 33;
-
   PurgeOfThreads() {
     ka_context_register_module(kModule, nullptr, nullptr, sizeof(int));
     seen.clear();
-    for (int number = 1; number <= 2; ++number) {
-      threads_.emplace_back([this, number] { run(number); });
-      ready_.wait(number - 1);
+    for (std::jthread& thread : threads_) {
+      thread = test::registered([this] {
+        *static_cast<int*>(ka_context_mem(kModule)) = ka_msg_my_thread_id();
+        ready_.count_down();
+        done_.wait();
+      });
     }
+    ready_.wait();
   }
-  ~PurgeOfThreads() override {
-    done_ = true;
-    done_.notify_all();
-    for (std::thread& thread : threads_) thread.join();
-  }
-
-  static int look(std::int64_t /*wanted*/, int result) {
-    seen.push_back(*static_cast<int*>(ka_context_mem(kModule)));
-    return result;
-  }
-  static std::vector<int> seen;
+  ~PurgeOfThreads() override { done_.count_down(); }
 
  private:
-  void run(int number) {
-    ka_msg_register_thread();
-    *static_cast<int*>(ka_context_mem(kModule)) = number;
-    ready_ = number;
-    ready_.notify_all();
-    done_.wait(false);
-    ka_msg_unregister_thread();
-  }
-  std::atomic<int> ready_{0};
-  std::atomic<bool> done_{false};
-  std::vector<std::thread> threads_;
+  std::latch ready_{2}, done_{1};
+  std::jthread threads_[2];
 };
-std::vector<int> PurgeOfThreads::seen;
 
 TEST_F(PurgeOfThreads, ShowsTheHandlerTheAreaOfEachThread) {
-  ka_mem_limit_handler(kModule, [](std::int64_t wanted) { return look(wanted, 1); });
+  ka_mem_limit_handler(kModule, [](std::int64_t) { return look(1); });
   void* const own = ka_context_mem(KA_IMG);
   pass_limit(test::align_heap(), 10);
-  const std::vector<int> expected = {1, 2};
-  EXPECT_EQ(seen, expected);
+  EXPECT_EQ(seen, (std::vector{1, 2}));
   EXPECT_EQ(ka_context_mem(KA_IMG), own);
 }
 
 TEST_F(PurgeOfThreads, AsksNoFurtherThreadOnceTheHandlerSaysSo) {
-  ka_mem_limit_handler(kModule, [](std::int64_t wanted) { return look(wanted, 0); });
+  ka_mem_limit_handler(kModule, [](std::int64_t) { return look(0); });
   pass_limit(test::align_heap(), 10);
   EXPECT_EQ(seen, std::vector<int>{1});
 }

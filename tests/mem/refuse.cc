@@ -2,8 +2,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
 
 // The linker's names: __wrap_f is called for f, __real_f is f.
 extern "C" {
@@ -84,8 +82,6 @@ void test::refuse(int count, std::size_t least) {
   refused_size = least;
   refusals = count;
 }
-
-int test::refusals_left() { return refusals; }
 
 long test::live_blocks() { return live; }
 

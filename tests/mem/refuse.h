@@ -8,8 +8,6 @@ namespace test {
 
 // Refuses the next `count` requests for at least `least` bytes.
 void refuse(int count, std::size_t least);
-// Requests that may still be refused.
-int refusals_left();
 
 // Blocks of the C library that the library holds.
 long live_blocks();

@@ -2,11 +2,8 @@
 // middle of it.
 #include <gtest/gtest.h>
 #include <ka/mem.h>
-#include <ka/message.h>
-#include <ka/msg.h>
 #include <ka/trans.h>
 
-#include <array>
 #include <atomic>
 #include <latch>
 #include <thread>
@@ -18,60 +15,41 @@ namespace {
 
 using Threads = test::MemoryTest;
 
-// Runs a function as a thread of the library.
-template <typename Function>
-std::thread start(Function function) {
-  return std::thread([function] {
-    ka_msg_register_thread();
-    function();
-    ka_msg_unregister_thread();
-  });
-}
-
 constexpr std::size_t kSize = 100'000;
 constexpr std::size_t kCounted = kSize + 16;  // as ka_mem_getsize counts a block
 
-TEST_F(Threads, AnAccountIsMergedWhenItsThreadEnds) {
+TEST_F(Threads, AnAccountIsMergedWhenTheAreasAreSetAsideAndWhenItsThreadEnds) {
   const std::size_t before = ka_mem_getsize();
-  void* block = nullptr;
-  std::latch has_allocated(1), may_end(1);
-  std::thread thread = start([&] {
+  void *block = nullptr, *last = nullptr;
+  std::latch has_allocated(1), may_push(1), has_pushed(1), may_end(1);
+  std::jthread thread = test::registered([&] {
     block = ka_mem_allocate(kSize);
     has_allocated.count_down();
-    may_end.wait();
-  });
-  has_allocated.wait();
-  EXPECT_EQ(ka_mem_getsize(), before);
-  may_end.count_down();
-  thread.join();
-  EXPECT_EQ(ka_mem_getsize(), before + kCounted);
-  ka_mem_release(block);
-  EXPECT_EQ(ka_mem_getsize(), before);
-}
-
-TEST_F(Threads, AnAccountIsMergedWhenTheAreasAreSetAside) {
-  const std::size_t before = ka_mem_getsize();
-  void* block = nullptr;
-  std::latch has_pushed(1), may_end(1);
-  std::thread thread = start([&] {
-    block = ka_mem_allocate(kSize);
+    may_push.wait();
     void** const saved = ka_context_push();
     has_pushed.count_down();
     may_end.wait();
-    ka_mem_release(ka_mem_reallocate(block, 2 * kSize));
+    block = ka_mem_reallocate(block, 2 * kSize);
     ka_context_pop(saved);
+    last = ka_mem_allocate(kSize);
   });
+  has_allocated.wait();
+  EXPECT_EQ(ka_mem_getsize(), before);
+  may_push.count_down();
   has_pushed.wait();
   EXPECT_EQ(ka_mem_getsize(), before + kCounted);
   may_end.count_down();
   thread.join();
+  EXPECT_EQ(ka_mem_getsize(), before + 2 * kCounted + kSize);
+  ka_mem_release(block);
+  ka_mem_release(last);
   EXPECT_EQ(ka_mem_getsize(), before);
 }
 
 TEST_F(Threads, ABlockMayBeReleasedByAnotherThread) {
   const std::size_t before = ka_mem_getsize();
   void* const block = ka_mem_allocate(kSize);
-  start([&] { ka_mem_release(block); }).join();
+  test::registered([&] { ka_mem_release(block); }).join();
   EXPECT_EQ(ka_mem_getsize(), before);
 }
 
@@ -115,15 +93,10 @@ TEST_F(Threads, AllocateWhilePurgesRun) {
   ka_mem_pool* const pool = ka_mem_blkcreate(40);
   ka_mem_limit_handler(kModule, show_area);
   ka_mem_memory_limit(8);  // every allocation passes it
-  std::array<std::thread, 4> threads;
-  for (std::thread& thread : threads) {
-    thread = start([pool] {
-      ka_context_mem(kModule);
-      work(pool);
-    });
-  }
-  work(pool);
-  for (std::thread& thread : threads) thread.join();
+  test::in_threads(5, [pool] {
+    ka_context_mem(kModule);
+    work(pool);
+  });
   ka_mem_memory_limit(0);
   EXPECT_GT(asked, 0);
   int in_use = 0;

@@ -2,20 +2,17 @@
 // session and world.
 #include <gtest/gtest.h>
 #include <ka/detail/context.h>
-#include <ka/msg.h>
 #include <ka/trans.h>
 
 #include <algorithm>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "support.h"
 
 namespace {
 
-constexpr int kFirst = 2, kSecond = 5,
-              kUnused = 6;  // modules that nothing else registers areas for
+constexpr int kFirst = 2, kSecond = 5, kUnused = 6;  // nothing else registers areas for them
 std::vector<std::string> events;
 
 void first_init(void* area) {
@@ -52,11 +49,7 @@ TEST_F(Areas, BelongToAThreadAndToWhatWasPushed) {
   EXPECT_EQ(ka_context_mem(kFirst), area);
   EXPECT_EQ(ka_context_mem(kUnused), nullptr);
   EXPECT_EQ(ka_context_mem(KA_MODULE_COUNT), nullptr);
-  std::thread([area] {
-    ka_msg_register_thread();
-    EXPECT_NE(ka_context_mem(kFirst), area);
-    ka_msg_unregister_thread();
-  }).join();
+  test::registered([area] { EXPECT_NE(ka_context_mem(kFirst), area); }).join();
   void** const table = ka_context_push();
   EXPECT_NE(ka_context_mem(kFirst), area);
   ka_context_pop(table);

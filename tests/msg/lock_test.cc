@@ -5,19 +5,10 @@
 
 #include <atomic>
 #include <latch>
-#include <thread>
+
+#include "support.h"
 
 namespace {
-
-// A thread that the library knows, which something else has started.
-template <typename Function>
-std::jthread registered(Function function) {
-  return std::jthread([function] {
-    EXPECT_GT(ka_msg_register_thread(), 0);
-    function();
-    ka_msg_unregister_thread();
-  });
-}
 
 TEST(Lock, HoldsOffOthers) {
   ka_mutex lock{};
@@ -30,10 +21,10 @@ TEST(Lock, HoldsOffOthers) {
       ka_unlock(lock);
     }
   };
-  { const auto a = registered(add), b = registered(add), c = registered(add); }
+  test::in_threads(3, add);
   EXPECT_EQ(count, 6000);
   ka_lock(lock);
-  registered([&] { EXPECT_EQ(ka_trylock(lock), 0); }).join();
+  test::registered([&] { EXPECT_EQ(ka_trylock(lock), 0); }).join();
   ka_unlock(lock);
   EXPECT_EQ(ka_trylock(lock), 1);
   ka_unlock(lock);
@@ -49,7 +40,7 @@ TEST(ReaderWriterLock, ManyReadOneWrites) {
     both_read.arrive_and_wait();  // passes only while both hold the lock
     ka_rwlock_unlock(lock);
   };
-  { const auto a = registered(read), b = registered(read); }
+  test::in_threads(2, read);
   int value = 0;
   const auto write = [&] {
     for (int i = 0; i < 1000; ++i) {
@@ -58,7 +49,7 @@ TEST(ReaderWriterLock, ManyReadOneWrites) {
       EXPECT_EQ(ka_rwlock_unlock(lock), 0);
     }
   };
-  { const auto a = registered(write), b = registered(write); }
+  test::in_threads(2, write);
   EXPECT_EQ(value, 2000);
   ka_rwlock_delete(&lock);
   EXPECT_EQ(ka_rwlock_unlock(lock), EINVAL);  // "no lock": told, as every failure to give it back
@@ -87,7 +78,7 @@ TEST(WaitChannel, WakesTheSleeperOnce) {
   ka_wakeup(channel);
   ka_sleep(channel);  // woken before: returns at once and is then as new
   std::atomic<bool> is_awake{false};
-  auto sleeper = registered([&] {
+  auto sleeper = test::registered([&] {
     ka_sleep(channel);
     is_awake = true;
   });

@@ -76,18 +76,13 @@ TEST(Thread, RegisteringAgainAndUnregisteringAgainChangeNothing) {
 TEST(Thread, ThereIsOneNetworkThread) {
   const test::MessageLog log(KA_ERROR);
   const auto become_network_thread = [](int expected) {
-    ka_msg_register_thread();
     for (int i = 0; i < 2; ++i) ka_msg_set_netthread();
     EXPECT_EQ(ka_msg_my_thread_id(), expected);
   };
-  std::thread([&] {
+  test::registered([&] {
     become_network_thread(1024);
     ka_error("x");
-    std::thread([&] {
-      become_network_thread(1);
-      ka_msg_unregister_thread();
-    }).join();
-    ka_msg_unregister_thread();
+    test::registered([&] { become_network_thread(1); }).join();
   }).join();
   const std::string refusal = "MSG   .1  error  011100: too many threads";
   EXPECT_EQ(test::MessageLog::lines(),
@@ -102,11 +97,9 @@ TEST(Thread, MessagesOfManyThreadsDoNotMix) {
     const std::scoped_lock locked(guard);
     lines.emplace_back(line);
   });
-  const auto talk = [](void*) {
+  test::in_threads(4, [] {
     for (int i = 0; i < 200; ++i) ka_error("thread %d says %d", ka_msg_my_thread_id(), i);
-  };
-  for (int t = 0; t < 4; ++t) ka_msg_start_thread(talk, nullptr);
-  wait_for_threads();
+  });
   ka_errorhandler(nullptr);
   EXPECT_EQ(lines.size(), 800U);
   EXPECT_TRUE(std::ranges::all_of(lines, [](const std::string& line) {

@@ -59,11 +59,16 @@ class VelDiff : public testing::Test {
     return test::run(VEL_DIFF, {.arguments = std::move(arguments)});
   }
 
+  static void expect_outcome(const test::Program& program, int status, const std::string& out,
+                             const std::string& err) {
+    const test::Outcome outcome = test::run(VEL_DIFF, program);
+    EXPECT_EQ(outcome.status, status);
+    EXPECT_EQ(outcome.out, out);
+    EXPECT_EQ(outcome.err, err);
+  }
+
   static void expect_failure(std::vector<std::string> arguments, const std::string& messages) {
-    const test::Outcome outcome = run(std::move(arguments));
-    EXPECT_EQ(outcome.status, 1);
-    EXPECT_EQ(outcome.out, "");
-    EXPECT_EQ(outcome.err, messages);
+    expect_outcome({.arguments = std::move(arguments)}, 1, "", messages);
   }
 
   test::Scratch scratch;

@@ -49,12 +49,10 @@ TEST_F(VelDiff, PrintsTheLines) {
       {{red, near, "-i"}, kBoth, "  0.000%", "  0.392%", "similar", 0}};
   for (const auto& [arguments, share, average, maximum, word, status] : rows) {
     SCOPED_TRACE(testing::PrintToString(arguments));
-    const test::Outcome outcome = run(arguments);
-    EXPECT_EQ(outcome.out, std::string("differing pixels:\t") + share + "\naverage difference:\t" +
-                               average + "\nmaximum difference:\t" + maximum + "\n" +
-                               verdict(arguments[0], arguments[1], word));
-    EXPECT_EQ(outcome.err, "");
-    EXPECT_EQ(outcome.status, status);
+    const std::string lines = std::string("differing pixels:\t") + share +
+                              "\naverage difference:\t" + average + "\nmaximum difference:\t" +
+                              maximum + "\n" + verdict(arguments[0], arguments[1], word);
+    expect_outcome({.arguments = arguments}, status, lines, "");
   }
 }
 
@@ -98,10 +96,7 @@ TEST_F(VelDiff, OutputNamesAreChecked) {
       {{"-e", red, red, output, "ppm"}, "unknown extension \"ppm\""},
       {{"-e", red, red, bare, ""}, "unknown extension \"\""}};
   for (const auto& [arguments, message] : rows) {
-    const test::Outcome outcome = run(arguments);
-    EXPECT_EQ(outcome.status, 1);
-    EXPECT_EQ(outcome.out, no_differences(red, red));
-    EXPECT_EQ(outcome.err, fatal(message));
+    expect_outcome({.arguments = arguments}, 1, no_differences(red, red), fatal(message));
   }
   EXPECT_FALSE(test::exists(output));
 }
@@ -110,10 +105,8 @@ TEST_F(VelDiff, LostResultsAreTold) {
   const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
   for (const auto& [output, reason] :
        {std::pair{test::kClosed, "Bad file descriptor"}, {full, "No space left on device"}}) {
-    const test::Outcome outcome =
-        test::run(VEL_DIFF, {.arguments = {red, red}, .standard_output = output});
-    EXPECT_EQ(outcome.status, 1);
-    EXPECT_EQ(outcome.err, fatal(std::string("cannot write to standard output (") + reason + ")"));
+    expect_outcome({.arguments = {red, red}, .standard_output = output}, 1, "",
+                   fatal(std::string("cannot write to standard output (") + reason + ")"));
   }
   close(full);
   const std::string before = test::read_file(red);
@@ -125,10 +118,7 @@ TEST_F(VelDiff, LostResultsAreTold) {
 // A fatal message stands there twice: as a line like any other, and once more in short.
 TEST_F(VelDiff, MessagesGoToTheLogFile) {
   const std::string log = scratch.path("log"), missing = scratch.path("missing.ppm");
-  const test::Outcome outcome =
-      test::run(VEL_DIFF, {.arguments = {missing, red}, .environment = {"KA_LOGFILE=" + log}});
-  EXPECT_EQ(outcome.status, 1);
-  EXPECT_EQ(outcome.out + outcome.err, "");
+  expect_outcome({.arguments = {missing, red}, .environment = {"KA_LOGFILE=" + log}}, 1, "", "");
   const std::string start = ".{20}: lumoralib\\[[0-9]+,[0-9]+\\] ";
   EXPECT_TRUE(test::matches(test::read_file(log),
                             start + "IMG   .0  error  101003: " + shown(missing) +
