@@ -133,17 +133,14 @@ INSTANTIATE_TEST_SUITE_P(Pairs, Written, testing::ValuesIn(writable_pairs()), []
   return name + "_" + std::to_string(pair.param.type);
 });
 
-void expect_sides(int format, int width, int height, int error) {
+void expect_sides(int format, int width, int height, int error, int os_error = EFBIG) {
   SCOPED_TRACE(testing::Message() << format << " " << width << " " << height);
-  const test::Scratch scratch;
-  test::Handle file;
-  file->file_type = IMG_TYPE_RGB;
-  ASSERT_TRUE(ka_img_create(file, scratch.path("a").c_str(), IMG_TYPE_RGB, format, width, height));
-  const test::Line line(ka_img_line_alloc(file));
-  EXPECT_EQ(ka_img_line_write(file, line.get()), error == IMG_ERR_NONE);
+  test::NewFile file(format, IMG_TYPE_RGB, width, height);
+  EXPECT_EQ(file.write_line(), error == IMG_ERR_NONE);
   EXPECT_EQ(file->error, error);
-  EXPECT_EQ(file->os_error, error == IMG_ERR_NONE ? 0 : EFBIG);
-  EXPECT_EQ(ka_img_close(file), 1);
+  EXPECT_EQ(file->os_error, os_error);
+  EXPECT_TRUE(file.close());
+  EXPECT_EQ(test::exists(file.path()), error == IMG_ERR_NONE);
 }
 
 // What headers can hold: sides of 16 bits, tiles that end at such numbers, 32 bits for the bytes.
@@ -157,13 +154,19 @@ TEST(Families, SidesThatDoNotFitTheHeaderAreRefused) {
                                         {IMG_FORMAT_PIC, 65535}}) {
     expect_sides(format, largest + 1, 1, IMG_ERR_SUBTYPE);
     expect_sides(format, 1, largest + 1, IMG_ERR_SUBTYPE);
-    expect_sides(format, largest, 1, IMG_ERR_NONE);
+    expect_sides(format, largest, 1, IMG_ERR_NONE, 0);
   }
   for (const int format : {IMG_FORMAT_TIF, IMG_FORMAT_TIFU, IMG_FORMAT_BMP, IMG_FORMAT_PICTURE}) {
     expect_sides(format, 40000, 40000, IMG_ERR_SUBTYPE);
   }
+  // more than a sub-block, no width, and more than 4 GiB of samples
   expect_sides(IMG_FORMAT_PICTURE, 262081, 1, IMG_ERR_SUBTYPE);
+  expect_sides(IMG_FORMAT_PICTURE, 0, 1, IMG_ERR_SUBTYPE);
+  expect_sides(IMG_FORMAT_PICTURE, 262080, 0x7fffffff, IMG_ERR_SUBTYPE);
+  // what the codec does not take
   expect_sides(IMG_FORMAT_JPG, 65501, 1, IMG_ERR_CREATE);
+  expect_sides(IMG_FORMAT_JPG, 1, 65501, IMG_ERR_CREATE);
+  expect_sides(IMG_FORMAT_JPG, 0, 1, IMG_ERR_CREATE, 0);
 }
 
 // What can be had of a file: the lines up to the first that fails.
