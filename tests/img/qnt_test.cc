@@ -10,19 +10,13 @@
 
 namespace {
 
-using test::bytes;
+using test::bytes, test::repeated;
 
 constexpr int kPal = IMG_FORMAT_QNTPAL, kNtsc = IMG_FORMAT_QNTNTSC, kRgb = IMG_TYPE_RGB;
 constexpr int kWidth = 720, kPalLines = 576, kNtscLines = 486;
 constexpr std::size_t kRowBytes = 1440;
 
 using Color = std::array<int, 3>;
-
-std::string repeated(std::size_t count, const std::string& text) {
-  std::string all;
-  for (std::size_t i = 0; i < count; ++i) all += text;
-  return all;
-}
 
 // A frame of one pair over and over.
 std::string frame(int lines, const std::string& pair) {
@@ -32,11 +26,6 @@ std::string frame(int lines, const std::string& pair) {
 Color color_at(const img_image* image, int x, int y) {
   const auto sample = [&](std::size_t slot) { return int(test::plane(image, y, slot)[x]); };
   return {sample(0), sample(1), sample(2)};
-}
-
-test::Image read(const std::string& file) {
-  const test::Scratch scratch;
-  return test::read_image(scratch.write("a", file), IMG_TYPE_FILE);
 }
 
 // A picture whose colours come from a function of column and line, the bottom line first.
@@ -63,7 +52,7 @@ test::Image random_picture(int width, int height) {
 TEST(Quantel, ReadsPairs) {
   const struct {
     std::string pair;  // Cb, Y, Cr, Y
-    Color first, second;
+    std::array<std::uint32_t, 3> first, second;
   } pairs[] = {
       {bytes({128, 16, 128, 235}), {0, 0, 0}, {255, 255, 255}},
       {bytes({128, 0, 128, 255}), {0, 0, 0}, {255, 255, 255}},
@@ -80,26 +69,27 @@ TEST(Quantel, ReadsPairs) {
   const std::string black = bytes({128, 16, 128, 16});
   for (const auto& [pair, first, second] : pairs) {
     for (const int lines : {kPalLines, kNtscLines}) {
-      const test::Image image =
-          read(repeated(kWidth / 2 - 1, black) + pair + frame(lines - 1, black));
-      ASSERT_TRUE(image);
-      EXPECT_EQ(image->height, lines);
-      EXPECT_EQ(color_at(image.get(), 718, lines - 1), first);
-      EXPECT_EQ(color_at(image.get(), 719, lines - 1), second);
-      EXPECT_EQ(color_at(image.get(), 719, lines - 2), (Color{0, 0, 0}));
+      test::OpenFile file(repeated(kWidth / 2 - 1, black) + pair + frame(lines - 1, black));
+      EXPECT_EQ(file->height, lines);
+      ASSERT_TRUE(file.read_line());
+      const test::Planes top = file.planes();
+      for (std::size_t c = 0; c < 3; ++c) {
+        EXPECT_EQ(top[c][718], first[c]);
+        EXPECT_EQ(top[c][719], second[c]);
+      }
+      ASSERT_TRUE(file.read_line());
+      EXPECT_EQ(file.planes(), test::flat(kWidth, {0, 0, 0}));
     }
   }
 }
 
 // Frames have no magic: their size tells, and their name when the bytes are those of a picture.
 TEST(Quantel, IsFoundByItsSize) {
-  const test::Scratch scratch;
   const std::string whole = frame(kPalLines, bytes({128, 16, 128, 16}));
-  for (const std::string& file : {whole.substr(1), whole + " ", whole.substr(kRowBytes)}) {
-    test::Handle handle;
-    EXPECT_FALSE(ka_img_open(handle, scratch.write("a.qnt", file).c_str(), IMG_TYPE_FILE));
-    EXPECT_EQ(handle->error, IMG_ERR_FORMAT);
-  }
+  test::expect_refusals({{"Shorter", whole.substr(1), IMG_ERR_FORMAT},
+                         {"Longer", whole + " ", IMG_ERR_FORMAT},
+                         {"LineLess", whole.substr(kRowBytes), IMG_ERR_FORMAT}});
+  const test::Scratch scratch;
   std::string pixmap = "P6 1 1 255\n";
   pixmap.resize(whole.size());
   for (const auto& [name, format] : {std::pair{"a.qnt", kPal}, {"a.ppm", int(IMG_FORMAT_PPM)}}) {
@@ -110,15 +100,11 @@ TEST(Quantel, IsFoundByItsSize) {
 }
 
 TEST(Quantel, FrameThatShrinksIsShort) {
-  const test::Scratch scratch;
-  const std::string path = scratch.write("a", frame(kNtscLines, bytes({128, 16, 128, 16})));
-  test::Handle handle;
-  ASSERT_TRUE(ka_img_open(handle, path.c_str(), IMG_TYPE_FILE));
-  std::filesystem::resize_file(path, kRowBytes * 2 - 1);
-  const test::Line line(ka_img_line_alloc(handle));
-  EXPECT_TRUE(ka_img_line_read(handle, line.get()));
-  EXPECT_FALSE(ka_img_line_read(handle, line.get()));
-  EXPECT_EQ(handle->error, IMG_ERR_READ);
+  test::OpenFile file(frame(kNtscLines, bytes({128, 16, 128, 16})));
+  std::filesystem::resize_file(file.path(), kRowBytes * 2 - 1);
+  EXPECT_TRUE(file.read_line());
+  EXPECT_FALSE(file.read_line());
+  EXPECT_EQ(file->error, IMG_ERR_READ);
 }
 
 // White fills exactly the columns and lines that it should.
@@ -142,14 +128,12 @@ TEST(Quantel, PicturesLieInTheMiddle) {
     const std::string file = test::written(format, white.get());
     const int frame_lines = format == kPal ? kPalLines : kNtscLines;
     ASSERT_EQ(file.size(), kRowBytes * std::size_t(frame_lines));
-    for (int row = 0; row < frame_lines; ++row) {
-      for (int column = 0; column < kWidth; ++column) {
-        const bool is_shown = row >= y && row < y + lines && column >= x && column < x + columns;
-        const int luma =
-            std::uint8_t(file[std::size_t(row) * kRowBytes + 2 * std::size_t(column) + 1]);
-        // 255 * 56284 is 218.998 * 65536: with a fraction in front of it 219 as well
-        ASSERT_TRUE(is_shown ? luma == 234 || luma == 235 : luma == 16) << column << " " << row;
-      }
+    for (int i = 0; i < frame_lines * kWidth; ++i) {
+      const int row = i / kWidth, column = i % kWidth;
+      const bool is_shown = row >= y && row < y + lines && column >= x && column < x + columns;
+      const int luma = std::uint8_t(file[2 * std::size_t(i) + 1]);
+      // 255 * 56284 is 218.998 * 65536: with a fraction in front of it 219 as well
+      ASSERT_TRUE(is_shown ? luma == 234 || luma == 235 : luma == 16) << column << " " << row;
     }
   }
 }
@@ -233,19 +217,14 @@ TEST(Quantel, CarriesFractionsAlongTheLine) {
 TEST(Quantel, FramesAreWhole) {
   for (const int lines : {1, 17, 575, 576, 600}) {
     SCOPED_TRACE(lines);
-    const test::Scratch scratch;
-    test::Handle handle;
-    handle->file_type = kRgb;
-    ASSERT_TRUE(ka_img_create(handle, scratch.path("a").c_str(), kRgb, kPal, kWidth, kPalLines));
-    const test::Line line(ka_img_line_alloc(handle));
-    test::set_samples(test::plane(line.get(), 1), std::vector<std::uint8_t>(kWidth, 255));
-    for (int y = 0; y < lines; ++y) ASSERT_TRUE(ka_img_line_write(handle, line.get()));
-    ASSERT_TRUE(ka_img_close(handle));
-    const test::Image image = test::read_image(scratch.path("a"), IMG_TYPE_FILE);
-    ASSERT_TRUE(image);
+    test::NewFile out(kPal, kRgb, kWidth, kPalLines);
+    test::set_samples(test::plane(out.line(), 1), std::vector<std::uint8_t>(kWidth, 255));
+    for (int y = 0; y < lines; ++y) ASSERT_TRUE(out.write_line());
+    ASSERT_TRUE(out.close());
+    test::OpenFile in(out.contents());
     for (int y = 0; y < kPalLines; ++y) {
-      const bool is_green = kPalLines - 1 - y < lines;
-      ASSERT_EQ(color_at(image.get(), 100, y)[1] > 128, is_green) << y;
+      ASSERT_TRUE(in.read_line());
+      ASSERT_EQ(in.planes()[1][100] > 128, y < lines) << y;
     }
   }
 }
