@@ -107,23 +107,17 @@ TEST_P(Written, ComesBack) {
 // No line is left out when the disk is full, whichever write it is that fails: the file goes away.
 TEST_P(Written, IsRemovedWhenTheDiskIsFull) {
   const auto [format, type] = GetParam();
-  const test::Scratch scratch;
-  const std::string path = scratch.path("a");
   const test::Image image = random_picture(type, 500, 400);
-  ASSERT_EQ(test::write_image(path, format, image.get()), IMG_ERR_NONE);
-  const auto bytes = std::filesystem::file_size(path);
+  const auto bytes = test::written(format, image.get()).size();
   for (const auto limit : {bytes * 0, bytes / 2, bytes - 1}) {
     SCOPED_TRACE(limit);
     const test::Limit disk(RLIMIT_FSIZE, limit);
-    test::Handle file;
-    file->file_type = std::uint8_t(type);
-    ASSERT_TRUE(ka_img_create(file, path.c_str(), type, format, 500, 400));
-    const bool written = ka_img_image_write(file, image.get());
-    const bool closed = ka_img_close(file);
-    EXPECT_FALSE(written && closed);
+    test::NewFile file(format, type, 500, 400);
+    const bool written = ka_img_image_write(file, image.get()) != 0;
+    EXPECT_FALSE(file.close() && written);
     EXPECT_TRUE(file->error == IMG_ERR_WRITE || file->error == IMG_ERR_CLOSE) << file->error;
     EXPECT_EQ(file->os_error, EFBIG);
-    EXPECT_FALSE(test::exists(path));
+    EXPECT_FALSE(test::exists(file.path()));
   }
 }
 
@@ -192,10 +186,7 @@ Outcome outcome_of(const std::string& path, int type) {
     shape.height = 1;
     const test::Image image(ka_img_image_alloc(&shape));
     img_line line{};
-    for (std::size_t slot = 0; slot < IMG_SLOTS; ++slot) {
-      const auto* const plane = test::plane(image.get(), 0, slot);
-      if (plane) line.offset[slot] = plane - reinterpret_cast<const std::uint8_t*>(&line);
-    }
+    test::point_at(line, image.get(), 0);
     for (int y = 0; y < file->height && ka_img_line_read(file, &line); ++y) {
       outcome.lines.push_back(test::planes_of(image.get(), 0));
     }

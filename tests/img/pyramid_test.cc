@@ -217,9 +217,7 @@ TEST(Filter, BothWaysOfHalvingGiveTheSame) {
       fill(*each, [&](int, int) { return Color{next(random), next(random), next(random), 1}; });
     }
     ka_img_pyramid_filter_levels(plain.get());
-    img_options options = test::kPlain;
-    options.color_clip = IMG_CLIP_TO_ALPHA;
-    const Mode mode(options);
+    const Mode mode({.color_clip = IMG_CLIP_TO_ALPHA});
     ka_img_pyramid_filter_levels(clipped.get());
     for (int k = 1; k < plain->levels; ++k) {
       EXPECT_EQ(test::lines_of(level(plain, k)), test::lines_of(level(clipped, k)))
@@ -258,9 +256,7 @@ TEST(Filter, VectorsHaveNoColorsToMix) {
 
 // Colours are mixed as they were before gamma: half of 0 and 1 is 0.5, stored as 0.25.
 TEST(Filter, GammaOfTheThreadApplies) {
-  img_options options = test::kPlain;
-  options.gamma = 2.0F;
-  const Mode mode(options);
+  const Mode mode({.gamma = 2});
   const Image image = make_pyramid(IMG_TYPE_RGB_16, 2, 2);
   for (const int y : {0, 1}) put(image.get(), y, y, {1, 1, 1, 1});
   ka_img_pyramid_filter_levels(image.get());

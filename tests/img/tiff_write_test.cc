@@ -64,9 +64,7 @@ TEST(TiffFile, IsWrittenInAllKinds) {
       kind(IMG_FORMAT_TIF16_3, IMG_TYPE_RGB_16, kPackedDeep, bytes({5}) + k16.substr(0, 6)),
       kind(IMG_FORMAT_TIF16_3U, IMG_TYPE_RGB_16, {.bits = 16, .count = 6}, k16.substr(0, 6)),
   };
-  img_options options = test::kPlain;
-  options.premultiply = 1;
-  const test::Mode mode(options);
+  const test::Mode mode({.premultiply = 1});
   for (const auto& [format, type, expected, pixels] : kinds) {
     SCOPED_TRACE(ka_img_format_name(format));
     test::Planes planes = {{1}, {2}, {3}, {4}};
