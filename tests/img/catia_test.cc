@@ -221,11 +221,8 @@ TEST(Catia, HoldsAsManyLinesAsItsHeightSays) {
     EXPECT_EQ(test::exists(file.path()), lines <= 2);
     if (lines > 2) continue;
     const std::uint32_t bottom = lines > 1 ? 9 : 0;
-    test::expect_picture({"",
-                          file.contents(),
-                          kPicture,
-                          kRgb,
-                          {flat(1, {bottom, bottom, bottom}), flat(1, {9, 9, 9})}});
+    const test::Lines expected = {flat(1, {bottom, bottom, bottom}), flat(1, {9, 9, 9})};
+    test::expect_picture({"", file.contents(), kPicture, kRgb, expected});
   }
 }
 

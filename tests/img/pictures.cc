@@ -124,6 +124,15 @@ void expect_refusals(const std::vector<Refusal>& refusals) {
   }
 }
 
+std::string message_of(const std::string& file) {
+  const MessageLog log;
+  OpenFile in(file);
+  EXPECT_FALSE(in.is_open());
+  ka_img_err_msg(in);
+  EXPECT_EQ(log.lines().size(), 1U);
+  return log.lines().empty() ? "" : log.lines().back();
+}
+
 OpenFile::OpenFile(const std::string& file, int type)
     : path_(scratch_.write("a", file)),
       is_open_(ka_img_open(file_, path_.c_str(), type) != 0),

@@ -57,6 +57,9 @@ struct Refusal {
 void expect_refusal(const Refusal& refusal);
 void expect_refusals(const std::vector<Refusal>& refusals);
 
+// What is told of a file that is not opened: its error as the one message.
+std::string message_of(const std::string& file);
+
 // A file that is opened, and the line of it that was read last.
 class OpenFile {
  public:

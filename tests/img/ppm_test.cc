@@ -13,21 +13,18 @@ namespace {
 using test::bytes;
 
 constexpr int kPpm = IMG_FORMAT_PPM;
+constexpr char kLetters[] = "abcdefghijklABCDEFGHIJKL";
 
 // The pixels start right behind the header of 4 by 2 pixels.
 TEST(Ppm, TakesTheseHeaders) {
+  const test::Lines letters = {{{'A', 'D', 'G', 'J'}, {'B', 'E', 'H', 'K'}, {'C', 'F', 'I', 'L'}},
+                               {{'a', 'd', 'g', 'j'}, {'b', 'e', 'h', 'k'}, {'c', 'f', 'i', 'l'}}};
   for (const std::string header :
        {"P6\n4\n2\n255\n", "P6 4 2 255\n", "P6\n# created\n4 2  255\n",
         "P6\n# 1 2\n#\n4 2\n# 3\n255\n", "P6#a\n4#b\n2 #c\n255#d\n", "P6\r\n4\t2\r\n255\r\n",
         "P6\n4 2\n255 \t\n", "P64 2 255\n", "P6\n0004 02 0255\n", "P6\n4 2\n65535\n",
         "P6\n4 2\n99999999999999999999\n", "P6\n4 2\n1.5e-3\n"}) {
-    SCOPED_TRACE(header);
-    test::expect_picture({"",
-                          header + "abcdefghijklABCDEFGHIJKL",
-                          kPpm,
-                          IMG_TYPE_RGB,
-                          {{{'A', 'D', 'G', 'J'}, {'B', 'E', 'H', 'K'}, {'C', 'F', 'I', 'L'}},
-                           {{'a', 'd', 'g', 'j'}, {'b', 'e', 'h', 'k'}, {'c', 'f', 'i', 'l'}}}});
+    test::expect_pictures(kPpm, IMG_TYPE_RGB, {{header.c_str(), header + kLetters, letters}});
   }
   for (const std::string header : {"PF\n1 1  0.0 1.0\n", "PF 1 1 1e-3\n2E-1\n"}) {
     SCOPED_TRACE(header);
@@ -42,13 +39,11 @@ TEST(Ppm, RefusesTheseHeaders) {
         "PF\n4 2\n-1.0 1.0\n", "P6\n-4 2\n255\n", "P6\n4.0 2\n255\n", "P6\n4 2\n.5\n",
         "P6\nfour 2\n255\n", "P6\n4294967300 2\n255\n", "P6\n4 4294967298\n255\n",
         "P6\n4 2\n255 #"}) {
-    SCOPED_TRACE(header);
-    test::expect_refusal({"", header + "abcdefghijklABCDEFGHIJKL", IMG_ERR_CORRUPT});
+    test::expect_refusals({{header.c_str(), header + kLetters, IMG_ERR_CORRUPT}});
   }
   for (const std::string other : {"P5\n4 2\n255\n", "P2\n4 2\n255\n", "P4\n4 2\n", "p6\n4 2\n255\n",
                                   "Pf\n4 2\n1.0 1.0\n", " P6\n4 2\n255\n"}) {
-    SCOPED_TRACE(other);
-    test::expect_refusal({"", other + "abcdefghijklABCDEFGHIJKL", IMG_ERR_FORMAT});
+    test::expect_refusals({{other.c_str(), other + kLetters, IMG_ERR_FORMAT}});
   }
 }
 

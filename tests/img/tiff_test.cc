@@ -293,32 +293,28 @@ TEST(Tiff, RefusalsAreTold) { test::expect_refusals(kRefusals); }
 TEST(Tiff, RefusalsSayWhy) {
   Entries whole_numbers = colors(1, 1, 3, 32);
   whole_numbers.back().values = {1, 1, 1};
-  const test::Refusal rows[] = {
-      {": unsupported compression 5", with({259, kShort, {5}}), IMG_ERR_SUBTYPE},
-      {": unsupported orientation  3", with({274, kShort, {3}}), IMG_ERR_SUBTYPE},
-      {": unsupported number of sampleformat values:  1", with({339, kShort, {1}}),
-       IMG_ERR_SUBTYPE},
-      {": different sampleformat values per sample not supported", with({339, kShort, {1, 1, 3}}),
-       IMG_ERR_SUBTYPE},
-      {": non-float 32 bit format not supported", tiff({whole_numbers, {std::string(12, 0)}}),
-       IMG_ERR_SUBTYPE},
-      {": can't read line 1 of 5, incomplete file",
-       with({257, kShort, {5}}).substr(0, 8 + 2 + 3 * 12), IMG_ERR_READ},
-      {": can't uncompress pixels in line 1 of 5, file is corrupted", kUnequalTables,
-       IMG_ERR_CORRUPT},
+  const std::pair<std::string, std::string> rows[] = {
+      {": unsupported compression 5", with({259, kShort, {5}})},
+      {": unsupported orientation  3", with({274, kShort, {3}})},
+      {": unsupported number of sampleformat values:  1", with({339, kShort, {1}})},
+      {": different sampleformat values per sample not supported", with({339, kShort, {1, 1, 3}})},
+      {": non-float 32 bit format not supported", tiff({whole_numbers, {std::string(12, 0)}})},
   };
-  for (const auto& [message, text, error, line] : rows) {
-    const bool is_told = error == IMG_ERR_SUBTYPE;
-    const test::MessageLog log(is_told ? KA_DEBUG : 0);
+  for (const auto& [message, text] : rows) {
+    const test::MessageLog log(KA_DEBUG);
     test::OpenFile in(text);
     EXPECT_FALSE(in.is_open());
-    EXPECT_EQ(in->error, error);
-    if (!is_told) ka_img_err_msg(in);
-    const std::string expected = (is_told ? in->display_name : "") + std::string(message);
+    EXPECT_EQ(in->error, IMG_ERR_SUBTYPE);
+    const std::string expected = in->display_name + message;
     EXPECT_TRUE(std::ranges::any_of(log.lines(), [&](const std::string& told) {
       return told.ends_with(expected);
     })) << expected;
   }
+  const std::string cut = test::message_of(with({257, kShort, {5}}).substr(0, 8 + 2 + 3 * 12)),
+                    corrupt = test::message_of(kUnequalTables);
+  EXPECT_TRUE(cut.ends_with(": can't read line 1 of 5, incomplete file")) << cut;
+  EXPECT_TRUE(corrupt.ends_with(": can't uncompress pixels in line 1 of 5, file is corrupted"))
+      << corrupt;
 }
 
 }  // namespace
