@@ -42,6 +42,12 @@ std::string sub_block(const std::string& data) {
 }
 std::string sub_block(std::initializer_list<int> data) { return sub_block(bytes(data)); }
 
+// One sub-block for each component.
+std::string sub_blocks(std::initializer_list<int> red, std::initializer_list<int> green,
+                       std::initializer_list<int> blue) {
+  return sub_block(red) + sub_block(green) + sub_block(blue);
+}
+
 // `count` samples of one value as pairs.
 std::string run(std::size_t count, int value) {
   std::string pairs;
@@ -73,17 +79,12 @@ test::Shown shown(const char* name, const std::string& file, const test::Lines& 
 const test::Lines kSquare(512, flat(512, {1, 2, 3}));
 
 const std::vector<test::Shown> kPictures = {
-    shown("Plain",
-          header(2, 2) + sub_block({1, 2, 3, 4}) + sub_block({5, 6, 7, 8}) +
-              sub_block({9, 10, 11, 12}),
+    shown("Plain", header(2, 2) + sub_blocks({1, 2, 3, 4}, {5, 6, 7, 8}, {9, 10, 11, 12}),
           {{{3, 4}, {7, 8}, {11, 12}}, {{1, 2}, {5, 6}, {9, 10}}}),
-    shown(
-        "PairsOverTwoLines",
-        header(3, 2) + sub_block({5, 1, 1, 2}) + sub_block({1, 2, 3, 4, 5, 6}) + sub_block({6, 7}),
-        {{{1, 1, 2}, {4, 5, 6}, {7, 7, 7}}, {{1, 1, 1}, {1, 2, 3}, {7, 7, 7}}}),
+    shown("PairsOverTwoLines", header(3, 2) + sub_blocks({5, 1, 1, 2}, {1, 2, 3, 4, 5, 6}, {6, 7}),
+          {{{1, 1, 2}, {4, 5, 6}, {7, 7, 7}}, {{1, 1, 1}, {1, 2, 3}, {7, 7, 7}}}),
     shown("PairsOfNothing",
-          header(7, 1) + sub_block({0, 9, 7, 1}) + sub_block({3, 2, 0, 9, 4, 2}) +
-              sub_block({7, 3, 0, 9}),
+          header(7, 1) + sub_blocks({0, 9, 7, 1}, {3, 2, 0, 9, 4, 2}, {7, 3, 0, 9}),
           {flat(7, {1, 2, 3})}),
     // 81 bytes take two records
     shown("SamplesAndMoreBehindThem",
@@ -96,12 +97,10 @@ const std::vector<test::Shown> kPictures = {
           {flat(30000, {1, 2, 3})}),
     shown("SubBlocksOfOneLine", header(kWide, 2, 1) + wide_lines({1, 2, 3, 4, 5, 6}),
           {flat(kWide, {2, 4, 6}), flat(kWide, {1, 3, 5})}),
-    shown("BytesBehindTheLastLine",
-          header(1, 1) + sub_block({1}) + sub_block({2}) + sub_block({3}) + "more",
+    shown("BytesBehindTheLastLine", header(1, 1) + sub_blocks({1}, {2}, {3}) + "more",
           {flat(1, {1, 2, 3})}),
     shown("OtherFieldsMayHaveOtherValues",
-          header(1, 1, 0).replace(1144, 1, "\1") + sub_block({1}) + sub_block({2}) + sub_block({3}),
-          {flat(1, {1, 2, 3})}),
+          header(1, 1, 0).replace(1144, 1, "\1") + sub_blocks({1}, {2}, {3}), {flat(1, {1, 2, 3})}),
     shown("FullSubBlocks", full_sub_blocks(true), kSquare),
     shown("FullSubBlocksWithoutPairs", full_sub_blocks(false), kSquare),
 };
@@ -142,15 +141,13 @@ const std::vector<test::Refusal> kSubBlocks = {
     {"PairPastTheEnd", damaged(sub_block({5, 1})), IMG_ERR_CORRUPT, 0},
     {"PairsEndEarly", damaged(sub_block({3, 1})), IMG_ERR_CORRUPT, 0},
     {"HalfAPair", damaged(sub_block({4, 1, 0})), IMG_ERR_CORRUPT, 0},
-    {"PairBehindTheEnd",
-     header(6, 1) + sub_block({6, 1, 1, 1}) + sub_block({6, 1}) + sub_block({6, 1}),
-     IMG_ERR_CORRUPT, 0},
+    {"PairBehindTheEnd", header(6, 1) + sub_blocks({6, 1, 1, 1}, {6, 1}, {6, 1}), IMG_ERR_CORRUPT,
+     0},
     {"SecondLineIsMissing", header(kWide, 2) + wide_lines({1, 2, 3, 4, 5}), IMG_ERR_READ, 1},
     {"SecondLineIsDamaged",
      header(kWide, 2) + wide_lines({1}) + sub_block({1, 1}) + wide_lines({3, 4, 5, 6}),
      IMG_ERR_CORRUPT, 1},
-    {"NoLineBehindTheLast", header(1, 1) + sub_block({1}) + sub_block({2}) + sub_block({3}),
-     IMG_ERR_READ, 1},
+    {"NoLineBehindTheLast", header(1, 1) + sub_blocks({1}, {2}, {3}), IMG_ERR_READ, 1},
 };
 TEST(Catia, RefusalsAreTold) {
   for (const auto& refusals : {kHeaders, kSubBlocks}) test::expect_refusals(refusals);
@@ -167,15 +164,14 @@ TEST(Catia, WritesTheseBytes) {
   const std::string start = header(3, 2, 262143).replace(160, 16, "SMS     3 X    2");
   EXPECT_EQ(test::written(kPicture, kRgb,
                           {{{9, 9, 9}, {4, 5, 6}, {7, 7, 7}}, {{8, 9, 9}, {1, 2, 3}, {7, 7, 7}}}),
-            start + sub_block({1, 8, 5, 9}) + sub_block({1, 2, 3, 4, 5, 6}) + sub_block({6, 7}));
+            start + sub_blocks({1, 8, 5, 9}, {1, 2, 3, 4, 5, 6}, {6, 7}));
   // runs of 255 at most
   EXPECT_EQ(test::written(kPicture, kRgb, {flat(600, {1, 2, 3})}).substr(kHeader),
-            sub_block({255, 1, 255, 1, 90, 1}) + sub_block({255, 2, 255, 2, 90, 2}) +
-                sub_block({255, 3, 255, 3, 90, 3}));
+            sub_blocks({255, 1, 255, 1, 90, 1}, {255, 2, 255, 2, 90, 2}, {255, 3, 255, 3, 90, 3}));
   // only pairs that are shorter than the samples are told from them
   EXPECT_EQ(
       test::written(kPicture, kRgb, {{{1, 1, 2, 2}, {3, 3, 3, 4}, {5, 5, 5, 5}}}).substr(kHeader),
-      sub_block({1, 1, 2, 2}) + sub_block({3, 3, 3, 4}) + sub_block({4, 5}));
+      sub_blocks({1, 1, 2, 2}, {3, 3, 3, 4}, {4, 5}));
   const std::string empty = test::written(kPicture, test::make_image(kRgb, 5, 0).get());
   EXPECT_EQ(empty.size(), kHeader);
   test::expect_picture({"", empty, kPicture, kRgb, {}});
