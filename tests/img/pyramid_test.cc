@@ -196,7 +196,7 @@ TEST(Filter, SamplesAreRoundedToTheNearest) {
                                       {IMG_TYPE_RGBA_16, 65535.0F}}) {
     for (const auto& [numbers, mean] : {std::pair{given[0], 25.0F}, {given[1], 3.0F}}) {
       const Image image = make_pyramid(type, 2, 2);
-      fill(image, [&](int x, int y) {
+      fill(image, [&numbers = numbers, largest = largest](int x, int y) {
         const float color = numbers[std::size_t(x + 2 * y)] / largest;
         return Color{color, color, color, color};
       });
