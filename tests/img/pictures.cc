@@ -90,7 +90,7 @@ void expect_picture(const Picture& picture) {
   EXPECT_EQ(file->type, picture.type);
   ASSERT_EQ(file->height, int(picture.lines.size()));
   const Image image(ka_img_image_alloc(file));
-  ASSERT_TRUE(ka_img_image_read(file, image.get())) << file->error;
+  ASSERT_TRUE(is_done(ka_img_image_read(file, image.get()))) << file->error;
   EXPECT_EQ(lines_of(image.get()), picture.lines);
 }
 
@@ -133,9 +133,14 @@ std::string message_of(const std::string& file) {
   return log.lines().empty() ? "" : log.lines().back();
 }
 
+bool is_done(int result) {
+  EXPECT_TRUE(result == 0 || result == 1) << result;
+  return result == 1;
+}
+
 OpenFile::OpenFile(const std::string& file, int type)
     : path_(scratch_.write("a", file)),
-      is_open_(ka_img_open(file_, path_.c_str(), type) != 0),
+      is_open_(is_done(ka_img_open(file_, path_.c_str(), type))),
       line_{} {
   if (!is_open_) return;
   image_ = make_image(file_->type, file_->width, 1);
@@ -161,7 +166,8 @@ std::vector<int> line_errors(const std::string& file) {
 
 NewFile::NewFile(int format, int type, int width, int height) {
   file_->file_type = std::uint8_t(type);
-  EXPECT_TRUE(ka_img_create(file_, path_.c_str(), type, format, width, height)) << file_->error;
+  EXPECT_TRUE(is_done(ka_img_create(file_, path_.c_str(), type, format, width, height)))
+      << file_->error;
   line_.reset(ka_img_line_alloc(file_));
 }
 

@@ -60,6 +60,9 @@ void expect_refusals(const std::vector<Refusal>& refusals);
 // What is told of a file that is not opened: its error as the one message.
 std::string message_of(const std::string& file);
 
+// What an operation returned: 1 for done, 0 for failed, nothing else.
+bool is_done(int result);
+
 // A file that is opened, and the line of it that was read last.
 class OpenFile {
  public:
@@ -70,7 +73,7 @@ class OpenFile {
   [[nodiscard]] const std::string& path() const { return path_; }
 
   [[nodiscard]] bool is_open() const { return is_open_; }
-  bool read_line() { return ka_img_line_read(file_, &line_) != 0; }
+  bool read_line() { return is_done(ka_img_line_read(file_, &line_)); }
   [[nodiscard]] Planes planes() const { return planes_of(image_.get(), 0); }
 
  private:
@@ -99,8 +102,8 @@ class NewFile {
   [[nodiscard]] std::string contents() const { return read_file(path_); }
 
   [[nodiscard]] img_line* line() { return line_.get(); }
-  bool write_line() { return ka_img_line_write(file_, line_.get()) != 0; }
-  bool close() { return ka_img_close(file_) != 0; }
+  bool write_line() { return is_done(ka_img_line_write(file_, line_.get())); }
+  bool close() { return is_done(ka_img_close(file_)); }
 
  private:
   Scratch scratch_;
