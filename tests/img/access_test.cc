@@ -93,10 +93,7 @@ TEST(ColorAccess, NothingIsStoredOutsideNorInVectors) {
 }
 
 TEST(ColorAccess, ColorsAreDividedByAlphaInImages) {
-  img_options options = test::kPlain;
-  options.premultiply = 1;
-  options.color_clip = IMG_CLIP_TO_ALPHA;
-  const Mode mode(options);
+  const Mode mode({.premultiply = 1, .color_clip = IMG_CLIP_TO_ALPHA});
   const Image image = make_image(IMG_TYPE_RGBA, 1, 1);
   // 0.25 / 0.5 * 255 = 127.5, 0.1 / 0.5 * 255 = 51, 0.075 / 0.5 * 255 = 38.25.
   put(image.get(), 0, 0, {0.25F, 0.1F, 0.075F, 0.5F});
@@ -110,16 +107,13 @@ TEST(ColorAccess, ColorsAreDividedByAlphaInImages) {
   put(image.get(), 0, 0, {0, 1e-40F, 0, 1e-40F});
   EXPECT_EQ(sample(image.get(), 0, 0, 0), 0);
   EXPECT_EQ(sample(image.get(), 0, 0, 1), 255);
-  options.color_clip = IMG_CLIP_EACH;  // not divided
-  const Mode clipped_each(options);
+  const Mode clipped_each({.premultiply = 1});  // not divided
   put(image.get(), 0, 0, kColor);
   EXPECT_EQ(sample(image.get(), 0, 0, 0), 51);
 }
 
 TEST(Dither, OneNumberPerPixelMovesEveryComponent) {
-  img_options options = test::kPlain;
-  options.dither = 1;
-  const Mode mode(options);
+  const Mode mode({.dither = 1});
   const Image image = make_image(IMG_TYPE_RGBA, 1, 1);
   const int state = ka_thread_get();
   for (int i = 0; i < 100; ++i) {
@@ -135,11 +129,7 @@ TEST(Dither, OneNumberPerPixelMovesEveryComponent) {
 }
 
 TEST(Square, IsTheFourPixelsAndRepeatsTheLastOnes) {
-  img_options options = test::kPlain;
-  options.premultiply = 1;
-  options.color_clip = IMG_CLIP_RAISE_ALPHA;
-  options.gamma = 1.8F;
-  const Mode mode(options);
+  const Mode mode({.premultiply = 1, .color_clip = IMG_CLIP_RAISE_ALPHA, .gamma = 1.8F});
   for (const int type : {IMG_TYPE_RGBA, IMG_TYPE_RGB_16, IMG_TYPE_S, IMG_TYPE_RGBE,
                          IMG_TYPE_RGBA_FP, IMG_TYPE_Z, IMG_TYPE_BIT}) {
     const Image image = make_image(type, 3, 2);

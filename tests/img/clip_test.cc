@@ -38,10 +38,7 @@ TEST(Clip, ColorIsWhatTheModeSays) {
               {2, true, {kNan, 0.5F, 0.25F, 1}, {0, 0.5F, 0.25F, 1}},
               {2, true, {kInfinity, -kInfinity, 0, 1}, {0, 0, 0, 1}}};
   for (const auto& [clip, desaturate, given, expected] : rows) {
-    img_options options = test::kPlain;
-    options.color_clip = clip;
-    options.desaturate = desaturate;
-    const test::Mode mode(options);
+    const test::Mode mode({.desaturate = desaturate, .color_clip = clip});
     Color color = given;
     ka_img_clip_color(nullptr, color.data());
     for (std::size_t i = 0; i < 4; ++i) {

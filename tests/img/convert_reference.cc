@@ -1,6 +1,7 @@
 #include "convert_reference.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstring>
 
@@ -19,18 +20,6 @@ constexpr std::uint8_t kGuardByte = 0xa5;
 
 const Layout& layout(int type) { return kLayouts[std::size_t(type)]; }
 bool is_float(int type) { return layout(type).bits == 32 && type != IMG_TYPE_TAG; }
-
-template <typename Sample>
-double load(const std::uint8_t* plane, std::size_t x) {
-  Sample sample;
-  std::memcpy(&sample, plane + x * sizeof sample, sizeof sample);
-  return static_cast<double>(sample);
-}
-template <typename Sample>
-void store(std::uint8_t* plane, std::size_t x, double value) {
-  const auto sample = static_cast<Sample>(value);
-  std::memcpy(plane + x * sizeof sample, &sample, sizeof sample);
-}
 
 bool is_colour(int t) {
   return t == IMG_TYPE_RGBA || t == IMG_TYPE_RGBA_16 || t == IMG_TYPE_RGB || t == IMG_TYPE_RGB_16 ||
@@ -208,33 +197,28 @@ bool PlanarLine::has(std::size_t slot) const {
 
 Pixel PlanarLine::at(int x) const {
   Pixel pixel{};
-  const int bits = layout(type_).bits;
-  const auto i = std::size_t(x);
+  const auto i = std::size_t(x), bytes = std::size_t(layout(type_).bits) / 8;
   for (std::size_t slot = 0; slot < kPlanes; ++slot) {
-    const std::uint8_t* const plane = planes_[slot].data();
     if (!has(slot)) continue;
-    pixel[slot] = bits == 1         ? plane[i / 8] >> (i % 8) & 1
-                  : bits == 8       ? load<std::uint8_t>(plane, i)
-                  : bits == 16      ? load<std::uint16_t>(plane, i)
-                  : is_float(type_) ? load<float>(plane, i)
-                                    : load<std::uint32_t>(plane, i);
+    std::uint32_t stored = 0;
+    if (bytes == 0) stored = planes_[slot][i / 8] >> (i % 8) & 1;
+    std::memcpy(&stored, planes_[slot].data() + i * bytes, bytes);
+    pixel[slot] = is_float(type_) ? double{std::bit_cast<float>(stored)} : stored;
   }
   return pixel;
 }
 
 void PlanarLine::set(int x, const Pixel& pixel) {
-  const int bits = layout(type_).bits;
-  const auto i = std::size_t(x);
+  const auto i = std::size_t(x), bytes = std::size_t(layout(type_).bits) / 8;
   for (std::size_t slot = 0; slot < kPlanes; ++slot) {
-    std::uint8_t* const plane = planes_[slot].data();
     if (!has(slot)) continue;
+    std::uint8_t* const plane = planes_[slot].data();
     const double value = pixel[slot];
-    if (bits == 1)
+    const auto stored =
+        is_float(type_) ? std::bit_cast<std::uint32_t>(float(value)) : std::uint32_t(value);
+    if (bytes == 0)
       plane[i / 8] = std::uint8_t((plane[i / 8] & ~(1 << i % 8)) | (value != 0) << i % 8);
-    if (bits == 8) store<std::uint8_t>(plane, i, value);
-    if (bits == 16) store<std::uint16_t>(plane, i, value);
-    if (bits == 32 && is_float(type_)) store<float>(plane, i, value);
-    if (bits == 32 && !is_float(type_)) store<std::uint32_t>(plane, i, value);
+    std::memcpy(plane + i * bytes, &stored, bytes);
   }
 }
 

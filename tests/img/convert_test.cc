@@ -156,9 +156,7 @@ TEST(Convert, UnknownTypesAndAbsentPlanesChangeNothing) {
 
 // With the weights of the calling thread.
 TEST(Convert, LinesOfImagesAreFetchedInAnyType) {
-  img_options options = test::kPlain;
-  options.luminance[0] = 0.75F;
-  const test::Mode mode(options);
+  const test::Mode mode({.red = 0.75F});
   const test::Image image = test::make_image(IMG_TYPE_RGBA_FP, 3, 2);
   test::set_samples<float>(test::plane(image.get(), 1, test::kR), {0, 0.5, 1});
   test::set_samples<float>(test::plane(image.get(), 1, test::kA), {1, 0, 0.25});

@@ -104,7 +104,7 @@ TEST_F(Custom, SlotsTakeNamesAndTypes) {
   EXPECT_EQ(log.lines().at(1),
             "IMG   .0  debug: registered new custom image format 15: \"last\", type rgb");
   EXPECT_EQ(ka_img_format_identify("tst"), kFirst);
-  EXPECT_TRUE(add(kFirst, "other", IMG_TYPE_A));  // the later one stays
+  EXPECT_TRUE(add(kFirst, "other", IMG_TYPE_RGBA));  // the later one stays
   EXPECT_EQ(ka_img_format_identify("tst"), -1);
   EXPECT_EQ(ka_img_format_identify("other"), kFirst);
   for (const int slot : {-1, kFirst - 1, kLast + 1}) EXPECT_FALSE(add(slot, "no", IMG_TYPE_S));

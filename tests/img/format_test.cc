@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <ka/message.h>
 
+#include "convert_reference.h"
 #include "support.h"
 
 namespace {
@@ -11,13 +12,11 @@ constexpr const char* kTypeNames[] = {
     "n",    "tag",     "rgba_fp", "m",      "bit", "rgb_fp", "coverage", "rgbe", "a_16", "s_fp"};
 
 TEST(Types, HaveTheirNamesBitsAndComponents) {
-  constexpr int bits[] = {8,  16, 8,  16, 8, 16, 8,  16, 16, 16, 32,
-                          32, 32, 32, 32, 1, 32, 32, 8,  32, 32};
-  constexpr int components[] = {4, 4, 3, 3, 1, 1, 1, 1, 2, 2, 1, 3, 1, 4, 3, 1, 3, 1, 4, 1, 1};
   for (int type = 0; type < 21; ++type) {
     EXPECT_STREQ(ka_img_type_name(type), kTypeNames[type]);
-    EXPECT_EQ(ka_img_nbits[type], bits[type]) << type;
-    EXPECT_EQ(ka_img_ncomp[type], components[type]) << type;
+    const auto [bits, slot, planes] = test::kLayouts[std::size_t(type)];
+    EXPECT_EQ(ka_img_nbits[type], bits) << type;
+    EXPECT_EQ(ka_img_ncomp[type], planes) << type;
     const int first = type == IMG_TYPE_A_FP ? IMG_TYPE_A_16 : type;  // the two share a name
     EXPECT_EQ(ka_img_type_identify(kTypeNames[type]), first);
   }

@@ -15,12 +15,6 @@ namespace {
 
 using test::Color, test::get, test::Image, test::make_image, test::Mode, test::put;
 
-img_options with_gamma(float gamma) {
-  img_options options = test::kPlain;
-  options.gamma = gamma;
-  return options;
-}
-
 std::vector<std::uint16_t> red(const Image& image) {
   return test::samples<std::uint16_t>(test::plane(image.get(), 0, 0), image->width);
 }
@@ -79,7 +73,7 @@ TEST(GammaCache, ClockThatWrapsKeepsTheOrderOfUse) {
 }
 
 TEST(Gamma, AppliesOnTheWayInAndBackOnTheWayOut) {
-  const Mode mode(with_gamma(2.2F));
+  const Mode mode({.gamma = 2.2F});
   const Image image = make_image(IMG_TYPE_RGBA_16, 1, 1);
   put(image.get(), 0, 0, {0.5F, 0.25F, 1, 0.75F});
   const Color color = get(image.get(), 0, 0);
@@ -92,22 +86,17 @@ TEST(Gamma, AppliesOnTheWayInAndBackOnTheWayOut) {
   }
 }
 
-TEST(Gamma, AlphaOfImagesWithoutOnePassesToo) {
-  const Mode mode(with_gamma(2.0F));
-  const Image image = make_image(IMG_TYPE_RGB, 1, 1);
-  EXPECT_FLOAT_EQ(get(image.get(), 0, 0)[3], float(looked_up(1, 0.5)));
-}
-
-TEST(Gamma, FloatsStayAsTheyAre) {
-  const Mode mode(with_gamma(2.2F));
-  const Image image = make_image(IMG_TYPE_RGBA_FP, 1, 1);
+TEST(Gamma, FloatsStayAsTheyAreAndAbsentAlphaDoesNot) {
+  const Mode mode({.gamma = 2.2F});
+  const Image floats = make_image(IMG_TYPE_RGBA_FP, 1, 1), rgb = make_image(IMG_TYPE_RGB, 1, 1);
   const Color color = {-1, 0.5F, 2, 0.25F};
-  put(image.get(), 0, 0, color);
-  EXPECT_EQ(get(image.get(), 0, 0), color);
+  put(floats.get(), 0, 0, color);
+  EXPECT_EQ(get(floats.get(), 0, 0), color);
+  EXPECT_FLOAT_EQ(get(rgb.get(), 0, 0)[3], float(looked_up(1, 1 / 2.2)));
 }
 
 TEST(Gamma, SharedExponentsKeepTheirLight) {
-  const Mode mode(with_gamma(2.0F));
+  const Mode mode({.gamma = 2.0F});
   const Image image = make_image(IMG_TYPE_RGBE, 1, 1);
   put(image.get(), 0, 0, {8, 4, 0.5F, 1});
   // 64, 16 and 0.25 in steps of a half: mantissas 128, 32 and 0, fetched half a step higher.
@@ -124,7 +113,7 @@ TEST(Gamma, OneIsOffAndZeroIsATableOfOne) {
   const float not_a_number = std::numeric_limits<float>::quiet_NaN();
   for (const auto& [gamma, stored] :
        {std::pair{1.0F, 32768}, {0.0F, 32767}, {-2.0F, 32767}, {not_a_number, 32767}}) {
-    const Mode mode(with_gamma(gamma));
+    const Mode mode({.gamma = gamma});
     put(image.get(), 0, 0, {0.5F, 0, 0, 1});
     EXPECT_EQ(red(image)[0], stored) << gamma;
   }
@@ -133,7 +122,7 @@ TEST(Gamma, OneIsOffAndZeroIsATableOfOne) {
 TEST(Gamma, ExtremesAreDefined) {
   const Image image = make_image(IMG_TYPE_RGB_16, 1, 1);
   for (const float gamma : {1e-45F, 1e-3F, 1e38F, std::numeric_limits<float>::infinity()}) {
-    const Mode mode(with_gamma(gamma));
+    const Mode mode({.gamma = gamma});
     for (const float value : {0.0F, 0.5F, 1.0F}) {
       put(image.get(), 0, 0, {value, 0, 0, 1});
       const float fetched = get(image.get(), 0, 0)[0];
@@ -147,7 +136,7 @@ TEST(Gamma, ManyGammasOneAfterTheOther) {
   const Image image = make_image(IMG_TYPE_RGB_16, 1, 1);
   for (int i = 0; i < 20; ++i) {
     const float gamma = 1.5F + 0.25F * float(i % 10);
-    const Mode mode(with_gamma(gamma));
+    const Mode mode({.gamma = gamma});
     put(image.get(), 0, 0, {0.5F, 0, 0, 1});
     EXPECT_NEAR(red(image)[0], looked_up(0.5, double{gamma}) * 65535, 1) << gamma;
   }
@@ -161,8 +150,7 @@ TEST(Gamma, ThreadsOfOneTransactionShareTheTables) {
   for (int y = 0; y < kThreads; ++y) {
     threads.emplace_back([&image, y] {
       ka_msg_register_thread();
-      const img_options options = with_gamma(1.7F);
-      ka_img_mode_options(&options);
+      Mode::set({.gamma = 1.7F});
       for (int x = 0; x < kPixels; ++x) put(image.get(), x, y, {0.5F, 0, 0, 1});
       ka_msg_unregister_thread();
     });

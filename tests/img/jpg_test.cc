@@ -11,14 +11,9 @@
 
 namespace {
 
-using test::bytes;
-using test::kOpening;
+using test::be, test::bytes, test::repeated;
 
-std::string repeated(std::size_t count, const std::string& text) {
-  std::string all;
-  for (std::size_t i = 0; i < count; ++i) all += text;
-  return all;
-}
+constexpr int kJpg = IMG_FORMAT_JPG, kRgb = IMG_TYPE_RGB;
 
 // A grey picture, 8 pixels wide, from blocks of one level each. All steps of quantization are 8, so
 // that the first coefficient is the level above 128. Its code is 00 for the same as in the block
@@ -28,12 +23,11 @@ const std::string kStart = bytes({0xff, 0xd8});
 const std::string kEnd = bytes({0xff, 0xd9});
 const std::string kApp = bytes({0xff, 0xe1, 0, 4, 1, 2});
 const std::string kTables = bytes({0xff, 0xdb, 0, 67, 0}) + std::string(64, '\x08') +
-                            bytes({0xff, 0xc4, 0, 22, 0}) + bytes({0, 3}) + std::string(14, '\0') +
-                            bytes({0, 3, 8}) + bytes({0xff, 0xc4, 0, 20, 0x10}) + bytes({1}) +
-                            std::string(15, '\0') + bytes({0});
+                            bytes({0xff, 0xc4, 0, 22, 0, 0, 3}) + std::string(14, '\0') +
+                            bytes({0, 3, 8, 0xff, 0xc4, 0, 20, 0x10, 1}) + std::string(16, '\0');
 
 std::string frame(int height, int kind = 0xc0) {
-  return bytes({0xff, kind, 0, 11, 8, height >> 8, height & 255, 0, 8, 1, 1, 0x11, 0});
+  return bytes({0xff, kind, 0, 11, 8}) + be(2, height) + bytes({0, 8, 1, 1, 0x11, 0});
 }
 // A scan of the coefficients from `first` to `last`.
 std::string scan(int first, int last, std::initializer_list<int> data) {
@@ -62,42 +56,30 @@ std::string progressive(std::size_t scans) {
          repeated(scans - 1, scan(1, 63, {0x3f})) + kEnd;
 }
 
-class JpgPicture : public testing::TestWithParam<test::Picture> {};
-TEST_P(JpgPicture, IsRead) { test::expect_picture(GetParam()); }
+// A marker behind each block.
+const std::string kRestarting =
+    kStart + kApp + kTables + bytes({0xff, 0xdd, 0, 4, 0, 1}) + frame(16);
 
-constexpr int kJpg = IMG_FORMAT_JPG, kRgb = IMG_TYPE_RGB;
-
-const std::vector<test::Picture> kPictures = {
-    {"Grey", kTwoBlocks, kJpg, kRgb, kTwoLevels},
-    {"AnyApplicationMarker",
-     kStart + bytes({0xff, 0xef, 0, 2}) + kTables + frame(16) + scan(0, 63, {0x69, 0x4f}) + kEnd,
-     kJpg, kRgb, kTwoLevels},
-    {"BytesBetweenSegments",
-     kStart + kApp + "??" + kTables + frame(16) + scan(0, 63, {0x69, 0x4f}) + kEnd, kJpg, kRgb,
-     kTwoLevels},
-    {"BytesBehindTheEnd", kTwoBlocks + "more", kJpg, kRgb, kTwoLevels},
-    {"NoEndOfImage", kTwoBlocks.substr(0, kTwoBlocks.size() - 2), kJpg, kRgb, kTwoLevels},
-    {"Progressive", progressive(2), kJpg, kRgb, kTwoLevels},
-    {"ProgressiveOfManyScans", progressive(100), kJpg, kRgb, kTwoLevels},
+const std::vector<test::Shown> kPictures = {
+    {"Grey", kTwoBlocks, kTwoLevels},
+    {"AnyApplicationMarker", kStart + bytes({0xff, 0xef, 0, 2}) + kTwoBlocks.substr(8), kTwoLevels},
+    {"BytesBetweenSegments", kBytesBetweenSegments, kTwoLevels},
+    {"BytesBehindTheEnd", kTwoBlocks + "more", kTwoLevels},
+    {"NoEndOfImage", kTwoBlocks.substr(0, kTwoBlocks.size() - 2), kTwoLevels},
+    {"Progressive", progressive(2), kTwoLevels},
+    {"ProgressiveOfManyScans", progressive(100), kTwoLevels},
     // each block with ones behind it and a marker, where levels start again from 128
-    {"Restarts",
-     kStart + kApp + kTables + bytes({0xff, 0xdd, 0, 4, 0, 1}) + frame(16) +
-         scan(0, 63, {0x6b, 0xff, 0xd0, 0x53}) + kEnd,
-     kJpg, kRgb, flat_lines({123, 133})},
+    {"Restarts", kRestarting + scan(0, 63, {0x6b, 0xff, 0xd0, 0x53}) + kEnd,
+     flat_lines({123, 133})},
 };
-INSTANTIATE_TEST_SUITE_P(Files, JpgPicture, testing::ValuesIn(kPictures),
-                         test::row_name<test::Picture>);
-
-class JpgRefusal : public testing::TestWithParam<test::Refusal> {};
-TEST_P(JpgRefusal, IsTold) { test::expect_refusal(GetParam()); }
+TEST(Jpg, PicturesAreRead) { test::expect_pictures(kJpg, kRgb, kPictures); }
 
 std::string seed(const char* name) {
   return test::read_file(std::string(LUMORA_CORPUS "/jpg/") + name);
 }
 
 const std::vector<test::Refusal> kRefusals = {
-    {"NoApplicationMarker", kStart + kTables + frame(16) + scan(0, 63, {0x69, 0x4f}) + kEnd,
-     IMG_ERR_FORMAT},
+    {"NoApplicationMarker", kStart + kTwoBlocks.substr(8), IMG_ERR_FORMAT},
     {"CommentFirst", kStart + bytes({0xff, 0xfe, 0, 2}) + kTwoBlocks.substr(2), IMG_ERR_FORMAT},
     {"HeaderEnds", kStart + kApp + kTables + frame(16), IMG_ERR_SUBTYPE},
     {"SegmentPastTheEnd", kStart + bytes({0xff, 0xe0, 0xff, 0xff}), IMG_ERR_SUBTYPE},
@@ -111,14 +93,9 @@ const std::vector<test::Refusal> kRefusals = {
     {"SecondBlockEnds", kHeader + scan(0, 63, {0x69}), IMG_ERR_READ, 8},
     {"MarkerInTheSecondBlock", kMarkerInTheSecondBlock, IMG_ERR_CORRUPT, 8},
     {"NoSuchCode", kHeader + scan(0, 63, {0x6b, 0xff, 0}) + kEnd, IMG_ERR_CORRUPT, 8},
-    {"NoRestart",
-     kStart + kApp + kTables + bytes({0xff, 0xdd, 0, 4, 0, 1}) + frame(16) +
-         scan(0, 63, {0x69, 0x4f, 0x4f, 0x4f}) + kEnd,
-     IMG_ERR_CORRUPT, 8},
-    {"OtherRestart",
-     kStart + kApp + kTables + bytes({0xff, 0xdd, 0, 4, 0, 1}) + frame(16) +
-         scan(0, 63, {0x6b, 0xff, 0xd3, 0x53}) + kEnd,
-     IMG_ERR_CORRUPT, 8},
+    {"NoRestart", kRestarting + scan(0, 63, {0x69, 0x4f, 0x4f, 0x4f}) + kEnd, IMG_ERR_CORRUPT, 8},
+    {"OtherRestart", kRestarting + scan(0, 63, {0x6b, 0xff, 0xd3, 0x53}) + kEnd, IMG_ERR_CORRUPT,
+     8},
     {"ProgressiveEndsInAScan", kStart + kApp + kTables + frame(16, 0xc2) + scan(0, 0, {0x6a}),
      IMG_ERR_READ},
     {"ProgressiveEndsBeforeItsEnd", progressive(2).substr(0, progressive(2).size() - 2),
@@ -127,8 +104,7 @@ const std::vector<test::Refusal> kRefusals = {
     {"ProgressiveLargerThanItsFile", seed("progressive_huge.jpg"), IMG_ERR_SUBTYPE},
     {"ArithmeticEnds", seed("arithmetic.jpg").substr(0, 220), IMG_ERR_READ, 0},
 };
-INSTANTIATE_TEST_SUITE_P(Files, JpgRefusal, testing::ValuesIn(kRefusals),
-                         test::row_name<test::Refusal>);
+TEST(Jpg, RefusalsAreTold) { test::expect_refusals(kRefusals); }
 
 TEST(Jpg, TheCodecTalksInDebugMessagesOnly) {
   const test::MessageLog log(KA_DEBUG);
@@ -144,42 +120,29 @@ TEST(Jpg, TheCodecTalksInDebugMessagesOnly) {
 }
 
 TEST(Jpg, LinesComeInTheirOrderOnly) {
-  const test::Scratch scratch;
-  const std::string path = scratch.write("a", kTwoBlocks);
-  test::Handle file;
-  ASSERT_TRUE(ka_img_open(file, path.c_str(), IMG_TYPE_FILE));
-  const test::Line line(ka_img_line_alloc(file));
+  test::OpenFile file(kTwoBlocks);
   file->line_count = 5;
-  EXPECT_EQ(ka_img_line_read(file, line.get()), 0);
+  EXPECT_FALSE(file.read_line());
   EXPECT_EQ(file->error, IMG_ERR_NONE);
   file->line_count = 0;
-  for (int y = 0; y < 5; ++y) EXPECT_EQ(ka_img_line_read(file, line.get()), 1);
+  for (int y = 0; y < 5; ++y) EXPECT_TRUE(file.read_line());
   EXPECT_EQ(ka_img_close(file), 1);
   EXPECT_EQ(file->error, IMG_ERR_NONE);
 }
 
 TEST(Jpg, NothingIsReadBehindADamagedLine) {
-  const test::Scratch scratch;
-  test::Handle file;
-  ASSERT_TRUE(ka_img_open(file, scratch.write("a", kHeader + scan(0, 63, {0x69}) + kEnd).c_str(),
-                          IMG_TYPE_FILE));
-  const test::Line line(ka_img_line_alloc(file));
-  for (int y = 0; y < 16; ++y) EXPECT_EQ(ka_img_line_read(file, line.get()), y < 8) << y;
-  EXPECT_EQ(file->error, IMG_ERR_CORRUPT);
-  EXPECT_EQ(ka_img_close(file), 1);
+  std::vector<int> errors(16, IMG_ERR_CORRUPT);
+  std::fill_n(errors.begin(), 8, IMG_ERR_NONE);
+  EXPECT_EQ(test::line_errors(kMarkerInTheSecondBlock), errors);
 }
 
 // What is written with a quality; 0 is what a caller leaves who sets none.
 std::string written(img_image* image, float quality) {
-  const test::Scratch scratch;
-  const std::string path = scratch.path("a");
-  test::Handle file;
-  file->file_type = IMG_TYPE_RGB;
-  EXPECT_TRUE(ka_img_create(file, path.c_str(), IMG_TYPE_RGB, kJpg, image->width, image->height));
+  test::NewFile file(kJpg, kRgb, image->width, image->height);
   file->parameters[0] = std::bit_cast<std::uint32_t>(quality);
   EXPECT_TRUE(ka_img_image_write(file, image));
-  EXPECT_TRUE(ka_img_close(file));
-  return test::read_file(path);
+  EXPECT_TRUE(file.close());
+  return file.contents();
 }
 
 // Of quality 50 are the quantization tables K.1 and K.2 of the standard, here in zigzag order.
@@ -192,7 +155,7 @@ constexpr std::initializer_list<int> kChrominanceSteps = {17, 18, 18, 24, 21, 24
                                                           26, 26, 47, 99, 66, 56, 66};
 
 TEST(Jpg, WritesTheseBytes) {
-  const test::Image image = test::make_picture(kRgb, 1, {{{128}, {128}, {128}}});
+  const test::Image image = test::make_picture(kRgb, 1, {test::flat(1, {128, 128, 128})});
   const std::string file = written(image.get(), 50.9F);  // the whole part counts
   EXPECT_TRUE(file.starts_with(
       kStart + bytes({0xff, 0xe0, 0, 16}) + std::string("JFIF\0", 5) +
@@ -244,45 +207,24 @@ TEST(Jpg, QualitiesOutOfRangeAreTold) {
 // from two pixels by two, of which the next is 7 away at most.
 TEST(Jpg, LosesLittle) {
   const test::Image image = gradient(41, 39);
-  const test::Scratch scratch;
-  const test::Image read =
-      test::read_image(scratch.write("a", written(image.get(), 100)), IMG_TYPE_FILE);
-  ASSERT_TRUE(read);
+  test::OpenFile file(written(image.get(), 100));
   int most = 0;
-  for (int y = 0; y < 39; ++y) {
-    for (const std::size_t slot : {test::kR, test::kG, test::kB}) {
-      const auto *const a = test::plane(image.get(), y, slot), *const b =
-                                                                   test::plane(read.get(), y, slot);
-      for (int x = 0; x < 41; ++x) most = std::max(most, std::abs(a[x] - b[x]));
+  for (int y = 38; y >= 0; --y) {
+    ASSERT_TRUE(file.read_line());
+    const test::Planes a = test::planes_of(image.get(), y), b = file.planes();
+    for (std::size_t i = 0; i < 3 * 41; ++i) {
+      most = std::max(most, std::abs(int(a[i % 3][i / 3]) - int(b[i % 3][i / 3])));
     }
   }
   EXPECT_LE(most, 8);
 }
 
-TEST(Jpg, SidesThatTheCodecDoesNotTakeAreRefused) {
-  for (const auto& [width, height] : {std::pair{65501, 1}, {1, 65501}, {0, 1}}) {
-    const test::Scratch scratch;
-    test::Handle file;
-    file->file_type = kRgb;
-    ASSERT_TRUE(ka_img_create(file, scratch.path("a").c_str(), kRgb, kJpg, width, height));
-    const test::Line line(ka_img_line_alloc(file));
-    EXPECT_EQ(ka_img_line_write(file, line.get()), 0);
-    EXPECT_EQ(file->error, IMG_ERR_CREATE);
-    EXPECT_EQ(file->os_error, width == 0 ? 0 : EFBIG);
-    EXPECT_FALSE(test::exists(scratch.path("a")));
-  }
-}
-
 TEST(Jpg, AFileWithoutItsLastLinesIsRemoved) {
-  const test::Scratch scratch;
-  test::Handle file;
-  file->file_type = IMG_TYPE_RGB;
-  ASSERT_TRUE(ka_img_create(file, scratch.path("a").c_str(), kRgb, kJpg, 8, 8));
-  const test::Line line(ka_img_line_alloc(file));
-  EXPECT_EQ(ka_img_line_write(file, line.get()), 1);
-  EXPECT_EQ(ka_img_close(file), 0);
+  test::NewFile file(kJpg, kRgb, 8, 8);
+  EXPECT_TRUE(file.write_line());
+  EXPECT_FALSE(file.close());
   EXPECT_EQ(file->error, IMG_ERR_CLOSE);
-  EXPECT_FALSE(test::exists(scratch.path("a")));
+  EXPECT_FALSE(test::exists(file.path()));
 }
 
 TEST(Jpg, TheCodecHasAVersion) { EXPECT_EQ(ka_jpg_mod_version(), 62); }

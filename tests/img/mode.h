@@ -7,19 +7,30 @@
 
 namespace test {
 
-constexpr img_options kPlain = {.desaturate = 0,
-                                .dither = 0,
-                                .premultiply = 0,
-                                .color_clip = IMG_CLIP_EACH,
-                                .gamma = 1.0F,
-                                .luminance = {0.299F, 0.587F, 0.114F, 0.0F}};
+// Nothing but clipping, unless something is said.
+struct Settings {
+  int desaturate = 0, dither = 0, premultiply = 0;
+  int color_clip = IMG_CLIP_EACH;
+  float gamma = 1;
+  float red = 0.299F;  // weight in the luminance
+};
 
 class Mode {
  public:
-  explicit Mode(const img_options& options) { ka_img_mode_options(&options); }
-  ~Mode() { ka_img_mode_options(&kPlain); }
+  explicit Mode(const Settings& settings) { set(settings); }
+  ~Mode() { set({}); }
   Mode(const Mode&) = delete;
   Mode& operator=(const Mode&) = delete;
+
+  static void set(const Settings& s) {
+    const img_options options = {.desaturate = s.desaturate,
+                                 .dither = s.dither,
+                                 .premultiply = s.premultiply,
+                                 .color_clip = s.color_clip,
+                                 .gamma = s.gamma,
+                                 .luminance = {s.red, 0.587F, 0.114F, 0.0F}};
+    ka_img_mode_options(&options);
+  }
 };
 
 using Color = std::array<float, 4>;

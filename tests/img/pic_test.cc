@@ -8,20 +8,17 @@
 
 namespace {
 
-using test::bytes;
-using Samples = std::vector<std::uint32_t>;
+using test::be, test::bytes, test::flat;
 
 constexpr int kPic = IMG_FORMAT_PIC, kRgb = IMG_TYPE_RGB, kRgba = IMG_TYPE_RGBA;
 constexpr int kVerbatim = 0, kRuns = 1, kMixed = 2;
-
-std::string be16(unsigned value) { return bytes({int(value >> 8 & 255), int(value & 255)}); }
 
 std::string header(unsigned width, unsigned height, float aspect = 1, unsigned fields = 3) {
   std::string comment = "Written by Brannock libimg";
   comment.resize(80);
   const auto ratio = std::bit_cast<std::uint32_t>(aspect);
-  return bytes({0x53, 0x80, 0xf6, 0x34, 0x40, 0x60, 0, 0}) + comment + "PICT" + be16(width) +
-         be16(height) + be16(ratio >> 16) + be16(ratio) + be16(fields) + be16(0);
+  return bytes({0x53, 0x80, 0xf6, 0x34, 0x40, 0x60, 0, 0}) + comment + "PICT" + be(2, width) +
+         be(2, height) + be(4, ratio) + be(2, fields) + be(2, 0);
 }
 
 struct Group {
@@ -47,14 +44,11 @@ std::string mixed(unsigned width, std::initializer_list<int> pixels) {
 }
 std::string runs(std::initializer_list<int> pixels) { return file(3, 1, {{kRuns, 0xe0}}, pixels); }
 
-class PicPicture : public testing::TestWithParam<test::Picture> {};
-TEST_P(PicPicture, IsRead) { test::expect_picture(GetParam()); }
-
 test::Picture pic(const char* name, const std::string& file, int type, const test::Lines& lines) {
   return {name, file, kPic, type, lines};
 }
 
-const test::Picture kPictures[] = {
+const std::vector<test::Picture> kPictures = {
     pic("RunsOfEachLine",
         file(2, 2, {{kRuns, 0xe0}, {kRuns, 0x10}},
              {2, 1, 2, 3, 2, 4, 1, 5, 6, 7, 1, 8, 9, 10, 2, 11}),
@@ -63,10 +57,8 @@ const test::Picture kPictures[] = {
         file(5, 1, {{kMixed, 0xe0}, {kMixed, 0x10}},
              {1, 1, 2, 3, 4, 5, 6, 130, 7, 8, 9, 4, 1, 2, 3, 4, 5}),
         kRgba, {{{1, 4, 7, 7, 7}, {2, 5, 8, 8, 8}, {3, 6, 9, 9, 9}, {1, 2, 3, 4, 5}}}),
-    pic("RunOf300", mixed(300, {128, 1, 44, 1, 2, 3}), kRgb,
-        {{Samples(300, 1), Samples(300, 2), Samples(300, 3)}}),
-    pic("RunOf128", mixed(128, {255, 4, 5, 6}), kRgb,
-        {{Samples(128, 4), Samples(128, 5), Samples(128, 6)}}),
+    pic("RunOf300", mixed(300, {128, 1, 44, 1, 2, 3}), kRgb, {flat(300, {1, 2, 3})}),
+    pic("RunOf128", mixed(128, {255, 4, 5, 6}), kRgb, {flat(128, {4, 5, 6})}),
     pic("EveryChannelOnItsOwn",
         file(2, 1, {{kMixed, 0x10}, {kMixed, 0x20}, {kMixed, 0x40}, {kMixed, 0x80}},
              {129, 4, 129, 3, 129, 2, 1, 1, 9}),
@@ -77,13 +69,9 @@ const test::Picture kPictures[] = {
     // descriptors without channels are not counted when the pixels are looked for
     pic("ChainUpToByte256", chain(38), kRgb, {{{1}, {8}, {0}}}),
 };
-INSTANTIATE_TEST_SUITE_P(Files, PicPicture, testing::ValuesIn(kPictures),
-                         test::row_name<test::Picture>);
+TEST(Pic, PicturesAreRead) { test::expect_pictures(kPictures); }
 
-class PicRefusal : public testing::TestWithParam<test::Refusal> {};
-TEST_P(PicRefusal, IsTold) { test::expect_refusal(GetParam()); }
-
-const test::Refusal kRefusals[] = {
+const std::vector<test::Refusal> kRefusals = {
     {"OtherMagic", bytes({0x53, 0x80, 0xf6, 0x35}) + header(1, 1).substr(4), IMG_ERR_FORMAT},
     {"SixteenBits", file(1, 1, {{kMixed, 0xe0, 16}}, {0, 1, 2, 3}), IMG_ERR_SUBTYPE},
     {"OtherCompression", file(1, 1, {{3, 0xe0}}, {0, 1, 2, 3}), IMG_ERR_SUBTYPE},
@@ -99,21 +87,17 @@ const test::Refusal kRefusals[] = {
     {"PureRunOfNothing", runs({0, 1, 2, 3, 3, 1, 2, 3}), IMG_ERR_CORRUPT, 0},
     {"NoLineBehindTheLast", mixed(3, {130, 1, 2, 3, 130, 1, 2, 3}), IMG_ERR_READ, 1},
 };
-INSTANTIATE_TEST_SUITE_P(Files, PicRefusal, testing::ValuesIn(kRefusals),
-                         test::row_name<test::Refusal>);
+TEST(Pic, RefusalsAreTold) { test::expect_refusals(kRefusals); }
 
 // The top line first, of each the colours, then alpha.
 TEST(Pic, WritesTheseBytes) {
-  const test::Image image =
-      test::make_picture(kRgba, 4,
-                         {{{1, 1, 1, 2}, {3, 3, 3, 4}, {5, 5, 5, 6}, {0, 7, 7, 7}},
-                          {{1, 1, 1, 1}, {2, 2, 3, 3}, {0, 0, 0, 0}, {8, 9, 8, 9}}});
-  EXPECT_EQ(test::written(kPic, image.get()),
+  EXPECT_EQ(test::written(kPic, kRgba,
+                          {{{1, 1, 1, 2}, {3, 3, 3, 4}, {5, 5, 5, 6}, {0, 7, 7, 7}},
+                           {{1, 1, 1, 1}, {2, 2, 3, 3}, {0, 0, 0, 0}, {8, 9, 8, 9}}}),
             file(4, 2, {{kMixed, 0xe0}, {kMixed, 0x10}},
                  {3,   1, 2, 0, 1, 2, 0, 1, 3, 0, 1,   3, 0, 3, 8, 9, 8, 9,  //
                   130, 1, 3, 5, 0, 2, 4, 6, 0, 0, 130, 7}));
-  const test::Image wide = test::make_image(kRgba, 300, 1);
-  EXPECT_EQ(test::written(kPic, wide.get()),
+  EXPECT_EQ(test::written(kPic, kRgba, {flat(300, {0, 0, 0, 0})}),
             file(300, 1, {{kMixed, 0xe0}, {kMixed, 0x10}}, {128, 1, 44, 0, 0, 0, 128, 1, 44, 0}));
 }
 
@@ -124,16 +108,12 @@ TEST(Pic, HeaderHasTheSettings) {
   } rows[] = {{0, 0, 1, 3},  {1.25F, 1, 1.25F, 1}, {-2, 2.9F, -2, 2},  {1, 4, 1, 0},
               {1, -1, 1, 3}, {1, NAN, 1, 0},       {1, INFINITY, 1, 0}};
   for (const auto& [aspect, fields, written_aspect, written_fields] : rows) {
-    const test::Scratch scratch;
-    const std::string path = scratch.path("a");
-    test::Handle out;
-    ASSERT_TRUE(ka_img_create(out, path.c_str(), kRgba, kPic, 1, 1));
+    test::NewFile out(kPic, kRgba, 1, 1);
     out->aspect = aspect;
     out->parameters[1] = std::bit_cast<std::uint32_t>(fields);
-    const test::Line line(ka_img_line_alloc(out));
-    ASSERT_TRUE(ka_img_line_write(out, line.get()));
-    ASSERT_TRUE(ka_img_close(out));
-    EXPECT_EQ(test::read_file(path).substr(0, 104), header(1, 1, written_aspect, written_fields));
+    ASSERT_TRUE(out.write_line());
+    ASSERT_TRUE(out.close());
+    EXPECT_EQ(out.contents().substr(0, 104), header(1, 1, written_aspect, written_fields));
   }
 }
 

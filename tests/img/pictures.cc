@@ -67,6 +67,12 @@ std::string le(int count, std::int64_t value) {
   return count == 0 ? "" : char(value) + le(count - 1, value >> 8);
 }
 
+std::string repeated(std::size_t count, std::string_view text) {
+  std::string all;
+  for (std::size_t i = 0; i < count; ++i) all += text;
+  return all;
+}
+
 std::string written(int format, img_image* image) {
   const Scratch scratch;
   EXPECT_EQ(write_image(scratch.path("a"), format, image), IMG_ERR_NONE);
@@ -78,37 +84,37 @@ std::string written(int format, int type, const Lines& lines) {
 }
 
 void expect_picture(const Picture& picture) {
-  const Scratch scratch;
-  Handle file;
-  ASSERT_TRUE(ka_img_open(file, scratch.write("a", picture.file).c_str(), IMG_TYPE_FILE))
-      << file->error;
+  OpenFile file(picture.file);
+  ASSERT_TRUE(file.is_open()) << file->error;
   EXPECT_EQ(file->format, picture.format);
   EXPECT_EQ(file->type, picture.type);
   ASSERT_EQ(file->height, int(picture.lines.size()));
   const Image image(ka_img_image_alloc(file));
-  ASSERT_TRUE(ka_img_image_read(file, image.get())) << file->error;
+  ASSERT_TRUE(is_done(ka_img_image_read(file, image.get()))) << file->error;
   EXPECT_EQ(lines_of(image.get()), picture.lines);
+}
+
+void expect_pictures(const std::vector<Picture>& pictures) {
+  for (const Picture& picture : pictures) {
+    SCOPED_TRACE(picture.name);
+    expect_picture(picture);
+  }
 }
 
 void expect_pictures(int format, int type, const std::vector<Shown>& pictures) {
   for (const auto& [name, file, lines] : pictures) {
-    SCOPED_TRACE(name);
-    expect_picture({name, file, format, type, lines});
+    expect_pictures({{name, file, format, type, lines}});
   }
 }
 
 void expect_refusal(const Refusal& refusal) {
-  const Scratch scratch;
-  Handle file;
-  const bool opened =
-      ka_img_open(file, scratch.write("a", refusal.file).c_str(), IMG_TYPE_FILE) != 0;
-  ASSERT_EQ(opened, refusal.line != kOpening) << file->error;
-  if (opened) {
-    const Line line(ka_img_line_alloc(file));
-    for (int y = 0; y < refusal.line; ++y) ASSERT_TRUE(ka_img_line_read(file, line.get())) << y;
-    EXPECT_FALSE(ka_img_line_read(file, line.get()));
+  OpenFile in(refusal.file);
+  ASSERT_EQ(in.is_open(), refusal.line != kOpening) << in->error;
+  if (in.is_open()) {
+    for (int y = 0; y < refusal.line; ++y) ASSERT_TRUE(in.read_line()) << y;
+    EXPECT_FALSE(in.read_line());
   }
-  EXPECT_EQ(file->error, refusal.error);
+  EXPECT_EQ(in->error, refusal.error);
 }
 
 void expect_refusals(const std::vector<Refusal>& refusals) {
@@ -118,16 +124,51 @@ void expect_refusals(const std::vector<Refusal>& refusals) {
   }
 }
 
+std::string message_of(const std::string& file) {
+  const MessageLog log;
+  OpenFile in(file);
+  EXPECT_FALSE(in.is_open());
+  ka_img_err_msg(in);
+  EXPECT_EQ(log.lines().size(), 1U);
+  return log.lines().empty() ? "" : log.lines().back();
+}
+
+bool is_done(int result) {
+  EXPECT_TRUE(result == 0 || result == 1) << result;
+  return result == 1;
+}
+
+OpenFile::OpenFile(const std::string& file, int type)
+    : path_(scratch_.write("a", file)),
+      is_open_(is_done(ka_img_open(file_, path_.c_str(), type))),
+      line_{} {
+  if (!is_open_) return;
+  image_ = make_image(file_->type, file_->width, 1);
+  point_at(line_, image_.get(), 0);
+}
+
+void point_at(img_line& line, const img_image* image, int y) {
+  for (std::size_t slot = 0; slot < IMG_SLOTS; ++slot) {
+    const std::uint8_t* const samples = plane(image, y, slot);
+    if (samples) line.offset[slot] = samples - reinterpret_cast<const std::uint8_t*>(&line);
+  }
+}
+
 std::vector<int> line_errors(const std::string& file) {
-  const Scratch scratch;
-  Handle in;
-  if (!ka_img_open(in, scratch.write("a", file).c_str(), IMG_TYPE_FILE)) return {in->error};
-  const Line line(ka_img_line_alloc(in));
+  OpenFile in(file);
+  if (!in.is_open()) return {in->error};
   std::vector<int> errors;
   for (int y = 0; y < in->height; ++y) {
-    errors.push_back(ka_img_line_read(in, line.get()) ? IMG_ERR_NONE : in->error);
+    errors.push_back(in.read_line() ? IMG_ERR_NONE : in->error);
   }
   return errors;
+}
+
+NewFile::NewFile(int format, int type, int width, int height) {
+  file_->file_type = std::uint8_t(type);
+  EXPECT_TRUE(is_done(ka_img_create(file_, path_.c_str(), type, format, width, height)))
+      << file_->error;
+  line_.reset(ka_img_line_alloc(file_));
 }
 
 }  // namespace test

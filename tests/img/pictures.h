@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "support.h"
@@ -21,6 +22,7 @@ Image make_picture(int type, int width, const Lines& lines);
 // A number of so many bytes, the highest or the lowest of them first.
 std::string be(int count, std::int64_t value);
 std::string le(int count, std::int64_t value);
+std::string repeated(std::size_t count, std::string_view text);
 
 // The bytes of a file that is written with its own type that of the image.
 std::string written(int format, img_image* image);
@@ -34,6 +36,7 @@ struct Picture {
   Lines lines;
 };
 void expect_picture(const Picture& picture);
+void expect_pictures(const std::vector<Picture>& pictures);
 
 struct Shown {
   const char* name;
@@ -54,7 +57,59 @@ struct Refusal {
 void expect_refusal(const Refusal& refusal);
 void expect_refusals(const std::vector<Refusal>& refusals);
 
+// What is told of a file that is not opened: its error as the one message.
+std::string message_of(const std::string& file);
+
+// What an operation returned: 1 for done, 0 for failed, nothing else.
+bool is_done(int result);
+
+// A file that is opened, and the line of it that was read last.
+class OpenFile {
+ public:
+  explicit OpenFile(const std::string& file, int type = IMG_TYPE_FILE);
+
+  img_file* operator->() { return file_; }
+  operator img_file*() { return file_; }
+  [[nodiscard]] const std::string& path() const { return path_; }
+
+  [[nodiscard]] bool is_open() const { return is_open_; }
+  bool read_line() { return is_done(ka_img_line_read(file_, &line_)); }
+  [[nodiscard]] Planes planes() const { return planes_of(image_.get(), 0); }
+
+ private:
+  Scratch scratch_;
+  const std::string path_;
+  Handle file_;
+  bool is_open_;
+  Image image_;
+  img_line line_;
+};
+
+// Makes a line of a picture a line for operations on lines.
+void point_at(img_line& line, const img_image* image, int y);
+
 // What each line in file order is read with: its error, or 0.
 std::vector<int> line_errors(const std::string& file);
+
+// A file that is created with the type of its pixels, and a black line for it.
+class NewFile {
+ public:
+  NewFile(int format, int type, int width, int height);
+
+  img_file* operator->() { return file_; }
+  operator img_file*() { return file_; }
+  [[nodiscard]] const std::string& path() const { return path_; }
+  [[nodiscard]] std::string contents() const { return read_file(path_); }
+
+  [[nodiscard]] img_line* line() { return line_.get(); }
+  bool write_line() { return is_done(ka_img_line_write(file_, line_.get())); }
+  bool close() { return is_done(ka_img_close(file_)); }
+
+ private:
+  Scratch scratch_;
+  const std::string path_ = scratch_.path("a");
+  Handle file_;
+  Line line_;
+};
 
 }  // namespace test

@@ -13,21 +13,18 @@ namespace {
 using test::bytes;
 
 constexpr int kPpm = IMG_FORMAT_PPM;
+constexpr char kLetters[] = "abcdefghijklABCDEFGHIJKL";
 
 // The pixels start right behind the header of 4 by 2 pixels.
 TEST(Ppm, TakesTheseHeaders) {
+  const test::Lines letters = {{{'A', 'D', 'G', 'J'}, {'B', 'E', 'H', 'K'}, {'C', 'F', 'I', 'L'}},
+                               {{'a', 'd', 'g', 'j'}, {'b', 'e', 'h', 'k'}, {'c', 'f', 'i', 'l'}}};
   for (const std::string header :
        {"P6\n4\n2\n255\n", "P6 4 2 255\n", "P6\n# created\n4 2  255\n",
         "P6\n# 1 2\n#\n4 2\n# 3\n255\n", "P6#a\n4#b\n2 #c\n255#d\n", "P6\r\n4\t2\r\n255\r\n",
         "P6\n4 2\n255 \t\n", "P64 2 255\n", "P6\n0004 02 0255\n", "P6\n4 2\n65535\n",
         "P6\n4 2\n99999999999999999999\n", "P6\n4 2\n1.5e-3\n"}) {
-    SCOPED_TRACE(header);
-    test::expect_picture({"",
-                          header + "abcdefghijklABCDEFGHIJKL",
-                          kPpm,
-                          IMG_TYPE_RGB,
-                          {{{'A', 'D', 'G', 'J'}, {'B', 'E', 'H', 'K'}, {'C', 'F', 'I', 'L'}},
-                           {{'a', 'd', 'g', 'j'}, {'b', 'e', 'h', 'k'}, {'c', 'f', 'i', 'l'}}}});
+    test::expect_pictures(kPpm, IMG_TYPE_RGB, {{header.c_str(), header + kLetters, letters}});
   }
   for (const std::string header : {"PF\n1 1  0.0 1.0\n", "PF 1 1 1e-3\n2E-1\n"}) {
     SCOPED_TRACE(header);
@@ -42,13 +39,11 @@ TEST(Ppm, RefusesTheseHeaders) {
         "PF\n4 2\n-1.0 1.0\n", "P6\n-4 2\n255\n", "P6\n4.0 2\n255\n", "P6\n4 2\n.5\n",
         "P6\nfour 2\n255\n", "P6\n4294967300 2\n255\n", "P6\n4 4294967298\n255\n",
         "P6\n4 2\n255 #"}) {
-    SCOPED_TRACE(header);
-    test::expect_refusal({"", header + "abcdefghijklABCDEFGHIJKL", IMG_ERR_CORRUPT});
+    test::expect_refusals({{header.c_str(), header + kLetters, IMG_ERR_CORRUPT}});
   }
   for (const std::string other : {"P5\n4 2\n255\n", "P2\n4 2\n255\n", "P4\n4 2\n", "p6\n4 2\n255\n",
                                   "Pf\n4 2\n1.0 1.0\n", " P6\n4 2\n255\n"}) {
-    SCOPED_TRACE(other);
-    test::expect_refusal({"", other + "abcdefghijklABCDEFGHIJKL", IMG_ERR_FORMAT});
+    test::expect_refusals({{other.c_str(), other + kLetters, IMG_ERR_FORMAT}});
   }
 }
 
@@ -59,24 +54,6 @@ struct TextCase {
   int error = IMG_ERR_NONE;
 };
 
-class PpmText : public testing::TestWithParam<TextCase> {};
-
-TEST_P(PpmText, GivesALine) {
-  const auto& [name, pixels, planes, error] = GetParam();
-  const bool is_float = planes.size() == 4;
-  const std::string width = std::to_string(planes[0].size());
-  const test::Scratch scratch;
-  const std::string path = scratch.write(
-      "a.ppm", (is_float ? "PF " + width + " 1 0 1\n" : "P3 " + width + " 1 255\n") + pixels);
-  test::Handle file;
-  ASSERT_TRUE(ka_img_open(file, path.c_str(), IMG_TYPE_FILE));
-  EXPECT_EQ(file->file_type, is_float ? IMG_TYPE_RGBE : IMG_TYPE_RGB);
-  const test::Image image(ka_img_image_alloc(file));
-  EXPECT_EQ(ka_img_image_read(file, image.get()), error == IMG_ERR_NONE);
-  EXPECT_EQ(file->error, error);
-  EXPECT_EQ(test::planes_of(image.get(), 0), planes);
-}
-
 const std::vector<TextCase> kDecimal = {
     {"SeparatedByAnyBlank", "1 2\t3\n4\r\n5\n\n  6\n", {{1, 4}, {2, 5}, {3, 6}}},
     {"HeldAt255",
@@ -86,7 +63,6 @@ const std::vector<TextCase> kDecimal = {
     {"MinusNeedsADigit", "1 2 - 3 4 5\n", {{1, 0}, {2, 0}, {0, 0}}, IMG_ERR_CORRUPT},
     {"FileEndsEarly", "1 2 3 4 5 ", {{1, 4}, {2, 5}, {3, 0}}, IMG_ERR_CORRUPT},
 };
-INSTANTIATE_TEST_SUITE_P(Decimal, PpmText, testing::ValuesIn(kDecimal), test::row_name<TextCase>);
 
 // Mantissas are component / 2^(e - 128) * 256 with the exponent of the largest component.
 const std::vector<TextCase> kFloat = {
@@ -99,17 +75,27 @@ const std::vector<TextCase> kFloat = {
     {"LongNumberIsTwo", "1e" + std::string(252, '0') + "125 7\n", {{80}, {200}, {56}, {133}}},
     {"FileEndsEarly", "1 0.5", {{0}, {0}, {0}, {0}}, IMG_ERR_READ},
 };
-INSTANTIATE_TEST_SUITE_P(Float, PpmText, testing::ValuesIn(kFloat), test::row_name<TextCase>);
+
+void expect_line(const TextCase& text, const std::string& magic, const std::string& range,
+                 int type) {
+  SCOPED_TRACE(text.name);
+  const std::string width = std::to_string(text.line[0].size());
+  test::OpenFile file(magic + " " + width + " 1 " + range + "\n" + text.pixels);
+  EXPECT_EQ(file->file_type, type);
+  EXPECT_EQ(file.read_line(), text.error == IMG_ERR_NONE);
+  EXPECT_EQ(file->error, text.error);
+  EXPECT_EQ(file.planes(), text.line);
+}
+TEST(Ppm, NumbersGiveALine) {
+  for (const TextCase& text : kDecimal) expect_line(text, "P3", "255", IMG_TYPE_RGB);
+  for (const TextCase& text : kFloat) expect_line(text, "PF", "0 1", IMG_TYPE_RGBE);
+}
 
 TEST(Ppm, ReadingGoesOnBehindACharacterThatIsNoSample) {
-  const test::Scratch scratch;
-  test::Handle file;
-  ASSERT_TRUE(ka_img_open(file, scratch.write("a", "P3 1 2 255\n1 x 7 8 9").c_str(), IMG_TYPE_RGB));
-  const test::Line line(ka_img_line_alloc(file));
-  EXPECT_FALSE(ka_img_line_read(file, line.get()));
-  EXPECT_TRUE(ka_img_line_read(file, line.get()));
-  for (std::size_t slot = 0; slot < 3; ++slot)
-    EXPECT_EQ(test::plane(line.get(), slot)[0], 7 + slot);
+  test::OpenFile file("P3 1 2 255\n1 x 7 8 9");
+  EXPECT_FALSE(file.read_line());
+  EXPECT_TRUE(file.read_line());
+  EXPECT_EQ(file.planes(), (test::Planes{{7}, {8}, {9}}));
 }
 
 // Lines that are longer than any buffer, and a file that ends inside the second one.
@@ -119,8 +105,7 @@ TEST(Ppm, LongLinesAreWrittenAndRead) {
   for (test::Planes& planes : lines) {
     for (auto& plane : planes) std::ranges::generate(plane, [&] { return random() & 255; });
   }
-  const test::Image image = test::make_picture(IMG_TYPE_RGB, 100'001, lines);
-  std::string file = test::written(kPpm, image.get());
+  std::string file = test::written(kPpm, IMG_TYPE_RGB, lines);
   test::expect_picture({"", file, kPpm, IMG_TYPE_RGB, lines});
   file.pop_back();
   test::expect_refusal({"", file, IMG_ERR_READ, 1});
@@ -128,22 +113,19 @@ TEST(Ppm, LongLinesAreWrittenAndRead) {
 
 TEST(Ppm, WritesTheseBytes) {
   const std::string comment = "# created by Brannock lumoralib\n";
-  const auto written = [](int type, int width, const test::Lines& lines) {
-    return test::written(kPpm, test::make_picture(type, width, lines).get());
-  };
-  EXPECT_EQ(written(IMG_TYPE_RGB, 1, {{{255}, {0}, {'#'}}, {{'R'}, {'G'}, {'\n'}}}),
+  EXPECT_EQ(test::written(kPpm, IMG_TYPE_RGB, {{{255}, {0}, {'#'}}, {{'R'}, {'G'}, {'\n'}}}),
             "P6\n" + comment + "1 2  255\nRG\n" + bytes({255, 0, '#'}));
-  EXPECT_EQ(written(IMG_TYPE_RGB_16, 2, {{{1, 65535}, {2, 0}, {3, 7}}}),
+  EXPECT_EQ(test::written(kPpm, IMG_TYPE_RGB_16, {{{1, 65535}, {2, 0}, {3, 7}}}),
             "P3\n" + comment + "2 1  65535\n1 2 3\t65535 0 7\n");
   // six digits, an exponent where it is shorter
   const auto number = [](float value) { return std::bit_cast<std::uint32_t>(value); };
-  EXPECT_EQ(written(IMG_TYPE_RGB_FP, 2,
-                    {{{number(1), number(-0.5F)},
-                      {number(0.1F), number(1234567)},
-                      {number(0.00001F), number(123456)}}}),
+  EXPECT_EQ(test::written(kPpm, IMG_TYPE_RGB_FP,
+                          {{{number(1), number(-0.5F)},
+                            {number(0.1F), number(1234567)},
+                            {number(0.00001F), number(123456)}}}),
             "PF\n" + comment + "2 1  0.0 1.0\n1 0.1 1e-05\t-0.5 1.23457e+06 123456\n");
   // 128.5 / 128, 64.5 / 128, 32.5 / 128; without an exponent nothing counts
-  EXPECT_EQ(written(IMG_TYPE_RGBE, 2, {{{128, 9}, {64, 9}, {32, 9}, {129, 0}}}),
+  EXPECT_EQ(test::written(kPpm, IMG_TYPE_RGBE, {{{128, 9}, {64, 9}, {32, 9}, {129, 0}}}),
             "PF\n" + comment + "2 1  0.0 1.0\n1.00391 0.503906 0.253906\t0 0 0\n");
 }
 
@@ -152,8 +134,8 @@ TEST(Ppm, NumbersKeepTheirPointInLocalesWithCommas) {
     if (std::setlocale(LC_ALL, name)) break;
   }
   const bool has_commas = std::string(std::localeconv()->decimal_point) == ",";
-  const test::Image image = test::make_picture(IMG_TYPE_RGBE, 1, {{{128}, {64}, {32}, {129}}});
-  EXPECT_TRUE(test::written(kPpm, image.get()).ends_with("1.00391 0.503906 0.253906\n"));
+  EXPECT_TRUE(test::written(kPpm, IMG_TYPE_RGBE, {{{128}, {64}, {32}, {129}}})
+                  .ends_with("1.00391 0.503906 0.253906\n"));
   test::expect_picture(
       {"", "PF 1 1 0 1\n0.5 0 0\n", kPpm, IMG_TYPE_RGBE, {{{128}, {0}, {0}, {128}}}});
   std::setlocale(LC_ALL, "C");
@@ -162,8 +144,8 @@ TEST(Ppm, NumbersKeepTheirPointInLocalesWithCommas) {
 
 // What a header claims costs nothing until lines are read.
 TEST(Ppm, VeryWideHeadersCostNothingToOpen) {
-  const test::Scratch scratch;
   for (const char* bytes : {"PF\n2147483646 1  0.0 1.0\n1 2 3\n", "P6\n990999999 0\n255\n"}) {
+    const test::Scratch scratch;
     test::Handle file;
     EXPECT_EQ(ka_img_open(file, scratch.write("wide.ppm", bytes).c_str(), IMG_TYPE_RGBA), 1);
     EXPECT_EQ(file->conversion, nullptr);

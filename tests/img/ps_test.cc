@@ -22,48 +22,33 @@ std::string page(const std::string& size, const std::string& text) {
   return kPsStart + data(size, text);
 }
 
-std::string repeated(std::size_t count, std::string_view text) {
-  std::string all;
-  for (std::size_t i = 0; i < count; ++i) all += text;
-  return all;
-}
+using test::flat, test::repeated, test::written;
 
-using Samples = std::vector<std::uint32_t>;
-
-class PsPicture : public testing::TestWithParam<test::Picture> {};
-TEST_P(PsPicture, IsRead) { test::expect_picture(GetParam()); }
+const std::string kTwoTexts = repeated(13, "010203") + "\n010203\n";
 
 test::Picture grey(const char* name, const std::string& file, const test::Lines& lines) {
   return {name, file, kPs, kGrey, lines};
 }
 
-const test::Picture kPictures[] = {
+const std::vector<test::Picture> kPictures = {
     {"Encapsulated", kEpsStart + data(" 1 1 color\n", "010203\n"), kEps, kRgb, {{{1}, {2}, {3}}}},
-    {"ColoursInTwoTexts",
-     page("\t14  1c\n", repeated(13, "010203") + "\n010203\n"),
-     kPs,
-     kRgb,
-     {{Samples(14, 1), Samples(14, 2), Samples(14, 3)}}},
+    {"ColoursInTwoTexts", page("\t14  1c\n", kTwoTexts), kPs, kRgb, {flat(14, {1, 2, 3})}},
     grey("TopLineFirst", page(" 2 2 gray\n", "0180\n02ff\n"), {{{2, 255}}, {{1, 128}}}),
     grey("LinesOfTheProlog", kPsStart + "gsave\n\n% lu image\n" + data(" 1 1 gray\n", "07\n"),
          {{{7}}}),
     grey("UpperCaseWithoutLineFeed", page(" 2 1 gray\n", "ABcD"), {{{0xab, 0xcd}}}),
     grey("LineOfOneFullText",
          page(" 39 2 gray\n", repeated(39, "05") + "\n" + repeated(39, "06") + "\n"),
-         {{Samples(39, 6)}, {Samples(39, 5)}}),
+         {flat(39, {6}), flat(39, {5})}),
     grey("TextOf256CharactersIsTwo", page(" 1 2 gray\n", "01" + std::string(253, 'x') + "02\n"),
          {{{2}}, {{1}}}),
     grey("WhatFollowsTheLastLine", page(" 1 1 gray\n", "01\nxy\n"), {{{1}}}),
 };
-INSTANTIATE_TEST_SUITE_P(Files, PsPicture, testing::ValuesIn(kPictures),
-                         test::row_name<test::Picture>);
-
-class PsRefusal : public testing::TestWithParam<test::Refusal> {};
-TEST_P(PsRefusal, IsTold) { test::expect_refusal(GetParam()); }
+TEST(Ps, PicturesAreRead) { test::expect_pictures(kPictures); }
 
 const std::string kPixel = data(" 1 1 gray\n", "01\n");
 
-const test::Refusal kRefusals[] = {
+const std::vector<test::Refusal> kRefusals = {
     {"OtherVersion", "%!PS-Adobe-2.0\n%%Creator: Lumora\n" + kPixel, IMG_ERR_FORMAT},
     {"OtherCreator", "%!PS-Adobe-3.0\n%%Creator: Lumora 2\n" + kPixel, IMG_ERR_SUBTYPE},
     {"CreatorInTheThirdLine", "%!PS-Adobe-3.0\n%%Title: a\n%%Creator: Lumora\n" + kPixel,
@@ -79,8 +64,7 @@ const test::Refusal kRefusals[] = {
     {"TextEndsInsideAPixel", page(" 2 1 color\n", "0102030405\n"), IMG_ERR_CORRUPT, 0},
     {"SecondTextIsMissing", page(" 40 1 gray\n", repeated(39, "01") + "\n"), IMG_ERR_CORRUPT, 0},
 };
-INSTANTIATE_TEST_SUITE_P(Files, PsRefusal, testing::ValuesIn(kRefusals),
-                         test::row_name<test::Refusal>);
+TEST(Ps, RefusalsAreTold) { test::expect_refusals(kRefusals); }
 
 // What a digit may be: every other byte is refused, in either place.
 TEST(Ps, TakesHexadecimalDigitsOnly) {
@@ -97,12 +81,8 @@ TEST(Ps, TakesHexadecimalDigitsOnly) {
   }
 }
 
-std::string written(int format, int type, int width, const test::Lines& lines) {
-  return test::written(format, test::make_picture(type, width, lines).get());
-}
-
 TEST(Ps, WritesThisPage) {
-  EXPECT_EQ(written(kPs, kRgb, 3,
+  EXPECT_EQ(written(kPs, kRgb,
                     {{{1, 4, 7}, {2, 5, 8}, {3, 6, 9}}, {{255, 0, 0}, {0, 10, 0}, {0, 160, 1}}}),
             "%!PS-Adobe-3.0\n%%Creator: Lumora\n%%Title: (No title)\n%%EndComments\n"
             "%%EndProlog\n%%Page: 1 1\ngsave\nclippath pathbbox\n3 index /LLx exch def\n"
@@ -123,7 +103,7 @@ TEST(Ps, WritesThisPage) {
 }
 
 TEST(Eps, WritesThisFile) {
-  EXPECT_EQ(written(kEps, kGrey, 3, {{{1, 2, 3}}, {{4, 5, 255}}}),
+  EXPECT_EQ(written(kEps, kGrey, {{{1, 2, 3}}, {{4, 5, 255}}}),
             "%!PS-Adobe-3.0 EPSF-3.0\n%%BoundingBox: 0 0 3 2\n%%Creator: Lumora\n"
             "%%Title: (No title)\n%%EndComments\n%%EndProlog\n%%Page: 1 1\ngsave\n"
             "/picstr 3 string def\n/luimage {\n  3 2 8\t\t% dimensions\n"
@@ -135,30 +115,26 @@ TEST(Eps, WritesThisFile) {
 // The header comes with the first line: without any there is nothing to end. A picture of no lines
 // has its header.
 TEST(Ps, TrailerEndsWhatHasAHeader) {
-  const test::Scratch scratch;
-  test::Handle file;
-  file->file_type = kGrey;
-  ASSERT_TRUE(ka_img_create(file, scratch.path("a").c_str(), kGrey, kEps, 1, 1));
-  EXPECT_TRUE(ka_img_close(file));
-  EXPECT_EQ(test::read_file(scratch.path("a")), "");
-  const test::Image empty = test::make_image(kGrey, 5, 0);
-  EXPECT_TRUE(test::written(kEps, empty.get())
+  test::NewFile file(kEps, kGrey, 1, 1);
+  EXPECT_TRUE(file.close());
+  EXPECT_EQ(file.contents(), "");
+  EXPECT_TRUE(written(kEps, test::make_image(kGrey, 5, 0).get())
                   .ends_with("% lu image data 5 0 gray\nluimage\n"
                              "grestore\ngrestore\nshowpage\n%%Trailer\n"));
 }
 
 // 39 samples fill a line of text; there is no empty one behind a full one.
 TEST(Ps, WritesFullLinesOfText) {
-  const auto text_of = [](int type, int width, const test::Lines& lines) {
-    const std::string text = written(kEps, type, width, lines);
+  const auto text_of = [](int type, const test::Lines& lines) {
+    const std::string text = written(kEps, type, lines);
     const std::size_t start = text.find("luimage\n", text.find("% lu")) + 8;
     return text.substr(start, text.find("grestore") - start);
   };
-  EXPECT_EQ(text_of(kRgb, 20, {{Samples(20, 1), Samples(20, 2), Samples(20, 3)}}),
+  EXPECT_EQ(text_of(kRgb, {flat(20, {1, 2, 3})}),
             repeated(13, "010203") + "\n" + repeated(7, "010203") + "\n");
-  EXPECT_EQ(text_of(kGrey, 39, {{Samples(39, 5)}, {Samples(39, 6)}}),
+  EXPECT_EQ(text_of(kGrey, {flat(39, {5}), flat(39, {6})}),
             repeated(39, "06") + "\n" + repeated(39, "05") + "\n");
-  EXPECT_EQ(text_of(kGrey, 40, {{Samples(40, 5)}}), repeated(39, "05") + "\n05\n");
+  EXPECT_EQ(text_of(kGrey, {flat(40, {5})}), repeated(39, "05") + "\n05\n");
 }
 
 }  // namespace

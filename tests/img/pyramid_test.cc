@@ -5,11 +5,11 @@
 
 #include <cmath>
 #include <cstdlib>
-#include <string>
+#include <random>
 
 #include "img/mode.h"
 #include "imgpyramid.h"
-#include "support.h"
+#include "pictures.h"
 
 namespace {
 
@@ -37,40 +37,39 @@ img_image* level(const Image& image, int k) {
 
 float value(const img_image* image, int x, int y) { return get(image, x, y)[0]; }
 
-struct SizeRow {
-  const char* name;
-  int width, height, bits, components;
-  bool pyramid;
-  std::optional<std::uint64_t> bytes;
-};
-
-class PyramidSize : public testing::TestWithParam<SizeRow> {};
-
-TEST_P(PyramidSize, IsTheSumOfItsLevels) {
-  const SizeRow& row = GetParam();
-  EXPECT_EQ(img_pyramid_size(row.width, row.height, row.bits, row.components, row.pyramid),
-            row.bytes);
+// Puts color(x, y) everywhere.
+template <typename Function>
+void fill(const Image& image, Function color) {
+  for (int i = 0; i < image->width * image->height; ++i) {
+    put(image.get(), i % image->width, i / image->width, color(i % image->width, i / image->width));
+  }
 }
 
 // A level takes height * (components * component bytes * width + 16) + 120 bytes, in whole words.
-INSTANTIATE_TEST_SUITE_P(
-    Rows, PyramidSize,
-    testing::Values(SizeRow{"BaseAlone", 4, 4, 8, 4, false, 248},
-                    SizeRow{"TwoLevelsMore", 4, 4, 8, 4, true, 248 + 168 + 140},
-                    // 3 * (7 + 16) + 120 = 189 and 1 * (3 + 16) + 120 = 139
-                    SizeRow{"WholeWords", 7, 3, 8, 1, true, 192 + 140},
-                    // 2 * (9 + 16) + 120 = 170 and 1 * (4 + 16) + 120: a byte for each bit
-                    SizeRow{"Bits", 9, 2, 1, 1, true, 172 + 140},
-                    SizeRow{"ThinOnesHaveNoLevels", 1000, 1, 16, 1, true, 2000 + 16 + 120},
-                    SizeRow{"Empty", 0, 0, 8, 4, true, 120},
-                    // 65000 * 65552 + 120 fits, 32500 * 32784 + 120 more does not.
-                    SizeRow{"LargestBase", 65536, 65000, 8, 1, false, 4260880120},
-                    SizeRow{"LargestBaseWithLevels", 65536, 65000, 8, 1, true, std::nullopt},
-                    SizeRow{"TwentyOneLevels", 1 << 20, 1 << 20, 8, 1, true, std::nullopt},
-                    SizeRow{"Negative", 4, -1, 8, 1, true, std::nullopt}),
-    [](const auto& row) { return std::string(row.param.name); });
-
-TEST(Pyramid, TooLargeImagesAreRefused) {
+TEST(Pyramid, SizeIsTheSumOfItsLevels) {
+  const struct {
+    int width, height, bits, components;
+    bool pyramid;
+    std::optional<std::uint64_t> bytes;
+  } rows[] = {
+      {4, 4, 8, 4, false, 248},
+      {4, 4, 8, 4, true, 248 + 168 + 140},
+      // 3 * (7 + 16) + 120 = 189 and 1 * (3 + 16) + 120 = 139
+      {7, 3, 8, 1, true, 192 + 140},
+      // 2 * (9 + 16) + 120 = 170 and 1 * (4 + 16) + 120: a byte for each bit
+      {9, 2, 1, 1, true, 172 + 140},
+      {1000, 1, 16, 1, true, 2000 + 16 + 120},  // thin ones have no levels
+      {0, 0, 8, 4, true, 120},
+      // 65000 * 65552 + 120 fits, 32500 * 32784 + 120 more does not
+      {65536, 65000, 8, 1, false, 4260880120},
+      {65536, 65000, 8, 1, true, std::nullopt},
+      {1 << 20, 1 << 20, 8, 1, true, std::nullopt},  // 21 levels
+      {4, -1, 8, 1, true, std::nullopt},
+  };
+  for (const auto& [width, height, bits, components, pyramid, bytes] : rows) {
+    EXPECT_EQ(img_pyramid_size(width, height, bits, components, pyramid), bytes)
+        << width << " x " << height;
+  }
   img_file file = shape(IMG_TYPE_S, 65536, 65000);
   EXPECT_EQ(ka_img_image_alloc(&file), nullptr);
   EXPECT_EQ(file.error, IMG_ERR_SUBTYPE);
@@ -80,16 +79,11 @@ TEST(Pyramid, TooLargeImagesAreRefused) {
 }
 
 TEST(Pyramid, LevelsEndWhenTheSmallerSideDoes) {
-  struct Row {
+  const struct {
     int width, height, levels;
-  };
-  for (const auto& [width, height, levels] : {Row{512, 512, 10},
-                                              {512, 256, 9},
-                                              {256, 512, 9},
-                                              {1, 1, 1},
-                                              {1000, 1, 1},
-                                              {5, 5, 3},
-                                              {0, 9, 0}}) {
+  } rows[] = {{512, 512, 10}, {512, 256, 9}, {256, 512, 9}, {1, 1, 1},
+              {1000, 1, 1},   {5, 5, 3},     {0, 9, 0}};
+  for (const auto& [width, height, levels] : rows) {
     const img_file file = shape(IMG_TYPE_RGBA, width, height);
     EXPECT_EQ(img_pyramid_levels(&file), levels) << width << "x" << height;
   }
@@ -159,72 +153,53 @@ TEST(PyramidDeathTest, ANullHandleIsFatal) {
   unsetenv("KA_LOGFILE");
 }
 
-// Sets x + 10 * y everywhere, which no sample but a float can hold.
-void fill_ramp(img_image* image) {
-  for (int y = 0; y < image->height; ++y) {
-    for (int x = 0; x < image->width; ++x) {
-      const float ramp = float(x + 10 * y);
-      put(image, x, y, {ramp, ramp, ramp, 1});
+// The base has x + 10 * y everywhere, which no sample but a float can hold.
+TEST(Filter, LevelIsTheMeanOfWhatItsPixelsCover) {
+  const struct {
+    int width, height;
+    std::vector<double> columns, lines;  // means of the pixels that a level-1 pixel covers
+  } rows[] = {
+      {6, 4, {0.5, 2.5, 4.5}, {0.5, 2.5}},
+      // 5 pixels on 2: (0 + 1 + 2 / 2) / 2.5 = 0.8 and (2 / 2 + 3 + 4) / 2.5 = 3.2
+      {5, 5, {0.8, 3.2}, {0.8, 3.2}},
+      // 7 pixels on 3: (0 + 1 + 2 / 3) / (7 / 3) = 5 / 7, (2 * 2 / 3 + 3 + 4 * 2 / 3) / (7 / 3) = 3
+      // and (4 / 3 + 5 + 6) / (7 / 3) = 37 / 7; 3 pixels on 1: 1
+      {7, 3, {5.0 / 7, 3, 37.0 / 7}, {1}},
+      {4, 3, {0.5, 2.5}, {1}},
+      {3, 4, {1}, {0.5, 2.5}},
+  };
+  for (const auto& [width, height, columns, lines] : rows) {
+    SCOPED_TRACE(testing::Message() << width << " x " << height);
+    const Image image = make_pyramid(IMG_TYPE_S_FP, width, height);
+    fill(image, [](int x, int y) { return Color{float(x + 10 * y), 0, 0, 1}; });
+    ka_img_pyramid_filter_levels(image.get());
+    const img_image* const half = level(image, 1);
+    ASSERT_EQ(half->width, int(columns.size()));
+    ASSERT_EQ(half->height, int(lines.size()));
+    for (int y = 0; y < half->height; ++y) {
+      for (int x = 0; x < half->width; ++x) {
+        const double expected = columns[std::size_t(x)] + 10 * lines[std::size_t(y)];
+        EXPECT_NEAR(double{value(half, x, y)}, expected, 1e-4) << x << ", " << y;
+      }
     }
+    if (width != 5) continue;  // the third level is one pixel, 2 + 10 * 2 of 0.8 and 3.2
+    EXPECT_NEAR(value(level(image, 2), 0, 0), 22.0F, 1e-4F);
   }
-}
-
-struct FilterRow {
-  const char* name;
-  int width, height;
-  std::vector<double> columns, lines;  // means of the pixels that a level-1 pixel covers
-};
-
-class Filter : public testing::TestWithParam<FilterRow> {};
-
-TEST_P(Filter, LevelIsTheMeanOfWhatItsPixelsCover) {
-  const FilterRow& row = GetParam();
-  const Image image = make_pyramid(IMG_TYPE_S_FP, row.width, row.height);
-  fill_ramp(image.get());
-  ka_img_pyramid_filter_levels(image.get());
-  const img_image* const half = level(image, 1);
-  ASSERT_EQ(half->width, int(row.columns.size()));
-  ASSERT_EQ(half->height, int(row.lines.size()));
-  for (int y = 0; y < half->height; ++y) {
-    for (int x = 0; x < half->width; ++x) {
-      const double expected = row.columns[std::size_t(x)] + 10 * row.lines[std::size_t(y)];
-      EXPECT_NEAR(double{value(half, x, y)}, expected, 1e-4) << x << ", " << y;
-    }
-  }
-}
-
-// 5 pixels on 2: (0 + 1 + 2 / 2) / 2.5 = 0.8 and (2 / 2 + 3 + 4) / 2.5 = 3.2. 7 pixels on 3:
-// (0 + 1 + 2 / 3) / (7 / 3) = 5 / 7, (2 * 2 / 3 + 3 + 4 * 2 / 3) / (7 / 3) = 3 and
-// (4 / 3 + 5 + 6) / (7 / 3) = 37 / 7. 3 pixels on 1: 1.
-INSTANTIATE_TEST_SUITE_P(Rows, Filter,
-                         testing::Values(FilterRow{"Halves", 6, 4, {0.5, 2.5, 4.5}, {0.5, 2.5}},
-                                         FilterRow{"FiveOnTwo", 5, 5, {0.8, 3.2}, {0.8, 3.2}},
-                                         FilterRow{
-                                             "SevenOnThree", 7, 3, {5.0 / 7, 3, 37.0 / 7}, {1}},
-                                         FilterRow{"OddLinesOnly", 4, 3, {0.5, 2.5}, {1}},
-                                         FilterRow{"OddColumnsOnly", 3, 4, {1}, {0.5, 2.5}}),
-                         [](const auto& row) { return std::string(row.param.name); });
-
-TEST(Filter, EachLevelComesFromTheOneAbove) {
-  const Image image = make_pyramid(IMG_TYPE_S_FP, 5, 5);
-  fill_ramp(image.get());
-  ka_img_pyramid_filter_levels(image.get());
-  EXPECT_NEAR(value(level(image, 2), 0, 0), 22.0F, 1e-4F);  // 2 + 10 * 2, of 0.8 and 3.2
 }
 
 // Bytes: (10 + 20 + 30 + 41) / 4 = 25.25, (1 + 2 + 3 + 5) / 4 = 2.75. Words in the same way.
 TEST(Filter, SamplesAreRoundedToTheNearest) {
-  const std::array<std::array<int, 4>, 2> given = {{{10, 20, 30, 41}, {1, 2, 3, 5}}};
+  const std::array<float, 4> given[] = {{10, 20, 30, 41}, {1, 2, 3, 5}};
   for (const auto& [type, largest] : {std::pair{IMG_TYPE_RGB, 255.0F},
                                       {IMG_TYPE_RGB_16, 65535.0F},
                                       {IMG_TYPE_S, 255.0F},
                                       {IMG_TYPE_RGBA_16, 65535.0F}}) {
     for (const auto& [numbers, mean] : {std::pair{given[0], 25.0F}, {given[1], 3.0F}}) {
       const Image image = make_pyramid(type, 2, 2);
-      for (int i = 0; i < 4; ++i) {
-        const float color = float(numbers[std::size_t(i)]) / largest;
-        put(image.get(), i % 2, i / 2, {color, color, color, color});
-      }
+      fill(image, [&numbers = numbers, largest = largest](int x, int y) {
+        const float color = numbers[std::size_t(x + 2 * y)] / largest;
+        return Color{color, color, color, color};
+      });
       ka_img_pyramid_filter_levels(image.get());
       EXPECT_FLOAT_EQ(value(level(image, 1), 0, 0), mean / largest) << type;
     }
@@ -236,25 +211,17 @@ TEST(Filter, SamplesAreRoundedToTheNearest) {
 TEST(Filter, BothWaysOfHalvingGiveTheSame) {
   for (const int type : {IMG_TYPE_RGB, IMG_TYPE_RGB_16, IMG_TYPE_S, IMG_TYPE_A_16}) {
     const Image plain = make_pyramid(type, 32, 16), clipped = make_pyramid(type, 32, 16);
-    std::uint32_t state = 1;
-    const auto next = [&state] {
-      state = state * 1664525U + 1013904223U;
-      return float(state >> 8) * 0x1p-24F;
-    };
-    for (int i = 0; i < 32 * 16; ++i) {
-      const Color color = {next(), next(), next(), 1};
-      for (const Image* each : {&plain, &clipped}) put(each->get(), i % 32, i / 32, color);
+    for (const Image* each : {&plain, &clipped}) {
+      std::mt19937 random(1);
+      std::uniform_real_distribution<float> next(0, 1);
+      fill(*each, [&](int, int) { return Color{next(random), next(random), next(random), 1}; });
     }
     ka_img_pyramid_filter_levels(plain.get());
-    img_options options = test::kPlain;
-    options.color_clip = IMG_CLIP_TO_ALPHA;
-    const Mode mode(options);
+    const Mode mode({.color_clip = IMG_CLIP_TO_ALPHA});
     ka_img_pyramid_filter_levels(clipped.get());
     for (int k = 1; k < plain->levels; ++k) {
-      for (int i = 0; i < (32 >> k) * (16 >> k); ++i) {
-        const int x = i % (32 >> k), y = i / (32 >> k);
-        EXPECT_EQ(get(level(plain, k), x, y), get(level(clipped, k), x, y)) << type << " " << k;
-      }
+      EXPECT_EQ(test::lines_of(level(plain, k)), test::lines_of(level(clipped, k)))
+          << type << " " << k;
     }
   }
 }
@@ -264,9 +231,7 @@ TEST(Filter, OneColorStaysInEveryTypeAndSize) {
     if (ka_img_ncomp[type] == 2 || type == IMG_TYPE_TAG) continue;
     for (const auto& [width, height] : {std::pair{8, 8}, {11, 7}}) {
       const Image image = make_pyramid(type, width, height);
-      for (int i = 0; i < width * height; ++i) {
-        put(image.get(), i % width, i / width, {1, 0.5F, 0.25F, 0.75F});
-      }
+      fill(image, [](int, int) { return Color{1, 0.5F, 0.25F, 0.75F}; });
       ka_img_pyramid_filter_levels(image.get());
       const Color base = get(image.get(), 0, 0);
       for (int k = 1; k < image->levels; ++k) {
@@ -291,9 +256,7 @@ TEST(Filter, VectorsHaveNoColorsToMix) {
 
 // Colours are mixed as they were before gamma: half of 0 and 1 is 0.5, stored as 0.25.
 TEST(Filter, GammaOfTheThreadApplies) {
-  img_options options = test::kPlain;
-  options.gamma = 2.0F;
-  const Mode mode(options);
+  const Mode mode({.gamma = 2});
   const Image image = make_pyramid(IMG_TYPE_RGB_16, 2, 2);
   for (const int y : {0, 1}) put(image.get(), y, y, {1, 1, 1, 1});
   ka_img_pyramid_filter_levels(image.get());
@@ -316,9 +279,7 @@ const std::string kPicture =
                                   50, 50, 50, 60, 60, 60, 70, 70, 70, 80, 80, 84});
 
 TEST(PyramidFile, IsFilteredAfterTheLastLine) {
-  const test::Scratch scratch;
-  test::Handle file;
-  ASSERT_TRUE(ka_img_open(file, scratch.write("ramp.ppm", kPicture).c_str(), IMG_TYPE_RGBA));
+  test::OpenFile file(kPicture, IMG_TYPE_RGBA);
   file->pyramid = 1;
   const Image image(ka_img_image_alloc(file));
   ASSERT_TRUE(image && ka_img_image_read(file, image.get()));
@@ -332,10 +293,7 @@ TEST(PyramidFile, IsFilteredAfterTheLastLine) {
 }
 
 TEST(PyramidFile, ThatEndsEarlyKeepsWhatCameInEveryLevel) {
-  const test::Scratch scratch;
-  test::Handle file;
-  const std::string cut = kPicture.substr(0, kPicture.size() - 3);
-  ASSERT_TRUE(ka_img_open(file, scratch.write("cut.ppm", cut).c_str(), IMG_TYPE_RGB));
+  test::OpenFile file(kPicture.substr(0, kPicture.size() - 3), IMG_TYPE_RGB);
   file->pyramid = 1;
   const Image image(ka_img_image_alloc(file));
   EXPECT_FALSE(ka_img_image_read(file, image.get()));

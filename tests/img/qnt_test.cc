@@ -2,15 +2,15 @@
 // along a line.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
-#include <functional>
 #include <random>
 
 #include "pictures.h"
 
 namespace {
 
-using test::bytes;
+using test::bytes, test::repeated;
 
 constexpr int kPal = IMG_FORMAT_QNTPAL, kNtsc = IMG_FORMAT_QNTNTSC, kRgb = IMG_TYPE_RGB;
 constexpr int kWidth = 720, kPalLines = 576, kNtscLines = 486;
@@ -18,44 +18,18 @@ constexpr std::size_t kRowBytes = 1440;
 
 using Color = std::array<int, 3>;
 
-std::string repeated(std::size_t count, const std::string& text) {
-  std::string all;
-  for (std::size_t i = 0; i < count; ++i) all += text;
-  return all;
-}
-
 // A frame of one pair over and over.
 std::string frame(int lines, const std::string& pair) {
   return repeated(std::size_t(lines) * kWidth / 2, pair);
 }
 
-Color color_at(const img_image* image, int x, int y) {
-  const auto sample = [&](std::size_t slot) { return int(test::plane(image, y, slot)[x]); };
-  return {sample(0), sample(1), sample(2)};
-}
-
-test::Image read(const std::string& file) {
-  const test::Scratch scratch;
-  return test::read_image(scratch.write("a", file), IMG_TYPE_FILE);
-}
-
-// A picture whose colours come from a function of column and line, the bottom line first.
-test::Image picture(int width, int height, const std::function<Color(int, int)>& color) {
-  test::Image image = test::make_image(kRgb, width, height);
-  for (int i = 0; i < width * height; ++i) {
-    const Color c = color(i % width, i / width);
-    for (std::size_t slot = 0; slot < 3; ++slot) {
-      test::plane(image.get(), i / width, slot)[i % width] = std::uint8_t(c[slot]);
-    }
-  }
-  return image;
-}
-
-test::Image random_picture(int width, int height) {
+test::Lines random_lines(std::size_t width, std::size_t height) {
   std::mt19937 random(7);
-  return picture(width, height, [&](int, int) {
-    return Color{int(random() % 256), int(random() % 256), int(random() % 256)};
-  });
+  test::Lines lines(height, test::flat(width, {0, 0, 0}));
+  for (test::Planes& planes : lines) {
+    for (auto& plane : planes) std::ranges::generate(plane, [&] { return random() & 255; });
+  }
+  return lines;
 }
 
 // 255 is where a sum passes 0xffffff, 0 where it is below 65536. The pair is at the right end of the
@@ -63,7 +37,7 @@ test::Image random_picture(int width, int height) {
 TEST(Quantel, ReadsPairs) {
   const struct {
     std::string pair;  // Cb, Y, Cr, Y
-    Color first, second;
+    std::array<std::uint32_t, 3> first, second;
   } pairs[] = {
       {bytes({128, 16, 128, 235}), {0, 0, 0}, {255, 255, 255}},
       {bytes({128, 0, 128, 255}), {0, 0, 0}, {255, 255, 255}},
@@ -80,26 +54,27 @@ TEST(Quantel, ReadsPairs) {
   const std::string black = bytes({128, 16, 128, 16});
   for (const auto& [pair, first, second] : pairs) {
     for (const int lines : {kPalLines, kNtscLines}) {
-      const test::Image image =
-          read(repeated(kWidth / 2 - 1, black) + pair + frame(lines - 1, black));
-      ASSERT_TRUE(image);
-      EXPECT_EQ(image->height, lines);
-      EXPECT_EQ(color_at(image.get(), 718, lines - 1), first);
-      EXPECT_EQ(color_at(image.get(), 719, lines - 1), second);
-      EXPECT_EQ(color_at(image.get(), 719, lines - 2), (Color{0, 0, 0}));
+      test::OpenFile file(repeated(kWidth / 2 - 1, black) + pair + frame(lines - 1, black));
+      EXPECT_EQ(file->height, lines);
+      ASSERT_TRUE(file.read_line());
+      const test::Planes top = file.planes();
+      for (std::size_t c = 0; c < 3; ++c) {
+        EXPECT_EQ(top[c][718], first[c]);
+        EXPECT_EQ(top[c][719], second[c]);
+      }
+      ASSERT_TRUE(file.read_line());
+      EXPECT_EQ(file.planes(), test::flat(kWidth, {0, 0, 0}));
     }
   }
 }
 
 // Frames have no magic: their size tells, and their name when the bytes are those of a picture.
 TEST(Quantel, IsFoundByItsSize) {
-  const test::Scratch scratch;
   const std::string whole = frame(kPalLines, bytes({128, 16, 128, 16}));
-  for (const std::string& file : {whole.substr(1), whole + " ", whole.substr(kRowBytes)}) {
-    test::Handle handle;
-    EXPECT_FALSE(ka_img_open(handle, scratch.write("a.qnt", file).c_str(), IMG_TYPE_FILE));
-    EXPECT_EQ(handle->error, IMG_ERR_FORMAT);
-  }
+  test::expect_refusals({{"Shorter", whole.substr(1), IMG_ERR_FORMAT},
+                         {"Longer", whole + " ", IMG_ERR_FORMAT},
+                         {"LineLess", whole.substr(kRowBytes), IMG_ERR_FORMAT}});
+  const test::Scratch scratch;
   std::string pixmap = "P6 1 1 255\n";
   pixmap.resize(whole.size());
   for (const auto& [name, format] : {std::pair{"a.qnt", kPal}, {"a.ppm", int(IMG_FORMAT_PPM)}}) {
@@ -110,15 +85,11 @@ TEST(Quantel, IsFoundByItsSize) {
 }
 
 TEST(Quantel, FrameThatShrinksIsShort) {
-  const test::Scratch scratch;
-  const std::string path = scratch.write("a", frame(kNtscLines, bytes({128, 16, 128, 16})));
-  test::Handle handle;
-  ASSERT_TRUE(ka_img_open(handle, path.c_str(), IMG_TYPE_FILE));
-  std::filesystem::resize_file(path, kRowBytes * 2 - 1);
-  const test::Line line(ka_img_line_alloc(handle));
-  EXPECT_TRUE(ka_img_line_read(handle, line.get()));
-  EXPECT_FALSE(ka_img_line_read(handle, line.get()));
-  EXPECT_EQ(handle->error, IMG_ERR_READ);
+  test::OpenFile file(frame(kNtscLines, bytes({128, 16, 128, 16})));
+  std::filesystem::resize_file(file.path(), kRowBytes * 2 - 1);
+  EXPECT_TRUE(file.read_line());
+  EXPECT_FALSE(file.read_line());
+  EXPECT_EQ(file->error, IMG_ERR_READ);
 }
 
 // White fills exactly the columns and lines that it should.
@@ -138,57 +109,55 @@ TEST(Quantel, PicturesLieInTheMiddle) {
   };
   for (const auto& [format, width, height, x, y, columns, lines] : rows) {
     SCOPED_TRACE(width);
-    const test::Image white = picture(width, height, [](int, int) { return Color{255, 255, 255}; });
-    const std::string file = test::written(format, white.get());
+    const test::Planes white = test::flat(std::size_t(width), {255, 255, 255});
+    const std::string file = test::written(format, kRgb, test::Lines(std::size_t(height), white));
     const int frame_lines = format == kPal ? kPalLines : kNtscLines;
     ASSERT_EQ(file.size(), kRowBytes * std::size_t(frame_lines));
-    for (int row = 0; row < frame_lines; ++row) {
-      for (int column = 0; column < kWidth; ++column) {
-        const bool is_shown = row >= y && row < y + lines && column >= x && column < x + columns;
-        const int luma =
-            std::uint8_t(file[std::size_t(row) * kRowBytes + 2 * std::size_t(column) + 1]);
-        // 255 * 56284 is 218.998 * 65536: with a fraction in front of it 219 as well
-        ASSERT_TRUE(is_shown ? luma == 234 || luma == 235 : luma == 16) << column << " " << row;
-      }
+    for (int i = 0; i < frame_lines * kWidth; ++i) {
+      const int row = i / kWidth, column = i % kWidth;
+      const bool is_shown = row >= y && row < y + lines && column >= x && column < x + columns;
+      const int luma = std::uint8_t(file[2 * std::size_t(i) + 1]);
+      // 255 * 56284 is 218.998 * 65536: with a fraction in front of it 219 as well
+      ASSERT_TRUE(is_shown ? luma == 234 || luma == 235 : luma == 16) << column << " " << row;
     }
   }
 }
 
 TEST(Quantel, LargePicturesAreCroppedToTheirMiddle) {
-  const struct Crop {
-    int format, width, height, x, line;
+  const struct {
+    int format;
+    std::size_t width, height, x;
+    int line;
   } crops[] = {{kNtsc, 800, 486, 40, 0}, {kNtsc, 722, 487, 0, 0}, {kPal, 1440, 1152, 360, 288}};
-  for (const Crop& crop : crops) {
-    SCOPED_TRACE(crop.width);
-    const int lines = crop.format == kPal ? kPalLines : kNtscLines;
-    const int first = crop.height - crop.line - lines;
-    const test::Image whole = random_picture(crop.width, crop.height);
-    const test::Image middle = picture(kWidth, lines, [&](int column, int y) {
-      return color_at(whole.get(), crop.x + column, first + y);
-    });
-    EXPECT_TRUE(test::written(crop.format, whole.get()) ==
-                test::written(crop.format, middle.get()));
+  for (const auto& [format, width, height, x, line] : crops) {
+    SCOPED_TRACE(width);
+    const test::Lines whole = random_lines(width, height);
+    const auto end = whole.end() - line, begin = end - (format == kPal ? kPalLines : kNtscLines);
+    test::Lines middle(begin, end);
+    for (test::Planes& planes : middle) {
+      for (auto& plane : planes) {
+        plane = {plane.begin() + long(x), plane.begin() + long(x) + kWidth};
+      }
+    }
+    EXPECT_TRUE(test::written(format, kRgb, whole) == test::written(format, kRgb, middle));
   }
 }
 
 // The bytes of a picture of one line, which lies at line 286 of the frame.
-std::string written_line(const std::vector<Color>& colors) {
-  const int width = int(colors.size());
-  const test::Image image = picture(width, 1, [&](int x, int) { return colors[std::size_t(x)]; });
-  const std::size_t x = std::size_t(kWidth - width) / 4 * 2;
-  return test::written(kPal, image.get())
-      .substr(286 * kRowBytes + 2 * x, (colors.size() + 1) / 2 * 4);
+std::string written_line(const test::Planes& planes) {
+  const std::size_t width = planes[0].size(), x = (kWidth - width) / 4 * 2;
+  return test::written(kPal, kRgb, {planes}).substr(286 * kRowBytes + 2 * x, (width + 1) / 2 * 4);
 }
 
 TEST(Quantel, WritesTheseBytes) {
   // Y   1021550 = 15 * 65536 + 38510; 6990500 + 38510 = 107 * 65536 + 16658; 16658; 16658
   // Cb  192360 - 602150 = -409790 = -7 * 65536 + 48962; -602150 + 48962 = -9 * 65536 + 36636
   // Cr  -167260 + 777800 = 610540 = 9 * 65536 + 20716; 777800 + 20716 = 12 * 65536 + 12084
-  EXPECT_EQ(written_line({{10, 20, 30}, {200, 100, 50}, {0, 0, 0}, {0, 0, 0}}),
+  EXPECT_EQ(written_line({{10, 200, 0, 0}, {20, 100, 0, 0}, {30, 50, 0, 0}}),
             bytes({121, 31, 137, 123, 119, 16, 140, 16}));
   // an odd last column pairs with itself
-  EXPECT_EQ(written_line({{1, 2, 3}, {4, 5, 6}, {70, 80, 90}}),
-            written_line({{1, 2, 3}, {4, 5, 6}, {70, 80, 90}, {70, 80, 90}}));
+  EXPECT_EQ(written_line({{1, 4, 70}, {2, 5, 80}, {3, 6, 90}}),
+            written_line({{1, 4, 70, 70}, {2, 5, 80, 80}, {3, 6, 90, 90}}));
 }
 
 // What is carried on is never lost: all samples up to one together are the whole part of all sums
@@ -203,16 +172,20 @@ struct Carried {
 };
 
 TEST(Quantel, CarriesFractionsAlongTheLine) {
-  const int height = 8;
-  const test::Image image = random_picture(kWidth, height);
-  const std::string file = test::written(kNtsc, image.get());
-  for (int y = 0; y < height; ++y) {
+  constexpr std::size_t height = 8;
+  const test::Lines lines = random_lines(kWidth, height);
+  const std::string file = test::written(kNtsc, kRgb, lines);
+  for (std::size_t y = 0; y < height; ++y) {
     SCOPED_TRACE(y);
-    const std::size_t row = std::size_t(kNtscLines / 2 + height / 2 - 1 - y - 1) * kRowBytes;
+    const auto color_at = [&](int x) {
+      const auto sample = [&](std::size_t c) { return int(lines[y][c][std::size_t(x)]); };
+      return Color{sample(0), sample(1), sample(2)};
+    };
+    const std::size_t row = (kNtscLines / 2 + height / 2 - 1 - y - 1) * kRowBytes;
     Carried luma, cb, cr;
     Color before{0, 0, 0};
     for (int x = 0; x < kWidth; x += 2) {
-      const Color c = color_at(image.get(), x, y), d = color_at(image.get(), x + 1, y);
+      const Color c = color_at(x), d = color_at(x + 1);
       const auto byte = [&](int at) { return std::uint8_t(file[row + std::size_t(2 * x + at)]); };
       luma.expect(16829 * c[0] + 33039 * c[1] + 6416 * c[2], byte(1) - 16);
       luma.expect(16829 * d[0] + 33039 * d[1] + 6416 * d[2], byte(3) - 16);
@@ -233,19 +206,14 @@ TEST(Quantel, CarriesFractionsAlongTheLine) {
 TEST(Quantel, FramesAreWhole) {
   for (const int lines : {1, 17, 575, 576, 600}) {
     SCOPED_TRACE(lines);
-    const test::Scratch scratch;
-    test::Handle handle;
-    handle->file_type = kRgb;
-    ASSERT_TRUE(ka_img_create(handle, scratch.path("a").c_str(), kRgb, kPal, kWidth, kPalLines));
-    const test::Line line(ka_img_line_alloc(handle));
-    test::set_samples(test::plane(line.get(), 1), std::vector<std::uint8_t>(kWidth, 255));
-    for (int y = 0; y < lines; ++y) ASSERT_TRUE(ka_img_line_write(handle, line.get()));
-    ASSERT_TRUE(ka_img_close(handle));
-    const test::Image image = test::read_image(scratch.path("a"), IMG_TYPE_FILE);
-    ASSERT_TRUE(image);
+    test::NewFile out(kPal, kRgb, kWidth, kPalLines);
+    test::set_samples(test::plane(out.line(), 1), std::vector<std::uint8_t>(kWidth, 255));
+    for (int y = 0; y < lines; ++y) ASSERT_TRUE(out.write_line());
+    ASSERT_TRUE(out.close());
+    test::OpenFile in(out.contents());
     for (int y = 0; y < kPalLines; ++y) {
-      const bool is_green = kPalLines - 1 - y < lines;
-      ASSERT_EQ(color_at(image.get(), 100, y)[1] > 128, is_green) << y;
+      ASSERT_TRUE(in.read_line());
+      ASSERT_EQ(in.planes()[1][100] > 128, y < lines) << y;
     }
   }
 }

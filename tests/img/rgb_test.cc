@@ -8,7 +8,7 @@
 
 namespace {
 
-using test::bytes;
+using test::be, test::bytes;
 
 constexpr std::size_t kHeaderBytes = 512;
 
@@ -16,13 +16,11 @@ struct Shape {
   int storage, sample_bytes, dimension, width, height, channels;
 };
 
-std::string be16(int value) { return bytes({value >> 8 & 255, value & 255}); }
-
 // Written files tell the largest sample and their name, of up to 80 characters, as it was given.
 std::string header(const Shape& shape, int largest = 0, const std::string& name = "") {
-  std::string header = be16(474) + bytes({shape.storage, shape.sample_bytes}) +
-                       be16(shape.dimension) + be16(shape.width) + be16(shape.height) +
-                       be16(shape.channels) + std::string(6, 0) + be16(largest) +
+  std::string header = be(2, 474) + bytes({shape.storage, shape.sample_bytes}) +
+                       be(2, shape.dimension) + be(2, shape.width) + be(2, shape.height) +
+                       be(2, shape.channels) + std::string(6, 0) + be(2, largest) +
                        std::string(4, 0) + name.substr(0, 80);
   header.resize(kHeaderBytes);
   return header;
@@ -41,8 +39,8 @@ std::string rows(const std::vector<Entry>& table, std::initializer_list<int> pac
   const int first = int(kHeaderBytes + 8 * table.size());
   std::string starts, lengths;
   for (const auto& [start, length] : table) {
-    starts += be16(0) + be16(start + first);
-    lengths += be16(length >> 16) + be16(length);
+    starts += be(4, start + first);
+    lengths += be(4, length);
   }
   return starts + lengths + bytes(packets);
 }
@@ -56,9 +54,6 @@ std::string grey_row(std::initializer_list<int> packets, int sample_bytes = 1) {
   return encoded({1, sample_bytes, 2, 3, 1, 1}, {{0, int(packets.size())}}, packets);
 }
 
-class SgiPicture : public testing::TestWithParam<test::Picture> {};
-TEST_P(SgiPicture, IsRead) { test::expect_picture(GetParam()); }
-
 constexpr int kSgi = IMG_FORMAT_RGB, k8 = IMG_TYPE_RGB, k16 = IMG_TYPE_RGB_16;
 
 test::Picture sgi(const char* name, const std::string& file, int type, const test::Lines& lines) {
@@ -66,7 +61,7 @@ test::Picture sgi(const char* name, const std::string& file, int type, const tes
 }
 test::Planes grey(const std::vector<std::uint32_t>& samples) { return {samples, samples, samples}; }
 
-const test::Picture kPictures[] = {
+const std::vector<test::Picture> kPictures = {
     sgi("PlaneByPlane", verbatim({0, 1, 3, 2, 2, 3}, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}), k8,
         {{{1, 2}, {5, 6}, {9, 10}}, {{3, 4}, {7, 8}, {11, 12}}}),
     sgi("FifthChannelIsLeftOut", verbatim({0, 1, 3, 1, 1, 5}, {1, 2, 3, 4, 5}), k8,
@@ -90,13 +85,9 @@ const test::Picture kPictures[] = {
     sgi("EncodedRowForEveryLine", encoded({1, 1, 1, 1, 2, 1}, {{0, 3}, {9, 9}}, {1, 8, 0}), k8,
         {grey({8}), grey({8})}),
 };
-INSTANTIATE_TEST_SUITE_P(Files, SgiPicture, testing::ValuesIn(kPictures),
-                         test::row_name<test::Picture>);
+TEST(Sgi, PicturesAreRead) { test::expect_pictures(kPictures); }
 
-class SgiRefusal : public testing::TestWithParam<test::Refusal> {};
-TEST_P(SgiRefusal, IsTold) { test::expect_refusal(GetParam()); }
-
-const test::Refusal kRefusals[] = {
+const std::vector<test::Refusal> kRefusals = {
     {"HeaderEnds", header({0, 1, 3, 2, 2, 3}).substr(0, 107), IMG_ERR_READ},
     {"ThreeBytesPerSample", verbatim({0, 3, 3, 1, 1, 3}, {1, 2, 3}), IMG_ERR_SUBTYPE},
     {"FourDimensions", verbatim({0, 1, 4, 1, 1, 3}, {1, 2, 3}), IMG_ERR_SUBTYPE},
@@ -112,19 +103,13 @@ const test::Refusal kRefusals[] = {
     {"HalfASample", grey_row({0, 3, 1}, 2), IMG_ERR_CORRUPT, 0},
     {"NoLineBehindTheLast", verbatim({0, 1, 2, 1, 1, 1}, {1, 2, 3}), IMG_ERR_READ, 1},
 };
-INSTANTIATE_TEST_SUITE_P(Files, SgiRefusal, testing::ValuesIn(kRefusals),
-                         test::row_name<test::Refusal>);
+TEST(Sgi, RefusalsAreTold) { test::expect_refusals(kRefusals); }
 
 TEST(Sgi, RowsBehindACorruptOneAreRead) {
-  const test::Scratch scratch;
-  test::Handle file;
-  const std::string path =
-      scratch.write("a", encoded({1, 1, 2, 2, 2, 1}, {{0, 3}, {3, 3}}, {3, 1, 0, 2, 5, 0}));
-  ASSERT_TRUE(ka_img_open(file, path.c_str(), IMG_TYPE_FILE));
-  const test::Line line(ka_img_line_alloc(file));
-  EXPECT_FALSE(ka_img_line_read(file, line.get()));
-  EXPECT_TRUE(ka_img_line_read(file, line.get()));
-  EXPECT_EQ(test::plane(line.get(), test::kB)[1], 5);
+  test::OpenFile file(encoded({1, 1, 2, 2, 2, 1}, {{0, 3}, {3, 3}}, {3, 1, 0, 2, 5, 0}));
+  EXPECT_FALSE(file.read_line());
+  EXPECT_TRUE(file.read_line());
+  EXPECT_EQ(file.planes(), grey({5, 5}));
 }
 
 // Of two lines, in the order in which they are written: each line's channels together.
@@ -150,13 +135,11 @@ TEST(Sgi, WritesTheseBytes) {
 
 TEST(Sgi, FloatsBecomeSamplesOf16Bits) {
   const auto number = [](float value) { return std::bit_cast<std::uint32_t>(value); };
-  const test::Image image =
-      test::make_picture(IMG_TYPE_RGB_FP, 4,
-                         {{{0, number(1), number(0.5F), number(2)},
-                           {number(-1), number(NAN), number(INFINITY), number(-INFINITY)},
-                           {0, 0, 0, 0}}});
+  const test::Planes floats = {{0, number(1), number(0.5F), number(2)},
+                               {number(-1), number(NAN), number(INFINITY), number(-INFINITY)},
+                               {0, 0, 0, 0}};
   // 0.5 * 65535 = 32767.5
-  test::expect_picture(sgi("", test::written(kSgi, image.get()), k16,
+  test::expect_picture(sgi("", test::written(kSgi, IMG_TYPE_RGB_FP, {floats}), k16,
                            {{{0, 65535, 32767, 65535}, {0, 0, 65535, 0}, {0, 0, 0, 0}}}));
 }
 
@@ -164,18 +147,15 @@ TEST(Sgi, FloatsBecomeSamplesOf16Bits) {
 TEST(Sgi, FilesAreWholeWhenTheyAreClosed) {
   for (const int lines : {1, 2, 3}) {
     SCOPED_TRACE(lines);
-    const test::Scratch scratch;
-    const std::string path = scratch.path("a");
-    test::Handle file, reader;
-    ASSERT_TRUE(ka_img_create(file, path.c_str(), k8, kSgi, 1, 2));
-    const test::Line line(ka_img_line_alloc(file));
-    for (int y = 0; y < lines; ++y) EXPECT_EQ(ka_img_line_write(file, line.get()) != 0, y < 2);
+    test::NewFile file(kSgi, k8, 1, 2);
+    for (int y = 0; y < lines; ++y) EXPECT_EQ(file.write_line(), y < 2);
     EXPECT_EQ(file->error, lines > 2 ? IMG_ERR_WRITE : IMG_ERR_NONE);
-    EXPECT_FALSE(ka_img_open(reader, path.c_str(), IMG_TYPE_FILE));
-    ka_img_close(file);
-    ASSERT_EQ(test::exists(path), lines <= 2);
-    if (lines == 1) test::expect_refusal({"", test::read_file(path), IMG_ERR_CORRUPT, 1});
-    EXPECT_EQ(ka_img_open(reader, path.c_str(), IMG_TYPE_FILE) != 0, lines <= 2);
+    EXPECT_FALSE(test::exists(file.path()) && test::OpenFile(file.contents()).is_open());
+    file.close();
+    ASSERT_EQ(test::exists(file.path()), lines <= 2);
+    const int second = lines == 1 ? IMG_ERR_CORRUPT : IMG_ERR_NONE;
+    if (lines > 2) continue;
+    EXPECT_EQ(test::line_errors(file.contents()), (std::vector<int>{IMG_ERR_NONE, second}));
   }
 }
 

@@ -29,11 +29,8 @@ struct Tiff {
 
 // Header, directory, values that do not fit their entry.
 std::string directory(const Entries& entries, bool is_big) {
-  const auto put = [&](std::size_t value, std::size_t count) {
-    std::string text;
-    for (std::size_t i = 0; i < count; ++i) text += char(value >> 8 * i & 255);
-    if (is_big) std::ranges::reverse(text);
-    return text;
+  const auto put = [is_big](std::size_t value, int count) {
+    return is_big ? test::be(count, std::int64_t(value)) : test::le(count, std::int64_t(value));
   };
   std::string text = (is_big ? "MM" : "II") + put(42, 2) + put(8, 4) + put(entries.size(), 2);
   std::string values;
@@ -91,12 +88,8 @@ Entries colors(unsigned width, unsigned height, unsigned components, unsigned bi
   return more;
 }
 
-constexpr int k8 = IMG_TYPE_RGB;
-
-class TiffPicture : public testing::TestWithParam<test::Picture> {};
-TEST_P(TiffPicture, IsRead) { test::expect_picture(GetParam()); }
-
-test::Picture picture(const char* name, const Tiff& file, int type, const test::Lines& lines) {
+test::Picture picture(const char* name, const Tiff& file, const test::Lines& lines,
+                      int type = IMG_TYPE_RGB) {
   return {name, tiff(file), IMG_FORMAT_TIF, type, lines};
 }
 test::Planes grey(const std::vector<std::uint32_t>& levels) { return {levels, levels, levels}; }
@@ -127,26 +120,26 @@ const test::Lines kThreeLines = {grey({5, 6}), grey({3, 4}), grey({1, 2})};
 const std::vector<std::string> kTwoStrips = {bytes({1, 2, 3, 4}), bytes({5, 6})};
 const test::Lines kPlanarLines = {{{3, 4}, {7, 8}, {11, 12}}, {{1, 2}, {5, 6}, {9, 10}}};
 
-const test::Picture kPictures[] = {
-    {"SpelledOut", kSpelledOut, IMG_FORMAT_TIF, k8, {{{70}, {80}, {90}}}},
+const std::vector<test::Shown> kWholeFiles = {
+    {"SpelledOut", kSpelledOut, {{{70}, {80}, {90}}}},
     {"MagicOfTheOtherByteOrder",
      bytes({'M', 'M', 42, 0}) + kSpelledOut.substr(4),
-     IMG_FORMAT_TIF,
-     k8,
      {{{70}, {80}, {90}}}},
+};
+const std::vector<test::Picture> kPictures = {
     picture("BottomLineFirst",
-            {colors(1, 2, 3, 8, {{274, kShort, {4}}}), {bytes({1, 2, 3, 4, 5, 6})}}, k8,
+            {colors(1, 2, 3, 8, {{274, kShort, {4}}}), {bytes({1, 2, 3, 4, 5, 6})}},
             {{{1}, {2}, {3}}, {{4}, {5}, {6}}}),
-    picture("TopLineFirst", {colors(1, 2, 3, 8), {bytes({1, 2, 3, 4, 5, 6})}}, k8,
+    picture("TopLineFirst", {colors(1, 2, 3, 8), {bytes({1, 2, 3, 4, 5, 6})}},
             {{{4}, {5}, {6}}, {{1}, {2}, {3}}}),
     picture("Bits16BigEndian", {colors(1, 1, 4, 16), {bytes({1, 2, 3, 4, 5, 6, 7, 8})}, true},
-            IMG_TYPE_RGBA_16, {{{0x102}, {0x304}, {0x506}, {0x708}}}),
+            {{{0x102}, {0x304}, {0x506}, {0x708}}}, IMG_TYPE_RGBA_16),
     // 1, -2, 0.5
     picture("FloatsBigEndian",
             {colors(1, 1, 4, 32),
              {bytes({63, 128, 0, 0, 192, 0, 0, 0, 63, 0, 0, 0, 0, 0, 0, 1})},
              true},
-            IMG_TYPE_RGBA_FP, {{{0x3f800000}, {0xc0000000}, {0x3f000000}, {1}}}),
+            {{{0x3f800000}, {0xc0000000}, {0x3f000000}, {1}}}, IMG_TYPE_RGBA_FP),
     // and no PhotometricInterpretation, but entries of no meaning here
     picture("OneValueForAllBits",
             {{{256, kShort, {1}},
@@ -156,58 +149,46 @@ const test::Picture kPictures[] = {
               {282, 5, {9}},
               {400, kShort, {7, 7, 7}}},
              {bytes({1, 2, 3})}},
-            k8, {{{1}, {2}, {3}}}),
+            {{{1}, {2}, {3}}}),
     picture("OneBitWhereNoneAreTold",
-            {{{256, kShort, {2}}, {257, kShort, {1}}, {262, kShort, {1}}}, {bytes({0x40})}}, k8,
+            {{{256, kShort, {2}}, {257, kShort, {1}}, {262, kShort, {1}}}, {bytes({0x40})}},
             {grey({0, 255})}),
+    picture("White1", {one(3, 1, 1, kWhiteIsZero), {bytes({0xa0})}}, {grey({0, 255, 0})}),
+    picture("Black1", {one(3, 1, 1, kBlackIsZero), {bytes({0xa0})}}, {grey({255, 0, 255})}),
+    picture("White4", {one(3, 1, 4, kWhiteIsZero), {bytes({0x0f, 0x1f})}},
+            {grey({255, 255 - 240, 255 - 16})}),
+    picture("Black4", {one(3, 1, 4, kBlackIsZero), {bytes({0x0f, 0x1f})}}, {grey({0, 240, 16})}),
+    picture("White8", {one(3, 1, 8, kWhiteIsZero), {bytes({0, 1, 255})}}, {grey({255, 254, 0})}),
     picture("Palette4",
-            {one(3, 1, 4, kPalette, {{320, kShort, color_map(48)}}), {bytes({0xf0, 0x10})}}, k8,
+            {one(3, 1, 4, kPalette, {{320, kShort, color_map(48)}}), {bytes({0xf0, 0x10})}},
             {{{15, 0, 1}, {31, 16, 17}, {47, 32, 33}}}),
     picture("Palette8BigEndian",
             {one(3, 1, 8, kPalette, {{320, kShort, color_map(768)}}), {bytes({0, 200, 255})}, true},
-            k8, {{{0, 200, 255}, {1, 201, 254}, {2, 202, 253}}}),
-    picture("TwoShortsInTheEntryBigEndian", {kGreyLines, kTwoStrips, true, kShort}, k8,
-            kThreeLines),
+            {{{0, 200, 255}, {1, 201, 254}, {2, 202, 253}}}),
+    picture("TwoShortsInTheEntryBigEndian", {kGreyLines, kTwoStrips, true, kShort}, kThreeLines),
     // two runs; one literal for each row; nothing, a run, nothing
     picture("Packed",
             {one(4, 3, 8, kBlackIsZero, {kPacked}),
              {bytes({255, 1, 255, 2, 3, 3, 4, 5, 6, 128, 253, 9, 128})}},
-            k8, {grey({9, 9, 9, 9}), grey({3, 4, 5, 6}), grey({1, 1, 2, 2})}),
+            {grey({9, 9, 9, 9}), grey({3, 4, 5, 6}), grey({1, 1, 2, 2})}),
     picture("PackedStrips",
             {one(2, 3, 8, kBlackIsZero, {kPacked, kTwoRows}),
              {bytes({1, 1, 2, 1, 3, 4, 200}), bytes({1, 5, 6})}},
-            k8, kThreeLines),
+            kThreeLines),
     picture("PlanesOfOneStripForEachRow",
             {colors(2, 2, 3, 8, {kPlanes, kOneRow}),
-             {bytes({1, 2}), bytes({3, 4}), bytes({5, 6}), bytes({7, 8}), bytes({9, 10}),
-              bytes({11, 12})},
+             {"\1\2", "\3\4", "\5\6", "\7\x8", "\x9\xa", "\xb\xc"},
              true,
              kShort},
-            k8, kPlanarLines),
+            kPlanarLines),
     picture("PlanesPacked",
             {colors(2, 2, 3, 8, {kPlanes, kPacked}),
              {bytes({1, 1, 2, 1, 3, 4}), bytes({1, 5, 6, 1, 7, 8}), bytes({1, 9, 10, 1, 11, 12})}},
-            k8, kPlanarLines),
+            kPlanarLines),
 };
-INSTANTIATE_TEST_SUITE_P(Files, TiffPicture, testing::ValuesIn(kPictures),
-                         test::row_name<test::Picture>);
-
-TEST(Tiff, LevelsHaveTheseBits) {
-  const struct {
-    unsigned bits, photometric;
-    std::string strip;
-    std::vector<std::uint32_t> levels;
-  } rows[] = {
-      {1, kWhiteIsZero, bytes({0xa0}), {0, 255, 0}},
-      {1, kBlackIsZero, bytes({0xa0}), {255, 0, 255}},
-      {4, kWhiteIsZero, bytes({0x0f, 0x1f}), {255, 255 - 240, 255 - 16}},
-      {4, kBlackIsZero, bytes({0x0f, 0x1f}), {0, 240, 16}},
-      {8, kWhiteIsZero, bytes({0, 1, 255}), {255, 254, 0}},
-  };
-  for (const auto& [bits, photometric, strip, levels] : rows) {
-    SCOPED_TRACE(strip);
-    test::expect_picture(picture("", {one(3, 1, bits, photometric), {strip}}, k8, {grey(levels)}));
-  }
+TEST(Tiff, PicturesAreRead) {
+  test::expect_pictures(IMG_FORMAT_TIF, IMG_TYPE_RGB, kWholeFiles);
+  test::expect_pictures(kPictures);
 }
 
 // Rows that no buffer of the reader holds, plain and in packets; and more bytes without a meaning
@@ -220,9 +201,9 @@ TEST(Tiff, RowsMayBeLong) {
   std::vector<std::uint32_t> levels;
   for (const char level : row) levels.push_back(std::uint8_t(level));
   const test::Lines lines = {grey(levels), grey(levels)};
-  test::expect_picture(picture("", {one(width, 2, 8, kBlackIsZero), {row + row}}, k8, lines));
-  test::expect_picture(
-      picture("", {one(width, 2, 8, kBlackIsZero, {kPacked}), {packets + packets}}, k8, lines));
+  test::expect_pictures(
+      {picture("Plain", {one(width, 2, 8, kBlackIsZero), {row + row}}, lines),
+       picture("Packed", {one(width, 2, 8, kBlackIsZero, {kPacked}), {packets + packets}}, lines)});
 }
 
 // What a file says about different bits is an error that stays with the handle; pixels are read by
@@ -230,39 +211,25 @@ TEST(Tiff, RowsMayBeLong) {
 TEST(Tiff, DifferentBitsAreTold) {
   Entries entries = colors(1, 1, 3, 8);
   entries[2].values = {8, 8, 16};
-  const test::Scratch scratch;
-  test::Handle file;
-  ASSERT_TRUE(
-      ka_img_open(file, scratch.write("a", tiff({entries, {"abc"}})).c_str(), IMG_TYPE_FILE));
-  EXPECT_EQ(file->error, IMG_ERR_SUBTYPE);
-  const test::Image image(ka_img_image_alloc(file));
-  ASSERT_TRUE(ka_img_image_read(file, image.get()));
-  EXPECT_EQ(test::lines_of(image.get()), (test::Lines{{{'a'}, {'b'}, {'c'}}}));
+  test::OpenFile in(tiff({entries, {"abc"}}));
+  EXPECT_EQ(in->error, IMG_ERR_SUBTYPE);
+  ASSERT_TRUE(in.read_line());
+  EXPECT_EQ(in.planes(), (test::Planes{{'a'}, {'b'}, {'c'}}));
 }
 
 // Lines of a caller who goes on after a failure: the way to their packets is found again.
 TEST(Tiff, LinesBehindACorruptOneAreFound) {
   // rows of two bytes: packets of three, of one, and of two
   const std::string packets = bytes({2, 1, 2, 3, 0, 4, 1, 5, 6, 1, 7, 8});
-  const test::Scratch scratch;
-  test::Handle file;
-  const std::string path =
-      scratch.write("a", tiff({one(2, 5, 8, kBlackIsZero, {kPacked}), {packets}}));
-  ASSERT_TRUE(ka_img_open(file, path.c_str(), IMG_TYPE_FILE));
-  const test::Line line(ka_img_line_alloc(file));
+  test::OpenFile in(tiff({one(2, 5, 8, kBlackIsZero, {kPacked}), {packets}}));
   for (const int error :
        {IMG_ERR_CORRUPT, IMG_ERR_CORRUPT, IMG_ERR_NONE, IMG_ERR_NONE, IMG_ERR_READ, IMG_ERR_READ}) {
-    file->error = IMG_ERR_NONE;
-    EXPECT_EQ(ka_img_line_read(file, line.get()) != 0, error == IMG_ERR_NONE);
-    EXPECT_EQ(file->error, error) << file->line_count;
-    if (file->line_count == 3) {
-      EXPECT_EQ(test::plane(line.get(), 0)[1], 6);
-    }
+    in->error = IMG_ERR_NONE;
+    EXPECT_EQ(in.read_line(), error == IMG_ERR_NONE);
+    EXPECT_EQ(in->error, error) << in->line_count;
+    EXPECT_TRUE(in->line_count != 3 || in.planes() == grey({5, 6}));
   }
 }
-
-class TiffRefusal : public testing::TestWithParam<test::Refusal> {};
-TEST_P(TiffRefusal, IsTold) { test::expect_refusal(GetParam()); }
 
 // A pixel of 8-bit colours with one entry replaced.
 std::string with(const Entry& entry) {
@@ -294,7 +261,7 @@ std::string claiming() {
 const std::string kUnequalTables =
     tiff({one(1, 5, 8, kBlackIsZero, {{273, kShort, {8, 9}}, {279, kShort, {1}}})});
 
-const test::Refusal kRefusals[] = {
+const std::vector<test::Refusal> kRefusals = {
     {"OtherMagic", bytes({'I', 'I', 43, 0, 8, 0, 0, 0, 0, 0}), IMG_ERR_FORMAT},
     {"OtherPhotometric", with({262, kShort, {5}}), IMG_ERR_SUBTYPE},
     {"FiveComponents", with({277, kShort, {5}}), IMG_ERR_SUBTYPE},
@@ -319,41 +286,35 @@ const test::Refusal kRefusals[] = {
     // not even 64 bytes for each of the file's
     {"RowThatCannotBeThere", packed(100'000'000, 2, {129, 1, 129, 1}), IMG_ERR_READ},
 };
-INSTANTIATE_TEST_SUITE_P(Files, TiffRefusal, testing::ValuesIn(kRefusals),
-                         test::row_name<test::Refusal>);
+TEST(Tiff, RefusalsAreTold) { test::expect_refusals(kRefusals); }
 
 // Kinds of files that are not read are told when they are opened. Errors that tell a line tell the
 // height, too, once the directory has named it.
 TEST(Tiff, RefusalsSayWhy) {
   Entries whole_numbers = colors(1, 1, 3, 32);
   whole_numbers.back().values = {1, 1, 1};
-  const test::Refusal rows[] = {
-      {": unsupported compression 5", with({259, kShort, {5}}), IMG_ERR_SUBTYPE},
-      {": unsupported orientation  3", with({274, kShort, {3}}), IMG_ERR_SUBTYPE},
-      {": unsupported number of sampleformat values:  1", with({339, kShort, {1}}),
-       IMG_ERR_SUBTYPE},
-      {": different sampleformat values per sample not supported", with({339, kShort, {1, 1, 3}}),
-       IMG_ERR_SUBTYPE},
-      {": non-float 32 bit format not supported", tiff({whole_numbers, {std::string(12, 0)}}),
-       IMG_ERR_SUBTYPE},
-      {": can't read line 1 of 5, incomplete file",
-       with({257, kShort, {5}}).substr(0, 8 + 2 + 3 * 12), IMG_ERR_READ},
-      {": can't uncompress pixels in line 1 of 5, file is corrupted", kUnequalTables,
-       IMG_ERR_CORRUPT},
+  const std::pair<std::string, std::string> rows[] = {
+      {": unsupported compression 5", with({259, kShort, {5}})},
+      {": unsupported orientation  3", with({274, kShort, {3}})},
+      {": unsupported number of sampleformat values:  1", with({339, kShort, {1}})},
+      {": different sampleformat values per sample not supported", with({339, kShort, {1, 1, 3}})},
+      {": non-float 32 bit format not supported", tiff({whole_numbers, {std::string(12, 0)}})},
   };
-  for (const auto& [message, text, error, line] : rows) {
-    const test::Scratch scratch;
-    const bool is_told = error == IMG_ERR_SUBTYPE;
-    const test::MessageLog log(is_told ? KA_DEBUG : 0);
-    test::Handle file;
-    EXPECT_FALSE(ka_img_open(file, scratch.write("a", text).c_str(), IMG_TYPE_FILE));
-    EXPECT_EQ(file->error, error);
-    if (!is_told) ka_img_err_msg(file);
-    const std::string expected = (is_told ? file->display_name : "") + std::string(message);
+  for (const auto& [message, text] : rows) {
+    const test::MessageLog log(KA_DEBUG);
+    test::OpenFile in(text);
+    EXPECT_FALSE(in.is_open());
+    EXPECT_EQ(in->error, IMG_ERR_SUBTYPE);
+    const std::string expected = in->display_name + message;
     EXPECT_TRUE(std::ranges::any_of(log.lines(), [&](const std::string& told) {
       return told.ends_with(expected);
     })) << expected;
   }
+  const std::string cut = test::message_of(with({257, kShort, {5}}).substr(0, 8 + 2 + 3 * 12)),
+                    corrupt = test::message_of(kUnequalTables);
+  EXPECT_TRUE(cut.ends_with(": can't read line 1 of 5, incomplete file")) << cut;
+  EXPECT_TRUE(corrupt.ends_with(": can't uncompress pixels in line 1 of 5, file is corrupted"))
+      << corrupt;
 }
 
 }  // namespace
