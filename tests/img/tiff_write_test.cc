@@ -76,7 +76,7 @@ TEST(TiffFile, IsWrittenInAllKinds) {
 TEST(TiffFile, HasTheseBytes) {
   EXPECT_EQ(test::written(IMG_FORMAT_TIF, IMG_TYPE_RGB, {test::flat(3, {7, 7, 7})}),
             header({.compression = 32773, .width = 3, .count = 2}) + bytes({248, 7}));
-  // alpha that is not multiplied
+  const test::Mode mode({});  // alpha that is not multiplied
   EXPECT_EQ(test::written(IMG_FORMAT_TIFU, IMG_TYPE_RGBA, {{{1}, {2}, {3}, {4}}}),
             header({.components = 4, .alpha = 1, .count = 4}) + k4);
   // the top line first
