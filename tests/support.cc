@@ -58,6 +58,7 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
     if (file == kClosed) close(stream);
     if (file >= 0) dup2(file, stream);
   }
+  for (const int number : {SIGPIPE, SIGXFSZ}) signal(number, SIG_DFL);
   alarm(kLongestRun);
   execve(path.c_str(), pointers(arguments).data(), pointers(environment).data());
   _exit(127);

@@ -25,6 +25,8 @@ constexpr char kUsage[] =
     "-v          verbose messages\n";
 
 TEST_F(VelDiff, PrintsTheLines) {
+  const std::string fall = ppm("fall.ppm", 1, 2, test::bytes({20, 20, 20, 10, 10, 10})),
+                    rise = ppm("rise.ppm", 1, 2, test::bytes({10, 10, 10, 20, 20, 20}));
   const char kOneOfTwo[] = " 50.000% (1 of 2)", kBoth[] = "100.000% (2 of 2)";
   const struct {
     std::vector<std::string> arguments;  // the pictures first
@@ -46,7 +48,10 @@ TEST_F(VelDiff, PrintsTheLines) {
       {{red, near, "-t", "-1"}, kBoth, "  0.784%", "  0.784%", "different", 1},
       {{red, near, "-m9", "-m3", "-g0", "-gx"}, kBoth, "  0.784%", "  0.784%", "similar", 0},
       // 1 and -1: the earlier one tells the sign, 1 / 255 = 0.392%
-      {{red, near, "-i"}, kBoth, "  0.000%", "  0.392%", "similar", 0}};
+      {{red, near, "-i"}, kBoth, "  0.000%", "  0.392%", "similar", 0},
+      // 2 + 5 + 1 and the same below 0, the lower line is the earlier one: 8 / 255 = 3.137%
+      {{rise, fall, "-i"}, kBoth, "  0.000%", "  3.137%", "different", 1},
+      {{fall, rise, "-i"}, kBoth, "  0.000%", " -3.137%", "different", 1}};
   for (const auto& [arguments, share, average, maximum, word, status] : rows) {
     SCOPED_TRACE(testing::PrintToString(arguments));
     const std::string lines = std::string("differing pixels:\t") + share +
