@@ -9,7 +9,7 @@
 
 namespace {
 
-using test::bytes, test::flat, test::kOpening;
+using test::bytes, test::flat;
 using Samples = std::vector<std::uint32_t>;
 
 constexpr int kHdr = IMG_FORMAT_HDR, kRgbe = IMG_TYPE_RGBE;

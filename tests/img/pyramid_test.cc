@@ -197,7 +197,7 @@ TEST(Filter, SamplesAreRoundedToTheNearest) {
     for (const auto& [numbers, mean] : {std::pair{given[0], 25.0F}, {given[1], 3.0F}}) {
       const Image image = make_pyramid(type, 2, 2);
       fill(image, [&numbers = numbers, largest = largest](int x, int y) {
-        const float color = numbers[std::size_t(x + 2 * y)] / largest;
+        const float color = numbers[std::size_t(x) + 2 * std::size_t(y)] / largest;
         return Color{color, color, color, color};
       });
       ka_img_pyramid_filter_levels(image.get());
