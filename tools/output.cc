@@ -1,5 +1,6 @@
 #include "output.h"
 
+#include <limits.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -7,7 +8,6 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -15,36 +15,23 @@
 #include <ka/message.h>
 #include <ka/subst.h>
 
+#include "doomed_file.h"
+
 namespace {
 
-// A file that is not whole yet, or that only the viewer needs, goes away with the process, whether
-// a fatal message ends it or a signal. Empty: none. A plain array, since signals may come any time.
-std::array<char, KA_PATH_SIZE> doomed_file;
-
-void remove_doomed_file() {
-  if (doomed_file[0] != '\0') unlink(doomed_file.data());
-  doomed_file[0] = '\0';
-}
-
-void end_by_signal(int number) {
-  remove_doomed_file();
-  signal(number, SIG_DFL);
-  raise(number);  // delivered on return
-}
-
-// Devices stay, as they do when the library removes what it could not write.
-void doom(const std::string& name) {
+bool is_link(const char* path) {
   struct stat status;
-  if (lstat(name.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return;
-  if (name.size() >= doomed_file.size()) return;
-  std::atexit(remove_doomed_file);
-  for (const int number : {SIGHUP, SIGINT, SIGTERM}) {
-    if (signal(number, end_by_signal) == SIG_IGN) signal(number, SIG_IGN);
-  }
-  // The first character last: a signal finds no name or all of it.
-  std::copy(name.begin() + 1, name.end(), doomed_file.begin() + 1);
-  std::atomic_signal_fence(std::memory_order_release);
-  doomed_file[0] = name[0];
+  return lstat(path, &status) == 0 && S_ISLNK(status.st_mode);
+}
+
+// The path of an open file; empty of a device and of none.
+std::string path_of(FILE* stream) {
+  struct stat status;
+  if (!stream || fstat(fileno(stream), &status) != 0 || !S_ISREG(status.st_mode)) return {};
+  std::array<char, PATH_MAX> path;
+  const std::string entry = "/proc/self/fd/" + std::to_string(fileno(stream));
+  const ssize_t length = readlink(entry.c_str(), path.data(), path.size() - 1);
+  return {path.data(), std::size_t(std::max(length, ssize_t{0}))};
 }
 
 bool is_folder(const char* path) {
@@ -134,11 +121,12 @@ OutputFile::~OutputFile() { remove_doomed_file(); }
 
 void OutputFile::make_temporary() {
   name_ = temporary_folder() + "/veldiffXXXXXX";
-  const int file = mkstemp(name_.data());
+  const HeldSignals held;
+  const int file = name_.size() < KA_PATH_SIZE ? mkstemp(name_.data()) : -1;
   if (file < 0) ka_fatal("cannot create %s", name_.c_str());
   close(file);
   is_temporary_ = true;
-  doom(name_);
+  doom_file(name_);
 }
 
 void OutputFile::fail(const char* format) {
@@ -149,16 +137,20 @@ void OutputFile::fail(const char* format) {
 #pragma GCC diagnostic pop
 }
 
-void OutputFile::write(img_image* image, int height) {
-  if (!ka_img_create(&file_, name_.c_str(), IMG_TYPE_RGBA, format_, image->width, height)) {
+// Like the library when a file cannot be written, signals leave devices and links alone.
+void OutputFile::create(int width, int height) {
+  const HeldSignals held;
+  if (!ka_img_create(&file_, name_.c_str(), IMG_TYPE_RGBA, format_, width, height)) {
     fail("cannot create %s");
   }
-  std::array<char, KA_PATH_SIZE> path;
-  ka_string_substitute(path.data(), name_.c_str(), path.size());
-  if (!is_temporary_) doom(path.data());
+  if (!is_temporary_ && !is_link(name_.c_str())) doom_file(path_of(file_.stream));
+}
+
+void OutputFile::write(img_image* image, int height) {
+  create(image->width, height);
   if (!ka_img_image_write(&file_, image)) fail("cannot write %s");
   if (!ka_img_close(&file_)) fail("cannot close %s");
-  if (!is_temporary_) doomed_file[0] = '\0';
+  if (!is_temporary_) spare_doomed_file();
 }
 
 void OutputFile::show(const Options& options) const {

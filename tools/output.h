@@ -8,8 +8,8 @@
 
 #include "options.h"
 
-// Where a difference image goes. A temporary file goes away with this object, and also when the
-// process ends early.
+// Where a difference image goes. A temporary file goes away with this object; that and a file that
+// is not whole yet also go when the process ends early.
 class OutputFile {
  public:
   // From the output name and type of the options; without a name a temporary file for the viewer.
@@ -26,6 +26,7 @@ class OutputFile {
 
  private:
   [[noreturn]] void fail(const char* format);
+  void create(int width, int height);
   void make_temporary();
 
   std::string name_;
