@@ -1,7 +1,6 @@
 // Shared-exponent colours: three mantissas and one exponent, 8 bits each. They are coded as in
 // Radiance pictures.
 #include <bit>
-#include <cstring>
 #include <limits>
 
 #include "convertline.h"
@@ -104,6 +103,7 @@ KA_DEFINE_KERNELS(decode_block, decode_body,
                   (const std::array<const std::uint8_t*, IMG_SLOTS>& from,
                    FloatBlock::Samples& colours, std::size_t count),
                   (from, colours, count));
+
 // By way of floats to one type.
 template <int Type>
 void from_rgbe(img_line* dst, const img_line* src, const float* weights, std::size_t width) {

@@ -16,12 +16,12 @@ constexpr int kUnshifted = 136;      // exponent of shift 0
 constexpr std::size_t kPiece = 256;  // pixels whose factors stay in the nearest cache
 
 // Shifts are products with a power of two of which the upper half remains. That of shift 0 is one
-// too large for 16 bits; with the one below 127 comes out as 126, and what is larger is past 255
-// anyhow.
+// too large for 16 bits. With the one below, 127 comes out as 126, whose last bit is then set,
+// and what is larger is past 255 anyhow.
 KA_KERNEL void decode_piece(const std::array<const std::uint8_t*, IMG_SLOTS>& from,
                             const std::array<std::uint8_t*, 3>& to, std::size_t start,
                             std::size_t count) {
-  alignas(64) std::array<std::uint16_t, kPiece> factors, brightest, levels;
+  alignas(64) std::array<std::uint16_t, kPiece> factors, set_bits, levels;
   const std::uint8_t* const exponents = from[3] + start;
   for (std::size_t x = 0; x < count; ++x) {
     const std::int32_t exponent = std::min<std::uint8_t>(exponents[x], kUnshifted);
@@ -29,8 +29,8 @@ KA_KERNEL void decode_piece(const std::array<const std::uint8_t*, IMG_SLOTS>& fr
     factors[x] = static_cast<std::uint16_t>(std::min(static_cast<std::int32_t>(power), 0xffff));
   }
   for (std::size_t x = 0; x < count; ++x) {
-    brightest[x] = static_cast<std::uint16_t>((exponents[x] > kUnshifted ? 255 : 0) |
-                                              (exponents[x] == kUnshifted ? 1 : 0));
+    set_bits[x] = static_cast<std::uint16_t>((exponents[x] > kUnshifted ? 255 : 0) |
+                                             (exponents[x] == kUnshifted ? 1 : 0));
   }
   for (std::size_t slot = 0; slot < to.size(); ++slot) {
     const std::uint8_t* const mantissas = from[slot] + start;
@@ -40,7 +40,7 @@ KA_KERNEL void decode_piece(const std::array<const std::uint8_t*, IMG_SLOTS>& fr
       levels[x] = static_cast<std::uint16_t>(level * factors[x] >> 16);
     }
     for (std::size_t x = 0; x < count; ++x) {
-      const auto level = static_cast<std::uint16_t>(levels[x] | brightest[x]);
+      const auto level = static_cast<std::uint16_t>(levels[x] | set_bits[x]);
       bytes[x] = static_cast<std::uint8_t>(level < 255 ? level : 255);
     }
   }

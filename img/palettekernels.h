@@ -19,7 +19,8 @@ struct ColorTable {
   std::array<std::array<std::uint8_t, 256>, 4> planes{};
 };
 
-// Stores the colours of `count` indexes; a null plane is left out.
+// Stores the colours of `count` indexes; a null plane is left out. The indexes stand in none of the
+// planes.
 using LookUpKernel = void (*)(const ColorTable& table, const std::uint8_t* indexes,
                               std::size_t count, const std::array<std::uint8_t*, 4>& planes);
 extern const KernelTable<LookUpKernel> look_up_kernels;

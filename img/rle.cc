@@ -199,11 +199,15 @@ struct Expanded {
   std::size_t filled;  // bytes of the row
 };
 
+struct Progress {
+  std::size_t used, filled;  // bytes of packets and row
+};
+
 // Expands what stands so far from both ends that a packet may be moved with some bytes too many, up
-// to a packet that ends the row or has a wide count. Whether a packet is a run is left to a branch:
+// to a count of 0 that ends the row or stands for a wide one. Whether a packet is a run is left to a branch:
 // where it is guessed, which is most often, the next packet need not wait for this one's length.
 template <typename Form>
-Expanded expand_inner(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row,
+Progress expand_inner(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row,
                       std::size_t slack) {
   if (packets.size() < kStep + Form::kControlBytes || row.size() + slack < kStep) return {};
   const std::uint8_t* const in = packets.data();
@@ -232,7 +236,7 @@ Expanded expand_inner(std::span<const std::uint8_t> packets, std::span<std::uint
   while (used <= most_used &&
          Form::choose(in[used + Form::kControlBytes - 1], move_literal, move_run)) {
   }
-  return {RowEnd::kWhole, used, filled};
+  return {used, filled};
 }
 
 template <typename Form>
@@ -247,7 +251,7 @@ Expanded expand(std::span<const std::uint8_t> packets, std::span<std::uint8_t> r
     return Expanded{end, std::size_t(packet - packets.data()), std::size_t(out - row.data())};
   };
   for (;; packet = in) {
-    const Expanded inner = expand_inner<Form>({in, in_end}, {out, out_end}, slack);
+    const Progress inner = expand_inner<Form>({in, in_end}, {out, out_end}, slack);
     packet = in += inner.used;
     out += inner.filled;
     if (!Form::kHasClosing && out == out_end) break;

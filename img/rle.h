@@ -1,5 +1,6 @@
 // Run-length packets that format families share. Both ends are bounded: a decoder reads no byte
-// past its input and writes no sample past the row, and tells a row that is not exactly filled.
+// past its input, writes none past the row but for the slack that a caller allows, and tells a row
+// that is not exactly filled.
 #pragma once
 
 #include <array>
@@ -13,8 +14,6 @@
 #include "linekernels.h"
 
 namespace ka {
-
-constexpr std::size_t kRowSlack = 64;  // bytes
 
 // How the packets of a row ended.
 enum class RowEnd {
@@ -53,8 +52,11 @@ struct PixelRow {
   std::size_t used;  // bytes of the packets, of a whole row
 };
 
+// Bytes behind a row with which its last packets need no care.
+constexpr std::size_t kRowSlack = 64;
+
 // Decodes a row of row.size() / pixel_bytes pixels, left as they are in the packets. Up to `slack`
-// bytes behind the row may be overwritten: with kRowSlack of them its last packets need no care.
+// bytes behind the row may be overwritten.
 [[nodiscard]] PixelRow expand_pixels(std::span<const std::uint8_t> packets,
                                      std::span<std::uint8_t> row, std::size_t pixel_bytes,
                                      std::size_t slack = 0);

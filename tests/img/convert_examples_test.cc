@@ -124,20 +124,6 @@ TEST(SharedExponent, CodesTheEndsOfTheRange) {
   }
 }
 
-TEST(SharedExponent, EveryCodeHasItsByte) {
-  PlanarLine codes(IMG_TYPE_RGBE, 65536, true), bytes(IMG_TYPE_RGB, 65536, true);
-  for (int x = 0; x < 65536; ++x) codes.set(x, {double(x & 255), 255, 0, double(x >> 8)});
-  img_convert(bytes.record(), codes.record(), IMG_TYPE_RGB, IMG_TYPE_RGBE, kWeights, 65536);
-  const auto expected = [](int mantissa, int exponent) {
-    const double light = exponent == 0 ? 0 : std::ldexp(mantissa + 0.5, exponent - 136);
-    return std::floor(std::min(light, 1.0) * 255);
-  };
-  for (int x = 0; x < 65536; ++x) {
-    const int e = x >> 8;
-    ASSERT_EQ(bytes.at(x), (Pixel{expected(x & 255, e), expected(255, e), expected(0, e)})) << x;
-  }
-}
-
 TEST(SharedExponent, DecodingUndoesEncodingToAStep) {
   for (int i = 0; i < 10000; ++i) {
     const auto e = std::uint8_t(23 + i % 233);  // 128.5 * 2^(23 - 136) is above 1e-32

@@ -1,6 +1,7 @@
 // The loops of conversions, one for each instruction set: all give what the plain one gives.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <random>
 #include <vector>
 
@@ -114,6 +115,27 @@ TEST(SharedExponentKernels, AgreeOnBytes) {
                           kernel({from, from + plane, from + 2 * plane, from + 3 * plane},
                                  {others.data(), to, others.data() + count}, count);
                         });
+}
+
+TEST(SharedExponentKernels, GiveEveryCodeItsByte) {
+  constexpr std::size_t kCodes = 65536;
+  std::vector<std::uint8_t> mantissas(kCodes), exponents(kCodes), bytes(3 * kCodes);
+  for (std::size_t x = 0; x < kCodes; ++x) {
+    mantissas[x] = std::uint8_t(x);
+    exponents[x] = std::uint8_t(x >> 8);
+  }
+  for (const auto kernel : ka::usable_kernels(ka::decode_bytes_kernels)) {
+    const std::uint8_t *const m = mantissas.data(), *const e = exponents.data();
+    kernel({m, e, m, e}, {bytes.data(), &bytes[kCodes], &bytes[2 * kCodes]}, kCodes);
+    for (std::size_t x = 0; x < kCodes; ++x) {
+      const auto light = [&](int mantissa) {
+        return e[x] == 0 ? 0 : std::min(std::ldexp(mantissa + 0.5, e[x] - 136), 1.0);
+      };
+      ASSERT_EQ(bytes[x], int(light(m[x]) * 255)) << x;
+      ASSERT_EQ(bytes[kCodes + x], int(light(e[x]) * 255)) << x;
+      ASSERT_EQ(bytes[2 * kCodes + x], bytes[x]) << x;
+    }
+  }
 }
 
 }  // namespace

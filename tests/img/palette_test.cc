@@ -46,7 +46,8 @@ TEST(Palette, LooksUpEveryIndex) {
   }
 }
 
-// The loop of each instruction set, for every length up to three vectors and one.
+// The loop of each instruction set, for every length up to eight vectors, which is two
+// pieces of the plain one, and some.
 TEST(Palette, KernelsAgree) {
   ka::ColorTable table;
   for (std::size_t i = 0; i < 256; ++i) {
@@ -56,7 +57,7 @@ TEST(Palette, KernelsAgree) {
       table.planes[c][i] = reinterpret_cast<const std::uint8_t*>(&table.colors[i])[c];
     }
   }
-  for (std::size_t count = 0; count <= 193; ++count) {
+  for (std::size_t count = 0; count <= 520; ++count) {
     Bytes row(count);
     for (std::size_t i = 0; i < count; ++i) row[i] = std::uint8_t(i * 83 + count);
     for (const auto kernel : ka::usable_kernels(ka::look_up_kernels)) {
