@@ -53,8 +53,8 @@ inline void state_file_type(img_file* handle, int type) {
   handle->file_type = static_cast<std::uint8_t>(IMG_TYPE_COUNT + type);
 }
 
-// Refuses to create a picture whose sides its header cannot hold: up to `largest` fit. Returns 1, or
-// 0 with the handle's error.
+// Refuses to create a picture whose sides its header cannot hold: up to `largest` fit. Returns 1,
+// or 0 with the handle's error.
 inline int check_sides(img_file* handle, int largest) {
   if (handle->width <= largest && handle->height <= largest) return 1;
   return img_error(handle, IMG_ERR_SUBTYPE, EFBIG);

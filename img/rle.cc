@@ -204,8 +204,9 @@ struct Progress {
 };
 
 // Expands what stands so far from both ends that a packet may be moved with some bytes too many, up
-// to a count of 0 that ends the row or stands for a wide one. Whether a packet is a run is left to a branch:
-// where it is guessed, which is most often, the next packet need not wait for this one's length.
+// to a count of 0 that ends the row or stands for a wide one. Whether a packet is a run is left to
+// a branch: where it is guessed, which is most often, the next packet need not wait for this one's
+// length.
 template <typename Form>
 Progress expand_inner(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row,
                       std::size_t slack) {

@@ -109,8 +109,9 @@ struct IffState {
     return std::span(tiles).subspan(held.first_tile, held.end_tile - held.first_tile);
   }
   // A tile's plane in the strip buffer. Tiles of a strip have the same lines. Planes stand in the
-  // order of the file, the last component first. When reading there is room behind the last of them,
-  // and tiles are decoded from left to right: what is written past the end of one is overwritten.
+  // order of the file, the last component first. When reading there is room behind the last of
+  // them, and tiles are decoded from left to right: what is written past the end of one is
+  // overwritten.
   [[nodiscard]] std::uint8_t* plane(const IffTile& of, std::size_t component) const {
     const std::size_t samples =
         of.x1 * of.height() * components + of.pixels() * (components - 1 - component);

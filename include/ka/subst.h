@@ -24,8 +24,8 @@ enum { KA_PATH_SIZE = 1024 }; /* bytes of a substituted path with its closing ze
  *   Shape    `size` bytes of room, the closing zero included; a longer path is cut after error 38.
  *            On the way names are cut at 4095 characters, with the same error.
  *   Errors   39 and 40, a $ reference without end or to a variable that is not set: the name ends
- *            there. 44, a faulty [x-y] in a rule: it matches nothing. The first call reads the rules
- *            and may report 41 to 43, which end the rules.
+ *            there. 44, a faulty [x-y] in a rule: it matches nothing. The first call reads the
+ *            rules and may report 41 to 43, which end the rules.
  *   Threads  any. */
 char* ka_string_substitute(char* buffer, const char* name, size_t size);
 

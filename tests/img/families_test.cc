@@ -24,7 +24,7 @@ struct FormatAndType {
   int format, type;
 };
 
-// Formats that take lines and keep none of them; Quantel frames have a size and samples of their own.
+// Formats that take lines and keep none of them; Quantel frames have their own size and samples.
 bool keeps_nothing(int format) { return format == IMG_FORMAT_NULL || format == IMG_FORMAT_LWI; }
 bool is_frame(int format) { return format == IMG_FORMAT_QNTPAL || format == IMG_FORMAT_QNTNTSC; }
 

@@ -185,7 +185,7 @@ TEST(Packets, ThatAreDamagedAreTold) {
   }
 }
 
-// Random rows come back whole; of packets that are cut off they do not, nor in rows of another size.
+// Random rows come back whole; cut off, or in rows of another size, they do not.
 TEST(Packets, RandomRowsComeBackOrAreRefused) {
   std::mt19937 random(9);
   const struct {

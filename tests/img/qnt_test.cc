@@ -32,8 +32,8 @@ test::Lines random_lines(std::size_t width, std::size_t height) {
   return lines;
 }
 
-// 255 is where a sum passes 0xffffff, 0 where it is below 65536. The pair is at the right end of the
-// top line, below it is black.
+// 255 is where a sum passes 0xffffff, 0 where it is below 65536. The pair is at the right end of
+// the top line, below it is black.
 TEST(Quantel, ReadsPairs) {
   const struct {
     std::string pair;  // Cb, Y, Cr, Y

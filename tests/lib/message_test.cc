@@ -1,5 +1,5 @@
-// Message log: levels, prefix and code, long texts, handlers, groups, colours, the log file, the way
-// out.
+// Message log: levels, prefix and code, long texts, handlers, groups, colours, the log file, the
+// way out.
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <ka/detail/context.h>
