@@ -29,12 +29,6 @@ struct Delayed {
 };
 ka::vector<Delayed>* delayed = nullptr;
 
-// Adds an element to the tag list of the current transaction.
-void enlist(std::uint32_t tag) {
-  ka_db_entry& entry = *ka::entry_at(tag);
-  entry.list_place = ka::trans_add_tag(tag);
-}
-
 bool belongs_to_current(ka_db_entry& entry) {
   const ka::Owner owner = ka::current_owner();
   return ka::shared(entry.owner).load() == owner.tag &&
@@ -68,7 +62,8 @@ std::uint32_t create_for_default(int type, const std::uint32_t* words, std::size
   const std::size_t size = count * sizeof *words;
   void* const data = ka_mem_allocate(std::max<std::size_t>(size, 1));
   if (size > 0) std::memcpy(data, words, size);
-  return ka::add_entry(type, {}, false, data, std::max<std::size_t>(size, 1));
+  return ka::add_entry(type, {},
+                       {ka::Content::kData, data, std::max<std::size_t>(size, 1), nullptr});
 }
 
 bool read_copy(std::uint32_t tag, ka::StoredElement& element) {
@@ -141,6 +136,12 @@ void* access(std::uint32_t tag, ka_db_entry& entry) {
 
 }  // namespace
 
+std::uint32_t ka::add_own_entry(int type, const Content& content) {
+  const std::uint32_t tag = add_entry(type, current_owner(), content);
+  entry_at(tag)->list_place = trans_add_tag(tag);
+  return tag;
+}
+
 void ka_db_init() {
   const ka::ModuleScope scope(KA_DB);
   ka::pages_start();
@@ -172,15 +173,13 @@ void* ka_db_create(std::uint32_t* tag, int type, std::size_t size) {
   const ka::ModuleScope scope(KA_DB);
   size = std::max<std::size_t>(size, 1);
   void* const data = ka_mem_allocate(size);
-  *tag = ka::add_entry(type, ka::current_owner(), false, data, size);
-  enlist(*tag);
+  *tag = ka::add_own_entry(type, {ka::Content::kData, data, size, nullptr});
   return data;
 }
 
 ka_db_entry* ka_db_jobcreate(std::uint32_t* tag, int type) {
   const ka::ModuleScope scope(KA_DB);
-  *tag = ka::add_entry(type, ka::current_owner(), true, nullptr, 0);
-  enlist(*tag);
+  *tag = ka::add_own_entry(type, {ka::Content::kJob, nullptr, 0, nullptr});
   return ka::entry_at(*tag);
 }
 

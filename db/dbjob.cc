@@ -103,7 +103,14 @@ void release_data(std::uint32_t tag, ka_db_entry& entry, void* data) {
   ka::shared(entry.size).store(0);
 }
 
-bool set_job(std::uint32_t tag, ka_db_entry& entry, ka::Owned<ka_job> job) {
+// Tells a job that it is there.
+void begin_job(std::uint32_t tag, ka_job& job) {
+  ka_job_call call = call_of(tag, job);
+  call_back(KA_JOB_BEGIN, job, call);
+}
+
+// Gives an element another job.
+bool replace_job(std::uint32_t tag, ka_db_entry& entry, ka::Owned<ka_job> job) {
   const ka::LockScope locked(entry.lock);
   if (!ka::is_used(entry)) return false;
   if (entry.data && !ka::flush_locked(tag, entry)) return false;
@@ -111,9 +118,17 @@ bool set_job(std::uint32_t tag, ka_db_entry& entry, ka::Owned<ka_job> job) {
   if (entry.state == KA_DB_ON_DISK) ka::drop_swap_file(entry);
   ka::end_job(tag, entry);
   entry.job = job.release();
-  ka_job_call call = call_of(tag, *entry.job);
-  call_back(KA_JOB_BEGIN, *entry.job, call);
+  begin_job(tag, *entry.job);
   return true;
+}
+
+std::uint32_t add_job(int type, ka::Owned<ka_job> job) {
+  ka_job* const fresh = job.release();
+  const std::uint32_t tag = ka::add_own_entry(type, {ka::Content::kJob, nullptr, 0, fresh});
+  ka_db_entry& entry = *ka::entry_at(tag);
+  const ka::LockScope locked(entry.lock);
+  if (entry.job == fresh) begin_job(tag, *fresh);
+  return tag;
 }
 
 // Calls the job of an element for an operation that only asks. False: it has none.
@@ -242,12 +257,11 @@ int ka_job_create(std::uint32_t* tag, int type, int module, const void* paramete
   if (size > 0) std::memcpy(job->parameters.get(), parameters, size);
   if (format) job->format = format;
   if (*tag == 0) {
-    ka_db_jobcreate(tag, type);
-  } else if (!ka::is_job_tag(*tag)) {
-    return 0;
+    *tag = add_job(type, std::move(job));
+    return 1;
   }
   ka_db_entry& entry = ka::find_entry(*tag);
-  if (!set_job(*tag, entry, std::move(job))) return 0;
+  if (!ka::is_job_tag(*tag) || !replace_job(*tag, entry, std::move(job))) return 0;
   ka_db_set_type(*tag, type);
   return 1;
 }

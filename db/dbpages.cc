@@ -120,8 +120,8 @@ ka::Owner ka::current_owner() {
   return {here.transaction, here.transaction == 0 ? 0 : trans_serial()};
 }
 
-std::uint32_t ka::add_entry(int type, const Owner& owner, bool is_job, void* data,
-                            std::size_t size) {
+std::uint32_t ka::add_entry(int type, const Owner& owner, const Content& content) {
+  const bool is_job = content.kind == Content::kJob;
   const std::uint32_t now = stamp();
   const LockScope locked(database_lock);
   ++counts.creations;
@@ -133,7 +133,7 @@ std::uint32_t ka::add_entry(int type, const Owner& owner, bool is_job, void* dat
   if (is_job) make_lock(entry);
   --page.free;
   page.hint = static_cast<std::uint32_t>(slot);
-  shared(entry.size).store(size, std::memory_order_relaxed);
+  shared(entry.size).store(content.size, std::memory_order_relaxed);
   shared(entry.time).store(now, std::memory_order_relaxed);
   entry.creation = now;
   shared(entry.owner).store(owner.tag);
@@ -143,8 +143,9 @@ std::uint32_t ka::add_entry(int type, const Owner& owner, bool is_job, void* dat
   if (is_job) {
     shared(entry.pin_slot).store(next_pin_slot);
     next_pin_slot = static_cast<std::uint16_t>((next_pin_slot + 1) % ka_context::kPinSlots);
+    entry.job = content.job;
   }
-  shared(entry.data).store(data);
+  shared(entry.data).store(content.data);
   shared(entry.serial).store(++last_serial);
   shared(entry.state).store(std::uint8_t{KA_DB_IN_MEMORY});
   return make_tag(page_index, slot);

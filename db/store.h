@@ -59,8 +59,18 @@ struct Owner {
 };
 Owner current_owner();
 
-// Takes a slot for an element with these data, which are there before others see it.
-std::uint32_t add_entry(int type, const Owner& owner, bool is_job, void* data, std::size_t size);
+// What an element starts with.
+struct Content {
+  enum Kind { kData, kJob } kind;
+  void* data;
+  std::size_t size;
+  ka_job* job;
+};
+
+// Takes a slot for an element, which has its content before others see it.
+std::uint32_t add_entry(int type, const Owner& owner, const Content& content);
+// The same, owned by the current transaction and in its tag list.
+std::uint32_t add_own_entry(int type, const Content& content);
 // Frees the slot of an element whose data are gone, if it still has the serial. False: it has not.
 bool remove_entry(std::uint32_t tag, std::uint64_t serial);
 

@@ -54,16 +54,27 @@ void leave(const Position& position) {
   trans_leave(trans_kinds[kWorld], position.world);
 }
 
-int set_position(const Tags& tags) {
-  Position position{};
-  position.world = trans_find(trans_kinds[kWorld], tags.world);
-  if (!position.world) {
+// Attaches to the records of a position that `position` lacks. False after an error message.
+bool complete(const Tags& tags, Position& position) {
+  const auto find = [](trans_record*& record, trans_kind& kind, std::uint32_t tag) {
+    if (!record) record = trans_find(kind, tag);
+    return record != nullptr;
+  };
+  if (!find(position.world, trans_kinds[kWorld], tags.world)) {
     ka_nerror(2, "world %#x not found", tags.world);
-  } else if (!(position.session = trans_find(trans_kinds[kSession], tags.session))) {
+  } else if (!find(position.session, trans_kinds[kSession], tags.session)) {
     ka_nerror(3, "session %#x not found", tags.session);
-  } else if (!(position.transaction = trans_find(trans_kinds[kTransaction], tags.transaction))) {
+  } else if (!find(position.transaction, trans_kinds[kTransaction], tags.transaction)) {
     ka_nerror(4, "transaction %#x not found", tags.transaction);
   } else {
+    return true;
+  }
+  return false;
+}
+
+int set_position(const Tags& tags) {
+  Position position{};
+  if (complete(tags, position)) {
     enter(tags, position);
     return 1;
   }
@@ -114,20 +125,18 @@ std::array<std::uint32_t, 1 + trans_record::kParents> session_words() {
   return words;
 }
 
-std::uint32_t create_element(const trans_kind& kind) {
-  const auto* const store = trans_store();
-  if (!store) return 0;
-  const auto create = [&](const auto& words) {
-    return store->create(kind.element_type, words.data(), words.size());
-  };
+trans_family create(trans_kind& kind) {
   const Tags current = current_tags();
+  const auto with = [&](const auto& words) {
+    return trans_create(kind, words.data(), words.size());
+  };
   switch (kind.element_type) {
     case KA_TRANS_WORLD:
-      return create(std::array<std::uint32_t, 0>{});
+      return with(std::array<std::uint32_t, 0>{});
     case KA_TRANS_SESSION:
-      return create(session_words());
+      return with(session_words());
     default:
-      return create(std::array{current.session, current.world});
+      return with(std::array{current.session, current.world});
   }
 }
 
@@ -268,17 +277,26 @@ int ka_trans_begin(int type) {
     ka_nerror(5, "unknown type of transaction/session");
     return 0;
   }
-  const Tags current = current_tags();
-  const std::uint32_t tag = create_element(*kind);
-  if (tag == 0) {
+  if (!trans_store()) {
     ka_nerror(6, "cannot create db item for %s", kind->name);
     return 0;
   }
-  ka_debug("trans_begin %s = %#x (%#x/%#x/%#x)", kind->name, tag, current.world, current.session,
-           current.transaction);
-  if (attach(*kind, tag)) return 1;
+  const Tags current = current_tags();
+  const auto members = create(*kind).members;
+  const trans_record& own = *members[trans_index(*kind)];
+  const Tags tags = {own.world, own.session, own.tag};
+  ka_debug("trans_begin %s = %#x (%#x/%#x/%#x)", kind->name, own.tag, current.world,
+           current.session, current.transaction);
+  ka_vdebug("trans_attach %s %#x -> %#x %#x %#x", kind->name, own.tag, tags.world, tags.session,
+            tags.transaction);
+  Position position = {members[kWorld], members[kSession], members[kTransaction]};
+  if (complete(tags, position)) {
+    enter(tags, position);
+    return 1;
+  }
   ka_nerror(7, "cannot attach new %s", kind->name);
-  trans_store()->remove(tag, trans_store()->serial(tag));
+  (void)trans_unlink(*kind, &own);
+  leave(position);
   return 0;
 }
 

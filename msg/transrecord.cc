@@ -67,47 +67,43 @@ bool remove_from(trans_record** list, const trans_record* record) {
   return true;
 }
 
-// A new record and the defaults that come with it. A world has a session and a transaction, a
-// session a transaction, all with its tag.
-struct Family {
-  std::array<trans_record*, kTransKinds> members{};  // indexed by kind, null: not needed
-
-  void release() {
-    for (std::size_t kind = 0; kind < members.size(); ++kind) {
-      if (members[kind]) release_record(trans_kinds[kind], members[kind]);
-    }
-  }
-};
-
 // Session elements hold the world and the parents, transaction elements the session and the world.
-void fill(trans_record& record, std::uint32_t tag, const ka::StoredElement& element) {
+void fill(trans_record& record, std::uint32_t tag, int type, const std::uint32_t* words) {
   record.tag = tag;
-  record.serial = element.serial;
-  record.begin_time = store->time();
-  switch (element.type) {
+  switch (type) {
     case KA_TRANS_WORLD:
       record.session = record.world = tag;
       break;
     case KA_TRANS_SESSION:
       record.session = tag;
-      record.world = element.words[0];
-      std::copy_n(element.words.begin() + 1, record.parents.size(), record.parents.begin());
+      record.world = words[0];
+      std::copy_n(words + 1, record.parents.size(), record.parents.begin());
       break;
     default:
-      record.session = element.words[0];
-      record.world = element.words[1];
+      record.session = words[0];
+      record.world = words[1];
   }
 }
 
-std::size_t index_of(const trans_kind& kind) { return std::size_t(&kind - trans_kinds.data()); }
-
-Family make_family(const trans_kind& kind, std::uint32_t tag, const ka::StoredElement& element) {
-  Family family;
-  for (std::size_t member = 0; member <= index_of(kind); ++member) {
+// A new record and the defaults that come with it: a world has a session and a transaction, a
+// session a transaction, all with its tag.
+trans_family make_family(const trans_kind& kind) {
+  trans_family family{};
+  const std::uint32_t now = store->time();
+  for (std::size_t member = 0; member <= trans_index(kind); ++member) {
     family.members[member] = make_record(trans_kinds[member]);
-    fill(*family.members[member], tag, element);
+    family.members[member]->begin_time = now;
   }
   return family;
+}
+
+void fill_family(const trans_family& family, std::uint32_t tag, int type, std::uint64_t serial,
+                 const std::uint32_t* words) {
+  for (trans_record* member : family.members) {
+    if (!member) continue;
+    fill(*member, tag, type, words);
+    member->serial = serial;
+  }
 }
 
 // Moves a record from the list to those that only wait for their threads to leave.
@@ -142,7 +138,7 @@ bool has_ended(const trans_kind& kind, std::uint32_t tag) {
 
 // A session serves as its own transaction, a world as its own session and transaction.
 bool can_be(const trans_kind& kind, int element_type) {
-  for (std::size_t i = index_of(kind); i < trans_kinds.size(); ++i) {
+  for (std::size_t i = trans_index(kind); i < trans_kinds.size(); ++i) {
     if (trans_kinds[i].element_type == element_type) return true;
   }
   return false;
@@ -159,7 +155,7 @@ bool read_element(const trans_kind& kind, std::uint32_t tag, ka::StoredElement& 
   }
   if (can_be(kind, element.type)) return true;
   const auto parent = [&](std::size_t above) {
-    const std::size_t index = std::min(index_of(kind) + above, trans_kinds.size() - 1);
+    const std::size_t index = std::min(trans_index(kind) + above, trans_kinds.size() - 1);
     return trans_kinds[index].element_type;
   };
   ka_nwarning(1, "trans_get: found %s %#x(%d) NOT a %d (nor %d %d)", kind.name, tag, element.type,
@@ -169,10 +165,10 @@ bool read_element(const trans_kind& kind, std::uint32_t tag, ka::StoredElement& 
 
 // Puts a family into the lists unless another thread has been faster or the element is gone.
 // Members that found no place stay with the family.
-trans_record* insert(trans_kind& kind, std::uint32_t tag, Family& family) {
+trans_record* insert(trans_kind& kind, std::uint32_t tag, trans_family& family) {
   const ka::LockScope locked(trans_lock);
-  const bool is_current = store->serial(tag) == family.members[index_of(kind)]->serial;
-  for (std::size_t i = 0; is_current && i <= index_of(kind); ++i) {
+  const bool is_current = store->serial(tag) == family.members[trans_index(kind)]->serial;
+  for (std::size_t i = 0; is_current && i <= trans_index(kind); ++i) {
     trans_record*& member = family.members[i];
     if (find_current(trans_kinds[i], tag)) continue;
     append(trans_kinds[i], member);
@@ -261,11 +257,31 @@ trans_record* trans_find(trans_kind& kind, std::uint32_t tag) {
     release_unused(kind, tag);
     ka::StoredElement element{};
     if (!read_element(kind, tag, element)) return nullptr;
-    Family family = make_family(kind, tag, element);
+    trans_family family = make_family(kind);
+    fill_family(family, tag, element.type, element.serial, element.words.data());
     trans_record* const record = insert(kind, tag, family);
     family.release();
     if (record) return record;  // else the element has gone meanwhile, or the tag has a new one
   }
+}
+
+void trans_family::release() {
+  for (std::size_t kind = 0; kind < members.size(); ++kind) {
+    if (members[kind]) release_record(trans_kinds[kind], members[kind]);
+  }
+}
+
+trans_family trans_create(trans_kind& kind, const std::uint32_t* words, std::size_t count) {
+  const trans_family family = make_family(kind);
+  const ka::LockScope locked(trans_lock);
+  const std::uint32_t tag = store->create(kind.element_type, words, count);
+  fill_family(family, tag, kind.element_type, store->serial(tag), words);
+  for (std::size_t i = 0; i <= trans_index(kind); ++i) {
+    (void)find_current(trans_kinds[i], tag);  // an old record whose element was deleted goes
+    family.members[i]->users = 1;
+    append(trans_kinds[i], family.members[i]);
+  }
+  return family;
 }
 
 void trans_leave(trans_kind& kind, trans_record* record) {
@@ -279,11 +295,11 @@ void trans_leave(trans_kind& kind, trans_record* record) {
 }
 
 trans_failure trans_unlink(trans_kind& kind, const trans_record* record) {
-  const std::size_t own = index_of(kind);
+  const std::size_t own = trans_index(kind);
   const std::uint32_t tag = record->tag;
   const std::uint64_t serial = record->serial;
   const ka::LockScope locked(trans_lock);
-  Family family;
+  trans_family family{};
   for (std::size_t i = 0; i <= own; ++i) {
     trans_record* const member = find_in(trans_kinds[i].root.next, tag);
     if (!member || member->serial != serial) continue;

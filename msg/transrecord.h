@@ -44,6 +44,9 @@ struct trans_kind {
 
 enum { kTransaction, kSession, kWorld, kTransKinds };
 extern constinit std::array<trans_kind, kTransKinds> trans_kinds;
+inline std::size_t trans_index(const trans_kind& kind) {
+  return std::size_t(&kind - trans_kinds.data());
+}
 
 // The kind with an element type; null: none.
 trans_kind* trans_kind_of(int element_type);
@@ -57,6 +60,15 @@ void trans_release_areas();
 // Finds a record by its tag and attaches the calling thread to it: a record comes into being with
 // the first look-up of its element. Null after warning 1, 2 or 3.
 trans_record* trans_find(trans_kind& kind, std::uint32_t tag);
+// A new element and its records, to all of which the calling thread is attached: no other thread
+// sees them before.
+struct trans_family {
+  std::array<trans_record*, kTransKinds> members;  // indexed by kind, null: not needed
+
+  void release();  // members that no list and no thread has
+};
+trans_family trans_create(trans_kind& kind, const std::uint32_t* words, std::size_t count);
+
 // The calling thread leaves a record, which goes when it has ended and nobody is left.
 void trans_leave(trans_kind& kind, trans_record* record);
 

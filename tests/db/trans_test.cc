@@ -64,7 +64,7 @@ TEST_F(Trans, NestAndEnd) {
   EXPECT_EQ(transaction.session, session.session);
   EXPECT_NE(ka_transaction_mem(kModule), nullptr);
   EXPECT_EQ(ka_transaction_mem(KA_IMG + 1), nullptr);
-  EXPECT_EQ(ka_trans_get_lowttime(), ka_db_accessinfo(transaction.transaction)->creation + 1);
+  EXPECT_EQ(ka_trans_get_lowttime(), ka_db_accessinfo(transaction.transaction)->creation - 1);
 
   std::uint32_t kept = 0, deleted = 0;
   for (int i = 0; i < 3000; ++i) {

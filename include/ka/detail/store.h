@@ -22,7 +22,8 @@ struct StoredElement {
 };
 
 struct StoreOperations {
-  // Creates an element of the default transaction, which nobody sees before it has its data.
+  // Creates an element of the default transaction, which nobody sees before it has its data. Called
+  // with the lock of the records.
   std::uint32_t (*create)(int type, const std::uint32_t* words, std::size_t count);
   // Copies an element; false: there is none.
   bool (*read)(std::uint32_t tag, StoredElement& element);
@@ -32,7 +33,7 @@ struct StoreOperations {
   void (*remove)(std::uint32_t tag, std::uint64_t serial);
   // Deletes an element whose owner has ended; one in use passes to the default transaction.
   void (*release)(std::uint32_t tag, std::uint64_t owner_serial);
-  // The stamp that comes next.
+  // The stamp that comes next. Not to be called with a lock.
   std::uint32_t (*time)();
 };
 
