@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 #include <numeric>
 
 #include "imgmap.h"
@@ -73,6 +74,24 @@ std::string swapped(std::string file, int height) {
   swap_words(file, kType, planes);
   swap_words(file, planes, file.size() / sample * sample, sample);
   return file;
+}
+
+// Every word is turned, and nothing after them; the flag bytes stay.
+TEST(MapFile, HeadersComeFromTheOtherByteOrder) {
+  std::string file = map_file(IMG_TYPE_S_16, 4, 4, 1) + "after";
+  for (std::size_t at = kFlags; at < kFlags + 16; ++at) file[at] = char(at);
+  file.replace(kType, 4, le(4, IMG_TYPE_S_16));
+  std::string other = file;
+  swap_words(other, 0, kFlags);
+  swap_words(other, kType, kTable + 4 * 16);
+  ka::MapHead head{};
+  const auto* const bytes = reinterpret_cast<const std::uint8_t*>(other.data());
+  ASSERT_EQ(ka::parse_map_head({bytes, kTable}, std::int64_t(file.size()), head), IMG_ERR_NONE);
+  EXPECT_TRUE(head.swapped);
+  EXPECT_EQ(head.type, IMG_TYPE_S_16);
+  EXPECT_EQ(std::memcmp(&head.image, file.data() + kHeader, sizeof head.image), 0);
+  ka::swap_map_level(reinterpret_cast<img_image*>(other.data() + kHeader), 4);
+  EXPECT_EQ(other.substr(kHeader), file.substr(kHeader));
 }
 
 class EveryType : public testing::TestWithParam<int> {};
