@@ -9,6 +9,7 @@
 #include "imageplanes.h"
 #include "imgcall.h"
 #include "imgcontext.h"
+#include "imgmap.h"
 #include "imgpyramid.h"
 
 namespace {
@@ -53,7 +54,11 @@ img_image* ka_img_image_alloc(img_file* handle) {
 
 void ka_img_image_release(img_image* image) {
   const ka::ModuleScope scope(KA_IMG);
-  ka_mem_release(image);
+  if (img_is_mapped(image)) {
+    img_munmap_map(image);
+  } else {
+    ka_mem_release(image);
+  }
 }
 
 img_line* ka_img_line_alloc(img_file* handle) {
@@ -102,17 +107,17 @@ int ka_img_convert(img_line* line, int* components, int* bits, const img_image* 
   const ka::ModuleScope scope(KA_IMG);
   *components = ka_img_ncomp[type];
   *bits = ka_img_nbits[type];
+  img_line source;
+  ka::set_line(&source, image, y);
   if (image->type == type) {
     const std::size_t bytes = ka::plane_bytes(type, image->width);
     for (std::size_t slot = 0; slot < IMG_SLOTS; ++slot) {
       auto* const to = ka::plane_of<std::uint8_t>(line, slot);
-      const auto* const from = ka::image_plane(image, y, slot);
+      const auto* const from = ka::plane_of<std::uint8_t>(&source, slot);
       if (to && from) std::memcpy(to, from, bytes);
     }
     return 1;
   }
-  img_line source;
-  ka::set_line(&source, image, y);
   img_convert(line, &source, type, image->type, img_luminance_weights(), image->width);
   return 1;
 }
