@@ -1,5 +1,6 @@
 // Fuzz target of one family of image formats: opens a file made of the input, reads it line by line
-// in the file's own pixel type and as a whole in rgba, closes it whatever happened. FUZZ_FORMATS
+// in the file's own pixel type, every pixel of its mapping if it can be mapped, and as a whole in
+// rgba, closes it whatever happened. FUZZ_FORMATS
 // lists the family's formats; of others only the header is read. FUZZ_SIZES lists the file sizes of
 // a format without a header: inputs become files of one of them, zero behind the input, and only
 // the first lines are read.
@@ -10,6 +11,7 @@
 #include <cstdlib>
 
 #include <ka/img.h>
+#include <ka/imgaccess.h>
 #include <ka/mem.h>
 
 #include "images.h"
@@ -47,6 +49,27 @@ void read_lines(img_file& file) {
   ka_mem_release(line);
 }
 
+void read_pixels(img_image* image) {
+  float color[4];
+  for (int y = 0; y < image->height; ++y) {
+    for (int x = 0; x < image->width; ++x) ka_img_get_color(image, color, x, y);
+  }
+}
+
+// Only map files can be mapped.
+void read_mapping(img_file& file) {
+  img_image* const image = ka_img_mmap_address(&file);
+  if (!image) return;
+  img_image* level = image;
+  for (int k = 0; level; ka_img_pyramid_set_level(&level, image, ++k)) {
+    read_pixels(level);
+    img_image* below = nullptr;  // the directory of a level leads to those below it
+    ka_img_pyramid_set_level(&below, level, 1);
+    if (below) read_pixels(below);
+  }
+  ka_img_image_release(image);
+}
+
 void read_image(img_file& file) {
   if (file.height > kMostLines) return read_lines(file);
   img_image* const image = ka_img_image_alloc(&file);
@@ -60,7 +83,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   [[maybe_unused]] static const bool started = fuzz::start_library();
   const fuzz::MemoryFile input(data, size, file_size(size));
   img_file file{};
-  if (ka_img_open(&file, input.name(), IMG_TYPE_FILE) && is_worth_reading(file)) read_lines(file);
+  if (ka_img_open(&file, input.name(), IMG_TYPE_FILE) && is_worth_reading(file)) {
+    read_lines(file);
+    read_mapping(file);
+  }
   ka_img_close(&file);
   if (ka_img_open(&file, input.name(), IMG_TYPE_RGBA) && is_worth_reading(file)) read_image(file);
   ka_img_close(&file);

@@ -42,6 +42,12 @@ constexpr std::size_t first_slot(int type) {
   }
 }
 
+// The same in the line tables of map files, whose bits and float alphas are in the R slot. Levels
+// below the base have it in first_slot.
+constexpr std::size_t first_slot_in_map_files(int type) {
+  return type == IMG_TYPE_BIT || type == IMG_TYPE_A_FP ? 0 : first_slot(type);
+}
+
 // Bytes of one plane of one line. A plane of bits has room for a byte per pixel.
 inline std::size_t plane_bytes(int type, int width) {
   return static_cast<std::size_t>(width) * static_cast<std::size_t>((ka_img_nbits[type] + 7) / 8);
@@ -103,8 +109,8 @@ inline std::uint8_t* image_plane(const img_image* image, int y, std::size_t slot
   return plane_at<std::uint8_t>(image, offset);
 }
 
-// Slot of the one plane of an image with one component. Line 0 tells, since the planes of images
-// from elsewhere may stand in either place.
+// Slot of the one plane of an image with one component: that of slots 0 and 3 whose offset is not 0,
+// since images in files have it in either place. All lines have it where line 0 has it.
 inline std::size_t single_slot(const img_image* image) {
   return line_table(image)->offset[3] != 0 ? 3 : 0;
 }
@@ -115,11 +121,15 @@ Sample* plane_in(const img_image* image, int y, std::size_t slot) {
   return plane_at<Sample>(image, line_table(image)[y].offset[slot]);
 }
 
+// Where the planes of an image begin that lay_out has laid out.
+inline std::uint8_t* first_plane(img_image* image) {
+  return reinterpret_cast<std::uint8_t*>(line_table(image) + image->height);
+}
+
 // Fills the line table of an image whose header is complete: line after line, each line's planes
-// one behind the other.
-inline void lay_out(img_image* image) {
+// one behind the other, the first one in slot `first`.
+inline void lay_out(img_image* image, std::size_t first) {
   const auto bytes = static_cast<std::uint32_t>(plane_bytes(image->type, image->width));
-  const std::size_t first = first_slot(image->type);
   auto next = static_cast<std::uint32_t>(
       kImageHeaderSize + static_cast<std::size_t>(image->height) * sizeof(img_image_line));
   img_image_line* const table = line_table(image);
@@ -132,13 +142,21 @@ inline void lay_out(img_image* image) {
   }
 }
 
+inline void lay_out(img_image* image) { lay_out(image, first_slot(image->type)); }
+
 // The header `offset` bytes behind that of an image, in the same block.
 inline img_image* image_at(img_image* image, std::uint32_t offset) {
   return reinterpret_cast<img_image*>(reinterpret_cast<std::uint8_t*>(image) + offset);
 }
 
-// Makes a line record refer to the planes of line y of an image.
+// Makes a line record refer to the planes of line y of an image. The one plane of a line is in the
+// slot of its type, whichever slot the image has it in.
 inline void set_line(img_line* line, const img_image* image, int y) {
+  if (image->components == 1) {
+    *line = {};
+    set_plane(line, first_slot(image->type), image_plane(image, y, single_slot(image)));
+    return;
+  }
   for (std::size_t slot = 0; slot < IMG_SLOTS; ++slot)
     set_plane(line, slot, image_plane(image, y, slot));
 }

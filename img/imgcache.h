@@ -50,18 +50,20 @@ std::int64_t img_cache_filesize_get(const img_image* image);
 
 namespace ka {
 
-// Makes a line record refer to the planes of line y of an image, wherever they are. False when the
-// cache does not have them.
+// set_line for images wherever their planes are. False when the cache does not have them.
 inline bool set_line_anywhere(img_line* line, const img_image* image, int y) {
   if (!is_cached(image)) {
     set_line(line, image, y);
     return true;
   }
-  for (std::size_t slot = 0; slot < IMG_SLOTS; ++slot) {
-    const std::uint32_t offset = line_table(image)[y].offset[slot];
-    const void* const plane = offset == 0 ? nullptr : ka_img_cache_get(image, offset);
-    if (offset != 0 && !plane) return false;
-    set_plane(line, slot, plane);
+  *line = {};
+  const bool is_single = image->components == 1;
+  const std::size_t from = is_single ? single_slot(image) : 0;
+  const std::size_t to = is_single ? first_slot(image->type) : 0;
+  for (std::size_t i = 0; i < std::size_t(image->components); ++i) {
+    const void* const plane = ka_img_cache_get(image, line_table(image)[y].offset[from + i]);
+    if (!plane) return false;
+    set_plane(line, to + i, plane);
   }
   return true;
 }

@@ -6,6 +6,7 @@
 
 #include <ka/detail/assertion.h>
 #include <ka/detail/scope.h>
+#include <ka/message.h>
 
 #include "imgcache.h"
 
@@ -24,8 +25,17 @@ void context_init(void* area) {
 
 void context_exit(void* area) { img_context_cache_exit(*static_cast<ImageContext*>(area)); }
 
-void transaction_init(void* area) { new (area) GammaBlock{}; }
-void transaction_exit(void* area) { std::destroy_at(static_cast<GammaBlock*>(area)); }
+void transaction_init(void* area) {
+  auto* const block = new (area) GammaBlock{};
+  block->subverbosity = ka_get_subverbosity(KA_IMG);
+  ka_init_lock(&block->lock);
+}
+
+void transaction_exit(void* area) {
+  auto* const block = static_cast<GammaBlock*>(area);
+  ka_delete_lock(&block->lock);
+  std::destroy_at(block);
+}
 
 bool has_gamma_block() {
   void** const areas = ka::context().transaction_areas;
@@ -54,6 +64,24 @@ void img_context_init_gamma(const ImageContext& context) {
   block.gamma.store(0.0F, std::memory_order_relaxed);
   block.tables = gamma_cache.tables(context.gamma);
   block.gamma.store(context.gamma, std::memory_order_release);
+}
+
+void* img_mapping_hint() {
+  return has_gamma_block() ? img_gamma_block().mapping_hint.load() : nullptr;
+}
+
+void img_keep_mapping_hint(void* mapping) {
+  if (!has_gamma_block()) return;
+  GammaBlock& block = img_gamma_block();
+  if (block.mapping_hint.load()) return;
+  const ka::LockScope lock(block.lock);
+  if (!block.mapping_hint.load()) block.mapping_hint = mapping;
+}
+
+bool img_tells_progress() {
+  const std::uint32_t mask =
+      has_gamma_block() ? img_gamma_block().subverbosity : ka_get_subverbosity(KA_IMG);
+  return (mask & KA_SUBVERB_PROGRESS) != 0;
 }
 
 void ka_img_mode_options(const img_options* options) {

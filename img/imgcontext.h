@@ -35,6 +35,9 @@ struct ImageContext {
 struct GammaBlock {
   std::atomic<float> gamma;  // that the tables were built for, 0: none yet
   ka::GammaTables tables;
+  std::uint32_t subverbosity;       // of the module when the transaction began
+  ka_mutex lock;                    // held while the hint is set
+  std::atomic<void*> mapping_hint;  // where the transaction's first mapping is, null: none yet
 };
 
 // Registers both areas; before threads and transactions are there.
@@ -47,6 +50,14 @@ void img_context_init_gamma_exit();
 // Fills the tables of the thread's transaction for the context's gamma, unless they are there or
 // gamma is not active.
 void img_context_init_gamma(const ImageContext& context);
+
+// Where the system may put another mapping of the thread's transaction: near the first one, which
+// img_keep_mapping_hint records.
+void* img_mapping_hint();
+void img_keep_mapping_hint(void* mapping);
+
+// Whether the module's progress is shown in the thread's transaction.
+bool img_tells_progress();
 
 // The calling thread's settings.
 inline ImageContext& img_context() {

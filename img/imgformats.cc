@@ -11,6 +11,7 @@
 
 #include "formats/drivers.h"
 #include "imgcall.h"
+#include "imgmap.h"
 
 namespace {
 
@@ -141,7 +142,7 @@ constinit std::array<img_format_row, IMG_FORMAT_COUNT> formats = {
       .best_type = IMG_TYPE_RGBA_FP,
       .type_map = types(IMG_TYPE_RGBA_FP)},
      {.name = "map",
-      .driver = kNoDriver,
+      .driver = img_driver_map,
       .topdown = 0,
       .best_type = IMG_TYPE_RGBA,
       .type_map = kAllTypes},
@@ -303,9 +304,11 @@ void img_init_formats() {
   for (std::size_t slot = IMG_FORMAT_CUSTOM; slot < IMG_FORMAT_COUNT; ++slot) {
     if (!formats[slot].name) formats[slot].name = ka_mem_strdup(kUndefined);
   }
+  img_init_map();
 }
 
 void img_exit_formats() {
+  img_fini_map();
   for (std::size_t slot = IMG_FORMAT_CUSTOM; slot < IMG_FORMAT_COUNT; ++slot) {
     ka_mem_release(const_cast<char*>(formats[slot].name));
     formats[slot] = kCustom;

@@ -10,6 +10,7 @@
 #include "imgcache.h"
 #include "imgcall.h"
 #include "imgcontext.h"
+#include "imgmap.h"
 #include "imgpyramid.h"
 
 namespace {
@@ -57,7 +58,11 @@ img_image* ka_img_image_alloc(img_file* handle) {
 
 void ka_img_image_release(img_image* image) {
   const ka::ModuleScope scope(KA_IMG);
-  ka_mem_release(image);
+  if (img_is_mapped(image)) {
+    img_munmap_map(image);
+  } else {
+    ka_mem_release(image);
+  }
 }
 
 img_line* ka_img_line_alloc(img_file* handle) {

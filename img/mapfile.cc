@@ -13,9 +13,12 @@
 namespace ka {
 namespace {
 
-// Every word of the file header and of an image header; the four flag bytes stay.
-constexpr char kHeaderWords[] = "15i2i19i4i3c3i";
-constexpr char kImageWords[] = "i19i5i3c2i";
+// Every word of the file header and of an image header for ka_swap: those before the flags, the
+// four flag bytes, which stay, the type and two words.
+constexpr char kHeaderWords[] = "41i3c2i";
+constexpr char kImageWords[] = "25i3c2i";
+static_assert((42 + 1 + 3) * 4 == sizeof(MapFileHeader) && (26 + 1 + 3) * 4 == sizeof(img_image));
+static_assert(offsetof(img_image, flags) == 26 * 4);
 
 bool is_type(std::int32_t type) { return type >= 0 && type < IMG_TYPE_COUNT; }
 

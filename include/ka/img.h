@@ -226,6 +226,18 @@ void ka_img_image_release(img_image* image);
  */
 size_t ka_img_image_size(img_file* handle);
 
+/* The image in the memory mapping of a "map" file that is open for reading: nothing is read or
+ * converted, pixels come from the file when they are touched, and all its levels are there.
+ *   Before   handle->type is the file's own; handle->pyramid is not 0 where levels are needed: the
+ *            caller may set it after ka_img_open.
+ *   Returns  null, after a warning: the file has the other byte order, another pixel type, or no
+ *            levels; with handle->error: 1 or 8 it could not be mapped, 3 its levels or line tables
+ *            contradict each other; or for another format. Lines can be read all the same.
+ *   Memory   the caller's, released with ka_img_image_release; it outlives the handle. It must not
+ *            be written to. A program that shortens the file meanwhile ends this process with
+ *            SIGBUS: files that others may change are read instead. */
+img_image* ka_img_mmap_address(img_file* handle);
+
 /* Reads every line of an opened file into `image`; writes every line of `image` to a created file.
  *   Before   no line has been read or written yet.
  *   Returns  1, or 0 with handle->error: 11 not in that state, else as of the line that failed;

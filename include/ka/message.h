@@ -20,6 +20,7 @@ enum ka_level {
 
 /* Bits of a module's subverbosity mask that this library looks at. */
 enum ka_subverbosity {
+  KA_SUBVERB_PROGRESS = 0x2,    /* the image library shows which textures it maps or caches */
   KA_SUBVERB_TIME = 0x8,        /* ka_timing prints */
   KA_SUBVERB_FILES = 0x400,     /* the image library tells which files it opens */
   KA_SUBVERB_DEBUG = 0x800,     /* reports include their debug sections */
