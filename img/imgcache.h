@@ -25,6 +25,10 @@ void img_context_cache_exit(ImageContext& context);
 //   Returns  the element's tag; 0 with the handle's error (1 or 3) when the file cannot be read or
 //            its directory or line tables are not sound: the handle stays open.
 std::uint32_t img_cache_image_add(img_file* handle, std::uint32_t tag);
+// The same with the headers in memory of the caller's choice: accounted, as many bytes as `element`
+// is called for. Returns the image, or null.
+using img_element_function = void* (*)(void* argument, std::size_t bytes);
+img_image* img_cache_image_make(img_file* handle, img_element_function element, void* argument);
 
 // Removes a cached image, given by its base level.
 //   Returns  1: the cache has become the owner of the element's memory, which threads may still

@@ -193,18 +193,25 @@ void register_file(const Headers& headers, ka::Owned<ka::CacheFile> file, void* 
 
 }  // namespace
 
-std::uint32_t img_cache_image_add(img_file* handle, std::uint32_t tag) {
+img_image* img_cache_image_make(img_file* handle, img_element_function element, void* argument) {
   Headers headers{};
   auto file = ka::make_owned<ka::CacheFile>();
   const int failure = identify(handle, *file) ? read_headers(handle, headers) : IMG_ERR_READ;
   if (failure != IMG_ERR_NONE) {
     img_error(handle, failure, failure == IMG_ERR_READ ? errno : 0);
-    return 0;
+    return nullptr;
   }
-  void* const element = img_element_memory(tag, headers.bytes.size());
-  register_file(headers, std::move(file), element);
+  void* const memory = element(argument, headers.bytes.size());
+  register_file(headers, std::move(file), memory);
   ka_img_close(handle);
-  return tag;
+  return static_cast<img_image*>(memory);
+}
+
+std::uint32_t img_cache_image_add(img_file* handle, std::uint32_t tag) {
+  const auto element = [](void* tag_of_it, std::size_t bytes) {
+    return img_element_memory(*static_cast<std::uint32_t*>(tag_of_it), bytes);
+  };
+  return img_cache_image_make(handle, element, &tag) ? tag : 0;
 }
 
 int img_cache_image_remove(img_image* image) {
