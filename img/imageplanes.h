@@ -22,6 +22,10 @@ static_assert(offsetof(img_image, type) == 108 && offsetof(img_image, words) == 
 // Largest distance that an offset inside an image can hold, in bytes.
 constexpr std::uint64_t kLargestImage = 0xffffffffu;
 
+// The planes of an image whose third flag is set are held by the texture cache.
+inline bool is_cached(const img_image* image) { return image->flags[2] != 0; }
+inline void set_cached(img_image* image) { image->flags[2] = 1; }
+
 // Slot of the one plane of a type with one component, or of the first plane of any other type.
 constexpr std::size_t first_slot(int type) {
   switch (type) {

@@ -8,6 +8,8 @@
 #include <ka/detail/scope.h>
 #include <ka/random.h>
 
+#include "imgcache.h"
+
 using ka::Color;
 
 namespace {
@@ -83,6 +85,7 @@ class Pixel {
   Pixel(const img_image* image, int x, int y)
       : image_(image), line_(ka::line_table(image)[y]), x_(x), components_(image->components) {}
 
+  explicit constexpr operator bool() const { return true; }
   [[nodiscard]] int components() const { return components_; }
   [[nodiscard]] Sample& single() const { return at(ka::single_slot(image_)); }
   [[nodiscard]] Sample& at(std::size_t slot) const {
@@ -95,8 +98,33 @@ class Pixel {
   int x_, components_;
 };
 
+// The same in an image whose planes the texture cache holds; false when it does not have them.
 template <typename Sample>
-Color fetch(const Pixel<Sample>& pixel, float scale) {
+class CachedPixel {
+ public:
+  CachedPixel(const img_image* image, int x, int y) : components_(image->components) {
+    const std::size_t first = components_ == 1 ? ka::single_slot(image) : 0;
+    for (std::size_t i = 0; i < std::size_t(components_); ++i) {
+      samples_[i] = ka::sample_at<Sample>(image, x, y, first + i);
+      if (!samples_[i]) return;
+    }
+    is_there_ = true;
+  }
+
+  explicit operator bool() const { return is_there_; }
+  [[nodiscard]] int components() const { return components_; }
+  [[nodiscard]] Sample& single() const { return *samples_[0]; }
+  [[nodiscard]] Sample& at(std::size_t slot) const { return *samples_[slot]; }
+
+ private:
+  std::array<Sample*, IMG_SLOTS> samples_{};
+  int components_;
+  bool is_there_ = false;
+};
+
+template <typename Sample, template <typename> class Where>
+Color fetch(const Where<Sample>& pixel, float scale) {
+  if (!pixel) return Color{};
   if (pixel.components() == 1) {
     const float value = static_cast<float>(pixel.single()) * scale;
     return Color{value, value, value, 1.0F};
@@ -105,21 +133,26 @@ Color fetch(const Pixel<Sample>& pixel, float scale) {
   return Color{value(0), value(1), value(2), pixel.components() == 4 ? value(3) : 1.0F};
 }
 
-Color fetch_bit(const img_image* image, int x, int y) {
-  const bool is_set = ka::bit_at(ka::plane_in<std::uint8_t>(image, y, ka::single_slot(image)), x);
-  const float value = is_set ? 1.0F : 0.0F;
+// Bits have their plane addressed from its first byte on.
+template <template <typename> class Where>
+Color fetch_bit(const Where<std::uint8_t>& plane, int x) {
+  if (!plane) return Color{};
+  const float value = ka::bit_at(&plane.single(), x) ? 1.0F : 0.0F;
   return Color{value, value, value, 1.0F};
 }
 
-Color fetch_rgbe(const Pixel<std::uint8_t>& pixel) {
+template <template <typename> class Where>
+Color fetch_rgbe(const Where<std::uint8_t>& pixel) {
+  if (!pixel) return Color{};
   float r, g, b;
   ka_img_hdr_to_rgb(&r, &g, &b, pixel.at(0), pixel.at(1), pixel.at(2), pixel.at(3));
   return Color{r, g, b, 1.0F};
 }
 
 // Samples of a vector's type, floats or the integers that samples are cut to.
-template <typename Sample, typename Values>
-void store(const Pixel<Sample>& pixel, Values values) {
+template <typename Sample, template <typename> class Where, typename Values>
+void store(const Where<Sample>& pixel, Values values) {
+  if (!pixel) return;
   const auto sample = [values](int i) { return static_cast<Sample>(values[i]); };
   if (pixel.components() == 1) {
     pixel.single() = sample(0);
@@ -131,11 +164,14 @@ void store(const Pixel<Sample>& pixel, Values values) {
   if (pixel.components() == 4) pixel.at(3) = sample(3);
 }
 
-void store_bit(img_image* image, int x, int y, bool value) {
-  ka::set_bit_at(ka::plane_in<std::uint8_t>(image, y, ka::single_slot(image)), x, value);
+template <template <typename> class Where>
+void store_bit(const Where<std::uint8_t>& plane, int x, bool value) {
+  if (plane) ka::set_bit_at(&plane.single(), x, value);
 }
 
-void store_rgbe(const Pixel<std::uint8_t>& pixel, Color color) {
+template <template <typename> class Where>
+void store_rgbe(const Where<std::uint8_t>& pixel, Color color) {
+  if (!pixel) return;
   ka_img_rgb_to_hdr(&pixel.at(0), &pixel.at(1), &pixel.at(2), &pixel.at(3), color[0], color[1],
                     color[2]);
 }
@@ -158,24 +194,52 @@ Color through(const ka::GammaCurve& curve, Color color) {
 // R, G and B times a factor.
 Color scaled(Color color, float factor) { return color * Color{factor, factor, factor, 1.0F}; }
 
+template <template <typename> class Where>
 Color fetch_samples(const img_image* image, int x, int y) {
-  if (image->type == IMG_TYPE_RGBE) return fetch_rgbe({image, x, y});
+  using Byte = Where<std::uint8_t>;
+  if (image->type == IMG_TYPE_RGBE) return fetch_rgbe(Byte(image, x, y));
   switch (image->bits) {
     case 8:
-      return fetch<std::uint8_t>({image, x, y}, 1.0F / kLargestByte);
+      return fetch(Byte(image, x, y), 1.0F / kLargestByte);
     case 16:
-      return fetch<std::uint16_t>({image, x, y}, 1.0F / kLargestWord);
+      return fetch(Where<std::uint16_t>(image, x, y), 1.0F / kLargestWord);
     case kFloatBits:
-      return fetch<float>({image, x, y}, 1.0F);
+      return fetch(Where<float>(image, x, y), 1.0F);
     default:
-      return fetch_bit(image, x, y);
+      return fetch_bit(Byte(image, 0, y), x);
   }
+}
+
+template <template <typename> class Where>
+void store_samples(const ImageContext& context, img_image* image, Color color, int x, int y) {
+  using Byte = Where<std::uint8_t>;
+  if (image->type == IMG_TYPE_RGBE) return store_rgbe(Byte(image, x, y), color);
+  switch (image->bits) {
+    case 8:
+      return store(Byte(image, x, y), nearest(context, color, kLargestByte));
+    case 16:
+      return store(Where<std::uint16_t>(image, x, y), nearest(context, color, kLargestWord));
+    case kFloatBits:
+      return store(Where<float>(image, x, y), color);
+    default:
+      return store_bit(Byte(image, 0, y), x, nearest(context, color, kLargestBit)[0] != 0);
+  }
+}
+
+// Apart, so that images in memory do not pay for it.
+[[gnu::noinline]] Color fetch_cached(const img_image* image, int x, int y) {
+  return fetch_samples<CachedPixel>(image, x, y);
+}
+[[gnu::noinline]] void store_cached(const ImageContext& context, img_image* image, Color color,
+                                    int x, int y) {
+  store_samples<CachedPixel>(context, image, color, x, y);
 }
 
 }  // namespace
 
 Color img_fetch_color(const ImageContext& context, const img_image* image, int x, int y) {
-  Color color = fetch_samples(image, x, y);
+  Color color =
+      ka::is_cached(image) ? fetch_cached(image, x, y) : fetch_samples<Pixel>(image, x, y);
   if (context.unpremultiply && color[3] != 0.0F) color = scaled(color, color[3]);
   if (needs_gamma(context, image)) color = through(img_gamma_tables(context).inverse, color);
   return color;
@@ -185,17 +249,9 @@ void img_store_color(const ImageContext& context, img_image* image, Color color,
   if (!holds_any_color(image)) color = clip(context, color);
   if (needs_gamma(context, image)) color = through(img_gamma_tables(context).gamma, color);
   if (context.unpremultiply && color[3] != 0.0F) color = scaled(color, 1.0F / color[3]);
-  if (image->type == IMG_TYPE_RGBE) return store_rgbe({image, x, y}, color);
-  switch (image->bits) {
-    case 8:
-      return store<std::uint8_t>({image, x, y}, nearest(context, color, kLargestByte));
-    case 16:
-      return store<std::uint16_t>({image, x, y}, nearest(context, color, kLargestWord));
-    case kFloatBits:
-      return store<float>({image, x, y}, color);
-    default:
-      return store_bit(image, x, y, nearest(context, color, kLargestBit)[0] != 0);
-  }
+  if (ka::is_cached(image)) [[unlikely]]
+    return store_cached(context, image, color, x, y);
+  store_samples<Pixel>(context, image, color, x, y);
 }
 
 void ka_img_clip_color(const img_image* image, float color[4]) {

@@ -1,3 +1,135 @@
+// Texture cache: its start and end, its budget, and giving memory back.
 #include "imgcache.h"
 
-std::uint32_t img_cache_image_add(img_file* /*handle*/, std::uint32_t /*tag*/) { return 0; }
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+
+#include <ka/detail/scope.h>
+#include <ka/message.h>
+#include <ka/msg.h>
+
+#include "cacherecord.h"
+#include "imgcontext.h"
+
+namespace {
+
+constexpr double kUsualSize = 16777216.0;               // bytes
+constexpr std::int64_t kUsualMapMax = 16777216;         // bytes
+constexpr int kRequestsCaching = 3;                     // the least request that does
+constexpr int kNoDescriptors = 4, kFewDescriptors = 8;  // numbers of the messages
+
+double cache_size = kUsualSize;  // the budget in bytes
+constinit std::mutex cache_size_lock;
+std::int64_t mmap_max = kUsualMapMax;  // larger map files are cached rather than mapped
+
+int budget_pages(double bytes) {
+  constexpr double most = std::numeric_limits<int>::max();
+  return static_cast<int>(std::clamp(bytes / double(ka::kPageBase), 0.0, most));
+}
+
+// Kilobytes that the environment says; 0 for none.
+std::int64_t limit_of_environment() {
+  const char* const text = std::getenv("KA_1TC_LIMIT");
+  if (!text) return 0;
+  std::int64_t kilobytes = 0;
+  const char* const end = text + std::strlen(text);
+  const auto [parsed, failure] = std::from_chars(text, end, kilobytes);
+  constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max() / 1024;
+  return failure == std::errc{} && parsed == end && kilobytes > 0 ? std::min(kilobytes, most) : 0;
+}
+
+void set_mmap_max() {
+  mmap_max = kUsualMapMax;
+  const std::int64_t kilobytes = limit_of_environment();
+  if (kilobytes == 0) return;
+  mmap_max = kilobytes * 1024;
+  ka_info("cache map textures bigger than %lld", static_cast<long long>(mmap_max));
+}
+
+// Descriptors that the process can have are shared out among twice as many threads as there are
+// processors, and half of them are left for others.
+int parts_of_descriptors(int cpus) { return 2 * cpus + 2; }
+
+void share_descriptors() {
+  const int descriptors = getdtablesize();
+  if (descriptors <= 0) {
+    ka_nerror(kNoDescriptors, "no file descriptors available");
+    ka::fds_per_thread = 1;
+    return;
+  }
+  const int cpus = ka_msg_no_of_cpus();
+  const int parts = parts_of_descriptors(cpus);
+  const int share = descriptors / (parts * 2);
+  ka::fds_per_thread = std::max(share, 1);
+  if (share < 1) {
+    ka_nerror(kFewDescriptors, "too few file descriptors available, need %i", 4 * cpus + 4);
+  } else {
+    ka_debug("use %i file descriptors for texture caching", share * parts);
+  }
+}
+
+}  // namespace
+
+constinit std::atomic<int> ka::allocated{0}, ka::max_allocated{0}, ka::n_flushes{0};
+constinit std::atomic<int> ka::cache_maxpages{int(kUsualSize / double(ka::kPageBase))};
+constinit std::atomic<int> ka::fds_per_thread{1};
+constinit std::atomic<std::uint32_t> ka::cache_alarms{0};
+
+void img_cache_init() {
+  set_mmap_max();
+  cache_size = kUsualSize;
+  ka::cache_maxpages = budget_pages(cache_size);
+  share_descriptors();
+}
+
+void img_cache_exit() {
+  const int most = ka::max_allocated;
+  if (most > 0) {
+    ka_info("texture cache: maximum %d pages, %d flushes", most, ka::n_flushes.load());
+  }
+  cache_threads_clear();
+  cache_files_clear();
+  ka::max_allocated = 0;
+  ka::n_flushes = 0;
+}
+
+int img_cache_memory_limit(ImageContext& context, std::int64_t bytes) {
+  const std::int64_t pages = std::min<std::int64_t>(bytes / std::int64_t{ka::kPageBase} + 1,
+                                                    std::numeric_limits<int>::max());
+  const std::int64_t freed =
+      unused_page_flush(static_cast<int>(std::max<std::int64_t>(pages, 0)), false);
+  if (freed * std::int64_t{ka::kPageBase} < bytes) {
+    context.memory_low = true;
+    ka::cache_alarms.fetch_add(1, std::memory_order_release);
+  }
+  return 0;
+}
+
+void img_cache_size_adjust(double delta) {
+  const std::scoped_lock locked(cache_size_lock);
+  cache_size += delta;
+  ka::cache_maxpages = budget_pages(cache_size);
+}
+
+bool img_cache_prefer(const ImageContext& context, const img_file* handle) {
+  if (handle->format == IMG_FORMAT_MAP && handle->file_size > mmap_max) return true;
+  return context.request >= kRequestsCaching;
+}
+
+void ka_img_cache_request(int mode) {
+  const ka::ModuleScope scope(KA_IMG);
+  img_context().request = mode;
+}
+
+void ka_img_cache_get_counts(ka_img_cache_counts* counts) {
+  const ka::ModuleScope scope(KA_IMG);
+  *counts = {.budget = ka::cache_maxpages,
+             .allocated = ka::allocated,
+             .max_allocated = ka::max_allocated,
+             .flushes = ka::n_flushes};
+}

@@ -19,6 +19,7 @@
 #include <ka/subst.h>
 
 #include "imageplanes.h"
+#include "imgcache.h"
 #include "imgcontext.h"
 #include "stream.h"
 
@@ -173,10 +174,12 @@ void ka_img_init() {
   img_context_init_gamma_init();
   img_context_register();
   img_init_formats();
+  img_cache_init();
 }
 
 void ka_img_exit() {
   const ka::ModuleScope scope(KA_IMG);
+  img_cache_exit();
   img_exit_formats();
   img_context_init_gamma_exit();
 }

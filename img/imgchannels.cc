@@ -7,6 +7,7 @@
 #include <ka/detail/scope.h>
 
 #include "imgaccess.h"
+#include "imgcache.h"
 
 namespace {
 
@@ -20,17 +21,27 @@ std::size_t scalar_slot(const img_image* image) {
   return image->components == 1 ? ka::single_slot(image) : 3;
 }
 
+template <typename Sample>
+float scalar_at(const img_image* image, int x, int y, float largest) {
+  const auto* const sample = ka::sample_at<Sample>(image, x, y, scalar_slot(image));
+  return sample ? static_cast<float>(*sample) / largest : 0.0F;
+}
+
+float bit_scalar(const img_image* image, int x, int y) {
+  const auto* const plane = ka::sample_at<std::uint8_t>(image, 0, y, scalar_slot(image));
+  return plane && ka::bit_at(plane, x) ? 1.0F : 0.0F;
+}
+
 float fetch_scalar(const img_image* image, int x, int y) {
-  const std::size_t slot = scalar_slot(image);
   switch (image->bits) {
     case 8:
-      return static_cast<float>(ka::plane_in<std::uint8_t>(image, y, slot)[x]) / kLargestByte;
+      return scalar_at<std::uint8_t>(image, x, y, kLargestByte);
     case 16:
-      return static_cast<float>(ka::plane_in<std::uint16_t>(image, y, slot)[x]) / kLargestWord;
+      return scalar_at<std::uint16_t>(image, x, y, kLargestWord);
     case 32:
-      return ka::plane_in<float>(image, y, slot)[x];
+      return scalar_at<float>(image, x, y, 1.0F);
     default:
-      return ka::bit_at(ka::plane_in<std::uint8_t>(image, y, slot), x) ? 1.0F : 0.0F;
+      return bit_scalar(image, x, y);
   }
 }
 
@@ -51,6 +62,29 @@ Sample nearest_sample(float value, float largest) {
   return static_cast<Sample>(ka::clamp_to(value * largest, largest) + 0.5F);
 }
 
+template <typename Sample>
+void put(const img_image* image, int x, int y, std::size_t slot, Sample value) {
+  if (auto* const place = ka::sample_at<Sample>(image, x, y, slot)) *place = value;
+}
+
+// The first plane's sample.
+template <typename Sample>
+Sample first_or(Sample otherwise, const img_image* image, int x, int y) {
+  if (!has_first_plane(image, x, y)) return otherwise;
+  const auto* const place = ka::sample_at<Sample>(image, x, y, 0);
+  return place ? *place : otherwise;
+}
+
+// The first `Count` planes' samples as numbers; all 0 when one of them is out of reach.
+template <typename Sample, std::size_t Count>
+void get(const img_image* image, int x, int y, float values[3]) {
+  for (std::size_t slot = 0; slot < Count; ++slot) {
+    const auto* const place = ka::sample_at<Sample>(image, x, y, slot);
+    if (!place) return void(std::fill_n(values, 3, 0.0F));
+    values[slot] = static_cast<float>(*place);
+  }
+}
+
 std::int16_t to_short(float value) {
   const float clamped = std::isnan(value) ? 0.0F : std::clamp(value, -1.0F, 1.0F);
   return static_cast<std::int16_t>(std::floor(clamped * kLargestShort + 0.5F));
@@ -62,19 +96,17 @@ void ka_img_put_scalar(img_image* image, float scalar, int x, int y) {
   const ka::ModuleScope scope(KA_IMG);
   if (!ka::is_inside(image, x, y) || !has_scalars(image)) return;
   const std::size_t slot = scalar_slot(image);
-  const auto sample = [scalar]<typename Sample>(Sample& place, float largest) {
-    place = nearest_sample<Sample>(scalar, largest);
-  };
   switch (image->bits) {
     case 8:
-      return sample(ka::plane_in<std::uint8_t>(image, y, slot)[x], kLargestByte);
+      return put(image, x, y, slot, nearest_sample<std::uint8_t>(scalar, kLargestByte));
     case 16:
-      return sample(ka::plane_in<std::uint16_t>(image, y, slot)[x], kLargestWord);
+      return put(image, x, y, slot, nearest_sample<std::uint16_t>(scalar, kLargestWord));
     case 32:
-      ka::plane_in<float>(image, y, slot)[x] = scalar;
-      return;
+      return put(image, x, y, slot, scalar);
     default:
-      ka::set_bit_at(ka::plane_in<std::uint8_t>(image, y, slot), x, scalar >= 0.5F);
+      if (auto* const plane = ka::sample_at<std::uint8_t>(image, 0, y, slot)) {
+        ka::set_bit_at(plane, x, scalar >= 0.5F);
+      }
   }
 }
 
@@ -95,54 +127,45 @@ void ka_img_get_scalar_square(const img_image* image, float scalar[4], int x, in
 void ka_img_put_vector(img_image* image, const float vector[3], int x, int y) {
   const ka::ModuleScope scope(KA_IMG);
   if (!has_vectors(image, x, y)) return;
-  for (std::size_t slot = 0; slot < 2; ++slot) {
-    ka::plane_in<std::int16_t>(image, y, slot)[x] = to_short(vector[slot]);
-  }
+  for (std::size_t slot = 0; slot < 2; ++slot) put(image, x, y, slot, to_short(vector[slot]));
 }
 
 void ka_img_get_vector(const img_image* image, float vector[3], int x, int y) {
   const ka::ModuleScope scope(KA_IMG);
   std::fill_n(vector, 3, 0.0F);
   if (!has_vectors(image, x, y)) return;
-  for (std::size_t slot = 0; slot < 2; ++slot) {
-    vector[slot] =
-        static_cast<float>(ka::plane_in<std::int16_t>(image, y, slot)[x]) / kLargestShort;
-  }
+  get<std::int16_t, 2>(image, x, y, vector);
+  for (std::size_t slot = 0; slot < 2; ++slot) vector[slot] /= kLargestShort;
 }
 
 void ka_img_put_normal(img_image* image, const float normal[3], int x, int y) {
   const ka::ModuleScope scope(KA_IMG);
   if (!has_normals(image, x, y)) return;
-  for (std::size_t slot = 0; slot < 3; ++slot) {
-    ka::plane_in<float>(image, y, slot)[x] = normal[slot];
-  }
+  for (std::size_t slot = 0; slot < 3; ++slot) put(image, x, y, slot, normal[slot]);
 }
 
 void ka_img_get_normal(const img_image* image, float normal[3], int x, int y) {
   const ka::ModuleScope scope(KA_IMG);
-  const bool any = has_normals(image, x, y);
-  for (std::size_t slot = 0; slot < 3; ++slot) {
-    normal[slot] = any ? ka::plane_in<float>(image, y, slot)[x] : 0.0F;
-  }
+  std::fill_n(normal, 3, 0.0F);
+  if (has_normals(image, x, y)) get<float, 3>(image, x, y, normal);
 }
 
 void ka_img_put_depth(img_image* image, float depth, int x, int y) {
   const ka::ModuleScope scope(KA_IMG);
-  if (has_first_plane(image, x, y)) ka::plane_in<float>(image, y, 0)[x] = depth;
+  if (has_first_plane(image, x, y)) put(image, x, y, 0, depth);
 }
 
 void ka_img_get_depth(const img_image* image, float* depth, int x, int y) {
   const ka::ModuleScope scope(KA_IMG);
-  *depth = has_first_plane(image, x, y) ? ka::plane_in<float>(image, y, 0)[x]
-                                        : std::numeric_limits<float>::max();
+  *depth = first_or(std::numeric_limits<float>::max(), image, x, y);
 }
 
 void ka_img_put_label(img_image* image, std::uint32_t label, int x, int y) {
   const ka::ModuleScope scope(KA_IMG);
-  if (has_first_plane(image, x, y)) ka::plane_in<std::uint32_t>(image, y, 0)[x] = label;
+  if (has_first_plane(image, x, y)) put(image, x, y, 0, label);
 }
 
 void ka_img_get_label(const img_image* image, std::uint32_t* label, int x, int y) {
   const ka::ModuleScope scope(KA_IMG);
-  *label = has_first_plane(image, x, y) ? ka::plane_in<std::uint32_t>(image, y, 0)[x] : 0;
+  *label = first_or(std::uint32_t{0}, image, x, y);
 }

@@ -8,21 +8,22 @@
 #include <ka/detail/scope.h>
 #include <ka/message.h>
 
+#include "imgcache.h"
+
 namespace {
 
 constinit ka::GammaCache gamma_cache;
 ka_mutex cache_lock;  // guards the cache and the filling of all gamma blocks
 
+// The area is zeroed, and may be seen by another thread's purge: memory_low is left alone.
 void context_init(void* area) {
-  *static_cast<ImageContext*>(area) = {.desaturate = false,
-                                       .dither = false,
-                                       .not_premultiplied = false,
-                                       .unpremultiply = false,
-                                       .gamma_active = false,
-                                       .gamma = 0.0F,
-                                       .color_clip = IMG_CLIP_EACH,
-                                       .weights = {0.299F, 0.587F, 0.114F, 0.0F}};
+  auto& context = *static_cast<ImageContext*>(area);
+  context.color_clip = IMG_CLIP_EACH;
+  context.weights = {0.299F, 0.587F, 0.114F, 0.0F};
+  img_context_cache_init(context);
 }
+
+void context_exit(void* area) { img_context_cache_exit(*static_cast<ImageContext*>(area)); }
 
 void transaction_init(void* area) {
   auto* const block = new (area) GammaBlock{};
@@ -46,7 +47,7 @@ bool is_color_clip(int mode) { return mode >= IMG_CLIP_RAISE_ALPHA && mode <= IM
 }  // namespace
 
 void img_context_register() {
-  ka_context_register_module(KA_IMG, context_init, nullptr, sizeof(ImageContext));
+  ka_context_register_module(KA_IMG, context_init, context_exit, sizeof(ImageContext));
   ka_transaction_register_module(KA_IMG, transaction_init, transaction_exit, sizeof(GammaBlock));
 }
 

@@ -12,6 +12,10 @@
 
 #include "imggamma.h"
 
+namespace ka {
+struct CacheThread;
+}
+
 struct ImageContext {
   bool desaturate;               // colours out of range are desaturated instead of clamped
   bool dither;                   // samples of 8 and 16 bits get a random offset
@@ -21,6 +25,9 @@ struct ImageContext {
   float gamma;                   // above 0 while gamma is active
   int color_clip;                // img_color_clip
   std::array<float, 4> weights;  // luminance of R, G, B, A
+  ka::CacheThread* cache;        // the thread's part of the texture cache
+  int request;                   // of ka_img_cache_request
+  std::atomic<bool> memory_low;  // set by a purge, in any thread: the next access drops pages
 };
 
 // Threads that work in one transaction share its options and with them the tables. The tables are

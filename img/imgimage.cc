@@ -7,6 +7,7 @@
 #include <ka/mem.h>
 
 #include "imageplanes.h"
+#include "imgcache.h"
 #include "imgcall.h"
 #include "imgcontext.h"
 #include "imgmap.h"
@@ -19,6 +20,9 @@ constexpr int kBelievedLines = 1 << 16;  // a table for them takes a megabyte
 int image_line(const img_file* handle, int i) {
   return handle->topdown ? handle->height - 1 - i : i;
 }
+
+// The texture cache does not have a line: its image has been removed, or its file is unreadable.
+int unreachable(img_file* handle) { return img_error(handle, IMG_ERR_READ, 0); }
 
 }  // namespace
 
@@ -79,7 +83,7 @@ int ka_img_image_read(img_file* handle, img_image* image) {
   int result = 1;
   for (int i = 0; i < handle->height && result; ++i) {
     img_line line;
-    ka::set_line(&line, image, image_line(handle, i));
+    if (!ka::set_line_anywhere(&line, image, image_line(handle, i))) return unreachable(handle);
     result = ka_img_line_read(handle, &line);
   }
   if (handle->pyramid) ka_img_pyramid_filter_levels(image);
@@ -96,7 +100,7 @@ int ka_img_image_write(img_file* handle, img_image* image) {
     return ka_img_line_write(handle, &line);  // the header is written all the same
   int result = 1;
   for (int i = 0; i < handle->height && result; ++i) {
-    ka::set_line(&line, image, image_line(handle, i));
+    if (!ka::set_line_anywhere(&line, image, image_line(handle, i))) return unreachable(handle);
     result = ka_img_line_write(handle, &line);
   }
   return result;
@@ -108,7 +112,7 @@ int ka_img_convert(img_line* line, int* components, int* bits, const img_image* 
   *components = ka_img_ncomp[type];
   *bits = ka_img_nbits[type];
   img_line source;
-  ka::set_line(&source, image, y);
+  if (!ka::set_line_anywhere(&source, image, y)) return 0;
   if (image->type == type) {
     const std::size_t bytes = ka::plane_bytes(type, image->width);
     for (std::size_t slot = 0; slot < IMG_SLOTS; ++slot) {

@@ -62,7 +62,8 @@ class LevelFilter {
   void run() const {
     const bool is_exact =
         destination_->width * 2 == source_->width && destination_->height * 2 == source_->height;
-    const bool is_plain = is_exact && has_plain_samples();
+    const bool is_plain =
+        is_exact && has_plain_samples() && !ka::is_cached(source_) && !ka::is_cached(destination_);
     for (int y = 0; y < destination_->height; ++y) {
       if (is_plain) {
         halve_plain_line(y);

@@ -261,7 +261,8 @@ void ka_img_pyramid_set_level(img_image** result, img_image* image, int level);
 void ka_img_pyramid_set_filter(img_image* image, float value);
 
 /* Fetches line y of an image into the caller's line record, converted to `type`.
- *   Returns  1 and the type's components and bits. */
+ *   Returns  1 and the type's components and bits; 0, and `line` as it was, when the texture cache
+ *            cannot give the line. */
 int ka_img_convert(img_line* line, int* components, int* bits, const img_image* image, int y,
                    int type);
 
