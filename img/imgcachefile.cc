@@ -11,7 +11,7 @@
 #include "cacherecord.h"
 #include "imgcache.h"
 #include "imgcall.h"
-#include "imgelement.h"
+#include <ka/db.h>
 #include "mapfile.h"
 #include "stream.h"
 
@@ -209,7 +209,8 @@ img_image* img_cache_image_make(img_file* handle, img_element_function element, 
 
 std::uint32_t img_cache_image_add(img_file* handle, std::uint32_t tag) {
   const auto element = [](void* tag_of_it, std::size_t bytes) {
-    return img_element_memory(*static_cast<std::uint32_t*>(tag_of_it), bytes);
+    std::uint32_t& of = *static_cast<std::uint32_t*>(tag_of_it);
+    return of == 0 ? ka_db_create(&of, KA_DB_IMAGE, bytes) : ka_db_realloc(of, bytes);
   };
   return img_cache_image_make(handle, element, &tag) ? tag : 0;
 }
