@@ -21,7 +21,7 @@
 namespace {
 
 // Numbers of messages.
-constexpr int kWrongOrder = 3, kWrongType = 4, kNotFiltered = 5, kNotOpen = 5;
+constexpr int kWrongOrder = 3, kWrongType = 4, kNotFiltered = 5, kNotMapped = 5;
 constexpr int kWrongTypeToCache = 7, kNotFilteredToCache = 8;
 
 // Images in mappings by their address, with the bytes that are mapped.
@@ -95,6 +95,11 @@ bool is_refused(const img_file* handle, const ka::MapHead& head) {
   return true;
 }
 
+img_image* not_mapped() {
+  ka_nerror(kNotMapped, "attempting to access a not opened MAP file");
+  return nullptr;
+}
+
 // Checks everything that operations on images follow: headers and line tables of all levels. They
 // are read, so that a file that is shortened meanwhile is an error here, too.
 int check_levels(img_file* handle, const ka::MapHead& head) {
@@ -137,7 +142,7 @@ void img_init_map() {
 
 void img_fini_map() {
   ka_delete_lock(&registry.lock);
-  ka_rbtree_delete(std::exchange(registry.images, nullptr), 0);
+  if (registry.images) ka_rbtree_delete(std::exchange(registry.images, nullptr), 0);
 }
 
 int img_mmap_map(img_file* handle, bool writing) {
@@ -159,13 +164,10 @@ int img_mmap_map(img_file* handle, bool writing) {
 
 img_image* img_address_map(img_file* handle) {
   if (handle->format != IMG_FORMAT_MAP) return nullptr;
-  if (!is_open_for_reading(handle)) {
-    ka_nerror(kNotOpen, "attempting to access a not opened MAP file");
-    return nullptr;
-  }
+  if (!is_open_for_reading(handle)) return not_mapped();
   auto& [head, mapping, tables, planes] = ka::state_of<ka::MapState>(handle);
   if (is_refused(handle, head) || !check_levels(handle, head)) return nullptr;
-  if (!mapping.start() && !img_mmap_map(handle, false)) return nullptr;
+  if (!mapping.start() && !img_mmap_map(handle, false)) return not_mapped();
   img_image* const image = mapping.image();
   if (img_tells_progress()) {
     ka_progress("memory-mapping texture %s at %p", handle->display_name, static_cast<void*>(image));

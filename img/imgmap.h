@@ -58,9 +58,10 @@ int img_mmap_map(img_file* handle, bool writing);
 
 // The image in the mapping of a file that is open for reading; it is in the registry from then on
 // and belongs to the caller.
-//   Returns  null for other formats; after message 5 when the file is not open for reading; after
-//            warnings 3 to 5 when it cannot be used as it is; with the handle's error when it could
-//            not be mapped or contradicts itself. Lines can be read in every case.
+//   Returns  null for other formats; after error message 5 when the file is not open for reading or
+//            could not be mapped, which is the handle's error as well; after warnings 3 to 5 when it
+//            cannot be used unchanged; with the handle's error when it contradicts itself. Lines can
+//            be read in every case.
 img_image* img_address_map(img_file* handle);
 
 // Adds a file that is open for reading to the texture cache, which closes the handle. The element

@@ -1,8 +1,15 @@
 // Records that come from other hosts of a network, and the first one that a new host gets.
+#include <array>
+
 #include <ka/detail/context.h>
+#include <ka/detail/hooks.h>
 #include <ka/endian.h>
 
 #include "liberror.h"
+
+namespace {
+std::array<void (*)(int host), KA_MODULE_COUNT> senders{};  // indexed by module
+}
 
 void ka_lib_netmessage(int /*channel*/, ka_message_record* record, std::size_t /*length*/,
                        int swap) {
@@ -19,4 +26,13 @@ void ka_lib_netmessage(int /*channel*/, ka_message_record* record, std::size_t /
   }
 }
 
-void ka_lib_hostcallback(int host) { send_verbosities(host); }
+void ka::call_for_new_host(int module, void (*function)(int host)) {
+  senders[std::size_t(module)] = function;
+}
+
+void ka_lib_hostcallback(int host) {
+  send_verbosities(host);
+  for (const auto send : senders) {
+    if (send) send(host);
+  }
+}

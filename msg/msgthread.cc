@@ -2,6 +2,7 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstdio>
@@ -10,6 +11,7 @@
 #include <utility>
 
 #include <ka/detail/context.h>
+#include <ka/detail/pins.h>
 #include <ka/detail/scope.h>
 #include <ka/detail/start.h>
 #include <ka/detail/versions.h>
@@ -53,6 +55,7 @@ struct Slot {
 pthread_key_t key;    // its value in each registered thread is the thread's context
 ka_mutex table_lock;  // guards everything below
 std::array<Slot, kSlots> table;
+std::size_t slots_used = 0;                             // no slot from here on was ever taken
 std::array<ka_context*, kSlots + 1> contexts;           // what ka_msg_tls_info hands out
 std::atomic<const ka_context*> reader{nullptr};         // who is between the two, null: nobody
 std::array<std::uint16_t, ka_context::kPinSlots> pins;  // of threads that have ended
@@ -89,7 +92,9 @@ Slot* allocate_slot(ka_thread_function function, void* argument) {
            .function = function,
            .argument = argument,
            .system_thread = {}};
-  start_context(*slot->context, std::size_t(slot - table.data()));
+  const auto number = std::size_t(slot - table.data());
+  slots_used = std::max(slots_used, number + 1);
+  start_context(*slot->context, number);
   return slot;
 }
 
@@ -107,6 +112,7 @@ void clear_slot(const ka_context& context) {
 // until then.
 void end_thread() {
   if (!is_registered()) return;
+  ka_trans_default();  // the last thread of an ended transaction releases it
   ka_context_pop(nullptr);
   ka_context* const context = ka::current_context;
   clear_slot(*context);
@@ -226,6 +232,7 @@ void ka_msg_set_netthread() {
   const ka::LockScope locked(table_lock);
   if (table[kNetworkSlot].context) return ka_nerror(100, "too many threads");
   table[kNetworkSlot] = std::exchange(table[std::size_t(context.thread)], {});
+  slots_used = kSlots;
   context.thread = kNetworkSlot;
 }
 
@@ -247,6 +254,18 @@ void ka_msg_tls_info_end() {
 }
 
 int ka_msg_my_thread_id() { return ka::context().thread; }
+
+bool ka::slot_is_pinned(std::uint16_t slot) {
+  const bool is_reader = reader.load(std::memory_order_relaxed) == &context();
+  if (!is_reader) ka_lock(table_lock);
+  std::uint16_t sum = pins[slot];
+  for (std::size_t i = 0; i < slots_used; ++i) {
+    if (!table[i].context) continue;
+    sum = std::uint16_t(sum + std::atomic_ref(table[i].context->pins[slot]).load());
+  }
+  if (!is_reader) ka_unlock(table_lock);
+  return sum != 0;
+}
 
 unsigned ka_msg_pins(int slot) {
   const ka::LockScope locked(table_lock);

@@ -1,123 +1,332 @@
-// Transactions, sessions and worlds. The defaults of the three kinds are always there and have tag
-// 0.
-#include <array>
-
+// Transactions, sessions and worlds: where each thread is, beginning, attaching and ending.
 #include <ka/detail/context.h>
+#include <ka/detail/hooks.h>
 #include <ka/detail/scope.h>
 #include <ka/detail/versions.h>
-#include <ka/mem.h>
 #include <ka/message.h>
 #include <ka/trans.h>
 #include <ka/version.h>
 
-#include "areas.h"
+#include <algorithm>
 
-// One transaction, session or world.
-struct trans_record {
-  static constexpr std::size_t kParents = 64;
-  static constexpr std::size_t kTagsStep = 1024;  // entries by which the tag list grows
-
-  std::uint32_t tag;      // its element in the scene database, 0: a default
-  std::uint32_t session;  // tag, of a transaction
-  std::uint32_t world;    // tag, of a transaction or session
-  std::array<std::uint32_t, kParents>
-      parents;               // of a session: the enclosing ones, oldest first, then zeros
-  std::uint32_t begin_time;  // database time of the transaction's begin
-  bool ended;
-  std::uint32_t* tags;       // of the elements created while this was current; 0: deleted since
-  std::size_t tag_count;     // entries in use
-  std::size_t tag_capacity;  // entries there is room for
-  ka_mutex tag_lock;         // guards the tag list
-  trans_record* next;        // of the same kind
-  std::array<void*, KA_MODULE_COUNT> areas;  // indexed by module
-};
+#include "transrecord.h"
 
 namespace {
 
-constexpr std::uint32_t kRootBeginTime = 2;  // stamps of elements begin below it
+struct Tags {
+  std::uint32_t world, session, transaction;
+};
+constexpr Tags kDefaults = {0, 0, 0};
 
-// A kind of record: transactions, sessions or worlds.
-struct Kind {
-  const char* name;
-  AreaTable areas;    // what each record of the kind has for each module
-  trans_record root;  // the default, first of the list of records
+// The records of a position, to each of which its thread is attached.
+struct Position {
+  trans_record* world;
+  trans_record* session;
+  trans_record* transaction;
 };
 
-constinit std::array<Kind, 3> kinds = {{{.name = "transaction", .areas = {}, .root = {}},
-                                        {.name = "session", .areas = {}, .root = {}},
-                                        {.name = "world", .areas = {}, .root = {}}}};
-constexpr std::size_t kTransaction = 0, kSession = 1, kWorld = 2;
-
-ka_mutex trans_lock;  // guards the lists of records that start at the roots
-
-void start_record(trans_record& record) {
-  ka_init_lock(&record.tag_lock);
-  record.tag_capacity = trans_record::kTagsStep;
-  record.tags =
-      static_cast<std::uint32_t*>(ka_mem_allocate(record.tag_capacity * sizeof *record.tags));
+Tags current_tags() {
+  const ka_context& context = ka::context();
+  return {context.world, context.session, context.transaction};
 }
 
-void start_area(Kind& kind, int module) {
+// The thread goes from its position to another one, and leaves the old records.
+void enter(const Tags& tags, const Position& position) {
+  ka_context& context = ka::context();
+  const Position old = {context.world_record, context.session_record, context.transaction_record};
+  context.world = tags.world;
+  context.session = tags.session;
+  context.transaction = tags.transaction;
+  context.world_record = position.world;
+  context.session_record = position.session;
+  context.transaction_record = position.transaction;
+  context.world_areas = position.world->areas.data();
+  context.session_areas = position.session->areas.data();
+  context.transaction_areas = position.transaction->areas.data();
+  trans_leave(trans_kinds[kTransaction], old.transaction);
+  trans_leave(trans_kinds[kSession], old.session);
+  trans_leave(trans_kinds[kWorld], old.world);
+}
+
+void leave(const Position& position) {
+  trans_leave(trans_kinds[kTransaction], position.transaction);
+  trans_leave(trans_kinds[kSession], position.session);
+  trans_leave(trans_kinds[kWorld], position.world);
+}
+
+// Attaches to the records of a position that `position` lacks. False after an error message.
+bool complete(const Tags& tags, Position& position) {
+  const auto find = [](trans_record*& record, trans_kind& kind, std::uint32_t tag) {
+    if (!record) record = trans_find(kind, tag);
+    return record != nullptr;
+  };
+  if (!find(position.world, trans_kinds[kWorld], tags.world)) {
+    ka_nerror(2, "world %#x not found", tags.world);
+  } else if (!find(position.session, trans_kinds[kSession], tags.session)) {
+    ka_nerror(3, "session %#x not found", tags.session);
+  } else if (!find(position.transaction, trans_kinds[kTransaction], tags.transaction)) {
+    ka_nerror(4, "transaction %#x not found", tags.transaction);
+  } else {
+    return true;
+  }
+  return false;
+}
+
+int set_position(const Tags& tags) {
+  Position position{};
+  if (complete(tags, position)) {
+    enter(tags, position);
+    return 1;
+  }
+  leave(position);
+  return 0;
+}
+
+// The position of those who attach to a tag; false: it is not found.
+bool tags_of(trans_kind& kind, std::uint32_t tag, Tags& tags) {
+  tags = {tag, tag, tag};
+  if (kind.element_type == KA_TRANS_WORLD) return true;
+  trans_record* const record = trans_find(kind, tag);
+  if (!record) return false;
+  tags = {record->world, kind.element_type == KA_TRANS_SESSION ? tag : record->session, tag};
+  trans_leave(kind, record);
+  return true;
+}
+
+int attach(trans_kind& kind, std::uint32_t tag) {
+  Tags tags = kDefaults;
+  if (!tags_of(kind, tag, tags)) {
+    ka_nerror(1, "%s %#x not found", kind.name, tag);
+    return 0;
+  }
+  ka_vdebug("trans_attach %s %#x -> %#x %#x %#x", kind.name, tag, tags.world, tags.session,
+            tags.transaction);
+  if (set_position(tags)) return 1;
+  ka_debug("trans_set failed");
+  return 0;
+}
+
+// Data of a session's element: the world, and the parents of the new session.
+std::array<std::uint32_t, 1 + trans_record::kParents> session_words() {
+  const ka_context& context = ka::context();
+  std::array<std::uint32_t, 1 + trans_record::kParents> words{context.world};
+  std::size_t count = 0;
+  const auto add = [&](std::uint32_t parent) {
+    if (count == trans_record::kParents) {
+      ka_nwarning(7, "session stack overflow for session %#x", context.session);
+      return;
+    }
+    ka_vdebug("new session has parent[%d]  = %#x", int(count), parent);
+    words[++count] = parent;
+  };
+  const auto& parents = context.session_record->parents;
+  for (std::size_t i = 0; i < parents.size() && parents[i] != 0; ++i) add(parents[i]);
+  if (context.session != context.world) add(context.session);
+  return words;
+}
+
+trans_family create(trans_kind& kind) {
+  const Tags current = current_tags();
+  const auto with = [&](const auto& words) {
+    return trans_create(kind, words.data(), words.size());
+  };
+  switch (kind.element_type) {
+    case KA_TRANS_WORLD:
+      return with(std::array<std::uint32_t, 0>{});
+    case KA_TRANS_SESSION:
+      return with(session_words());
+    default:
+      return with(std::array{current.session, current.world});
+  }
+}
+
+// Whether what the thread is in may end; after an error message not.
+bool may_end(const trans_kind& kind) {
+  const Tags current = current_tags();
+  const auto refused = [](int number, const char* text) {
+    ka_nerror(number, "%s", text);
+    return false;
+  };
+  switch (kind.element_type) {
+    case KA_TRANS_TRANSACTION:
+      if (current.transaction == 0 || current.transaction == current.session ||
+          current.transaction == current.world) {
+        return refused(15, "cannot end default transaction");
+      }
+      return true;
+    case KA_TRANS_SESSION:
+      if (current.session == current.world) return refused(14, "cannot end default session");
+      if (current.transaction != current.session)
+        return refused(10, "cannot end session with open transaction");
+      return true;
+    default:
+      if (current.world == 0) return refused(13, "cannot end default world");
+      if (current.session != current.world) return refused(9, "cannot end world with open session");
+      if (current.transaction != current.session) {
+        refused(10, "cannot end session with open transaction");
+        return refused(17, "cannot end child session");
+      }
+      return true;
+  }
+}
+
+const trans_record* current_record(const trans_kind& kind) {
+  const ka_context& context = ka::context();
+  switch (kind.element_type) {
+    case KA_TRANS_TRANSACTION:
+      return context.transaction_record;
+    case KA_TRANS_SESSION:
+      return context.session_record;
+    default:
+      return context.world_record;
+  }
+}
+
+// The default of what contains a record of the kind that the thread is in.
+Tags parent_of(const trans_kind& kind) {
+  const Tags current = current_tags();
+  switch (kind.element_type) {
+    case KA_TRANS_TRANSACTION:
+      return {current.world, current.session, current.session};
+    case KA_TRANS_SESSION:
+      return {current.world, current.world, current.world};
+    default:
+      return kDefaults;
+  }
+}
+
+int end(trans_kind& kind) {
+  const trans_failure failure = trans_unlink(kind, current_record(kind));
+  if (failure == trans_failure::kChild) {
+    const bool is_world = kind.element_type == KA_TRANS_WORLD;
+    ka_nerror(is_world ? 17 : 18, "cannot end child %s", is_world ? "session" : "transaction");
+    return 0;
+  }
+  const Tags parent = parent_of(kind);
+  ka_trans_default();
+  if (failure == trans_failure::kNotFound) ka_nerror(16, "%s not found", kind.name);
+  if (set_position(parent)) return failure == trans_failure::kNone;
+  ka_nerror(13, "cannot release %s", kind.name);
+  return 0;
+}
+
+void start_area(trans_kind& kind, int module) {
   if (kind.areas.size(module) == 0) return;
   kind.areas.create(kind.root.areas[std::size_t(module)], module);
   ka_debug("module %s registered for %d byte %s area", ka_modname[module],
            int(kind.areas.size(module)), kind.name);
 }
 
+// A stand-alone process has no hosts that its records could be sent to.
+void send_records(int /*host*/) {}
+
+void* area_of(void** areas, int module) {
+  if (!areas || module < 0 || module >= KA_MODULE_COUNT) return nullptr;
+  return areas[module];
+}
+
 }  // namespace
 
 void ka_transaction_register_module(int module, ka_area_function init, ka_area_function exit,
                                     std::size_t size) {
-  kinds[kTransaction].areas.add(module, init, exit, size);
+  trans_kinds[kTransaction].areas.add(module, init, exit, size);
 }
 
 void ka_session_register_module(int module, ka_area_function init, ka_area_function exit,
                                 std::size_t size) {
-  kinds[kSession].areas.add(module, init, exit, size);
+  trans_kinds[kSession].areas.add(module, init, exit, size);
 }
 
 void ka_world_register_module(int module, ka_area_function init, ka_area_function exit,
                               std::size_t size) {
-  kinds[kWorld].areas.add(module, init, exit, size);
+  trans_kinds[kWorld].areas.add(module, init, exit, size);
 }
 
 void ka_trans_default() {
-  ka_context& context = ka::context();
-  context.transaction = context.session = context.world = 0;
-  context.transaction_record = &kinds[kTransaction].root;
-  context.session_record = &kinds[kSession].root;
-  context.world_record = &kinds[kWorld].root;
-  context.transaction_areas = kinds[kTransaction].root.areas.data();
-  context.session_areas = kinds[kSession].root.areas.data();
-  context.world_areas = kinds[kWorld].root.areas.data();
+  enter(kDefaults, {.world = &trans_kinds[kWorld].root,
+                    .session = &trans_kinds[kSession].root,
+                    .transaction = &trans_kinds[kTransaction].root});
 }
 
 void ka_trans_init() {
   const ka::ModuleScope scope(KA_TRANS);
-  ka_init_lock(&trans_lock);
-  for (Kind& kind : kinds) {
-    kind.root.begin_time = kRootBeginTime;
-    start_record(kind.root);
-  }
+  trans_records_start();
   for (int module = 1; module < KA_MODULE_COUNT; ++module) {
-    for (Kind& kind : kinds) start_area(kind, module);
+    for (trans_kind& kind : trans_kinds) start_area(kind, module);
   }
   ka_trans_default();
+  ka::call_for_new_host(KA_TRANS, send_records);
 }
 
 void ka_trans_wst_exit() {
   const ka::ModuleScope scope(KA_TRANS);
-  for (Kind& kind : kinds) kind.areas.release_all(kind.root.areas.data());
+  ka_trans_default();
+  trans_release_areas();
 }
 
 void ka_trans_exit() {
   const ka::ModuleScope scope(KA_TRANS);
-  for (Kind& kind : kinds) {
-    ka_delete_lock(&kind.root.tag_lock);
-    ka_mem_release(kind.root.tags);
-    kind.root = {};
-  }
-  ka_delete_lock(&trans_lock);
+  ka_trans_default();
+  trans_records_end();
 }
+
+int ka_trans_begin(int type) {
+  const ka::ModuleScope scope(KA_TRANS);
+  trans_kind* const kind = trans_kind_of(type);
+  if (!kind) {
+    ka_nerror(5, "unknown type of transaction/session");
+    return 0;
+  }
+  if (!trans_store()) {
+    ka_nerror(6, "cannot create db item for %s", kind->name);
+    return 0;
+  }
+  const Tags current = current_tags();
+  const auto members = create(*kind).members;
+  const trans_record& own = *members[trans_index(*kind)];
+  const Tags tags = {own.world, own.session, own.tag};
+  ka_debug("trans_begin %s = %#x (%#x/%#x/%#x)", kind->name, own.tag, current.world,
+           current.session, current.transaction);
+  ka_vdebug("trans_attach %s %#x -> %#x %#x %#x", kind->name, own.tag, tags.world, tags.session,
+            tags.transaction);
+  Position position = {members[kWorld], members[kSession], members[kTransaction]};
+  if (complete(tags, position)) {
+    enter(tags, position);
+    return 1;
+  }
+  ka_nerror(7, "cannot attach new %s", kind->name);
+  (void)trans_unlink(*kind, &own);
+  leave(position);
+  return 0;
+}
+
+int ka_trans_attach(std::uint32_t tag, int type) {
+  const ka::ModuleScope scope(KA_TRANS);
+  if (tag == 0) {
+    ka_trans_default();
+    return 1;
+  }
+  if (trans_kind* const kind = trans_kind_of(type)) return attach(*kind, tag);
+  ka_nerror(8, "unknown type of transaction/session");
+  return 0;
+}
+
+int ka_trans_end(int type) {
+  const ka::ModuleScope scope(KA_TRANS);
+  trans_kind* const kind = trans_kind_of(type);
+  if (!kind) {
+    ka_nerror(11, "unknown type of transaction/session");
+    return 0;
+  }
+  return may_end(*kind) && end(*kind);
+}
+
+std::uint32_t ka_transaction_get() { return ka::context().transaction; }
+std::uint32_t ka_session_get() { return ka::context().session; }
+std::uint32_t ka_world_get() { return ka::context().world; }
+
+void* ka_transaction_mem(int module) { return area_of(ka::context().transaction_areas, module); }
+void* ka_session_mem(int module) { return area_of(ka::context().session_areas, module); }
+void* ka_world_mem(int module) { return area_of(ka::context().world_areas, module); }
 
 const char* ka_trans_version() { return ka::module_version(ka::kTransVersion); }

@@ -32,6 +32,7 @@ Picture::Picture(const char* name, int extra_lines) : name_(name), extra_lines_(
 bool Picture::open() {
   failed_step_ = "cannot open %s";
   if (!ka_img_open(&file_, name_, IMG_TYPE_RGBA)) return false;
+  file_.pyramid = 0;  // only the picture itself is compared
   ka_progress("reading %s: %dx%d", name_, file_.width, file_.height);
   failed_step_ = "cannot allocate frame buffer";
   const RaisedHeight raised(file_, extra_lines_);

@@ -118,9 +118,10 @@ typedef struct img_file {
   int bits;          /* per component of the file's pixel type */
   int components;    /* of the file's pixel type */
   int pyramid;       /* nonzero: images allocated for this file carry reduced levels; kept by
-                        ka_img_create */
+                        ka_img_create. "map" files store it: one that is created with it gets
+                        reduced levels, opening one restores it */
   int topdown;       /* the file's first line is the image's top line */
-  int64_t file_size; /* bytes, of a file opened for reading */
+  int64_t file_size; /* bytes, of a file opened for reading and of a created "map" file */
   float gamma;       /* as stored by formats that carry one, else 1 */
   float aspect;      /* of a pixel, as stored by formats that carry one; 1 after ka_img_create */
   uint32_t parameters[IMG_PARAMETERS]; /* settings of drivers; ka_img_create keeps the third, clears
@@ -194,7 +195,8 @@ int ka_img_open(img_file* handle, const char* name, int type);
  *            pixels. The file's own type is handle->file_type as the caller left it (0 is rgba)
  *            where the format can write it, else the format's best type, with a warning.
  *   Returns  1, or 0 with handle->error: 7 cannot be created, 10 no such type or format, or
- *            a side below 0. */
+ *            a side below 0. A "map" file gets its space on the disk at once: 2 the system refuses
+ *            it, 6 more than 4 GiB - 1 bytes, 8 it cannot be mapped. */
 int ka_img_create(img_file* handle, const char* name, int type, int format, int width, int height);
 
 /* Ends the work with a file.
@@ -218,7 +220,7 @@ img_line* ka_img_line_alloc(img_file* handle);
  *   Returns  null with handle->error when its block would pass 4 GiB - 1 bytes, and when an opened
  *            file is too short for as many lines as it claims.
  *   Memory   the caller's, released with ka_img_image_release. The system backs it with pages as
- *            lines arrive. */
+ *            lines arrive. An image of ka_img_mmap_address is released in the same way. */
 img_image* ka_img_image_alloc(img_file* handle);
 void ka_img_image_release(img_image* image);
 

@@ -112,7 +112,7 @@ enum { KA_RECORD_LINE = 1, KA_RECORD_SETTINGS = 2 };
  * sender has the other byte order. The record stays the caller's; its bytes are swapped in place.
  */
 void ka_lib_netmessage(int channel, ka_message_record* record, size_t length, int swap);
-/* Sends this process's settings to a host that has just been connected. */
+/* Sends this process's settings, and what its modules share, to a host that has just been connected. */
 void ka_lib_hostcallback(int host);
 
 /* The system's text for errno, or for an error number. The text lives until the calling thread asks

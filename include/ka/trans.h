@@ -48,14 +48,63 @@ void ka_context_pop(void** saved);
 void ka_context_init(void);
 void ka_context_exit(void);
 
+/* Worlds, sessions and transactions.
+ *
+ * A world contains sessions, a session contains transactions. Each is known by the tag of its
+ * element in the scene database, which other threads attach to; tag 0 stands for the default world,
+ * session and transaction of the process, which are always there. Each world has a default session
+ * and a default transaction with the world's tag, each session a default transaction with its own.
+ * Elements belong to the transaction that was current at their creation.
+ *   Threads  each is in one world, session and transaction. What a thread ends is unknown to all
+ *            from then on; threads that are still attached keep its private areas until they leave,
+ *            and its elements with them. */
+enum ka_trans_type { KA_TRANS_WORLD = 35, KA_TRANS_SESSION = 36, KA_TRANS_TRANSACTION = 37 };
+
 /* Makes the default world, session and transaction with the registered areas and attaches the
  * calling thread. */
 void ka_trans_init(void);
 /* Attaches the calling thread to the defaults. */
 void ka_trans_default(void);
-/* Releases the areas of the defaults, exit functions first. */
+/* Releases the areas of all transactions, sessions and worlds, exit functions first. The calling
+ * thread is the last one. */
 void ka_trans_wst_exit(void);
-/* Releases the defaults themselves. */
+/* Releases the defaults themselves, and what has not been ended. */
 void ka_trans_exit(void);
+
+/* Begins a world, a session in the current world, or a transaction in the current session, and
+ * attaches the calling thread to it.
+ *   Before   ka_db_init.
+ *   Returns  1, or 0 after an error message, with the thread where it was: 5 no such type, 6 no
+ *            element can be made, 7 it cannot be attached to. A session inside 64 others gets
+ *            warning 7 and forgets the innermost. */
+int ka_trans_begin(int type);
+
+/* Attaches the calling thread to a world and its defaults, to a session, its world and its default
+ * transaction, or to a transaction, its session and its world. Tag 0: to the defaults.
+ *   Returns  1, or 0 after an error message, with the thread where it was: 1 to 4 not found, 8 no
+ *            such type. */
+int ka_trans_attach(uint32_t tag, int type);
+
+/* Ends the current transaction, session or world and attaches the calling thread to the default of
+ * what contains it. Elements that were created in it and are left are deleted.
+ *   Returns  1, or 0 after an error message: 11 no such type, 13 to 15 it is a default, 9 and 10 a
+ *            session or transaction is open in it: the thread stays where it was. 16 to 18: another
+ *            thread has ended it. */
+int ka_trans_end(int type);
+
+/* The smallest begin time among transactions that are no defaults, 0xffffffff without one. */
+uint32_t ka_trans_get_lowttime(void);
+
+/* The calling thread's transaction, session and world; 0: the default. */
+uint32_t ka_transaction_get(void);
+uint32_t ka_session_get(void);
+uint32_t ka_world_get(void);
+
+/* The area of a module in the calling thread's transaction, session or world; null for a module
+ * that registered no size, or that does not exist. It stays the library's, and there as long as the
+ * thread stays attached. */
+void* ka_transaction_mem(int module);
+void* ka_session_mem(int module);
+void* ka_world_mem(int module);
 
 KA_END_DECLS

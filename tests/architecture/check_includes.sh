@@ -20,7 +20,7 @@ height_of_folder() {
 height_of_header() {
   case $1 in
     ka/img*) echo 2 ;;
-    ka/db*) echo 1 ;;
+    ka/db* | ka/job*) echo 1 ;;
     *) echo 0 ;;
   esac
 }

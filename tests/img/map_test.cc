@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstring>
 #include <numeric>
 
 #include "imgmap.h"
@@ -89,7 +88,8 @@ TEST(MapFile, HeadersComeFromTheOtherByteOrder) {
   ASSERT_EQ(ka::parse_map_head({bytes, kTable}, std::int64_t(file.size()), head), IMG_ERR_NONE);
   EXPECT_TRUE(head.swapped);
   EXPECT_EQ(head.type, IMG_TYPE_S_16);
-  EXPECT_EQ(std::memcmp(&head.image, file.data() + kHeader, sizeof head.image), 0);
+  const std::string image(reinterpret_cast<const char*>(&head.image), sizeof head.image);
+  EXPECT_EQ(image, file.substr(kHeader, sizeof head.image));
   ka::swap_map_level(reinterpret_cast<img_image*>(other.data() + kHeader), 4);
   EXPECT_EQ(other.substr(kHeader), file.substr(kHeader));
 }

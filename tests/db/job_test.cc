@@ -1,0 +1,101 @@
+// Jobs: one execution for all who wait, failures and new tries, pins, giving data back.
+#include <latch>
+#include <set>
+
+#include "jobs.h"
+#include "lib/messages.h"
+
+namespace {
+
+using Job = test::StoreTest;
+using test::executions;
+
+TEST_F(Job, IsExecutedOnceForAllThreads) {
+  const test::Fill fill{.first = 7};
+  const std::uint32_t tag = make_job(fill);
+  std::latch start(6);
+  test::in_threads(6, [&] {
+    start.arrive_and_wait();
+    EXPECT_TRUE(test::is_filled(ka_db_access(tag), fill));
+    ka_db_unpin(tag);
+  });
+  EXPECT_EQ(executions, 1);
+  EXPECT_EQ(ka_db_size(tag), 4000U);
+  EXPECT_EQ(ka_job_size(tag), 4000U);
+}
+
+TEST_F(Job, ThatFailsIsNullForAllWhoWaitAndCanBeTriedAgain) {
+  test::Fill fill{.fails = true};
+  std::uint32_t tag = make_job(fill);
+  std::latch start(6);
+  test::in_threads(6, [&] {
+    start.arrive_and_wait();
+    EXPECT_EQ(ka_job_access(tag), nullptr);
+  });
+  EXPECT_LE(executions, 6);
+  EXPECT_EQ(ka_job_access(0), nullptr);
+  EXPECT_EQ(ka_job_access(tag + 1), nullptr);
+  fill.fails = false;
+  EXPECT_TRUE(ka_job_create(&tag, 42, test::kJobModule, &fill, sizeof fill, nullptr));
+  EXPECT_EQ(ka_db_type(tag), 42);
+  EXPECT_TRUE(test::is_filled(ka_job_access(tag), fill));
+}
+
+TEST_F(Job, StaysWhileAThreadHasItPinned) {
+  const std::uint32_t tag = make_job({});
+  const auto cannot_go = [tag] { return !ka_db_delete(tag) && !ka_job_flush(tag); };
+  ka_db_access(tag);
+  EXPECT_TRUE(cannot_go());
+  test::registered([&] {
+    ka_db_access(tag);
+    ka_db_access(tag);
+    ka_db_unpin(tag);
+  }).join();
+  ka_db_unpin(tag);
+  EXPECT_TRUE(cannot_go());  // a pin of a thread that has ended
+  test::registered([&] { ka_db_unpin(tag); }).join();
+  EXPECT_TRUE(ka_job_flush(tag));
+  EXPECT_EQ(ka_job_size(tag), 0U);
+  ka_db_access(tag);
+  EXPECT_EQ(executions, 2);
+  ka_db_unpin(tag);
+  EXPECT_TRUE(ka_db_delete(tag));
+  EXPECT_FALSE(ka_db_exists(tag));
+  EXPECT_EQ(counts().flushes, 2U);
+}
+
+TEST_F(Job, IsToldWhatHappensToIt) {
+  ka_job_register(test::kJobModule, test::fill);
+  const std::uint32_t tag = make_job({});
+  char text[KA_JOB_TEXT_SIZE];
+  EXPECT_TRUE(ka_job_describe(tag, text));
+  EXPECT_STREQ(text, "fills");
+  ka_db_access(tag);
+  ka_db_unpin(tag);
+  ka_db_delete(tag);
+  EXPECT_EQ(test::operations,
+            (std::vector<int>{KA_JOB_BEGIN, KA_JOB_DESCRIBE, KA_JOB_DELETE, KA_JOB_END}));
+}
+
+TEST_F(Job, GivesItsDataBackUnderALimit) {
+  constexpr int kJobs = 40;
+  std::vector<std::uint32_t> tags;
+  for (int i = 0; i < kJobs; ++i) {
+    tags.push_back(make_job({.words = 25000, .first = std::uint32_t(i), .is_fixed = i == 0}));
+  }
+  for (const std::uint32_t tag : tags) {
+    ka_db_access(tag);
+    if (tag != tags[1]) ka_db_unpin(tag);
+  }
+  ka_mem_memory_limit(1 << 16);  // far below what the process has
+  ka_mem_release(ka_mem_allocate(1 << 14));
+  ka_mem_memory_limit(0);
+  EXPECT_EQ(counts().flushes, std::uint64_t(kJobs - 2));  // all but the fixed and the pinned one
+  for (int i = 0; i < kJobs; ++i) {
+    EXPECT_TRUE(test::is_filled(ka_db_access(tags[std::size_t(i)]),
+                                {.words = 25000, .first = std::uint32_t(i)}));
+  }
+  EXPECT_EQ(executions, 2 * kJobs - 2);
+}
+
+}  // namespace

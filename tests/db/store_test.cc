@@ -1,0 +1,142 @@
+// Elements and their tags: creation, access, deletion, stamps, what ends the process, reports.
+#include "store.h"
+
+#include <map>
+#include <random>
+
+#include "jobs.h"
+#include "lib/messages.h"
+
+namespace {
+
+using Store = test::StoreTest;
+
+TEST_F(Store, TheFirstTagsHaveTheirPagesAndFreedSlotsComeNext) {
+  std::uint32_t first = 0, second = 0, job = 0;
+  const void* const data = ka_db_create(&first, 5, 0);
+  EXPECT_EQ(ka_db_access(first), data);
+  EXPECT_EQ(first, 1U << 10);
+  EXPECT_EQ(ka_db_size(first), 1U);
+  ka_db_create(&second, 5, 12);
+  EXPECT_EQ(second, first + 1);
+  const ka_db_entry* const entry = ka_db_jobcreate(&job, 7);
+  EXPECT_EQ(job, 1U << 24);
+  EXPECT_EQ(entry->module, KA_MAIN);
+  EXPECT_EQ(entry->type, 7);
+  EXPECT_EQ(entry->creation, ka_db_accessinfo(first)->creation + 2);
+  EXPECT_TRUE(ka_db_delete(first));
+  std::uint32_t again = 0;
+  ka_db_create(&again, 5, 1);
+  EXPECT_EQ(again, first);
+  EXPECT_NE(ka_db_accessinfo(again)->serial, ka_db_accessinfo(second)->serial);
+}
+
+// A plain map and the store go through the same random operations.
+TEST_F(Store, KeepsWhatAMapKeeps) {
+  std::mt19937 random(1);
+  std::map<std::uint32_t, std::string> model;
+  const auto any = [&] { return std::next(model.begin(), long(random() % model.size())); };
+  const auto text = [&] { return std::string(1 + random() % 60, char('a' + random() % 26)); };
+  std::size_t creations = 0, deletions = 0, reallocations = 0;
+  for (int step = 0; step < 30000; ++step) {
+    const unsigned what = random() % 8;
+    if (what < 4 || model.empty()) {
+      const std::string value = text();
+      std::uint32_t tag = 0;
+      std::memcpy(ka_db_create(&tag, int(value.size()), value.size()), value.data(), value.size());
+      EXPECT_TRUE(model.emplace(tag, value).second);
+      ++creations;
+    } else if (what == 4) {
+      const auto element = any();
+      EXPECT_TRUE(ka_db_delete(element->first));
+      model.erase(element);
+      ++deletions;
+    } else if (what == 5) {
+      const auto element = any();
+      const std::string value = element->second + std::string(random() % 9, '\0');
+      ka_db_realloc(element->first, value.size());
+      element->second = value;
+      ++reallocations;
+    }
+    if (model.empty()) continue;
+    const auto& [tag, value] = *any();
+    ASSERT_EQ(ka_db_size(tag), value.size());
+    ASSERT_EQ(std::memcmp(ka_db_access(tag), value.data(), value.size()), 0);
+  }
+  EXPECT_EQ(counts().tags, model.size());
+  EXPECT_EQ(counts().creations, creations);
+  EXPECT_EQ(counts().reallocations, reallocations);
+  EXPECT_EQ(counts().deletions, deletions);
+}
+
+TEST_F(Store, WhatIsNotThereEndsTheProcess) {
+  std::uint32_t gone = 0;
+  ka_db_create(&gone, 5, 1);
+  std::uint32_t other = gone | 1U << 25;
+  ka_db_delete(gone);
+  EXPECT_FALSE(ka_db_exists(gone));
+  EXPECT_FALSE(ka_db_exists(0));
+  EXPECT_FALSE(ka_db_exists(other));
+  const std::uint32_t fails = make_job({.fails = true});
+  const std::uint32_t nothing = make_job({.yields_nothing = true});
+  std::uint32_t no_job = 0;
+  ka_db_jobcreate(&no_job, 3);
+  const struct {
+    std::uint32_t tag;
+    const char* text;
+  } ends[] = {{0, "fatal  041008: attempt to access null DB tag"},
+              {gone, "fatal  041052: accessing unknown tag 0x400"},
+              {other, "fatal  041051: database network access failed"},
+              {fails, "fatal  041037: database job execution failed"},
+              {no_job, "fatal  041037: database job execution failed"},
+              {nothing, "fatal *: accessing unknown tag 0x1000001"}};
+  for (const auto& end : ends) {
+    EXPECT_EXIT(ka_db_access(end.tag), testing::ExitedWithCode(1), end.text);
+  }
+  EXPECT_EXIT(ka_db_type(gone), testing::ExitedWithCode(1), "accessing unknown tag 0x400");
+}
+
+TEST_F(Store, StampsAreScaledWhenTheyOverflow) {
+  std::uint32_t early = 0, late = 0;
+  ka_db_create(&early, 5, 1);
+  const std::uint32_t job = make_job({});
+  EXPECT_TRUE(ka_trans_begin(KA_TRANS_TRANSACTION));
+  ka::set_clock(0xffffffff - 1);
+  ka_db_access(job);
+  EXPECT_EQ(messages_of([&] { ka_db_unpin(job); }, KA_INFO),
+            (Texts{"LRU timestamps overflowed, running timewarp to make room"}));
+  EXPECT_EQ(ka_db_accessinfo(early)->time, 1U / 16);
+  EXPECT_EQ(ka_trans_get_lowttime(), 4U / 16);
+  ka_db_create(&late, 5, 1);
+  EXPECT_EQ(ka_db_accessinfo(late)->time, 0x10000000U);
+  EXPECT_TRUE(ka_trans_end(KA_TRANS_TRANSACTION));
+}
+
+TEST_F(Store, DelayedDeletionsAreQueued) {
+  std::uint32_t tag = 0;
+  ka_db_create(&tag, 5, 1);
+  ka_db_delete_delay(1);
+  EXPECT_EQ(messages_of([&] { EXPECT_TRUE(ka_db_delete(tag)); }, KA_DEBUG),
+            (Texts{"entering delete delayed: tag 0x400, trans 0"}));
+  EXPECT_TRUE(ka_db_exists(tag));
+  ka_db_delete_delay(0);
+  EXPECT_FALSE(ka_db_exists(tag));
+}
+
+TEST_F(Store, ReportsHaveARowForEachModuleTypeAndElement) {
+  std::uint32_t tag = 0;
+  ka_db_create(&tag, KA_DB_IMAGE, 5000);
+  ka_db_create(&tag, 77, 10);
+  const auto lines = messages_of([] {
+    ka_db_summary();
+    ka_db_dump();
+  });
+  ASSERT_EQ(lines.size(), 8U);
+  EXPECT_EQ(lines[0], "database elements by module:");
+  EXPECT_EQ(lines[1], "MAIN                         2 elements         4 KB");
+  EXPECT_EQ(lines[3], "image                        1 elements         4 KB");
+  EXPECT_EQ(lines[4], "type77                       1 elements         0 KB");
+  EXPECT_TRUE(test::matches(lines[7], " +0  MAIN +401 +0x[0-9a-f]+ +0 +10 +0 -- 0 +0 .*type77.*"));
+}
+
+}  // namespace

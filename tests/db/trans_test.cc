@@ -1,0 +1,201 @@
+// Worlds, sessions and transactions: beginning, attaching, ending, and every refusal.
+#include <algorithm>
+#include <functional>
+#include <latch>
+
+#include "jobs.h"
+#include "lib/messages.h"
+
+namespace {
+
+constexpr int kModule = 5;
+std::vector<std::string> events;
+
+class Trans : public test::StoreTest {
+ protected:
+  Trans() {
+    restart(true);
+    events.clear();
+  }
+  ~Trans() override { restart(false); }
+
+  // Later records have areas; those of the defaults do not count.
+  static void restart(bool has_areas) {
+    ka_trans_wst_exit();
+    ka_trans_exit();
+    ka_transaction_register_module(
+        kModule, [](void*) { events.emplace_back("+t"); }, [](void*) { events.emplace_back("-t"); },
+        has_areas ? 8 : 0);
+    ka_session_register_module(
+        kModule, [](void*) { events.emplace_back("+s"); }, [](void*) { events.emplace_back("-s"); },
+        has_areas ? 8 : 0);
+    ka_world_register_module(
+        kModule, [](void*) { events.emplace_back("+w"); }, [](void*) { events.emplace_back("-w"); },
+        has_areas ? 8 : 0);
+    ka_trans_init();
+  }
+};
+
+struct Place {
+  std::uint32_t world = ka_world_get(), session = ka_session_get(),
+                transaction = ka_transaction_get();
+  bool operator==(const Place&) const = default;
+};
+
+Texts refused(const std::function<int()>& call) {
+  const Place before;
+  const Texts texts = messages_of([&] { EXPECT_EQ(call(), 0); }, KA_ERROR | KA_WARNING);
+  EXPECT_EQ(Place(), before);
+  return texts;
+}
+
+TEST_F(Trans, NestAndEnd) {
+  ASSERT_TRUE(ka_trans_begin(KA_TRANS_WORLD));
+  const Place world;
+  EXPECT_EQ(world.session, world.world);
+  EXPECT_EQ(world.transaction, world.world);
+  EXPECT_EQ(events, (std::vector<std::string>{"+t", "+s", "+w"}));
+  ASSERT_TRUE(ka_trans_begin(KA_TRANS_SESSION));
+  const Place session;
+  EXPECT_EQ(session.world, world.world);
+  EXPECT_EQ(session.transaction, session.session);
+  ASSERT_TRUE(ka_trans_begin(KA_TRANS_TRANSACTION));
+  const Place transaction;
+  EXPECT_EQ(transaction.session, session.session);
+  EXPECT_NE(ka_transaction_mem(kModule), nullptr);
+  EXPECT_EQ(ka_transaction_mem(KA_IMG + 1), nullptr);
+  EXPECT_EQ(ka_trans_get_lowttime(), ka_db_accessinfo(transaction.transaction)->creation - 1);
+
+  std::uint32_t kept = 0, deleted = 0;
+  for (int i = 0; i < 3000; ++i) {
+    ka_db_create(&kept, 5, 1);
+    ka_db_create(&deleted, 5, 1);
+    EXPECT_TRUE(ka_db_delete(deleted));
+  }
+  EXPECT_EQ(ka_db_accessinfo(kept)->owner, transaction.transaction);
+  ka_trans_attach(session.session, KA_TRANS_SESSION);
+  EXPECT_FALSE(ka_db_delete(kept)) << "of another transaction";
+  ka_trans_attach(transaction.transaction, KA_TRANS_TRANSACTION);
+  EXPECT_EQ(Place(), transaction);
+
+  events.clear();
+  EXPECT_TRUE(ka_trans_end(KA_TRANS_TRANSACTION));
+  EXPECT_EQ(Place(), session);
+  EXPECT_FALSE(ka_db_exists(kept));
+  EXPECT_EQ(ka_trans_get_lowttime(), 0xffffffffU);
+  EXPECT_TRUE(ka_trans_end(KA_TRANS_SESSION));
+  EXPECT_EQ(Place(), world);
+  EXPECT_TRUE(ka_trans_end(KA_TRANS_WORLD));
+  EXPECT_EQ(Place(), Place{});
+  EXPECT_EQ(events, (std::vector<std::string>{"-t", "-t", "-s", "-t", "-s", "-w"}));
+  EXPECT_EQ(counts().tags, 0U);
+}
+
+TEST_F(Trans, SayWhyTheyRefuse) {
+  const auto end = [](int type) { return [type] { return ka_trans_end(type); }; };
+  const auto begin = [](int type) { return [type] { return ka_trans_begin(type); }; };
+  EXPECT_EQ(refused(end(KA_TRANS_TRANSACTION)), (Texts{"271015 cannot end default transaction"}));
+  EXPECT_EQ(refused(end(KA_TRANS_SESSION)), (Texts{"271014 cannot end default session"}));
+  EXPECT_EQ(refused(end(KA_TRANS_WORLD)), (Texts{"271013 cannot end default world"}));
+  EXPECT_EQ(refused(end(1)), (Texts{"271011 unknown type of transaction/session"}));
+  EXPECT_EQ(refused(begin(1)), (Texts{"271005 unknown type of transaction/session"}));
+  EXPECT_EQ(refused([] { return ka_trans_attach(7, 1); }),
+            (Texts{"271008 unknown type of transaction/session"}));
+  EXPECT_TRUE(ka_trans_attach(0, 1));
+  ka_trans_begin(KA_TRANS_WORLD);
+  EXPECT_EQ(refused(end(KA_TRANS_SESSION)), (Texts{"271014 cannot end default session"}));
+  ka_trans_begin(KA_TRANS_SESSION);
+  EXPECT_EQ(refused(end(KA_TRANS_WORLD)), (Texts{"271009 cannot end world with open session"}));
+  ka_trans_begin(KA_TRANS_TRANSACTION);
+  EXPECT_EQ(refused(end(KA_TRANS_SESSION)),
+            (Texts{"271010 cannot end session with open transaction"}));
+  std::uint32_t element = 0;
+  ka_db_create(&element, 5, 1);
+  const auto attach = [](std::uint32_t tag, int type) {
+    return [tag, type] { return ka_trans_attach(tag, type); };
+  };
+  const std::uint32_t session = ka_session_get();
+  EXPECT_EQ(refused(attach(element, KA_TRANS_TRANSACTION)),
+            (Texts{"272001 trans_get: found transaction 0x403(5) NOT a 37 (nor 36 35)",
+                   "271001 transaction 0x403 not found"}));
+  EXPECT_EQ(refused(attach(session, KA_TRANS_WORLD)),
+            (Texts{"272001 trans_get: found world 0x401(36) NOT a 35 (nor 35 35)",
+                   "271002 world 0x401 not found"}));
+  EXPECT_EQ(
+      refused(attach(9999, KA_TRANS_SESSION)),
+      (Texts{"272002 trans_get: NOT found session 0x270f", "271001 session 0x270f not found"}));
+  ka_db_exit();  // without a store
+  EXPECT_EQ(refused(begin(KA_TRANS_WORLD)), (Texts{"271006 cannot create db item for world"}));
+  ka_db_init();
+}
+
+TEST_F(Trans, SessionsKnowTheirParents) {
+  std::vector<std::uint32_t> sessions;
+  const auto begin = [&] {
+    EXPECT_TRUE(ka_trans_begin(KA_TRANS_SESSION));
+    sessions.push_back(ka_session_get());
+  };
+  for (int i = 0; i < 65; ++i) begin();
+  const auto* const words = static_cast<const std::uint32_t*>(ka_db_access(sessions.back()));
+  EXPECT_EQ(ka_db_size(sessions.back()), 260U);
+  EXPECT_EQ(std::vector<std::uint32_t>(words + 1, words + 65),
+            std::vector<std::uint32_t>(sessions.begin(), sessions.end() - 1));
+  std::array<char, 64> text;
+  std::snprintf(text.data(), text.size(), "272007 session stack overflow for session %#x",
+                sessions.back());
+  EXPECT_EQ(messages_of(begin, KA_WARNING), (Texts{text.data()}));
+}
+
+// The thread that ends a transaction is not the last one in it.
+TEST_F(Trans, StayWithTheThreadsThatAreStillAttached) {
+  ASSERT_TRUE(ka_trans_begin(KA_TRANS_TRANSACTION));
+  const std::uint32_t tag = ka_transaction_get();
+  std::latch attached(1), ended(1);
+  std::jthread other = test::registered([&] {
+    EXPECT_TRUE(ka_trans_attach(tag, KA_TRANS_TRANSACTION));
+    attached.count_down();
+    ended.wait();
+    std::uint32_t element = 0;
+    ka_db_create(&element, 5, 1);
+    EXPECT_NE(ka_transaction_mem(kModule), nullptr);
+    EXPECT_EQ(messages_of([] { EXPECT_EQ(ka_trans_end(KA_TRANS_TRANSACTION), 0); }, KA_ERROR),
+              (Texts{"271016 transaction not found"}));
+    EXPECT_EQ(ka_transaction_get(), 0U);
+    EXPECT_FALSE(ka_db_exists(element));
+  });
+  attached.wait();
+  events.clear();
+  EXPECT_TRUE(ka_trans_end(KA_TRANS_TRANSACTION));
+  EXPECT_TRUE(events.empty());
+  EXPECT_FALSE(ka_db_exists(tag));
+  std::array<char, 64> text;
+  std::snprintf(text.data(), text.size(), "272003 tried to use an ended transaction (%#x)", tag);
+  EXPECT_EQ(refused([tag] { return ka_trans_attach(tag, KA_TRANS_TRANSACTION); })[0], text.data());
+  // The tag is free: what gets it next is not taken for the old transaction.
+  ASSERT_TRUE(ka_trans_begin(KA_TRANS_TRANSACTION));
+  EXPECT_EQ(ka_transaction_get(), tag);
+  EXPECT_TRUE(ka_trans_end(KA_TRANS_TRANSACTION));
+  events.clear();
+  ended.count_down();
+  other.join();
+  EXPECT_EQ(events, (std::vector<std::string>{"-t"}));
+}
+
+TEST_F(Trans, EndWithTheirElementAndTheLibrary) {
+  ka_trans_begin(KA_TRANS_SESSION);
+  const std::uint32_t tag = ka_session_get();
+  ka_trans_default();
+  EXPECT_TRUE(ka_db_delete(tag));
+  std::uint32_t again = 0;
+  ka_db_create(&again, 5, 1);
+  EXPECT_EQ(again, tag);
+  EXPECT_EQ(refused([tag] { return ka_trans_attach(tag, KA_TRANS_SESSION); }).size(), 2U);
+  ka_trans_begin(KA_TRANS_WORLD);
+  events.clear();
+  ka_trans_wst_exit();
+  ka_trans_exit();
+  EXPECT_EQ(std::ranges::count(events, "-w"), 2);  // of the default as well
+  ka_trans_init();
+}
+
+}  // namespace
