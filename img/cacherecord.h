@@ -131,7 +131,7 @@ struct RecentPage {
 extern constinit std::atomic<std::uint32_t> cache_alarms;
 
 extern constinit std::atomic<int> allocated, max_allocated, n_flushes, cache_maxpages;
-extern constinit std::atomic<int> fds_per_thread;
+extern constinit std::atomic<int> fds_per_thread;  // 0: not counted yet
 
 // Pages that no thread holds, the oldest first.
 extern constinit std::mutex unused_pages_lock;
@@ -174,6 +174,9 @@ void cache_threads_clear();
 // A descriptor of the record's file, which stays the thread's; -1 after an error message, one for
 // each file, when it cannot be opened or is another file by now.
 int fd_get(ka::CacheThread& thread, ka::CacheRecord& record);
+
+// How many files a thread may keep open, at least 1 (imgcache.cc).
+int cache_descriptors();
 
 // Files and levels (imgcachefile.cc).
 

@@ -53,23 +53,40 @@ void set_mmap_max() {
 
 // Descriptors that the process can have are shared out among twice as many threads as there are
 // processors, and half of them are left for others.
-int parts_of_descriptors(int cpus) { return 2 * cpus + 2; }
+struct Shares {
+  int cpus, parts, each;
+};
+Shares shares_of(int descriptors) {
+  const int cpus = ka_msg_no_of_cpus();
+  const int parts = 2 * cpus + 2;
+  return {.cpus = cpus, .parts = parts, .each = descriptors / (parts * 2)};
+}
+
+int needed_descriptors(int cpus) { return 4 * cpus + 4; }
+
+// Counting the processors takes longer than the rest of the start: it waits for the first texture
+// where there is nothing to report.
+bool reports_descriptors(int descriptors) {
+  if (ka_get_verbosity() & KA_DEBUG) return true;
+  const long most_cpus = sysconf(_SC_NPROCESSORS_CONF);
+  return most_cpus < 1 || descriptors / 4 - 1 < most_cpus;
+}
 
 void share_descriptors() {
   const int descriptors = getdtablesize();
+  ka::fds_per_thread = 0;
   if (descriptors <= 0) {
     ka_nerror(kNoDescriptors, "no file descriptors available");
     ka::fds_per_thread = 1;
-    return;
-  }
-  const int cpus = ka_msg_no_of_cpus();
-  const int parts = parts_of_descriptors(cpus);
-  const int share = descriptors / (parts * 2);
-  ka::fds_per_thread = std::max(share, 1);
-  if (share < 1) {
-    ka_nerror(kFewDescriptors, "too few file descriptors available, need %i", 4 * cpus + 4);
-  } else {
-    ka_debug("use %i file descriptors for texture caching", share * parts);
+  } else if (reports_descriptors(descriptors)) {
+    const Shares shares = shares_of(descriptors);
+    ka::fds_per_thread = std::max(shares.each, 1);
+    if (shares.each < 1) {
+      ka_nerror(kFewDescriptors, "too few file descriptors available, need %i",
+                needed_descriptors(shares.cpus));
+    } else {
+      ka_debug("use %i file descriptors for texture caching", shares.each * shares.parts);
+    }
   }
 }
 
@@ -77,8 +94,15 @@ void share_descriptors() {
 
 constinit std::atomic<int> ka::allocated{0}, ka::max_allocated{0}, ka::n_flushes{0};
 constinit std::atomic<int> ka::cache_maxpages{int(kUsualSize / double(ka::kPageBase))};
-constinit std::atomic<int> ka::fds_per_thread{1};
+constinit std::atomic<int> ka::fds_per_thread{0};
 constinit std::atomic<std::uint32_t> ka::cache_alarms{0};
+
+int cache_descriptors() {
+  if (ka::fds_per_thread == 0) {
+    ka::fds_per_thread = std::max(shares_of(getdtablesize()).each, 1);
+  }
+  return ka::fds_per_thread;
+}
 
 void img_cache_init() {
   set_mmap_max();

@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include <ka/db.h>
 #include <ka/mem.h>
 #include <ka/message.h>
 #include <ka/subst.h>
@@ -11,7 +12,6 @@
 #include "cacherecord.h"
 #include "imgcache.h"
 #include "imgcall.h"
-#include <ka/db.h>
 #include "mapfile.h"
 #include "stream.h"
 
@@ -194,6 +194,10 @@ void register_file(const Headers& headers, ka::Owned<ka::CacheFile> file, void* 
 }  // namespace
 
 img_image* img_cache_image_make(img_file* handle, img_element_function element, void* argument) {
+  if (handle->magic != IMG_MAGIC || !handle->stream || !handle->name) {
+    img_error(handle, IMG_ERR_NOT_OPEN, 0);
+    return nullptr;
+  }
   Headers headers{};
   auto file = ka::make_owned<ka::CacheFile>();
   const int failure = identify(handle, *file) ? read_headers(handle, headers) : IMG_ERR_READ;
@@ -209,8 +213,9 @@ img_image* img_cache_image_make(img_file* handle, img_element_function element, 
 
 std::uint32_t img_cache_image_add(img_file* handle, std::uint32_t tag) {
   const auto element = [](void* tag_of_it, std::size_t bytes) {
-    std::uint32_t& of = *static_cast<std::uint32_t*>(tag_of_it);
-    return of == 0 ? ka_db_create(&of, KA_DB_IMAGE, bytes) : ka_db_realloc(of, bytes);
+    auto& its_tag = *static_cast<std::uint32_t*>(tag_of_it);
+    return its_tag == 0 ? ka_db_create(&its_tag, KA_DB_IMAGE, bytes)
+                        : ka_db_realloc(its_tag, bytes);
   };
   return img_cache_image_make(handle, element, &tag) ? tag : 0;
 }

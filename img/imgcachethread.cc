@@ -100,7 +100,7 @@ int fd_get(ka::CacheThread& thread, ka::CacheRecord& record) {
     ka::move_to_front(thread.descriptor_list, *known);
     return known->fd;
   }
-  while (thread.open_files > 0 && thread.open_files >= ka::fds_per_thread) close_oldest(thread);
+  while (thread.open_files >= cache_descriptors()) close_oldest(thread);
   thread.descriptors.make_room();
   auto descriptor = ka::make_owned<ka::Descriptor>();
   descriptor->file = &file;

@@ -2,6 +2,7 @@
 // are replaced, and the messages of its start.
 #include <gtest/gtest.h>
 #include <ka/detail/scope.h>
+#include <ka/db.h>
 #include <ka/imgaccess.h>
 #include <ka/message.h>
 #include <unistd.h>
@@ -364,6 +365,22 @@ TEST_F(Cache, EndTellsHowLargeItWas) {
   EXPECT_EQ(messages_of([] { img_cache_exit(); }, kReports),
             Texts{"texture cache: maximum 5 pages, 5 flushes"});
   EXPECT_EQ(messages_of([] { img_cache_exit(); }, kReports), Texts{});
+}
+
+// The headers of an element that goes without a word to the cache make room for the next ones.
+TEST_F(Cache, HeadersAreDataOfAnElement) {
+  const Texture texture(scratch_, "a", IMG_TYPE_S, 50, 20);
+  for (int i = 0; i < 3; ++i) {
+    test::Handle file;
+    ASSERT_TRUE(ka_img_open(file, texture.path().c_str(), IMG_TYPE_FILE));
+    const std::uint32_t tag = img_cache_image_add(file, 0);
+    ASSERT_NE(tag, 0U);
+    EXPECT_EQ(file->magic, 0U);
+    EXPECT_EQ(ka_db_type(tag), KA_DB_IMAGE);
+    const auto* const image = static_cast<const img_image*>(ka_db_access(tag));
+    EXPECT_EQ(values_at(image, 30, 7), values_at(texture.copy(), 30, 7));
+    EXPECT_EQ(ka_db_delete(tag), 1);
+  }
 }
 
 // One offset of the line table is changed by a byte: the plane is still inside the level.
