@@ -288,6 +288,7 @@ TEST(MapFile, MessagesSayWhatIsUnusual) {
 
 TEST(MapFile, FilesThatAreShortenedMeanwhileAreErrors) {
   const std::string file = map_file(IMG_TYPE_RGBA_FP, 1000, 20);
+  const test::MessageLog log;  // what could not be mapped is told
   for (const off_t size : {0, 190, 10000}) {
     test::OpenFile in(file);
     ASSERT_EQ(truncate(in.path().c_str(), size), 0);
@@ -324,7 +325,10 @@ TEST(MapFile, ImagesAreUnmappedWhenTheyAreReleased) {
   std::string file = map_file(IMG_TYPE_S, 4, 4, 1);
   file.resize(3 * page);
   test::OpenFile in(file);
+  const test::MessageLog log(KA_PROGRESS);
   img_image* const first = ka_img_mmap_address(in);
+  ASSERT_EQ(log.lines().size(), 1U);
+  EXPECT_TRUE(test::matches(log.lines()[0], ".*: memory-mapping texture .* at 0x[0-9a-f]+"));
   img_image* const second = ka_img_mmap_address(in);
   ASSERT_TRUE(first && second);
   EXPECT_NE(first, second);
@@ -338,6 +342,21 @@ TEST(MapFile, ImagesAreUnmappedWhenTheyAreReleased) {
   EXPECT_EQ(img_munmap_map(second), 0);
   const test::Image in_memory = test::make_image(IMG_TYPE_S, 1, 1);
   EXPECT_EQ(img_munmap_map(in_memory.get()), 0);
+}
+
+TEST(MapFile, ThreadsMapAndReleaseAtTheSameTime) {
+  const test::Scratch scratch;
+  const std::string path = scratch.write("a", map_file(IMG_TYPE_S, 4, 4, 1));
+  test::in_threads(4, [&path] {
+    for (int i = 0; i < 100; ++i) {
+      test::Handle file;
+      ASSERT_TRUE(ka_img_open(file, path.c_str(), IMG_TYPE_FILE));
+      img_image* const image = ka_img_mmap_address(file);
+      ASSERT_TRUE(image);
+      EXPECT_EQ(image->width, 4);
+      EXPECT_EQ(img_munmap_map(image), 1);
+    }
+  });
 }
 
 }  // namespace
