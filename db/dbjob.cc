@@ -2,6 +2,7 @@
 #include <ka/mem.h>
 #include <ka/message.h>
 
+#include <cstddef>
 #include <cstring>
 #include <utility>
 
@@ -12,16 +13,17 @@
 
 #include "store.h"
 
-// How the data of a job element are produced. Guarded by the entry's lock, `module` and
-// `parameters` stay as they are.
-struct ka_job {
+// How the data of a job element are produced; the parameters follow it in the same block. Guarded by
+// the entry's lock; `module` and the parameters stay as they are.
+struct alignas(std::max_align_t) ka_job {
   int module;
-  ka::Owned<std::uint8_t> parameters;
   ka::string format;     // of the parameters, for ka_swap
   void* fresh;           // while the job is executed: what it has of the element's own memory
   std::size_t job_size;  // bytes that the element costs in all; 0: no data
   bool is_fixed;         // the data cannot move to disk
   bool is_foreign;       // the data are not the element's own
+
+  [[nodiscard]] void* parameters() { return this + 1; }
 };
 
 namespace {
@@ -29,10 +31,19 @@ namespace {
 std::array<std::atomic<ka_job_callback>, KA_MODULE_COUNT> callbacks;
 std::atomic<std::uint64_t> flushes{0};  // of data that a job can produce again
 
-ka_job_call call_of(std::uint32_t tag, const ka_job& job) {
+ka::Owned<ka_job> make_job(int module, const void* parameters, std::size_t size,
+                           const char* format) {
+  ka::Owned<ka_job> job(new (ka_mem_allocate(sizeof(ka_job) + size)) ka_job{});
+  job->module = module;
+  if (format) job->format = format;
+  if (size > 0) std::memcpy(job->parameters(), parameters, size);
+  return job;
+}
+
+ka_job_call call_of(std::uint32_t tag, ka_job& job) {
   ka_job_call call{};
   call.tag = tag;
-  call.parameters = job.parameters.get();
+  call.parameters = job.parameters();
   return call;
 }
 
@@ -255,11 +266,7 @@ int ka_job_create(std::uint32_t* tag, int type, int module, const void* paramete
                   std::size_t size, const char* format) {
   const ka::ModuleScope scope(KA_JOB);
   KA_ASSERT(module >= 0 && module < KA_MODULE_COUNT);
-  auto job = ka::make_owned<ka_job>();
-  job->module = module;
-  job->parameters.reset(static_cast<std::uint8_t*>(ka_mem_allocate(size)));
-  if (size > 0) std::memcpy(job->parameters.get(), parameters, size);
-  if (format) job->format = format;
+  auto job = make_job(module, parameters, size, format);
   if (*tag == 0) {
     *tag = add_job(type, std::move(job));
     return 1;

@@ -136,18 +136,18 @@ std::uint32_t ka::add_entry(int type, const Owner& owner, const Content& content
   shared(entry.size).store(content.size, std::memory_order_relaxed);
   shared(entry.time).store(now, std::memory_order_relaxed);
   entry.creation = now;
-  shared(entry.owner).store(owner.tag);
-  shared(entry.owner_serial).store(owner.serial);
+  shared(entry.owner).store(owner.tag, std::memory_order_relaxed);
+  shared(entry.owner_serial).store(owner.serial, std::memory_order_relaxed);
   entry.module = static_cast<std::uint8_t>(calling_module());
   shared(entry.type).store(static_cast<std::uint8_t>(type), std::memory_order_relaxed);
   if (is_job) {
-    shared(entry.pin_slot).store(next_pin_slot);
+    shared(entry.pin_slot).store(next_pin_slot, std::memory_order_relaxed);
     next_pin_slot = static_cast<std::uint16_t>((next_pin_slot + 1) % ka_context::kPinSlots);
     entry.job = content.job;
   }
-  shared(entry.data).store(content.data);
-  shared(entry.serial).store(++last_serial);
-  shared(entry.state).store(std::uint8_t{KA_DB_IN_MEMORY});
+  shared(entry.data).store(content.data, std::memory_order_relaxed);
+  shared(entry.serial).store(++last_serial, std::memory_order_release);
+  shared(entry.state).store(std::uint8_t{KA_DB_IN_MEMORY}, std::memory_order_release);
   return make_tag(page_index, slot);
 }
 
@@ -162,9 +162,9 @@ bool ka::remove_entry(std::uint32_t tag, std::uint64_t serial) {
   page->hint = static_cast<std::uint32_t>(slot_of(tag));
   std::size_t& first = first_free[is_job_tag(tag)];
   first = std::min(first, page_of(tag));
-  shared(entry.state).store(std::uint8_t{KA_DB_UNUSED});
-  shared(entry.serial).store(0);
-  shared(entry.data).store(nullptr);
+  shared(entry.state).store(std::uint8_t{KA_DB_UNUSED}, std::memory_order_release);
+  shared(entry.serial).store(0, std::memory_order_release);
+  shared(entry.data).store(nullptr, std::memory_order_release);
   entry.list_place = 0;
   return true;
 }
