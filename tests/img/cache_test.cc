@@ -1,8 +1,8 @@
 // Texture cache: pages against what the files hold, its budget, images that are removed, files that
 // are replaced, and the messages of its start.
 #include <gtest/gtest.h>
-#include <ka/detail/scope.h>
 #include <ka/db.h>
+#include <ka/detail/scope.h>
 #include <ka/imgaccess.h>
 #include <ka/message.h>
 #include <unistd.h>
@@ -247,6 +247,31 @@ TEST_F(Cache, RemovedImagesAreGoneForEveryThread) {
   removed.count_down();
 }
 
+std::vector<img_image*> to_remove;
+int remove_images(std::int64_t /*wanted*/) {
+  for (img_image* const image : std::exchange(to_remove, {})) img_cache_image_remove(image);
+  return 0;
+}
+
+// The purge runs inside the call that loads a page of the first one.
+TEST_F(Cache, PurgesMayRemoveImagesThatAreRead) {
+  const Texture first(scratch_, "a", IMG_TYPE_S, 16384, 8),
+      second(scratch_, "b", IMG_TYPE_S, 16384, 8);
+  touch(first, 0, 2);
+  touch(second, 0, 2);
+  to_remove = {first.image(), second.image()};
+  const img_image* const image = first.image();
+  ka_mem_limit_handler(KA_JOB, remove_images);
+  ka_mem_memory_limit(8);
+  touch(first, 2, 1);
+  ka_mem_memory_limit(0);
+  ka_mem_limit_handler(KA_JOB, nullptr);
+  EXPECT_TRUE(to_remove.empty());
+  EXPECT_EQ(counts().allocated, 5);
+  EXPECT_EQ(ka_img_cache_get(image, 120 + 16 * 8), nullptr);
+  EXPECT_EQ(counts().allocated, 0);
+}
+
 TEST_F(Cache, LinesOfRemovedImagesAreErrors) {
   const Texture texture(scratch_, "a", IMG_TYPE_RGBA, 5, 5);
   EXPECT_NE(texture.get(0), nullptr);
@@ -255,7 +280,7 @@ TEST_F(Cache, LinesOfRemovedImagesAreErrors) {
     EXPECT_NE(texture.get(0), nullptr);
     read.count_down();
     removed.wait();
-    EXPECT_EQ(test::write_image(scratch_.path("b"), IMG_FORMAT_PPM, texture.image()), IMG_ERR_READ);
+    EXPECT_EQ(test::write_image(scratch_.path("b"), IMG_FORMAT_CT, texture.image()), IMG_ERR_READ);
     EXPECT_FALSE(test::exists(scratch_.path("b")));
   });
   read.wait();
