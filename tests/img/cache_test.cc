@@ -335,8 +335,10 @@ TEST_F(Cache, ThreadsKeepToTheirDescriptors) {
   EXPECT_EQ(test::open_descriptors(), files + 2);
   textures[1].reset();  // the last one that was used
   EXPECT_EQ(test::open_descriptors(), files + 1);
+  touch(*textures[0], 0, 1);
   restart();
   EXPECT_EQ(test::open_descriptors(), files);
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(textures[0]->get(0), nullptr);
 }
 
 TEST_F(Cache, StartTellsTooFewDescriptors) {
