@@ -339,6 +339,8 @@ TEST_F(Cache, ThreadsKeepToTheirDescriptors) {
   restart();
   EXPECT_EQ(test::open_descriptors(), files);
   for (int i = 0; i < 2; ++i) EXPECT_EQ(textures[0]->get(0), nullptr);
+  for (const int i : {0, 2, 3})
+    ka_mem_release(textures[std::size_t(i)]->image());  // not the cache's
 }
 
 TEST_F(Cache, StartTellsTooFewDescriptors) {
