@@ -66,6 +66,7 @@ ka::Production execute(std::uint32_t tag, ka_db_entry& entry) {
     take_data(entry, job, call);
   } else {
     ka_mem_release(std::exchange(job.fresh, nullptr));
+    ka::shared(entry.size).store(0);
   }
   auto attempts = ka::shared(entry.attempts);
   attempts.fetch_add(1);
@@ -96,6 +97,7 @@ void release_data(std::uint32_t tag, ka_db_entry& entry, void* data) {
     call.data = data;
     call.size = entry.size;
     call.job_size = std::exchange(job->job_size, 0);
+    call.fixed = job->is_fixed;
     is_taken = call_back(KA_JOB_DELETE, *job, call) != 0 || job->is_foreign;
     job->is_foreign = job->is_fixed = false;
   }
@@ -208,7 +210,9 @@ void ka::end_job(std::uint32_t tag, ka_db_entry& entry) {
 void* ka::realloc_job(ka_db_entry& entry, std::size_t size) {
   if (is_producer(entry)) {
     void*& fresh = entry.job->fresh;
-    return fresh = ka_mem_reallocate(fresh, size);
+    fresh = ka_mem_reallocate(fresh, size);
+    shared(entry.size).store(size);
+    return fresh;
   }
   const LockScope locked(entry.lock);
   KA_ASSERT(!entry.job || !entry.job->is_fixed);

@@ -1,9 +1,9 @@
 // Fuzz target of one family of image formats: opens a file made of the input, reads it line by line
 // in the file's own pixel type, every pixel of its mapping if it can be mapped, and as a whole in
-// rgba, closes it whatever happened. FUZZ_FORMATS
-// lists the family's formats; of others only the header is read. FUZZ_SIZES lists the file sizes of
-// a format without a header: inputs become files of one of them, zero behind the input, and only
-// the first lines are read.
+// rgba, closes it whatever happened. FUZZ_FORMATS lists the family's formats; of others only the
+// header is read. FUZZ_SIZES lists the file sizes of a format without a header: inputs become files
+// of one of them, zero behind the input, and only the first lines are read. FUZZ_PIXELS is the size
+// of the largest pictures that are read.
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -19,7 +19,10 @@
 namespace {
 
 constexpr std::array kFormats = {FUZZ_FORMATS};
-constexpr std::int64_t kMostPixels = 1'000'000;  // larger pictures only cost time
+#ifndef FUZZ_PIXELS
+#define FUZZ_PIXELS 1'000'000
+#endif
+constexpr std::int64_t kMostPixels = FUZZ_PIXELS;  // larger pictures only cost time
 
 #ifdef FUZZ_SIZES
 constexpr std::array kSizes = {FUZZ_SIZES};

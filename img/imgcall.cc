@@ -21,6 +21,7 @@
 #include "imageplanes.h"
 #include "imgcache.h"
 #include "imgcontext.h"
+#include "imgelement.h"
 #include "stream.h"
 
 namespace {
@@ -165,6 +166,14 @@ int write_header(img_file* handle) {
   return create ? create(handle) : img_error(handle, IMG_ERR_CREATE, 0);
 }
 
+// Called in a purge, with the areas of one thread after the other.
+int memory_limit(std::int64_t wanted) {
+  static ImageContext nobody{};
+  void** const areas = ka::context().context_areas;
+  void* const area = areas ? areas[KA_IMG] : nullptr;
+  return img_cache_memory_limit(area ? *static_cast<ImageContext*>(area) : nobody, wanted);
+}
+
 }  // namespace
 
 bool img_tells_files() { return (img_subverb & KA_SUBVERB_FILES) != 0; }
@@ -173,15 +182,21 @@ void ka_img_init() {
   const ka::ModuleScope scope(KA_IMG);
   img_context_init_gamma_init();
   img_context_register();
+  ka_job_register(KA_IMG, ka_img_job_callback);
   img_init_formats();
   img_cache_init();
+  img_lightmap_init();
+  ka_mem_limit_handler(KA_IMG, memory_limit);
 }
 
 void ka_img_exit() {
   const ka::ModuleScope scope(KA_IMG);
+  ka_mem_limit_handler(KA_IMG, nullptr);
+  ka_job_register(KA_IMG, nullptr);
   img_cache_exit();
   img_exit_formats();
   img_context_init_gamma_exit();
+  img_lightmap_exit();
 }
 
 const char* ka_img_version() { return ka::module_version(ka::kImgVersion); }

@@ -10,6 +10,9 @@
 // writing the file is removed. Returns 0, so that a failing operation is one statement.
 int img_error(img_file* handle, int code, int os_error);
 
+// Makes zeroed memory of ka_img_image_size bytes an image of the handle.
+void img_fill_image(const img_file* handle, img_image* image);
+
 // Removes the file behind a name as a caller gave it. Devices, pipes and links stay: they were
 // there before the file was written, and what a link leads to is not known to be ours.
 void img_remove_file(const char* name);

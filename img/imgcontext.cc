@@ -6,6 +6,7 @@
 
 #include <ka/detail/assertion.h>
 #include <ka/detail/scope.h>
+#include <ka/imgelement.h>
 #include <ka/message.h>
 
 #include "imgcache.h"
@@ -82,6 +83,12 @@ bool img_tells_progress() {
   const std::uint32_t mask =
       has_gamma_block() ? img_gamma_block().subverbosity : ka_get_subverbosity(KA_IMG);
   return (mask & KA_SUBVERB_PROGRESS) != 0;
+}
+
+void ka_img_mode(std::uint32_t options) {
+  const ka::ModuleScope scope(KA_IMG);
+  ka_img_mode_options(static_cast<const img_options*>(ka_db_access(options)));
+  ka_db_unpin(options);
 }
 
 void ka_img_mode_options(const img_options* options) {

@@ -40,11 +40,7 @@ size_t ka_img_image_size(img_file* handle) {
   return bytes ? std::size_t(*bytes) : 0;
 }
 
-img_image* ka_img_image_alloc(img_file* handle) {
-  const ka::ModuleScope scope(KA_IMG);
-  const std::size_t bytes = ka_img_image_size(handle);
-  if (bytes == 0) return nullptr;
-  auto* const image = static_cast<img_image*>(ka_mem_allocate(bytes));
+void img_fill_image(const img_file* handle, img_image* image) {
   image->width = handle->width;
   image->height = handle->height;
   image->bits = ka_img_nbits[handle->type];
@@ -53,6 +49,14 @@ img_image* ka_img_image_alloc(img_file* handle) {
   image->type = handle->type;
   ka::lay_out(image);
   if (handle->pyramid) img_pyramid_create_directory(handle, image);
+}
+
+img_image* ka_img_image_alloc(img_file* handle) {
+  const ka::ModuleScope scope(KA_IMG);
+  const std::size_t bytes = ka_img_image_size(handle);
+  if (bytes == 0) return nullptr;
+  auto* const image = static_cast<img_image*>(ka_mem_allocate(bytes));
+  img_fill_image(handle, image);
   return image;
 }
 

@@ -29,9 +29,8 @@ int levels_allowed(int width, int height) {
   return img_pyramid_levels(&shape);
 }
 
-bool has_shape_of_type(const img_image& image, int type) {
-  return image.width >= 0 && image.height >= 0 && image.bits == ka_img_nbits[type] &&
-         image.components == ka_img_ncomp[type];
+bool has_samples_of(const img_image& image, int type) {
+  return image.bits == ka_img_nbits[type] && image.components == ka_img_ncomp[type];
 }
 
 MapLevel level_at(std::uint64_t offset, int width, int height, int type) {
@@ -81,11 +80,11 @@ int parse_map_head(std::span<const std::uint8_t> bytes, std::int64_t file_size, 
   if (header.version != kMapVersion) return IMG_ERR_SUBTYPE;
   if (file_size < std::int64_t{sizeof header}) return IMG_ERR_SIZE;
   const img_image& image = header.image;
-  if (!is_type(header.type) || !has_shape_of_type(image, header.type)) return IMG_ERR_CORRUPT;
+  if (!is_type(header.type) || !has_samples_of(image, header.type)) return IMG_ERR_CORRUPT;
   if (image.levels < 0 || image.levels > levels_allowed(image.width, image.height)) {
     return IMG_ERR_CORRUPT;
   }
-  if (!map_file_bytes(image, image.levels > 0)) return IMG_ERR_CORRUPT;
+  if (!map_file_bytes(image, image.levels > 0)) return IMG_ERR_CORRUPT;  // also a negative side
   head = {.type = header.type, .swapped = swapped, .image = image};
   return IMG_ERR_NONE;
 }

@@ -41,8 +41,9 @@ typedef struct ka_job_call {
   size_t size;
   size_t job_size; /* KA_JOB_EXECUTE: bytes that the element costs in all; starts as 0, which counts
                       as `size`. KA_JOB_DELETE: the same number */
-  int fixed;       /* KA_JOB_EXECUTE: set to 1 when the data must stay where they are, so that they
-                      cannot be swapped out. Always so for data that are not the element's own */
+  int fixed;       /* KA_JOB_EXECUTE: set to 1 when the data must stay where they are until the job
+                      is deleted: no purge swaps them out or gives them back. Always so for data that
+                      are not the element's own. KA_JOB_DELETE: the same flag */
   ka_job_schedule schedule;    /* KA_JOB_SCHEDULE: zeroed, to be filled */
   char text[KA_JOB_TEXT_SIZE]; /* KA_JOB_DESCRIBE */
 } ka_job_call;

@@ -217,14 +217,15 @@ TEST(MapFile, LevelsThatContradictTheBaseAreNotMapped) {
   const struct {
     const char* name;
     std::string file;
+    bool is_directory = false;  // the directory alone is wrong
   } rows[] = {
-      {"DirectoryStartsElsewhere", with_word(file, kEntry, 4)},
-      {"LevelsOverlap", with_word(file, kEntry + 4, 196)},
-      {"LevelInsideAWord", with_word(file, kEntry + 4, 202)},
-      {"LevelBeforeTheOneAbove", with_word(file, kEntry + 8, 196)},
-      {"LevelPastTheEnd", with_word(file, kEntry + 8, 360)},
-      {"LevelFarPastTheEnd", with_word(file, kEntry + 8, 0xfffffffc)},
-      {"FileEndsInALevel", file.substr(0, file.size() - 1)},
+      {"DirectoryStartsElsewhere", with_word(map_file(IMG_TYPE_S, 4, 4) + "more", kEntry, 4), true},
+      {"LevelsOverlap", with_word(file, kEntry + 4, 196), true},
+      {"LevelInsideAWord", with_word(file + "xx", kEntry + 8, 358), true},
+      {"LevelBeforeTheOneAbove", with_word(file, kEntry + 8, 196), true},
+      {"LevelPastTheEnd", with_word(file, kEntry + 8, 360), true},
+      {"LevelFarPastTheEnd", with_word(file, kEntry + 8, 0xfffffffc), true},
+      {"FileEndsInALevel", file.substr(0, file.size() - 1), true},
       {"HeldByTheCache", with_word(file, kFlags, 1 << 16)},
       {"OtherTypeInTheHeader", with_word(file, kType, IMG_TYPE_A)},
       {"OtherTypeInALevel", with_word(file, second + 108, 1000)},
@@ -235,8 +236,14 @@ TEST(MapFile, LevelsThatContradictTheBaseAreNotMapped) {
       {"OneLineInAnotherSlot",
        with_word(with_word(file, kTable + 16, word(file, kTable + 28)), kTable + 28, 0)},
   };
-  for (const auto& [name, damaged] : rows) {
+  const test::MessageLog log;  // some have more bytes than their picture
+  for (const auto& [name, damaged, is_directory] : rows) {
     SCOPED_TRACE(name);
+    ka::MapHead head{};
+    const auto* const bytes = reinterpret_cast<const std::uint8_t*>(damaged.data());
+    const auto size = std::int64_t(damaged.size());
+    ASSERT_EQ(ka::parse_map_head({bytes, kTable}, size, head), IMG_ERR_NONE);
+    EXPECT_NE(ka::map_levels(head, size).has_value(), is_directory);
     test::OpenFile in(damaged);
     ASSERT_TRUE(in.is_open());
     EXPECT_EQ(ka_img_mmap_address(in), nullptr);
@@ -288,6 +295,7 @@ TEST(MapFile, MessagesSayWhatIsUnusual) {
 
 TEST(MapFile, FilesThatAreShortenedMeanwhileAreErrors) {
   const std::string file = map_file(IMG_TYPE_RGBA_FP, 1000, 20);
+  const test::MessageLog log;  // what could not be mapped is told
   for (const off_t size : {0, 190, 10000}) {
     test::OpenFile in(file);
     ASSERT_EQ(truncate(in.path().c_str(), size), 0);
@@ -324,7 +332,10 @@ TEST(MapFile, ImagesAreUnmappedWhenTheyAreReleased) {
   std::string file = map_file(IMG_TYPE_S, 4, 4, 1);
   file.resize(3 * page);
   test::OpenFile in(file);
+  const test::MessageLog log(KA_PROGRESS);
   img_image* const first = ka_img_mmap_address(in);
+  ASSERT_EQ(log.lines().size(), 1U);
+  EXPECT_TRUE(test::matches(log.lines()[0], ".*: memory-mapping texture .* at 0x[0-9a-f]+"));
   img_image* const second = ka_img_mmap_address(in);
   ASSERT_TRUE(first && second);
   EXPECT_NE(first, second);
@@ -338,6 +349,21 @@ TEST(MapFile, ImagesAreUnmappedWhenTheyAreReleased) {
   EXPECT_EQ(img_munmap_map(second), 0);
   const test::Image in_memory = test::make_image(IMG_TYPE_S, 1, 1);
   EXPECT_EQ(img_munmap_map(in_memory.get()), 0);
+}
+
+TEST(MapFile, ThreadsMapAndReleaseAtTheSameTime) {
+  const test::Scratch scratch;
+  const std::string path = scratch.write("a", map_file(IMG_TYPE_S, 4, 4, 1));
+  test::in_threads(4, [&path] {
+    for (int i = 0; i < 100; ++i) {
+      test::Handle file;
+      ASSERT_TRUE(ka_img_open(file, path.c_str(), IMG_TYPE_FILE));
+      img_image* const image = ka_img_mmap_address(file);
+      ASSERT_TRUE(image);
+      EXPECT_EQ(image->width, 4);
+      EXPECT_EQ(img_munmap_map(image), 1);
+    }
+  });
 }
 
 }  // namespace

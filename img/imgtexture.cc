@@ -1,0 +1,185 @@
+// Textures of a scene: elements whose job loads a file when a thread first needs its pixels.
+#include <cstdio>
+#include <cstring>
+
+#include <ka/detail/scope.h>
+#include <ka/message.h>
+#include <ka/subst.h>
+
+#include "imageplanes.h"
+#include "imgcache.h"
+#include "imgcontext.h"
+#include "imgelement.h"
+#include "imgmap.h"
+
+namespace {
+
+// Numbers of messages.
+constexpr int kNotOpened = 1, kNotRead = 2;
+
+constexpr float kNoFilter = 1.0F;  // where no pyramid is asked for
+
+// What a texture job knows. Other hosts get it as these 36 bytes.
+struct TextureJob {
+  std::int32_t width, height, bits;
+  std::uint32_t flags;
+  std::int32_t pyramid, writing;
+  std::int32_t type;
+  std::uint32_t name;  // tag of a string element, 0: none
+  float filter;
+};
+constexpr char kFormat[] = "iiiiiiiif";
+static_assert(sizeof(TextureJob) == 36);
+
+bool is_local(const TextureJob& job) { return (job.flags & IMG_TEXTURE_LOCAL) != 0; }
+
+const char* name_of(const TextureJob& job) {
+  return ka_db_exists(job.name) ? static_cast<const char*>(ka_db_access(job.name)) : "";
+}
+
+// Bytes of the budget that a cached file brings along: 5 percent of its own.
+double share_of(std::int64_t file_size) { return 0.05 * static_cast<double>(file_size); }
+
+void report_loaded(const char* name, std::int64_t bytes) {
+  ka_debug("texture %s was loaded (%d Kb)", name, int(bytes / 1024));
+}
+
+// Registers the file with the texture cache, which closes the handle.
+bool cache(img_file& file, ka_job_call& call) {
+  const std::int64_t file_size = file.file_size;
+  std::uint32_t tag = call.tag;
+  if (!img_cache_map(&file, &tag)) return false;
+  const std::size_t element = ka_db_accessinfo(call.tag)->size;
+  call.job_size = element + std::size_t(file_size / 16384 * 8) + std::size_t(share_of(file_size));
+  call.fixed = 1;
+  img_cache_size_adjust(share_of(file_size));
+  return true;
+}
+
+int read_whole(img_file& file, const TextureJob& job, ka_job_call& call) {
+  img_image* const image = img_make_element(&file, &call.tag, job.name);
+  if (!image || !ka_img_image_read(&file, image)) {
+    ka_img_err_msg(&file);
+    ka_nerror(kNotRead, "cannot read texture %s", name_of(job));
+    return 0;
+  }
+  ka_img_image_set_writable(image, 0);
+  return 1;
+}
+
+// Maps, caches or reads an open file.
+int load_open(img_file& file, const TextureJob& job, ka_job_call& call) {
+  const std::int64_t file_size = file.file_size;
+  const bool prefers_cache = img_cache_prefer(img_context(), &file);
+  img_image* const mapped = prefers_cache ? nullptr : img_address_map(&file);
+  if (mapped) {
+    call.data = mapped;
+    call.size = std::size_t(file_size) - ka::kMapImageOffset;
+  } else if (cache(file, call)) {
+    return 1;
+  } else if (!read_whole(file, job, call)) {
+    return 0;
+  }
+  call.job_size = std::size_t(file_size);
+  report_loaded(name_of(job), file_size);
+  return 1;
+}
+
+int load(const TextureJob& job, ka_job_call& call) {
+  img_file file{};
+  if (!ka_img_open(&file, name_of(job), job.type)) {
+    ka_img_err_msg(&file);
+    ka_nerror(kNotOpened, "cannot open texture %s", name_of(job));
+    ka_img_close(&file);
+    return 0;
+  }
+  file.pyramid = job.pyramid;
+  const int result = load_open(file, job, call);
+  ka_img_close(&file);
+  return result;
+}
+
+// An image that is computed instead of loaded.
+int make(const TextureJob& job, ka_job_call& call) {
+  img_file shape{};
+  shape.width = job.width;
+  shape.height = job.height;
+  shape.pyramid = job.pyramid;
+  shape.writing = 1;
+  shape.type = job.type >= 0 && job.type < IMG_TYPE_COUNT ? job.type : img_color_type(job.bits);
+  img_image* const image = img_make_element(&shape, &call.tag, job.name);
+  if (!image) return 0;
+  call.fixed = 1;  // nothing else has the pixels, and who edits them may hold their address
+  return 1;
+}
+
+int execute(const TextureJob& job, ka_job_call& call) {
+  char path[KA_PATH_SIZE];
+  ka_string_substitute(path, name_of(job), sizeof path);
+  ka_progress("opening %stexture %s, for %s", is_local(job) ? "local " : "", path,
+              job.writing ? "writing" : "reading");
+  return job.writing ? make(job, call) : load(job, call);
+}
+
+void schedule(const TextureJob& job, ka_job_schedule& hints) {
+  hints.cost = 0.1F;
+  hints.importance = 1.0F;
+  hints.mode = is_local(job) || job.writing ? 1 : 2;
+}
+
+// Returns 1 when the pixels were not in memory of the element, or are still read there. In a purge,
+// which nobody may wait in, the data are of a file that was read whole.
+int unload(const TextureJob& job, ka_job_call& call) {
+  if (!call.fixed) return 0;
+  auto* const image = static_cast<img_image*>(call.data);
+  if (img_munmap_map(image)) {
+    ka_progress("texture %s was memory-unmapped", name_of(job));
+    return 1;
+  }
+  if (!ka::is_cached(image)) return 0;
+  const std::int64_t file_size = img_cache_filesize_get(image);
+  if (!img_cache_image_remove(image)) return 0;
+  img_cache_size_adjust(-share_of(file_size));
+  return 1;
+}
+
+}  // namespace
+
+int ka_img_placeholder_dbcreate(const img_file* handle, std::uint32_t* tag, std::uint32_t flags) {
+  const ka::ModuleScope scope(KA_IMG);
+  const TextureJob job = {
+      .width = handle->width,
+      .height = handle->height,
+      .bits = handle->bits,
+      .flags = flags,
+      .pyramid = handle->pyramid,
+      .writing = handle->writing,
+      .type = handle->type,
+      .name = img_make_string(handle->name),
+      .filter = handle->pyramid != 0 ? static_cast<float>(handle->pyramid) : kNoFilter};
+  if (ka_job_create(tag, KA_DB_IMAGE, KA_IMG, &job, sizeof job, kFormat)) return 1;
+  if (job.name != 0) ka_db_delete(job.name);
+  return 0;
+}
+
+int ka_img_job_callback(int operation, ka_job_call* call) {
+  const ka::ModuleScope scope(KA_IMG);
+  const TextureJob& job = *static_cast<const TextureJob*>(call->parameters);
+  switch (operation) {
+    case KA_JOB_EXECUTE:
+      return execute(job, *call);
+    case KA_JOB_SCHEDULE:
+      schedule(job, call->schedule);
+      return 1;
+    case KA_JOB_DESCRIBE:
+      std::snprintf(call->text, sizeof call->text, "read texture file %.60s", name_of(job));
+      return 1;
+    case KA_JOB_DELETE:
+      return unload(job, *call);
+    case KA_JOB_END:
+      if (ka_db_exists(job.name)) ka_db_delete(job.name);
+      return 1;
+    default:
+      return 0;
+  }
+}

@@ -1,0 +1,298 @@
+// Images as elements of the scene database: textures and how they are loaded, images from another
+// host, lightmaps.
+#include <ka/endian.h>
+#include <ka/imgaccess.h>
+#include <ka/imgcache.h>
+#include <ka/imgelement.h>
+#include <ka/mem.h>
+#include <ka/trans.h>
+
+#include <cstring>
+#include <latch>
+
+#include "imgcache.h"
+#include "lib/messages.h"
+#include "pictures.h"
+
+namespace {
+
+class Elements : public testing::Test {
+ protected:
+  // Nothing that a test makes is left, and the budget of the cache is as before.
+  ~Elements() override {
+    ka_img_cache_request(0);
+    for (const std::uint32_t tag : tags_) EXPECT_TRUE(ka_db_delete(tag));
+    ka_db_counts counts;
+    ka_db_get_counts(&counts);
+    EXPECT_EQ(counts.tags, 0U);
+    EXPECT_EQ(budget(), 1024);
+  }
+
+  static int budget() {
+    ka_img_cache_counts counts;
+    ka_img_cache_get_counts(&counts);
+    return counts.budget;
+  }
+
+  // A picture whose samples tell their place, as a file.
+  std::string picture(int format, int type, int width, int height, int pyramid = 0) {
+    const test::Image image = test::make_image(type, width, height);
+    for (int y = 0; y < height; ++y) {
+      for (std::size_t slot = 0; slot < 4; ++slot) {
+        std::uint8_t* const plane = test::plane(image.get(), y, slot);
+        const int bytes = width * ((ka_img_nbits[type] + 7) / 8);
+        for (int x = 0; plane && x < bytes; ++x) {
+          plane[x] = std::uint8_t(3 * y + 7 * int(slot) + x);
+        }
+      }
+    }
+    const std::string path = scratch_.path("picture" + std::to_string(tags_.size()));
+    test::Handle file;
+    file->pyramid = pyramid;
+    file->file_type = std::uint8_t(type);
+    EXPECT_TRUE(ka_img_create(file, path.c_str(), type, format, width, height));
+    EXPECT_TRUE(ka_img_image_write(file, image.get()));
+    EXPECT_TRUE(ka_img_close(file));
+    return path;
+  }
+
+  struct Texture {
+    std::string path;
+    int type = IMG_TYPE_FILE, pyramid = 0, writing = 0;
+    std::uint32_t flags = 0;
+    int width = 0, height = 0, bits = 8;
+  };
+  std::uint32_t declare(const Texture& texture) {
+    img_file handle{};
+    handle.name = const_cast<char*>(texture.path.c_str());
+    handle.type = texture.type;
+    handle.pyramid = texture.pyramid;
+    handle.writing = texture.writing;
+    handle.width = texture.width;
+    handle.height = texture.height;
+    handle.bits = texture.bits;
+    std::uint32_t tag = 0;
+    EXPECT_TRUE(ka_img_placeholder_dbcreate(&handle, &tag, texture.flags));
+    tags_.push_back(tag);
+    return tag;
+  }
+  static const img_image* access(std::uint32_t tag) {
+    return static_cast<const img_image*>(ka_job_access(tag));
+  }
+  // Whether the texture shows what reading the file shows.
+  static bool shows(const img_image* image, const std::string& path) {
+    const test::Image plain = test::read_image(path, IMG_TYPE_RGBA_FP);
+    for (int y = 0; y < plain->height; ++y) {
+      for (int x = 0; x < plain->width; ++x) {
+        float color[4], expected[4];
+        ka_img_get_color(image, color, x, y);
+        ka_img_get_color(plain.get(), expected, x, y);
+        for (int i = 0; i < 4; ++i) {
+          if (std::abs(color[i] - expected[i]) > 1e-5F) return false;
+        }
+      }
+    }
+    return true;
+  }
+
+  test::Scratch scratch_;
+  std::vector<std::uint32_t> tags_;
+};
+
+TEST_F(Elements, MapFilesAreMapped) {
+  const std::string path = picture(IMG_FORMAT_MAP, IMG_TYPE_RGBA, 20, 10);
+  const std::uint32_t tag = declare({.path = path, .flags = IMG_TEXTURE_LOCAL});
+  char text[KA_JOB_TEXT_SIZE];
+  EXPECT_TRUE(ka_job_describe(tag, text));
+  EXPECT_EQ(text, ("read texture file " + path).substr(0, 78));
+  const auto lines = messages_of([&] { EXPECT_TRUE(shows(access(tag), path)); });
+  EXPECT_TRUE(std::ranges::count(lines, "opening local texture " + path + ", for reading"));
+  EXPECT_TRUE(std::ranges::count(lines, "texture " + path + " was loaded (1 Kb)"));
+  EXPECT_EQ(ka_job_size(tag), std::filesystem::file_size(path));
+  EXPECT_EQ(ka_db_size(tag), std::filesystem::file_size(path) - 64);
+  ka_db_unpin(tag);
+  const auto end = messages_of([&] { EXPECT_TRUE(ka_job_flush(tag)); }, KA_PROGRESS);
+  EXPECT_EQ(end, (Texts{"texture " + path + " was memory-unmapped"}));
+  EXPECT_TRUE(shows(access(tag), path));
+  ka_db_unpin(tag);
+}
+
+TEST_F(Elements, MapFilesAreCachedOnRequest) {
+  ka_img_cache_request(3);
+  const std::string path = picture(IMG_FORMAT_MAP, IMG_TYPE_RGB_16, 700, 400, 1);
+  const std::uint32_t tag = declare({.path = path, .pyramid = 1});
+  const img_image* const image = access(tag);
+  ASSERT_NE(image, nullptr);
+  EXPECT_NE(image->flags[2], 0);
+  EXPECT_TRUE(shows(image, path));
+  const auto file_size = std::int64_t(std::filesystem::file_size(path));
+  EXPECT_EQ(budget(), int((16777216.0 + 0.05 * double(file_size)) / 16384));
+  EXPECT_EQ(std::int64_t(ka_job_size(tag)),
+            std::int64_t(ka_db_size(tag)) + file_size / 16384 * 8 + file_size / 20);
+  ka_db_unpin(tag);
+}
+
+TEST_F(Elements, OtherFilesAreReadWhole) {
+  const std::string path = picture(IMG_FORMAT_TIF, IMG_TYPE_RGBA, 33, 21);
+  const std::uint32_t tag = declare({.path = path, .type = IMG_TYPE_RGB_16, .pyramid = 1});
+  EXPECT_TRUE(messages_of([&] { access(tag); }, KA_ERROR | KA_WARNING).empty());
+  const img_image* const image = access(tag);
+  EXPECT_EQ(image->type, IMG_TYPE_RGB_16);
+  EXPECT_EQ(image->levels, 5);
+  EXPECT_FALSE(ka_img_image_is_writable(image));
+  EXPECT_STREQ(static_cast<const char*>(ka_db_access(ka_img_image_name(image))), path.c_str());
+  EXPECT_EQ(ka_img_access(image, 3, 1), test::plane(image, 3, 1));
+  EXPECT_EQ(ka_img_access(image, 21, 1), nullptr);
+  ka_db_unpin(tag);
+  ka_db_unpin(tag);
+}
+
+TEST_F(Elements, TellWhatCannotBeLoadedAndTryAgain) {
+  const std::string path = scratch_.path("later.map");
+  const std::uint32_t tag = declare({.path = path});
+  const auto lines = messages_of([&] { EXPECT_EQ(access(tag), nullptr); }, KA_ERROR);
+  EXPECT_EQ(lines.back(), "101001 cannot open texture " + path);
+  EXPECT_EQ(lines.size(), 2U);
+  std::filesystem::rename(picture(IMG_FORMAT_MAP, IMG_TYPE_RGBA, 5, 5), path);
+  EXPECT_NE(access(tag), nullptr);
+  ka_db_unpin(tag);
+
+  const std::string map = picture(IMG_FORMAT_MAP, IMG_TYPE_RGBA, 6, 5);
+  const std::uint32_t other = declare({.path = map, .type = IMG_TYPE_RGBA_FP});
+  const auto warnings = messages_of([&] { EXPECT_TRUE(shows(access(other), map)); }, KA_WARNING);
+  ASSERT_EQ(warnings.size(), 2U);
+  EXPECT_EQ(warnings[0].substr(0, 6), "102004");
+  EXPECT_EQ(warnings[1].substr(0, 6), "102007");
+  ka_db_unpin(other);
+
+  const std::string cut = picture(IMG_FORMAT_PPM, IMG_TYPE_RGB, 6, 5);
+  std::filesystem::resize_file(cut, std::filesystem::file_size(cut) - 10);
+  const std::uint32_t damaged = declare({.path = cut});
+  const auto errors = messages_of([&] { EXPECT_EQ(access(damaged), nullptr); }, KA_ERROR);
+  EXPECT_EQ(errors.back(), "101002 cannot read texture " + cut);
+}
+
+TEST_F(Elements, ImagesAreMadeAndMadeAnew) {
+  std::uint32_t tag = 0;
+  img_file shape{};
+  shape.width = 7;
+  shape.height = 9;
+  shape.writing = 1;
+  for (const int type : {IMG_TYPE_BIT, IMG_TYPE_A_FP, IMG_TYPE_RGBA_FP, IMG_TYPE_S}) {
+    shape.type = type;
+    shape.pyramid = type == IMG_TYPE_S;
+    const img_image* const image = ka_img_image_dbcreate(&shape, &tag);
+    ASSERT_NE(image, nullptr);
+    EXPECT_EQ(image->type, type);
+    EXPECT_EQ(test::plane(image, 8, ka_img_ncomp[type] == 1 ? 3 : 0)[0], 0);
+    EXPECT_EQ(ka_img_image_name(image), 0U);
+    std::memset(test::plane(image, 8, ka_img_ncomp[type] == 1 ? 3 : 0), 255, 7);
+  }
+  shape.name = const_cast<char*>("a name");
+  const std::uint32_t name = ka_img_image_name(ka_img_image_dbcreate(&shape, &tag));
+  EXPECT_STREQ(static_cast<const char*>(ka_db_access(name)), "a name");
+  tags_ = {name, tag};
+  EXPECT_DEATH(ka_img_image_dbcreate(&shape, &tags_[0]), "kaSCENE_IMAGE");
+  EXPECT_DEATH(ka_img_image_dbcreate(nullptr, &tag), "ASSERTION FAILED: ifp: ");
+  shape.width = shape.height = 1 << 20;
+  EXPECT_EQ(ka_img_image_dbcreate(&shape, &tag), nullptr);
+}
+
+TEST_F(Elements, ImagesOfTheOtherByteOrderAreTurned) {
+  for (const int type : {IMG_TYPE_RGBA, IMG_TYPE_RGBA_16, IMG_TYPE_S_FP}) {
+    const std::string path = picture(IMG_FORMAT_MAP, type, 12, 8, 1);
+    const std::string plain = test::read_file(path).substr(64);
+    std::string turned = plain;
+    auto* const image = reinterpret_cast<img_image*>(turned.data());
+    for (int k = image->levels; k-- > 0;) {
+      img_image* level = nullptr;
+      ka_img_pyramid_set_level(&level, image, k);
+      const std::size_t table = 120 + 16 * std::size_t(level->height);
+      const auto samples = std::ptrdiff_t(level->width) * level->height * level->components;
+      auto* const start = reinterpret_cast<std::uint8_t*>(level);
+      if (level->bits == 16) ka_swap_shorts(start + table, samples);
+      if (level->bits == 32) ka_swap_ints(start + table, samples);
+      ka_swap_ints(start, 26);
+      ka_swap_ints(start + 108, std::ptrdiff_t(table - 108) / 4);
+    }
+    EXPECT_TRUE(ka_img_image_import(image, turned.size(), 1));
+    EXPECT_EQ(turned, plain);
+    EXPECT_TRUE(ka_img_image_import(image, turned.size(), 0));
+    EXPECT_FALSE(ka_img_image_import(image, turned.size() - 1, 0));
+    image->level_offset[2] += 4;
+    EXPECT_FALSE(ka_img_image_import(image, turned.size(), 0));
+    std::filesystem::remove(path);
+  }
+}
+
+class Lightmaps : public Elements {
+ protected:
+  std::uint32_t lightmap(const std::string& name, int bits, int pyramid = 0) {
+    return declare({.path = scratch_.path(name),
+                    .pyramid = pyramid,
+                    .writing = 1,
+                    .width = 8,
+                    .height = 8,
+                    .bits = bits});
+  }
+};
+
+TEST_F(Lightmaps, AreWrittenOnceByTheLastEditor) {
+  const struct {
+    const char* name;
+    int bits, format, type;
+  } rows[] = {{"a.tif", 8, IMG_FORMAT_TIF, IMG_TYPE_RGBA},
+              {"b.unknown", 16, IMG_FORMAT_MAP, IMG_TYPE_RGBA_16},
+              {"c", 32, IMG_FORMAT_MAP, IMG_TYPE_RGBA_FP}};
+  for (const auto& row : rows) {
+    const std::uint32_t tag = lightmap(row.name, row.bits, 1);
+    std::atomic<int> written{0};
+    std::latch all_edit(4);
+    const auto lines = messages_of(
+        [&] {
+          test::in_threads(4, [&] {
+            ka_lightmap* entry = nullptr;
+            img_image* const image = ka_lightmap_edit(&entry, tag);
+            all_edit.arrive_and_wait();
+            const int x = ++written;
+            const float color[4] = {0.5F, 1.0F, 0.25F, 1.0F};
+            ka_img_put_color(image, color, x, x);
+            EXPECT_TRUE(ka_lightmap_edit_end(entry));
+          });
+        },
+        KA_PROGRESS);
+    EXPECT_EQ(std::ranges::count(lines, "writing lightmap file " + scratch_.path(row.name)), 1);
+    test::Handle file;
+    EXPECT_TRUE(ka_img_open(file, scratch_.path(row.name).c_str(), IMG_TYPE_FILE));
+    EXPECT_EQ(file->format, row.format);
+    EXPECT_EQ(file->type, row.type);
+    EXPECT_TRUE(shows(access(tag), scratch_.path(row.name)));
+    ka_db_unpin(tag);
+  }
+}
+
+TEST_F(Lightmaps, TellWhatFails) {
+  ka_lightmap* entry = nullptr;
+  const auto edit = [&](std::uint32_t tag) {
+    return messages_of([&] { EXPECT_EQ(ka_lightmap_edit(&entry, tag), nullptr); }, KA_ERROR);
+  };
+  const std::uint32_t mapped = declare({.path = picture(IMG_FORMAT_MAP, IMG_TYPE_RGBA, 4, 4)});
+  EXPECT_EQ(edit(mapped), (Texts{"101021 attempting to edit a non-writable image"}));
+  const std::uint32_t nowhere = lightmap("no/such.tif", 8);
+  EXPECT_EQ(edit(nowhere).back(), "101022 cannot create file " + scratch_.path("no/such.tif"));
+  EXPECT_EQ(edit(9999), Texts{});
+  for (const char* name : {"full.tif", "full"}) {
+    const std::uint32_t tag = lightmap(name, 8);
+    EXPECT_NE(ka_lightmap_edit(&entry, tag), nullptr);
+    const test::Limit files(RLIMIT_FSIZE, 100);
+    const bool is_map = name[4] == '\0';  // whose blocks it has since it was created
+    const auto lines =
+        messages_of([&] { EXPECT_EQ(ka_lightmap_edit_end(entry), int(is_map)); }, KA_ERROR);
+    if (!is_map) {
+      EXPECT_EQ(lines.back(), "101024 cannot close file " + scratch_.path(name));
+    }
+  }
+  EXPECT_FALSE(test::exists(scratch_.path("full.tif")));
+}
+
+}  // namespace
