@@ -29,13 +29,13 @@ int drop_page(ka::CacheThread& thread, ka::HeldPage& held, bool release) {
   return freed;
 }
 
-// Of one level. Returns the number of pages that were freed.
-int drop_pages_of(ka::CacheThread& thread, const ka::CacheRecord& record) {
+// Of one level, all but `kept`. Returns the number of pages that were freed.
+int drop_pages_of(ka::CacheThread& thread, const ka::CacheRecord& record, const ka::Link* kept) {
   int freed = 0;
   for (ka::Link* link = thread.page_list.next; link != &thread.page_list;) {
     auto& held = static_cast<ka::HeldPage&>(*link);
     link = link->next;
-    if (held.record == &record) freed += drop_page(thread, held, true);
+    if (held.record == &record && &held != kept) freed += drop_page(thread, held, true);
   }
   return freed;
 }
@@ -117,11 +117,11 @@ void n_pages_flush(ka::CacheThread& thread, int n) {
   const int kept = std::max(thread.held - n, 0);
   while (thread.held > kept) {
     auto& oldest = static_cast<ka::HeldPage&>(*thread.page_list.previous);
-    if (oldest.record->valid.load(std::memory_order_relaxed)) {
-      freed += drop_page(thread, oldest, true);
-    } else {
-      freed += drop_pages_of(thread, *oldest.record);
-      forget_recent();
+    const ka::CacheRecord& record = *oldest.record;
+    freed += drop_page(thread, oldest, true);
+    // the caller may be about to return an address in the page that was used last
+    if (!record.valid.load(std::memory_order_relaxed)) {
+      freed += drop_pages_of(thread, record, thread.page_list.next);
     }
   }
   ka::count_flushed(freed);
@@ -130,7 +130,7 @@ void n_pages_flush(ka::CacheThread& thread, int n) {
 
 void context_image_flush(ka::CacheThread& thread, ka::CacheRecord& record) {
   if (ka::recent_page.image == record.image) forget_recent();
-  ka::count_flushed(drop_pages_of(thread, record));
+  ka::count_flushed(drop_pages_of(thread, record, nullptr));
   if (ka::Descriptor* const open = thread.descriptors.find(record.file)) {
     close_descriptor(thread, *open);
   }

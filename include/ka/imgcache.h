@@ -14,9 +14,9 @@ KA_BEGIN_DECLS
  *   Returns  null when `image` is not, or no longer, a level of a cached image (its memory is not
  *            read then), when the offset is not inside its pixels, and when the file cannot be read
  *            or is not the file that was cached, after one error message for the file.
- *   Memory   the cache's. The address stays readable until the calling thread calls again and that
- *            call drops the page. The pages of a thread's last 256 different pages stay, unless the
- *            image is removed: then they go with the thread's next call, for any image.
+ *   Memory   the cache's. The address stays readable while the calling thread uses fewer than 256
+ *            other pages, until it ends; when the image has been removed, until the thread's next
+ *            call for any image.
  *   Threads  any number of them. The address is the calling thread's; other threads call
  *            themselves. Pixels that are stored through it are seen by all threads, and are lost
  *            when the page is dropped.

@@ -11,7 +11,8 @@
 
 namespace {
 
-constexpr int kThreads = 8, kFiles = 4, kHeight = 300;
+constexpr int kThreads = 8, kHeight = 300;
+constexpr std::size_t kFiles = 4;
 constexpr auto kTime = std::chrono::milliseconds(2000);
 
 // A texture that comes and goes. Its bytes are a function of their place, so that no reader needs
@@ -21,11 +22,11 @@ struct Guest {
   std::atomic<int> removals;  // counted before and after
 };
 
-std::uint8_t byte_of(int file, std::uint32_t place) {
+std::uint8_t byte_of(std::size_t file, std::uint32_t place) {
   return std::uint8_t((place * 2654435761U >> 13) + std::uint32_t(file) * 57);
 }
 
-void write_guest(const std::string& path, int file) {
+void write_guest(const std::string& path, std::size_t file) {
   const test::Image image = test::make_image(IMG_TYPE_S, 16384, kHeight);
   auto* const plane = reinterpret_cast<std::uint8_t*>(image.get()) + 120 + 16 * kHeight;
   for (std::uint32_t i = 0; i < 16384U * kHeight; ++i) plane[i] = byte_of(file, i);
@@ -35,7 +36,7 @@ void write_guest(const std::string& path, int file) {
 class Stress {
  public:
   Stress() {
-    for (int i = 0; i < kFiles; ++i) {
+    for (std::size_t i = 0; i < kFiles; ++i) {
       write_guest(path(i), i);
       guests_[i].image = test::cache(path(i));
     }
@@ -51,12 +52,12 @@ class Stress {
     const auto end = std::chrono::steady_clock::now() + kTime;
     const auto is_over = [end] { return std::chrono::steady_clock::now() > end; };
     const auto remover = test::registered([&] {
-      for (std::minstd_rand random; !is_over();) exchange(1 + int(random() % (kFiles - 1)));
+      for (std::minstd_rand random; !is_over();) exchange(1 + random() % (kFiles - 1));
     });
     test::in_threads(kThreads, [&] {
       std::minstd_rand random(seed++);
       while (!is_over()) {
-        for (int i = 0; i < 100; ++i) read(int(random() % kFiles), std::uint32_t(random()));
+        for (int i = 0; i < 100; ++i) read(random() % kFiles, std::uint32_t(random()));
         if (random() % 50 == 0) img_cache_memory_limit(img_context(), 1 << 20);
         if (random() % 50 == 0) change_thread();
       }
@@ -66,11 +67,13 @@ class Stress {
   [[nodiscard]] std::int64_t misses() const { return misses_; }
 
  private:
-  [[nodiscard]] std::string path(int file) const { return scratch_.path(std::to_string(file)); }
+  [[nodiscard]] std::string path(std::size_t file) const {
+    return scratch_.path(std::to_string(file));
+  }
 
   // The first file stays: every value of it is right. The others are null or right, and right when
   // they were not touched between the look at the counter before and after.
-  void read(int file, std::uint32_t number) {
+  void read(std::size_t file, std::uint32_t number) {
     Guest& guest = guests_[file];
     const std::uint32_t place = number % (16384U * kHeight);
     const int before = guest.removals;
@@ -96,7 +99,7 @@ class Stress {
     }
   }
 
-  void exchange(int file) {
+  void exchange(std::size_t file) {
     Guest& guest = guests_[file];
     ++guest.removals;
     img_image* const old = guest.image;

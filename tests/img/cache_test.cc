@@ -1,13 +1,11 @@
-// Texture cache: pages against what the files hold, its budget, images that are removed, files that
-// are replaced, and the messages of its start.
+// Texture cache: pages against what the files hold, its budget, images that are removed, and
+// files that are replaced.
 #include <gtest/gtest.h>
-#include <ka/detail/scope.h>
 #include <ka/db.h>
 #include <ka/imgaccess.h>
 #include <ka/message.h>
 #include <unistd.h>
 
-#include <array>
 #include <latch>
 #include <numeric>
 
@@ -20,26 +18,7 @@ namespace {
 
 using test::counts, test::Texture;
 
-class Cache : public testing::Test {
- protected:
-  Cache() { restart(); }
-  ~Cache() override { restart(); }
-  static void restart() {
-    const ka::ModuleScope scope(KA_IMG);
-    img_cache_exit();
-    img_cache_init();
-  }
-  static void set_budget(int pages) { img_cache_size_adjust((pages - counts().budget) * 16384.0); }
-  // Uses one page after the other of a texture of pages with one line each.
-  static void touch(const Texture& texture, int first, int pages) {
-    const auto page = std::uint32_t(texture.image()->width);
-    for (int i = first; i < first + pages; ++i) {
-      ASSERT_EQ(*texture.get(std::uint32_t(i) * page), texture.byte(std::uint32_t(i) * page));
-    }
-  }
-
-  test::Scratch scratch_;
-};
+using Cache = test::CacheTest;
 
 // Bytes of a page: as many lines as 16384 bytes hold, or one.
 TEST_F(Cache, PagesHoldWholeLines) {
@@ -247,6 +226,31 @@ TEST_F(Cache, RemovedImagesAreGoneForEveryThread) {
   removed.count_down();
 }
 
+std::vector<img_image*> to_remove;
+int remove_images(std::int64_t /*wanted*/) {
+  for (img_image* const image : std::exchange(to_remove, {})) img_cache_image_remove(image);
+  return 0;
+}
+
+// The purge runs inside the call that loads a page of the first one.
+TEST_F(Cache, PurgesMayRemoveImagesThatAreRead) {
+  const Texture first(scratch_, "a", IMG_TYPE_S, 16384, 8),
+      second(scratch_, "b", IMG_TYPE_S, 16384, 8);
+  touch(first, 0, 2);
+  touch(second, 0, 2);
+  to_remove = {first.image(), second.image()};
+  const img_image* const image = first.image();
+  ka_mem_limit_handler(KA_JOB, remove_images);
+  ka_mem_memory_limit(8);
+  touch(first, 2, 1);
+  ka_mem_memory_limit(0);
+  ka_mem_limit_handler(KA_JOB, nullptr);
+  EXPECT_TRUE(to_remove.empty());
+  EXPECT_EQ(counts().allocated, 5);
+  EXPECT_EQ(ka_img_cache_get(image, 120 + 16 * 8), nullptr);
+  EXPECT_EQ(counts().allocated, 0);
+}
+
 TEST_F(Cache, LinesOfRemovedImagesAreErrors) {
   const Texture texture(scratch_, "a", IMG_TYPE_RGBA, 5, 5);
   EXPECT_NE(texture.get(0), nullptr);
@@ -255,7 +259,7 @@ TEST_F(Cache, LinesOfRemovedImagesAreErrors) {
     EXPECT_NE(texture.get(0), nullptr);
     read.count_down();
     removed.wait();
-    EXPECT_EQ(test::write_image(scratch_.path("b"), IMG_FORMAT_PPM, texture.image()), IMG_ERR_READ);
+    EXPECT_EQ(test::write_image(scratch_.path("b"), IMG_FORMAT_CT, texture.image()), IMG_ERR_READ);
     EXPECT_FALSE(test::exists(scratch_.path("b")));
   });
   read.wait();
@@ -291,80 +295,6 @@ TEST_F(Cache, BytesAfterAnEarlyEndAreZero) {
   EXPECT_EQ(*texture.get(end - 1), texture.byte(end - 1));
   EXPECT_EQ(*texture.get(end), 0);
   EXPECT_EQ(*texture.get(texture.bytes() - 1), 0);
-}
-
-TEST_F(Cache, ThreadsKeepToTheirDescriptors) {
-  const int files = test::open_descriptors();
-  const int shares = (2 * ka_msg_no_of_cpus() + 2) * 2;
-  {
-    const test::Limit limit(RLIMIT_NOFILE, rlim_t(2 * shares + 1));
-    EXPECT_EQ(messages_of([] { restart(); }),
-              Texts{"use " + std::to_string(shares) + " file descriptors for texture caching"});
-  }
-  std::array<std::unique_ptr<Texture>, 4> textures;
-  for (int i = 0; i < 4; ++i) {
-    textures[std::size_t(i)] =
-        std::make_unique<Texture>(scratch_, std::to_string(i), IMG_TYPE_S, 16384, 8);
-  }
-  for (int i = 0; i < 32; ++i) touch(*textures[std::size_t(i * 3 % 4)], i / 4, 1);
-  EXPECT_EQ(test::open_descriptors(), files + 2);
-  textures[1].reset();  // the last one that was used
-  EXPECT_EQ(test::open_descriptors(), files + 1);
-  restart();
-  EXPECT_EQ(test::open_descriptors(), files);
-}
-
-TEST_F(Cache, StartTellsTooFewDescriptors) {
-  const test::Limit limit(RLIMIT_NOFILE, rlim_t(4 * ka_msg_no_of_cpus() + 3));
-  const std::string need = std::to_string(4 * ka_msg_no_of_cpus() + 4);
-  EXPECT_EQ(messages_of([] { restart(); }, kReports),
-            Texts{"101008 too few file descriptors available, need " + need});
-  EXPECT_EQ(ka::fds_per_thread, 1);
-}
-
-TEST_F(Cache, TheEnvironmentSaysWhatIsLarge) {
-  struct Row {
-    const char* limit;
-    std::int64_t bytes;
-  };
-  img_file handle{};
-  handle.format = IMG_FORMAT_MAP;
-  for (const auto& [limit, bytes] : {Row{"0", 16777216},
-                                     {"-5", 16777216},
-                                     {"many", 16777216},
-                                     {"", 16777216},
-                                     {"7", 7168},
-                                     {"8388608", 8589934592}}) {
-    setenv("KA_1TC_LIMIT", limit, 1);
-    const Texts told = messages_of([] { restart(); }, kReports);
-    unsetenv("KA_1TC_LIMIT");
-    if (bytes == 16777216) {
-      EXPECT_EQ(told, Texts{});
-    } else {
-      EXPECT_EQ(told, Texts{"cache map textures bigger than " + std::to_string(bytes)});
-    }
-    handle.file_size = bytes;
-    EXPECT_FALSE(img_cache_prefer(img_context(), &handle)) << limit;
-    ++handle.file_size;
-    EXPECT_TRUE(img_cache_prefer(img_context(), &handle)) << limit;
-  }
-  handle.format = IMG_FORMAT_PPM;
-  EXPECT_FALSE(img_cache_prefer(img_context(), &handle));
-  handle.file_size = 0;
-  for (const int request : {3, 2}) {
-    ka_img_cache_request(request);
-    EXPECT_EQ(img_cache_prefer(img_context(), &handle), request > 2);
-  }
-}
-
-TEST_F(Cache, EndTellsHowLargeItWas) {
-  {
-    const Texture texture(scratch_, "a", IMG_TYPE_S, 16384, 8);
-    touch(texture, 0, 5);
-  }
-  EXPECT_EQ(messages_of([] { img_cache_exit(); }, kReports),
-            Texts{"texture cache: maximum 5 pages, 5 flushes"});
-  EXPECT_EQ(messages_of([] { img_cache_exit(); }, kReports), Texts{});
 }
 
 // The headers of an element that goes without a word to the cache make room for the next ones.

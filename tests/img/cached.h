@@ -2,6 +2,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <ka/detail/scope.h>
 #include <ka/mem.h>
 
 #include <cstring>
@@ -102,5 +103,27 @@ inline ka_img_cache_counts counts() {
   ka_img_cache_get_counts(&counts);
   return counts;
 }
+
+// Starts every test with an empty cache of the usual size.
+class CacheTest : public testing::Test {
+ protected:
+  CacheTest() { restart(); }
+  ~CacheTest() override { restart(); }
+  static void restart() {
+    const ka::ModuleScope scope(KA_IMG);
+    img_cache_exit();
+    img_cache_init();
+  }
+  static void set_budget(int pages) { img_cache_size_adjust((pages - counts().budget) * 16384.0); }
+  // Uses one page after the other of a texture of pages with one line each.
+  static void touch(const Texture& texture, int first, int pages) {
+    const auto page = std::uint32_t(texture.image()->width);
+    for (int i = first; i < first + pages; ++i) {
+      ASSERT_EQ(*texture.get(std::uint32_t(i) * page), texture.byte(std::uint32_t(i) * page));
+    }
+  }
+
+  Scratch scratch_;
+};
 
 }  // namespace test
