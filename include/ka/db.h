@@ -2,6 +2,8 @@
  * The data of a data element exist from its creation; those of a job element (ka/job.h) are produced
  * when a thread first accesses it, stay in memory while a thread has it pinned, and may be swapped
  * out to a file in between.
+ *   Errors   a tag that is 0 (8), of another host (51) or without an element (52) ends the process
+ *            with a fatal message, except where something else is said.
  *   Threads  any number of them. Two threads that write to the data of one element, or delete an
  *            element that another one still uses, need an agreement of their own. */
 #pragma once
@@ -53,7 +55,7 @@ typedef struct ka_db_entry {
 } ka_db_entry;
 
 /* Starts the store; after the memory manager. ka_db_exit releases every element, with its data and
- * its swap file. */
+ * its swap file, whether it is pinned or not; after ka_trans_exit and ka_img_exit. */
 void ka_db_init(void);
 void ka_db_exit(void);
 
@@ -70,8 +72,8 @@ ka_db_entry* ka_db_jobcreate(uint32_t* tag, int type);
  * they are missing; each access needs a ka_db_unpin. The data of a job element stay valid until then.
  *   Returns  never null. The process ends with a fatal message for tag 0 (8), an unknown tag (52), a
  *            tag of another host (51), an element that was deleted meanwhile (11), a job that
- *            fails (37) and one that yields no data (0): ka_db_exists and ka_job_access are for
- *            those who expect that.
+ *            fails (37), and one that yields no data or whose data cannot be read from disk (0):
+ *            ka_db_exists and ka_job_access are for those who expect that.
  *   Cost     no lock where the data are in memory. */
 void* ka_db_access(uint32_t tag);
 void* ka_db_access_type(uint8_t* type, uint32_t tag); /* also stores the type */
@@ -84,8 +86,8 @@ void ka_db_unpin(uint32_t tag);
 int ka_db_exists(uint32_t tag);
 
 /* Resizes the data to at least 1 byte; added bytes are zero.
- *   Before   no other thread uses the data. A job element is pinned, or its job is running in the
- *            calling thread: it gets its first data in this way.
+ *   Before   no other thread uses the data. A job element is pinned and its data are not fixed, or
+ *            its job is running in the calling thread: it gets its first data in this way.
  *   Returns  the data, which may have moved. */
 void* ka_db_realloc(uint32_t tag, size_t size);
 
@@ -127,7 +129,7 @@ int ka_db_disk_pageout(uint32_t tag, ka_db_entry* entry, void* data, size_t size
  *   Returns  1; 0 after errors 5 to 7: the element stays on disk; 0 after error 8: it has no data,
  *            and its job produces them again. */
 int ka_db_disk_pagein(uint32_t tag);
-/* Removes the swap file of a job element. */
+/* Removes the swap file of a job element that is on disk: its job produces the data again. */
 void ka_db_disk_delete(uint32_t tag);
 /* Removes the swap files of processes that no longer exist from the folder. */
 void ka_db_disk_cleanup(void);

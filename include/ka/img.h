@@ -159,9 +159,10 @@ typedef struct img_image {
   int32_t height;            /* lines */
   int32_t bits;              /* per component */
   int32_t components;
-  uint8_t flags[4]; /* the third: planes are held by the texture cache */
-  int32_t type;     /* img_type */
-  uint32_t words[2];
+  uint8_t flags[4];  /* the first: ka_img_image_is_writable; the third: planes are held by the
+                       texture cache */
+  int32_t type;      /* img_type */
+  uint32_t words[2]; /* the first: ka_img_image_name */
 } img_image;
 
 /* Entry of the line table: offsets of the planes of R, G, B and A from the start of the block, 0:
@@ -174,7 +175,9 @@ typedef struct img_image_line {
 extern const int32_t* const ka_img_nbits;
 extern const int32_t* const ka_img_ncomp;
 
-/* Starts the image library, once, after the memory manager; ka_img_exit is its counterpart. */
+/* Starts the image library, once, after the memory manager. ka_img_exit is its counterpart, after
+ * ka_trans_exit and before ka_db_exit: it gives back the pixels of textures that no thread has
+ * pinned, and the texture cache. */
 void ka_img_init(void);
 void ka_img_exit(void);
 const char* ka_img_version(void);

@@ -31,13 +31,16 @@ int ka_img_image_is_writable(const img_image* image);
 enum { IMG_TEXTURE_LOCAL = 1 /* the file is on this host: only the messages differ */ };
 
 /* Declares a texture: creates an element whose job loads the file when a thread first accesses it
- * with ka_job_access. Map files are mapped, or cached where they are large or the thread has asked
- * for it (ka_img_cache_request); other files are read whole. A handle that is `writing` declares an
- * image that is made instead of loaded: width x height pixels of its type, zero and writable.
+ * with ka_job_access. Map files of the wanted type that have the levels asked for are mapped; they
+ * are cached where they are large, the loading thread has asked for it (ka_img_cache_request), or
+ * their byte order is not this machine's. All other files are read whole. A handle that is `writing`
+ * declares an image that is made instead of loaded: width x height pixels, zero and writable.
  *   Takes    a cleared handle that is not open, of which these fields count: name, type (as for
- *            ka_img_open), pyramid (not 0: reduced levels are needed), writing, and for a writing
- *            one width, height and bits.
+ *            ka_img_open; 0 is rgba), pyramid (not 0: reduced levels are needed), writing, and for a
+ *            writing one width, height and, with IMG_TYPE_FILE, bits: rgba of 8, 16 or 32 bits.
  *            `*tag` 0 for a new element, or the tag of a texture that gets this file instead.
+ *   Memory   the element, and a string element with the name, are the current transaction's. The
+ *            texture is not in use when that ends.
  *   Returns  1; 0 when the existing element is no job element or is in use. */
 int ka_img_placeholder_dbcreate(const img_file* handle, uint32_t* tag, uint32_t flags);
 
@@ -62,13 +65,14 @@ void ka_img_mode(uint32_t options);
 typedef struct ka_lightmap ka_lightmap;
 
 /* Begins to edit an image element. The first editor creates the file that the image names, in the
- * format of the name's extension, else as a map file, with 8, 16 or 32 bits per component as the
- * image has them.
+ * format of the name's extension, else as a map file, as rgba of 8, 16 or 32 bits per component as
+ * the image has them. Without a name there is no file.
  *   Returns  the image, the same for all who edit it at a time, and in `*entry` what
  *            ka_lightmap_edit_end takes; null after error 21 (not writable), or 22 and the handle's
  *            own (the file cannot be created). */
 img_image* ka_lightmap_edit(ka_lightmap** entry, uint32_t tag);
-/* Ends it. The last editor computes the reduced levels and writes the file.
+/* Ends it. The last editor, when no other one is left, computes the reduced levels and writes the
+ * file. Who begins after that creates the file again. All have ended before ka_img_exit.
  *   Returns  1, or 0 after error 23 or 24: the file could not be written or closed, and is not
  *            there. */
 int ka_lightmap_edit_end(ka_lightmap* entry);

@@ -54,7 +54,8 @@ typedef struct ka_job_call {
  *            store is to release them. Else 1, or 0 for operations that it does not know. */
 typedef int (*ka_job_callback)(int operation, ka_job_call* call);
 
-/* Registers the callback of all jobs of a module; at start-up. */
+/* Registers the callback of all jobs of a module; at start-up. Null removes it: the data that its
+ * jobs have produced are given back first, as by ka_job_flush. */
 void ka_job_register(int module, ka_job_callback callback);
 
 /* Creates a job element owned by the current transaction; where `*tag` is not 0, the existing job
@@ -72,8 +73,8 @@ int ka_job_create(uint32_t* tag, int type, int module, const void* parameters, s
  *            not exist. A later call tries again. Data elements give their data. */
 void* ka_job_access(uint32_t tag);
 
-/* Gives the data of a job element back; the job stays. Returns 1, or 0 when the element is pinned
- * or in use. */
+/* Gives the data of a job element back, also fixed ones; the job stays. Returns 1, or 0 when there
+ * are none in memory, or the element is pinned or in use. Never waits. */
 int ka_job_flush(uint32_t tag);
 
 /* What the element costs in all, in bytes, as its last execution said; 0: no data. */

@@ -68,7 +68,8 @@ void ka_trans_default(void);
 /* Releases the areas of all transactions, sessions and worlds, exit functions first. The calling
  * thread is the last one. */
 void ka_trans_wst_exit(void);
-/* Releases the defaults themselves, and what has not been ended. */
+/* Releases the defaults themselves, and what has not been ended with its elements; before
+ * ka_db_exit. */
 void ka_trans_exit(void);
 
 /* Begins a world, a session in the current world, or a transaction in the current session, and
@@ -87,9 +88,11 @@ int ka_trans_attach(uint32_t tag, int type);
 
 /* Ends the current transaction, session or world and attaches the calling thread to the default of
  * what contains it. Elements that were created in it and are left are deleted.
- *   Returns  1, or 0 after an error message: 11 no such type, 13 to 15 it is a default, 9 and 10 a
- *            session or transaction is open in it: the thread stays where it was. 16 to 18: another
- *            thread has ended it. */
+ *   Returns  1; 0 after an error message, with the thread where it was: 11 no such type, 13 to 15
+ *            it is a default, 9 and 10 a session or transaction is open in it (of a world 10 and
+ *            17), 17 and 18 its default session or transaction is gone; 0 after error 16, another
+ *            thread has ended it, with the thread in the default of what contains it. Where that is
+ *            gone, too, the thread is in the defaults of tag 0, after error 13. */
 int ka_trans_end(int type);
 
 /* The smallest begin time among transactions that are no defaults, 0xffffffff without one. */
