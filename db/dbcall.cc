@@ -22,15 +22,15 @@ bool is_started = false;
 ka_mutex delete_lock;  // guards the two below
 bool is_delayed = false;
 
-// Deletions that wait, with the transaction in which they were asked for.
+// Deletions that wait: which element, and whose it was.
 struct Delayed {
   std::uint32_t tag;
-  std::uint32_t transaction;
+  std::uint64_t serial;
+  ka::Owner owner;
 };
 ka::vector<Delayed>* delayed = nullptr;
 
-bool belongs_to_current(ka_db_entry& entry) {
-  const ka::Owner owner = ka::current_owner();
+bool belongs_to(ka_db_entry& entry, const ka::Owner& owner) {
   return ka::shared(entry.owner).load() == owner.tag &&
          ka::shared(entry.owner_serial).load() == owner.serial;
 }
@@ -45,25 +45,45 @@ bool delete_element(std::uint32_t tag, ka_db_entry& entry) {
   return true;
 }
 
-// As for ka_db_delete, at once.
-bool delete_owned(std::uint32_t tag) {
-  ka_db_entry& entry = ka::find_entry(tag);
-  if (!belongs_to_current(entry)) return false;
+// Deletes an element of the current transaction.
+bool delete_owned(std::uint32_t tag, ka_db_entry& entry) {
   const std::uint32_t place = entry.list_place;
   if (!delete_element(tag, entry)) return false;
   ka::trans_clear_tag(tag, place);
   return true;
 }
 
+// Queues a deletion while they are delayed. False: they are not.
+bool delay(std::uint32_t tag, ka_db_entry& entry) {
+  const ka::LockScope locked(delete_lock);
+  if (!is_delayed) return false;
+  const ka::Owner owner = ka::current_owner();
+  ka_debug("entering delete delayed: tag %#x, trans %#x", tag, owner.tag);
+  if (!delayed) delayed = ka::make_owned<ka::vector<Delayed>>().release();
+  delayed->push_back({tag, ka::shared(entry.serial).load(), owner});
+  return true;
+}
+
+// Carries a queued deletion out. False: the element is in use.
+bool delete_delayed(const Delayed& deletion) {
+  ka_db_entry& entry = *ka::entry_at(deletion.tag);
+  if (ka::shared(entry.serial).load() != deletion.serial) return true;  // it has gone already
+  if (!belongs_to(entry, deletion.owner)) return true;
+  const ka::Owner current = ka::current_owner();
+  return belongs_to(entry, current) ? delete_owned(deletion.tag, entry)
+                                    : delete_element(deletion.tag, entry);
+}
+
 // What transactions need of the store.
 
-std::uint32_t create_for_default(int type, const std::uint32_t* words, std::size_t count) {
+std::uint32_t create_for_default(int type, const std::uint32_t* words, std::size_t count,
+                                 std::uint32_t now) {
   const ka::ModuleScope scope(KA_DB);
   const std::size_t size = count * sizeof *words;
   void* const data = ka_mem_allocate(std::max<std::size_t>(size, 1));
   if (size > 0) std::memcpy(data, words, size);
   return ka::add_entry(type, {},
-                       {ka::Content::kData, data, std::max<std::size_t>(size, 1), nullptr});
+                       {ka::Content::kData, data, std::max<std::size_t>(size, 1), nullptr}, now);
 }
 
 bool read_copy(std::uint32_t tag, ka::StoredElement& element) {
@@ -78,7 +98,9 @@ std::uint64_t serial_of(std::uint32_t tag) {
 }
 
 void remove_element(std::uint32_t tag, std::uint64_t serial) {
-  void* const data = ka::shared(ka::entry_at(tag)->data).load();
+  ka_db_entry* const entry = ka::entry_at(tag);
+  if (!entry) return;
+  void* const data = ka::shared(entry->data).load();
   if (ka::remove_entry(tag, serial)) ka_mem_release(data);
 }
 
@@ -86,8 +108,9 @@ void release_owned(std::uint32_t tag, std::uint64_t owner_serial) {
   const ka::ModuleScope scope(KA_DB);
   ka_db_entry* const entry = ka::entry_at(tag);
   if (!entry || !ka::is_used(*entry)) return;
+  const std::uint64_t serial = ka::shared(entry->serial).load();
   if (ka::shared(entry->owner_serial).load() != owner_serial) return;
-  if (delete_element(tag, *entry)) return;
+  if (delete_element(tag, *entry) || ka::shared(entry->serial).load() != serial) return;
   ka_debug("element %#x is in use and passes to the default transaction", tag);
   ka::shared(entry->owner).store(0);
   ka::shared(entry->owner_serial).store(0);
@@ -137,7 +160,7 @@ void* access(std::uint32_t tag, ka_db_entry& entry) {
 }  // namespace
 
 std::uint32_t ka::add_own_entry(int type, const Content& content) {
-  const std::uint32_t tag = add_entry(type, current_owner(), content);
+  const std::uint32_t tag = add_entry(type, current_owner(), content, stamp());
   entry_at(tag)->list_place = trans_add_tag(tag);
   return tag;
 }
@@ -159,6 +182,7 @@ void ka_db_exit() {
   ka::ignore_limits();
   ka::set_store_operations(nullptr);
   const ka::Owned<ka::vector<Delayed>> queue(std::exchange(delayed, nullptr));
+  is_delayed = false;
   ka::for_each_entry(ka::kFirstJobPage, ka::kPageCount,
                      [](std::uint32_t tag, ka_db_entry& entry) { ka::release_job(tag, entry); });
   ka::for_each_entry(ka::kFirstDataPage, ka::kFirstJobPage,
@@ -166,7 +190,7 @@ void ka_db_exit() {
   ka_delete_lock(&delete_lock);
   ka::swap_end();
   ka::pages_end();
-  is_started = is_delayed = false;
+  is_started = false;
 }
 
 void* ka_db_create(std::uint32_t* tag, int type, std::size_t size) {
@@ -175,6 +199,20 @@ void* ka_db_create(std::uint32_t* tag, int type, std::size_t size) {
   void* const data = ka_mem_allocate(size);
   *tag = ka::add_own_entry(type, {ka::Content::kData, data, size, nullptr});
   return data;
+}
+
+void* ka_db_create_private(std::uint32_t* tag, int type, std::size_t size) {
+  const ka::ModuleScope scope(KA_DB);
+  size = std::max<std::size_t>(size, 1);
+  void* const data = ka_mem_allocate(size);
+  *tag = ka::add_entry(type, ka::kNobody, {ka::Content::kData, data, size, nullptr}, ka::stamp());
+  return data;
+}
+
+int ka_db_delete_private(std::uint32_t tag) {
+  const ka::ModuleScope scope(KA_DB);
+  ka_db_entry& entry = ka::find_entry(tag);
+  return belongs_to(entry, ka::kNobody) && delete_element(tag, entry);
 }
 
 ka_db_entry* ka_db_jobcreate(std::uint32_t* tag, int type) {
@@ -250,17 +288,9 @@ int ka_db_isjob(std::uint32_t tag) { return ka::is_job_tag(tag); }
 
 int ka_db_delete(std::uint32_t tag) {
   const ka::ModuleScope scope(KA_DB);
-  {
-    const ka::LockScope locked(delete_lock);
-    if (is_delayed) {
-      const std::uint32_t transaction = ka::current_owner().tag;
-      ka_debug("entering delete delayed: tag %#x, trans %#x", tag, transaction);
-      if (!delayed) delayed = ka::make_owned<ka::vector<Delayed>>().release();
-      delayed->push_back({tag, transaction});
-      return 1;
-    }
-  }
-  return delete_owned(tag);
+  ka_db_entry& entry = ka::find_entry(tag);
+  if (!belongs_to(entry, ka::current_owner())) return 0;
+  return delay(tag, entry) || delete_owned(tag, entry);
 }
 
 void ka_db_delete_delay(int on) {
@@ -272,12 +302,13 @@ void ka_db_delete_delay(int on) {
     if (!is_delayed) queue.reset(std::exchange(delayed, nullptr));
   }
   if (!queue) return;
-  for (const Delayed& deletion : *queue) {
-    ka_db_entry* const entry = ka::entry_at(deletion.tag);
-    if (!entry || !ka::is_used(*entry)) continue;
-    if (ka::shared(entry->owner).load() != deletion.transaction) continue;
-    const std::uint32_t place = entry->list_place;
-    if (delete_element(deletion.tag, *entry)) ka::trans_clear_tag(deletion.tag, place);
+  std::erase_if(*queue, delete_delayed);
+  if (queue->empty()) return;
+  const ka::LockScope locked(delete_lock);  // elements in use wait for the next time
+  if (!delayed) {
+    delayed = queue.release();
+  } else {
+    delayed->insert(delayed->end(), queue->begin(), queue->end());
   }
 }
 

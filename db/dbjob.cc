@@ -20,8 +20,8 @@ struct alignas(std::max_align_t) ka_job {
   ka::string format;     // of the parameters, for ka_swap
   void* fresh;           // while the job is executed: what it has of the element's own memory
   std::size_t job_size;  // bytes that the element costs in all; 0: no data
-  bool is_fixed;         // the data cannot move to disk
   bool is_foreign;       // the data are not the element's own
+  bool failed;           // the last execution did, else it yielded data or nothing
 
   [[nodiscard]] void* parameters() { return this + 1; }
 };
@@ -47,16 +47,26 @@ ka_job_call call_of(std::uint32_t tag, ka_job& job) {
   return call;
 }
 
-int call_back(int operation, const ka_job& job, ka_job_call& call) {
+// Whether the calling thread is in a callback of the element's job, and holds its lock.
+bool is_producer(ka_db_entry& entry) { return ka::shared(entry.producer).load() == &ka::context(); }
+
+// Calls the job of an element, which is locked meanwhile: what the callback asks about it must not
+// wait.
+int call_back(int operation, ka_db_entry& entry, const ka_job& job, ka_job_call& call) {
   const ka_job_callback callback = callbacks[std::size_t(job.module)].load();
-  return callback ? callback(operation, &call) : 0;
+  if (!callback) return 0;
+  const auto producer = ka::shared(entry.producer);
+  const void* const outer = producer.exchange(&ka::context());
+  const int result = callback(operation, &call);
+  producer.store(outer);
+  return result;
 }
 
 // Takes over what an execution has left in `call`.
 void take_data(ka_db_entry& entry, ka_job& job, const ka_job_call& call) {
   void* const own = std::exchange(job.fresh, nullptr);
   job.is_foreign = call.data != nullptr && call.data != own;
-  job.is_fixed = job.is_foreign || call.fixed != 0;
+  ka::shared(entry.is_fixed).store(job.is_foreign || call.fixed != 0);
   void* const data = job.is_foreign ? call.data : own;
   if (data != own) ka_mem_release(own);
   const std::size_t size = job.is_foreign ? call.size : own ? ka_mem_dogetsize(own) : 0;
@@ -70,9 +80,8 @@ ka::Production execute(std::uint32_t tag, ka_db_entry& entry) {
   if (!entry.job) return ka::Production::kFailed;
   ka_job& job = *entry.job;
   ka_job_call call = call_of(tag, job);
-  ka::shared(entry.producer).store(&ka::context());
-  const bool done = call_back(KA_JOB_EXECUTE, job, call) != 0;
-  ka::shared(entry.producer).store(nullptr);
+  const bool done = call_back(KA_JOB_EXECUTE, entry, job, call) != 0;
+  job.failed = !done;
   if (done) {
     take_data(entry, job, call);
   } else {
@@ -85,17 +94,17 @@ ka::Production execute(std::uint32_t tag, ka_db_entry& entry) {
   return entry.data ? ka::Production::kDone : ka::Production::kNothing;
 }
 
-bool is_producer(ka_db_entry& entry) { return ka::shared(entry.producer).load() == &ka::context(); }
-
 // As for produce, of an entry whose lock the caller holds. `attempts` is how often the job had been
 // executed when the caller began to wait.
 ka::Production produce_locked(std::uint32_t tag, ka_db_entry& entry, std::uint32_t attempts) {
   if (entry.data) return ka::Production::kDone;
-  if (entry.state == KA_DB_ON_DISK) ka::page_in(entry);
+  if (entry.state == KA_DB_ON_DISK) ka::page_in(tag, entry);
   if (entry.state == KA_DB_ON_DISK) return ka::Production::kUnread;
   if (entry.data) return ka::Production::kDone;
   // Those who waited for an execution that failed share its failure.
-  if (entry.attempts != attempts) return ka::Production::kFailed;
+  if (entry.attempts != attempts && entry.job) {
+    return entry.job->failed ? ka::Production::kFailed : ka::Production::kNothing;
+  }
   return execute(tag, entry);
 }
 
@@ -108,30 +117,32 @@ void release_data(std::uint32_t tag, ka_db_entry& entry, void* data) {
     call.data = data;
     call.size = entry.size;
     call.job_size = std::exchange(job->job_size, 0);
-    call.fixed = job->is_fixed;
-    is_taken = call_back(KA_JOB_DELETE, *job, call) != 0 || job->is_foreign;
-    job->is_foreign = job->is_fixed = false;
+    call.fixed = ka::shared(entry.is_fixed).exchange(0);
+    is_taken = call_back(KA_JOB_DELETE, entry, *job, call) != 0 || job->is_foreign;
+    job->is_foreign = false;
   }
   if (!is_taken) ka_mem_release(data);
   ka::shared(entry.size).store(0);
 }
 
 // Tells a job that it is there.
-void begin_job(std::uint32_t tag, ka_job& job) {
+void begin_job(std::uint32_t tag, ka_db_entry& entry, ka_job& job) {
   ka_job_call call = call_of(tag, job);
-  call_back(KA_JOB_BEGIN, job, call);
+  call_back(KA_JOB_BEGIN, entry, job, call);
 }
 
 // Gives an element another job.
-bool replace_job(std::uint32_t tag, ka_db_entry& entry, ka::Owned<ka_job> job) {
+bool replace_job(std::uint32_t tag, ka_db_entry& entry, int type, ka::Owned<ka_job> job) {
+  if (is_producer(entry)) return false;
   const ka::LockScope locked(entry.lock);
   if (!ka::is_used(entry)) return false;
   if (entry.data && !ka::flush_locked(tag, entry)) return false;
   if (ka::is_pinned(entry)) return false;
-  if (entry.state == KA_DB_ON_DISK) ka::drop_swap_file(entry);
+  if (entry.state == KA_DB_ON_DISK) ka::drop_disk_data(tag, entry);
   ka::end_job(tag, entry);
   entry.job = job.release();
-  begin_job(tag, *entry.job);
+  ka::shared(entry.type).store(static_cast<std::uint8_t>(type));
+  begin_job(tag, entry, *entry.job);
   return true;
 }
 
@@ -140,18 +151,18 @@ std::uint32_t add_job(int type, ka::Owned<ka_job> job) {
   const std::uint32_t tag = ka::add_own_entry(type, {ka::Content::kJob, nullptr, 0, fresh});
   ka_db_entry& entry = *ka::entry_at(tag);
   const ka::LockScope locked(entry.lock);
-  if (entry.job == fresh) begin_job(tag, *fresh);
+  if (entry.job == fresh) begin_job(tag, entry, *fresh);
   return tag;
 }
 
 // Calls the job of an element for an operation that only asks. False: it has none.
 bool ask_job(std::uint32_t tag, int operation, ka_job_call& call) {
   ka_db_entry& entry = ka::find_entry(tag);
-  if (!ka::is_job_tag(tag)) return false;
+  if (!ka::is_job_tag(tag) || is_producer(entry)) return false;
   const ka::LockScope locked(entry.lock);
   if (!entry.job) return false;
   call = call_of(tag, *entry.job);
-  call_back(operation, *entry.job, call);
+  call_back(operation, entry, *entry.job, call);
   return true;
 }
 
@@ -189,7 +200,7 @@ ka::HiddenData::~HiddenData() {
 }
 
 ka::Produced ka::produce(std::uint32_t tag, ka_db_entry& entry, std::uint16_t pin_slot) {
-  if (is_producer(entry)) return {entry.job->fresh, Production::kDone};
+  if (is_producer(entry)) return {entry.job ? entry.job->fresh : nullptr, Production::kDone};
   const std::uint32_t attempts = shared(entry.attempts).load();
   const LockScope locked(entry.lock);
   if (!is_used(entry) || entry.pin_slot != pin_slot) return {nullptr, Production::kGone};
@@ -202,20 +213,30 @@ bool ka::flush_locked(std::uint32_t tag, ka_db_entry& entry) {
   if (!hidden) return false;
   release_data(tag, entry, hidden.data());
   hidden.take();
-  ++flushes;
   return true;
 }
 
+void ka::count_flush() { ++flushes; }
 std::uint64_t ka::flush_count() { return flushes; }
 void ka::reset_flush_count() { flushes = 0; }
 
-bool ka::can_move(const ka_db_entry& entry) { return !entry.job || !entry.job->is_fixed; }
+void ka::report_lost_data(std::uint32_t tag, ka_db_entry& entry) {
+  if (!entry.job) return;
+  ka_job_call call = call_of(tag, *entry.job);
+  call.job_size = std::exchange(entry.job->job_size, 0);
+  call_back(KA_JOB_DELETE, entry, *entry.job, call);
+}
+
+void ka::drop_disk_data(std::uint32_t tag, ka_db_entry& entry) {
+  drop_swap_file(entry);
+  report_lost_data(tag, entry);
+}
 
 void ka::end_job(std::uint32_t tag, ka_db_entry& entry) {
   const Owned<ka_job> job(std::exchange(entry.job, nullptr));
   if (!job) return;
   ka_job_call call = call_of(tag, *job);
-  call_back(KA_JOB_END, *job, call);
+  call_back(KA_JOB_END, entry, *job, call);
 }
 
 void* ka::realloc_job(ka_db_entry& entry, std::size_t size) {
@@ -226,7 +247,7 @@ void* ka::realloc_job(ka_db_entry& entry, std::size_t size) {
     return fresh;
   }
   const LockScope locked(entry.lock);
-  KA_ASSERT(!entry.job || !entry.job->is_fixed);
+  KA_ASSERT(!shared(entry.is_fixed).load());
   void* const data = ka_mem_reallocate(entry.data, size);
   shared(entry.data).store(data);
   shared(entry.size).store(size);
@@ -238,7 +259,7 @@ bool ka::delete_job(std::uint32_t tag, ka_db_entry& entry, std::uint64_t serial)
   const LockScope locked(entry.lock);
   if (entry.serial != serial) return false;  // another thread has deleted it
   if (entry.data ? !flush_locked(tag, entry) : is_pinned(entry)) return false;
-  if (entry.state == KA_DB_ON_DISK) drop_swap_file(entry);
+  if (entry.state == KA_DB_ON_DISK) drop_disk_data(tag, entry);
   end_job(tag, entry);
   return remove_entry(tag, serial);
 }
@@ -246,7 +267,7 @@ bool ka::delete_job(std::uint32_t tag, ka_db_entry& entry, std::uint64_t serial)
 void ka::release_job(std::uint32_t tag, ka_db_entry& entry) {
   const LockScope locked(entry.lock);
   if (entry.data) release_data(tag, entry, entry.data);
-  if (entry.state == KA_DB_ON_DISK) drop_swap_file(entry);
+  if (entry.state == KA_DB_ON_DISK) drop_disk_data(tag, entry);
   end_job(tag, entry);
 }
 
@@ -272,9 +293,7 @@ int ka_job_create(std::uint32_t* tag, int type, int module, const void* paramete
     return 1;
   }
   ka_db_entry& entry = ka::find_entry(*tag);
-  if (!ka::is_job_tag(*tag) || !replace_job(*tag, entry, std::move(job))) return 0;
-  ka_db_set_type(*tag, type);
-  return 1;
+  return ka::is_job_tag(*tag) && replace_job(*tag, entry, type, std::move(job));
 }
 
 void* ka_job_access(std::uint32_t tag) {
@@ -296,6 +315,7 @@ int ka_job_flush(std::uint32_t tag) {
   if (!ka_trylock(entry->lock)) return 0;
   const bool done = entry->job && ka::flush_locked(tag, *entry);
   ka_unlock(entry->lock);
+  if (done) ka::count_flush();
   return done;
 }
 
@@ -303,6 +323,7 @@ std::size_t ka_job_size(std::uint32_t tag) {
   const ka::ModuleScope scope(KA_JOB);
   ka_db_entry& entry = ka::find_entry(tag);
   if (!ka::is_job_tag(tag)) return ka::shared(entry.size).load();
+  if (is_producer(entry)) return 0;
   const ka::LockScope locked(entry.lock);
   return entry.job ? entry.job->job_size : 0;
 }

@@ -80,8 +80,10 @@ int calling_module() { return ka::module_at(ka::context(), 1); }
 void scale_stamps() {
   const ka::LockScope locked(database_lock);
   const auto scale = [](std::uint32_t, ka_db_entry& entry) {
-    const auto time = ka::shared(entry.time);
-    time.store(time.load() / ka::kWarpDivisor);
+    for (std::uint32_t* const field : {&entry.time, &entry.creation}) {
+      const auto time = ka::shared(*field);
+      time.store(time.load() / ka::kWarpDivisor);
+    }
   };
   ka::for_each_entry(ka::kFirstDataPage, ka::kFirstJobPage, scale);
   ka::for_each_entry(ka::kFirstJobPage, ka::kPageCount, scale);
@@ -106,11 +108,11 @@ ka_db_entry& ka::find_entry(std::uint32_t tag) {
 
 std::uint32_t ka::stamp() {
   const std::uint32_t now = lru_clock.fetch_add(1, std::memory_order_relaxed);
-  if (now == std::numeric_limits<std::uint32_t>::max()) [[unlikely]] {
-    ka_info("LRU timestamps overflowed, running timewarp to make room");
-    trans_warp(scale_stamps);
-  }
-  return now;
+  if (now != std::numeric_limits<std::uint32_t>::max()) [[likely]]
+    return now;
+  ka_info("LRU timestamps overflowed, running timewarp to make room");
+  trans_warp(scale_stamps);
+  return now / kWarpDivisor;
 }
 
 void ka::set_clock(std::uint32_t time) { lru_clock = time; }
@@ -120,9 +122,9 @@ ka::Owner ka::current_owner() {
   return {here.transaction, here.transaction == 0 ? 0 : trans_serial()};
 }
 
-std::uint32_t ka::add_entry(int type, const Owner& owner, const Content& content) {
+std::uint32_t ka::add_entry(int type, const Owner& owner, const Content& content,
+                            std::uint32_t now) {
   const bool is_job = content.kind == Content::kJob;
-  const std::uint32_t now = stamp();
   const LockScope locked(database_lock);
   ++counts.creations;
   ++counts.tags;
@@ -135,15 +137,17 @@ std::uint32_t ka::add_entry(int type, const Owner& owner, const Content& content
   page.hint = static_cast<std::uint32_t>(slot);
   shared(entry.size).store(content.size, std::memory_order_relaxed);
   shared(entry.time).store(now, std::memory_order_relaxed);
-  entry.creation = now;
+  shared(entry.creation).store(now, std::memory_order_relaxed);
   shared(entry.owner).store(owner.tag, std::memory_order_relaxed);
   shared(entry.owner_serial).store(owner.serial, std::memory_order_relaxed);
-  entry.module = static_cast<std::uint8_t>(calling_module());
+  shared(entry.module)
+      .store(static_cast<std::uint8_t>(calling_module()), std::memory_order_relaxed);
   shared(entry.type).store(static_cast<std::uint8_t>(type), std::memory_order_relaxed);
   if (is_job) {
     shared(entry.pin_slot).store(next_pin_slot, std::memory_order_relaxed);
     next_pin_slot = static_cast<std::uint16_t>((next_pin_slot + 1) % ka_context::kPinSlots);
     entry.job = content.job;
+    shared(entry.is_fixed).store(0, std::memory_order_relaxed);
   }
   shared(entry.data).store(content.data, std::memory_order_relaxed);
   shared(entry.serial).store(++last_serial, std::memory_order_release);
@@ -191,9 +195,6 @@ void ka_db_get_counts(ka_db_counts* result) {
   result->flushes = ka::flush_count();
   ka::add_swap_counts(*result);
 }
-
-bool ka::try_lock_database() { return ka_trylock(database_lock) != 0; }
-void ka::unlock_database() { ka_unlock(database_lock); }
 
 void ka::pages_start() {
   ka_init_lock(&database_lock);

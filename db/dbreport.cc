@@ -1,5 +1,5 @@
-// Reports of the store. Parts of the memory manager's post-mortem: they ask for no memory, and leave
-// their rows out when the store is in the middle of a change.
+// Reports of the store. Parts of the memory manager's post-mortem: they ask for no memory and take no
+// lock.
 #include <ka/mem.h>
 #include <ka/message.h>
 
@@ -21,10 +21,8 @@ using Sums = std::array<Sum, kNumbers>;
 
 template <typename Function>
 void for_all_entries(Function function) {
-  if (!ka::try_lock_database()) return;
   ka::for_each_entry(ka::kFirstDataPage, ka::kFirstJobPage, function);
   ka::for_each_entry(ka::kFirstJobPage, ka::kPageCount, function);
-  ka::unlock_database();
 }
 
 Sums sums_by(std::uint8_t ka_db_entry::*number) {
@@ -56,9 +54,9 @@ ka::TypeName module_name(int module) {
 
 void print_entry(std::uint32_t tag, ka_db_entry& entry) {
   ka_info("%4u  %-8.8s %8x %9p %8x %7zu %4u %c%c %d %4d %4s    %-13.13s -", tag >> ka::kHostShift,
-          module_name(entry.module).text.data(), tag, ka::shared(entry.data).load(),
-          ka::shared(entry.owner).load(), ka::shared(entry.size).load(),
-          unsigned(ka::shared(entry.pin_slot).load()),
+          module_name(ka::shared(entry.module).load()).text.data(), tag,
+          ka::shared(entry.data).load(), ka::shared(entry.owner).load(),
+          ka::shared(entry.size).load(), unsigned(ka::shared(entry.pin_slot).load()),
           ka::shared(entry.state).load() == KA_DB_ON_DISK ? 'd' : '-',
           ka::is_job_tag(tag) ? 'j' : '-', 0, int(entry.private_level), "-",
           ka::type_name(ka::shared(entry.type).load()).text.data());

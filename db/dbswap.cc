@@ -25,19 +25,20 @@
 
 // The file of an element on disk. It stays that of its folder when the settings change.
 struct ka_swap_file {
-  ka::string path;
-  ka::FileIdentity identity;
+  std::array<char, ka::kSwapPathSize> path;
+  ka::SwapFileIdentity identity;
   std::int64_t kilobytes;
   ka_swap_file* next;  // of this process
 };
 
 namespace {
 
-constexpr std::size_t kFolderSize = 961;  // bytes of a substituted folder with its closing zero
 constexpr std::int64_t kKilobyte = 1024;
 
+using Folder = std::array<char, ka::kSwapFolderSize>;
+
 struct SwapState {
-  std::array<char, kFolderSize> folder{};
+  Folder folder{};
   std::int64_t limit = 0;  // KB, 0: no swapping
   bool is_configured = false;
   std::int64_t on_disk = 0, max_on_disk = 0;     // KB
@@ -45,7 +46,7 @@ struct SwapState {
   ka_swap_file* files = nullptr;                 // all that exist or are being written
 };
 SwapState swap;
-ka_mutex swap_lock;  // guards `swap`
+ka_mutex swap_lock;  // guards `swap`; whoever has it calls nothing that may wait or ask for memory
 
 std::int64_t kilobytes(std::size_t size) {
   return (static_cast<std::int64_t>(size) + kKilobyte - 1) / kKilobyte;
@@ -60,42 +61,49 @@ ka::string setting(const char* variable, const char* reference) {
   return text;
 }
 
-void set_folder(const char* folder) {
-  ka_string_substitute(swap.folder.data(), folder, swap.folder.size());
+Folder substituted(const char* folder) {
+  Folder result{};
+  ka_string_substitute(result.data(), folder, result.size());
+  return result;
 }
 
-// The caller holds the swap lock.
+bool is_configured() {
+  const ka::LockScope locked(swap_lock);
+  return swap.is_configured;
+}
+
+// Threads that come at the same time find the same settings.
 void read_settings() {
-  if (std::exchange(swap.is_configured, true)) return;
+  if (is_configured()) return;
   const ka::string folder = setting("KA_LUM_SWAPDIR", "{_KA_REG_SWAPDIR}");
-  set_folder(folder.empty() ? "/tmp" : folder.c_str());
   const ka::string limit = setting("KA_LUM_SWAPLIMIT", "{_KA_REG_SWAPLIMIT}");
+  const Folder path = substituted(folder.empty() ? "/tmp" : folder.c_str());
   std::int32_t megabytes = 0;
   std::from_chars(limit.data(), limit.data() + limit.size(), megabytes);
+  const ka::LockScope locked(swap_lock);
+  if (std::exchange(swap.is_configured, true)) return;
+  swap.folder = path;
   swap.limit = std::max<std::int64_t>(megabytes, 0) * kKilobyte;
 }
 
-// Whether an element has room on disk; the amount counts as failed where not. The caller holds the
-// swap lock.
-bool has_room(std::uint32_t tag, std::int64_t size) {
-  if (swap.on_disk + size < swap.limit) return true;
-  swap.failed_out += size;
+// Whether an element has room on disk; the amount counts as failed where not. A file that is there
+// for it is counted.
+bool take_room(std::uint32_t tag, std::int64_t size, ka_swap_file* file, Folder* folder) {
+  {
+    const ka::LockScope locked(swap_lock);
+    if (swap.on_disk + size < swap.limit) {
+      if (!file) return true;
+      *folder = swap.folder;
+      file->kilobytes = size;
+      file->next = swap.files;
+      swap.files = file;
+      swap.on_disk += size;
+      return true;
+    }
+    swap.failed_out += size;
+  }
   ka_debug("swap: cannot page out #%x, swap is full", tag);
   return false;
-}
-
-// Counts a file that is about to be written. The caller holds the swap lock.
-ka_swap_file* add_file(std::uint32_t tag, int type, std::int64_t size) {
-  std::array<char, kFolderSize + 64> path;
-  std::snprintf(path.data(), path.size(), "%s/%u-%08x-%.32s.kaswap", swap.folder.data(),
-                unsigned(getpid()), tag, ka::type_name(type).text.data());
-  auto file = ka::make_owned<ka_swap_file>();
-  file->path = path.data();
-  file->kilobytes = size;
-  file->next = swap.files;
-  swap.files = file.get();
-  swap.on_disk += size;
-  return file.release();
 }
 
 void count_written(const ka_swap_file& file) {
@@ -117,7 +125,7 @@ void remove_file(ka_swap_file* file, std::int64_t* counter) {
 
 // Writes the file of an element. False after a message; there is no file then.
 bool write_file(ka_swap_file& file, const void* data, std::size_t size) {
-  const char* const path = file.path.c_str();
+  const char* const path = file.path.data();
   ka_debug("swap: paging out %s", path);
   ka::SwapWriter writer(path);
   if (!writer) {
@@ -134,8 +142,8 @@ bool write_file(ka_swap_file& file, const void* data, std::size_t size) {
 // Deletes the file of an element. `counter` gets its amount.
 void delete_file(ka_db_entry& entry, std::int64_t* counter) {
   ka_swap_file* const file = std::exchange(entry.file, nullptr);
-  if (unlink(file->path.c_str()) != 0 && errno != ENOENT) {
-    ka_nerror(0, "failed to delete swap file %s, %s", file->path.c_str(), ka_strerror());
+  if (unlink(file->path.data()) != 0 && errno != ENOENT) {
+    ka_nerror(0, "failed to delete swap file %s, %s", file->path.data(), ka_strerror());
   }
   remove_file(file, counter);
 }
@@ -143,7 +151,7 @@ void delete_file(ka_db_entry& entry, std::int64_t* counter) {
 // Fresh memory with an element's data, or what went wrong.
 enum class Reading { kDone, kNotOpened, kNoHeader, kOtherVersion, kNoData };
 Reading read_file(const ka_swap_file& file, ka::Owned<std::uint8_t>& data, std::size_t& size) {
-  ka::SwapReader reader(file.path.c_str(), file.identity);
+  ka::SwapReader reader(file.path.data(), file.identity);
   if (!reader) return Reading::kNotOpened;
   std::uint32_t version = 0;
   if (!reader.read_header(version)) return Reading::kNoHeader;
@@ -171,7 +179,7 @@ void report_reading(Reading result, const char* path) {
 bool is_own_file(std::string_view name) {
   const ka::LockScope locked(swap_lock);
   for (const ka_swap_file* file = swap.files; file; file = file->next) {
-    if (file->path.ends_with(name)) return true;
+    if (std::string_view(file->path.data()).ends_with(name)) return true;
   }
   return false;
 }
@@ -179,6 +187,7 @@ bool is_own_file(std::string_view name) {
 // Whether a file is that of a process that has died, or of one that had this process's number.
 bool is_dead(std::string_view name) {
   if (!name.ends_with(".kaswap")) return false;
+  if (name.front() < '0' || name.front() > '9') return false;
   pid_t process = 0;
   const auto [end, failure] = std::from_chars(name.data(), name.data() + name.size(), process);
   if (failure == std::errc::result_out_of_range) return true;  // no process has such a number
@@ -202,51 +211,42 @@ void clean_up(const char* folder) {
   if (deleted > 0) ka_info("swap cleanup: deleted %d obsolete files in \"%s\"", deleted, folder);
 }
 
-std::array<char, kFolderSize> current_folder() {
-  const ka::LockScope locked(swap_lock);
-  read_settings();
-  return swap.folder;
-}
-
 void configure_if_needed() {
-  bool is_configured;
-  {
-    const ka::LockScope locked(swap_lock);
-    is_configured = swap.is_configured;
-  }
-  if (!is_configured) ka::configure_swap(nullptr, -1);
+  if (!is_configured()) ka::configure_swap(nullptr, -1);
 }
 
 }  // namespace
 
 void ka::configure_swap(const char* folder, int limit) {
-  std::array<char, kFolderSize> cleaned{};
+  read_settings();
+  const Folder given = folder ? substituted(folder) : Folder{};
+  SwapState settings;
   {
     const LockScope locked(swap_lock);
-    read_settings();
-    if (folder) set_folder(folder);
+    if (folder) swap.folder = given;
     if (limit >= 0) swap.limit = limit;
-    if (swap.folder[0] == '\0' || swap.limit == 0) return;
-    ka_info("swap directory \"%s\", limit %d MB", swap.folder.data(), int(swap.limit / kKilobyte));
-    cleaned = swap.folder;
+    settings = swap;
   }
-  clean_up(cleaned.data());
+  if (settings.folder[0] == '\0' || settings.limit == 0) return;
+  ka_info("swap directory \"%s\", limit %d MB", settings.folder.data(),
+          int(settings.limit / kKilobyte));
+  clean_up(settings.folder.data());
 }
 
-bool ka::page_out(std::uint32_t tag, ka_db_entry& entry, Wait wait) {
+bool ka::page_out(std::uint32_t tag, ka_db_entry& entry) {
   const ModuleScope scope(KA_DB);
-  if (wait == Wait::kYes) {
-    ka_lock(swap_lock);
-  } else if (!ka_trylock(swap_lock)) {
+  // A purge may have been called because there is no memory at all.
+  auto* const file = static_cast<ka_swap_file*>(ka_mem_test_allocate(sizeof(ka_swap_file)));
+  if (!file) return false;
+  Folder folder;
+  if (!take_room(tag, kilobytes(entry.size), file, &folder)) {
+    ka_mem_release(file);
     return false;
   }
-  const std::int64_t size = kilobytes(entry.size);
-  ka_swap_file* const file =
-      has_room(tag, size) ? add_file(tag, shared(entry.type).load(), size) : nullptr;
-  ka_unlock(swap_lock);
-  if (!file) return false;
+  std::snprintf(file->path.data(), file->path.size(), "%s/%u-%08x-%.32s.kaswap", folder.data(),
+                unsigned(getpid()), tag, type_name(shared(entry.type).load()).text.data());
   HiddenData hidden(entry);
-  if (!hidden || !can_move(entry) || !write_file(*file, hidden.data(), entry.size)) {
+  if (!hidden || shared(entry.is_fixed).load() || !write_file(*file, hidden.data(), entry.size)) {
     remove_file(file, &swap.failed_out);
     return false;
   }
@@ -258,19 +258,19 @@ bool ka::page_out(std::uint32_t tag, ka_db_entry& entry, Wait wait) {
   return true;
 }
 
-bool ka::page_in(ka_db_entry& entry) {
+bool ka::page_in(std::uint32_t tag, ka_db_entry& entry) {
   const ModuleScope scope(KA_DB);
   if (entry.data) return true;
   if (!entry.file) return false;
   const ka_swap_file& file = *entry.file;
-  ka_debug("swap: paging in %s", file.path.c_str());
+  ka_debug("swap: paging in %s", file.path.data());
   const auto state = shared(entry.state);
   state.store(std::uint8_t{KA_DB_FETCHING});
   Owned<std::uint8_t> data;
   std::size_t size = 0;
   errno = 0;
   const Reading result = read_file(file, data, size);
-  report_reading(result, file.path.c_str());
+  report_reading(result, file.path.data());
   if (result != Reading::kDone && result != Reading::kNoData) {
     state.store(std::uint8_t{KA_DB_ON_DISK});
     return false;
@@ -279,7 +279,11 @@ bool ka::page_in(ka_db_entry& entry) {
   delete_file(entry, is_read ? &swap.in : nullptr);
   state.store(std::uint8_t{KA_DB_IN_MEMORY});
   shared(entry.size).store(is_read ? size : 0);
-  if (is_read) shared(entry.data).store(static_cast<void*>(data.release()));
+  if (is_read) {
+    shared(entry.data).store(static_cast<void*>(data.release()));
+  } else {
+    report_lost_data(tag, entry);
+  }
   return is_read;
 }
 
@@ -290,10 +294,8 @@ void ka::drop_swap_file(ka_db_entry& entry) {
 }
 
 bool ka::is_swapping() {
-  if (!ka_trylock(swap_lock)) return false;
-  const bool swapping = swap.is_configured && swap.limit > 0;
-  ka_unlock(swap_lock);
-  return swapping;
+  const LockScope locked(swap_lock);
+  return swap.is_configured && swap.limit > 0;
 }
 
 void ka::add_swap_counts(ka_db_counts& counts) {
@@ -316,13 +318,12 @@ int ka_db_disk_pageout(std::uint32_t tag, ka_db_entry* entry, void* data, std::s
   const ka::ModuleScope scope(KA_DB);
   configure_if_needed();
   if (!ka::is_job_tag(tag)) {  // data elements stay, but are told of a limit as well
-    const ka::LockScope locked(swap_lock);
-    (void)has_room(tag, kilobytes(size));
+    take_room(tag, kilobytes(size), nullptr, nullptr);
     return 0;
   }
   const ka::LockScope locked(entry->lock);
   if (entry->data != data || entry->size != size) return 0;
-  return ka::page_out(tag, *entry, ka::Wait::kYes);
+  return ka::page_out(tag, *entry);
 }
 
 int ka_db_disk_pagein(std::uint32_t tag) {
@@ -330,7 +331,7 @@ int ka_db_disk_pagein(std::uint32_t tag) {
   ka_db_entry& entry = ka::find_entry(tag);
   if (!ka::is_job_tag(tag)) return 1;
   const ka::LockScope locked(entry.lock);
-  return ka::page_in(entry);
+  return ka::page_in(tag, entry);
 }
 
 void ka_db_disk_delete(std::uint32_t tag) {
@@ -339,10 +340,16 @@ void ka_db_disk_delete(std::uint32_t tag) {
   configure_if_needed();
   ka_db_entry& entry = ka::find_entry(tag);
   const ka::LockScope locked(entry.lock);
-  if (entry.state == KA_DB_ON_DISK) ka::drop_swap_file(entry);
+  if (entry.state == KA_DB_ON_DISK) ka::drop_disk_data(tag, entry);
 }
 
 void ka_db_disk_cleanup() {
   const ka::ModuleScope scope(KA_DB);
-  clean_up(current_folder().data());
+  configure_if_needed();
+  Folder folder;
+  {
+    const ka::LockScope locked(swap_lock);
+    folder = swap.folder;
+  }
+  clean_up(folder.data());
 }

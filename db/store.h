@@ -58,6 +58,7 @@ struct Owner {
   std::uint64_t serial;
 };
 Owner current_owner();
+constexpr Owner kNobody = {0xffffffff, 0};  // an element whose maker deletes it
 
 // What an element starts with.
 struct Content {
@@ -68,7 +69,7 @@ struct Content {
 };
 
 // Takes a slot for an element, which has its content before others see it.
-std::uint32_t add_entry(int type, const Owner& owner, const Content& content);
+std::uint32_t add_entry(int type, const Owner& owner, const Content& content, std::uint32_t now);
 // The same, owned by the current transaction and in its tag list.
 std::uint32_t add_own_entry(int type, const Content& content);
 // Frees the slot of an element whose data are gone, if it still has the serial. False: it has not.
@@ -98,6 +99,7 @@ void pages_start();
 void pages_end();  // before: no element has data
 
 void count_reallocation();
+void count_flush();
 std::uint64_t flush_count();
 void reset_flush_count();
 
@@ -146,8 +148,9 @@ Produced produce(std::uint32_t tag, ka_db_entry& entry, std::uint16_t pin_slot);
 // Gives the data of an unpinned element back to its job or to the memory manager. The caller holds
 // the entry's lock. False: there are none, or they are pinned.
 bool flush_locked(std::uint32_t tag, ka_db_entry& entry);
-// Whether the data may move to disk: they are the element's own.
-bool can_move(const ka_db_entry& entry);
+// The data of an element on disk go: its job hears of it. The caller holds the entry's lock.
+void drop_disk_data(std::uint32_t tag, ka_db_entry& entry);
+void report_lost_data(std::uint32_t tag, ka_db_entry& entry);  // the same without a file
 // Ends the job of an element that is about to go. The caller holds the entry's lock.
 void end_job(std::uint32_t tag, ka_db_entry& entry);
 
@@ -168,14 +171,12 @@ void ignore_limits();
 // Reads the settings where that has not been done, replaces those given, cleans the folder up.
 void configure_swap(const char* folder, int limit);
 
-// Moves the data of an element to disk, if they are its own and not pinned; with Wait::kNo also only
-// if nobody has the swap lock. The caller holds the entry's lock. False, maybe after a message: the
-// element is as it was.
-enum class Wait { kYes, kNo };
-bool page_out(std::uint32_t tag, ka_db_entry& entry, Wait wait);
+// Moves the data of an element to disk, if they are its own and not pinned. The caller holds the
+// entry's lock. False, maybe after a message: the element is as it was.
+bool page_out(std::uint32_t tag, ka_db_entry& entry);
 // Brings them back. The caller holds the entry's lock. False after a message: the element is still
 // on disk, or it has no data.
-bool page_in(ka_db_entry& entry);
+bool page_in(std::uint32_t tag, ka_db_entry& entry);
 // Removes the swap file. The caller holds the entry's lock.
 void drop_swap_file(ka_db_entry& entry);
 
@@ -190,9 +191,5 @@ struct TypeName {
   std::array<char, 32> text;
 };
 TypeName type_name(int type);
-
-// The database lock, for reports: false when another thread, or this one, has it.
-bool try_lock_database();
-void unlock_database();
 
 }  // namespace ka

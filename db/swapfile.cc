@@ -22,11 +22,12 @@ int create_file(const char* path) {
   return open(path, flags, owner_only);
 }
 
-int open_file(const char* path, const ka::FileIdentity& identity, std::size_t& size) {
-  ka::Descriptor file(open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+int open_file(const char* path, const ka::SwapFileIdentity& identity, std::size_t& size) {
+  ka::SwapDescriptor file(open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   struct stat status;
   if (!file || fstat(file.number(), &status) != 0) return -1;
-  if (status.st_dev != identity.device || status.st_ino != identity.inode) {
+  if (status.st_dev != identity.device || status.st_ino != identity.inode ||
+      status.st_uid != geteuid() || !S_ISREG(status.st_mode)) {
     errno = ESTALE;
     return -1;
   }
@@ -36,13 +37,13 @@ int open_file(const char* path, const ka::FileIdentity& identity, std::size_t& s
 
 }  // namespace
 
-ka::Descriptor::~Descriptor() {
+ka::SwapDescriptor::~SwapDescriptor() {
   const int failure = errno;
   close();
   errno = failure;
 }
 
-int ka::Descriptor::close() {
+int ka::SwapDescriptor::close() {
   const int number = std::exchange(number_, -1);
   return number >= 0 ? ::close(number) : 0;
 }
@@ -73,7 +74,7 @@ bool ka::SwapWriter::write(const void* data, std::size_t size) {
          write_all(static_cast<const std::uint8_t*>(data), size);
 }
 
-bool ka::SwapWriter::finish(FileIdentity& identity) {
+bool ka::SwapWriter::finish(SwapFileIdentity& identity) {
   struct stat status;
   if (fstat(file_.number(), &status) != 0) return false;
   identity = {.device = status.st_dev, .inode = status.st_ino};
@@ -85,7 +86,7 @@ bool ka::SwapWriter::finish(FileIdentity& identity) {
   return false;
 }
 
-ka::SwapReader::SwapReader(const char* path, const FileIdentity& identity)
+ka::SwapReader::SwapReader(const char* path, const SwapFileIdentity& identity)
     : file_(open_file(path, identity, size_)) {}
 
 bool ka::SwapReader::read_header(std::uint32_t& version) {

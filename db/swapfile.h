@@ -12,20 +12,23 @@ namespace ka {
 
 constexpr std::size_t kSwapHeaderBytes = 64;
 constexpr std::uint32_t kSwapVersion = 1;
+constexpr std::size_t kSwapFolderSize = 961;  // bytes of a folder with its closing zero
+constexpr std::size_t kSwapPathSize = kSwapFolderSize + 64;
 
-// Which file a path led to.
-struct FileIdentity {
+// Which file a path led to. The number of a file that was removed may be given out again, but not to
+// a file of this user by another one.
+struct SwapFileIdentity {
   dev_t device;
   ino_t inode;
 };
 
 // A file descriptor.
-class Descriptor {
+class SwapDescriptor {
  public:
-  explicit Descriptor(int number) : number_(number) {}
-  ~Descriptor();
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
+  explicit SwapDescriptor(int number) : number_(number) {}
+  ~SwapDescriptor();
+  SwapDescriptor(const SwapDescriptor&) = delete;
+  SwapDescriptor& operator=(const SwapDescriptor&) = delete;
 
   explicit operator bool() const { return number_ >= 0; }
   [[nodiscard]] int number() const { return number_; }
@@ -46,27 +49,29 @@ class SwapWriter {
   explicit operator bool() const { return bool(file_); }
   // The header and the data.
   [[nodiscard]] bool write(const void* data, std::size_t size);
-  [[nodiscard]] bool finish(FileIdentity& identity);
+  [[nodiscard]] bool finish(SwapFileIdentity& identity);
 
  private:
   const char* path_;
-  Descriptor file_;
+  SwapDescriptor file_;
   bool is_finished_ = false;
 };
 
 // Reads a file back. Everything that fails leaves errno, 0 for a file that is too short.
 class SwapReader {
  public:
-  SwapReader(const char* path, const FileIdentity& identity);
+  SwapReader(const char* path, const SwapFileIdentity& identity);
 
   explicit operator bool() const { return bool(file_); }
   [[nodiscard]] bool read_header(std::uint32_t& version);
-  [[nodiscard]] std::size_t data_size() const { return size_ - kSwapHeaderBytes; }
+  [[nodiscard]] std::size_t data_size() const {
+    return size_ < kSwapHeaderBytes ? 0 : size_ - kSwapHeaderBytes;
+  }
   [[nodiscard]] bool read(void* data, std::size_t size);
 
  private:
-  std::size_t size_ = 0;  // of the file, at least that of the header once it was read
-  Descriptor file_;
+  std::size_t size_ = 0;  // of the file
+  SwapDescriptor file_;
 };
 
 // Calls function(directory, name) for every file of a folder. False: it cannot be opened.

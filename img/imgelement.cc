@@ -10,19 +10,30 @@
 
 #include "imageplanes.h"
 #include "imgcall.h"
+#include "imgmap.h"
 #include "imgpyramid.h"
 #include "mapfile.h"
 
 namespace {
 
 constexpr std::size_t kWritable = 0;  // of the flags
-constexpr std::size_t kName = 0;      // of the words: tag of the string element
+// Of the words: the tag of the string element, and the low half of its serial. The element may go
+// before the image, and another one get its tag.
+constexpr std::size_t kName = 0, kNameSerial = 1;
 
-// A string element may have gone before its image.
+std::uint32_t serial_of(std::uint32_t tag) {
+  return ka_db_exists(tag) ? std::uint32_t(ka_db_accessinfo(tag)->serial) : 0;
+}
+
+void set_name(img_image* image, std::uint32_t tag) {
+  image->words[kName] = tag;
+  image->words[kNameSerial] = serial_of(tag);
+}
+
 void write_string(std::uint32_t& tag, const char* text) {
   const std::size_t size = std::strlen(text) + 1;
-  const bool is_there = ka_db_exists(tag) && ka_db_type(tag) == KA_DB_STRING;
-  void* const data = is_there ? ka_db_realloc(tag, size) : ka_db_create(&tag, KA_DB_STRING, size);
+  void* const data =
+      img_string(tag) ? ka_db_realloc(tag, size) : ka_db_create(&tag, KA_DB_STRING, size);
   std::memcpy(data, text, size);
 }
 
@@ -31,7 +42,7 @@ img_image* element_memory(std::uint32_t* tag, std::size_t bytes, std::uint32_t& 
   if (*tag == 0) return static_cast<img_image*>(ka_db_create(tag, KA_DB_IMAGE, bytes));
   const std::size_t used = ka_db_accessinfo(*tag)->size;
   auto* const image = static_cast<img_image*>(ka_db_realloc(*tag, bytes));
-  if (used >= sizeof *image && bytes >= sizeof *image) name = image->words[kName];
+  if (used >= sizeof *image && bytes >= sizeof *image) name = ka_img_image_name(image);
   std::memset(image, 0, std::min(used, bytes));
   return image;
 }
@@ -74,16 +85,16 @@ bool read_head(const img_image* image, std::size_t size, bool swap, ka::MapHead&
 
 }  // namespace
 
-std::uint32_t img_make_string(const char* text) {
-  std::uint32_t tag = 0;
-  if (text) write_string(tag, text);
-  return tag;
+const char* img_string(std::uint32_t tag) {
+  if (!ka_db_exists(tag) || ka_db_type(tag) != KA_DB_STRING) return nullptr;
+  const auto* const text = static_cast<const char*>(ka_db_access(tag));
+  return std::memchr(text, 0, ka_db_size(tag)) ? text : nullptr;
 }
 
 img_image* img_make_element(img_file* handle, std::uint32_t* tag, std::uint32_t name) {
   std::uint32_t old_name = 0;
   img_image* const image = make_element(handle, tag, old_name);
-  if (image) image->words[kName] = name;
+  if (image) set_name(image, name);
   return image;
 }
 
@@ -94,7 +105,7 @@ img_image* ka_img_image_dbcreate(img_file* ifp, std::uint32_t* tag) {
   img_image* const image = make_element(ifp, tag, name);
   if (!image) return nullptr;
   if (ifp->name) write_string(name, ifp->name);
-  image->words[kName] = name;
+  set_name(image, name);
   return image;
 }
 
@@ -109,13 +120,20 @@ int img_color_type(int bits) {
   }
 }
 
-std::uint32_t ka_img_image_name(const img_image* image) { return image->words[kName]; }
+// What a file says of itself in its mapping is not asked.
+std::uint32_t ka_img_image_name(const img_image* image) {
+  const std::uint32_t tag = image->words[kName];
+  if (tag == 0 || ka::is_cached(image) || img_is_mapped(image)) return 0;
+  return serial_of(tag) == image->words[kNameSerial] ? tag : 0;
+}
 
 void ka_img_image_set_writable(img_image* image, int writable) {
   image->flags[kWritable] = writable != 0;
 }
 
-int ka_img_image_is_writable(const img_image* image) { return image->flags[kWritable] != 0; }
+int ka_img_image_is_writable(const img_image* image) {
+  return image->flags[kWritable] != 0 && !ka::is_cached(image) && !img_is_mapped(image);
+}
 
 int ka_img_image_import(img_image* image, std::size_t size, int swap) {
   const ka::ModuleScope scope(KA_IMG);
@@ -131,11 +149,14 @@ int ka_img_image_import(img_image* image, std::size_t size, int swap) {
       swap_samples(at, std::size_t(level.bytes));
     }
     if (!ka::check_map_level(at, head, *levels, k)) return 0;
+    std::ranges::fill(at->flags, std::uint8_t{0});  // they and the words have a meaning on one host
+    std::ranges::fill(at->words, 0U);
   }
   return 1;
 }
 
 void* ka_img_access(const img_image* image, int line, int component) {
+  if (ka::is_cached(image)) return nullptr;
   if (line < 0 || line >= image->height || component < 0 || component >= IMG_SLOTS) return nullptr;
   return ka::image_plane(image, line, std::size_t(component));
 }

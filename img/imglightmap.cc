@@ -7,9 +7,7 @@
 #include <ka/rbtree.h>
 #include <ka/subst.h>
 
-#include "imageplanes.h"
 #include "imgelement.h"
-#include "imgmap.h"
 
 // One that is being edited.
 struct ka_lightmap {
@@ -33,15 +31,8 @@ ka_lightmap* find_active(std::uint32_t tag) {
   return reinterpret_cast<ka_lightmap*>(found);
 }
 
-// Mapped and cached images come from a file, whatever its flags say.
 bool is_writable(std::uint32_t tag, const img_image* image) {
-  return ka_db_type(tag) == KA_DB_IMAGE && !ka::is_cached(image) && !img_is_mapped(image) &&
-         ka_img_image_is_writable(image);
-}
-
-const char* file_name(const img_image* image) {
-  const std::uint32_t name = ka_img_image_name(image);
-  return ka_db_exists(name) ? static_cast<const char*>(ka_db_access(name)) : nullptr;
+  return ka_db_type(tag) == KA_DB_IMAGE && ka_img_image_is_writable(image);
 }
 
 int format_for(const char* name) {
@@ -74,7 +65,7 @@ ka_lightmap* begin(img_image* image, std::uint32_t tag) {
   }
   auto lightmap = ka::make_owned<ka_lightmap>();
   *lightmap = {.file = {}, .image = image, .tag = tag, .users = 1};
-  const char* const name = file_name(image);
+  const char* const name = img_string(ka_img_image_name(image));
   if (name && !create_file(*lightmap, name)) return nullptr;
   ka_rbtree_insert(active_lightmaps, tag, reinterpret_cast<std::uintptr_t>(lightmap.get()));
   return lightmap.release();
@@ -91,7 +82,7 @@ int write_file(ka_lightmap& lightmap) {
     ka_nerror(kNotWritten, "cannot write to file %s", name.c_str());
     result = 0;
   }
-  if (!ka_img_close(&file) && result) {
+  if (!ka_img_close(&file)) {
     ka_img_err_msg(&file);
     ka_nerror(kNotClosed, "cannot close file %s", name.c_str());
     result = 0;
@@ -114,18 +105,15 @@ void img_lightmap_exit() {
 
 img_image* ka_lightmap_edit(ka_lightmap** entry, std::uint32_t tag) {
   const ka::ModuleScope scope(KA_IMG);
-  const ka::LockScope locked(lightmap_lock);
-  *entry = find_active(tag);
-  if (*entry) {
-    ++(*entry)->users;
-    return (*entry)->image;
-  }
+  *entry = nullptr;
   auto* const image = static_cast<img_image*>(ka_job_access(tag));
   if (!image) return nullptr;
-  *entry = begin(image, tag);
-  if (*entry) return image;
-  ka_db_unpin(tag);
-  return nullptr;
+  const ka::LockScope locked(lightmap_lock);
+  ka_lightmap* const active = find_active(tag);
+  if (active) ++active->users;
+  *entry = active ? active : begin(image, tag);
+  if (active || !*entry) ka_db_unpin(tag);  // the first editor's pin holds the image for all
+  return *entry ? image : nullptr;
 }
 
 int ka_lightmap_edit_end(ka_lightmap* entry) {

@@ -34,7 +34,22 @@ static_assert(sizeof(TextureJob) == 36);
 bool is_local(const TextureJob& job) { return (job.flags & IMG_TEXTURE_LOCAL) != 0; }
 
 const char* name_of(const TextureJob& job) {
-  return ka_db_exists(job.name) ? static_cast<const char*>(ka_db_access(job.name)) : "";
+  const char* const name = img_string(job.name);
+  return name ? name : "";
+}
+
+// The string element with the name of a texture belongs to its job, whatever transaction it was
+// declared in.
+std::uint32_t make_name(const char* name) {
+  std::uint32_t tag = 0;
+  if (!name) return tag;
+  const std::size_t size = std::strlen(name) + 1;
+  std::memcpy(ka_db_create_private(&tag, KA_DB_STRING, size), name, size);
+  return tag;
+}
+
+void delete_name(const TextureJob& job) {
+  if (job.name != 0) ka_db_delete_private(job.name);
 }
 
 // Bytes of the budget that a cached file brings along: 5 percent of its own.
@@ -58,11 +73,13 @@ bool cache(img_file& file, ka_job_call& call) {
 
 int read_whole(img_file& file, const TextureJob& job, ka_job_call& call) {
   img_image* const image = img_make_element(&file, &call.tag, job.name);
+  file.pyramid = 0;  // there is nothing to filter in a picture that cannot be read
   if (!image || !ka_img_image_read(&file, image)) {
     ka_img_err_msg(&file);
     ka_nerror(kNotRead, "cannot read texture %s", name_of(job));
     return 0;
   }
+  if (job.pyramid) ka_img_pyramid_filter_levels(image);
   ka_img_image_set_writable(image, 0);
   return 1;
 }
@@ -108,7 +125,10 @@ int make(const TextureJob& job, ka_job_call& call) {
   shape.writing = 1;
   shape.type = job.type >= 0 && job.type < IMG_TYPE_COUNT ? job.type : img_color_type(job.bits);
   img_image* const image = img_make_element(&shape, &call.tag, job.name);
-  if (!image) return 0;
+  if (!image) {
+    ka_error("cannot make texture %s, %d x %d", name_of(job), job.width, job.height);
+    return 0;
+  }
   call.fixed = 1;  // nothing else has the pixels, and who edits them may hold their address
   return 1;
 }
@@ -155,10 +175,10 @@ int ka_img_placeholder_dbcreate(const img_file* handle, std::uint32_t* tag, std:
       .pyramid = handle->pyramid,
       .writing = handle->writing,
       .type = handle->type,
-      .name = img_make_string(handle->name),
+      .name = make_name(handle->name),
       .filter = handle->pyramid != 0 ? static_cast<float>(handle->pyramid) : kNoFilter};
   if (ka_job_create(tag, KA_DB_IMAGE, KA_IMG, &job, sizeof job, kFormat)) return 1;
-  if (job.name != 0) ka_db_delete(job.name);
+  delete_name(job);
   return 0;
 }
 
@@ -177,7 +197,7 @@ int ka_img_job_callback(int operation, ka_job_call* call) {
     case KA_JOB_DELETE:
       return unload(job, *call);
     case KA_JOB_END:
-      if (ka_db_exists(job.name)) ka_db_delete(job.name);
+      delete_name(job);
       return 1;
     default:
       return 0;

@@ -54,10 +54,11 @@ void leave(const Position& position) {
   trans_leave(trans_kinds[kWorld], position.world);
 }
 
-// Attaches to the records of a position that `position` lacks. False after an error message.
-bool complete(const Tags& tags, Position& position) {
-  const auto find = [](trans_record*& record, trans_kind& kind, std::uint32_t tag) {
-    if (!record) record = trans_find(kind, tag);
+// Attaches to the records of a position that `position` lacks, none of them younger than
+// `youngest`. False after an error message.
+bool complete(const Tags& tags, Position& position, std::uint64_t youngest) {
+  const auto find = [youngest](trans_record*& record, trans_kind& kind, std::uint32_t tag) {
+    if (!record) record = trans_find(kind, tag, youngest);
     return record != nullptr;
   };
   if (!find(position.world, trans_kinds[kWorld], tags.world)) {
@@ -72,9 +73,9 @@ bool complete(const Tags& tags, Position& position) {
   return false;
 }
 
-int set_position(const Tags& tags) {
+int set_position(const Tags& tags, std::uint64_t youngest) {
   Position position{};
-  if (complete(tags, position)) {
+  if (complete(tags, position, youngest)) {
     enter(tags, position);
     return 1;
   }
@@ -82,26 +83,30 @@ int set_position(const Tags& tags) {
   return 0;
 }
 
-// The position of those who attach to a tag; false: it is not found.
-bool tags_of(trans_kind& kind, std::uint32_t tag, Tags& tags) {
+// The position of those who attach to a tag, and the age of what it leads to; false: it is not
+// found.
+bool tags_of(trans_kind& kind, std::uint32_t tag, Tags& tags, std::uint64_t& serial) {
   tags = {tag, tag, tag};
+  serial = kAnyAge;
   if (kind.element_type == KA_TRANS_WORLD) return true;
   trans_record* const record = trans_find(kind, tag);
   if (!record) return false;
   tags = {record->world, kind.element_type == KA_TRANS_SESSION ? tag : record->session, tag};
+  serial = record->serial;
   trans_leave(kind, record);
   return true;
 }
 
 int attach(trans_kind& kind, std::uint32_t tag) {
   Tags tags = kDefaults;
-  if (!tags_of(kind, tag, tags)) {
+  std::uint64_t serial = kAnyAge;
+  if (!tags_of(kind, tag, tags, serial)) {
     ka_nerror(1, "%s %#x not found", kind.name, tag);
     return 0;
   }
   ka_vdebug("trans_attach %s %#x -> %#x %#x %#x", kind.name, tag, tags.world, tags.session,
             tags.transaction);
-  if (set_position(tags)) return 1;
+  if (set_position(tags, serial)) return 1;
   ka_debug("trans_set failed");
   return 0;
 }
@@ -196,6 +201,7 @@ Tags parent_of(const trans_kind& kind) {
 }
 
 int end(trans_kind& kind) {
+  const std::uint64_t serial = current_record(kind)->serial;
   const trans_failure failure = trans_unlink(kind, current_record(kind));
   if (failure == trans_failure::kChild) {
     const bool is_world = kind.element_type == KA_TRANS_WORLD;
@@ -205,7 +211,7 @@ int end(trans_kind& kind) {
   const Tags parent = parent_of(kind);
   ka_trans_default();
   if (failure == trans_failure::kNotFound) ka_nerror(16, "%s not found", kind.name);
-  if (set_position(parent)) return failure == trans_failure::kNone;
+  if (set_position(parent, serial)) return failure == trans_failure::kNone;
   ka_nerror(13, "cannot release %s", kind.name);
   return 0;
 }
@@ -282,6 +288,7 @@ int ka_trans_begin(int type) {
     return 0;
   }
   const Tags current = current_tags();
+  const std::uint64_t session_serial = ka::context().session_record->serial;
   const auto members = create(*kind).members;
   const trans_record& own = *members[trans_index(*kind)];
   const Tags tags = {own.world, own.session, own.tag};
@@ -290,10 +297,11 @@ int ka_trans_begin(int type) {
   ka_vdebug("trans_attach %s %#x -> %#x %#x %#x", kind->name, own.tag, tags.world, tags.session,
             tags.transaction);
   Position position = {members[kWorld], members[kSession], members[kTransaction]};
-  if (complete(tags, position)) {
+  if (complete(tags, position, session_serial)) {
     enter(tags, position);
     return 1;
   }
+  ka_debug("trans_set failed");
   ka_nerror(7, "cannot attach new %s", kind->name);
   (void)trans_unlink(*kind, &own);
   leave(position);

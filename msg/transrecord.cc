@@ -87,9 +87,8 @@ void fill(trans_record& record, std::uint32_t tag, int type, const std::uint32_t
 
 // A new record and the defaults that come with it: a world has a session and a transaction, a
 // session a transaction, all with its tag.
-trans_family make_family(const trans_kind& kind) {
+trans_family make_family(const trans_kind& kind, std::uint32_t now) {
   trans_family family{};
-  const std::uint32_t now = store->time();
   for (std::size_t member = 0; member <= trans_index(kind); ++member) {
     family.members[member] = make_record(trans_kinds[member]);
     family.members[member]->begin_time = now;
@@ -124,10 +123,11 @@ trans_record* find_current(trans_kind& kind, std::uint32_t tag) {
 }
 
 // As for trans_find, of a record that is in the list.
-trans_record* attach_listed(trans_kind& kind, std::uint32_t tag) {
+trans_record* attach_listed(trans_kind& kind, std::uint32_t tag, std::uint64_t youngest) {
   const ka::LockScope locked(trans_lock);
   trans_record* const record = find_current(kind, tag);
-  if (record) ++record->users;
+  if (!record || record->serial > youngest) return nullptr;
+  ++record->users;
   return record;
 }
 
@@ -144,8 +144,9 @@ bool can_be(const trans_kind& kind, int element_type) {
   return false;
 }
 
-bool read_element(const trans_kind& kind, std::uint32_t tag, ka::StoredElement& element) {
-  if (!store->read(tag, element)) {
+bool read_element(const trans_kind& kind, std::uint32_t tag, std::uint64_t youngest,
+                  ka::StoredElement& element) {
+  if (!store->read(tag, element) || element.serial > youngest) {
     if (has_ended(kind, tag)) {
       ka_nwarning(3, "tried to use an ended %s (%#x)", kind.name, tag);
     } else {
@@ -227,17 +228,14 @@ void trans_records_start() {
 }
 
 void trans_release_areas() {
-  for_each_record(
-      [](trans_kind& kind, trans_record* record) { kind.areas.release_all(record->areas.data()); });
+  for (trans_kind& kind : trans_kinds) kind.areas.release_all(kind.root.areas.data());
 }
 
 void trans_records_end() {
   for_each_record([](trans_kind& kind, trans_record* record) {
-    if (kind.is_root(record)) {
-      end_record(*record);
-    } else {
-      release_record(kind, record);
-    }
+    if (kind.is_root(record)) return end_record(*record);
+    if (store) store->remove(record->tag, record->serial);
+    release_record(kind, record);
   });
   for (trans_kind& kind : trans_kinds) {
     kind.root = {};
@@ -246,18 +244,18 @@ void trans_records_end() {
   ka_delete_lock(&trans_lock);
 }
 
-trans_record* trans_find(trans_kind& kind, std::uint32_t tag) {
+trans_record* trans_find(trans_kind& kind, std::uint32_t tag, std::uint64_t youngest) {
   if (tag == 0) return &kind.root;
   if (!store) {
     ka_nwarning(2, "trans_get: NOT found %s %#x", kind.name, tag);
     return nullptr;
   }
   for (;;) {
-    if (trans_record* const record = attach_listed(kind, tag)) return record;
-    release_unused(kind, tag);
+    if (trans_record* const record = attach_listed(kind, tag, youngest)) return record;
+    for (trans_kind& each : trans_kinds) release_unused(each, tag);
     ka::StoredElement element{};
-    if (!read_element(kind, tag, element)) return nullptr;
-    trans_family family = make_family(kind);
+    if (!read_element(kind, tag, youngest, element)) return nullptr;
+    trans_family family = make_family(kind, store->time());
     fill_family(family, tag, element.type, element.serial, element.words.data());
     trans_record* const record = insert(kind, tag, family);
     family.release();
@@ -272,9 +270,10 @@ void trans_family::release() {
 }
 
 trans_family trans_create(trans_kind& kind, const std::uint32_t* words, std::size_t count) {
-  const trans_family family = make_family(kind);
+  const std::uint32_t now = store->time();
+  const trans_family family = make_family(kind, now);
   const ka::LockScope locked(trans_lock);
-  const std::uint32_t tag = store->create(kind.element_type, words, count);
+  const std::uint32_t tag = store->create(kind.element_type, words, count, now);
   fill_family(family, tag, kind.element_type, store->serial(tag), words);
   for (std::size_t i = 0; i <= trans_index(kind); ++i) {
     (void)find_current(trans_kinds[i], tag);  // an old record whose element was deleted goes
@@ -298,6 +297,7 @@ trans_failure trans_unlink(trans_kind& kind, const trans_record* record) {
   const std::size_t own = trans_index(kind);
   const std::uint32_t tag = record->tag;
   const std::uint64_t serial = record->serial;
+  if (!store) return trans_failure::kNotFound;
   const ka::LockScope locked(trans_lock);
   trans_family family{};
   for (std::size_t i = 0; i <= own; ++i) {

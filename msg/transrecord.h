@@ -6,6 +6,7 @@
 #include <ka/msg.h>
 
 #include <array>
+#include <limits>
 
 #include "areas.h"
 
@@ -54,12 +55,15 @@ trans_kind* trans_kind_of(int element_type);
 // Starts the lock and the roots, ends the roots and every record that is left.
 void trans_records_start();
 void trans_records_end();
-// Releases the areas of all records, exit functions first.
+// Releases the areas of the roots, exit functions first.
 void trans_release_areas();
 
 // Finds a record by its tag and attaches the calling thread to it: a record comes into being with
-// the first look-up of its element. Null after warning 1, 2 or 3.
-trans_record* trans_find(trans_kind& kind, std::uint32_t tag);
+// the first look-up of its element. Null after warning 1, 2 or 3. An element that is younger than
+// `youngest` counts as not found: what contains an element is older than that, whoever has its tag
+// now.
+constexpr std::uint64_t kAnyAge = std::numeric_limits<std::uint64_t>::max();
+trans_record* trans_find(trans_kind& kind, std::uint32_t tag, std::uint64_t youngest = kAnyAge);
 // A new element and its records, to all of which the calling thread is attached: no other thread
 // sees them before.
 struct trans_family {

@@ -48,6 +48,7 @@ typedef struct ka_db_entry {
   uint8_t state;  /* enum ka_db_state */
   uint8_t shared; /* changes must be sent to other hosts: 0, there are none */
   uint8_t private_level;
+  uint8_t is_fixed;          /* of a job element: no purge moves its data */
   uint32_t attempts;         /* how often the job has been executed */
   const void* producer;      /* the thread in which it is being executed, or null */
   struct ka_job* job;        /* how the data of a job element are produced, or null */
@@ -67,6 +68,11 @@ void* ka_db_create(uint32_t* tag, int type, size_t size);
 /* Creates a job element without data. ka_job_create does this and says how the data are produced.
  *   Returns  the entry, and its tag. Fatal 16 as above. */
 ka_db_entry* ka_db_jobcreate(uint32_t* tag, int type);
+
+/* The same for an element that belongs to no transaction: whoever makes it deletes it, from any
+ * transaction, with ka_db_delete_private. ka_db_delete refuses it. */
+void* ka_db_create_private(uint32_t* tag, int type, size_t size);
+int ka_db_delete_private(uint32_t tag);
 
 /* The data of an element. A job element is pinned, and its data are produced or read from disk where
  * they are missing; each access needs a ka_db_unpin. The data of a job element stay valid until then.
@@ -138,8 +144,9 @@ void ka_db_disk_cleanup(void);
 typedef struct ka_db_counts {
   uint64_t tags; /* in use */
   uint64_t creations, reallocations, deletions;
-  uint64_t flushes;        /* times that data were given back which a job can produce again */
-  uint64_t disk, disk_max; /* KB on disk now, and at most */
+  uint64_t requests, errors; /* of other hosts: 0 in a process that stands alone */
+  uint64_t flushes;          /* times that data were given back which a job can produce again */
+  uint64_t disk, disk_max;   /* KB on disk now, and at most */
   uint64_t swapped_out, swapped_in, swap_failed; /* KB */
 } ka_db_counts;
 void ka_db_get_counts(ka_db_counts* counts);

@@ -15,8 +15,9 @@ enum ka_job_operation {
   KA_JOB_SCHEDULE = 1, /* say what the job costs: fill `schedule` */
   KA_JOB_DESCRIBE = 2, /* say what the job does: write a text to `text` */
   KA_JOB_BEGIN = 3,    /* the job has been created or recreated */
-  KA_JOB_DELETE = 4,   /* the data go away; where they are not fixed, possibly in the middle of a
-                          purge: locks are tried then, as a limit handler does */
+  KA_JOB_DELETE = 4,   /* the data go away. Where they are not fixed, a purge may ask for it in the
+                          middle of any operation: the callback tries locks then, as a limit handler
+                          does, and calls nothing of the store */
   KA_JOB_END = 5       /* the job goes away, after its data */
 };
 
@@ -36,7 +37,7 @@ typedef struct ka_job_call {
   void* parameters; /* the job's own copy; stays until the job is deleted */
   /* KA_JOB_EXECUTE: starts with the element's data (null unless ka_db_realloc was called for `tag`)
    * and their size; the callback may set others, which the store never frees, resizes or swaps.
-   * KA_JOB_DELETE: the data and their size. */
+   * KA_JOB_DELETE: the data and their size; null for data that are lost with their swap file. */
   void* data;
   size_t size;
   size_t job_size; /* KA_JOB_EXECUTE: bytes that the element costs in all; starts as 0, which counts

@@ -32,7 +32,7 @@ TEST_F(Job, ThatFailsIsNullForAllWhoWaitAndCanBeTriedAgain) {
     start.arrive_and_wait();
     EXPECT_EQ(ka_job_access(tag), nullptr);
   });
-  EXPECT_LE(executions, 6);
+  EXPECT_LT(executions, 4);  // most have waited for the first one
   EXPECT_EQ(ka_job_access(0), nullptr);
   EXPECT_EQ(ka_job_access(tag + 1), nullptr);
   fill.fails = false;
@@ -61,7 +61,7 @@ TEST_F(Job, StaysWhileAThreadHasItPinned) {
   ka_db_unpin(tag);
   EXPECT_TRUE(ka_db_delete(tag));
   EXPECT_FALSE(ka_db_exists(tag));
-  EXPECT_EQ(counts().flushes, 2U);
+  EXPECT_EQ(counts().flushes, 1U);
 }
 
 TEST_F(Job, IsToldWhatHappensToIt) {
@@ -72,6 +72,10 @@ TEST_F(Job, IsToldWhatHappensToIt) {
   EXPECT_STREQ(text, "fills");
   ka_db_access(tag);
   ka_db_unpin(tag);
+  const test::Scratch scratch;
+  ka_db_swap_config(scratch.path("").c_str(), 1000);
+  ka_db_entry* const entry = ka_db_accessinfo(tag);
+  EXPECT_TRUE(ka_db_disk_pageout(tag, entry, entry->data, entry->size));
   ka_db_delete(tag);
   EXPECT_EQ(test::operations,
             (std::vector<int>{KA_JOB_BEGIN, KA_JOB_DESCRIBE, KA_JOB_DELETE, KA_JOB_END}));

@@ -28,12 +28,13 @@ inline std::vector<int> operations;  // of calls other than executions; for test
 inline int fill(int operation, ka_job_call* call) {
   if (operation != KA_JOB_EXECUTE) {
     operations.push_back(operation);
+    EXPECT_EQ(ka_job_size(call->tag), 0U);  // asking about the element itself does not wait
     if (operation == KA_JOB_DESCRIBE) std::strcpy(call->text, "fills");
     return 0;
   }
   ++executions;
   const Fill parameters = *static_cast<const Fill*>(call->parameters);
-  if (parameters.fails) ka_msg_usleep(1000);  // so that others come to wait
+  if (parameters.fails) ka_msg_usleep(20000);  // so that others come to wait
   if (parameters.fails || parameters.yields_nothing) return !parameters.fails;
   auto* const words =
       static_cast<std::uint32_t*>(ka_db_realloc(call->tag, std::size_t(parameters.words) * 4));

@@ -110,6 +110,10 @@ TEST_F(Store, StampsAreScaledWhenTheyOverflow) {
   ka_db_create(&late, 5, 1);
   EXPECT_EQ(ka_db_accessinfo(late)->time, 0x10000000U);
   EXPECT_TRUE(ka_trans_end(KA_TRANS_TRANSACTION));
+  ka::set_clock(0xffffffff);
+  EXPECT_TRUE(ka_trans_begin(KA_TRANS_TRANSACTION));
+  EXPECT_EQ(ka_trans_get_lowttime(), 0x0fffffffU);
+  EXPECT_TRUE(ka_trans_end(KA_TRANS_TRANSACTION));
 }
 
 TEST_F(Store, DelayedDeletionsAreQueued) {
@@ -121,6 +125,36 @@ TEST_F(Store, DelayedDeletionsAreQueued) {
   EXPECT_TRUE(ka_db_exists(tag));
   ka_db_delete_delay(0);
   EXPECT_FALSE(ka_db_exists(tag));
+
+  // Elements in use wait; one whose tag has another element is forgotten.
+  const std::uint32_t job = make_job({});
+  EXPECT_TRUE(ka_trans_begin(KA_TRANS_TRANSACTION));
+  ka_db_create(&tag, 5, 1);
+  ka_db_delete_delay(1);
+  EXPECT_TRUE(ka_db_delete(tag));
+  EXPECT_TRUE(ka_trans_end(KA_TRANS_TRANSACTION));
+  EXPECT_TRUE(ka_trans_begin(KA_TRANS_TRANSACTION));
+  EXPECT_EQ(ka_transaction_get(), tag);
+  ka_trans_default();
+  ka_db_access(job);
+  EXPECT_TRUE(ka_db_delete(job));
+  ka_db_delete_delay(0);
+  EXPECT_TRUE(ka_db_exists(tag));
+  EXPECT_TRUE(ka_db_exists(job));
+  ka_db_unpin(job);
+  ka_db_delete_delay(0);
+  EXPECT_FALSE(ka_db_exists(job));
+}
+
+TEST_F(Store, PrivateElementsAreTheirMakersAlone) {
+  std::uint32_t tag = 0, plain = 0;
+  EXPECT_TRUE(ka_trans_begin(KA_TRANS_TRANSACTION));
+  ka_db_create_private(&tag, 5, 8);
+  ka_db_create(&plain, 5, 8);
+  EXPECT_FALSE(ka_db_delete(tag));
+  EXPECT_FALSE(ka_db_delete_private(plain));
+  EXPECT_TRUE(ka_trans_end(KA_TRANS_TRANSACTION));
+  EXPECT_TRUE(ka_db_delete_private(tag));
 }
 
 TEST_F(Store, ReportsHaveARowForEachModuleTypeAndElement) {

@@ -47,7 +47,8 @@ TEST_F(Stress, TransactionsComeAndGoWhileElementsDo) {
     }
   });
   ka_trans_wst_exit();
-  ka_trans_exit();
+  ka_trans_exit();  // the sessions
+  EXPECT_EQ(counts().tags, 0U);
   ka_trans_init();
 }
 

@@ -64,7 +64,7 @@ TEST_F(Trans, NestAndEnd) {
   EXPECT_EQ(transaction.session, session.session);
   EXPECT_NE(ka_transaction_mem(kModule), nullptr);
   EXPECT_EQ(ka_transaction_mem(KA_IMG + 1), nullptr);
-  EXPECT_EQ(ka_trans_get_lowttime(), ka_db_accessinfo(transaction.transaction)->creation - 1);
+  EXPECT_EQ(ka_trans_get_lowttime(), ka_db_accessinfo(transaction.transaction)->creation);
 
   std::uint32_t kept = 0, deleted = 0;
   for (int i = 0; i < 3000; ++i) {
@@ -73,6 +73,7 @@ TEST_F(Trans, NestAndEnd) {
     EXPECT_TRUE(ka_db_delete(deleted));
   }
   EXPECT_EQ(ka_db_accessinfo(kept)->owner, transaction.transaction);
+  const std::uint32_t job = make_job({});
   ka_trans_attach(session.session, KA_TRANS_SESSION);
   EXPECT_FALSE(ka_db_delete(kept)) << "of another transaction";
   ka_trans_attach(transaction.transaction, KA_TRANS_TRANSACTION);
@@ -82,6 +83,7 @@ TEST_F(Trans, NestAndEnd) {
   EXPECT_TRUE(ka_trans_end(KA_TRANS_TRANSACTION));
   EXPECT_EQ(Place(), session);
   EXPECT_FALSE(ka_db_exists(kept));
+  EXPECT_FALSE(ka_db_exists(job));
   EXPECT_EQ(ka_trans_get_lowttime(), 0xffffffffU);
   EXPECT_TRUE(ka_trans_end(KA_TRANS_SESSION));
   EXPECT_EQ(Place(), world);
@@ -126,6 +128,8 @@ TEST_F(Trans, SayWhyTheyRefuse) {
       (Texts{"272002 trans_get: NOT found session 0x270f", "271001 session 0x270f not found"}));
   ka_db_exit();  // without a store
   EXPECT_EQ(refused(begin(KA_TRANS_WORLD)), (Texts{"271006 cannot create db item for world"}));
+  EXPECT_EQ(messages_of([&] { EXPECT_EQ(end(KA_TRANS_TRANSACTION)(), 0); }, KA_ERROR)[0],
+            "271016 transaction not found");
   ka_db_init();
 }
 
@@ -181,6 +185,24 @@ TEST_F(Trans, StayWithTheThreadsThatAreStillAttached) {
   EXPECT_EQ(events, (std::vector<std::string>{"-t"}));
 }
 
+// What contained a transaction has ended, and its tag is that of something younger.
+TEST_F(Trans, DoNotComeToStrangers) {
+  ASSERT_TRUE(ka_trans_begin(KA_TRANS_SESSION));
+  const std::uint32_t session = ka_session_get();
+  ASSERT_TRUE(ka_trans_begin(KA_TRANS_TRANSACTION));
+  const std::uint32_t transaction = ka_transaction_get();
+  test::registered([&] {
+    EXPECT_TRUE(ka_trans_attach(session, KA_TRANS_SESSION));
+    EXPECT_TRUE(ka_trans_end(KA_TRANS_SESSION));
+    EXPECT_TRUE(ka_trans_begin(KA_TRANS_WORLD));
+    EXPECT_EQ(ka_world_get(), session);
+  }).join();
+  EXPECT_EQ(refused([] { return ka_trans_begin(KA_TRANS_TRANSACTION); }).back(),
+            "271007 cannot attach new transaction");
+  ka_trans_default();
+  EXPECT_EQ(refused([&] { return ka_trans_attach(transaction, KA_TRANS_TRANSACTION); }).size(), 2U);
+}
+
 TEST_F(Trans, EndWithTheirElementAndTheLibrary) {
   ka_trans_begin(KA_TRANS_SESSION);
   const std::uint32_t tag = ka_session_get();
@@ -195,6 +217,7 @@ TEST_F(Trans, EndWithTheirElementAndTheLibrary) {
   ka_trans_wst_exit();
   ka_trans_exit();
   EXPECT_EQ(std::ranges::count(events, "-w"), 2);  // of the default as well
+  EXPECT_EQ(counts().tags, 1U);                    // `again`
   ka_trans_init();
 }
 

@@ -225,6 +225,42 @@ TEST_F(Elements, ImagesOfTheOtherByteOrderAreTurned) {
   }
 }
 
+// Its name stays with it, whoever gets tags meanwhile.
+TEST_F(Elements, TexturesInUseOutliveTheirTransaction) {
+  const std::string path = picture(IMG_FORMAT_TIF, IMG_TYPE_RGBA, 4, 4);
+  EXPECT_TRUE(ka_trans_begin(KA_TRANS_TRANSACTION));
+  const std::uint32_t tag = declare({.path = path});
+  EXPECT_NE(access(tag), nullptr);
+  EXPECT_TRUE(ka_trans_end(KA_TRANS_TRANSACTION));
+  std::uint32_t other = 0;
+  std::memcpy(ka_db_create(&other, 77, 3), "xyz", 3);
+  EXPECT_TRUE(ka_trans_begin(KA_TRANS_TRANSACTION));
+  ka_db_unpin(tag);
+  img_file handle{};
+  handle.name = const_cast<char*>("elsewhere");
+  std::uint32_t again = tag;
+  EXPECT_TRUE(ka_img_placeholder_dbcreate(&handle, &again, 0));
+  EXPECT_TRUE(ka_trans_end(KA_TRANS_TRANSACTION));
+  char text[KA_JOB_TEXT_SIZE];
+  EXPECT_TRUE(ka_job_describe(tag, text));
+  EXPECT_STREQ(text, "read texture file elsewhere");
+  tags_.push_back(other);
+}
+
+TEST_F(Elements, FilesDoNotSpeakForTheirImages) {
+  const std::string path = picture(IMG_FORMAT_MAP, IMG_TYPE_RGBA, 4, 4);
+  std::string bytes = test::read_file(path);
+  bytes[64 + 104] = 1;   // writable
+  bytes[64 + 112] = 99;  // the tag of a name
+  scratch_.write(std::filesystem::path(path).filename().string(), bytes);
+  const std::uint32_t tag = declare({.path = path});
+  const img_image* const image = access(tag);
+  ASSERT_NE(image, nullptr);
+  EXPECT_FALSE(ka_img_image_is_writable(image));
+  EXPECT_EQ(ka_img_image_name(image), 0U);
+  ka_db_unpin(tag);
+}
+
 class Lightmaps : public Elements {
  protected:
   std::uint32_t lightmap(const std::string& name, int bits, int pyramid = 0) {

@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <ka/mem.h>
+#include <ka/trans.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -258,6 +259,7 @@ TEST_P(SmallFile, GivesNoMoreThanAPrefixHolds) {
 TEST_P(SmallFile, MayHaveAnyByteInItsHeader) {
   const std::string& whole = GetParam().bytes;
   (void)read(whole, IMG_TYPE_RGBA);  // the thread's tables are laid out
+  ka_context_mem(KA_IMG);            // and its settings
   const std::size_t live = ka_mem_getsize();
   for (std::size_t at = 0; at < std::min<std::size_t>(whole.size(), 128); ++at) {
     for (const int value : {0, 127, 128, 255}) {

@@ -24,7 +24,8 @@ struct StoredElement {
 struct StoreOperations {
   // Creates an element of the default transaction, which nobody sees before it has its data. Called
   // with the lock of the records.
-  std::uint32_t (*create)(int type, const std::uint32_t* words, std::size_t count);
+  std::uint32_t (*create)(int type, const std::uint32_t* words, std::size_t count,
+                          std::uint32_t stamp);
   // Copies an element; false: there is none.
   bool (*read)(std::uint32_t tag, StoredElement& element);
   // The serial of the element that has the tag now, 0: none. Takes no lock.
