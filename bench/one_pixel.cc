@@ -1,11 +1,8 @@
 // one_pixel FOLDER: what it costs to declare a texture of 1 GB and to look at one of its pixels,
 // mapped and cached: resident memory and bytes read, in KB.
-#include <ka/db.h>
 #include <ka/imgaccess.h>
 #include <ka/imgcache.h>
 #include <ka/imgelement.h>
-#include <ka/mem.h>
-#include <ka/trans.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -13,19 +10,11 @@
 #include <cstring>
 #include <string>
 
+#include "library.h"
+
 namespace {
 
 constexpr int kSide = 16384;  // of four bytes each
-
-void start() {
-  if (!ka_lumoralib_attach_process()) std::abort();
-  ka_module_push(KA_MAIN);
-  ka_mem_init();
-  ka_db_init();
-  ka_img_init();
-  ka_context_init();
-  ka_trans_init();
-}
 
 bool write(const std::string& path) {
   img_file file{};
@@ -79,7 +68,7 @@ int main(int argc, char** argv) {
   if (argc != 2) return 2;
   const std::string path = std::string(argv[1]) + "/one_pixel.map";
   setenv("KA_1TC_LIMIT", "2000000", 1);  // KB: mapped unless asked otherwise
-  start();
+  start_library();
   const bool done = write(path) && measure("mapped", path, 0) && measure("cached", path, 3);
   unlink(path.c_str());
   return done ? 0 : 1;

@@ -1,28 +1,16 @@
 // texture_lookups FOLDER: look-ups in a texture of four times the cache's budget. bench/texture_peer.sh
 // runs it beside another texture system.
-#include <ka/db.h>
 #include <ka/imgaccess.h>
 #include <ka/imgcache.h>
 #include <ka/imgelement.h>
-#include <ka/mem.h>
-#include <ka/trans.h>
 
 #include <cstdlib>
 #include <string>
 
+#include "library.h"
 #include "lookups.h"
 
 namespace {
-
-void start() {
-  if (!ka_lumoralib_attach_process()) std::abort();
-  ka_module_push(KA_MAIN);
-  ka_mem_init();
-  ka_db_init();
-  ka_img_init();
-  ka_context_init();
-  ka_trans_init();
-}
 
 bool write(const std::string& path) {
   img_file file{};
@@ -49,7 +37,7 @@ bool write(const std::string& path) {
 
 int main(int argc, char** argv) {
   if (argc != 2) return 2;
-  start();
+  start_library();
   const std::string path = std::string(argv[1]) + "/texture.map";
   if (!write(path)) return 1;
   img_file handle{};

@@ -12,16 +12,16 @@ namespace {
 
 bool write(const std::string& path) {
   auto out = OIIO::ImageOutput::create(path);
-  OIIO::ImageSpec spec(lookups::kSide, lookups::kSide, 4, OIIO::TypeDesc::UINT8);
-  spec.tile_width = spec.tile_height = 64;
-  spec.attribute("compression", "none");
+  OIIO::ImageSpec layout(lookups::kSide, lookups::kSide, 4, OIIO::TypeDesc::UINT8);
+  layout.tile_width = layout.tile_height = 64;
+  layout.attribute("compression", "none");
   std::vector<std::uint32_t> texels(std::size_t(lookups::kSide) * lookups::kSide);
   for (int y = 0; y < lookups::kSide; ++y) {
     for (int x = 0; x < lookups::kSide; ++x) {
       texels[std::size_t(y) * lookups::kSide + std::size_t(x)] = lookups::texel(x, y);
     }
   }
-  return out && out->open(path, spec) && out->write_image(OIIO::TypeDesc::UINT8, texels.data()) &&
+  return out && out->open(path, layout) && out->write_image(OIIO::TypeDesc::UINT8, texels.data()) &&
          out->close();
 }
 
