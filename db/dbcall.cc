@@ -278,7 +278,7 @@ std::size_t ka_db_size(std::uint32_t tag) {
   const ka::ModuleScope scope(KA_DB);
   ka_db_entry& entry = ka::find_entry(tag);
   if (!ka::is_job_tag(tag)) return ka::shared(entry.size).load();
-  access(tag, entry);
+  (void)access(tag, entry);
   const std::size_t size = ka::shared(entry.size).load();
   ka_db_unpin(tag);
   return size;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <tuple>
 
 #include "store.h"
 
@@ -12,7 +13,9 @@ namespace {
 // Elements used longest ago, a handful at a time: a purge must not need memory itself.
 struct Candidate {
   std::uint32_t time, tag;
-  auto operator<=>(const Candidate&) const = default;
+  bool operator<(const Candidate& other) const {
+    return std::tie(time, tag) < std::tie(other.time, other.tag);
+  }
 };
 
 // Whether an element has data that may go. Its lock decides.

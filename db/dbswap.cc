@@ -56,7 +56,7 @@ std::int64_t kilobytes(std::size_t size) {
 ka::string setting(const char* variable, const char* reference) {
   if (const char* const value = std::getenv(variable)) return value;
   char* const value = ka_lib_registry_lookup(reference, 0);
-  const ka::string text = value && std::strcmp(value, reference) != 0 ? value : "";
+  ka::string text = value && std::strcmp(value, reference) != 0 ? value : "";
   ka_mem_release(value);
   return text;
 }

@@ -114,6 +114,7 @@ struct CacheThread : Link {
   AddressMap<Descriptor> descriptors;  // by file
   Link descriptor_list;                // Descriptor, the one used last first
   int open_files = 0;
+  std::uint32_t memory_requests = 0;  // that the thread has taken notice of
 };
 
 // The page that a thread has used last, and what says that it may be used without another look.
@@ -124,9 +125,12 @@ struct RecentPage {
   std::uint32_t alarms;  // that the thread has taken notice of
   std::uint32_t calls;
   CacheThread* thread;  // the calling thread's, null before its first context
+  int operations;       // of the thread that are at an image
 };
 [[gnu::tls_model("initial-exec")]] extern constinit thread_local RecentPage recent_page;
 
+// Counts requests for memory that unused pages could not meet: each thread gives pages back.
+extern std::atomic<std::uint32_t> cache_memory_requests;
 // Counts removed images and requests for memory: each thread compares it with its own count.
 extern constinit std::atomic<std::uint32_t> cache_alarms;
 

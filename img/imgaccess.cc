@@ -266,12 +266,14 @@ void ka_img_desaturate_rgb(float color[3], float max) {
 
 void ka_img_put_color(img_image* image, const float color[4], int x, int y) {
   const ka::ModuleScope scope(KA_IMG);
+  const ka::CacheOperation operation(image);
   if (!ka::is_inside(image, x, y) || !img_has_color(image)) return;
   img_store_color(img_context(), image, gathered(color), x, y);
 }
 
 void ka_img_get_color(const img_image* image, float color[4], int x, int y) {
   const ka::ModuleScope scope(KA_IMG);
+  const ka::CacheOperation operation(image);
   if (!color) return;
   if (!ka::is_inside(image, x, y)) return void(std::fill_n(color, 4, 0.0F));
   if (img_has_color(image)) spread(img_fetch_color(img_context(), image, x, y), color);
@@ -279,6 +281,7 @@ void ka_img_get_color(const img_image* image, float color[4], int x, int y) {
 
 void ka_img_get_color_square(const img_image* image, float color[4][4], int x, int y) {
   const ka::ModuleScope scope(KA_IMG);
+  const ka::CacheOperation operation(image);
   if (!img_has_color(image)) return;
   const ImageContext& context = img_context();
   const ka::Square square = ka::square_at(image, x, y);

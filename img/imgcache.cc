@@ -95,7 +95,7 @@ void share_descriptors() {
 constinit std::atomic<int> ka::allocated{0}, ka::max_allocated{0}, ka::n_flushes{0};
 constinit std::atomic<int> ka::cache_maxpages{int(kUsualSize / double(ka::kPageBase))};
 constinit std::atomic<int> ka::fds_per_thread{0};
-constinit std::atomic<std::uint32_t> ka::cache_alarms{0};
+constinit std::atomic<std::uint32_t> ka::cache_alarms{0}, ka::cache_memory_requests{0};
 
 int cache_descriptors() {
   if (ka::fds_per_thread == 0) {
@@ -129,6 +129,7 @@ int img_cache_memory_limit(ImageContext& context, std::int64_t bytes) {
       unused_page_flush(static_cast<int>(std::max<std::int64_t>(pages, 0)), false);
   if (freed * std::int64_t{ka::kPageBase} < bytes) {
     context.memory_low = true;
+    ka::cache_memory_requests.fetch_add(1, std::memory_order_relaxed);
     ka::cache_alarms.fetch_add(1, std::memory_order_release);
   }
   return 0;

@@ -37,8 +37,8 @@ img_image* img_cache_image_make(img_file* handle, img_element_function element, 
 //   Threads  any, also in a purge.
 int img_cache_image_remove(img_image* image);
 
-// Gives memory back: about `bytes` of pages that no thread holds, and where these are too few, the
-// context's thread is asked to drop pages with its next access. Takes no lock that another thread
+// Gives memory back: about `bytes` of pages that no thread holds, and where these are too few, all
+// threads, the context's among them, are asked to drop pages with their next access. Takes no lock that another thread
 // holds, and allocates nothing.
 //   Returns  0.
 int img_cache_memory_limit(ImageContext& context, std::int64_t bytes);
@@ -54,6 +54,28 @@ std::int64_t img_cache_filesize_get(const img_image* image);
 
 namespace ka {
 
+// An operation that looks at a cached image more than once: the headers of an image that another
+// thread removes meanwhile stay until it ends.
+void begin_cache_operation();
+void end_cache_operation();
+
+class CacheOperation {
+ public:
+  explicit CacheOperation(const img_image* image) : counts_(image && is_cached(image)) {
+    if (counts_) [[unlikely]]
+      begin_cache_operation();
+  }
+  ~CacheOperation() {
+    if (counts_) [[unlikely]]
+      end_cache_operation();
+  }
+  CacheOperation(const CacheOperation&) = delete;
+  CacheOperation& operator=(const CacheOperation&) = delete;
+
+ private:
+  bool counts_;
+};
+
 // set_line for images wherever their planes are. False when the cache does not have them.
 inline bool set_line_anywhere(img_line* line, const img_image* image, int y) {
   if (!is_cached(image)) {
@@ -61,6 +83,7 @@ inline bool set_line_anywhere(img_line* line, const img_image* image, int y) {
     return true;
   }
   *line = {};
+  if (image->width == 0) return true;
   const bool is_single = image->components == 1;
   const std::size_t from = is_single ? single_slot(image) : 0;
   const std::size_t to = is_single ? first_slot(image->type) : 0;

@@ -255,7 +255,8 @@ ka::HeldPage* find_page(ka::CacheThread& thread, ka::CacheRecord& record, std::u
 // The page with a byte of an image becomes the recent one; null when there is none.
 void* find_byte(ka::CacheThread& thread, const img_image* image, std::uint32_t offset) {
   ka::CacheRecord* const record = find_record(thread, image);
-  if (!record || offset < record->pixel_offset) return nullptr;
+  if (!record || !record->valid.load(std::memory_order_relaxed)) return nullptr;
+  if (offset < record->pixel_offset) return nullptr;
   const std::uint32_t place = offset - record->pixel_offset;
   if (place >= record->pixel_bytes) return nullptr;
   const std::uint32_t number = place / record->page_bytes;
@@ -279,8 +280,10 @@ void keep_budget(ka::CacheThread& thread) {
 
 void check_memory(ka::CacheThread& thread) {
   std::atomic<bool>& memory_low = img_context().memory_low;
-  if (memory_low.load(std::memory_order_relaxed)) {
+  const std::uint32_t requests = ka::cache_memory_requests.load(std::memory_order_relaxed);
+  if (memory_low.load(std::memory_order_relaxed) || thread.memory_requests != requests) {
     memory_low.store(false, std::memory_order_relaxed);
+    thread.memory_requests = requests;
     if (thread.held > kKeptPages) n_pages_flush(thread, thread.held - kKeptPages);
   } else if ((ka::recent_page.calls & kCheckMask) == 0 && thread.held >= kManyPages) {
     keep_budget(thread);
@@ -293,13 +296,22 @@ void check_memory(ka::CacheThread& thread) {
   ka::CacheThread* const thread = ka::recent_page.thread;
   if (!thread || thread->busy) return nullptr;  // busy: a message handler that looks at images
   const BusyScope busy(*thread);
-  drop_removed(*thread);
+  if (ka::recent_page.operations == 0) drop_removed(*thread);
   void* const byte = find_byte(*thread, image, offset);
   check_memory(*thread);
   return byte;
 }
 
 }  // namespace
+
+void ka::begin_cache_operation() { ++recent_page.operations; }
+
+void ka::end_cache_operation() {
+  CacheThread* const thread = recent_page.thread;
+  if (--recent_page.operations > 0 || !thread || thread->busy) return;
+  const BusyScope busy(*thread);
+  drop_removed(*thread);
+}
 
 // One plane after the other is read from the same page: that takes no lock, no division and no
 // place on the module stack.

@@ -94,6 +94,7 @@ std::int16_t to_short(float value) {
 
 void ka_img_put_scalar(img_image* image, float scalar, int x, int y) {
   const ka::ModuleScope scope(KA_IMG);
+  const ka::CacheOperation operation(image);
   if (!ka::is_inside(image, x, y) || !has_scalars(image)) return;
   const std::size_t slot = scalar_slot(image);
   switch (image->bits) {
@@ -112,11 +113,13 @@ void ka_img_put_scalar(img_image* image, float scalar, int x, int y) {
 
 void ka_img_get_scalar(const img_image* image, float* scalar, int x, int y) {
   const ka::ModuleScope scope(KA_IMG);
+  const ka::CacheOperation operation(image);
   *scalar = ka::is_inside(image, x, y) && has_scalars(image) ? fetch_scalar(image, x, y) : 0.0F;
 }
 
 void ka_img_get_scalar_square(const img_image* image, float scalar[4], int x, int y) {
   const ka::ModuleScope scope(KA_IMG);
+  const ka::CacheOperation operation(image);
   if (image->components != 1) return;
   const ka::Square square = ka::square_at(image, x, y);
   for (std::size_t i = 0; i < 4; ++i) {
@@ -126,12 +129,14 @@ void ka_img_get_scalar_square(const img_image* image, float scalar[4], int x, in
 
 void ka_img_put_vector(img_image* image, const float vector[3], int x, int y) {
   const ka::ModuleScope scope(KA_IMG);
+  const ka::CacheOperation operation(image);
   if (!has_vectors(image, x, y)) return;
   for (std::size_t slot = 0; slot < 2; ++slot) put(image, x, y, slot, to_short(vector[slot]));
 }
 
 void ka_img_get_vector(const img_image* image, float vector[3], int x, int y) {
   const ka::ModuleScope scope(KA_IMG);
+  const ka::CacheOperation operation(image);
   std::fill_n(vector, 3, 0.0F);
   if (!has_vectors(image, x, y)) return;
   get<std::int16_t, 2>(image, x, y, vector);
@@ -140,32 +145,38 @@ void ka_img_get_vector(const img_image* image, float vector[3], int x, int y) {
 
 void ka_img_put_normal(img_image* image, const float normal[3], int x, int y) {
   const ka::ModuleScope scope(KA_IMG);
+  const ka::CacheOperation operation(image);
   if (!has_normals(image, x, y)) return;
   for (std::size_t slot = 0; slot < 3; ++slot) put(image, x, y, slot, normal[slot]);
 }
 
 void ka_img_get_normal(const img_image* image, float normal[3], int x, int y) {
   const ka::ModuleScope scope(KA_IMG);
+  const ka::CacheOperation operation(image);
   std::fill_n(normal, 3, 0.0F);
   if (has_normals(image, x, y)) get<float, 3>(image, x, y, normal);
 }
 
 void ka_img_put_depth(img_image* image, float depth, int x, int y) {
   const ka::ModuleScope scope(KA_IMG);
+  const ka::CacheOperation operation(image);
   if (has_first_plane(image, x, y)) put(image, x, y, 0, depth);
 }
 
 void ka_img_get_depth(const img_image* image, float* depth, int x, int y) {
   const ka::ModuleScope scope(KA_IMG);
+  const ka::CacheOperation operation(image);
   *depth = first_or(std::numeric_limits<float>::max(), image, x, y);
 }
 
 void ka_img_put_label(img_image* image, std::uint32_t label, int x, int y) {
   const ka::ModuleScope scope(KA_IMG);
+  const ka::CacheOperation operation(image);
   if (has_first_plane(image, x, y)) put(image, x, y, 0, label);
 }
 
 void ka_img_get_label(const img_image* image, std::uint32_t* label, int x, int y) {
   const ka::ModuleScope scope(KA_IMG);
+  const ka::CacheOperation operation(image);
   *label = first_or(std::uint32_t{0}, image, x, y);
 }

@@ -84,18 +84,19 @@ int ka_img_image_read(img_file* handle, img_image* image) {
       handle->line_count != 0) {
     return img_error(handle, IMG_ERR_NOT_OPEN, 0);
   }
-  int result = 1;
-  for (int i = 0; i < handle->height && result; ++i) {
+  int result = 1, lines = 0;
+  for (int i = 0; i < handle->height && result; ++i, lines += result) {
     img_line line;
     if (!ka::set_line_anywhere(&line, image, image_line(handle, i))) return unreachable(handle);
     result = ka_img_line_read(handle, &line);
   }
-  if (handle->pyramid) ka_img_pyramid_filter_levels(image);
+  if (handle->pyramid && (result || lines > 0)) ka_img_pyramid_filter_levels(image);
   return result;
 }
 
 int ka_img_image_write(img_file* handle, img_image* image) {
   const ka::ModuleScope scope(KA_IMG);
+  const ka::CacheOperation operation(image);
   if (!handle->stream || handle->magic != IMG_MAGIC || handle->line_count > 0) {
     return img_error(handle, IMG_ERR_NOT_OPEN, 0);
   }
@@ -113,6 +114,7 @@ int ka_img_image_write(img_file* handle, img_image* image) {
 int ka_img_convert(img_line* line, int* components, int* bits, const img_image* image, int y,
                    int type) {
   const ka::ModuleScope scope(KA_IMG);
+  const ka::CacheOperation operation(image);
   *components = ka_img_ncomp[type];
   *bits = ka_img_nbits[type];
   img_line source;

@@ -13,6 +13,7 @@
 #include <ka/message.h>
 
 #include "imgaccess.h"
+#include "imgcache.h"
 
 namespace {
 
@@ -200,6 +201,7 @@ void img_pyramid_create_directory(const img_file* ifp, img_image* image) {
 
 void ka_img_pyramid_filter_levels(img_image* image) {
   const ka::ModuleScope scope(KA_IMG);
+  const ka::CacheOperation operation(image);
   ka_debug("starting to filter image pyramid");
   const ImageContext& context = img_context();
   const int levels = img_has_color(image) ? std::min(image->levels, kLargestLevels) : 0;

@@ -52,8 +52,9 @@ void delete_name(const TextureJob& job) {
   if (job.name != 0) ka_db_delete_private(job.name);
 }
 
-// Bytes of the budget that a cached file brings along: 5 percent of its own.
-double share_of(std::int64_t file_size) { return 0.05 * static_cast<double>(file_size); }
+// Bytes of the budget that a cached file brings along: 5 percent of its own, whole ones, so that the
+// budget comes back to what it was.
+std::int64_t share_of(std::int64_t file_size) { return file_size / 20; }
 
 void report_loaded(const char* name, std::int64_t bytes) {
   ka_debug("texture %s was loaded (%d Kb)", name, int(bytes / 1024));
@@ -67,7 +68,7 @@ bool cache(img_file& file, ka_job_call& call) {
   const std::size_t element = ka_db_accessinfo(call.tag)->size;
   call.job_size = element + std::size_t(file_size / 16384 * 8) + std::size_t(share_of(file_size));
   call.fixed = 1;
-  img_cache_size_adjust(share_of(file_size));
+  img_cache_size_adjust(double(share_of(file_size)));
   return true;
 }
 
@@ -159,7 +160,7 @@ int unload(const TextureJob& job, ka_job_call& call) {
   if (!ka::is_cached(image)) return 0;
   const std::int64_t file_size = img_cache_filesize_get(image);
   if (!img_cache_image_remove(image)) return 0;
-  img_cache_size_adjust(-share_of(file_size));
+  img_cache_size_adjust(-double(share_of(file_size)));
   return 1;
 }
 

@@ -239,15 +239,16 @@ size_t ka_img_image_size(img_file* handle);
  *            levels; with handle->error: 1 or 8 it could not be mapped, 3 its levels or line tables
  *            contradict each other; or for another format. Lines can be read all the same.
  *   Memory   the caller's, released with ka_img_image_release; it outlives the handle. It must not
- *            be written to. A program that shortens the file meanwhile ends this process with
- *            SIGBUS: files that others may change are read instead. */
+ *            be written to. A program that shortens or rewrites the file meanwhile can end this
+ *            process with SIGBUS or SIGSEGV, also when this process creates a file of that name: files
+ *            that others may change are read instead. */
 img_image* ka_img_mmap_address(img_file* handle);
 
 /* Reads every line of an opened file into `image`; writes every line of `image` to a created file.
  *   Before   no line has been read or written yet.
  *   Returns  1, or 0 with handle->error: 11 not in that state, else as of the line that failed;
  *            lines read before the failure stay in `image`. With handle->pyramid reading ends with
- *            ka_img_pyramid_filter_levels, also after a failure.
+ *            ka_img_pyramid_filter_levels, also when lines are missing, but not when all are.
  *   Memory   allocates nothing per line; `image` remains the caller's. */
 int ka_img_image_read(img_file* handle, img_image* image);
 int ka_img_image_write(img_file* handle, img_image* image);

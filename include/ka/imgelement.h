@@ -19,7 +19,8 @@ KA_BEGIN_DECLS
  *            handle->error as ka_img_image_alloc. */
 img_image* ka_img_image_dbcreate(img_file* ifp, uint32_t* tag);
 
-/* The tag of the string element with the name of an image's file; 0: none. */
+/* The tag of the string element with the name of an image's file; 0: none. The image is an element's
+ * data, not one of its levels. */
 uint32_t ka_img_image_name(const img_image* image);
 
 /* Images that ka_img_image_dbcreate has made may be written to; images that a texture job has read,

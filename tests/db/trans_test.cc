@@ -44,7 +44,7 @@ struct Place {
 
 Texts refused(const std::function<int()>& call) {
   const Place before;
-  const Texts texts = messages_of([&] { EXPECT_EQ(call(), 0); }, KA_ERROR | KA_WARNING);
+  Texts texts = messages_of([&] { EXPECT_EQ(call(), 0); }, KA_ERROR | KA_WARNING);
   EXPECT_EQ(Place(), before);
   return texts;
 }
