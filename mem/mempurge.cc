@@ -115,6 +115,7 @@ void** areas_with(const ka_context* thread, int module) {
 void ask_module(int module, std::int64_t wanted, const ThreadList& threads) {
   const auto handler = mem_limit_handler[std::size_t(module)].load();
   if (!handler) return;
+  const ka::CallbackScope scope(KA_MEM);
   ka_context& own = ka::context();
   bool asked = false;
   for (ka_context* const* thread = threads.begin(); *thread; ++thread) {
