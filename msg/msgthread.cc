@@ -201,6 +201,7 @@ void ka_lumoralib_detach_process() { ka_msg_late_exit(); }
 int ka_msg_register_thread() {
   if (is_registered()) return ka_msg_my_thread_id();
   const std::scoped_lock guarded(static_context_guard);
+  const ka::ModuleScope scope(KA_MSG);  // on the stack of the static context
   Slot* const slot = allocate_slot(nullptr, nullptr);
   if (!slot) {
     ka_nerror(103, "cannot allocate thread");
