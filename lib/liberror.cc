@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <span>
 
 #include <ka/detail/context.h>
 
@@ -49,9 +50,15 @@ int message_code(int module, std::uint32_t level, int number) {
   return base + 1000 * std::max(int(level_index(level)), 1) + number % 1000;
 }
 
+// Arguments that have no text, such as a wide character that the locale lacks, leave the format.
+void format_or_copy(std::span<char> text, const char* format, va_list arguments) {
+  if (std::vsnprintf(text.data(), text.size(), format, arguments) >= 0) return;
+  std::snprintf(text.data(), text.size(), "%s", format);
+}
+
 void format_text(char (&text)[kTextSize], const char* format, va_list arguments) {
   char work[kWorkingSize];
-  if (std::vsnprintf(work, sizeof work, format, arguments) < 0) work[0] = '\0';
+  format_or_copy(work, format, arguments);
   const std::size_t length = std::strlen(work);
   std::replace(work, work + length, '\n', ' ');
   if (length < kTextSize) {
@@ -104,7 +111,7 @@ void message(std::uint32_t level, int number, const char* format, va_list argume
   char line[kWorkingSize];
   const int module = current_module(ka::context());
   const int start = std::snprintf(line, sizeof line, "%-4.4s fatal: ", ka_modname[module]);
-  std::vsnprintf(line + start, sizeof line - std::size_t(start), format, arguments);
+  format_or_copy(std::span(line).subspan(std::size_t(start)), format, arguments);
   log_to_file(line);
   network.abort(kAbortCode);
   std::exit(1);

@@ -8,7 +8,7 @@
 #include <cstdint>
 
 // The layers of a network of hosts. The log stands below them: a process that takes part in a
-// network fills this in. A stand-alone process is no slave, and nothing it sends goes anywhere.
+// network fills this in. A stand-alone process is no slave, and nothing that it sends goes out.
 struct message_network {
   bool (*is_slave)();
   // Sends a record to a host, -1 for all; returns whether it went out.

@@ -22,7 +22,8 @@ namespace {
 constexpr std::size_t kLineSize =
     sizeof(ka_message_record::prefix) + 2 + sizeof(ka_message_record::text);
 constexpr std::size_t kLogNameSize = 1024;
-constexpr std::size_t kEntrySize = 4096 + 128;
+constexpr std::size_t kLongestText = 4096;  // of a line in the log file
+constexpr std::size_t kEntrySize = kLongestText + 128;
 constexpr int kMaster = 0;
 
 std::atomic<ka_error_callback> handler{nullptr};
@@ -84,10 +85,22 @@ bool give_to_handler(const ka_message_record& record, const char* line) {
   return handler.load() && record.level != KA_FATAL;
 }
 
+// The log file keeps so much of a long expression and of the end of a long file name that the line
+// number has its place.
+void log_assertion(const char* expression, const char* file, int line) {
+  constexpr std::size_t longest = 2000;  // characters of each
+  const std::size_t length = std::strlen(file);
+  if (length > longest) file += length - longest;
+  char text[kLongestText];
+  std::snprintf(text, sizeof text, "ASSERTION FAILED %.*s: %s %d", int(longest), expression, file,
+                line);
+  log_to_file(text);
+}
+
 }  // namespace
 
 message_network network = {.is_slave = [] { return false; },
-                           .send = [](int, const ka_message_record&) { return true; },
+                           .send = [](int, const ka_message_record&) { return false; },
                            .abort = [](int) {}};
 
 void log_to_file(const char* line) {
@@ -133,9 +146,7 @@ void ka_toggle_netmessage(int flag) { do_netmessages = flag != 0; }
 
 void __assert(const char* expression, const char* file, int line) noexcept {
   constexpr int exit_status = 77;  // of a process that survived both signals
-  char text[1024];
-  std::snprintf(text, sizeof text, "ASSERTION FAILED %s: %s %d", expression, file, line);
-  log_to_file(text);
+  log_assertion(expression, file, line);
   std::fprintf(stderr, "ASSERTION FAILED: %s: %s %d\n", expression, file, line);
   raise(SIGABRT);
   raise(SIGKILL);

@@ -1,4 +1,6 @@
 // Softimage's linktab.ini: a table of folders with their names on NT and on UNIX, one pair a line.
+#include <sys/stat.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
@@ -94,6 +96,14 @@ struct CloseFile {
 };
 using File = std::unique_ptr<std::FILE, CloseFile>;
 
+// Empty for what cannot be opened, and for a folder, which can but has no lines.
+File open_file(const char* name) {
+  File file(std::fopen(name, "re"));
+  struct stat status;
+  if (file && fstat(fileno(file.get()), &status) == 0 && S_ISDIR(status.st_mode)) file.reset();
+  return file;
+}
+
 // False at the end of the file.
 bool read_line(std::FILE* file, ka::string& line) {
   line.clear();
@@ -114,8 +124,8 @@ void ka::subst_read_linktab(SubstRules& rules) {
   char path[kMaxFolder + sizeof "/linktab.ini"];
   std::snprintf(path, sizeof path, "%.*s/linktab.ini", int(kMaxFolder), folder);
   const char* name = path;
-  File file(std::fopen(name, "re"));
-  if (!file && location) file.reset(std::fopen(name = location, "re"));
+  File file = open_file(name);
+  if (!file && location) file = open_file(name = location);
   if (!file) return;
   ka_info("reading Softimage ini file \"%s\"", name);
   LinktabReader reader(name, rules);

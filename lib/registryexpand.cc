@@ -1,7 +1,9 @@
 // Registry: expansion of texts, and what the items of entries do.
 #include <ka/registry.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <string_view>
 #include <utility>
 
@@ -15,21 +17,71 @@ namespace {
 
 constexpr std::size_t kMaxResult = 10238;  // characters
 constexpr int kSideEffectNumbers = 800;    // added to message numbers with side effects
-constexpr int kMaxDepth = 128;             // nested values and actions
+constexpr int kMaxDepth = 128;     // nested values and actions before they are searched for a loop
+constexpr int kMaxChain = 1024;    // nested values and actions of any kind: they take stack
+constexpr int kMaxSteps = 10'000;  // values and actions of one reference, side by side and nested
+
+// What a thread follows: the value of an entry, with side effects also its actions.
+struct Target {
+  ka::string name;
+  bool side_effects;
+};
+using Targets = ka::vector<Target>;
 
 // One step deeper into the entries of this thread.
-class Depth {
+class Step {
  public:
-  Depth() : depth_(++lib_context().expansions) {}
-  ~Depth() { --lib_context().expansions; }
-  Depth(const Depth&) = delete;
-  Depth& operator=(const Depth&) = delete;
+  Step(const char* name, bool side_effects)
+      : name_(name),
+        side_effects_(side_effects),
+        outer_(innermost),
+        depth_(++lib_context().expansions) {
+    innermost = this;
+  }
+  ~Step() {
+    innermost = outer_;
+    --lib_context().expansions;
+  }
+  Step(const Step&) = delete;
+  Step& operator=(const Step&) = delete;
 
-  [[nodiscard]] bool is_allowed() const { return depth_ <= kMaxDepth; }
+  [[nodiscard]] const char* name() const { return name_; }
+  [[nodiscard]] int depth() const { return depth_; }
+
+  [[nodiscard]] bool is_among(const Targets& targets) const {
+    return std::ranges::any_of(targets, [this](const Target& target) {
+      return target.name == name_ && target.side_effects == side_effects_;
+    });
+  }
+
+  // The next step outwards with the same target, null: none.
+  [[nodiscard]] const Step* earlier() const {
+    const Step* step = outer_;
+    while (step && !step->has_target_of(*this)) step = step->outer_;
+    return step;
+  }
+
+  // Appends the targets from this step outwards, up to another one.
+  void append_up_to(const Step* end, Targets& targets) const {
+    for (const Step* step = this; step != end; step = step->outer_) {
+      targets.push_back({step->name_, step->side_effects_});
+    }
+  }
 
  private:
+  [[nodiscard]] bool has_target_of(const Step& other) const {
+    return side_effects_ == other.side_effects_ && std::strcmp(name_, other.name_) == 0;
+  }
+
+  static constinit thread_local const Step* innermost;
+
+  const char* name_;  // of the entry
+  bool side_effects_;
+  const Step* outer_;
   int depth_;
 };
+
+constinit thread_local const Step* Step::innermost = nullptr;
 
 // The expansion of one text. References of its entries' values are nested expansions.
 class Expansion {
@@ -47,17 +99,22 @@ class Expansion {
   [[nodiscard]] bool add(std::string_view piece);
   [[nodiscard]] bool add_variable(std::string_view reference);
   [[nodiscard]] bool add_entry(std::string_view reference);
-  [[nodiscard]] bool may_go_deeper(const Depth& depth, const char* name);
+  [[nodiscard]] bool may_follow(const Step& step);
+  [[nodiscard]] bool may_go_deeper(const Step& step);
   [[nodiscard]] ka::string value_of(const char* name, const char* value);
   void perform(const char* name, const RegistryItem& item);
+  void act(const char* name, const RegistryItem& item);
   void run_command(const char* name, const char* command);
 
   const char* text_;
   bool side_effects_;
   Expansion* outermost_;
-  // Of the outermost: its current reference has run into a loop. What is left of it is not
-  // followed, because an entry that refers to itself twice would double the work with every level.
-  bool is_stopped_ = false;
+  // Of the outermost, for the value or the action that it follows: the values that have turned out
+  // to lead back to themselves. They are not followed again, because one that refers to itself
+  // twice would double the work with every level.
+  Targets loops_;
+  int steps_ = 0;
+  bool is_stopped_ = false;  // what is being followed has grown too large
   ka::string result_;
 };
 
@@ -132,28 +189,50 @@ bool Expansion::add_entry(std::string_view reference) {
   return false;
 }
 
-bool Expansion::may_go_deeper(const Depth& depth, const char* name) {
-  bool& is_stopped = outermost_->is_stopped_;
-  if (outermost_ == this) is_stopped = false;
-  if (!is_stopped && !depth.is_allowed()) {
-    is_stopped = true;
-    ka_nerror(28, "infinite registry lookup loop near %s in %s, stop", name, text_);
+// A chain that is longer than a loop is followed has to be one of different entries.
+bool Expansion::may_go_deeper(const Step& step) {
+  Expansion& top = *outermost_;
+  if (++top.steps_ > kMaxSteps || step.depth() > kMaxChain) {
+    top.is_stopped_ = true;
+  } else {
+    if (step.depth() <= kMaxDepth) return true;
+    if (step.is_among(top.loops_)) return false;
+    const Step* const earlier = step.earlier();
+    if (!earlier) return true;
+    step.append_up_to(earlier, top.loops_);
   }
-  return !is_stopped;
+  ka_nerror(28, "infinite registry lookup loop near %s in %s, stop", step.name(), text_);
+  return false;
+}
+
+bool Expansion::may_follow(const Step& step) {
+  Expansion& top = *outermost_;
+  if (&top == this) {
+    top.loops_.clear();
+    top.steps_ = 0;
+    top.is_stopped_ = false;
+  }
+  return !top.is_stopped_ && may_go_deeper(step);
 }
 
 ka::string Expansion::value_of(const char* name, const char* value) {
-  const Depth depth;
-  if (!may_go_deeper(depth, name)) return value;
+  const Step step(name, side_effects_);
+  if (!may_follow(step) || step.is_among(outermost_->loops_)) return value;
   return Expansion(value, side_effects_, this).run().value_or(value);
+}
+
+void Expansion::perform(const char* name, const RegistryItem& item) {
+  if (!item.key || !item.value) return;
+  const Step step(name, true);
+  if (!may_follow(step)) return;
+  const bool was_stopped = outermost_->is_stopped_;
+  act(name, item);
+  outermost_->is_stopped_ = was_stopped;  // an action that has grown too large ends alone
 }
 
 // What would go to the link layer or to the scene reader is told, and nothing more: they are not
 // part of this library.
-void Expansion::perform(const char* name, const RegistryItem& item) {
-  if (!item.key || !item.value) return;
-  const Depth depth;
-  if (!may_go_deeper(depth, name)) return;
+void Expansion::act(const char* name, const RegistryItem& item) {
   const std::string_view key = item.key.get();
   if (key == "link" || key == "code") {
     ka_debug("registry %s links %s", name, item.value.get());

@@ -101,7 +101,9 @@ void enumerate(const ka_mem_pool* pool, Function function) {
   for (Link* chunk = pool->chunks; chunk; chunk = chunk->next) {
     const auto marks = free_elements(pool, chunk);
     for (std::size_t i = 0; i < chunk_elements(pool); ++i) {
-      if (!marks[i]) function(chunk_start(chunk) + i * pool->element_size);
+      if (marks[i]) continue;
+      const ka::CallbackScope scope(KA_MEM);
+      function(chunk_start(chunk) + i * pool->element_size);
     }
   }
 }

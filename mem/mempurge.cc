@@ -19,13 +19,19 @@ constexpr auto kRelaxed = std::memory_order_relaxed;
 
 std::int64_t heap_size() { return heap.size.load(kRelaxed); }
 
+// While this thread computes the alarm, another one may change the maximum or the limit and store
+// the alarm that follows: both are read again afterwards, so that no alarm outlives its limit.
 void set_alarm() {
-  const std::int64_t max = heap.max.load(kRelaxed), limit = heap.limit.load(kRelaxed);
-  heap.alarm.store(limit != 0 ? std::min(max, limit) : max, kRelaxed);
+  std::int64_t max, limit;
+  do {
+    max = heap.max;
+    limit = heap.limit;
+    heap.alarm = limit != 0 ? std::min(max, limit) : max;
+  } while (max != heap.max || limit != heap.limit);
 }
 
 void set_limit(std::int64_t units) {
-  heap.limit.store(units, kRelaxed);
+  heap.limit = units;
   set_alarm();
 }
 
@@ -109,6 +115,7 @@ void** areas_with(const ka_context* thread, int module) {
 void ask_module(int module, std::int64_t wanted, const ThreadList& threads) {
   const auto handler = mem_limit_handler[std::size_t(module)].load();
   if (!handler) return;
+  const ka::CallbackScope scope(KA_MEM);
   ka_context& own = ka::context();
   bool asked = false;
   for (ka_context* const* thread = threads.begin(); *thread; ++thread) {
@@ -165,7 +172,7 @@ void ka::purge_end() { ka_delete_lock(&limit_lock); }
 
 void ka::heap_raised(std::int64_t size) {
   if (size > heap.max.load(kRelaxed)) {
-    heap.max.store(size, kRelaxed);
+    heap.max = size;
     set_alarm();
   }
   const std::int64_t limit = heap.limit.load(kRelaxed);

@@ -11,6 +11,7 @@ namespace {
 
 std::atomic<ka_mem_error_function> mem_error_handler{nullptr};
 
+// Zeroed memory where there is none to resize.
 void* attempt_raw(std::size_t size, void* memory) {
   size = std::min(size, ka::kMaxRequest);
   const auto bytes = static_cast<std::int64_t>(size);
@@ -77,7 +78,6 @@ void* ka_mem_allocate_raw(std::size_t size) {
 }
 
 void* ka_mem_reallocate_raw(void* memory, std::size_t size) {
-  if (!memory) return ka_mem_allocate_raw(size);
   return ka::mem_retry([=] { return attempt_raw(size, memory); },
                        [=] { ka_nfatal(11, "can't reallocate %zu bytes. MEM exits.", size); },
                        ka::FailureOrder::kHandlerFirst);

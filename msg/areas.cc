@@ -3,6 +3,7 @@
 #include <atomic>
 
 #include <ka/detail/assertion.h>
+#include <ka/detail/scope.h>
 #include <ka/mem.h>
 
 void AreaTable::add(int module, ka_area_function init, ka_area_function exit, std::size_t size) {
@@ -22,7 +23,9 @@ void AreaTable::create(void*& area, int module) const {
     ka_mem_release_raw(fresh);  // a limit handler has made it meanwhile
     return;
   }
-  if (entry.init) entry.init(fresh);
+  if (!entry.init) return;
+  const ka::CallbackScope scope(KA_TRANS);
+  entry.init(fresh);
 }
 
 bool AreaTable::release_all(void** pointers) const {
@@ -31,7 +34,10 @@ bool AreaTable::release_all(void** pointers) const {
     void* const area = pointers[module];
     if (!area) continue;
     any = true;
-    if (entries_[module].exit) entries_[module].exit(area);
+    if (entries_[module].exit) {
+      const ka::CallbackScope scope(KA_TRANS);
+      entries_[module].exit(area);
+    }
     pointers[module] = nullptr;
     ka_mem_release_raw(area);
   }

@@ -14,11 +14,12 @@ class AreaTable {
   std::size_t size(int module) const { return entries_[std::size_t(module)].size; }
 
   // Makes the module's zeroed area, unless there is one, and stores it before its init function
-  // runs; nothing for a module without one. Another thread may look for the area meanwhile.
+  // runs as KA_TRANS; nothing for a module without one. Another thread may look for the area
+  // meanwhile.
   void create(void*& area, int module) const;
 
-  // Releases every area of a table of pointers, exit functions first. Returns whether there was
-  // any.
+  // Releases every area of a table of pointers, exit functions first, which run as KA_TRANS.
+  // Returns whether there was any.
   bool release_all(void** pointers) const;
 
   // A zeroed table of KA_MODULE_COUNT area pointers, a raw allocation.

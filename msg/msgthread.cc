@@ -29,13 +29,19 @@ constexpr std::size_t kSlots = 1025;  // 0 to 1023: ordinary threads, 1024: the 
 constexpr int kNetworkSlot = kSlots - 1;
 constexpr int kStandAloneHost = -1;
 
+// A module stack as every thread finds it, and as it is when the thread ends, whatever its function
+// has left there.
+constexpr void start_modules(ka_context& context) {
+  context.depth = 1;
+  context.modules[0] = KA_MSG;
+  context.modules[1] = KA_MSG;
+}
+
 // A context as every thread finds it: one module on the stack, all tags those of the defaults.
 constexpr void start_context(ka_context& context, std::size_t slot) {
   context.thread = static_cast<std::int32_t>(slot);
   context.host = kStandAloneHost;
-  context.depth = 1;
-  context.modules[0] = KA_MSG;
-  context.modules[1] = KA_MSG;
+  start_modules(context);
 }
 
 // Serves before the first thread is registered. Constant initialisation makes it ready before
@@ -112,6 +118,7 @@ void clear_slot(const ka_context& context) {
 // until then.
 void end_thread() {
   if (!is_registered()) return;
+  start_modules(*ka::current_context);
   ka_trans_default();  // the last thread of an ended transaction releases it
   ka_context_pop(nullptr);
   ka_context* const context = ka::current_context;
@@ -131,6 +138,7 @@ void* run_thread(void* argument) {
   ka_trans_default();
   ka_debug("thread %d running", number);
   slot->function(slot->argument);
+  start_modules(ka::context());
   ka_debug("thread %d finished", number);
   end_thread();
   return nullptr;
@@ -172,6 +180,7 @@ void ka_msg_early_init() {
   Slot* const slot = allocate_slot(nullptr, nullptr);
   slot->system_thread = pthread_self();
   set_context(slot->context);
+  ka_trans_default();
 }
 
 void ka_msg_late_exit() {
@@ -192,6 +201,7 @@ void ka_lumoralib_detach_process() { ka_msg_late_exit(); }
 int ka_msg_register_thread() {
   if (is_registered()) return ka_msg_my_thread_id();
   const std::scoped_lock guarded(static_context_guard);
+  const ka::ModuleScope scope(KA_MSG);  // on the stack of the static context
   Slot* const slot = allocate_slot(nullptr, nullptr);
   if (!slot) {
     ka_nerror(103, "cannot allocate thread");

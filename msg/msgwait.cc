@@ -1,6 +1,7 @@
 // Wait channels: a flag that a sleeping thread polls.
+#include <errno.h>
 #include <sched.h>
-#include <unistd.h>
+#include <time.h>
 
 #include <atomic>
 #include <new>
@@ -42,4 +43,14 @@ void ka_sleep(ka_waitchan* channel) {
 
 void ka_wakeup(ka_waitchan* channel) { channel->woken = true; }
 
-void ka_msg_usleep(unsigned microseconds) { usleep(microseconds); }
+void ka_msg_usleep(unsigned microseconds) {
+  constexpr long million = 1'000'000, billion = 1'000'000'000;
+  timespec end;
+  clock_gettime(CLOCK_MONOTONIC, &end);
+  end.tv_sec += microseconds / million;
+  end.tv_nsec += microseconds % million * 1000;
+  end.tv_sec += end.tv_nsec / billion;
+  end.tv_nsec %= billion;
+  while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &end, nullptr) == EINTR) {  // by a signal
+  }
+}

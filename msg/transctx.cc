@@ -3,6 +3,7 @@
 
 #include <ka/detail/context.h>
 #include <ka/detail/hooks.h>
+#include <ka/detail/scope.h>
 #include <ka/mem.h>
 #include <ka/message.h>
 #include <ka/trans.h>
@@ -19,6 +20,7 @@ int before_push_module = KA_NULL;
 // are stored and loaded as atomics.
 void** own_table(ka_context& context) {
   if (context.context_areas) return context.context_areas;
+  const ka::ModuleScope scope(KA_TRANS);
   void** const table = AreaTable::make_pointers();
   if (context.context_areas) {  // making it ran a purge, and a limit handler asked for an area
     ka_mem_release_raw(table);
@@ -50,11 +52,15 @@ void* ka_context_mem(int module) {
   if (module < 0 || module >= KA_MODULE_COUNT) return nullptr;
   void*& entry = own_table(ka::context())[module];
   const std::atomic_ref area(entry);
-  if (!area.load(std::memory_order_acquire)) areas.create(entry, module);
+  if (!area.load(std::memory_order_acquire)) {
+    const ka::ModuleScope scope(KA_TRANS);
+    areas.create(entry, module);
+  }
   return area.load(std::memory_order_acquire);
 }
 
 void** ka_context_push() {
+  const ka::ModuleScope scope(KA_TRANS);
   ka_context& context = ka::context();
   void** const saved = context.context_areas;
   if (before_push && saved && saved[before_push_module]) before_push(saved[before_push_module]);
@@ -63,6 +69,7 @@ void** ka_context_push() {
 }
 
 void ka_context_pop(void** saved) {
+  const ka::ModuleScope scope(KA_TRANS);
   const HiddenAreas hidden;
   ka_context& context = ka::context();
   if (context.context_areas) {
@@ -76,6 +83,7 @@ void ka_context_pop(void** saved) {
 }
 
 void ka_context_init() {
+  const ka::ModuleScope scope(KA_TRANS);
   for (int module = 1; module < KA_MODULE_COUNT; ++module) {
     if (areas.size(module) == 0) continue;
     ka_debug("module %s registered for %d byte context area", ka_modname[module],

@@ -8,6 +8,7 @@
 #include <ka/message.h>
 
 #include "compose.h"
+#include "explain.h"
 #include "measure.h"
 #include "output.h"
 #include "picture.h"
@@ -68,7 +69,10 @@ ka::Difference read_and_measure(Picture& first, Picture& second, bool keep_whole
   }
   if (!buffers.first) buffers.first = first.read();
   buffers.second = second.read();
-  if (!first.same_size(second)) ka_fatal("files have different sizes");
+  if (!first.same_size(second)) {
+    explain(first.size_text() + ", " + second.size_text());
+    ka_fatal("files have different sizes");
+  }
   ka_progress("pass 1: max diff");
   return ka::measure(buffers.first.get(), buffers.second.get(), second.height(), settings);
 }

@@ -16,6 +16,7 @@
 #include <ka/subst.h>
 
 #include "doomed_file.h"
+#include "explain.h"
 
 namespace {
 
@@ -47,7 +48,10 @@ std::string temporary_folder() {
 
 int format_of(const char* type) {
   const int format = *type ? ka_img_format_identify(type + 1) : -1;
-  if (format < 0) ka_fatal("unknown extension \"%s\"", type);
+  if (format < 0) {
+    explain("formats that are written: " + written_formats());
+    ka_fatal("unknown extension \"%s\"", type);
+  }
   return format;
 }
 

@@ -6,6 +6,8 @@
 #include <ka/mem.h>
 #include <ka/message.h>
 
+#include "explain.h"
+
 namespace {
 
 // While one of these lives the handle's height includes the lines above the picture.
@@ -31,7 +33,9 @@ Picture::Picture(const char* name, int extra_lines) : name_(name), extra_lines_(
 
 bool Picture::open() {
   failed_step_ = "cannot open %s";
+  is_opening_ = true;
   if (!ka_img_open(&file_, name_, IMG_TYPE_RGBA)) return false;
+  is_opening_ = false;
   file_.pyramid = 0;  // only the picture itself is compared
   ka_progress("reading %s: %dx%d", name_, file_.width, file_.height);
   failed_step_ = "cannot allocate frame buffer";
@@ -41,6 +45,7 @@ bool Picture::open() {
 
 void Picture::tell_failure() {
   ka_img_err_msg(&file_);
+  if (is_opening_) explain_refusal(file_);
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 #pragma GCC diagnostic ignored "-Wformat-security"
@@ -89,6 +94,10 @@ ka::LinePlanes Picture::planes() const {
 int Picture::line_number() const {
   const int read = file_.line_count - 1;
   return file_.topdown ? file_.height - 1 - read : read;
+}
+
+std::string Picture::size_text() const {
+  return file_.display_name + (": " + std::to_string(width())) + "x" + std::to_string(height());
 }
 
 bool Picture::same_size(const Picture& other) const {

@@ -4,6 +4,7 @@
 #include <ka/img.h>
 
 #include <memory>
+#include <string>
 
 #include "measure.h"
 
@@ -43,6 +44,7 @@ class Picture {
   [[nodiscard]] const char* name() const { return name_; }
   [[nodiscard]] int width() const { return file_.width; }
   [[nodiscard]] int height() const { return file_.height; }
+  [[nodiscard]] std::string size_text() const;  // with the name, for messages
   [[nodiscard]] bool same_size(const Picture& other) const;
   // Whether both files hold their lines in the same order.
   [[nodiscard]] bool same_order(const Picture& other) const;
@@ -52,6 +54,7 @@ class Picture {
   int extra_lines_;
   const char* failed_step_ =
       nullptr;  // fatal message of the step that is under way; its "%s" is the name
+  bool is_opening_ = false;
   img_file file_{};
   std::unique_ptr<img_line, ReleaseLine> line_;
 };

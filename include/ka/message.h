@@ -90,8 +90,9 @@ int ka_get_colormessage(void); /* 1: on, 0: off */
 /* For platforms whose console has colours of its own; there is nothing to do on this one. */
 void ka_set_default_console_colour(void);
 
-/* Switches the forwarding of lines to the master of a network of hosts. A stand-alone process has
- * none: its lines stay here either way. */
+/* Switches the forwarding of lines to the master of a network of hosts. A line that cannot be sent
+ * goes to the log file: with the flag set, a stand-alone process shows only fatal lines on standard
+ * error, and appends all that its mask lets through to the log file. */
 void ka_toggle_netmessage(int flag);
 
 /* What travels between the hosts of a network: a log line, or the settings of the master. Fields

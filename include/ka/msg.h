@@ -44,7 +44,7 @@ void ka_delete_waitchan(ka_waitchan** channel); /* nobody sleeps on it; clears t
 void ka_sleep(ka_waitchan* channel);            /* returns once woken; the channel is then as new */
 void ka_wakeup(ka_waitchan* channel);           /* wakes one sleeper, now or later */
 
-/* Suspends the calling thread for at least so long. */
+/* Suspends the calling thread for at least so long, whatever signals come meanwhile. */
 void ka_msg_usleep(unsigned microseconds);
 
 /* Attaches the calling thread, as thread 0, to the library. The first call of every program that

@@ -85,6 +85,8 @@ TEST(Message, LongTextsKeepBothEnds) {
     EXPECT_EQ(last_line(),
               prefix + start + "[...]" + (between < 10000 ? end : std::string(147, '-')));
   }
+  ka_error("no text: %ls", L"\xd800");
+  EXPECT_EQ(last_line(), prefix + "no text: %ls");
   errno = ENOENT;
   ka_error("%s,\n%s\n", ka_strerror(), ka_nstrerror(EACCES));
   EXPECT_EQ(errno, ENOENT);
@@ -199,6 +201,10 @@ TEST(MessageDeathTest, AFatalLineEndsTheProcess) {
   EXPECT_EXIT((log_in(log), __assert("a == b", "file.c", 12)), testing::KilledBySignal(SIGABRT),
               "^ASSERTION FAILED: a == b: file.c 12\n$");
   EXPECT_NE(test::read_file(log).find("] ASSERTION FAILED a == b: file.c 12\n"), std::string::npos);
+  const std::string longest(5000, 'x');
+  EXPECT_EXIT((log_in(log), __assert(longest.c_str(), (longest + ".c").c_str(), 12)),
+              testing::KilledBySignal(SIGABRT), "");
+  EXPECT_TRUE(test::read_file(log).ends_with("xx: " + longest.substr(3002) + ".c 12\n"));
 }
 
 TEST(MessageDeathTest, NoPlantedLinkAndNoPipeIsWrittenTo) {

@@ -5,6 +5,7 @@
 #include <ka/message.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -120,6 +121,21 @@ TEST(NetworkDeathTest, AFatalMessageTellsTheOtherLayersToAbort) {
     ka_fatal("over");
   };
   EXPECT_EXIT(end(), testing::ExitedWithCode(1), "^MAIN 0.0  fatal: over\nabort 4\n$");
+}
+
+// The first line decides that lines go to standard error, the first one in the log file its name.
+TEST(NetworkDeathTest, WhatAProcessWithoutANetworkForwardsGoesToTheLogFile) {
+  const test::Scratch scratch;
+  const std::string log = scratch.path("log");
+  const auto forward = [&] {
+    ka_error("here");
+    setenv("KA_LOGFILE", log.c_str(), 1);
+    ka_toggle_netmessage(1);
+    ka_error("there");
+    std::_Exit(0);
+  };
+  EXPECT_EXIT(forward(), testing::ExitedWithCode(0), "^MAIN  .0  error: here\n$");
+  EXPECT_TRUE(test::read_file(log).ends_with("] MAIN  .0  error: there\n"));
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -252,9 +253,13 @@ TEST_F(Linktab, ItsRulesComeBeforeThoseOfTheEnvironment) {
 TEST_F(Linktab, TheEnvironmentLeadsToTheFile) {
   scratch.write("linktab.ini", "N: /folder\n");
   const std::string other = scratch.write("other.ini", "N: /file\n");
+  const std::string empty = scratch.path("empty"), odd = scratch.path("odd");
+  std::filesystem::create_directories(empty);
+  std::filesystem::create_directories(odd + "/linktab.ini");
   const std::string rows[][3] = {
-      {"", "", ""},           {folder, "", file},       {other, "", other}, {"", folder, file},
-      {other, folder, other}, {"/missing", folder, ""}, {"", other, ""}};
+      {"", "", ""},       {folder, "", file},     {other, "", other},
+      {"", folder, file}, {other, folder, other}, {"/missing", folder, ""},
+      {"", other, ""},    {empty, "", ""},        {"", odd, ""}};
   for (const auto& [linktab_location, location, read] : rows) {
     set("SI_LINKTAB_LOCATION", linktab_location.empty() ? nullptr : linktab_location.c_str());
     set("SI_LOCATION", location.empty() ? nullptr : location.c_str());

@@ -147,6 +147,8 @@ TEST(RefusedForever, EndsTheProcessAfter1000Attempts) {
        "031008: can't allocate 3145728 bytes. MEM exits."},
       {[] { ka_mem_reallocate_raw(ka_mem_allocate_raw(1), kSize); }, kSize,
        "031011: can't reallocate 3145728 bytes. MEM exits."},
+      {[] { ka_mem_reallocate_raw(nullptr, kSize); }, kSize,
+       "031011: can't reallocate 3145728 bytes. MEM exits."},
       {[] { ka_mem_blkallocate(ka_mem_blkcreate(8192)); }, 8192,
        "031015: can't allocate 8200 bytes. MEM exits."},
       {[] { ka_mem_blkfallocate(ka_mem_blkcreate(8192)); }, 8192,

@@ -1,6 +1,7 @@
 // Block pools: element sizes, chunks, the order of free elements and of enumeration.
 #include <gtest/gtest.h>
 #include <ka/mem.h>
+#include <ka/trans.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -78,6 +79,18 @@ TEST(Pool, AnElementMayBeReleasedWhileItIsEnumerated) {
   };
   ka_mem_blkenumerate_x(pool.get(), release, pool.get());
   EXPECT_TRUE(in_use(pool).empty());
+}
+
+TEST(Pool, EveryElementIsEnumeratedAsTheModuleOfMemory) {
+  const Pool pool = make_pool(1000);
+  take(pool, 3);
+  static std::vector<int> modules;
+  ka_mem_blkenumerate(pool.get(), [](void*) {
+    modules.push_back(ka_module_current());
+    ka_module_push(KA_IMG);  // stays behind
+  });
+  EXPECT_EQ(modules, std::vector(3, int(KA_MEM)));
+  EXPECT_EQ(ka_module_current(), KA_MAIN);
 }
 
 TEST(Pool, ClearFreesEveryElementAndKeepsTheChunks) {

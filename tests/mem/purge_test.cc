@@ -6,6 +6,7 @@
 #include <ka/msg.h>
 #include <ka/trans.h>
 
+#include <atomic>
 #include <latch>
 #include <thread>
 #include <vector>
@@ -139,6 +140,33 @@ TEST_F(Purge, DoesNotWaitForThreadsThatComeOrGo) {
   EXPECT_TRUE(calls.empty());
   pass_limit(heap, 20);
   EXPECT_EQ(calls.size(), 1U);
+}
+
+// One thread sets a limit while another one raises the maximum: whatever the order, the next
+// allocation notices the limit.
+TEST_F(Purge, ALimitHoldsThatIsSetWhileTheHeapGrows) {
+  constexpr int rounds = 20'000;
+  const std::int64_t below_heap = test::align_heap() * 4;  // bytes: half of the heap
+  std::atomic<int> started{0}, done{0};
+  const std::jthread setter = test::registered([&] {
+    for (int round = 1; round <= rounds; ++round) {
+      while (started < round) std::this_thread::yield();
+      ka_mem_memory_limit(below_heap);
+      done = round;
+    }
+  });
+  int unnoticed = 0;
+  ka_mem_limit_handler(KA_IMG, note<KA_IMG>);
+  for (int round = 1; round <= rounds; ++round) {
+    ka_mem_memory_limit(0);
+    started = round;
+    ka_mem_release(ka_mem_allocate(std::size_t(round) * 16));  // more than ever before
+    while (done < round) std::this_thread::yield();
+    calls.clear();
+    ka_mem_release(ka_mem_allocate(1));
+    if (calls.empty()) ++unnoticed;
+  }
+  EXPECT_EQ(unnoticed, 0);
 }
 
 constexpr int kModule = 33;

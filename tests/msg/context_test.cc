@@ -2,9 +2,11 @@
 // session and world.
 #include <gtest/gtest.h>
 #include <ka/detail/context.h>
+#include <ka/msg.h>
 #include <ka/trans.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -59,6 +61,22 @@ TEST_F(Areas, BelongToAThreadAndToWhatWasPushed) {
   EXPECT_EQ(std::ranges::count(events, "exit second"), 2);
 }
 
+// The functions of an area leave a module on the stack, which does not stay there.
+TEST_F(Areas, ComeAndGoAsTheModuleOfContexts) {
+  static std::vector<int> modules;
+  const auto note = [](void*) {
+    modules.push_back(ka_module_current());
+    ka_module_push(KA_IMG);
+  };
+  ka_context_register_module(kFirst, note, note, 8);
+  ka_context_register_module(kSecond, note, note, 8);
+  void** const saved = ka_context_push();
+  for (const int module : {kFirst, kSecond}) ka_context_mem(module);
+  ka_context_pop(saved);
+  EXPECT_EQ(modules, std::vector(4, int(KA_TRANS)));
+  EXPECT_EQ(ka_module_current(), KA_MAIN);
+}
+
 TEST(ModuleStack, DoesNotOverflow) {
   constexpr int more = ka_context::kStackSize + 10;
   for (int i = 0; i < more; ++i) ka_module_push(KA_IMG);
@@ -91,6 +109,15 @@ TEST(Transactions, DefaultsHaveAreasOfTheirOwn) {
   ka_session_register_module(kFirst, nullptr, nullptr, 0);
   ka_world_register_module(kSecond, nullptr, nullptr, 0);
   ka_trans_init();
+}
+
+TEST(TransactionsDeathTest, TheMainThreadIsInTheDefaultsAsSoonAsItIsRegistered) {
+  const auto attach = [] {
+    ka_lumoralib_detach_process();
+    ka_lumoralib_attach_process();
+    std::_Exit(ka::context().transaction_record && ka::context().world_areas ? 0 : 1);
+  };
+  EXPECT_EXIT(attach(), testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

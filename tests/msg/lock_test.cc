@@ -2,8 +2,11 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <ka/msg.h>
+#include <signal.h>
+#include <sys/time.h>
 
 #include <atomic>
+#include <chrono>
 #include <latch>
 
 #include "support.h"
@@ -87,6 +90,17 @@ TEST(WaitChannel, WakesTheSleeperOnce) {
   ka_wakeup(channel);
   sleeper.join();
   ka_delete_waitchan(&channel);
+}
+
+TEST(Sleep, LastsItsWholeTimeAlthoughSignalsCome) {
+  const auto saved = signal(SIGALRM, [](int) {});
+  constexpr itimerval often = {{0, 5000}, {0, 5000}}, never = {};
+  setitimer(ITIMER_REAL, &often, nullptr);
+  const auto start = std::chrono::steady_clock::now();
+  ka_msg_usleep(50'000);
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(50));
+  setitimer(ITIMER_REAL, &never, nullptr);
+  signal(SIGALRM, saved);
 }
 
 }  // namespace

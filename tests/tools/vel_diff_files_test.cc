@@ -1,6 +1,10 @@
 // The built tool and the files it is given: damaged ones, strange ones, the order of what is told.
+#include <fcntl.h>
+#include <stdlib.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <climits>
 
 #include "vel_diff.h"
@@ -30,6 +34,63 @@ TEST_F(VelDiff, FilesThatAreNoPicturesAreTold) {
     expect_failure({name, red}, cannot_open(name, message));
     expect_failure({red, name}, cannot_open(name, message));
   }
+}
+
+// With -v, and on a terminal, the line before the fatal one.
+TEST_F(VelDiff, AFatalMessageIsExplained) {
+  const std::string wide = ppm("wide.ppm", 3, 1, std::string(9, '\0'));
+  const std::string text = scratch.write("text", "P5 1 1 255\n");
+  const std::string bmp = scratch.write(
+      "run_length.bmp", "BM" + test::bytes({62, 0, 0, 0, 0, 0, 0, 0, 62, 0, 0, 0, 40, 0, 0, 0,
+                                            2,  0, 0, 0, 1, 0, 0, 0, 1,  0, 8, 0, 1,  0, 0, 0}) +
+                            std::string(60, '\0'));
+  // One entry: compression 7 in a short.
+  const std::string tiff = scratch.write(
+      "jpeg.tif", "MM" + test::bytes({0, 42, 0, 0, 0, 8, 0, 1, 1, 3, 0, 3, 0, 0, 0, 1, 0, 7}) +
+                      std::string(300, '\0'));
+  const std::string rgb = scratch.write(
+      "deep.rgb", test::bytes({1, 218, 0, 4, 0, 2, 0, 5, 0, 6, 0, 1}) + std::string(600, '\0'));
+  const std::string formats = "rla rlb pic alias rgb ct ct16 st st16 vt wt zt nt tt tif tifu tif3";
+  const struct {
+    std::vector<std::string> names;
+    std::string line, fatal;
+  } rows[] = {
+      {{red, wide}, shown(red) + ": 2x1, " + shown(wide) + ": 3x1", "files have different sizes"},
+      {{red, dark, "x.xyz"}, "formats that are written: " + formats, "unknown extension \".xyz\""},
+      {{text, red}, shown(text) + ": not in one of the formats " + formats, "cannot open " + text},
+      {{scratch.write("empty", ""), red}, ": the file is empty", "cannot open"},
+      {{bmp, red},
+       ": bmp header: header size 40, width 2, height 1, bits per pixel 8, compression 1",
+       "cannot open " + bmp},
+      {{tiff, red}, shown(tiff) + ": tif header: compression 7", "cannot open " + tiff},
+      {{rgb, red},
+       "compression 0, bytes per sample 4, dimensions 2, width 5",
+       "cannot open " + rgb}};
+  for (const auto& [names, line, fatal] : rows) {
+    std::vector<std::string> arguments = {"-v"};
+    arguments.insert(arguments.end(), names.begin(), names.end());
+    const std::string err = run(arguments).err;
+    const std::size_t start = err.rfind("MAIN  .0  info : ");
+    ASSERT_NE(start, std::string::npos);
+    const std::string last = err.substr(start);
+    EXPECT_NE(last.find(line), std::string::npos) << err;
+    EXPECT_NE(last.find("\nMAIN  .0  fatal: " + fatal), std::string::npos) << err;
+  }
+}
+
+TEST_F(VelDiff, ATerminalShowsTheExplanation) {
+  const std::string wide = ppm("wide.ppm", 3, 1, std::string(9, '\0'));
+  const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK);
+  ASSERT_TRUE(grantpt(terminal) == 0 && unlockpt(terminal) == 0);
+  const int end = open(ptsname(terminal), O_RDWR | O_NOCTTY);
+  test::run(VEL_DIFF, {.arguments = {wide, red}, .standard_error = end});
+  char text[4096];
+  const ssize_t length = read(terminal, text, sizeof text);
+  EXPECT_EQ(std::string(text, std::size_t(std::max(length, ssize_t{0}))),
+            "MAIN  .0  info : " + shown(wide) + ": 3x1, " + shown(red) + ": 2x1\r\n" +
+                "MAIN  .0  fatal: files have different sizes\r\n");
+  close(end);
+  close(terminal);
 }
 
 // Lines are counted when they have been tried, so that the number told is the one behind the line

@@ -26,7 +26,9 @@ constexpr char kUsage[] =
 
 TEST_F(VelDiff, PrintsTheLines) {
   const std::string fall = ppm("fall.ppm", 1, 2, test::bytes({20, 20, 20, 10, 10, 10})),
-                    rise = ppm("rise.ppm", 1, 2, test::bytes({10, 10, 10, 20, 20, 20}));
+                    rise = ppm("rise.ppm", 1, 2, test::bytes({10, 10, 10, 20, 20, 20})),
+                    white = ppm("white.ppm", 2, 1, std::string(6, '\xff')),
+                    black = ppm("black.ppm", 2, 1, std::string(6, '\0'));
   const char kOneOfTwo[] = " 50.000% (1 of 2)", kBoth[] = "100.000% (2 of 2)";
   const struct {
     std::vector<std::string> arguments;  // the pictures first
@@ -39,6 +41,9 @@ TEST_F(VelDiff, PrintsTheLines) {
       {{red, dark, "-t", "50"}, kOneOfTwo, " 50.000%", " 50.000%", "different", 1},
       {{red, dark, "-t", "50.001"}, kOneOfTwo, " 50.000%", " 50.000%", "similar", 0},
       {{red, dark, "-t", "nan"}, kOneOfTwo, " 50.000%", " 50.000%", "different", 0},
+      // sqrt(3) * 255 of 510 and of 441, as the manual page says
+      {{black, white}, kBoth, " 86.603%", " 86.603%", "different", 1},
+      {{black, white, "-a"}, kBoth, "100.153%", "100.153%", "different", 1},
       // trunc(255 * 0.299) = 76, 76 / 255 = 29.804%; the threshold is compared without the sign
       {{red, dark, "-iat29"}, kOneOfTwo, " 29.804%", " 29.804%", "different", 1},
       {{dark, red, "-i"}, kOneOfTwo, "-29.804%", "-29.804%", "different", 1},

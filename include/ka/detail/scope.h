@@ -19,6 +19,22 @@ class ModuleScope {
   ka_context& context_;
 };
 
+// The same for a call of a function that a program has handed in: what it leaves on the module
+// stack goes with it.
+class CallbackScope {
+ public:
+  explicit CallbackScope(int module) : context_(context()), depth_(context_.depth) {
+    push_module(context_, module);
+  }
+  ~CallbackScope() { context_.depth = depth_; }
+  CallbackScope(const CallbackScope&) = delete;
+  CallbackScope& operator=(const CallbackScope&) = delete;
+
+ private:
+  ka_context& context_;
+  std::int32_t depth_;
+};
+
 // Holds a lock until the end of the block.
 class LockScope {
  public:

@@ -1,0 +1,19 @@
+// What may help whoever reads a fatal message: one more line before it, as information.
+#pragma once
+
+#include <ka/img.h>
+
+#include <string>
+
+// Shows the line where information is shown anyway, and to somebody who reads standard error on a
+// terminal. Programs that read it see the usual lines only.
+void explain(const std::string& text);
+
+// Why a file could not be opened, if the library's error leaves it open: what its header says, or
+// which formats are read.
+//   Before   ka_img_open has failed; the handle is not closed yet.
+void explain_refusal(const img_file& file);
+
+// The names of the formats that are written, or of those that are read, with blanks between them.
+[[nodiscard]] std::string written_formats();
+[[nodiscard]] std::string read_formats();
