@@ -1,4 +1,4 @@
-// Handles: opens, creates, reads, writes and closes one image file through its format's driver.
+// Handles: opens, creates and closes one image file through its format's driver.
 #include "imgcall.h"
 
 #include <errno.h>
@@ -66,32 +66,14 @@ void set_file_type(img_file* handle, int type) {
   handle->components = ka_img_ncomp[type];
 }
 
-bool passes_through(const img_file* handle) {
-  return handle->type == handle->file_type ||
-         handle->type == img_compatible_type(handle->file_type);
-}
-
-// Lines that only gain an alpha plane are read in place and need no line between.
-bool needs_line_between(const img_file* handle) {
-  if (passes_through(handle)) return false;
-  return handle->writing || !img_adds_alpha_only(handle->type, handle->file_type);
-}
-
-void allocate_line_between(img_file* handle) {
-  const int callers_type = handle->type;
-  handle->type = handle->file_type;
-  handle->conversion = ka_img_line_alloc(handle);
-  handle->type = callers_type;
-}
-
 // A damaged header may claim any width: a line that long waits until somebody reads it.
 void prepare_conversion(img_file* handle, int from, int to) {
-  if (passes_through(handle)) return;
+  if (img_passes_through(handle)) return;
   if (img_tells_files()) {
     ka_info("converting %s to %s", name_or_unknown(ka_img_type_name(from)),
             name_or_unknown(ka_img_type_name(to)));
   }
-  if (handle->width <= kUsualWidth && needs_line_between(handle)) allocate_line_between(handle);
+  if (handle->width <= kUsualWidth) img_prepare_line_between(handle);
 }
 
 // Opens a file for reading without waiting for the other end of a pipe. Null with errno.
@@ -151,19 +133,6 @@ void finish_opening(img_file* handle) {
             name_or_unknown(img_format_at(handle->format).name), handle->bits, handle->components,
             handle->width, handle->height);
   }
-}
-
-int unopened(img_file* handle) { return img_error(handle, IMG_ERR_NOT_OPEN, 0); }
-
-// A failing line is told at once only to those who ask for every line.
-void tell_failed_line(img_file* handle, int result) {
-  constexpr int every_line = 3;
-  if (!result && img_debug_level() >= every_line) ka_img_err_msg(handle);
-}
-
-int write_header(img_file* handle) {
-  const auto create = img_format_at(handle->format).driver.create;
-  return create ? create(handle) : img_error(handle, IMG_ERR_CREATE, 0);
 }
 
 // Called in a purge, with the areas of one thread after the other.
@@ -287,53 +256,10 @@ int ka_img_create(img_file* handle, const char* name, int type, int format, int 
   handle->magic = IMG_MAGIC;
   prepare_conversion(handle, handle->type, file_type);
   if (format == IMG_FORMAT_MAP) {  // a mapping needs its file at full size before the first line
-    if (!write_header(handle)) return 0;
+    if (!img_write_header(handle)) return 0;
     handle->line_count = -1;
   }
   return 1;
-}
-
-int ka_img_line_read(img_file* handle, img_line* line) {
-  const ka::ModuleScope scope(KA_IMG);
-  if (!is_open(handle) || !has_driver_state(handle) || handle->writing) return unopened(handle);
-  const auto read = img_format_at(handle->format).driver.read;
-  int result = 0;
-  if (passes_through(handle)) {
-    result = read && read(handle, line);
-  } else if (needs_line_between(handle)) {
-    if (!handle->conversion) allocate_line_between(handle);
-    result = read && read(handle, handle->conversion);
-    img_convert(line, handle->conversion, handle->type, handle->file_type, img_luminance_weights(),
-                handle->width);
-  } else {
-    result = read && read(handle, line);
-    img_fill_alpha(line, handle->type, handle->width);
-  }
-  tell_failed_line(handle, result);
-  ++handle->line_count;
-  return result;
-}
-
-int ka_img_line_write(img_file* handle, img_line* line) {
-  const ka::ModuleScope scope(KA_IMG);
-  if (!handle->stream || !handle->writing) return unopened(handle);
-  if (handle->line_count == -1) {
-    handle->line_count = 0;
-  } else if (handle->line_count == 0 && !write_header(handle)) {
-    return 0;
-  }
-  if (handle->height == 0) return 1;
-  if (needs_line_between(handle)) {
-    if (!handle->conversion) allocate_line_between(handle);
-    img_convert(handle->conversion, line, handle->file_type, handle->type, img_luminance_weights(),
-                handle->width);
-    line = handle->conversion;
-  }
-  const auto write = img_format_at(handle->format).driver.write;
-  const int result = write && write(handle, line);
-  tell_failed_line(handle, result);
-  ++handle->line_count;
-  return result;
 }
 
 int ka_img_close(img_file* handle) {

@@ -57,6 +57,14 @@ int img_compatible_type(int type);
 int img_debug_level();
 bool img_tells_files();
 
+// True when lines of the caller's type are lines of the file's type.
+bool img_passes_through(const img_file* handle);
+// Allocates the line between the two, where lines are converted through one.
+void img_prepare_line_between(img_file* handle);
+
+// Calls the driver's create. Returns 1, or 0 with the handle's error.
+int img_write_header(img_file* handle);
+
 // Converts `width` pixels of one line to another type. `weights` are the four luminance weights.
 // Planes of the two lines do not overlap. Types that carry data are refused as destinations with an
 // error message; other pairs without a conversion leave `dst` as it is.
