@@ -49,6 +49,9 @@ const img_format_row& img_format_at(int format);
 // Returns -1 when none accepts.
 int img_identify(img_file* handle, const std::uint8_t* head);
 
+// Whether a number is that of a pixel type.
+constexpr bool img_is_type(int type) { return type >= 0 && type < IMG_TYPE_COUNT; }
+
 // The type whose lines have the same layout, so that lines pass between the two as they are; -1 for
 // none.
 int img_compatible_type(int type);
@@ -62,7 +65,14 @@ bool img_passes_through(const img_file* handle);
 // Allocates the line between the two, where lines are converted through one.
 void img_prepare_line_between(img_file* handle);
 
-// Calls the driver's create. Returns 1, or 0 with the handle's error.
+// Whether the header has been read and lines can follow.
+bool img_can_read(const img_file* handle);
+
+// The result of a driver's operation, as 1 or 0. One that was not called, and one of a driver
+// outside the library that fails without an error, set the error `code`.
+int img_settle(img_file* handle, bool is_called, int result, int code);
+
+// Calls the driver's create, once. Returns 1, or 0 with the handle's error.
 int img_write_header(img_file* handle);
 
 // Converts `width` pixels of one line to another type. `weights` are the four luminance weights.
