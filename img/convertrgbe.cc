@@ -9,7 +9,8 @@ namespace ka {
 namespace {
 
 constexpr float kDarkest = 1e-32F;         // what is darker is black
-constexpr float kBrightest = 0x1.fep126F;  // what an infinite component counts as
+constexpr float kBrightest = 0x1.fep126F;  // what a component from kTooBright on counts as
+constexpr float kTooBright = 0x1p127F;     // its exponent would not fit a byte
 constexpr int kBias = 128;                 // of the exponent
 
 // 2^exponent for -1022 to 1023.
@@ -34,7 +35,7 @@ KA_KERNEL float decode_component(std::uint8_t mantissa, float step) {
 KA_KERNEL float as_light(float component) {
   constexpr float most = std::numeric_limits<float>::max();
   const float number = component == component ? component : 0.0F;
-  const float bounded = number > most ? kBrightest : number;
+  const float bounded = number >= kTooBright ? kBrightest : number;
   return bounded < -most ? -kBrightest : bounded;
 }
 

@@ -1,4 +1,4 @@
-// Handles: opens, creates, reads, writes and closes one image file through its format's driver.
+// Handles: opens, creates and closes one image file through its format's driver.
 #include "imgcall.h"
 
 #include <errno.h>
@@ -26,7 +26,8 @@
 
 namespace {
 
-constexpr int kUsualWidth = 1 << 20;   // pixels; wider than pictures are
+constexpr int kUsualWidth = 1 << 20;                 // pixels; wider than pictures are
+constexpr std::size_t kPathRoom = KA_PATH_SIZE + 1;  // one more shows that a path does not fit
 constexpr int kDefaultTypeNumber = 2;  // of the warning about a type that the format cannot write
 
 std::atomic<std::uint32_t> img_subverb{KA_SUBVERB_DEFAULT};
@@ -66,36 +67,25 @@ void set_file_type(img_file* handle, int type) {
   handle->components = ka_img_ncomp[type];
 }
 
-bool passes_through(const img_file* handle) {
-  return handle->type == handle->file_type ||
-         handle->type == img_compatible_type(handle->file_type);
-}
-
-// Lines that only gain an alpha plane are read in place and need no line between.
-bool needs_line_between(const img_file* handle) {
-  if (passes_through(handle)) return false;
-  return handle->writing || !img_adds_alpha_only(handle->type, handle->file_type);
-}
-
-void allocate_line_between(img_file* handle) {
-  const int callers_type = handle->type;
-  handle->type = handle->file_type;
-  handle->conversion = ka_img_line_alloc(handle);
-  handle->type = callers_type;
-}
-
 // A damaged header may claim any width: a line that long waits until somebody reads it.
 void prepare_conversion(img_file* handle, int from, int to) {
-  if (passes_through(handle)) return;
+  if (img_passes_through(handle)) return;
   if (img_tells_files()) {
     ka_info("converting %s to %s", name_or_unknown(ka_img_type_name(from)),
             name_or_unknown(ka_img_type_name(to)));
   }
-  if (handle->width <= kUsualWidth && needs_line_between(handle)) allocate_line_between(handle);
+  if (handle->width <= kUsualWidth) img_prepare_line_between(handle);
+}
+
+// A path that was cut would lead to another file. Sets errno.
+bool is_cut(const char* path) {
+  errno = ENAMETOOLONG;
+  return std::strlen(path) >= KA_PATH_SIZE;
 }
 
 // Opens a file for reading without waiting for the other end of a pipe. Null with errno.
 FILE* open_stream(const char* path) {
+  if (is_cut(path)) return nullptr;
   const int file = open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
   if (file < 0) return nullptr;
   struct stat status;
@@ -138,11 +128,24 @@ void drop_stream(img_file* handle) {
   handle->stream = nullptr;
 }
 
-// The driver has read the header: settles the file's type and the way its lines take.
-void finish_opening(img_file* handle) {
+// Drivers outside the library may write through the stream's own buffer. Returns 1, or 0 with the
+// handle's error when some of it did not reach the file.
+int close_stream(img_file* handle) {
+  if (!handle->stream) return 1;
+  const bool is_short = handle->writing && std::ferror(handle->stream) != 0 && !handle->error;
+  if (std::fclose(handle->stream) != 0) return img_error(handle, IMG_ERR_CLOSE, errno);
+  return is_short ? img_error(handle, IMG_ERR_CLOSE, 0) : 1;
+}
+
+// The driver has read the header: settles the file's type and the way its lines take. Returns 1, or
+// 0 with the handle's error.
+int finish_opening(img_file* handle) {
   const bool stated = handle->file_type >= IMG_TYPE_COUNT;
-  set_file_type(handle, stated ? handle->file_type - IMG_TYPE_COUNT
-                               : img_format_at(handle->format).best_type);
+  const int type =
+      stated ? handle->file_type - IMG_TYPE_COUNT : img_format_at(handle->format).best_type;
+  if (type >= IMG_TYPE_COUNT) return img_error(handle, IMG_ERR_SUBTYPE, 0);
+  set_file_type(handle, type);
+  handle->has_header = 1;
   if (handle->type == IMG_TYPE_FILE) handle->type = handle->file_type;
   prepare_conversion(handle, handle->file_type, handle->type);
   if (img_tells_files()) {
@@ -151,19 +154,14 @@ void finish_opening(img_file* handle) {
             name_or_unknown(img_format_at(handle->format).name), handle->bits, handle->components,
             handle->width, handle->height);
   }
+  return 1;
 }
 
-int unopened(img_file* handle) { return img_error(handle, IMG_ERR_NOT_OPEN, 0); }
-
-// A failing line is told at once only to those who ask for every line.
-void tell_failed_line(img_file* handle, int result) {
-  constexpr int every_line = 3;
-  if (!result && img_debug_level() >= every_line) ka_img_err_msg(handle);
-}
-
-int write_header(img_file* handle) {
-  const auto create = img_format_at(handle->format).driver.create;
-  return create ? create(handle) : img_error(handle, IMG_ERR_CREATE, 0);
+// Reads the header. Returns 1, or 0 with the handle's error.
+int open_driver(img_file* handle, const std::uint8_t* head) {
+  const auto open = img_format_at(handle->format).driver.open;
+  const int result = open ? open(handle, head) : 0;
+  return img_settle(handle, open, result, IMG_ERR_SUBTYPE) && finish_opening(handle);
 }
 
 // Called in a purge, with the areas of one thread after the other.
@@ -204,47 +202,49 @@ const char* ka_img_version() { return ka::module_version(ka::kImgVersion); }
 int ka_img_open(img_file* handle, const char* name, int type) {
   const ka::ModuleScope scope(KA_IMG);
   read_subverbosity();
-  char path[KA_PATH_SIZE];
+  char path[kPathRoom];
   ka_string_substitute(path, name, sizeof path);
   if (img_tells_files()) ka_info("opening \"%s\" for reading", path);
   close_stale(handle);
   *handle = {};
-  handle->gamma = 1.0F;
+  handle->gamma = handle->aspect = 1.0F;
   handle->type = type;
   set_names(handle, name);
-  if ((type < 0 || type >= IMG_TYPE_COUNT) && type != IMG_TYPE_FILE) {
+  if (!img_is_type(type) && type != IMG_TYPE_FILE) {
     return img_error(handle, IMG_ERR_ARGUMENT, 0);
   }
 
   std::array<std::uint8_t, IMG_HEAD_SIZE> head{};
-  const int format = read_head(handle, path, head) ? img_identify(handle, head.data()) : -1;
+  if (!read_head(handle, path, head)) {
+    drop_stream(handle);
+    return 0;
+  }
+  const int format = img_identify(handle, head.data());
+  handle->error = IMG_ERR_NONE;  // of drivers that declined
+  handle->os_error = 0;
   if (format < 0) {
     drop_stream(handle);
-    return handle->error ? 0 : img_error(handle, IMG_ERR_FORMAT, 0);
+    return img_error(handle, IMG_ERR_FORMAT, 0);
   }
+  if (!handle->name) handle->name = ka_mem_strdup(name);  // went with such an error
   handle->format = format;
   handle->topdown = img_format_at(format).topdown;
   handle->data.p = nullptr;
   handle->magic =
       IMG_MAGIC;  // from here on the stream ends with ka_img_close, whatever the driver finds
   std::rewind(handle->stream);
-  const auto open = img_format_at(format).driver.open;
-  if (!open || !open(handle, head.data())) {
-    ka_mem_release(handle->name);
-    handle->name = nullptr;
-    return 0;
-  }
-  finish_opening(handle);
-  return 1;
+  if (open_driver(handle, head.data())) return 1;
+  ka_mem_release(handle->name);
+  handle->name = nullptr;
+  return 0;
 }
 
 int ka_img_create(img_file* handle, const char* name, int type, int format, int width, int height) {
   const ka::ModuleScope scope(KA_IMG);
   read_subverbosity();
-  char path[KA_PATH_SIZE];
+  char path[kPathRoom];
   ka_string_substitute(path, name, sizeof path);
-  if (format < 0 || format >= IMG_FORMAT_COUNT || type < 0 || type >= IMG_TYPE_COUNT || width < 0 ||
-      height < 0) {
+  if (format < 0 || format >= IMG_FORMAT_COUNT || !img_is_type(type) || width < 0 || height < 0) {
     return img_error(handle, IMG_ERR_ARGUMENT, 0);
   }
   const img_format_row& row = img_format_at(format);
@@ -276,7 +276,7 @@ int ka_img_create(img_file* handle, const char* name, int type, int format, int 
   set_file_type(handle, file_type);
   set_names(handle, name);
 
-  handle->stream = std::fopen(path, "w+be");
+  handle->stream = is_cut(path) ? nullptr : std::fopen(path, "w+be");
   if (!handle->stream) {
     const int failure = errno;
     handle->writing = 0;  // what could not be opened is not ours to remove
@@ -287,53 +287,10 @@ int ka_img_create(img_file* handle, const char* name, int type, int format, int 
   handle->magic = IMG_MAGIC;
   prepare_conversion(handle, handle->type, file_type);
   if (format == IMG_FORMAT_MAP) {  // a mapping needs its file at full size before the first line
-    if (!write_header(handle)) return 0;
+    if (!img_write_header(handle)) return 0;
     handle->line_count = -1;
   }
   return 1;
-}
-
-int ka_img_line_read(img_file* handle, img_line* line) {
-  const ka::ModuleScope scope(KA_IMG);
-  if (!is_open(handle) || !has_driver_state(handle) || handle->writing) return unopened(handle);
-  const auto read = img_format_at(handle->format).driver.read;
-  int result = 0;
-  if (passes_through(handle)) {
-    result = read && read(handle, line);
-  } else if (needs_line_between(handle)) {
-    if (!handle->conversion) allocate_line_between(handle);
-    result = read && read(handle, handle->conversion);
-    img_convert(line, handle->conversion, handle->type, handle->file_type, img_luminance_weights(),
-                handle->width);
-  } else {
-    result = read && read(handle, line);
-    img_fill_alpha(line, handle->type, handle->width);
-  }
-  tell_failed_line(handle, result);
-  ++handle->line_count;
-  return result;
-}
-
-int ka_img_line_write(img_file* handle, img_line* line) {
-  const ka::ModuleScope scope(KA_IMG);
-  if (!handle->stream || !handle->writing) return unopened(handle);
-  if (handle->line_count == -1) {
-    handle->line_count = 0;
-  } else if (handle->line_count == 0 && !write_header(handle)) {
-    return 0;
-  }
-  if (handle->height == 0) return 1;
-  if (needs_line_between(handle)) {
-    if (!handle->conversion) allocate_line_between(handle);
-    img_convert(handle->conversion, line, handle->file_type, handle->type, img_luminance_weights(),
-                handle->width);
-    line = handle->conversion;
-  }
-  const auto write = img_format_at(handle->format).driver.write;
-  const int result = write && write(handle, line);
-  tell_failed_line(handle, result);
-  ++handle->line_count;
-  return result;
 }
 
 int ka_img_close(img_file* handle) {
@@ -342,12 +299,9 @@ int ka_img_close(img_file* handle) {
   int result = 1;
   if (has_driver_state(handle)) {
     const auto close = img_format_at(handle->format).driver.close;
-    if (close) result = close(handle);
+    if (close) result = img_settle(handle, true, close(handle), IMG_ERR_CLOSE);
   }
-  if (handle->stream && std::fclose(handle->stream) != 0) {
-    img_error(handle, IMG_ERR_CLOSE, errno);
-    result = 0;
-  }
+  if (!close_stream(handle)) result = 0;
   if (handle->writing && handle->format == IMG_FORMAT_NULL && handle->name) {
     img_remove_file(handle->name);
   }

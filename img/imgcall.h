@@ -49,6 +49,9 @@ const img_format_row& img_format_at(int format);
 // Returns -1 when none accepts.
 int img_identify(img_file* handle, const std::uint8_t* head);
 
+// Whether a number is that of a pixel type.
+constexpr bool img_is_type(int type) { return type >= 0 && type < IMG_TYPE_COUNT; }
+
 // The type whose lines have the same layout, so that lines pass between the two as they are; -1 for
 // none.
 int img_compatible_type(int type);
@@ -56,6 +59,21 @@ int img_compatible_type(int type);
 // The level of ka_img_debug; bit KA_SUBVERB_FILES of the subverbosity mask is on while it is not 0.
 int img_debug_level();
 bool img_tells_files();
+
+// True when lines of the caller's type are lines of the file's type.
+bool img_passes_through(const img_file* handle);
+// Allocates the line between the two, where lines are converted through one.
+void img_prepare_line_between(img_file* handle);
+
+// Whether the header has been read and lines can follow.
+bool img_can_read(const img_file* handle);
+
+// The result of a driver's operation, as 1 or 0. One that was not called, and one of a driver
+// outside the library that fails without an error, set the error `code`.
+int img_settle(img_file* handle, bool is_called, int result, int code);
+
+// Calls the driver's create, once. Returns 1, or 0 with the handle's error.
+int img_write_header(img_file* handle);
 
 // Converts `width` pixels of one line to another type. `weights` are the four luminance weights.
 // Planes of the two lines do not overlap. Types that carry data are refused as destinations with an

@@ -16,11 +16,16 @@ namespace {
 constinit ka::GammaCache gamma_cache;
 ka_mutex cache_lock;  // guards the cache and the filling of all gamma blocks
 
+// Of a zeroed context.
+void set_defaults(ImageContext& context) {
+  context.color_clip = IMG_CLIP_EACH;
+  context.weights = {0.299F, 0.587F, 0.114F, 0.0F};
+}
+
 // The area is zeroed, and may be seen by another thread's purge: memory_low is left alone.
 void context_init(void* area) {
   auto& context = *static_cast<ImageContext*>(area);
-  context.color_clip = IMG_CLIP_EACH;
-  context.weights = {0.299F, 0.587F, 0.114F, 0.0F};
+  set_defaults(context);
   img_context_cache_init(context);
 }
 
@@ -50,6 +55,13 @@ bool is_color_clip(int mode) { return mode >= IMG_CLIP_RAISE_ALPHA && mode <= IM
 void img_context_register() {
   ka_context_register_module(KA_IMG, context_init, context_exit, sizeof(ImageContext));
   ka_transaction_register_module(KA_IMG, transaction_init, transaction_exit, sizeof(GammaBlock));
+}
+
+ImageContext& img_new_context() {
+  if (void* const area = ka_context_mem(KA_IMG)) return *static_cast<ImageContext*>(area);
+  thread_local ImageContext context{};
+  set_defaults(context);
+  return context;
 }
 
 void img_context_init_gamma_init() { ka_init_lock(&cache_lock); }

@@ -59,11 +59,14 @@ void img_keep_mapping_hint(void* mapping);
 // Whether the module's progress is shown in the thread's transaction.
 bool img_tells_progress();
 
+// The same for a thread that has no area yet; before ka_img_init, settings that nobody has made.
+ImageContext& img_new_context();
+
 // The calling thread's settings.
 inline ImageContext& img_context() {
   void** const areas = ka::context().context_areas;
   void* const area = areas ? areas[KA_IMG] : nullptr;
-  return *static_cast<ImageContext*>(area ? area : ka_context_mem(KA_IMG));
+  return area ? *static_cast<ImageContext*>(area) : img_new_context();
 }
 
 inline GammaBlock& img_gamma_block() {

@@ -40,8 +40,6 @@ constexpr std::array<int, IMG_TYPE_COUNT> kCompatible = {-1,
 
 constexpr int kRefusedNumber = 6;  // of the message about a destination that nothing converts to
 
-bool is_type(int type) { return type >= 0 && type < IMG_TYPE_COUNT; }
-
 bool is_data_type(int type) {
   return type == IMG_TYPE_VTA || type == IMG_TYPE_VTS || type == IMG_TYPE_Z || type == IMG_TYPE_N ||
          type == IMG_TYPE_TAG || type == IMG_TYPE_M;
@@ -73,7 +71,9 @@ constexpr auto kRows = [] {  // by source type
 const std::int32_t* const ka_img_nbits = kBits.data();
 const std::int32_t* const ka_img_ncomp = kComponents.data();
 
-int img_compatible_type(int type) { return kCompatible[std::size_t(type)]; }
+int img_compatible_type(int type) {
+  return img_is_type(type) ? kCompatible[std::size_t(type)] : -1;
+}
 
 void img_convert(img_line* dst, const img_line* src, int dst_type, int src_type,
                  const float* weights, int width) {
@@ -81,7 +81,8 @@ void img_convert(img_line* dst, const img_line* src, int dst_type, int src_type,
     ka_nerror(kRefusedNumber, "cannot convert to vector,Z,normal,motion,tag");
     return;
   }
-  if (width <= 0 || src_type == dst_type || !is_type(src_type) || !is_type(dst_type)) return;
+  if (width <= 0 || src_type == dst_type || !img_is_type(src_type) || !img_is_type(dst_type))
+    return;
   const auto kernel = (*kRows[std::size_t(src_type)])[std::size_t(dst_type)];
   if (kernel) kernel(dst, src, weights, std::size_t(width));
 }
@@ -93,6 +94,7 @@ bool img_adds_alpha_only(int dst_type, int src_type) {
 }
 
 void img_fill_alpha(img_line* line, int type, int width) {
+  if (line->offset[3] == 0) return;
   if (type == IMG_TYPE_RGBA_FP) {
     std::fill_n(ka::plane_of<float>(line, 3), width, ka::kFull<float>);
   } else {

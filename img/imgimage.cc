@@ -17,8 +17,21 @@ namespace {
 
 constexpr int kBelievedLines = 1 << 16;  // a table for them takes a megabyte
 
+// The line table is as long as the header claims. No built-in format keeps that many lines with
+// pixels in fewer bytes.
+bool claims_too_many_lines(const img_file* handle) {
+  if (handle->writing || handle->width == 0 || handle->format >= IMG_FORMAT_CUSTOM) return false;
+  return handle->height > kBelievedLines && handle->file_size > 0 &&
+         handle->height > handle->file_size;
+}
+
 int image_line(const img_file* handle, int i) {
   return handle->topdown ? handle->height - 1 - i : i;
+}
+
+// A handle that failed to open may still have the type that stands for the file's own.
+bool has_type(img_file* handle) {
+  return img_is_type(handle->type) || img_error(handle, IMG_ERR_ARGUMENT, 0) != 0;
 }
 
 // The texture cache does not have a line: its image has been removed, or its file is unreadable.
@@ -28,9 +41,8 @@ int unreachable(img_file* handle) { return img_error(handle, IMG_ERR_READ, 0); }
 
 size_t ka_img_image_size(img_file* handle) {
   const ka::ModuleScope scope(KA_IMG);
-  // The line table is as long as the header claims: no file keeps that many lines in fewer bytes.
-  if (!handle->writing && handle->height > kBelievedLines && handle->height > handle->file_size &&
-      handle->file_size > 0) {
+  if (!has_type(handle)) return 0;
+  if (claims_too_many_lines(handle)) {
     img_error(handle, IMG_ERR_READ, 0);
     return 0;
   }
@@ -71,6 +83,7 @@ void ka_img_image_release(img_image* image) {
 
 img_line* ka_img_line_alloc(img_file* handle) {
   const ka::ModuleScope scope(KA_IMG);
+  if (!has_type(handle)) return nullptr;
   const std::size_t bytes = ka::plane_bytes(handle->type, handle->width);
   const auto components = std::size_t(ka_img_ncomp[handle->type]);
   auto* const line = static_cast<img_line*>(ka_mem_allocate(sizeof(img_line) + components * bytes));
@@ -80,8 +93,7 @@ img_line* ka_img_line_alloc(img_file* handle) {
 
 int ka_img_image_read(img_file* handle, img_image* image) {
   const ka::ModuleScope scope(KA_IMG);
-  if (handle->magic != IMG_MAGIC || (!handle->stream && !handle->data.p) ||
-      handle->line_count != 0) {
+  if (!img_can_read(handle) || handle->line_count != 0) {
     return img_error(handle, IMG_ERR_NOT_OPEN, 0);
   }
   int result = 1, lines = 0;
@@ -115,11 +127,12 @@ int ka_img_convert(img_line* line, int* components, int* bits, const img_image* 
                    int type) {
   const ka::ModuleScope scope(KA_IMG);
   const ka::CacheOperation operation(image);
+  if (!img_is_type(type)) return 0;
   *components = ka_img_ncomp[type];
   *bits = ka_img_nbits[type];
   img_line source;
   if (!ka::set_line_anywhere(&source, image, y)) return 0;
-  if (image->type == type) {
+  if (image->type == type || img_compatible_type(image->type) == type) {
     const std::size_t bytes = ka::plane_bytes(type, image->width);
     for (std::size_t slot = 0; slot < IMG_SLOTS; ++slot) {
       auto* const to = ka::plane_of<std::uint8_t>(line, slot);

@@ -300,7 +300,6 @@ int img_read_catia(img_file* handle, img_line* line) {
 
 int img_write_catia(img_file* handle, img_line* line) {
   auto& state = ka::state_of<CatiaState>(handle);
-  if (state.next >= handle->height) return img_error(handle, IMG_ERR_WRITE, 0);
   const auto planes = ka::line_planes<std::uint8_t, 3>(handle, line);
   for (std::size_t c = 0; c < planes.size(); ++c) {
     std::ranges::copy(planes[c], state.line(handle, c, static_cast<std::size_t>(state.next)));

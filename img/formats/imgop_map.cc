@@ -129,7 +129,6 @@ int img_read_map(img_file* handle, img_line* line) {
 // The last line completes the picture, from which its other levels are filtered.
 int img_write_map(img_file* handle, img_line* line) {
   if (handle->error) return 0;
-  if (handle->line_count >= handle->height) return img_error(handle, IMG_ERR_WRITE, 0);
   const ka::Mapping& mapping = ka::state_of<MapState>(handle).mapping;
   const int type = handle->file_type;
   const std::size_t bytes = ka::plane_bytes(type, handle->width);

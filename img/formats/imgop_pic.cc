@@ -190,6 +190,8 @@ int img_open_pic(img_file* handle, const std::uint8_t* head) {
   in.skip(kSizeOffset);
   handle->width = in.be16();
   handle->height = in.be16();
+  const auto aspect = std::bit_cast<float>(in.be32());
+  if (std::isfinite(aspect) && aspect > 0) handle->aspect = aspect;
   if (const int error = read_groups(handle, head, *state)) return img_error(handle, error, 0);
   const unsigned channels = all_channels(*state);
   if ((channels & kColours) != kColours) return img_error(handle, IMG_ERR_SUBTYPE, 0);

@@ -27,8 +27,9 @@ struct PpmState {
   ka::FileWriter out;     // of a file that is written
 };
 
-struct Size {
+struct Header {
   int width, height;  // pixels, lines
+  int range;          // the largest sample, of P3 and P6 files
 };
 
 bool is_digit(int c) { return c >= '0' && c <= '9'; }
@@ -51,11 +52,11 @@ class HeaderParser {
  public:
   explicit HeaderParser(ka::FileReader& in) : in_(in) {}
 
-  std::optional<Size> parse(std::size_t numbers) {
+  std::optional<Header> parse(std::size_t numbers) {
     int c = in_.get();
     for (;;) {
       if (c == '#') c = skip_comment();
-      if (c == '\n' && count_ == numbers) return Size{values_[0], values_[1]};
+      if (c == '\n' && count_ == numbers) return Header{values_[0], values_[1], values_[2]};
       if (is_digit(c)) {
         if (count_ == numbers) return std::nullopt;
         c = read_number(c);
@@ -92,6 +93,13 @@ class HeaderParser {
   std::array<int, 4> values_{};
   std::size_t count_ = 0;
 };
+
+// Whether a P6 file has two bytes to a sample. Some writers state a larger range than their bytes
+// have; then the bytes of the file decide.
+bool has_wide_samples(const Header& header, std::uint64_t bytes) {
+  const auto samples = ka::checked_product(header.width, header.height, 3);
+  return header.range > 255 && samples && *samples > 0 && bytes > *samples;
+}
 
 // The samples of one line of text. The character that ended a sample is looked at again for the
 // next one, and forgotten at the end of the line.
@@ -242,11 +250,13 @@ int img_open_ppm(img_file* handle, const std::uint8_t* head) {
   state->letter = static_cast<char>(head[1]);
   const bool is_float = state->letter == 'F';
   state->pixels.start(handle, 2);  // behind the magic
-  const auto size = HeaderParser(state->pixels).parse(is_float ? 4 : 3);
-  if (!size || size->width == INT_MAX || size->height == INT_MAX)
+  const auto header = HeaderParser(state->pixels).parse(is_float ? 4 : 3);
+  if (!header || header->width == INT_MAX || header->height == INT_MAX)
     return img_error(handle, IMG_ERR_CORRUPT, 0);
-  handle->width = size->width;
-  handle->height = size->height;
+  if (state->letter == '6' && has_wide_samples(*header, state->pixels.left()))
+    return img_error(handle, IMG_ERR_SUBTYPE, 0);
+  handle->width = header->width;
+  handle->height = header->height;
   ka::state_file_type(handle, is_float ? IMG_TYPE_RGBE : IMG_TYPE_RGB);
   handle->data.p = state.release();
   return 1;

@@ -293,7 +293,6 @@ int img_read_rgb(img_file* handle, img_line* line) {
 }
 
 int img_write_rgb(img_file* handle, img_line* line) {
-  if (handle->line_count >= handle->height) return img_error(handle, IMG_ERR_WRITE, 0);
   for (std::size_t channel = 0; channel < std::size_t(handle->components); ++channel) {
     if (!put_plane(handle, line, channel)) return 0;
   }

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -26,8 +27,9 @@ constexpr std::size_t kHeaderBytes = 740;
 constexpr int kLargestWindow = 4096;  // last column and line of what counts as this format
 constexpr int kLargestSide = 32768;   // pixels; windows have 16 bits with sign
 constexpr std::size_t kColours = 3;
-constexpr std::size_t kWritten = 4;      // records of a line: comptab
-constexpr std::size_t kLengthBytes = 2;  // in front of a record
+constexpr std::size_t kWritten = 4;                        // records of a line: comptab
+constexpr std::size_t kLengthBytes = 2;                    // in front of a record
+constexpr std::size_t kGammaBytes = 16, kAspectBytes = 8;  // of their texts
 constexpr float kUsualGamma = 2.2F;
 
 struct Window {
@@ -39,6 +41,7 @@ struct Window {
 
 struct Header {
   Window active;
+  float gamma, aspect;
   unsigned storage;          // 0: run-length encoded bytes or 16-bit samples
   unsigned colours, mattes;  // channels
   unsigned bits, matte_type, matte_bits;
@@ -63,6 +66,16 @@ Window parse_window(ka::ByteCursor& in) {
   return window;
 }
 
+// A number above 0 in a text field, as put_number writes it; 1 where there is none.
+float parse_number(std::span<const std::uint8_t> field) {
+  const auto* first = reinterpret_cast<const char*>(field.data());
+  const auto* const end = first + field.size();
+  while (first != end && *first == ' ') ++first;
+  float value = 0.0F;
+  const auto failure = std::from_chars(first, end, value).ec;
+  return failure == std::errc{} && std::isfinite(value) && value > 0 ? value : 1.0F;
+}
+
 Header parse_header(std::span<const std::uint8_t> bytes) {
   ka::ByteCursor in(bytes);
   in.skip(8);
@@ -72,7 +85,11 @@ Header parse_header(std::span<const std::uint8_t> bytes) {
   header.storage = in.be16();
   header.colours = in.be16();
   header.mattes = in.be16();
-  in.skip(634);  // from the auxiliary channels to the field of video
+  in.skip(4);  // auxiliary channels, revision
+  header.gamma = parse_number(in.take(kGammaBytes));
+  in.skip(528);  // from the primaries to the name of the aspect
+  header.aspect = parse_number(in.take(kAspectBytes));
+  in.skip(78);  // format of the channels, field, time, filter
   header.bits = in.be16();
   header.matte_type = in.be16();
   header.matte_bits = in.be16();
@@ -215,7 +232,7 @@ void write_header(const img_file* handle, ka::FileWriter& file) {
   out.be16(1);       // matte channels
   out.be16(0);       // auxiliary channels
   out.be16(0xfffe);  // revision
-  put_number(out, handle->gamma > 0 ? handle->gamma : kUsualGamma, 16);
+  put_number(out, handle->gamma > 0 ? handle->gamma : kUsualGamma, kGammaBytes);
   for (const char* const point :
        {"0.6700 0.3300", "0.2100 0.7100", "0.1400 0.0800", "0.3100 0.3160"}) {
     put_text(out, point, 24);  // red, green, blue, white
@@ -223,7 +240,7 @@ void write_header(const img_file* handle, ka::FileWriter& file) {
   out.be32(0);  // job
   put_origin(out, handle);
   put_text(out, "pal_768", 24);
-  put_number(out, handle->aspect, 8);
+  put_number(out, handle->aspect, kAspectBytes);
   put_text(out, "rgb", 32);
   out.zeros(46);  // field, time, filter
   out.be16(static_cast<std::uint32_t>(handle->bits));
@@ -260,6 +277,8 @@ int img_open_rla(img_file* handle, const std::uint8_t* /*head*/) {
   if (bytes.empty()) return img_error(handle, IMG_ERR_READ, errno);
   const Header header = parse_header(bytes);
   if (!is_supported(header)) return img_error(handle, IMG_ERR_SUBTYPE, 0);
+  handle->gamma = header.gamma;
+  handle->aspect = header.aspect;
   handle->width = header.active.width();
   handle->height = header.active.height();
   state->channels = kColours + header.mattes;
@@ -291,7 +310,6 @@ int img_read_rla(img_file* handle, img_line* line) {
 }
 
 int img_write_rla(img_file* handle, img_line* line) {
-  if (handle->line_count >= handle->height) return img_error(handle, IMG_ERR_WRITE, 0);
   auto& state = ka::state_of<RlaState>(handle);
   const std::uint64_t offset = state.out.position();
   if (offset > std::numeric_limits<std::uint32_t>::max()) {

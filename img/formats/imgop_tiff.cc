@@ -307,7 +307,7 @@ int check_sample_format(Source& file, const Directory& directory, const State& s
 }
 
 // The strips of one plane follow those of another. A single strip holds all rows whatever the file
-// says about them. The byte counts have to be there, but how long a strip is its rows tell.
+// says about them. A table of byte counts has to be whole where there is one; strips end with their rows.
 int read_strips(Source& file, const Directory& directory, State& state) {
   const std::uint32_t strips = directory.strips, rows = directory.rows_per_strip;
   const std::size_t planes = state.is_planar ? state.components : 1;

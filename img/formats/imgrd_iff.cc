@@ -291,6 +291,7 @@ int img_iff_read_headers(img_file* handle, IffState& state) {
 int img_read_iff(img_file* handle, img_line* line) {
   if (handle->line_count >= handle->height) return img_error(handle, IMG_ERR_READ, 0);
   auto& state = ka::state_of<IffState>(handle);
+  if (state.width == 0) return 1;  // there are no tiles
   const auto y = static_cast<std::size_t>(handle->line_count);
   if (!state.holds(y) && !collect_tiles(handle, state, y)) return 0;
   iff_copy_line(handle, state, y, line,

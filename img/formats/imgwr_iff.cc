@@ -122,7 +122,6 @@ void img_iff_start_strip(IffState& state, std::size_t line) {
 }
 
 int img_write_iff(img_file* handle, img_line* line) {
-  if (handle->line_count >= handle->height) return img_error(handle, IMG_ERR_WRITE, 0);
   if (!handle->data.p) return img_error(handle, IMG_ERR_WRITE, handle->os_error);
   auto& state = ka::state_of<IffState>(handle);
   const auto y = static_cast<std::size_t>(handle->line_count);

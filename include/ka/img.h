@@ -55,8 +55,10 @@ typedef enum img_format {
 } img_format;
 
 /* Pixel types. ka_img_nbits and ka_img_ncomp tell their bits per component and their components.
- * Samples of 8 and 16 bits are unsigned integers, of 32 bits IEEE floats (of IMG_TYPE_TAG unsigned
- * integers), in the host's byte order. */
+ * Samples are in the host's byte order. Those of 8 and 16 bits are unsigned integers, except the
+ * two components of texture vectors, IMG_TYPE_VTA and IMG_TYPE_VTS, which are signed: 32767 is 1.
+ * Those of 32 bits are IEEE floats, of IMG_TYPE_TAG unsigned integers. Planes of IMG_TYPE_BIT have
+ * eight pixels to a byte: pixel x is bit x % 8 of byte x / 8, bit 0 being the lowest. */
 typedef enum img_type {
   IMG_TYPE_RGBA,
   IMG_TYPE_RGBA_16,
@@ -87,7 +89,7 @@ typedef enum img_type {
 typedef enum img_errcode {
   IMG_ERR_NONE = 0,
   IMG_ERR_READ = 1,        /* the file ends early, or the system failed to read it */
-  IMG_ERR_WRITE = 2,       /* the system failed to write */
+  IMG_ERR_WRITE = 2,       /* the system failed to write, or the line is beyond the height */
   IMG_ERR_CORRUPT = 3,     /* pixels or header are not what the format allows */
   IMG_ERR_COMPRESS = 4,    /* pixels could not be compressed */
   IMG_ERR_FORMAT = 5,      /* not an image file */
@@ -103,9 +105,10 @@ typedef enum img_errcode {
 
 enum { IMG_HEAD_SIZE = 256, IMG_DISPLAY_NAME_SIZE = 64, IMG_PARAMETERS = 8, IMG_SLOTS = 4 };
 
-/* One line of pixels: for R, G, B and A the distance in bytes from this record to the plane, 0 for
- * an absent one. Types with one component keep their plane in the A slot, except z, tag and
- * coverage, which keep it in the R slot. */
+/* One line of pixels, the left one first: for R, G, B and A the distance in bytes from this record
+ * to the plane, 0 for an absent one. Types with one component keep their plane in the A slot,
+ * except z, tag and coverage, which keep it in the R slot. A file without alpha can be read into a
+ * line of a type with alpha that lacks this plane. */
 typedef struct img_line {
   intptr_t offset[IMG_SLOTS];
 } img_line;
@@ -120,23 +123,29 @@ typedef struct img_file {
   int pyramid;       /* nonzero: images allocated for this file carry reduced levels; kept by
                         ka_img_create. "map" files store it: one that is created with it gets
                         reduced levels, opening one restores it */
-  int topdown;       /* the file's first line is the image's top line */
+  int topdown;       /* 1: the file's first line is the image's top line, 0: its bottom line */
   int64_t file_size; /* bytes, of a file opened for reading and of a created "map" file */
-  float gamma;       /* as stored by formats that carry one, else 1 */
-  float aspect;      /* of a pixel, as stored by formats that carry one; 1 after ka_img_create */
-  uint32_t parameters[IMG_PARAMETERS]; /* settings of drivers; ka_img_create keeps the third, clears
-                                          the others. The first: the quality of a JPEG file as a
-                                          float, 1 to 100 */
-  int type;                            /* img_type of the lines that the caller passes */
-  int format;                          /* img_format of the file */
-  int error;                           /* img_errcode of the last failure */
+  /* ka_img_create makes both 1; what the caller sets between then and the first line goes to the
+   * file. After ka_img_open they are those of the file: RLA files have both, "pic" files the
+   * aspect; 1 where a file does not say, and in all other formats. */
+  float gamma;
+  float aspect; /* of a pixel */
+  /* Settings of drivers, set at the same time: ka_img_create clears all but the third, ka_img_open
+   * all. Two exist, each a float in the bits of the word. The first: the quality of a JPEG file, 1
+   * to 100, 0 for the usual one. The second: the fields in the header of a "pic" file, 1 odd, 2
+   * even, 3 and 0 both. */
+  uint32_t parameters[IMG_PARAMETERS];
+  int type;          /* img_type of the lines that the caller passes */
+  int format;        /* img_format of the file */
+  int error;         /* img_errcode of the last failure */
   int os_error;      /* the system's error number that belongs to it, 0 for none */
   uint32_t magic;    /* IMG_MAGIC while the handle is open */
   int line_count;    /* lines read or written so far; -1: created with its header written already */
   int writing;       /* 1: made by ka_img_create; any failure removes the file */
   uint8_t file_type; /* img_type of the file */
-  FILE* stream;      /* the open file, or null */
-  char* name;        /* as the caller gave it; owned by the handle */
+  uint8_t has_header; /* the driver has read or written it */
+  FILE* stream;       /* the open file, or null */
+  char* name;         /* as the caller gave it; owned by the handle */
   img_line*
       conversion; /* a line of the file's type, when lines are converted; owned by the handle */
   union {
@@ -205,23 +214,33 @@ int ka_img_create(img_file* handle, const char* name, int type, int format, int 
 /* Ends the work with a file.
  *   Returns  1, also for a handle that is not open; 0 with handle->error when the file may be
  *            incomplete: a file that was being written is then removed. The handle is closed in
- *            every case. */
+ *            every case.
+ *            A picture that lacks lines is no failure, except in JPEG and "map" files: 1, and the
+ *            file stays. A caller that stops before the last line removes the file itself. */
 int ka_img_close(img_file* handle);
 
 /* Reads the next line, in file order, into a line of handle->type; writes the next line from one.
+ * File order is from the top down where handle->topdown is set, else from the bottom up.
  *   Returns  1, or 0 with handle->error: 1 to 4, or 11 when the handle is not open for reading
- *            or writing. A failing write removes the file. */
+ *            or writing, or its header could not be read. A failing write removes the file. Writes
+ *            are buffered: one that the system refuses may fail a later line, or ka_img_close. A
+ *            line beyond the height is error 2, except in formats that keep no lines; with a height
+ *            of 0 every line is taken and only the header written.
+ *            Colours cannot be read as vectors, depths, normals, motions or labels: each line gives
+ *            an error message (number 6) and 1, and stays as it was. Written as such they give the
+ *            message, and zeros in the file. */
 int ka_img_line_read(img_file* handle, img_line* line);
 int ka_img_line_write(img_file* handle, img_line* line);
 
 /* A line record of handle->type and handle->width with its planes behind it, zeroed.
+ *   Returns  null with handle->error 10 when handle->type is no type, as after a failed open.
  *   Memory   the caller's, released with ka_mem_release. */
 img_line* ka_img_line_alloc(img_file* handle);
 
 /* An image of handle->width, handle->height and handle->type, its pixels zero; with handle->pyramid
  * followed by its reduced levels in the same block.
- *   Returns  null with handle->error when its block would pass 4 GiB - 1 bytes, and when an opened
- *            file is too short for as many lines as it claims.
+ *   Returns  null with handle->error: 6 its block would pass 4 GiB - 1 bytes, 1 an opened file is
+ *            too short for as many lines as it claims, 10 handle->type is no type.
  *   Memory   the caller's, released with ka_img_image_release. The system backs it with pages as
  *            lines arrive. An image of ka_img_mmap_address is released in the same way. */
 img_image* ka_img_image_alloc(img_file* handle);
@@ -245,10 +264,12 @@ size_t ka_img_image_size(img_file* handle);
 img_image* ka_img_mmap_address(img_file* handle);
 
 /* Reads every line of an opened file into `image`; writes every line of `image` to a created file.
+ * Whatever the line order of the file is, line 0 of `image` is the bottom line.
  *   Before   no line has been read or written yet.
  *   Returns  1, or 0 with handle->error: 11 not in that state, else as of the line that failed;
  *            lines read before the failure stay in `image`. With handle->pyramid reading ends with
  *            ka_img_pyramid_filter_levels, also when lines are missing, but not when all are.
+ *            Writing followed by ka_img_close leaves a whole file where both return 1, else none.
  *   Memory   allocates nothing per line; `image` remains the caller's. */
 int ka_img_image_read(img_file* handle, img_image* image);
 int ka_img_image_write(img_file* handle, img_image* image);
@@ -264,9 +285,11 @@ void ka_img_pyramid_set_level(img_image** result, img_image* image, int level);
 /* Sets the filter value of an image, which says how far textures are blurred. */
 void ka_img_pyramid_set_filter(img_image* image, float value);
 
-/* Fetches line y of an image into the caller's line record, converted to `type`.
- *   Returns  1 and the type's components and bits; 0, and `line` as it was, when the texture cache
- *            cannot give the line. */
+/* Fetches line y of an image into the caller's line record, converted to `type`. Types whose
+ * samples are the same, such as a and s, or vta and vts, are copied. Other types become no vectors,
+ * depths, normals, motions or labels: that gives an error message, 1, and `line` as it was.
+ *   Returns  1 and the type's components and bits; 0, and `line` as it was, when there is no such
+ *            type or the texture cache cannot give the line. */
 int ka_img_convert(img_line* line, int* components, int* bits, const img_image* image, int y,
                    int type);
 
@@ -305,7 +328,9 @@ typedef int (*img_write_function)(img_file* handle, img_line* line);
 /* Registers a driver in a custom slot, IMG_FORMAT_CUSTOM to IMG_FORMAT_COUNT - 1; a later
  * registration replaces it.
  *   Takes    the operations, null for one that the format lacks; `extra_types` has bit t set for
- *            each writable type t besides the best type.
+ *            each writable type t besides the best type. What the format lacks, and what fails
+ *            without an error of its own, is error 6 on opening, 7 on creating, 1 on reading, 2 on
+ *            writing, 9 on closing. Errors of a test that declines are dropped.
  *   Returns  1, or 0 for a slot or best type out of range or a null name: nothing changes then. */
 int ka_img_custom_format(int format, img_test_function test, img_create_function create,
                          img_open_function open, img_close_function close, img_read_function read,
@@ -316,8 +341,8 @@ int ka_img_custom_format(int format, img_test_function test, img_create_function
  * it. */
 int ka_img_custom_format_error(img_file* handle, int code, int os_error);
 
-/* Shared-exponent colours: four bytes, three mantissas and an exponent. A colour that is not a
- * number counts as 0. */
+/* Shared-exponent colours: four bytes, three mantissas and an exponent. A component that is not a
+ * number counts as 0, one of 2^127 and above as the brightest that there is. */
 void ka_img_rgb_to_hdr(uint8_t* r_out, uint8_t* g_out, uint8_t* b_out, uint8_t* e_out, float r,
                        float g, float b);
 void ka_img_hdr_to_rgb(float* r_out, float* g_out, float* b_out, uint8_t r, uint8_t g, uint8_t b,

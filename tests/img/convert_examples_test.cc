@@ -115,7 +115,9 @@ TEST(SharedExponent, CodesTheEndsOfTheRange) {
       {{kInfinity, 0, 0}, {255, 0, 0, 255}},
       {{0x1.fffffep0F, 1, 0}, {255, 128, 0, 129}},  // rounded down
       {{1, -0x1p-7F, 0}, {128, 255, 0, 129}},       // floor(-1) = -1, its low byte
-      {{0x1p127F, 0, 0}, {128, 0, 0, 0}},           // 128 + 128 is one too many for the exponent
+      {{0x1.fffffep126F, 0x1p126F, 0}, {255, 128, 0, 255}},
+      {{0x1p127F, 0x1p126F, 0}, {255, 128, 0, 255}},  // the exponent ends before
+      {{0, 0, 0x1.fffffep127F}, {0, 0, 255, 255}},
   };
   for (const Case& c : cases) {
     std::uint8_t r, g, b, e;

@@ -117,7 +117,8 @@ Pixel decoded(const Pixel& p) {
 Pixel encoded(Pixel p) {
   for (std::size_t c = 0; c < 3; ++c) {
     if (std::isnan(p[c])) p[c] = 0;
-    if (std::isinf(p[c])) p[c] = std::copysign(std::ldexp(255, 119), p[c]);
+    if (p[c] >= std::ldexp(1, 127) || std::isinf(p[c]))
+      p[c] = std::copysign(std::ldexp(255, 119), p[c]);
   }
   const double most = std::max({p[0], p[1], p[2]});
   if (most < 1e-32) return {};

@@ -1,4 +1,5 @@
 // Formats registered at run time: what a driver is asked, in which order, and what it may answer.
+#include <errno.h>
 #include <gtest/gtest.h>
 #include <ka/message.h>
 
@@ -186,6 +187,68 @@ TEST_F(Custom, HeadersAreWrittenWithTheFirstLine) {
   EXPECT_TRUE(ka_img_line_write(file, line.get()) && ka_img_line_write(file, line.get()));
   EXPECT_EQ(calls, "cWW");
   EXPECT_EQ(file->line_count, 2);
+}
+
+// What a driver lacks, and what it fails in without a reason, is an error all the same.
+TEST_F(Custom, OperationsThatAreMissingOrFailSilentlyAreErrors) {
+  const std::string content = test::bytes({'T', IMG_TYPE_S, 1, 1, 'x'});
+  const std::string path = scratch.path("new");
+  img_line line{};
+  const auto add_with = [](img_open_function opens, img_read_function moves) {
+    ka_img_custom_format(kFirst, test_t, create_t, opens, close_t, moves, moves, 0, "tst", 0,
+                         IMG_TYPE_S);
+  };
+  for (const img_open_function opens :
+       {img_open_function{}, +[](img_file*, const std::uint8_t*) { return 0; },
+        +[](img_file*handle, const std::uint8_t*) {
+          return int(handle->file_type = 2 * IMG_TYPE_COUNT);  // a type that does not exist
+        }}) {
+    add_with(opens, read_t);
+    EXPECT_FALSE(ka_img_open(file, scratch.write("a", content).c_str(), IMG_TYPE_FILE));
+    EXPECT_EQ(file->error, IMG_ERR_SUBTYPE);
+  }
+  for (const img_read_function moves :
+       {img_read_function{}, +[](img_file*, img_line*) { return 0; }}) {
+    add_with(open_t, moves);
+    open(content, IMG_TYPE_S);
+    EXPECT_FALSE(ka_img_line_read(file, &line));
+    EXPECT_EQ(file->error, IMG_ERR_READ);
+    ka_img_close(file);
+    ASSERT_TRUE(ka_img_create(file, path.c_str(), IMG_TYPE_S, kFirst, 1, 1));
+    EXPECT_FALSE(ka_img_line_write(file, &line));
+    EXPECT_EQ(file->error, IMG_ERR_WRITE);
+    ka_img_close(file);
+    EXPECT_FALSE(test::exists(path));
+  }
+  ka_img_custom_format(
+      kFirst, test_t, create_t, open_t, [](img_file*) { return 5; }, read_t, write_t, 0, "tst", 0,
+      IMG_TYPE_S);
+  open(content, IMG_TYPE_S);
+  EXPECT_EQ(ka_img_close(file), 1);
+}
+
+TEST_F(Custom, ErrorsOfTestsThatDeclineAreForgotten) {
+  const auto declines = [](img_file* handle, const std::uint8_t*) {
+    return ka_img_custom_format_error(handle, IMG_ERR_READ, EIO);
+  };
+  ka_img_custom_format(kFirst, declines, nullptr, nullptr, nullptr, nullptr, nullptr, 0, "tst", 0,
+                       IMG_TYPE_S);
+  EXPECT_FALSE(ka_img_open(file, scratch.write("a", "xyz").c_str(), IMG_TYPE_FILE));
+  EXPECT_EQ(file->error, IMG_ERR_FORMAT);
+  EXPECT_EQ(file->os_error, 0);
+  open("P6\n1 1\n255\nabc", IMG_TYPE_FILE);
+  EXPECT_EQ(file->error, IMG_ERR_NONE);
+}
+
+TEST_F(Custom, DriversGetThePlanesOfTheirType) {
+  add(kFirst, "tst", IMG_TYPE_S);
+  open(test::bytes({'T', IMG_TYPE_RGB, 1, 2, 'r', 'g', 'b', 'R', 'G', 'B'}), IMG_TYPE_RGBA);
+  const test::Line line(ka_img_line_alloc(file));
+  EXPECT_TRUE(ka_img_line_read(file, line.get()));
+  EXPECT_EQ(test::plane(line.get(), test::kA)[0], 255);
+  line->offset[test::kA] = 0;  // a plane that the caller does not want
+  EXPECT_TRUE(ka_img_line_read(file, line.get()));
+  EXPECT_EQ(test::plane(line.get(), test::kB)[0], 'B');
 }
 
 TEST_F(Custom, ExtraTypesCanBeWrittenToo) {

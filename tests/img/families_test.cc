@@ -126,6 +126,55 @@ TEST_P(Written, IsRemovedWhenTheDiskIsFull) {
   }
 }
 
+TEST_P(Written, HasNoLineBeyondItsHeight) {
+  const auto [format, type] = GetParam();
+  test::NewFile file(format, type, 4, 2);
+  for (int y = 0; y < 2; ++y) ASSERT_TRUE(file.write_line());
+  EXPECT_FALSE(file.write_line());
+  EXPECT_EQ(file->error, IMG_ERR_WRITE);
+  EXPECT_FALSE(test::exists(file.path()));
+}
+
+TEST_P(Written, LacksLinesWithoutAnErrorOfItsClose) {
+  const auto [format, type] = GetParam();
+  test::NewFile file(format, type, 4, 2);
+  ASSERT_TRUE(file.write_line());
+  EXPECT_EQ(file.close(), format != IMG_FORMAT_JPG && format != IMG_FORMAT_MAP);
+}
+
+// However many lines are passed: what is written is a header, if the format can do without lines.
+TEST_P(Written, HasOneHeaderAndNoLineWithoutHeight) {
+  const auto [format, type] = GetParam();
+  const auto bytes_after = [format = format, type = type](int lines) {
+    test::NewFile file(format, type, 4, 0);
+    for (int i = 0; i < lines; ++i) (void)file.write_line();
+    (void)file.close();
+    return test::exists(file.path()) ? file.contents().size() : 0;
+  };
+  const std::size_t once = bytes_after(1), live = ka_mem_getsize();
+  EXPECT_EQ(bytes_after(3), once);
+  EXPECT_EQ(ka_mem_getsize(), live);
+}
+
+// Where the format can do without columns.
+TEST_P(Written, ComesBackWithoutColumns) {
+  const auto [format, type] = GetParam();
+  test::NewFile out(format, type, 0, 2);
+  if (is_frame(format) || !out.write_line()) return;
+  ASSERT_TRUE(out.write_line() && out.close());
+  test::Handle in;
+  if (!ka_img_open(in, out.path().c_str(), IMG_TYPE_FILE)) return;
+  img_line line{};
+  for (int y = 0; y < 2; ++y) EXPECT_TRUE(ka_img_line_read(in, &line));
+}
+
+TEST(Families, FormatsThatKeepNothingTakeAnyNumberOfLines) {
+  for (const int format : {IMG_FORMAT_NULL, IMG_FORMAT_LWI}) {
+    test::NewFile file(format, IMG_TYPE_RGB, 4, 1);
+    for (int i = 0; i < 3; ++i) EXPECT_TRUE(file.write_line());
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(Pairs, Written, testing::ValuesIn(writable_pairs()), [](const auto& pair) {
   std::string name = ka_img_format_name(pair.param.format);
   std::ranges::replace(name, '-', '_');

@@ -57,6 +57,24 @@ TEST_F(HandleTest, FilesThatCannotBeOpenedHaveTheirErrors) {
   EXPECT_EQ(test::open_descriptors(), before);
 }
 
+// The file that the first 1023 characters of a longer name lead to is another one.
+TEST_F(HandleTest, NamesThatAreTooLongAreRefused) {
+  const test::MessageLog log;
+  std::string folder = scratch.path(std::string(200, 'd'));
+  while (folder.size() < 900) folder += "/" + std::string(100, 'd');
+  std::filesystem::create_directories(folder);
+  const std::string name = folder + "/" + std::string(1022 - folder.size(), 'x');
+  ASSERT_TRUE(create(name));  // of 1023 characters
+  ASSERT_TRUE(ka_img_close(file));
+  EXPECT_FALSE(create(name + "y"));
+  EXPECT_EQ(file->error, IMG_ERR_CREATE);
+  EXPECT_EQ(file->os_error, ENAMETOOLONG);
+  EXPECT_TRUE(test::exists(name));
+  EXPECT_FALSE(ka_img_open(file, (name + "y").c_str(), IMG_TYPE_FILE));
+  EXPECT_EQ(file->error, IMG_ERR_OPEN);
+  EXPECT_EQ(file->os_error, ENAMETOOLONG);
+}
+
 TEST_F(HandleTest, ArgumentsOutOfRangeAreRefused) {
   EXPECT_FALSE(ka_img_open(file, picture.c_str(), 21));
   EXPECT_EQ(file->error, IMG_ERR_ARGUMENT);
@@ -122,6 +140,17 @@ TEST_F(HandleTest, LinesMoveOneWayWhileTheHandleIsOpen) {
   refused(ka_img_line_write, &line);
   refused(ka_img_image_read, image.get());
   refused(ka_img_image_write, image.get());
+}
+
+// The handle of a file whose header is damaged is open, and gives no lines.
+TEST_F(HandleTest, FilesThatFailedToOpenHaveNoLines) {
+  img_line line{};
+  for (const std::string& content : {std::string("P6\n2 x"), "II*" + std::string(20, '\0')}) {
+    EXPECT_FALSE(ka_img_open(file, scratch.write("a", content).c_str(), IMG_TYPE_FILE));
+    EXPECT_NE(file->error, IMG_ERR_FORMAT);
+    EXPECT_FALSE(ka_img_line_read(file, &line));
+    EXPECT_EQ(file->error, IMG_ERR_NOT_OPEN);
+  }
 }
 
 TEST_F(HandleTest, OpenHandlesThatAreUsedAgainAreClosedFirst) {

@@ -60,6 +60,60 @@ TEST(ImageBuffer, SizesThatOffsetsCannotReachAreRefused) {
   }
 }
 
+// Tables of lines without pixels, and lines of a format whose packing is not known here.
+TEST(ImageBuffer, HeightsOfShortFilesHaveALimit) {
+  const struct {
+    int format, width;
+    bool accepted;
+  } rows[] = {{IMG_FORMAT_TIF, 1, false}, {IMG_FORMAT_TIF, 0, true}, {IMG_FORMAT_CUSTOM, 1, true}};
+  for (const auto& [format, width, accepted] : rows) {
+    img_file shape{};
+    shape.format = format;
+    shape.width = width;
+    shape.height = 1 << 17;
+    shape.file_size = 100;
+    EXPECT_EQ(ka_img_image_size(&shape) != 0, accepted) << format << " " << width;
+  }
+}
+
+TEST(ImageBuffer, TypesOutOfRangeHaveNoLayout) {
+  const test::Image image = test::make_image(IMG_TYPE_S, 1, 1);
+  for (const int type : {-1, int(IMG_TYPE_COUNT), int(IMG_TYPE_FILE)}) {
+    img_file shape{};
+    img_line line{};
+    int components, bits;
+    shape.type = type;
+    EXPECT_EQ(ka_img_image_alloc(&shape), nullptr);
+    EXPECT_EQ(shape.error, IMG_ERR_ARGUMENT);
+    EXPECT_EQ(ka_img_line_alloc(&shape), nullptr);
+    EXPECT_FALSE(ka_img_convert(&line, &components, &bits, image.get(), 0, type));
+  }
+}
+
+// Without a message about types that nothing converts to.
+TEST(ImageBuffer, LinesOfCompatibleTypesAreCopied) {
+  const test::MessageLog log;
+  for (const auto& [from, to] : {std::pair{IMG_TYPE_A, IMG_TYPE_S},
+                                 {IMG_TYPE_S_16, IMG_TYPE_A_16},
+                                 {IMG_TYPE_VTA, IMG_TYPE_VTS},
+                                 {IMG_TYPE_VTS, IMG_TYPE_VTA},
+                                 {IMG_TYPE_COVERAGE, IMG_TYPE_Z},
+                                 {IMG_TYPE_N, IMG_TYPE_M},
+                                 {IMG_TYPE_A_FP, IMG_TYPE_S_FP}}) {
+    SCOPED_TRACE(from);
+    const auto count = std::size_t(ka_img_ncomp[from]);
+    const test::Planes planes(count, {0x3f, 0x2f, 0x1f});
+    const test::Image source = test::make_picture(from, 3, {planes});
+    const test::Image copy = test::make_image(to, 3, 1);
+    img_line line;
+    test::point_at(line, copy.get(), 0);
+    int components, bits;
+    EXPECT_TRUE(ka_img_convert(&line, &components, &bits, source.get(), 0, to));
+    EXPECT_EQ(test::planes_of(copy.get(), 0), planes);
+  }
+  EXPECT_TRUE(log.lines().empty());
+}
+
 TEST(ImageFile, LinesBeforeAFailureStay) {
   test::OpenFile file("P6\n1 3\n255\nabcdefgh", IMG_TYPE_RGBA);
   const test::Image image(ka_img_image_alloc(file));

@@ -114,6 +114,7 @@ TEST(Pic, HeaderHasTheSettings) {
     ASSERT_TRUE(out.write_line());
     ASSERT_TRUE(out.close());
     EXPECT_EQ(out.contents().substr(0, 104), header(1, 1, written_aspect, written_fields));
+    EXPECT_EQ(test::OpenFile(out.contents())->aspect, aspect > 0 ? aspect : 1);
   }
 }
 

@@ -47,6 +47,16 @@ TEST(Ppm, RefusesTheseHeaders) {
   }
 }
 
+// More than a byte for each of the 24 samples counts if the range does not fit a byte.
+TEST(Ppm, SamplesOfTwoBytesAreRefused) {
+  const std::string letters = kLetters;
+  test::expect_refusals({{"Whole", "P6\n4 2\n256\n" + letters + letters, IMG_ERR_SUBTYPE},
+                         {"CutOff", "P6\n4 2\n65535\n" + letters + "a", IMG_ERR_SUBTYPE}});
+  EXPECT_EQ(test::line_errors("P6\n4 2\n255\n" + letters + letters), (std::vector{0, 0}));
+  EXPECT_EQ(test::line_errors("P6\n4 2\n65535\n" + letters.substr(1)),
+            (std::vector{0, int(IMG_ERR_READ)}));
+}
+
 struct TextCase {
   const char* name;
   std::string pixels;

@@ -201,12 +201,12 @@ TEST(Quantel, CarriesFractionsAlongTheLine) {
   }
 }
 
-// A file holds a whole frame however many lines came: those that are missing are black, those
-// behind the last one are left out.
+// A file holds a whole frame however many lines came: those that are missing are black, those that
+// the frame has no room for are left out.
 TEST(Quantel, FramesAreWhole) {
   for (const int lines : {1, 17, 575, 576, 600}) {
     SCOPED_TRACE(lines);
-    test::NewFile out(kPal, kRgb, kWidth, kPalLines);
+    test::NewFile out(kPal, kRgb, kWidth, std::max(lines, int(kPalLines)));
     test::set_samples(test::plane(out.line(), 1), std::vector<std::uint8_t>(kWidth, 255));
     for (int y = 0; y < lines; ++y) ASSERT_TRUE(out.write_line());
     ASSERT_TRUE(out.close());

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <random>
 
 #include "pictures.h"
@@ -201,6 +202,12 @@ TEST(Rla, HeaderHasTheseNumbers) {
     std::string written = out.contents().substr(0, kHeaderBytes);
     written.replace(kDate, kDateBytes, kDateBytes, '\0');
     EXPECT_EQ(written, expected_header(2, 1, gamma_text, aspect_text, "a", ""));
+    written = test::written(kRla, kRgba, test::Lines(2, test::flat(2, {1, 2, 3, 4})));
+    written.replace(28, 15, std::string(gamma_text).append(15 - std::strlen(gamma_text), '\0'));
+    written.replace(572, 7, aspect_text);
+    test::OpenFile in(written);
+    EXPECT_FLOAT_EQ(in->gamma, std::strtof(gamma_text, nullptr));
+    EXPECT_FLOAT_EQ(in->aspect, aspect > 0 ? aspect : 1);
   }
 }
 

@@ -193,6 +193,19 @@ TEST(Tiff, PicturesAreRead) {
 
 // Rows that no buffer of the reader holds, plain and in packets; and more bytes without a meaning
 // before a packet than a buffer holds.
+TEST(Tiff, ByteCountsOfStripsMayBeMissing) {
+  const std::string file = directory({{256, kLong, {1}},
+                                      {257, kLong, {1}},
+                                      {258, kLong, {8}},
+                                      {259, kLong, {1}},
+                                      {262, kLong, {kBlackIsZero}},
+                                      {273, kLong, {0}}},
+                                     false);
+  std::string pointing = file + "a";
+  pointing.replace(8 + 2 + 5 * 12 + 8, 4, test::le(4, std::int64_t(file.size())));
+  test::expect_picture({"", pointing, IMG_FORMAT_TIF, IMG_TYPE_RGB, {{{'a'}, {'a'}, {'a'}}}});
+}
+
 TEST(Tiff, RowsMayBeLong) {
   constexpr unsigned width = 300'000;
   std::string row, packets(200'000, char(128));

@@ -145,13 +145,11 @@ TEST_F(VelDiff, ClaimedSizesTakeNoMemory) {
 #endif
   const std::string no_buffer = fatal("cannot allocate frame buffer");
   const std::string large = scratch.write("large.ppm", "P6\n30000 30000\n255\nabcdefghijk"),
-                    huge = scratch.write("huge.ppm", "P6\n60000 60000\n255\nabcdefghijk"),
-                    empty = scratch.write("empty.ppm", "P6\n0 100000000\n255\n");
+                    huge = scratch.write("huge.ppm", "P6\n60000 60000\n255\nabcdefghijk");
   const std::pair<std::string, std::string> rows[] = {
       {large, cannot_read(large, "can't read line 2 of 30000, incomplete file")},
       {huge, image_error(huge, "file format subtype or version not supported (File too large)") +
-                 no_buffer},
-      {empty, image_error(empty, "can't read line 1 of 100000000, incomplete file") + no_buffer}};
+                 no_buffer}};
   for (const auto& [name, messages] : rows) {
     for (const char* const option : {"-a", "-v"}) {
       const test::Outcome outcome = run({option, name, name});
