@@ -1,7 +1,7 @@
 # What `cmake --install` puts where: the library with its public headers, and what other builds find them by.
 include(CMakePackageConfigHelpers)
 
-install(TARGETS lumora EXPORT LumoraTargets
+install(TARGETS lumora_static lumora_shared EXPORT LumoraTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ka DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
         FILES_MATCHING PATTERN "*.h" PATTERN detail EXCLUDE)
@@ -16,8 +16,9 @@ install(EXPORT LumoraTargets NAMESPACE Lumora:: DESTINATION ${package_dir})
 install(FILES ${PROJECT_BINARY_DIR}/LumoraConfig.cmake ${PROJECT_BINARY_DIR}/LumoraConfigVersion.cmake
         DESTINATION ${package_dir})
 
-# pkg-config lumora, found from where its file stands, so that an installation can be moved. The library is C++ inside:
-# a program that links the archive needs the C++ runtime and the JPEG codec beside it. A shared library brings its own.
+# pkg-config lumora, found from where its file stands, so that an installation can be moved. The linker prefers the shared
+# library. It is C++ inside: a program that links the archive, pkg-config --static, needs the C++ runtime and the JPEG
+# codec beside it.
 if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
   set(pc_prefix ${CMAKE_INSTALL_PREFIX})
 else()
@@ -27,13 +28,5 @@ else()
 endif()
 cmake_path(APPEND pc_libdir "\${prefix}" ${CMAKE_INSTALL_LIBDIR})
 cmake_path(APPEND pc_includedir "\${prefix}" ${CMAKE_INSTALL_INCLUDEDIR})
-set(runtime_libraries "-ljpeg -lstdc++ -lm -pthread")
-if(BUILD_SHARED_LIBS)
-  set(pc_libs "")
-  set(pc_libs_private " ${runtime_libraries}")
-else()
-  set(pc_libs " ${runtime_libraries}")
-  set(pc_libs_private "")
-endif()
 configure_file(${CMAKE_CURRENT_LIST_DIR}/lumora.pc.in ${PROJECT_BINARY_DIR}/lumora.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/lumora.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

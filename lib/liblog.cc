@@ -86,9 +86,9 @@ bool give_to_handler(const ka_message_record& record, const char* line) {
 
 }  // namespace
 
-message_network network = {.is_slave = [] { return false; },
-                           .send = [](int, const ka_message_record&) { return true; },
-                           .abort = [](int) {}};
+message_network ka::network = {.is_slave = [] { return false; },
+                               .send = [](int, const ka_message_record&) { return true; },
+                               .abort = [](int) {}};
 
 void log_to_file(const char* line) {
   const int file = open_log(log_name());

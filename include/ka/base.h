@@ -6,13 +6,21 @@
 #include <stdint.h>
 #include <stdio.h>
 
+/* What stands between these two is exported; everything else of the library is hidden. */
+#define KA_EXPORT_BEGIN _Pragma("GCC visibility push(default)")
+#define KA_EXPORT_END _Pragma("GCC visibility pop")
+
 #ifdef __cplusplus
-#define KA_BEGIN_DECLS extern "C" {
-#define KA_END_DECLS }
+#define KA_BEGIN_DECLS \
+  extern "C" {         \
+  KA_EXPORT_BEGIN
+#define KA_END_DECLS \
+  KA_EXPORT_END      \
+  }
 #define KA_NORETURN [[noreturn]]
 #else
-#define KA_BEGIN_DECLS
-#define KA_END_DECLS
+#define KA_BEGIN_DECLS KA_EXPORT_BEGIN
+#define KA_END_DECLS KA_EXPORT_END
 #define KA_NORETURN _Noreturn
 #endif
 
