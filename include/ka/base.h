@@ -6,6 +6,16 @@
 #include <stdint.h>
 #include <stdio.h>
 
+/* The release that these headers belong to: KA_VERSION is 30200 for 3.2.0. */
+#define KA_VERSION_MAJOR 3
+#define KA_VERSION_MINOR 2
+#define KA_VERSION_PATCH 0
+#define KA_VERSION (KA_VERSION_MAJOR * 10000 + KA_VERSION_MINOR * 100 + KA_VERSION_PATCH)
+
+/* Made of the sizes of all public records. A library that has another number does not start for a
+ * program with this one. */
+#define KA_RECORDS 3688690388u
+
 /* What stands between these two is exported; everything else of the library is hidden. */
 #define KA_EXPORT_BEGIN _Pragma("GCC visibility push(default)")
 #define KA_EXPORT_END _Pragma("GCC visibility pop")
