@@ -2,19 +2,24 @@
 include(CMakePackageConfigHelpers)
 
 install(TARGETS lumora_static lumora_shared EXPORT LumoraTargets
-        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ka DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT development
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ka DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development
         FILES_MATCHING PATTERN "*.h" PATTERN detail EXCLUDE)
-install(FILES ${PROJECT_SOURCE_DIR}/docs/vel_diff.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES ${PROJECT_SOURCE_DIR}/docs/vel_diff.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)
+install(FILES CHANGELOG.md docs/library.md docs/pixels.md docs/formats.md DESTINATION ${CMAKE_INSTALL_DOCDIR}
+        COMPONENT development)
+install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development
+        FILES_MATCHING PATTERN "*.c" PATTERN "*.cc" PATTERN "*.h")
 
 # find_package(Lumora)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Lumora)
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/LumoraConfig.cmake.in
                               ${PROJECT_BINARY_DIR}/LumoraConfig.cmake INSTALL_DESTINATION ${package_dir})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/LumoraConfigVersion.cmake COMPATIBILITY SameMajorVersion)
-install(EXPORT LumoraTargets NAMESPACE Lumora:: DESTINATION ${package_dir})
+install(EXPORT LumoraTargets NAMESPACE Lumora:: DESTINATION ${package_dir} COMPONENT development)
 install(FILES ${PROJECT_BINARY_DIR}/LumoraConfig.cmake ${PROJECT_BINARY_DIR}/LumoraConfigVersion.cmake
-        DESTINATION ${package_dir})
+        DESTINATION ${package_dir} COMPONENT development)
 
 # pkg-config lumora, found from where its file stands, so that an installation can be moved. The linker prefers the shared
 # library. It is C++ inside: a program that links the archive, pkg-config --static, needs the C++ runtime and the JPEG
@@ -29,4 +34,4 @@ endif()
 cmake_path(APPEND pc_libdir "\${prefix}" ${CMAKE_INSTALL_LIBDIR})
 cmake_path(APPEND pc_includedir "\${prefix}" ${CMAKE_INSTALL_INCLUDEDIR})
 configure_file(${CMAKE_CURRENT_LIST_DIR}/lumora.pc.in ${PROJECT_BINARY_DIR}/lumora.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/lumora.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+install(FILES ${PROJECT_BINARY_DIR}/lumora.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
