@@ -1,23 +1,29 @@
 # What `cmake --install` puts where: the library with its public headers, and what other builds find them by.
 include(CMakePackageConfigHelpers)
 
-install(TARGETS lumora EXPORT LumoraTargets
-        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ka DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+install(TARGETS lumora_static lumora_shared EXPORT LumoraTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT development
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ka DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development
         FILES_MATCHING PATTERN "*.h" PATTERN detail EXCLUDE)
-install(FILES ${PROJECT_SOURCE_DIR}/docs/vel_diff.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES ${PROJECT_SOURCE_DIR}/docs/vel_diff.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)
+install(FILES CHANGELOG.md docs/library.md docs/pixels.md docs/formats.md DESTINATION ${CMAKE_INSTALL_DOCDIR}
+        COMPONENT development)
+install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development
+        FILES_MATCHING PATTERN "*.c" PATTERN "*.cc" PATTERN "*.h")
 
 # find_package(Lumora)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Lumora)
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/LumoraConfig.cmake.in
                               ${PROJECT_BINARY_DIR}/LumoraConfig.cmake INSTALL_DESTINATION ${package_dir})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/LumoraConfigVersion.cmake COMPATIBILITY SameMajorVersion)
-install(EXPORT LumoraTargets NAMESPACE Lumora:: DESTINATION ${package_dir})
+install(EXPORT LumoraTargets NAMESPACE Lumora:: DESTINATION ${package_dir} COMPONENT development)
 install(FILES ${PROJECT_BINARY_DIR}/LumoraConfig.cmake ${PROJECT_BINARY_DIR}/LumoraConfigVersion.cmake
-        DESTINATION ${package_dir})
+        DESTINATION ${package_dir} COMPONENT development)
 
-# pkg-config lumora, found from where its file stands, so that an installation can be moved. The library is C++ inside:
-# a program that links the archive needs the C++ runtime and the JPEG codec beside it. A shared library brings its own.
+# pkg-config lumora, found from where its file stands, so that an installation can be moved. The linker prefers the shared
+# library. It is C++ inside: a program that links the archive, pkg-config --static, needs the C++ runtime and the JPEG
+# codec beside it.
 if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
   set(pc_prefix ${CMAKE_INSTALL_PREFIX})
 else()
@@ -27,13 +33,5 @@ else()
 endif()
 cmake_path(APPEND pc_libdir "\${prefix}" ${CMAKE_INSTALL_LIBDIR})
 cmake_path(APPEND pc_includedir "\${prefix}" ${CMAKE_INSTALL_INCLUDEDIR})
-set(runtime_libraries "-ljpeg -lstdc++ -lm -pthread")
-if(BUILD_SHARED_LIBS)
-  set(pc_libs "")
-  set(pc_libs_private " ${runtime_libraries}")
-else()
-  set(pc_libs " ${runtime_libraries}")
-  set(pc_libs_private "")
-endif()
 configure_file(${CMAKE_CURRENT_LIST_DIR}/lumora.pc.in ${PROJECT_BINARY_DIR}/lumora.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/lumora.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+install(FILES ${PROJECT_BINARY_DIR}/lumora.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)

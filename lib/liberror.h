@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 
+namespace ka {
+
 // The layers of a network of hosts. The log stands below them: a process that takes part in a
 // network fills this in. A stand-alone process is no slave, and nothing that it sends goes out.
 struct message_network {
@@ -17,6 +19,10 @@ struct message_network {
   void (*abort)(int code);
 };
 extern message_network network;
+
+}  // namespace ka
+using ka::message_network;
+using ka::network;
 
 // Shows a record's line: log file, master, handler or standard error.
 void output_message(ka_message_record& record, bool may_forward);

@@ -99,9 +99,9 @@ void log_assertion(const char* expression, const char* file, int line) {
 
 }  // namespace
 
-message_network network = {.is_slave = [] { return false; },
-                           .send = [](int, const ka_message_record&) { return false; },
-                           .abort = [](int) {}};
+message_network ka::network = {.is_slave = [] { return false; },
+                               .send = [](int, const ka_message_record&) { return false; },
+                               .abort = [](int) {}};
 
 void log_to_file(const char* line) {
   const int file = open_log(log_name());

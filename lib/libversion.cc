@@ -1,5 +1,6 @@
 // Version banner: the library's release and the versions of all modules.
 #include <array>
+#include <string_view>
 
 #include <ka/detail/versions.h>
 #include <ka/message.h>
@@ -9,6 +10,13 @@
 namespace {
 
 constexpr char kArchitecture[] = "Linux 2.4.7-10 (RedHat 7.2, glibc-2.2.4-13), i686, gcc3";
+
+#define NUMBER_TEXT(number) #number
+#define VERSION_TEXT(major, minor, patch) \
+  NUMBER_TEXT(major) "." NUMBER_TEXT(minor) "." NUMBER_TEXT(patch) "."
+static_assert(std::string_view(ka::kRelease)
+                  .substr(ka::kReleaseMarker.size())
+                  .starts_with(VERSION_TEXT(KA_VERSION_MAJOR, KA_VERSION_MINOR, KA_VERSION_PATCH)));
 
 }  // namespace
 

@@ -5,19 +5,25 @@
 
 #include <ka/detail/owned.h>
 
+namespace ka {
+
 struct RegistryItem {
-  ka::Owned<char> key, value;  // may be empty
+  Owned<char> key, value;  // may be empty
 
   [[nodiscard]] RegistryItem copy() const;
 };
 
 struct RegistryEntry {
-  ka::vector<RegistryItem> items;
+  vector<RegistryItem> items;
 
   [[nodiscard]] RegistryEntry copy() const;
   // The item that holds the entry's value, null: none.
   [[nodiscard]] const RegistryItem* value_item() const;
 };
+
+}  // namespace ka
+using ka::RegistryEntry;
+using ka::RegistryItem;
 
 [[nodiscard]] bool registry_is_started();
 

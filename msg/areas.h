@@ -6,6 +6,8 @@
 
 #include <ka/trans.h>
 
+namespace ka {
+
 class AreaTable {
  public:
   // Remembers a module's area; a null function keeps the one that was given earlier.
@@ -32,3 +34,6 @@ class AreaTable {
   };
   std::array<Entry, KA_MODULE_COUNT> entries_{};  // indexed by module
 };
+
+}  // namespace ka
+using ka::AreaTable;

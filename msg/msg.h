@@ -6,6 +6,8 @@ void ka_msg_early_init();
 // Unregisters the calling thread and deletes what ka_msg_early_init made.
 void ka_msg_late_exit();
 
+namespace ka {
+
 // While one stands, nobody who goes through ka_msg_tls_info looks at the calling thread's areas.
 class HiddenAreas {
  public:
@@ -17,3 +19,6 @@ class HiddenAreas {
  private:
   bool were_hidden_;
 };
+
+}  // namespace ka
+using ka::HiddenAreas;

@@ -189,12 +189,21 @@ void ka_msg_late_exit() {
   pthread_key_delete(key);
 }
 
-int ka_lumoralib_attach_process() {
+int ka_lumoralib_attach(int version, unsigned records) {
+  if (version / 10000 != KA_VERSION_MAJOR || records != KA_RECORDS) {
+    const ka::ModuleScope scope(KA_MSG);
+    ka_fatal("compiled for records %u of release %d.%d.%d, but run with %u of %d.%d.%d", records,
+             version / 10000, version / 100 % 100, version % 100, KA_RECORDS, KA_VERSION_MAJOR,
+             KA_VERSION_MINOR, KA_VERSION_PATCH);
+  }
+  if (table_lock.handle) return 1;
   ka_lib_init_subverbosity();
   ka_msg_early_init();
   ka::start_lib();
   return 1;
 }
+
+int(ka_lumoralib_attach_process)() { return ka_lumoralib_attach_process(); }
 
 void ka_lumoralib_detach_process() { ka_msg_late_exit(); }
 

@@ -11,6 +11,8 @@
 
 #include "transrecord.h"
 
+using namespace ka;
+
 namespace {
 
 struct Tags {

@@ -9,6 +9,8 @@
 #include <ka/message.h>
 #include <ka/trans.h>
 
+using namespace ka;
+
 namespace {
 
 constexpr std::uint32_t kRootBeginTime = 2;
@@ -206,6 +208,8 @@ void for_each_record(Function function) {
 
 }  // namespace
 
+namespace ka {
+
 constinit std::array<trans_kind, kTransKinds> trans_kinds = {
     {{"transaction", KA_TRANS_TRANSACTION, {}, {}, nullptr},
      {"session", KA_TRANS_SESSION, {}, {}, nullptr},
@@ -217,7 +221,7 @@ trans_kind* trans_kind_of(int element_type) {
 }
 
 const ka::StoreOperations* trans_store() { return store; }
-void ka::set_store_operations(const StoreOperations* operations) { store = operations; }
+void set_store_operations(const StoreOperations* operations) { store = operations; }
 
 void trans_records_start() {
   ka_init_lock(&trans_lock);
@@ -313,6 +317,8 @@ trans_failure trans_unlink(trans_kind& kind, const trans_record* record) {
   store->remove(tag, serial);
   return trans_failure::kNone;
 }
+
+}  // namespace ka
 
 std::uint32_t ka_trans_get_lowttime() {
   const ka::ModuleScope scope(KA_TRANS);

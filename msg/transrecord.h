@@ -10,6 +10,8 @@
 
 #include "areas.h"
 
+namespace ka {
+
 // One transaction, session or world.
 struct trans_record {
   static constexpr std::size_t kParents = 64;
@@ -82,4 +84,6 @@ enum class trans_failure { kNone, kNotFound, kChild };
 [[nodiscard]] trans_failure trans_unlink(trans_kind& kind, const trans_record* record);
 
 // The operations of the store; null before it starts.
-const ka::StoreOperations* trans_store();
+const StoreOperations* trans_store();
+
+}  // namespace ka

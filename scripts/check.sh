@@ -1,6 +1,6 @@
 #!/bin/bash
 # The checks of a developer, beside scripts/test.sh: formatting, a second compiler with all warnings, static analysis,
-# the thread sanitizer, the shared library, the manual page.
+# the thread sanitizer, tools with the shared library, the manual page, Debian packages.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -31,6 +31,11 @@ if setarch --addr-no-randomize true 2> /dev/null; then as_laid_out=(setarch --ad
 cmake --preset tsan
 "${as_laid_out[@]}" cmake --build --preset tsan --parallel "$jobs"
 "${as_laid_out[@]}" ctest --preset tsan --parallel "$jobs"
+
+say "Packages"
+cmake --preset release
+cmake --build --preset release --parallel "$jobs"
+LUMORA_CLEAN_ROOT=1 ctest --preset release -R install.packages
 
 say "Shared library"
 cmake --preset shared

@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(g++ cmake ninja-build libjpeg62-turbo-dev libgtest-dev libbenchmark-dev pkgconf)
 if [[ ${1-} == check ]]; then
-  packages+=(clang-14 clang-tidy-14 clang-format-14 libclang-rt-14-dev mandoc)
+  packages+=(clang-14 clang-tidy-14 clang-format-14 libclang-rt-14-dev mandoc lintian debootstrap)
 fi
 
 if ! command -v dpkg-query > /dev/null; then

@@ -48,9 +48,13 @@ void ka_wakeup(ka_waitchan* channel);           /* wakes one sleeper, now or lat
 void ka_msg_usleep(unsigned microseconds);
 
 /* Attaches the calling thread, as thread 0, to the library. The first call of every program that
- * uses it.
+ * uses it; a further one changes nothing. A program whose headers have other public records than
+ * the library, or belong to another major release, is ended with a fatal message.
  *   Returns  1; a system that cannot give a thread-specific key ends the process. */
 int ka_lumoralib_attach_process(void);
+int ka_lumoralib_attach(int version, unsigned records);
+/* Calls go here, with what the caller was compiled with; the address is that of the function. */
+#define ka_lumoralib_attach_process() ka_lumoralib_attach(KA_VERSION, KA_RECORDS)
 /* Releases what the calling thread holds of the library. Nothing of the library is used afterwards.
  */
 void ka_lumoralib_detach_process(void);

@@ -1,6 +1,6 @@
 #!/bin/bash
 # Installs a built tree into a folder of its own, then builds and runs a program against what was installed: in C and in
-# C++, found by CMake and by pkg-config.
+# C++, with the archive and with the shared library, found by CMake and by pkg-config.
 #   install_test.sh CMAKE GENERATOR BUILD-FOLDER WORK-FOLDER C-COMPILER C++-COMPILER
 set -euo pipefail
 cmake=$1 generator=$2 build=$3 work=$4/work cc=$5 cxx=$6
@@ -23,17 +23,23 @@ check() {
 rm -rf "$work"
 "$cmake" --install "$build" --prefix "$prefix" > /dev/null
 [[ -f $prefix/share/man/man1/vel_diff.1 ]] || fail "the manual page is not installed"
+[[ -f $prefix/share/doc/lumora/library.md ]] || fail "the guide is not installed"
 [[ ! -e $prefix/include/ka/detail ]] || fail "private headers are installed"
 config=$(find "$prefix" -name LumoraConfig.cmake)
 pc=$(find "$prefix" -name lumora.pc)
 export LD_LIBRARY_PATH=${pc%/pkgconfig/*}${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}
 
-for language in C CXX; do
-  "$cmake" -S "$source" -B "$work/$language" -G "$generator" -D CONSUMER_LANGUAGE=$language -D Lumora_DIR="${config%/*}" \
-    -D CMAKE_C_COMPILER="$cc" -D CMAKE_CXX_COMPILER="$cxx" --no-warn-unused-cli > "$work/log" || fail "$(cat "$work/log")"
-  "$cmake" --build "$work/$language" > "$work/log" || fail "$(cat "$work/log")"
-  check "$work/$language/consumer"
+for kind in static shared; do
+  for language in C CXX; do
+    folder=$work/$kind-$language
+    "$cmake" -S "$source" -B "$folder" -G "$generator" -D CONSUMER_LANGUAGE=$language -D CONSUMER_KIND=$kind \
+      -D Lumora_DIR="${config%/*}" -D CMAKE_C_COMPILER="$cc" -D CMAKE_CXX_COMPILER="$cxx" --no-warn-unused-cli \
+      > "$work/log" || fail "$(cat "$work/log")"
+    "$cmake" --build "$folder" > "$work/log" || fail "$(cat "$work/log")"
+    check "$folder/consumer"
+  done
 done
+! ldd "$work/static-C/consumer" | grep liblumora || fail "the shared library was linked in place of the archive"
 
 if ! command -v pkg-config > /dev/null; then
   echo "pkg-config is not installed: its half of the test is left out"

@@ -8,7 +8,9 @@
 #include <cstddef>
 #include <cstdint>
 
+namespace ka {
 struct trans_record;
+}
 
 struct ka_context {
   static constexpr std::int32_t kStackSize = 20480;  // entries of the module stack
@@ -17,9 +19,9 @@ struct ka_context {
   std::int32_t thread;  // index in the thread table, 0 to 1023; 1024: the network thread
   std::uint32_t transaction, session, world;  // tags, 0: the default
   std::int32_t host;                          // -1: not part of a network of hosts
-  trans_record* transaction_record;
-  trans_record* session_record;
-  trans_record* world_record;
+  ka::trans_record* transaction_record;
+  ka::trans_record* session_record;
+  ka::trans_record* world_record;
   void** transaction_areas;  // each: KA_MODULE_COUNT pointers indexed by module
   void** session_areas;
   void** world_areas;
