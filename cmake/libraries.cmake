@@ -18,11 +18,13 @@ add_library(lumora_internal STATIC EXCLUDE_FROM_ALL ${objects})
 lumora_library(lumora_internal ${LUMORA_CODEC})
 
 # One object in which everything but the public names has become local, so that a program may have the same names. Groups
-# of sections go first: they would still be compared with the program's by name.
+# of sections go first: they would still be compared with the program's by name. Only the linker of binutils does that.
+find_program(LUMORA_LD ld.bfd REQUIRED)
+find_program(LUMORA_OBJCOPY objcopy REQUIRED)
 set(packed ${PROJECT_BINARY_DIR}/lumora_packed.o)
 add_custom_command(OUTPUT ${packed} DEPENDS ${objects} VERBATIM COMMAND_EXPAND_LISTS
-  COMMAND ${CMAKE_LINKER} -r --force-group-allocation -o ${packed}.all "${objects}"
-  COMMAND ${CMAKE_OBJCOPY} --localize-hidden --wildcard --keep-global-symbol=ka_* --keep-global-symbol=__assert
+  COMMAND ${LUMORA_LD} -r --force-group-allocation -o ${packed}.all "${objects}"
+  COMMAND ${LUMORA_OBJCOPY} --localize-hidden --wildcard --keep-global-symbol=ka_* --keep-global-symbol=__assert
           ${packed}.all ${packed}
   COMMAND ${CMAKE_COMMAND} -E rm ${packed}.all)
 add_library(lumora_static STATIC ${scope} ${packed})
