@@ -32,10 +32,11 @@ struct PageSlot;
 
 // A page in memory: this record and its bytes. Linked while no thread holds it.
 struct alignas(std::max_align_t) Page : Link {
-  explicit Page(PageSlot* page_slot) : slot(page_slot) {}
+  Page(PageSlot* page_slot, bool usual) : slot(page_slot), is_usual(usual) {}
   [[nodiscard]] std::uint8_t* bytes() { return reinterpret_cast<std::uint8_t*>(this + 1); }
 
   PageSlot* slot;
+  bool is_usual;  // its memory serves any page of the usual size
 };
 
 // One page of a level. While threads hold the page, the stripe lock guards both; while none does,
@@ -158,6 +159,9 @@ ka::Page* cache_page_hold(ka::CacheThread& thread, ka::CacheRecord& record, std:
 // freed, without it goes to the unused list; pages of removed images are always freed.
 //   Returns  the number of pages that were freed.
 int flush_one_page(ka::CacheRecord& record, std::uint32_t page, bool release);
+// Gives the memory that dropped pages have left back; without `wait` only when no other thread uses
+// it. Returns how many pages.
+int cache_reserve_clear(bool wait);
 // Frees up to n unused pages, the oldest first. Without `wait`, none when another thread has the
 // list.
 //   Returns  their number; they are counted as flushed.

@@ -118,6 +118,7 @@ void img_cache_exit() {
   }
   cache_threads_clear();
   cache_files_clear();
+  cache_reserve_clear(true);
   ka::max_allocated = 0;
   ka::n_flushes = 0;
 }
@@ -125,8 +126,9 @@ void img_cache_exit() {
 int img_cache_memory_limit(ImageContext& context, std::int64_t bytes) {
   const std::int64_t pages = std::min<std::int64_t>(bytes / std::int64_t{ka::kPageBase} + 1,
                                                     std::numeric_limits<int>::max());
-  const std::int64_t freed =
-      unused_page_flush(static_cast<int>(std::max<std::int64_t>(pages, 0)), false);
+  std::int64_t freed = cache_reserve_clear(false);
+  freed += unused_page_flush(static_cast<int>(std::max<std::int64_t>(pages, 0)), false);
+  cache_reserve_clear(false);  // where the memory of these pages is now
   if (freed * std::int64_t{ka::kPageBase} < bytes) {
     context.memory_low = true;
     ka::cache_memory_requests.fetch_add(1, std::memory_order_relaxed);

@@ -169,6 +169,7 @@ ka::CacheFile* any_file() {
 void end_registration(ka::CacheThread* thread, ka::CacheFile* file) {
   for (ka::CacheRecord* const level : file->levels) cache_invalidate(thread, *level);
   ka::cache_alarms.fetch_add(1, std::memory_order_release);
+  cache_reserve_clear(false);
   cache_file_drop(file);
 }
 

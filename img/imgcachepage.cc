@@ -2,7 +2,11 @@
 #include <errno.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cstring>
+#include <mutex>
+#include <utility>
 
 #include <ka/detail/scope.h>
 #include <ka/endian.h>
@@ -19,16 +23,66 @@ constexpr std::uint32_t kCheckMask = 0xff;  // pages are counted with every 256t
 constexpr int kKeptPages = 256;             // that a thread never loses
 constexpr int kManyPages = 289;  // from here on a thread takes part in keeping the budget
 
+// Memory of pages that were dropped, for the next ones: the system would take batches of them back
+// and hand out fresh pages one fault at a time, which costs as much as reading them.
+class Reserve {
+ public:
+  // Null when there is none.
+  void* take() {
+    const std::scoped_lock locked(lock_);
+    return count_ > 0 ? blocks_[--count_] : nullptr;
+  }
+  // False when the cache has as much as its budget.
+  bool keep(void* block) {
+    const std::scoped_lock locked(lock_);
+    if (count_ == blocks_.size() || ka::allocated + int(count_) >= ka::cache_maxpages) return false;
+    blocks_[count_++] = block;
+    return true;
+  }
+  // Releases all of it; without `wait` only when no other thread is here. Returns how many.
+  int clear(bool wait) {
+    std::array<void*, kBlocks> blocks;
+    std::size_t count = 0;
+    {
+      std::unique_lock locked(lock_, std::defer_lock);
+      if (wait) {
+        locked.lock();
+      } else if (!locked.try_lock()) {
+        return 0;
+      }
+      std::swap(count, count_);
+      std::copy_n(blocks_.begin(), count, blocks.begin());
+    }
+    for (std::size_t i = 0; i < count; ++i) ka_mem_release(blocks[i]);
+    return int(count);
+  }
+
+ private:
+  static constexpr std::size_t kBlocks = 512;
+
+  std::mutex lock_;
+  std::array<void*, kBlocks> blocks_{};
+  std::size_t count_ = 0;
+};
+constinit Reserve reserve;
+
+// Pages of about the usual size have memory of the same size.
+bool is_usual(std::uint32_t bytes) { return bytes <= ka::kPageBase && bytes > ka::kPageBase / 2; }
+
 struct ReleasePage {
-  void operator()(ka::Page* page) const { ka_mem_release(page); }
+  void operator()(ka::Page* page) const {
+    if (!page->is_usual || !reserve.keep(page)) ka_mem_release(page);
+  }
 };
 using OwnedPage = std::unique_ptr<ka::Page, ReleasePage>;
 
 OwnedPage make_page(ka::PageSlot& slot, std::uint32_t bytes) {
-  const std::size_t size = sizeof(ka::Page) + bytes;
-  void* memory = ka_mem_doalloc(__FILE__, __LINE__, KA_IMG, size, 0);  // the file fills it
+  const bool usual = is_usual(bytes);
+  const std::size_t size = sizeof(ka::Page) + (usual ? std::size_t{ka::kPageBase} : bytes);
+  void* memory = usual ? reserve.take() : nullptr;
+  if (!memory) memory = ka_mem_doalloc(__FILE__, __LINE__, KA_IMG, size, 0);  // the file fills it
   if (!memory) memory = ka_mem_allocate(size);
-  return OwnedPage(new (memory) ka::Page(&slot));
+  return OwnedPage(new (memory) ka::Page(&slot, usual));
 }
 
 // Reads the bytes of a page; a file that ends early gives zeros. False with errno.
@@ -285,6 +339,7 @@ void check_memory(ka::CacheThread& thread) {
     memory_low.store(false, std::memory_order_relaxed);
     thread.memory_requests = requests;
     if (thread.held > kKeptPages) n_pages_flush(thread, thread.held - kKeptPages);
+    cache_reserve_clear(true);
   } else if ((ka::recent_page.calls & kCheckMask) == 0 && thread.held >= kManyPages) {
     keep_budget(thread);
   }
@@ -303,6 +358,8 @@ void check_memory(ka::CacheThread& thread) {
 }
 
 }  // namespace
+
+int cache_reserve_clear(bool wait) { return reserve.clear(wait); }
 
 void ka::begin_cache_operation() { ++recent_page.operations; }
 
