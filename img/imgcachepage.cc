@@ -6,6 +6,7 @@
 #include <array>
 #include <cstring>
 #include <mutex>
+#include <thread>
 #include <utility>
 
 #include <ka/detail/scope.h>
@@ -136,6 +137,26 @@ OwnedPage take_unused(ka::Page& page) {
 
 ka::Page* oldest_unused() { return static_cast<ka::Page*>(ka::unused_pages.next); }
 
+// Holds a stripe. Another thread keeps one for as long as reading a page takes, which is shorter than
+// being put to sleep and woken.
+class StripeScope {
+ public:
+  explicit StripeScope(std::mutex& stripe) : stripe_(stripe) {
+    constexpr int tries = 30;
+    for (int i = 0; i < tries; ++i) {
+      if (stripe_.try_lock()) return;
+      std::this_thread::yield();
+    }
+    stripe_.lock();
+  }
+  ~StripeScope() { stripe_.unlock(); }
+  StripeScope(const StripeScope&) = delete;
+  StripeScope& operator=(const StripeScope&) = delete;
+
+ private:
+  std::mutex& stripe_;
+};
+
 // The slot's page with one holder more; null when it is not in memory. Before: its stripe is held.
 ka::Page* hold_loaded(ka::PageSlot& slot) {
   ka::Page* page = slot.page.load(std::memory_order_relaxed);
@@ -178,7 +199,7 @@ constinit int ka::n_unused_pages = 0;
 ka::Page* cache_page_hold(ka::CacheThread& thread, ka::CacheRecord& record, std::uint32_t number) {
   ka::PageSlot& slot = record.slots[number];
   {
-    const std::scoped_lock locked(record.stripe(number));
+    const StripeScope locked(record.stripe(number));
     if (ka::Page* const page = hold_loaded(slot)) return page;
   }
   const int fd = fd_get(thread, record);
@@ -186,7 +207,7 @@ ka::Page* cache_page_hold(ka::CacheThread& thread, ka::CacheRecord& record, std:
   OwnedPage fresh = make_page(slot, record.bytes_of(number));
   int failure = 0;
   {
-    const std::scoped_lock locked(record.stripe(number));
+    const StripeScope locked(record.stripe(number));
     if (ka::Page* const page = hold_loaded(slot)) return page;  // another thread was faster
     if (load(*fresh, record, number, fd)) {
       slot.page.store(fresh.get(), std::memory_order_relaxed);
@@ -206,7 +227,7 @@ ka::Page* cache_page_hold(ka::CacheThread& thread, ka::CacheRecord& record, std:
 int flush_one_page(ka::CacheRecord& record, std::uint32_t number, bool release) {
   ka::PageSlot& slot = record.slots[number];
   OwnedPage gone;
-  const std::scoped_lock locked(record.stripe(number));
+  const StripeScope locked(record.stripe(number));
   if (--slot.holders > 0) return 0;
   ka::Page& page = *slot.page.load(std::memory_order_relaxed);
   if (release || !record.valid.load(std::memory_order_relaxed)) {
@@ -235,7 +256,7 @@ void cache_level_clear(ka::CacheRecord& record) {
   int freed = 0;
   for (std::uint32_t number = 0; number < record.pages; ++number) {
     ka::PageSlot& slot = record.slots[number];
-    const std::scoped_lock locked(record.stripe(number));
+    const StripeScope locked(record.stripe(number));
     if (slot.holders > 0 || !slot.page.load(std::memory_order_relaxed)) continue;
     const std::scoped_lock locked_list(ka::unused_pages_lock);
     ka::Page* const page = slot.page.load(std::memory_order_relaxed);
