@@ -147,6 +147,7 @@ std::jthread reader(std::uint64_t seed) {
 void BM_threads(benchmark::State& state) {
   for (auto _ : state) {
     std::vector<std::jthread> threads;
+    threads.reserve(std::size_t(state.range(0)));
     for (int i = 0; i < state.range(0); ++i) threads.push_back(reader(std::uint64_t(i)));
   }
   state.SetItemsProcessed(state.iterations() * state.range(0) * kAccesses);
@@ -210,7 +211,7 @@ int main(int argc, char** argv) {
   ka_mem_init();
   ka_img_init();
   ka_trans_init();
-  const Texture held;
+  static const Texture held;
   texture = &held;
   benchmark::Initialize(&argc, argv);
   benchmark::RunSpecifiedBenchmarks();

@@ -32,6 +32,12 @@ Tags current_tags() {
   return {context.world, context.session, context.transaction};
 }
 
+void leave(const Position& position) {
+  trans_leave(trans_kinds[kTransaction], position.transaction);
+  trans_leave(trans_kinds[kSession], position.session);
+  trans_leave(trans_kinds[kWorld], position.world);
+}
+
 // The thread goes from its position to another one, and leaves the old records.
 void enter(const Tags& tags, const Position& position) {
   ka_context& context = ka::context();
@@ -45,15 +51,7 @@ void enter(const Tags& tags, const Position& position) {
   context.world_areas = position.world->areas.data();
   context.session_areas = position.session->areas.data();
   context.transaction_areas = position.transaction->areas.data();
-  trans_leave(trans_kinds[kTransaction], old.transaction);
-  trans_leave(trans_kinds[kSession], old.session);
-  trans_leave(trans_kinds[kWorld], old.world);
-}
-
-void leave(const Position& position) {
-  trans_leave(trans_kinds[kTransaction], position.transaction);
-  trans_leave(trans_kinds[kSession], position.session);
-  trans_leave(trans_kinds[kWorld], position.world);
+  leave(old);
 }
 
 // Attaches to the records of a position that `position` lacks, none of them younger than
