@@ -22,7 +22,7 @@ constexpr unsigned kHostShift = 25, kPageShift = 10;
 constexpr std::uint32_t kJobBit = 1U << 24;
 constexpr std::size_t kPageCount = 32768;     // of a host
 constexpr std::size_t kFirstDataPage = 1;     // so that no tag is 0
-constexpr std::size_t kFirstJobPage = 16384;  // behind it all pages are those of jobs
+constexpr std::size_t kFirstJobPage = 16384;  // all pages from here on are those of jobs
 constexpr std::size_t kSlots = 1024;          // of a page
 constexpr std::uint32_t kOwnHost = 0;         // in the tags of a stand-alone process
 
@@ -115,7 +115,7 @@ Pinned pin(ka_db_entry& entry);
 void unpin(std::uint16_t slot);
 
 // Makes the data of an in-memory job element invisible, so that a thread which pins it from now on
-// waits for the entry's lock, which the caller holds. Unless somebody had pinned it before: then
+// waits for the entry's lock, which the caller holds. Unless a thread had pinned it before: then
 // the data stay.
 class HiddenData {
  public:
@@ -148,7 +148,7 @@ Produced produce(std::uint32_t tag, ka_db_entry& entry, std::uint16_t pin_slot);
 // Gives the data of an unpinned element back to its job or to the memory manager. The caller holds
 // the entry's lock. False: there are none, or they are pinned.
 bool flush_locked(std::uint32_t tag, ka_db_entry& entry);
-// The data of an element on disk go: its job hears of it. The caller holds the entry's lock.
+// Removes the data of an element on disk and reports it to the job. The caller holds the entry's lock.
 void drop_disk_data(std::uint32_t tag, ka_db_entry& entry);
 void report_lost_data(std::uint32_t tag, ka_db_entry& entry);  // the same without a file
 // Ends the job of an element that is about to go. The caller holds the entry's lock.

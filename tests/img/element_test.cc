@@ -172,6 +172,17 @@ TEST_F(Elements, TellWhatCannotBeLoadedAndTryAgain) {
   EXPECT_EQ(errors.back(), "101002 cannot read texture " + cut);
 }
 
+// A small file may claim a large picture.
+TEST_F(Elements, PicturesWithoutLinesAreNotFiltered) {
+  const std::string path = scratch_.write("short", "P6\n64 64\n255\nabc");
+  test::Handle file;
+  ASSERT_TRUE(ka_img_open(file, path.c_str(), IMG_TYPE_RGBA));
+  file->pyramid = 1;
+  const test::Image image(ka_img_image_alloc(file));
+  const auto lines = messages_of([&] { EXPECT_FALSE(ka_img_image_read(file, image.get())); });
+  EXPECT_EQ(std::ranges::count(lines, "starting to filter image pyramid"), 0);
+}
+
 TEST_F(Elements, ImagesAreMadeAndMadeAnew) {
   std::uint32_t tag = 0;
   img_file shape{};

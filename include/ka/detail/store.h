@@ -22,7 +22,7 @@ struct StoredElement {
 };
 
 struct StoreOperations {
-  // Creates an element of the default transaction, which nobody sees before it has its data. Called
+  // Creates an element of the default transaction, which other threads see only with its data. Called
   // with the lock of the records.
   std::uint32_t (*create)(int type, const std::uint32_t* words, std::size_t count,
                           std::uint32_t stamp);
