@@ -35,7 +35,7 @@ void convert(img_image* to, const img_image* from) {
     img_line source, destination;
     ka::set_line(&source, from, y);
     ka::set_line(&destination, to, y);
-    img_convert(&destination, &source, to->type, from->type, kWeights, from->width);
+    ka::img_convert(&destination, &source, to->type, from->type, kWeights, from->width);
   }
 }
 

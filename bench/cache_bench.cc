@@ -40,7 +40,7 @@ class Texture {
     file = {};
     if (!ka_img_open(&file, path_.c_str(), IMG_TYPE_FILE)) std::abort();
     const auto memory = [](void*, std::size_t bytes) { return ka_mem_allocate(bytes); };
-    image_ = img_cache_image_make(&file, memory, nullptr);
+    image_ = ka::img_cache_image_make(&file, memory, nullptr);
   }
   ~Texture() { std::filesystem::remove(path_); }
   Texture(const Texture&) = delete;

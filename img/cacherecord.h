@@ -149,16 +149,14 @@ inline void count_flushed(int pages) {
   n_flushes.fetch_add(pages, std::memory_order_relaxed);
 }
 
-}  // namespace ka
-
 // Pages (imgcachepage.cc).
 
 // Takes the page for the thread, loading it when it is not in memory; null when it cannot be read.
-ka::Page* cache_page_hold(ka::CacheThread& thread, ka::CacheRecord& record, std::uint32_t page);
+Page* cache_page_hold(CacheThread& thread, CacheRecord& record, std::uint32_t page);
 // Lets go of a page that a thread holds. With `release` a page that no thread holds any more is
 // freed, without it goes to the unused list; pages of removed images are always freed.
 //   Returns  the number of pages that were freed.
-int flush_one_page(ka::CacheRecord& record, std::uint32_t page, bool release);
+int flush_one_page(CacheRecord& record, std::uint32_t page, bool release);
 // Gives the memory that dropped pages have left back; without `wait` only when no other thread uses
 // it. Returns how many pages.
 int cache_reserve_clear(bool wait);
@@ -167,21 +165,21 @@ int cache_reserve_clear(bool wait);
 //   Returns  their number; they are counted as flushed.
 int unused_page_flush(int n, bool wait);
 // Frees the unused pages of a removed level and counts them as flushed.
-void cache_level_clear(ka::CacheRecord& record);
+void cache_level_clear(CacheRecord& record);
 
 // The thread's pages and records (imgcachethread.cc).
 
 // Lets go of the n pages that were used least recently.
-void n_pages_flush(ka::CacheThread& thread, int n);
+void n_pages_flush(CacheThread& thread, int n);
 // Lets go of a level: its pages, its file's descriptor, its record.
-void context_image_flush(ka::CacheThread& thread, ka::CacheRecord& record);
+void context_image_flush(CacheThread& thread, CacheRecord& record);
 // The same for all levels. With `release` pages are freed, without it they become unused.
-void cache_thread_clear(ka::CacheThread& thread, bool release);
+void cache_thread_clear(CacheThread& thread, bool release);
 // Lets every thread state go of everything; no other thread uses images meanwhile.
 void cache_threads_clear();
 // A descriptor of the record's file, which stays the thread's; -1 after an error message, one for
 // each file, when it cannot be opened or is another file by now.
-int fd_get(ka::CacheThread& thread, ka::CacheRecord& record);
+int fd_get(CacheThread& thread, CacheRecord& record);
 
 // How many files a thread may keep open, at least 1 (imgcache.cc).
 int cache_descriptors();
@@ -189,10 +187,12 @@ int cache_descriptors();
 // Files and levels (imgcachefile.cc).
 
 // The level whose header is at an address, with a reference for the calling thread; null: none.
-ka::CacheRecord* cache_record_attach(const img_image* image);
+CacheRecord* cache_record_attach(const img_image* image);
 // Drops a reference of a file; the last one deletes it.
-void cache_file_drop(ka::CacheFile* file);
+void cache_file_drop(CacheFile* file);
 // Marks a level as removed and frees what no other thread holds of it.
-void cache_invalidate(ka::CacheThread* thread, ka::CacheRecord& record);
+void cache_invalidate(CacheThread* thread, CacheRecord& record);
 // Forgets every image; their headers remain their owners'.
 void cache_files_clear();
+
+}  // namespace ka

@@ -30,7 +30,7 @@ bool holds_any_color(const img_image* image) {
   return image->bits == kFloatBits || image->type == IMG_TYPE_RGBE;
 }
 
-bool needs_gamma(const ImageContext& context, const img_image* image) {
+bool needs_gamma(const ka::ImageContext& context, const img_image* image) {
   return context.gamma_active && image->bits < kFloatBits;
 }
 
@@ -57,7 +57,7 @@ void desaturate(float color[3], float max) {
   }
 }
 
-Color clip(const ImageContext& context, Color color) {
+Color clip(const ka::ImageContext& context, Color color) {
   const Color positive = color > 0.0F ? color : Color{};
   float alpha = positive[3];
   if (context.color_clip == IMG_CLIP_RAISE_ALPHA) {
@@ -177,12 +177,12 @@ void store_rgbe(const Where<std::uint8_t>& pixel, Color color) {
 }
 
 // Threads draw from states of their own, so that no number is waited for.
-float dither_offset(const ImageContext& context) {
+float dither_offset(const ka::ImageContext& context) {
   return context.dither ? ka_taskrandom(ka_thread_get()) - 0.5F : 0.0F;
 }
 
 // The samples from 0 to `largest` that are nearest to a colour, after a random offset.
-Samples nearest(const ImageContext& context, Color color, float largest) {
+Samples nearest(const ka::ImageContext& context, Color color, float largest) {
   return __builtin_convertvector(
       ka::clamp_to(color * largest + dither_offset(context), largest) + 0.5F, Samples);
 }
@@ -211,7 +211,7 @@ Color fetch_samples(const img_image* image, int x, int y) {
 }
 
 template <template <typename> class Where>
-void store_samples(const ImageContext& context, img_image* image, Color color, int x, int y) {
+void store_samples(const ka::ImageContext& context, img_image* image, Color color, int x, int y) {
   using Byte = Where<std::uint8_t>;
   if (image->type == IMG_TYPE_RGBE) return store_rgbe(Byte(image, x, y), color);
   switch (image->bits) {
@@ -230,24 +230,25 @@ void store_samples(const ImageContext& context, img_image* image, Color color, i
 [[gnu::noinline]] Color fetch_cached(const img_image* image, int x, int y) {
   return fetch_samples<CachedPixel>(image, x, y);
 }
-[[gnu::noinline]] void store_cached(const ImageContext& context, img_image* image, Color color,
+[[gnu::noinline]] void store_cached(const ka::ImageContext& context, img_image* image, Color color,
                                     int x, int y) {
   store_samples<CachedPixel>(context, image, color, x, y);
 }
 
 }  // namespace
 
-Color img_fetch_color(const ImageContext& context, const img_image* image, int x, int y) {
+Color ka::img_fetch_color(const ka::ImageContext& context, const img_image* image, int x, int y) {
   Color color =
       ka::is_cached(image) ? fetch_cached(image, x, y) : fetch_samples<Pixel>(image, x, y);
   if (context.unpremultiply && color[3] != 0.0F) color = scaled(color, color[3]);
-  if (needs_gamma(context, image)) color = through(img_gamma_tables(context).inverse, color);
+  if (needs_gamma(context, image)) color = through(ka::img_gamma_tables(context).inverse, color);
   return color;
 }
 
-void img_store_color(const ImageContext& context, img_image* image, Color color, int x, int y) {
+void ka::img_store_color(const ka::ImageContext& context, img_image* image, Color color, int x,
+                         int y) {
   if (!holds_any_color(image)) color = clip(context, color);
-  if (needs_gamma(context, image)) color = through(img_gamma_tables(context).gamma, color);
+  if (needs_gamma(context, image)) color = through(ka::img_gamma_tables(context).gamma, color);
   if (context.unpremultiply && color[3] != 0.0F) color = scaled(color, 1.0F / color[3]);
   if (ka::is_cached(image)) [[unlikely]]
     return store_cached(context, image, color, x, y);
@@ -256,7 +257,7 @@ void img_store_color(const ImageContext& context, img_image* image, Color color,
 
 void ka_img_clip_color(const img_image* image, float color[4]) {
   const ka::ModuleScope scope(KA_IMG);
-  if (!image || !holds_any_color(image)) spread(clip(img_context(), gathered(color)), color);
+  if (!image || !holds_any_color(image)) spread(clip(ka::img_context(), gathered(color)), color);
 }
 
 void ka_img_desaturate_rgb(float color[3], float max) {
@@ -267,8 +268,8 @@ void ka_img_desaturate_rgb(float color[3], float max) {
 void ka_img_put_color(img_image* image, const float color[4], int x, int y) {
   const ka::ModuleScope scope(KA_IMG);
   const ka::CacheOperation operation(image);
-  if (!ka::is_inside(image, x, y) || !img_has_color(image)) return;
-  img_store_color(img_context(), image, gathered(color), x, y);
+  if (!ka::is_inside(image, x, y) || !ka::img_has_color(image)) return;
+  ka::img_store_color(ka::img_context(), image, gathered(color), x, y);
 }
 
 void ka_img_get_color(const img_image* image, float color[4], int x, int y) {
@@ -276,16 +277,16 @@ void ka_img_get_color(const img_image* image, float color[4], int x, int y) {
   const ka::CacheOperation operation(image);
   if (!color) return;
   if (!ka::is_inside(image, x, y)) return void(std::fill_n(color, 4, 0.0F));
-  if (img_has_color(image)) spread(img_fetch_color(img_context(), image, x, y), color);
+  if (ka::img_has_color(image)) spread(ka::img_fetch_color(ka::img_context(), image, x, y), color);
 }
 
 void ka_img_get_color_square(const img_image* image, float color[4][4], int x, int y) {
   const ka::ModuleScope scope(KA_IMG);
   const ka::CacheOperation operation(image);
-  if (!img_has_color(image)) return;
-  const ImageContext& context = img_context();
+  if (!ka::img_has_color(image)) return;
+  const ka::ImageContext& context = ka::img_context();
   const ka::Square square = ka::square_at(image, x, y);
   for (std::size_t i = 0; i < 4; ++i) {
-    spread(img_fetch_color(context, image, square.x[i], square.y[i]), color[i]);
+    spread(ka::img_fetch_color(context, image, square.x[i], square.y[i]), color[i]);
   }
 }

@@ -43,10 +43,10 @@ inline Color clamp_to(Color value, float limit) {
   return low < limits ? low : limits;
 }
 
-}  // namespace ka
-
 // Images with two components hold no colours.
 inline bool img_has_color(const img_image* image) { return image->components != 2; }
 
-ka::Color img_fetch_color(const ImageContext& context, const img_image* image, int x, int y);
-void img_store_color(const ImageContext& context, img_image* image, ka::Color color, int x, int y);
+Color img_fetch_color(const ImageContext& context, const img_image* image, int x, int y);
+void img_store_color(const ImageContext& context, img_image* image, Color color, int x, int y);
+
+}  // namespace ka

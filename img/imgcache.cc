@@ -97,38 +97,38 @@ constinit std::atomic<int> ka::cache_maxpages{int(kUsualSize / double(ka::kPageB
 constinit std::atomic<int> ka::fds_per_thread{0};
 constinit std::atomic<std::uint32_t> ka::cache_alarms{0}, ka::cache_memory_requests{0};
 
-int cache_descriptors() {
+int ka::cache_descriptors() {
   if (ka::fds_per_thread == 0) {
     ka::fds_per_thread = std::max(shares_of(getdtablesize()).each, 1);
   }
   return ka::fds_per_thread;
 }
 
-void img_cache_init() {
+void ka::img_cache_init() {
   set_mmap_max();
   cache_size = kUsualSize;
   ka::cache_maxpages = budget_pages(cache_size);
   share_descriptors();
 }
 
-void img_cache_exit() {
+void ka::img_cache_exit() {
   const int most = ka::max_allocated;
   if (most > 0) {
     ka_info("texture cache: maximum %d pages, %d flushes", most, ka::n_flushes.load());
   }
-  cache_threads_clear();
-  cache_files_clear();
-  cache_reserve_clear(true);
+  ka::cache_threads_clear();
+  ka::cache_files_clear();
+  ka::cache_reserve_clear(true);
   ka::max_allocated = 0;
   ka::n_flushes = 0;
 }
 
-int img_cache_memory_limit(ImageContext& context, std::int64_t bytes) {
+int ka::img_cache_memory_limit(ka::ImageContext& context, std::int64_t bytes) {
   const std::int64_t pages = std::min<std::int64_t>(bytes / std::int64_t{ka::kPageBase} + 1,
                                                     std::numeric_limits<int>::max());
-  std::int64_t freed = cache_reserve_clear(false);
-  freed += unused_page_flush(static_cast<int>(std::max<std::int64_t>(pages, 0)), false);
-  cache_reserve_clear(false);  // where the memory of these pages is now
+  std::int64_t freed = ka::cache_reserve_clear(false);
+  freed += ka::unused_page_flush(static_cast<int>(std::max<std::int64_t>(pages, 0)), false);
+  ka::cache_reserve_clear(false);  // where the memory of these pages is now
   if (freed * std::int64_t{ka::kPageBase} < bytes) {
     context.memory_low = true;
     ka::cache_memory_requests.fetch_add(1, std::memory_order_relaxed);
@@ -137,20 +137,20 @@ int img_cache_memory_limit(ImageContext& context, std::int64_t bytes) {
   return 0;
 }
 
-void img_cache_size_adjust(double delta) {
+void ka::img_cache_size_adjust(double delta) {
   const std::scoped_lock locked(cache_size_lock);
   cache_size += delta;
   ka::cache_maxpages = budget_pages(cache_size);
 }
 
-bool img_cache_prefer(const ImageContext& context, const img_file* handle) {
+bool ka::img_cache_prefer(const ka::ImageContext& context, const img_file* handle) {
   if (handle->format == IMG_FORMAT_MAP && handle->file_size > mmap_max) return true;
   return context.request >= kRequestsCaching;
 }
 
 void ka_img_cache_request(int mode) {
   const ka::ModuleScope scope(KA_IMG);
-  img_context().request = mode;
+  ka::img_context().request = mode;
 }
 
 void ka_img_cache_get_counts(ka_img_cache_counts* counts) {

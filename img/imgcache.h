@@ -7,6 +7,8 @@
 
 #include "imageplanes.h"
 
+namespace ka {
+
 struct ImageContext;
 
 // Starts the cache: reads KA_1TC_LIMIT, shares the process's file descriptors out and reports both.
@@ -51,8 +53,6 @@ bool img_cache_prefer(const ImageContext& context, const img_file* handle);
 
 // Bytes of the file behind a cached image; 0 for other images.
 std::int64_t img_cache_filesize_get(const img_image* image);
-
-namespace ka {
 
 // An operation that looks at a cached image more than once: the headers of an image that another
 // thread removes meanwhile stay until it ends.

@@ -167,10 +167,10 @@ ka::CacheFile* any_file() {
 
 // Ends the registration of a file that has been taken out of the tree.
 void end_registration(ka::CacheThread* thread, ka::CacheFile* file) {
-  for (ka::CacheRecord* const level : file->levels) cache_invalidate(thread, *level);
+  for (ka::CacheRecord* const level : file->levels) ka::cache_invalidate(thread, *level);
   ka::cache_alarms.fetch_add(1, std::memory_order_release);
-  cache_reserve_clear(false);
-  cache_file_drop(file);
+  ka::cache_reserve_clear(false);
+  ka::cache_file_drop(file);
 }
 
 // The calling thread's state, unless it is in use further up on the stack.
@@ -194,16 +194,17 @@ void register_file(const Headers& headers, ka::Owned<ka::CacheFile> file, void* 
 
 }  // namespace
 
-img_image* img_cache_image_make(img_file* handle, img_element_function element, void* argument) {
+img_image* ka::img_cache_image_make(img_file* handle, ka::img_element_function element,
+                                    void* argument) {
   if (handle->magic != IMG_MAGIC || !handle->stream || !handle->name) {
-    img_error(handle, IMG_ERR_NOT_OPEN, 0);
+    ka::img_error(handle, IMG_ERR_NOT_OPEN, 0);
     return nullptr;
   }
   Headers headers{};
   auto file = ka::make_owned<ka::CacheFile>();
   const int failure = identify(handle, *file) ? read_headers(handle, headers) : IMG_ERR_READ;
   if (failure != IMG_ERR_NONE) {
-    img_error(handle, failure, failure == IMG_ERR_READ ? errno : 0);
+    ka::img_error(handle, failure, failure == IMG_ERR_READ ? errno : 0);
     return nullptr;
   }
   void* const memory = element(argument, headers.bytes.size());
@@ -212,16 +213,16 @@ img_image* img_cache_image_make(img_file* handle, img_element_function element, 
   return static_cast<img_image*>(memory);
 }
 
-std::uint32_t img_cache_image_add(img_file* handle, std::uint32_t tag) {
+std::uint32_t ka::img_cache_image_add(img_file* handle, std::uint32_t tag) {
   const auto element = [](void* tag_of_it, std::size_t bytes) {
     auto& its_tag = *static_cast<std::uint32_t*>(tag_of_it);
     return its_tag == 0 ? ka_db_create(&its_tag, KA_DB_IMAGE, bytes)
                         : ka_db_realloc(its_tag, bytes);
   };
-  return img_cache_image_make(handle, element, &tag) ? tag : 0;
+  return ka::img_cache_image_make(handle, element, &tag) ? tag : 0;
 }
 
-int img_cache_image_remove(img_image* image) {
+int ka::img_cache_image_remove(img_image* image) {
   ka::CacheFile* const file = take_levels(image);
   if (!file) return 0;
   file->owns_headers = true;
@@ -229,33 +230,34 @@ int img_cache_image_remove(img_image* image) {
   return 1;
 }
 
-std::int64_t img_cache_filesize_get(const img_image* image) {
+std::int64_t ka::img_cache_filesize_get(const img_image* image) {
   const std::scoped_lock locked(image_tree_lock);
   const ka::CacheRecord* const record = image_tree.find(image);
   return record ? record->file->identity.size : 0;
 }
 
-ka::CacheRecord* cache_record_attach(const img_image* image) {
+ka::CacheRecord* ka::cache_record_attach(const img_image* image) {
   const std::scoped_lock locked(image_tree_lock);
   ka::CacheRecord* const record = image_tree.find(image);
   if (record) record->file->references.fetch_add(1, std::memory_order_relaxed);
   return record;
 }
 
-void cache_file_drop(ka::CacheFile* file) {
+void ka::cache_file_drop(ka::CacheFile* file) {
   if (file->references.fetch_sub(1, std::memory_order_acq_rel) > 1) return;
   for (ka::CacheRecord* const level : file->levels) ka::Release()(level);
   if (file->owns_headers) ka_mem_release(file->headers);
   ka::Release()(file);
 }
 
-void cache_invalidate(ka::CacheThread* thread, ka::CacheRecord& record) {
+void ka::cache_invalidate(ka::CacheThread* thread, ka::CacheRecord& record) {
   record.valid.store(false, std::memory_order_relaxed);
-  if (thread && thread->records.find(record.image) == &record) context_image_flush(*thread, record);
-  cache_level_clear(record);
+  if (thread && thread->records.find(record.image) == &record)
+    ka::context_image_flush(*thread, record);
+  ka::cache_level_clear(record);
 }
 
-void cache_files_clear() {
+void ka::cache_files_clear() {
   while (ka::CacheFile* const file = any_file()) {
     {
       const std::scoped_lock locked(image_tree_lock);

@@ -196,13 +196,14 @@ constinit std::mutex ka::unused_pages_lock;
 constinit ka::Link ka::unused_pages;
 constinit int ka::n_unused_pages = 0;
 
-ka::Page* cache_page_hold(ka::CacheThread& thread, ka::CacheRecord& record, std::uint32_t number) {
+ka::Page* ka::cache_page_hold(ka::CacheThread& thread, ka::CacheRecord& record,
+                              std::uint32_t number) {
   ka::PageSlot& slot = record.slots[number];
   {
     const StripeScope locked(record.stripe(number));
     if (ka::Page* const page = hold_loaded(slot)) return page;
   }
-  const int fd = fd_get(thread, record);
+  const int fd = ka::fd_get(thread, record);
   if (fd < 0) return nullptr;
   OwnedPage fresh = make_page(slot, record.bytes_of(number));
   int failure = 0;
@@ -224,7 +225,7 @@ ka::Page* cache_page_hold(ka::CacheThread& thread, ka::CacheRecord& record, std:
   return fresh.release();
 }
 
-int flush_one_page(ka::CacheRecord& record, std::uint32_t number, bool release) {
+int ka::flush_one_page(ka::CacheRecord& record, std::uint32_t number, bool release) {
   ka::PageSlot& slot = record.slots[number];
   OwnedPage gone;
   const StripeScope locked(record.stripe(number));
@@ -239,7 +240,7 @@ int flush_one_page(ka::CacheRecord& record, std::uint32_t number, bool release) 
   return gone ? 1 : 0;
 }
 
-int unused_page_flush(int n, bool wait) {
+int ka::unused_page_flush(int n, bool wait) {
   std::unique_lock locked(ka::unused_pages_lock, std::defer_lock);
   if (wait) {
     locked.lock();
@@ -252,7 +253,7 @@ int unused_page_flush(int n, bool wait) {
   return freed;
 }
 
-void cache_level_clear(ka::CacheRecord& record) {
+void ka::cache_level_clear(ka::CacheRecord& record) {
   int freed = 0;
   for (std::uint32_t number = 0; number < record.pages; ++number) {
     ka::PageSlot& slot = record.slots[number];
@@ -291,14 +292,14 @@ void drop_removed(ka::CacheThread& thread) {
     return !record.valid.load(std::memory_order_relaxed);
   };
   while (ka::CacheRecord* const record = thread.records.find_if(is_removed)) {
-    context_image_flush(thread, *record);
+    ka::context_image_flush(thread, *record);
   }
 }
 
 ka::CacheRecord* find_record(ka::CacheThread& thread, const img_image* image) {
   if (ka::CacheRecord* const record = thread.records.find(image)) return record;
   thread.records.make_room();
-  ka::CacheRecord* const record = cache_record_attach(image);
+  ka::CacheRecord* const record = ka::cache_record_attach(image);
   if (record) thread.records.insert(image, record);
   return record;
 }
@@ -312,7 +313,7 @@ ka::HeldPage* find_page(ka::CacheThread& thread, ka::CacheRecord& record, std::u
   thread.pages.make_room();
   if (!thread.page_pool) thread.page_pool = ka_mem_blkcreate(sizeof(ka::HeldPage));
   void* const memory = ka_mem_blkfallocate(thread.page_pool);
-  ka::Page* const page = cache_page_hold(thread, record, number);
+  ka::Page* const page = ka::cache_page_hold(thread, record, number);
   if (!page) {
     ka_mem_blkfrelease(thread.page_pool, memory);
     return nullptr;
@@ -348,19 +349,19 @@ void* find_byte(ka::CacheThread& thread, const img_image* image, std::uint32_t o
 void keep_budget(ka::CacheThread& thread) {
   int over = ka::allocated - ka::cache_maxpages;
   if (over < 1) return;
-  over -= unused_page_flush(over, true);
+  over -= ka::unused_page_flush(over, true);
   if (over < 1) return;
-  n_pages_flush(thread, std::min(ka::cache_maxpages / 4 + over, thread.held - kKeptPages));
+  ka::n_pages_flush(thread, std::min(ka::cache_maxpages / 4 + over, thread.held - kKeptPages));
 }
 
 void check_memory(ka::CacheThread& thread) {
-  std::atomic<bool>& memory_low = img_context().memory_low;
+  std::atomic<bool>& memory_low = ka::img_context().memory_low;
   const std::uint32_t requests = ka::cache_memory_requests.load(std::memory_order_relaxed);
   if (memory_low.load(std::memory_order_relaxed) || thread.memory_requests != requests) {
     memory_low.store(false, std::memory_order_relaxed);
     thread.memory_requests = requests;
-    if (thread.held > kKeptPages) n_pages_flush(thread, thread.held - kKeptPages);
-    cache_reserve_clear(true);
+    if (thread.held > kKeptPages) ka::n_pages_flush(thread, thread.held - kKeptPages);
+    ka::cache_reserve_clear(true);
   } else if ((ka::recent_page.calls & kCheckMask) == 0 && thread.held >= kManyPages) {
     keep_budget(thread);
   }
@@ -368,7 +369,7 @@ void check_memory(ka::CacheThread& thread) {
 
 [[gnu::noinline]] void* get_elsewhere(const img_image* image, std::uint32_t offset) {
   const ka::ModuleScope scope(KA_IMG);
-  img_context();  // attaches a thread that is new here
+  ka::img_context();  // attaches a thread that is new here
   ka::CacheThread* const thread = ka::recent_page.thread;
   if (!thread || thread->busy) return nullptr;  // busy: a message handler that looks at images
   const BusyScope busy(*thread);
@@ -380,7 +381,7 @@ void check_memory(ka::CacheThread& thread) {
 
 }  // namespace
 
-int cache_reserve_clear(bool wait) { return reserve.clear(wait); }
+int ka::cache_reserve_clear(bool wait) { return reserve.clear(wait); }
 
 void ka::begin_cache_operation() { ++recent_page.operations; }
 

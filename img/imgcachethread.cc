@@ -21,7 +21,7 @@ constinit ka::Link thread_list;
 
 // Lets go of a held page and forgets it. Returns the number of pages that were freed.
 int drop_page(ka::CacheThread& thread, ka::HeldPage& held, bool release) {
-  const int freed = flush_one_page(*held.record, held.number, release);
+  const int freed = ka::flush_one_page(*held.record, held.number, release);
   thread.pages.erase(held.slot());
   ka::unlink(held);
   ka_mem_blkfrelease(thread.page_pool, &held);
@@ -94,13 +94,13 @@ int open_registered(ka::CacheThread& thread, ka::CacheFile& file) {
 
 constinit thread_local ka::RecentPage ka::recent_page{};
 
-int fd_get(ka::CacheThread& thread, ka::CacheRecord& record) {
+int ka::fd_get(ka::CacheThread& thread, ka::CacheRecord& record) {
   ka::CacheFile& file = *record.file;
   if (ka::Descriptor* const known = thread.descriptors.find(&file)) {
     ka::move_to_front(thread.descriptor_list, *known);
     return known->fd;
   }
-  while (thread.open_files >= cache_descriptors()) close_oldest(thread);
+  while (thread.open_files >= ka::cache_descriptors()) close_oldest(thread);
   thread.descriptors.make_room();
   auto descriptor = ka::make_owned<ka::Descriptor>();
   descriptor->file = &file;
@@ -112,7 +112,7 @@ int fd_get(ka::CacheThread& thread, ka::CacheRecord& record) {
   return descriptor.release()->fd;
 }
 
-void n_pages_flush(ka::CacheThread& thread, int n) {
+void ka::n_pages_flush(ka::CacheThread& thread, int n) {
   int freed = 0;
   const int kept = std::max(thread.held - n, 0);
   while (thread.held > kept) {
@@ -128,17 +128,17 @@ void n_pages_flush(ka::CacheThread& thread, int n) {
   ka_debug("flushed %i texure pages (tried %i)", freed, n);
 }
 
-void context_image_flush(ka::CacheThread& thread, ka::CacheRecord& record) {
+void ka::context_image_flush(ka::CacheThread& thread, ka::CacheRecord& record) {
   if (ka::recent_page.image == record.image) forget_recent();
   ka::count_flushed(drop_pages_of(thread, record, nullptr));
   if (ka::Descriptor* const open = thread.descriptors.find(record.file)) {
     close_descriptor(thread, *open);
   }
   thread.records.erase(record.image);
-  cache_file_drop(record.file);
+  ka::cache_file_drop(record.file);
 }
 
-void cache_thread_clear(ka::CacheThread& thread, bool release) {
+void ka::cache_thread_clear(ka::CacheThread& thread, bool release) {
   int freed = 0;
   while (!thread.page_list.is_alone()) {
     auto& oldest = static_cast<ka::HeldPage&>(*thread.page_list.previous);
@@ -149,19 +149,19 @@ void cache_thread_clear(ka::CacheThread& thread, bool release) {
   while (ka::CacheRecord* const record =
              thread.records.find_if([](const ka::CacheRecord&) { return true; })) {
     thread.records.erase(record->image);
-    cache_file_drop(record->file);
+    ka::cache_file_drop(record->file);
   }
 }
 
-void cache_threads_clear() {
+void ka::cache_threads_clear() {
   const std::scoped_lock locked(thread_list_lock);
   for (ka::Link* link = thread_list.next; link != &thread_list; link = link->next) {
-    cache_thread_clear(static_cast<ka::CacheThread&>(*link), true);
+    ka::cache_thread_clear(static_cast<ka::CacheThread&>(*link), true);
   }
   ka::cache_alarms.fetch_add(1, std::memory_order_release);  // their recent pages are gone
 }
 
-void img_context_cache_init(ImageContext& context) {
+void ka::img_context_cache_init(ka::ImageContext& context) {
   const ka::ModuleScope scope(KA_IMG);
   ka::CacheThread*& own = ka::recent_page.thread;
   if (!own) {
@@ -173,7 +173,7 @@ void img_context_cache_init(ImageContext& context) {
   context.cache = own;
 }
 
-void img_context_cache_exit(ImageContext& context) {
+void ka::img_context_cache_exit(ka::ImageContext& context) {
   ka::CacheThread* const thread = context.cache;
   context.cache = nullptr;
   if (!thread || --thread->contexts > 0) return;
@@ -181,7 +181,7 @@ void img_context_cache_exit(ImageContext& context) {
     const std::scoped_lock locked(thread_list_lock);
     ka::unlink(*thread);
   }
-  cache_thread_clear(*thread, false);
+  ka::cache_thread_clear(*thread, false);
   if (thread->page_pool) ka_mem_blkdelete(thread->page_pool);
   if (ka::recent_page.thread == thread) ka::recent_page = {};
   ka::Release()(thread);

@@ -33,7 +33,7 @@ constexpr int kDefaultTypeNumber = 2;  // of the warning about a type that the f
 std::atomic<std::uint32_t> img_subverb{KA_SUBVERB_DEFAULT};
 
 void read_subverbosity() {
-  const std::uint32_t forced = img_debug_level() != 0 ? std::uint32_t{KA_SUBVERB_FILES} : 0;
+  const std::uint32_t forced = ka::img_debug_level() != 0 ? std::uint32_t{KA_SUBVERB_FILES} : 0;
   img_subverb = ka_get_subverbosity(KA_IMG) | forced;
 }
 
@@ -46,7 +46,7 @@ bool has_driver_state(const img_file* handle) { return handle->stream || handle-
 // end here.
 void close_stale(img_file* handle) {
   if (!is_open(handle)) return;
-  img_error(handle, IMG_ERR_NOT_CLOSED, 0);
+  ka::img_error(handle, IMG_ERR_NOT_CLOSED, 0);
   ka_img_close(handle);
 }
 
@@ -69,12 +69,12 @@ void set_file_type(img_file* handle, int type) {
 
 // A damaged header may claim any width: a line that long waits until somebody reads it.
 void prepare_conversion(img_file* handle, int from, int to) {
-  if (img_passes_through(handle)) return;
-  if (img_tells_files()) {
+  if (ka::img_passes_through(handle)) return;
+  if (ka::img_tells_files()) {
     ka_info("converting %s to %s", name_or_unknown(ka_img_type_name(from)),
             name_or_unknown(ka_img_type_name(to)));
   }
-  if (handle->width <= kUsualWidth) img_prepare_line_between(handle);
+  if (handle->width <= kUsualWidth) ka::img_prepare_line_between(handle);
 }
 
 // A path that was cut would lead to another file. Sets errno.
@@ -111,14 +111,15 @@ FILE* open_stream(const char* path) {
 // error.
 int read_head(img_file* handle, const char* path, std::array<std::uint8_t, IMG_HEAD_SIZE>& head) {
   handle->stream = open_stream(path);
-  if (!handle->stream) return img_error(handle, IMG_ERR_OPEN, errno);
+  if (!handle->stream) return ka::img_error(handle, IMG_ERR_OPEN, errno);
   const int file = fileno(handle->stream);
   handle->file_size = lseek(file, 0, SEEK_END);
-  if (handle->file_size < 0) return img_error(handle, IMG_ERR_OPEN, errno);
-  if (handle->file_size == 0) return img_error(handle, IMG_ERR_FORMAT, 0);
+  if (handle->file_size < 0) return ka::img_error(handle, IMG_ERR_OPEN, errno);
+  if (handle->file_size == 0) return ka::img_error(handle, IMG_ERR_FORMAT, 0);
   const auto wanted = std::size_t(std::min<std::int64_t>(handle->file_size, IMG_HEAD_SIZE));
-  if (!img_fseek(handle->stream, 0, SEEK_SET) || !img_fread(head.data(), wanted, handle->stream)) {
-    return img_error(handle, IMG_ERR_OPEN, errno);
+  if (!ka::img_fseek(handle->stream, 0, SEEK_SET) ||
+      !ka::img_fread(head.data(), wanted, handle->stream)) {
+    return ka::img_error(handle, IMG_ERR_OPEN, errno);
   }
   return 1;
 }
@@ -133,8 +134,8 @@ void drop_stream(img_file* handle) {
 int close_stream(img_file* handle) {
   if (!handle->stream) return 1;
   const bool is_short = handle->writing && std::ferror(handle->stream) != 0 && !handle->error;
-  if (std::fclose(handle->stream) != 0) return img_error(handle, IMG_ERR_CLOSE, errno);
-  return is_short ? img_error(handle, IMG_ERR_CLOSE, 0) : 1;
+  if (std::fclose(handle->stream) != 0) return ka::img_error(handle, IMG_ERR_CLOSE, errno);
+  return is_short ? ka::img_error(handle, IMG_ERR_CLOSE, 0) : 1;
 }
 
 // The driver has read the header: settles the file's type and the way its lines take. Returns 1, or
@@ -142,48 +143,48 @@ int close_stream(img_file* handle) {
 int finish_opening(img_file* handle) {
   const bool stated = handle->file_type >= IMG_TYPE_COUNT;
   const int type =
-      stated ? handle->file_type - IMG_TYPE_COUNT : img_format_at(handle->format).best_type;
-  if (type >= IMG_TYPE_COUNT) return img_error(handle, IMG_ERR_SUBTYPE, 0);
+      stated ? handle->file_type - IMG_TYPE_COUNT : ka::img_format_at(handle->format).best_type;
+  if (type >= IMG_TYPE_COUNT) return ka::img_error(handle, IMG_ERR_SUBTYPE, 0);
   set_file_type(handle, type);
   handle->has_header = 1;
   if (handle->type == IMG_TYPE_FILE) handle->type = handle->file_type;
   prepare_conversion(handle, handle->file_type, handle->type);
-  if (img_tells_files()) {
+  if (ka::img_tells_files()) {
     ka_info("type \"%s\", format \"%s\", %d bits, %d components, %d x %d",
             name_or_unknown(ka_img_type_name(handle->file_type)),
-            name_or_unknown(img_format_at(handle->format).name), handle->bits, handle->components,
-            handle->width, handle->height);
+            name_or_unknown(ka::img_format_at(handle->format).name), handle->bits,
+            handle->components, handle->width, handle->height);
   }
   return 1;
 }
 
 // Reads the header. Returns 1, or 0 with the handle's error.
 int open_driver(img_file* handle, const std::uint8_t* head) {
-  const auto open = img_format_at(handle->format).driver.open;
+  const auto open = ka::img_format_at(handle->format).driver.open;
   const int result = open ? open(handle, head) : 0;
-  return img_settle(handle, open, result, IMG_ERR_SUBTYPE) && finish_opening(handle);
+  return ka::img_settle(handle, open, result, IMG_ERR_SUBTYPE) && finish_opening(handle);
 }
 
 // Called in a purge, with the areas of one thread after the other.
 int memory_limit(std::int64_t wanted) {
-  static ImageContext nobody{};
+  static ka::ImageContext nobody{};
   void** const areas = ka::context().context_areas;
   void* const area = areas ? areas[KA_IMG] : nullptr;
-  return img_cache_memory_limit(area ? *static_cast<ImageContext*>(area) : nobody, wanted);
+  return ka::img_cache_memory_limit(area ? *static_cast<ka::ImageContext*>(area) : nobody, wanted);
 }
 
 }  // namespace
 
-bool img_tells_files() { return (img_subverb & KA_SUBVERB_FILES) != 0; }
+bool ka::img_tells_files() { return (img_subverb & KA_SUBVERB_FILES) != 0; }
 
 void ka_img_init() {
   const ka::ModuleScope scope(KA_IMG);
-  img_context_init_gamma_init();
-  img_context_register();
+  ka::img_context_init_gamma_init();
+  ka::img_context_register();
   ka_job_register(KA_IMG, ka_img_job_callback);
-  img_init_formats();
-  img_cache_init();
-  img_lightmap_init();
+  ka::img_init_formats();
+  ka::img_cache_init();
+  ka::img_lightmap_init();
   ka_mem_limit_handler(KA_IMG, memory_limit);
 }
 
@@ -191,10 +192,10 @@ void ka_img_exit() {
   const ka::ModuleScope scope(KA_IMG);
   ka_mem_limit_handler(KA_IMG, nullptr);
   ka_job_register(KA_IMG, nullptr);
-  img_cache_exit();
-  img_exit_formats();
-  img_context_init_gamma_exit();
-  img_lightmap_exit();
+  ka::img_cache_exit();
+  ka::img_exit_formats();
+  ka::img_context_init_gamma_exit();
+  ka::img_lightmap_exit();
 }
 
 const char* ka_img_version() { return ka::module_version(ka::kImgVersion); }
@@ -204,14 +205,14 @@ int ka_img_open(img_file* handle, const char* name, int type) {
   read_subverbosity();
   char path[kPathRoom];
   ka_string_substitute(path, name, sizeof path);
-  if (img_tells_files()) ka_info("opening \"%s\" for reading", path);
+  if (ka::img_tells_files()) ka_info("opening \"%s\" for reading", path);
   close_stale(handle);
   *handle = {};
   handle->gamma = handle->aspect = 1.0F;
   handle->type = type;
   set_names(handle, name);
-  if (!img_is_type(type) && type != IMG_TYPE_FILE) {
-    return img_error(handle, IMG_ERR_ARGUMENT, 0);
+  if (!ka::img_is_type(type) && type != IMG_TYPE_FILE) {
+    return ka::img_error(handle, IMG_ERR_ARGUMENT, 0);
   }
 
   std::array<std::uint8_t, IMG_HEAD_SIZE> head{};
@@ -219,16 +220,16 @@ int ka_img_open(img_file* handle, const char* name, int type) {
     drop_stream(handle);
     return 0;
   }
-  const int format = img_identify(handle, head.data());
+  const int format = ka::img_identify(handle, head.data());
   handle->error = IMG_ERR_NONE;  // of drivers that declined
   handle->os_error = 0;
   if (format < 0) {
     drop_stream(handle);
-    return img_error(handle, IMG_ERR_FORMAT, 0);
+    return ka::img_error(handle, IMG_ERR_FORMAT, 0);
   }
   if (!handle->name) handle->name = ka_mem_strdup(name);  // went with such an error
   handle->format = format;
-  handle->topdown = img_format_at(format).topdown;
+  handle->topdown = ka::img_format_at(format).topdown;
   handle->data.p = nullptr;
   handle->magic =
       IMG_MAGIC;  // from here on the stream ends with ka_img_close, whatever the driver finds
@@ -244,10 +245,11 @@ int ka_img_create(img_file* handle, const char* name, int type, int format, int 
   read_subverbosity();
   char path[kPathRoom];
   ka_string_substitute(path, name, sizeof path);
-  if (format < 0 || format >= IMG_FORMAT_COUNT || !img_is_type(type) || width < 0 || height < 0) {
-    return img_error(handle, IMG_ERR_ARGUMENT, 0);
+  if (format < 0 || format >= IMG_FORMAT_COUNT || !ka::img_is_type(type) || width < 0 ||
+      height < 0) {
+    return ka::img_error(handle, IMG_ERR_ARGUMENT, 0);
   }
-  const img_format_row& row = img_format_at(format);
+  const ka::img_format_row& row = ka::img_format_at(format);
   int file_type = handle->file_type;
   if (file_type >= IMG_TYPE_COUNT || !(row.type_map >> file_type & 1)) {
     ka_nwarning(kDefaultTypeNumber, "type %s not supported by %s format, using default type %s",
@@ -255,7 +257,7 @@ int ka_img_create(img_file* handle, const char* name, int type, int format, int 
                 ka_img_type_name(row.best_type));
     file_type = row.best_type;
   }
-  if (img_tells_files()) {
+  if (ka::img_tells_files()) {
     ka_info("creating \"%s\"", path);
     ka_info("format \"%s\", type \"%s\", %d bits, %d comps, size %d x %d",
             name_or_unknown(row.name), ka_img_type_name(file_type), ka_img_nbits[file_type],
@@ -280,14 +282,14 @@ int ka_img_create(img_file* handle, const char* name, int type, int format, int 
   if (!handle->stream) {
     const int failure = errno;
     handle->writing = 0;  // what could not be opened is not ours to remove
-    img_error(handle, IMG_ERR_CREATE, failure);
+    ka::img_error(handle, IMG_ERR_CREATE, failure);
     handle->writing = 1;
     return 0;
   }
   handle->magic = IMG_MAGIC;
   prepare_conversion(handle, handle->type, file_type);
   if (format == IMG_FORMAT_MAP) {  // a mapping needs its file at full size before the first line
-    if (!img_write_header(handle)) return 0;
+    if (!ka::img_write_header(handle)) return 0;
     handle->line_count = -1;
   }
   return 1;
@@ -298,12 +300,12 @@ int ka_img_close(img_file* handle) {
   if (!handle || !is_open(handle)) return 1;
   int result = 1;
   if (has_driver_state(handle)) {
-    const auto close = img_format_at(handle->format).driver.close;
-    if (close) result = img_settle(handle, true, close(handle), IMG_ERR_CLOSE);
+    const auto close = ka::img_format_at(handle->format).driver.close;
+    if (close) result = ka::img_settle(handle, true, close(handle), IMG_ERR_CLOSE);
   }
   if (!close_stream(handle)) result = 0;
   if (handle->writing && handle->format == IMG_FORMAT_NULL && handle->name) {
-    img_remove_file(handle->name);
+    ka::img_remove_file(handle->name);
   }
   handle->stream = nullptr;
   handle->data.p = nullptr;

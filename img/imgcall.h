@@ -6,6 +6,8 @@
 
 #include <cstdint>
 
+namespace ka {
+
 // Sets the handle's error and the system error that belongs to it, 0 for none. On a handle that is
 // writing the file is removed. Returns 0, so that a failing operation is one statement.
 int img_error(img_file* handle, int code, int os_error);
@@ -85,3 +87,5 @@ void img_convert(img_line* dst, const img_line* src, int dst_type, int src_type,
 bool img_adds_alpha_only(int dst_type, int src_type);
 // Fills the alpha plane of a line with the full value of its type.
 void img_fill_alpha(img_line* line, int type, int width);
+
+}  // namespace ka

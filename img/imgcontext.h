@@ -13,8 +13,8 @@
 #include "imggamma.h"
 
 namespace ka {
+
 struct CacheThread;
-}
 
 struct ImageContext {
   bool desaturate;               // colours out of range are desaturated instead of clamped
@@ -25,7 +25,7 @@ struct ImageContext {
   float gamma;                   // above 0 while gamma is active
   int color_clip;                // img_color_clip
   std::array<float, 4> weights;  // luminance of R, G, B, A
-  ka::CacheThread* cache;        // the thread's part of the texture cache
+  CacheThread* cache;            // the thread's part of the texture cache
   int request;                   // of ka_img_cache_request
   std::atomic<bool> memory_low;  // set by a purge, in any thread: the next access drops pages
 };
@@ -34,7 +34,7 @@ struct ImageContext {
 // filled under the gamma cache's lock.
 struct GammaBlock {
   std::atomic<float> gamma;  // that the tables were built for, 0: none yet
-  ka::GammaTables tables;
+  GammaTables tables;
   std::uint32_t subverbosity;       // of the module when the transaction began
   ka_mutex lock;                    // held while the hint is set
   std::atomic<void*> mapping_hint;  // where the transaction's first mapping is, null: none yet
@@ -64,18 +64,18 @@ ImageContext& img_new_context();
 
 // The calling thread's settings.
 inline ImageContext& img_context() {
-  void** const areas = ka::context().context_areas;
+  void** const areas = context().context_areas;
   void* const area = areas ? areas[KA_IMG] : nullptr;
   return area ? *static_cast<ImageContext*>(area) : img_new_context();
 }
 
 inline GammaBlock& img_gamma_block() {
-  return *static_cast<GammaBlock*>(ka::context().transaction_areas[KA_IMG]);
+  return *static_cast<GammaBlock*>(context().transaction_areas[KA_IMG]);
 }
 
 // The tables of an active gamma. The thread may have come to another transaction since its options
 // were set: its block gets them then.
-inline const ka::GammaTables& img_gamma_tables(const ImageContext& context) {
+inline const GammaTables& img_gamma_tables(const ImageContext& context) {
   const GammaBlock& block = img_gamma_block();
   if (block.gamma.load(std::memory_order_acquire) != context.gamma) img_context_init_gamma(context);
   return block.tables;
@@ -83,3 +83,5 @@ inline const ka::GammaTables& img_gamma_tables(const ImageContext& context) {
 
 // The calling thread's luminance weights.
 inline const float* img_luminance_weights() { return img_context().weights.data(); }
+
+}  // namespace ka

@@ -71,29 +71,30 @@ constexpr auto kRows = [] {  // by source type
 const std::int32_t* const ka_img_nbits = kBits.data();
 const std::int32_t* const ka_img_ncomp = kComponents.data();
 
-int img_compatible_type(int type) {
-  return img_is_type(type) ? kCompatible[std::size_t(type)] : -1;
+int ka::img_compatible_type(int type) {
+  return ka::img_is_type(type) ? kCompatible[std::size_t(type)] : -1;
 }
 
-void img_convert(img_line* dst, const img_line* src, int dst_type, int src_type,
-                 const float* weights, int width) {
+void ka::img_convert(img_line* dst, const img_line* src, int dst_type, int src_type,
+                     const float* weights, int width) {
   if (is_data_type(dst_type)) {
     ka_nerror(kRefusedNumber, "cannot convert to vector,Z,normal,motion,tag");
     return;
   }
-  if (width <= 0 || src_type == dst_type || !img_is_type(src_type) || !img_is_type(dst_type))
+  if (width <= 0 || src_type == dst_type || !ka::img_is_type(src_type) ||
+      !ka::img_is_type(dst_type))
     return;
   const auto kernel = (*kRows[std::size_t(src_type)])[std::size_t(dst_type)];
   if (kernel) kernel(dst, src, weights, std::size_t(width));
 }
 
-bool img_adds_alpha_only(int dst_type, int src_type) {
+bool ka::img_adds_alpha_only(int dst_type, int src_type) {
   return (dst_type == IMG_TYPE_RGBA && src_type == IMG_TYPE_RGB) ||
          (dst_type == IMG_TYPE_RGBA_16 && src_type == IMG_TYPE_RGB_16) ||
          (dst_type == IMG_TYPE_RGBA_FP && src_type == IMG_TYPE_RGB_FP);
 }
 
-void img_fill_alpha(img_line* line, int type, int width) {
+void ka::img_fill_alpha(img_line* line, int type, int width) {
   if (line->offset[3] == 0) return;
   if (type == IMG_TYPE_RGBA_FP) {
     std::fill_n(ka::plane_of<float>(line, 3), width, ka::kFull<float>);

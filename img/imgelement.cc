@@ -33,7 +33,7 @@ void set_name(img_image* image, std::uint32_t tag) {
 void write_string(std::uint32_t& tag, const char* text) {
   const std::size_t size = std::strlen(text) + 1;
   void* const data =
-      img_string(tag) ? ka_db_realloc(tag, size) : ka_db_create(&tag, KA_DB_STRING, size);
+      ka::img_string(tag) ? ka_db_realloc(tag, size) : ka_db_create(&tag, KA_DB_STRING, size);
   std::memcpy(data, text, size);
 }
 
@@ -58,7 +58,7 @@ img_image* make_element(img_file* handle, std::uint32_t* tag, std::uint32_t& nam
   handle->os_error = shape.os_error;
   if (bytes == 0) return nullptr;
   img_image* const image = element_memory(tag, bytes, name);
-  img_fill_image(handle, image);
+  ka::img_fill_image(handle, image);
   image->flags[kWritable] = 1;
   return image;
 }
@@ -85,13 +85,13 @@ bool read_head(const img_image* image, std::size_t size, bool swap, ka::MapHead&
 
 }  // namespace
 
-const char* img_string(std::uint32_t tag) {
+const char* ka::img_string(std::uint32_t tag) {
   if (!ka_db_exists(tag) || ka_db_type(tag) != KA_DB_STRING) return nullptr;
   const auto* const text = static_cast<const char*>(ka_db_access(tag));
   return std::memchr(text, 0, ka_db_size(tag)) ? text : nullptr;
 }
 
-img_image* img_make_element(img_file* handle, std::uint32_t* tag, std::uint32_t name) {
+img_image* ka::img_make_element(img_file* handle, std::uint32_t* tag, std::uint32_t name) {
   std::uint32_t old_name = 0;
   img_image* const image = make_element(handle, tag, old_name);
   if (image) set_name(image, name);
@@ -109,7 +109,7 @@ img_image* ka_img_image_dbcreate(img_file* ifp, std::uint32_t* tag) {
   return image;
 }
 
-int img_color_type(int bits) {
+int ka::img_color_type(int bits) {
   switch (bits) {
     case 8:
       return IMG_TYPE_RGBA;
@@ -123,7 +123,7 @@ int img_color_type(int bits) {
 // What a file says of itself in its mapping is not asked.
 std::uint32_t ka_img_image_name(const img_image* image) {
   const std::uint32_t tag = image->words[kName];
-  if (tag == 0 || ka::is_cached(image) || img_is_mapped(image)) return 0;
+  if (tag == 0 || ka::is_cached(image) || ka::img_is_mapped(image)) return 0;
   return serial_of(tag) == image->words[kNameSerial] ? tag : 0;
 }
 
@@ -132,7 +132,7 @@ void ka_img_image_set_writable(img_image* image, int writable) {
 }
 
 int ka_img_image_is_writable(const img_image* image) {
-  return image->flags[kWritable] != 0 && !ka::is_cached(image) && !img_is_mapped(image);
+  return image->flags[kWritable] != 0 && !ka::is_cached(image) && !ka::img_is_mapped(image);
 }
 
 int ka_img_image_import(img_image* image, std::size_t size, int swap) {

@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+namespace ka {
+
 // ka_img_image_dbcreate with a name that has its element already; 0: the image gets none.
 img_image* img_make_element(img_file* handle, std::uint32_t* tag, std::uint32_t name);
 
@@ -17,3 +19,5 @@ int img_color_type(int bits);
 // Start and end of the active lightmaps.
 void img_lightmap_init();
 void img_lightmap_exit();
+
+}  // namespace ka

@@ -44,18 +44,18 @@ constexpr std::array<Text, 14> kTexts = {{
 
 }  // namespace
 
-void img_remove_file(const char* name) {
+void ka::img_remove_file(const char* name) {
   char path[KA_PATH_SIZE];
   ka_string_substitute(path, name, sizeof path);
   struct stat status;
   if (lstat(path, &status) == 0 && S_ISREG(status.st_mode)) unlink(path);
 }
 
-int img_error(img_file* handle, int code, int os_error) {
+int ka::img_error(img_file* handle, int code, int os_error) {
   handle->error = code;
   handle->os_error = os_error;
   if (handle->name) {
-    if (handle->writing) img_remove_file(handle->name);
+    if (handle->writing) ka::img_remove_file(handle->name);
     ka_mem_release(handle->name);
     handle->name = nullptr;
   }
@@ -65,7 +65,7 @@ int img_error(img_file* handle, int code, int os_error) {
 
 int ka_img_custom_format_error(img_file* handle, int code, int os_error) {
   const ka::ModuleScope scope(KA_IMG);
-  return img_error(handle, code, os_error);
+  return ka::img_error(handle, code, os_error);
 }
 
 void ka_img_err_msg(img_file* handle) {
@@ -95,4 +95,4 @@ void ka_img_debug(int level) {
   img_debug = level;
 }
 
-int img_debug_level() { return img_debug; }
+int ka::img_debug_level() { return img_debug; }

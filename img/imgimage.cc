@@ -31,11 +31,11 @@ int image_line(const img_file* handle, int i) {
 
 // A handle that failed to open may still have the type that stands for the file's own.
 bool has_type(img_file* handle) {
-  return img_is_type(handle->type) || img_error(handle, IMG_ERR_ARGUMENT, 0) != 0;
+  return ka::img_is_type(handle->type) || ka::img_error(handle, IMG_ERR_ARGUMENT, 0) != 0;
 }
 
 // The texture cache does not have a line: its image has been removed, or its file is unreadable.
-int unreachable(img_file* handle) { return img_error(handle, IMG_ERR_READ, 0); }
+int unreachable(img_file* handle) { return ka::img_error(handle, IMG_ERR_READ, 0); }
 
 }  // namespace
 
@@ -43,16 +43,16 @@ size_t ka_img_image_size(img_file* handle) {
   const ka::ModuleScope scope(KA_IMG);
   if (!has_type(handle)) return 0;
   if (claims_too_many_lines(handle)) {
-    img_error(handle, IMG_ERR_READ, 0);
+    ka::img_error(handle, IMG_ERR_READ, 0);
     return 0;
   }
-  const auto bytes = img_pyramid_size(handle->width, handle->height, ka_img_nbits[handle->type],
-                                      ka_img_ncomp[handle->type], handle->pyramid != 0);
-  if (!bytes) img_error(handle, IMG_ERR_SUBTYPE, EFBIG);
+  const auto bytes = ka::img_pyramid_size(handle->width, handle->height, ka_img_nbits[handle->type],
+                                          ka_img_ncomp[handle->type], handle->pyramid != 0);
+  if (!bytes) ka::img_error(handle, IMG_ERR_SUBTYPE, EFBIG);
   return bytes ? std::size_t(*bytes) : 0;
 }
 
-void img_fill_image(const img_file* handle, img_image* image) {
+void ka::img_fill_image(const img_file* handle, img_image* image) {
   image->width = handle->width;
   image->height = handle->height;
   image->bits = ka_img_nbits[handle->type];
@@ -60,7 +60,7 @@ void img_fill_image(const img_file* handle, img_image* image) {
   image->filter = static_cast<float>(handle->pyramid);
   image->type = handle->type;
   ka::lay_out(image);
-  if (handle->pyramid) img_pyramid_create_directory(handle, image);
+  if (handle->pyramid) ka::img_pyramid_create_directory(handle, image);
 }
 
 img_image* ka_img_image_alloc(img_file* handle) {
@@ -68,14 +68,14 @@ img_image* ka_img_image_alloc(img_file* handle) {
   const std::size_t bytes = ka_img_image_size(handle);
   if (bytes == 0) return nullptr;
   auto* const image = static_cast<img_image*>(ka_mem_allocate(bytes));
-  img_fill_image(handle, image);
+  ka::img_fill_image(handle, image);
   return image;
 }
 
 void ka_img_image_release(img_image* image) {
   const ka::ModuleScope scope(KA_IMG);
-  if (img_is_mapped(image)) {
-    img_munmap_map(image);
+  if (ka::img_is_mapped(image)) {
+    ka::img_munmap_map(image);
   } else {
     ka_mem_release(image);
   }
@@ -93,8 +93,8 @@ img_line* ka_img_line_alloc(img_file* handle) {
 
 int ka_img_image_read(img_file* handle, img_image* image) {
   const ka::ModuleScope scope(KA_IMG);
-  if (!img_can_read(handle) || handle->line_count != 0) {
-    return img_error(handle, IMG_ERR_NOT_OPEN, 0);
+  if (!ka::img_can_read(handle) || handle->line_count != 0) {
+    return ka::img_error(handle, IMG_ERR_NOT_OPEN, 0);
   }
   int result = 1, lines = 0;
   for (int i = 0; i < handle->height && result; ++i, lines += result) {
@@ -110,7 +110,7 @@ int ka_img_image_write(img_file* handle, img_image* image) {
   const ka::ModuleScope scope(KA_IMG);
   const ka::CacheOperation operation(image);
   if (!handle->stream || handle->magic != IMG_MAGIC || handle->line_count > 0) {
-    return img_error(handle, IMG_ERR_NOT_OPEN, 0);
+    return ka::img_error(handle, IMG_ERR_NOT_OPEN, 0);
   }
   img_line line{};
   if (handle->height == 0)
@@ -127,12 +127,12 @@ int ka_img_convert(img_line* line, int* components, int* bits, const img_image* 
                    int type) {
   const ka::ModuleScope scope(KA_IMG);
   const ka::CacheOperation operation(image);
-  if (!img_is_type(type)) return 0;
+  if (!ka::img_is_type(type)) return 0;
   *components = ka_img_ncomp[type];
   *bits = ka_img_nbits[type];
   img_line source;
   if (!ka::set_line_anywhere(&source, image, y)) return 0;
-  if (image->type == type || img_compatible_type(image->type) == type) {
+  if (image->type == type || ka::img_compatible_type(image->type) == type) {
     const std::size_t bytes = ka::plane_bytes(type, image->width);
     for (std::size_t slot = 0; slot < IMG_SLOTS; ++slot) {
       auto* const to = ka::plane_of<std::uint8_t>(line, slot);
@@ -141,6 +141,6 @@ int ka_img_convert(img_line* line, int* components, int* bits, const img_image* 
     }
     return 1;
   }
-  img_convert(line, &source, type, image->type, img_luminance_weights(), image->width);
+  ka::img_convert(line, &source, type, image->type, ka::img_luminance_weights(), image->width);
   return 1;
 }

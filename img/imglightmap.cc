@@ -45,7 +45,7 @@ int format_for(const char* name) {
 
 bool create_file(ka_lightmap& lightmap, const char* name) {
   const img_image& image = *lightmap.image;
-  lightmap.file.file_type = static_cast<std::uint8_t>(img_color_type(image.bits));
+  lightmap.file.file_type = static_cast<std::uint8_t>(ka::img_color_type(image.bits));
   lightmap.file.pyramid = image.levels > 1;
   if (ka_img_create(&lightmap.file, name, image.type, format_for(name), image.width,
                     image.height)) {
@@ -65,7 +65,7 @@ ka_lightmap* begin(img_image* image, std::uint32_t tag) {
   }
   auto lightmap = ka::make_owned<ka_lightmap>();
   *lightmap = {.file = {}, .image = image, .tag = tag, .users = 1};
-  const char* const name = img_string(ka_img_image_name(image));
+  const char* const name = ka::img_string(ka_img_image_name(image));
   if (name && !create_file(*lightmap, name)) return nullptr;
   ka_rbtree_insert(active_lightmaps, tag, reinterpret_cast<std::uintptr_t>(lightmap.get()));
   return lightmap.release();
@@ -92,12 +92,12 @@ int write_file(ka_lightmap& lightmap) {
 
 }  // namespace
 
-void img_lightmap_init() {
+void ka::img_lightmap_init() {
   ka_init_lock(&lightmap_lock);
   active_lightmaps = ka_rbtree_create(nullptr, KA_RB_UNIQUE);
 }
 
-void img_lightmap_exit() {
+void ka::img_lightmap_exit() {
   ka_rbtree_delete(active_lightmaps, 0);
   active_lightmaps = nullptr;
   ka_delete_lock(&lightmap_lock);

@@ -9,8 +9,8 @@ namespace {
 
 // Lines that only gain an alpha plane are read in place and need no line between.
 bool needs_line_between(const img_file* handle) {
-  if (img_passes_through(handle)) return false;
-  return handle->writing || !img_adds_alpha_only(handle->type, handle->file_type);
+  if (ka::img_passes_through(handle)) return false;
+  return handle->writing || !ka::img_adds_alpha_only(handle->type, handle->file_type);
 }
 
 void allocate_line_between(img_file* handle) {
@@ -37,61 +37,61 @@ bool is_beyond_last(const img_file* handle) {
          handle->format != IMG_FORMAT_LWI;
 }
 
-int unopened(img_file* handle) { return img_error(handle, IMG_ERR_NOT_OPEN, 0); }
+int unopened(img_file* handle) { return ka::img_error(handle, IMG_ERR_NOT_OPEN, 0); }
 
 // A failing line is told at once only to those who ask for every line.
 void tell_failed_line(img_file* handle, int result) {
   constexpr int every_line = 3;
-  if (!result && img_debug_level() >= every_line) ka_img_err_msg(handle);
+  if (!result && ka::img_debug_level() >= every_line) ka_img_err_msg(handle);
 }
 
 }  // namespace
 
-bool img_passes_through(const img_file* handle) {
+bool ka::img_passes_through(const img_file* handle) {
   return handle->type == handle->file_type ||
-         handle->type == img_compatible_type(handle->file_type);
+         handle->type == ka::img_compatible_type(handle->file_type);
 }
 
-void img_prepare_line_between(img_file* handle) {
+void ka::img_prepare_line_between(img_file* handle) {
   if (needs_line_between(handle)) allocate_line_between(handle);
 }
 
-bool img_can_read(const img_file* handle) {
+bool ka::img_can_read(const img_file* handle) {
   return handle->magic == IMG_MAGIC && (handle->stream || handle->data.p) && !handle->writing &&
          handle->has_header;
 }
 
-int img_settle(img_file* handle, bool is_called, int result, int code) {
+int ka::img_settle(img_file* handle, bool is_called, int result, int code) {
   if (result) return 1;
   const bool is_silent = is_called && handle->format < IMG_FORMAT_CUSTOM;
-  return is_silent || handle->error != IMG_ERR_NONE ? 0 : img_error(handle, code, 0);
+  return is_silent || handle->error != IMG_ERR_NONE ? 0 : ka::img_error(handle, code, 0);
 }
 
-int img_write_header(img_file* handle) {
+int ka::img_write_header(img_file* handle) {
   if (handle->has_header) return 1;
   if (handle->error != IMG_ERR_NONE) return 0;  // the file has been removed
-  const auto create = img_format_at(handle->format).driver.create;
+  const auto create = ka::img_format_at(handle->format).driver.create;
   const int result = create ? create(handle) : 0;
-  handle->has_header = img_settle(handle, create, result, IMG_ERR_CREATE) != 0;
+  handle->has_header = ka::img_settle(handle, create, result, IMG_ERR_CREATE) != 0;
   return handle->has_header;
 }
 
 int ka_img_line_read(img_file* handle, img_line* line) {
   const ka::ModuleScope scope(KA_IMG);
-  if (!img_can_read(handle)) return unopened(handle);
-  const auto read = img_format_at(handle->format).driver.read;
+  if (!ka::img_can_read(handle)) return unopened(handle);
+  const auto read = ka::img_format_at(handle->format).driver.read;
   int result = 0;
   if (needs_line_between(handle)) {
     if (!handle->conversion) allocate_line_between(handle);
     result = read && read(handle, handle->conversion);
-    img_convert(line, handle->conversion, handle->type, handle->file_type, img_luminance_weights(),
-                handle->width);
+    ka::img_convert(line, handle->conversion, handle->type, handle->file_type,
+                    ka::img_luminance_weights(), handle->width);
   } else {
     img_line planes = planes_of_type(line, handle->file_type);
     result = read && read(handle, &planes);
-    if (!img_passes_through(handle)) img_fill_alpha(line, handle->type, handle->width);
+    if (!ka::img_passes_through(handle)) ka::img_fill_alpha(line, handle->type, handle->width);
   }
-  result = img_settle(handle, read, result, IMG_ERR_READ);
+  result = ka::img_settle(handle, read, result, IMG_ERR_READ);
   tell_failed_line(handle, result);
   ++handle->line_count;
   return result;
@@ -100,19 +100,19 @@ int ka_img_line_read(img_file* handle, img_line* line) {
 int ka_img_line_write(img_file* handle, img_line* line) {
   const ka::ModuleScope scope(KA_IMG);
   if (!handle->stream || !handle->writing) return unopened(handle);
-  if (!img_write_header(handle)) return 0;
+  if (!ka::img_write_header(handle)) return 0;
   if (handle->line_count == -1) handle->line_count = 0;
   if (handle->height == 0) return 1;
   if (needs_line_between(handle)) {
     if (!handle->conversion) allocate_line_between(handle);
-    img_convert(handle->conversion, line, handle->file_type, handle->type, img_luminance_weights(),
-                handle->width);
+    ka::img_convert(handle->conversion, line, handle->file_type, handle->type,
+                    ka::img_luminance_weights(), handle->width);
     line = handle->conversion;
   }
-  const auto write = img_format_at(handle->format).driver.write;
+  const auto write = ka::img_format_at(handle->format).driver.write;
   const bool can_write = write && !is_beyond_last(handle);
   const int result =
-      img_settle(handle, can_write, can_write ? write(handle, line) : 0, IMG_ERR_WRITE);
+      ka::img_settle(handle, can_write, can_write ? write(handle, line) : 0, IMG_ERR_WRITE);
   tell_failed_line(handle, result);
   ++handle->line_count;
   return result;

@@ -104,13 +104,13 @@ img_image* not_mapped() {
 // are read, so that a file that is shortened meanwhile is an error here, too.
 int check_levels(img_file* handle, const ka::MapHead& head) {
   const auto levels = ka::map_levels(head, handle->file_size);
-  if (!levels) return img_error(handle, IMG_ERR_CORRUPT, 0);
+  if (!levels) return ka::img_error(handle, IMG_ERR_CORRUPT, 0);
   ka::FileReader in;
   in.start(handle, 0);
   const ka::Buffer table(std::size_t(levels->level[0].planes));  // that of the most lines
   for (std::size_t k = 0; k < levels->count; ++k) {
     const int error = ka::read_map_level(in, head, *levels, k, {table.data(), table.size()});
-    if (error) return img_error(handle, error, error == IMG_ERR_READ ? errno : 0);
+    if (error) return ka::img_error(handle, error, error == IMG_ERR_READ ? errno : 0);
   }
   return 1;
 }
@@ -135,41 +135,41 @@ int Mapping::unmap() {
 
 }  // namespace ka
 
-void img_init_map() {
+void ka::img_init_map() {
   registry.images = ka_rbtree_create(nullptr, KA_RB_UNIQUE);
   ka_init_lock(&registry.lock);
 }
 
-void img_fini_map() {
+void ka::img_fini_map() {
   ka_delete_lock(&registry.lock);
   if (registry.images) ka_rbtree_delete(std::exchange(registry.images, nullptr), 0);
 }
 
-int img_mmap_map(img_file* handle, bool writing) {
+int ka::img_mmap_map(img_file* handle, bool writing) {
   if (!handle->data.p) handle->data.p = ka::make_state<ka::MapState>(handle).release();
   const int file = fileno(handle->stream);
   if (writing) {
     const int failure = reserve(file, handle->file_size);
-    if (failure) return img_error(handle, IMG_ERR_WRITE, failure);
+    if (failure) return ka::img_error(handle, IMG_ERR_WRITE, failure);
   } else if (!is_complete(file, handle->file_size)) {
-    return img_error(handle, IMG_ERR_READ, 0);
+    return ka::img_error(handle, IMG_ERR_READ, 0);
   }
   ka::Mapping& mapping = ka::state_of<ka::MapState>(handle).mapping;
   const int failure =
-      mapping.map(file, std::size_t(handle->file_size), writing, img_mapping_hint());
-  if (failure) return img_error(handle, IMG_ERR_OPEN, failure);
-  img_keep_mapping_hint(mapping.start());
+      mapping.map(file, std::size_t(handle->file_size), writing, ka::img_mapping_hint());
+  if (failure) return ka::img_error(handle, IMG_ERR_OPEN, failure);
+  ka::img_keep_mapping_hint(mapping.start());
   return 1;
 }
 
-img_image* img_address_map(img_file* handle) {
+img_image* ka::img_address_map(img_file* handle) {
   if (handle->format != IMG_FORMAT_MAP) return nullptr;
   if (!is_open_for_reading(handle)) return not_mapped();
   auto& [head, mapping, tables, planes] = ka::state_of<ka::MapState>(handle);
   if (is_refused(handle, head) || !check_levels(handle, head)) return nullptr;
-  if (!mapping.start() && !img_mmap_map(handle, false)) return not_mapped();
+  if (!mapping.start() && !ka::img_mmap_map(handle, false)) return not_mapped();
   img_image* const image = mapping.image();
-  if (img_tells_progress()) {
+  if (ka::img_tells_progress()) {
     ka_progress("memory-mapping texture %s at %p", handle->display_name, static_cast<void*>(image));
   }
   enter(image, mapping.bytes());
@@ -177,7 +177,7 @@ img_image* img_address_map(img_file* handle) {
   return image;
 }
 
-std::uint32_t img_cache_map(img_file* handle, std::uint32_t* tag) {
+std::uint32_t ka::img_cache_map(img_file* handle, std::uint32_t* tag) {
   if (handle->format != IMG_FORMAT_MAP || !is_open_for_reading(handle) || !handle->name) return 0;
   const ka::MapHead& head = ka::state_of<ka::MapState>(handle).head;
   if (!is_type_wanted(handle, head.type)) {
@@ -190,13 +190,13 @@ std::uint32_t img_cache_map(img_file* handle, std::uint32_t* tag) {
                 handle->display_name);
     return 0;
   }
-  const std::uint32_t element = img_cache_image_add(handle, *tag);
+  const std::uint32_t element = ka::img_cache_image_add(handle, *tag);
   if (element == 0) return 0;
-  if (img_tells_progress()) ka_progress("caching texture %s", handle->display_name);
+  if (ka::img_tells_progress()) ka_progress("caching texture %s", handle->display_name);
   return *tag = element;
 }
 
-int img_munmap_map(img_image* image) {
+int ka::img_munmap_map(img_image* image) {
   const std::size_t bytes = remove_from_registry(image);
   if (bytes == 0) return 0;
   if (munmap(reinterpret_cast<std::uint8_t*>(image) - ka::kMapImageOffset, bytes) == 0) return 1;
@@ -205,7 +205,7 @@ int img_munmap_map(img_image* image) {
   return 0;
 }
 
-bool img_is_mapped(const img_image* image) {
+bool ka::img_is_mapped(const img_image* image) {
   if (!registry.images) return false;
   const ka::LockScope lock(registry.lock);
   return ka_rbtree_search(registry.images, key_of(image), nullptr) != 0;
@@ -213,5 +213,5 @@ bool img_is_mapped(const img_image* image) {
 
 img_image* ka_img_mmap_address(img_file* handle) {
   const ka::ModuleScope scope(KA_IMG);
-  return img_address_map(handle);
+  return ka::img_address_map(handle);
 }

@@ -45,8 +45,6 @@ struct MapState {
   FileReader tables, planes;
 };
 
-}  // namespace ka
-
 // Make and delete the registry of mapped images. Images that are mapped at the end stay so.
 void img_init_map();
 void img_fini_map();
@@ -73,3 +71,5 @@ std::uint32_t img_cache_map(img_file* handle, std::uint32_t* tag);
 //   Returns  1; 0 when the image is not in a mapping, or after a message when the system failed.
 int img_munmap_map(img_image* image);
 bool img_is_mapped(const img_image* image);
+
+}  // namespace ka

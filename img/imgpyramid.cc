@@ -57,7 +57,7 @@ void halve_line(Sample* out, std::size_t count, const Sample* lower, const Sampl
 
 class LevelFilter {
  public:
-  LevelFilter(const ImageContext& context, img_image* destination, const img_image* source)
+  LevelFilter(const ka::ImageContext& context, img_image* destination, const img_image* source)
       : context_(context), destination_(destination), source_(source) {}
 
   void run() const {
@@ -72,14 +72,14 @@ class LevelFilter {
       }
       for (int x = 0; x < destination_->width; ++x) {
         const ka::Color mean = is_exact ? mean_of_four(2 * x, 2 * y) : mean_of_cover(x, y);
-        img_store_color(context_, destination_, mean, x, y);
+        ka::img_store_color(context_, destination_, mean, x, y);
       }
     }
   }
 
  private:
   [[nodiscard]] ka::Color fetch(int x, int y) const {
-    return img_fetch_color(context_, source_, x, y);
+    return ka::img_fetch_color(context_, source_, x, y);
   }
 
   [[nodiscard]] ka::Color mean_of_four(int x, int y) const {
@@ -139,7 +139,7 @@ class LevelFilter {
     return static_cast<float>(source) / static_cast<float>(destination);
   }
 
-  const ImageContext& context_;
+  const ka::ImageContext& context_;
   img_image* destination_;
   const img_image* source_;
 };
@@ -168,15 +168,15 @@ void create_level(img_image* image, int k) {
 
 }  // namespace
 
-int img_pyramid_levels(const img_file* ifp) {
+int ka::img_pyramid_levels(const img_file* ifp) {
   KA_ASSERT(ifp);
   int levels = 0;
   for (int side = std::min(ifp->width, ifp->height); side > 0; side /= 2) ++levels;
   return levels;
 }
 
-std::optional<std::uint64_t> img_pyramid_size(int width, int height, int bits, int components,
-                                              bool pyramid) {
+std::optional<std::uint64_t> ka::img_pyramid_size(int width, int height, int bits, int components,
+                                                  bool pyramid) {
   std::uint64_t sum = 0;
   do {
     const auto bytes = ka::level_bytes(width, height, bits, components);
@@ -188,9 +188,9 @@ std::optional<std::uint64_t> img_pyramid_size(int width, int height, int bits, i
   return sum <= ka::kLargestImage ? std::optional(sum) : std::nullopt;
 }
 
-void img_pyramid_create_directory(const img_file* ifp, img_image* image) {
+void ka::img_pyramid_create_directory(const img_file* ifp, img_image* image) {
   KA_ASSERT(ifp);
-  image->levels = img_pyramid_levels(ifp);
+  image->levels = ka::img_pyramid_levels(ifp);
   std::ranges::fill(image->level_offset, 0U);
   img_image shape = *image;
   for (int k = 1; k < image->levels; ++k, shape.width /= 2, shape.height /= 2) {
@@ -203,8 +203,8 @@ void ka_img_pyramid_filter_levels(img_image* image) {
   const ka::ModuleScope scope(KA_IMG);
   const ka::CacheOperation operation(image);
   ka_debug("starting to filter image pyramid");
-  const ImageContext& context = img_context();
-  const int levels = img_has_color(image) ? std::min(image->levels, kLargestLevels) : 0;
+  const ka::ImageContext& context = ka::img_context();
+  const int levels = ka::img_has_color(image) ? std::min(image->levels, kLargestLevels) : 0;
   for (int k = 0; k + 1 < levels; ++k) {
     img_image* source = nullptr;
     img_image* destination = nullptr;

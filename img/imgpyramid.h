@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <optional>
 
+namespace ka {
+
 // How many levels the images of a handle can have, the base included: as often as its smaller side
 // can be halved before it is 0.
 int img_pyramid_levels(const img_file* ifp);
@@ -19,3 +21,5 @@ std::optional<std::uint64_t> img_pyramid_size(int width, int height, int bits, i
 // Fills the level directory of an image of the handle's size and the headers and line tables of all
 // levels below it.
 void img_pyramid_create_directory(const img_file* ifp, img_image* image);
+
+}  // namespace ka

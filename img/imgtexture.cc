@@ -34,7 +34,7 @@ static_assert(sizeof(TextureJob) == 36);
 bool is_local(const TextureJob& job) { return (job.flags & IMG_TEXTURE_LOCAL) != 0; }
 
 const char* name_of(const TextureJob& job) {
-  const char* const name = img_string(job.name);
+  const char* const name = ka::img_string(job.name);
   return name ? name : "";
 }
 
@@ -64,16 +64,16 @@ void report_loaded(const char* name, std::int64_t bytes) {
 bool cache(img_file& file, ka_job_call& call) {
   const std::int64_t file_size = file.file_size;
   std::uint32_t tag = call.tag;
-  if (!img_cache_map(&file, &tag)) return false;
+  if (!ka::img_cache_map(&file, &tag)) return false;
   const std::size_t element = ka_db_accessinfo(call.tag)->size;
   call.job_size = element + std::size_t(file_size / 16384 * 8) + std::size_t(share_of(file_size));
   call.fixed = 1;
-  img_cache_size_adjust(double(share_of(file_size)));
+  ka::img_cache_size_adjust(double(share_of(file_size)));
   return true;
 }
 
 int read_whole(img_file& file, const TextureJob& job, ka_job_call& call) {
-  img_image* const image = img_make_element(&file, &call.tag, job.name);
+  img_image* const image = ka::img_make_element(&file, &call.tag, job.name);
   file.pyramid = 0;  // there is nothing to filter in a picture that cannot be read
   if (!image || !ka_img_image_read(&file, image)) {
     ka_img_err_msg(&file);
@@ -88,8 +88,8 @@ int read_whole(img_file& file, const TextureJob& job, ka_job_call& call) {
 // Maps, caches or reads an open file.
 int load_open(img_file& file, const TextureJob& job, ka_job_call& call) {
   const std::int64_t file_size = file.file_size;
-  const bool prefers_cache = img_cache_prefer(img_context(), &file);
-  img_image* const mapped = prefers_cache ? nullptr : img_address_map(&file);
+  const bool prefers_cache = ka::img_cache_prefer(ka::img_context(), &file);
+  img_image* const mapped = prefers_cache ? nullptr : ka::img_address_map(&file);
   if (mapped) {
     call.data = mapped;
     call.size = std::size_t(file_size) - ka::kMapImageOffset;
@@ -124,8 +124,8 @@ int make(const TextureJob& job, ka_job_call& call) {
   shape.height = job.height;
   shape.pyramid = job.pyramid;
   shape.writing = 1;
-  shape.type = job.type >= 0 && job.type < IMG_TYPE_COUNT ? job.type : img_color_type(job.bits);
-  img_image* const image = img_make_element(&shape, &call.tag, job.name);
+  shape.type = job.type >= 0 && job.type < IMG_TYPE_COUNT ? job.type : ka::img_color_type(job.bits);
+  img_image* const image = ka::img_make_element(&shape, &call.tag, job.name);
   if (!image) {
     ka_error("cannot make texture %s, %d x %d", name_of(job), job.width, job.height);
     return 0;
@@ -153,14 +153,14 @@ void schedule(const TextureJob& job, ka_job_schedule& hints) {
 int unload(const TextureJob& job, ka_job_call& call) {
   if (!call.fixed) return 0;
   auto* const image = static_cast<img_image*>(call.data);
-  if (img_munmap_map(image)) {
+  if (ka::img_munmap_map(image)) {
     ka_progress("texture %s was memory-unmapped", name_of(job));
     return 1;
   }
   if (!ka::is_cached(image)) return 0;
-  const std::int64_t file_size = img_cache_filesize_get(image);
-  if (!img_cache_image_remove(image)) return 0;
-  img_cache_size_adjust(-double(share_of(file_size)));
+  const std::int64_t file_size = ka::img_cache_filesize_get(image);
+  if (!ka::img_cache_image_remove(image)) return 0;
+  ka::img_cache_size_adjust(-double(share_of(file_size)));
   return 1;
 }
 

@@ -26,7 +26,7 @@ int levels_allowed(int width, int height) {
   img_file shape{};
   shape.width = width;
   shape.height = height;
-  return img_pyramid_levels(&shape);
+  return ka::img_pyramid_levels(&shape);
 }
 
 bool has_samples_of(const img_image& image, int type) {
@@ -91,7 +91,7 @@ int parse_map_head(std::span<const std::uint8_t> bytes, std::int64_t file_size, 
 
 std::optional<std::uint64_t> map_file_bytes(const img_image& image, bool pyramid) {
   const auto bytes =
-      img_pyramid_size(image.width, image.height, image.bits, image.components, pyramid);
+      ka::img_pyramid_size(image.width, image.height, image.bits, image.components, pyramid);
   return bytes ? std::optional(*bytes + kMapImageOffset) : std::nullopt;
 }
 

@@ -28,12 +28,12 @@ ssize_t read_up_to(void* buffer, std::size_t count, FILE* stream, std::int64_t o
 
 }  // namespace
 
-int img_fread(void* buffer, std::size_t count, FILE* stream) {
+int ka::img_fread(void* buffer, std::size_t count, FILE* stream) {
   errno = 0;
   return read_up_to(buffer, count, stream, kHere) == ssize_t(count);
 }
 
-int img_fseek(FILE* stream, std::int64_t offset, int whence) {
+int ka::img_fseek(FILE* stream, std::int64_t offset, int whence) {
   return lseek(fileno(stream), offset, whence) >= 0;
 }
 
@@ -116,7 +116,7 @@ void FileWriter::write(std::span<const char> bytes) {
 
 void FileWriter::seek(std::uint64_t offset) {
   flush();
-  if (error_ == 0 && !img_fseek(stream_, std::int64_t(offset), SEEK_SET)) error_ = errno;
+  if (error_ == 0 && !ka::img_fseek(stream_, std::int64_t(offset), SEEK_SET)) error_ = errno;
   start_ = offset;
 }
 

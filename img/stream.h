@@ -10,14 +10,14 @@
 #include <cstdint>
 #include <span>
 
+namespace ka {
+
 // Reads exactly `count` bytes at the position of the stream's file descriptor. Returns 1, or 0 at
 // the end of the file and on a failure of the system, which errno then tells.
 int img_fread(void* buffer, std::size_t count, FILE* stream);
 
 // Moves the position of the stream's file descriptor. Returns 1, or 0 when the system refuses.
 int img_fseek(FILE* stream, std::int64_t offset, int whence);
-
-namespace ka {
 
 // Reads a file through a buffer of its own, from front to back or row by row wherever the rows
 // stand. Several readers of one file do not disturb each other.

@@ -5,9 +5,9 @@
 #include <ka/random.h>
 #include <ka/trans.h>
 
-LibContext& lib_context() { return *static_cast<LibContext*>(ka_context_mem(KA_LIB)); }
+ka::LibContext& ka::lib_context() { return *static_cast<ka::LibContext*>(ka_context_mem(KA_LIB)); }
 
 void ka::start_lib() {
-  ka_context_register_module(KA_LIB, nullptr, nullptr, sizeof(LibContext));
+  ka_context_register_module(KA_LIB, nullptr, nullptr, sizeof(ka::LibContext));
   ka_random_init();
 }

@@ -47,7 +47,7 @@ int current_module(const ka_context& context) {
 int message_code(int module, std::uint32_t level, int number) {
   const bool geometry = module == KA_GEOKA || (module >= KA_GAPAD && module <= KA_GEOTE);
   const int base = geometry ? 90000 : module * 10000;
-  return base + 1000 * std::max(int(level_index(level)), 1) + number % 1000;
+  return base + 1000 * std::max(int(ka::level_index(level)), 1) + number % 1000;
 }
 
 // Arguments that have no text, such as a wide character that the locale lacks, leave the format.
@@ -84,7 +84,7 @@ void format_prefix(ka_message_record& record, const ka_context& context, int mod
   } else {
     at += std::snprintf(at, room(), ".n  ");
   }
-  at += std::snprintf(at, room(), "%-5s", kLevelNames[level_index(record.level)]);
+  at += std::snprintf(at, room(), "%-5s", kLevelNames[ka::level_index(record.level)]);
   if (number != 0 && (mask & KA_SUBVERB_MSGCODE)) std::snprintf(at, room(), "  %06d", record.code);
 }
 
@@ -103,7 +103,7 @@ void message(std::uint32_t level, int number, const char* format, va_list argume
   format_text(record.text, format, arguments);
   format_prefix(record, context, module, number);
   const bool from_master_network = context.thread == kNetworkThread && context.host == 0;
-  output_message(record, !from_master_network);
+  ka::output_message(record, !from_master_network);
   errno = saved_errno;
 }
 
@@ -112,8 +112,8 @@ void message(std::uint32_t level, int number, const char* format, va_list argume
   const int module = current_module(ka::context());
   const int start = std::snprintf(line, sizeof line, "%-4.4s fatal: ", ka_modname[module]);
   format_or_copy(std::span(line).subspan(std::size_t(start)), format, arguments);
-  log_to_file(line);
-  network.abort(kAbortCode);
+  ka::log_to_file(line);
+  ka::network.abort(kAbortCode);
   std::exit(1);
 }
 
@@ -123,7 +123,7 @@ bool is_shown(std::uint32_t level) {
 
 }  // namespace
 
-std::size_t level_index(std::uint32_t level) {
+std::size_t ka::level_index(std::uint32_t level) {
   return std::min<std::size_t>(std::size_t(std::countr_zero(level)), kLevelNames.size());
 }
 
@@ -172,11 +172,11 @@ KA_MESSAGE_FUNCTION(ka_vdebug, KA_VDEBUG)
 KA_NUMBERED_MESSAGE_FUNCTION(ka_nerror, KA_ERROR)
 KA_NUMBERED_MESSAGE_FUNCTION(ka_nwarning, KA_WARNING)
 
-void take_level_mask(std::uint32_t mask) { level_mask = mask; }
+void ka::take_level_mask(std::uint32_t mask) { level_mask = mask; }
 
 void ka_set_verbosity(std::uint32_t mask) {
-  take_level_mask(mask);
-  if (ka::context().host == 0) send_verbosities(-1);  // the master's settings hold on all hosts
+  ka::take_level_mask(mask);
+  if (ka::context().host == 0) ka::send_verbosities(-1);  // the master's settings hold on all hosts
 }
 
 std::uint32_t ka_get_verbosity() { return level_mask; }

@@ -20,10 +20,6 @@ struct message_network {
 };
 extern message_network network;
 
-}  // namespace ka
-using ka::message_network;
-using ka::network;
-
 // Shows a record's line: log file, master, handler or standard error.
 void output_message(ka_message_record& record, bool may_forward);
 
@@ -43,3 +39,5 @@ std::size_t level_index(std::uint32_t level);
 // Colours of a line on standard error, empty when colour is off: by level index; slot 7 ends the
 // line.
 const char* color_of(std::size_t slot);
+
+}  // namespace ka

@@ -94,16 +94,16 @@ void log_assertion(const char* expression, const char* file, int line) {
   char text[kLongestText];
   std::snprintf(text, sizeof text, "ASSERTION FAILED %.*s: %s %d", int(longest), expression, file,
                 line);
-  log_to_file(text);
+  ka::log_to_file(text);
 }
 
 }  // namespace
 
-message_network ka::network = {.is_slave = [] { return false; },
-                               .send = [](int, const ka_message_record&) { return false; },
-                               .abort = [](int) {}};
+ka::message_network ka::network = {.is_slave = [] { return false; },
+                                   .send = [](int, const ka_message_record&) { return false; },
+                                   .abort = [](int) {}};
 
-void log_to_file(const char* line) {
+void ka::log_to_file(const char* line) {
   const int file = open_log(log_name());
   if (file < 0) return;
   const time_t now = time(nullptr);
@@ -117,20 +117,21 @@ void log_to_file(const char* line) {
   close(file);
 }
 
-void output_message(ka_message_record& record, bool may_forward) {
+void ka::output_message(ka_message_record& record, bool may_forward) {
   char line[kLineSize];
   std::snprintf(line, sizeof line, "%s: %s", record.prefix, record.text);
-  if (local_log()) return log_to_file(line);
+  if (local_log()) return ka::log_to_file(line);
   const bool is_fatal = record.level == KA_FATAL;
   if (may_forward && do_netmessages) {
     record.kind = KA_RECORD_LINE;
-    if (!network.send(kMaster, record) || is_fatal) log_to_file(line);
+    if (!ka::network.send(kMaster, record) || is_fatal) ka::log_to_file(line);
     if (!is_fatal) return;
-  } else if (network.is_slave()) {
-    return log_to_file(line);
+  } else if (ka::network.is_slave()) {
+    return ka::log_to_file(line);
   }
   if (give_to_handler(record, line)) return;
-  std::fprintf(stderr, "%s%s\n%s", color_of(level_index(record.level)), line, color_of(7));
+  std::fprintf(stderr, "%s%s\n%s", ka::color_of(ka::level_index(record.level)), line,
+               ka::color_of(7));
 }
 
 void ka_errorhandler(ka_error_callback callback) {

@@ -19,10 +19,10 @@ void ka_lib_netmessage(int /*channel*/, ka_message_record* record, std::size_t /
   }
   if (record->kind == KA_RECORD_LINE) {
     record->prefix[sizeof record->prefix - 1] = record->text[sizeof record->text - 1] = '\0';
-    output_message(*record, false);
+    ka::output_message(*record, false);
   } else if (record->kind == KA_RECORD_SETTINGS) {
-    take_verbosities(*record);
-    if (ka::context().host == 0) send_verbosities(-1);
+    ka::take_verbosities(*record);
+    if (ka::context().host == 0) ka::send_verbosities(-1);
   }
 }
 
@@ -31,7 +31,7 @@ void ka::call_for_new_host(int module, void (*function)(int host)) {
 }
 
 void ka_lib_hostcallback(int host) {
-  send_verbosities(host);
+  ka::send_verbosities(host);
   for (const auto send : senders) {
     if (send) send(host);
   }

@@ -56,13 +56,13 @@ float ka_erandom(std::uint16_t state[3]) {
 
 float ka_taskrandom(int index) {
   const ka::ModuleScope scope(KA_LIB);
-  auto& states = lib_context().random;
+  auto& states = ka::lib_context().random;
   return ka_erandom(states[unsigned(index) % states.size()].data());
 }
 
 void ka_taskrandom_seed(int width, int height, int /*unused*/, double x, double y) {
   const ka::ModuleScope scope(KA_LIB);
-  auto& states = lib_context().random;
+  auto& states = ka::lib_context().random;
   const double area = double(width) * height;
   for (std::size_t i = 0; i < kSeededStates; ++i) {
     const auto offset = double(i);

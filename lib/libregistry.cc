@@ -22,32 +22,32 @@ Registry* registry;  // null: not started
 ka::Owned<char> copy(const char* text) { return ka::Owned<char>(ka_mem_strdup(text)); }
 const char* text_of(const ka::Owned<char>& text) { return text ? text.get() : ""; }
 
-RegistryEntry* find_entry(const char* name) {
-  return reinterpret_cast<RegistryEntry*>(ka_sym_lookup_attribute(registry->table, name, 0));
+ka::RegistryEntry* find_entry(const char* name) {
+  return reinterpret_cast<ka::RegistryEntry*>(ka_sym_lookup_attribute(registry->table, name, 0));
 }
 
 bool delete_entry(const char* name) {
-  const ka::Owned<RegistryEntry> entry(find_entry(name));
+  const ka::Owned<ka::RegistryEntry> entry(find_entry(name));
   return ka_sym_delete_symbol(registry->table, name) != 0;
 }
 
 bool create_entry(const char* name) {
   ka_sym_create_symbol(registry->table, name);
-  auto entry = ka::make_owned<RegistryEntry>();
+  auto entry = ka::make_owned<ka::RegistryEntry>();
   const auto address = reinterpret_cast<std::uintptr_t>(entry.get());
   if (ka_sym_add_attribute(registry->table, name, nullptr, address) < 0) return false;
   (void)entry.release();  // the table's now
   return true;
 }
 
-using NamedEntry = std::pair<ka::string, RegistryEntry>;
+using NamedEntry = std::pair<ka::string, ka::RegistryEntry>;
 
 // Copies of all entries, so that they can be printed without the lock.
 ka::vector<NamedEntry> all_entries() {
   ka::vector<NamedEntry> entries;
   const auto append = [](const char* name, std::uintptr_t entry, void* list) {
     static_cast<ka::vector<NamedEntry>*>(list)->emplace_back(
-        name, reinterpret_cast<const RegistryEntry*>(entry)->copy());
+        name, reinterpret_cast<const ka::RegistryEntry*>(entry)->copy());
   };
   const ka::LockScope locked(registry->lock);
   ka_sym_iterate_symbols(registry->table, append, &entries);
@@ -56,7 +56,7 @@ ka::vector<NamedEntry> all_entries() {
 
 void write_entry(FILE* stream, const NamedEntry& named) {
   std::fprintf(stream, "registry \"%s\"\n", named.first.c_str());
-  for (const RegistryItem& item : named.second.items) {
+  for (const ka::RegistryItem& item : named.second.items) {
     std::fprintf(stream, "\t%s\t\"%s\"\n", text_of(item.key), text_of(item.value));
   }
   std::fputs("end registry\n\n", stream);
@@ -64,8 +64,8 @@ void write_entry(FILE* stream, const NamedEntry& named) {
 
 void tell_entry(const NamedEntry& named) {
   const auto& [name, entry] = named;
-  const RegistryItem* const value = entry.value_item();
-  for (const RegistryItem& item : entry.items) {
+  const ka::RegistryItem* const value = entry.value_item();
+  for (const ka::RegistryItem& item : entry.items) {
     ka_info("registry \"%s\": \"%s\"=\"%s\"%s", name.c_str(), text_of(item.key),
             text_of(item.value), &item == value ? " *" : "");
   }
@@ -73,27 +73,27 @@ void tell_entry(const NamedEntry& named) {
 
 }  // namespace
 
-RegistryItem RegistryItem::copy() const { return {::copy(key.get()), ::copy(value.get())}; }
+ka::RegistryItem ka::RegistryItem::copy() const { return {::copy(key.get()), ::copy(value.get())}; }
 
-RegistryEntry RegistryEntry::copy() const {
-  RegistryEntry result;
+ka::RegistryEntry ka::RegistryEntry::copy() const {
+  ka::RegistryEntry result;
   result.items.reserve(items.size());
-  for (const RegistryItem& item : items) result.items.push_back(item.copy());
+  for (const ka::RegistryItem& item : items) result.items.push_back(item.copy());
   return result;
 }
 
-const RegistryItem* RegistryEntry::value_item() const {
-  const auto found = std::ranges::find_if(items, [](const RegistryItem& item) {
+const ka::RegistryItem* ka::RegistryEntry::value_item() const {
+  const auto found = std::ranges::find_if(items, [](const ka::RegistryItem& item) {
     return item.key && std::strcmp(item.key.get(), "value") == 0;
   });
   return found == items.end() ? nullptr : &*found;
 }
 
-bool registry_is_started() { return registry != nullptr; }
+bool ka::registry_is_started() { return registry != nullptr; }
 
-std::optional<RegistryEntry> registry_find(const char* name) {
+std::optional<ka::RegistryEntry> ka::registry_find(const char* name) {
   const ka::LockScope locked(registry->lock);
-  const RegistryEntry* const entry = find_entry(name);
+  const ka::RegistryEntry* const entry = find_entry(name);
   return entry ? std::optional(entry->copy()) : std::nullopt;
 }
 
@@ -110,7 +110,7 @@ void ka_lib_registry_exit() {
   const ka::ModuleScope scope(KA_LIB);
   if (!registry) return;
   const auto release = [](const char* /*name*/, std::uintptr_t entry, void* /*argument*/) {
-    ka::Owned<RegistryEntry>(reinterpret_cast<RegistryEntry*>(entry)).reset();
+    ka::Owned<ka::RegistryEntry>(reinterpret_cast<ka::RegistryEntry*>(entry)).reset();
   };
   ka_sym_iterate_symbols(registry->table, release, nullptr);
   ka_sym_delete_symboltable(registry->table);
@@ -139,7 +139,7 @@ int ka_lib_registry_add(const char* name, const char* key, const char* value) {
   bool found = false;
   {
     const ka::LockScope locked(registry->lock);
-    RegistryEntry* const entry = find_entry(name);
+    ka::RegistryEntry* const entry = find_entry(name);
     found = entry != nullptr;
     if (found) entry->items.push_back({copy(key), copy(value)});
   }

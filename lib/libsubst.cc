@@ -246,7 +246,7 @@ char* ka_string_substitute(char* buffer, const char* name, std::size_t size) {
   const ka::ModuleScope scope(KA_LIB);
   if (!name) return nullptr;
   substitute(buffer, name, size);
-  if (size == 0 || !registry_is_started()) return buffer;
+  if (size == 0 || !ka::registry_is_started()) return buffer;
   const ka::Owned<char> value(ka_lib_registry_lookup(buffer, 0));
   if (value) store(buffer, size, value.get(), false, name);
   return buffer;

@@ -93,7 +93,7 @@ bool find_group(std::string_view item, std::uint32_t& bits) {
 
 // Every change in the master of a network reaches all hosts.
 void tell_hosts() {
-  if (ka::context().host == 0) send_verbosities(-1);
+  if (ka::context().host == 0) ka::send_verbosities(-1);
 }
 
 void set_masks(int module, std::uint32_t mask) {
@@ -127,7 +127,7 @@ std::uint32_t ka_get_subverbosity(int module) {
   return msg_bitmap[std::size_t(module)].load(std::memory_order_relaxed);
 }
 
-void send_verbosities(int host) {
+void ka::send_verbosities(int host) {
   ka_message_record record{};
   record.kind = KA_RECORD_SETTINGS;
   record.level = ka_get_verbosity();
@@ -135,11 +135,11 @@ void send_verbosities(int host) {
     const std::uint32_t mask = msg_bitmap[module];
     std::memcpy(record.text + module * sizeof mask, &mask, sizeof mask);
   }
-  network.send(host, record);
+  ka::network.send(host, record);
 }
 
-void take_verbosities(const ka_message_record& record) {
-  take_level_mask(record.level);
+void ka::take_verbosities(const ka_message_record& record) {
+  ka::take_level_mask(record.level);
   for (int module = 0; module < KA_MODULE_COUNT;
        ++module) {  // module 0 stands for all, then each has its own
     std::uint32_t mask;
@@ -192,4 +192,4 @@ int ka_get_colormessage() { return color_messages; }
 
 void ka_set_default_console_colour() {}
 
-const char* color_of(std::size_t slot) { return color_messages ? msg_color[slot].load() : ""; }
+const char* ka::color_of(std::size_t slot) { return color_messages ? msg_color[slot].load() : ""; }

@@ -21,11 +21,9 @@ struct RegistryEntry {
   [[nodiscard]] const RegistryItem* value_item() const;
 };
 
-}  // namespace ka
-using ka::RegistryEntry;
-using ka::RegistryItem;
-
 [[nodiscard]] bool registry_is_started();
 
 // A private copy of an entry, taken under the registry's lock; empty for a name without one.
 [[nodiscard]] std::optional<RegistryEntry> registry_find(const char* name);
+
+}  // namespace ka

@@ -35,12 +35,12 @@ class Step {
       : name_(name),
         side_effects_(side_effects),
         outer_(innermost),
-        depth_(++lib_context().expansions) {
+        depth_(++ka::lib_context().expansions) {
     innermost = this;
   }
   ~Step() {
     innermost = outer_;
-    --lib_context().expansions;
+    --ka::lib_context().expansions;
   }
   Step(const Step&) = delete;
   Step& operator=(const Step&) = delete;
@@ -102,8 +102,8 @@ class Expansion {
   [[nodiscard]] bool may_follow(const Step& step);
   [[nodiscard]] bool may_go_deeper(const Step& step);
   [[nodiscard]] ka::string value_of(const char* name, const char* value);
-  void perform(const char* name, const RegistryItem& item);
-  void act(const char* name, const RegistryItem& item);
+  void perform(const char* name, const ka::RegistryItem& item);
+  void act(const char* name, const ka::RegistryItem& item);
   void run_command(const char* name, const char* command);
 
   const char* text_;
@@ -167,7 +167,7 @@ bool Expansion::add_variable(std::string_view reference) {
 
 bool Expansion::add_entry(std::string_view reference) {
   const ka::string name(reference);
-  const std::optional<RegistryEntry> entry = registry_find(name.c_str());
+  const std::optional<ka::RegistryEntry> entry = ka::registry_find(name.c_str());
   if (!entry) {
     if (name[1] == '_') {
       ka_debug("%s: registry entry %s not found", text_, name.c_str());
@@ -177,9 +177,9 @@ bool Expansion::add_entry(std::string_view reference) {
     return false;
   }
   if (side_effects_) {
-    for (const RegistryItem& item : entry->items) perform(name.c_str(), item);
+    for (const ka::RegistryItem& item : entry->items) perform(name.c_str(), item);
   }
-  const RegistryItem* const item = entry->value_item();
+  const ka::RegistryItem* const item = entry->value_item();
   if (!item || !item->value) {
     if (!side_effects_) ka_nerror(27, "%s: registry entry %s has no value", text_, name.c_str());
     return side_effects_;
@@ -221,7 +221,7 @@ ka::string Expansion::value_of(const char* name, const char* value) {
   return Expansion(value, side_effects_, this).run().value_or(value);
 }
 
-void Expansion::perform(const char* name, const RegistryItem& item) {
+void Expansion::perform(const char* name, const ka::RegistryItem& item) {
   if (!item.key || !item.value) return;
   const Step step(name, true);
   if (!may_follow(step)) return;
@@ -232,7 +232,7 @@ void Expansion::perform(const char* name, const RegistryItem& item) {
 
 // What would go to the link layer or to the scene reader is told, and nothing more: they are not
 // part of this library.
-void Expansion::act(const char* name, const RegistryItem& item) {
+void Expansion::act(const char* name, const ka::RegistryItem& item) {
   const std::string_view key = item.key.get();
   if (key == "link" || key == "code") {
     ka_debug("registry %s links %s", name, item.value.get());
@@ -260,7 +260,7 @@ void Expansion::run_command(const char* name, const char* command) {
 
 char* ka_lib_registry_lookup(const char* text, int side_effects) {
   const ka::ModuleScope scope(KA_LIB);
-  if (!text || !registry_is_started()) return ka_mem_strdup(text);
+  if (!text || !ka::registry_is_started()) return ka_mem_strdup(text);
   const auto result = Expansion(text, side_effects != 0).run();
   return result ? ka_mem_strdup(result->c_str()) : nullptr;
 }

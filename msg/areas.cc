@@ -6,7 +6,8 @@
 #include <ka/detail/scope.h>
 #include <ka/mem.h>
 
-void AreaTable::add(int module, ka_area_function init, ka_area_function exit, std::size_t size) {
+void ka::AreaTable::add(int module, ka_area_function init, ka_area_function exit,
+                        std::size_t size) {
   KA_ASSERT(module >= 0 && module < KA_MODULE_COUNT);
   Entry& entry = entries_[std::size_t(module)];
   entry.size = size;
@@ -14,7 +15,7 @@ void AreaTable::add(int module, ka_area_function init, ka_area_function exit, st
   if (exit) entry.exit = exit;
 }
 
-void AreaTable::create(void*& area, int module) const {
+void ka::AreaTable::create(void*& area, int module) const {
   const Entry& entry = entries_[std::size_t(module)];
   if (entry.size == 0) return;
   void* const fresh = ka_mem_allocate_raw(entry.size);
@@ -28,7 +29,7 @@ void AreaTable::create(void*& area, int module) const {
   entry.init(fresh);
 }
 
-bool AreaTable::release_all(void** pointers) const {
+bool ka::AreaTable::release_all(void** pointers) const {
   bool any = false;
   for (std::size_t module = 0; module < KA_MODULE_COUNT; ++module) {
     void* const area = pointers[module];
@@ -44,6 +45,6 @@ bool AreaTable::release_all(void** pointers) const {
   return any;
 }
 
-void** AreaTable::make_pointers() {
+void** ka::AreaTable::make_pointers() {
   return static_cast<void**>(ka_mem_allocate_raw(KA_MODULE_COUNT * sizeof(void*)));
 }

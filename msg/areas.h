@@ -36,4 +36,3 @@ class AreaTable {
 };
 
 }  // namespace ka
-using ka::AreaTable;

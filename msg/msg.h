@@ -21,4 +21,3 @@ class HiddenAreas {
 };
 
 }  // namespace ka
-using ka::HiddenAreas;

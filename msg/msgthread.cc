@@ -165,8 +165,8 @@ bool set_areas_hidden(bool hidden) {
 
 }  // namespace
 
-HiddenAreas::HiddenAreas() : were_hidden_(set_areas_hidden(true)) {}
-HiddenAreas::~HiddenAreas() { set_areas_hidden(were_hidden_); }
+ka::HiddenAreas::HiddenAreas() : were_hidden_(set_areas_hidden(true)) {}
+ka::HiddenAreas::~HiddenAreas() { set_areas_hidden(were_hidden_); }
 
 constinit thread_local ka_context* ka::current_context = &static_context;
 

@@ -12,7 +12,7 @@
 #include "msg.h"
 
 namespace {
-AreaTable areas;                         // context areas of all modules
+ka::AreaTable areas;                     // context areas of all modules
 ka_area_function before_push = nullptr;  // gets the area of `before_push_module`
 int before_push_module = KA_NULL;
 
@@ -21,7 +21,7 @@ int before_push_module = KA_NULL;
 void** own_table(ka_context& context) {
   if (context.context_areas) return context.context_areas;
   const ka::ModuleScope scope(KA_TRANS);
-  void** const table = AreaTable::make_pointers();
+  void** const table = ka::AreaTable::make_pointers();
   if (context.context_areas) {  // making it ran a purge, and a limit handler asked for an area
     ka_mem_release_raw(table);
   } else {
@@ -70,7 +70,7 @@ void** ka_context_push() {
 
 void ka_context_pop(void** saved) {
   const ka::ModuleScope scope(KA_TRANS);
-  const HiddenAreas hidden;
+  const ka::HiddenAreas hidden;
   ka_context& context = ka::context();
   if (context.context_areas) {
     // An exit function may ask for another module's area: go on until a pass finds nothing to

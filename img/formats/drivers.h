@@ -4,6 +4,8 @@
 
 #include "imgcall.h"
 
+namespace ka {
+
 // Declares the six operations of a family, and its driver img_driver_<family>.
 #define KA_IMAGE_DRIVER(family)                                                     \
   int img_test_##family(img_file* handle, const std::uint8_t* head);                \
@@ -53,3 +55,5 @@ inline constexpr img_driver img_driver_eps = {.test = img_test_eps,
 
 // Makes a TIFF file that is being written complete up to its last line.
 int img_flush_tiff(img_file* handle);
+
+}  // namespace ka

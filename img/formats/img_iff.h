@@ -10,6 +10,8 @@
 #include "driver.h"
 #include "stream.h"
 
+namespace ka {
+
 // Identifiers and form types: four characters, the first in the highest byte.
 constexpr std::uint32_t iff_name(const char (&text)[5]) {
   std::uint32_t name = 0;
@@ -57,15 +59,15 @@ class IffStack {
 
 // Opens the next chunk. False at the end of the file, when the system failed, which errno then
 // tells, and when too many are open.
-[[nodiscard]] bool img_iff_read_begin_chunk(ka::FileReader& in, IffStack& stack, IffChunk& chunk);
+[[nodiscard]] bool img_iff_read_begin_chunk(FileReader& in, IffStack& stack, IffChunk& chunk);
 // Leaves the innermost chunk: goes on behind its padding. False when none is open.
-[[nodiscard]] bool img_iff_read_end_chunk(ka::FileReader& in, IffStack& stack);
+[[nodiscard]] bool img_iff_read_end_chunk(FileReader& in, IffStack& stack);
 
 // Opens a chunk whose start is here; its size need not be known. False when too many are open.
-[[nodiscard]] bool img_iff_write_begin_chunk(ka::FileWriter& out, IffStack& stack, IffChunk chunk);
+[[nodiscard]] bool img_iff_write_begin_chunk(FileWriter& out, IffStack& stack, IffChunk chunk);
 // Ends the innermost chunk: corrects its size where it is another one, and pads it. False when none
 // is open.
-[[nodiscard]] bool img_iff_write_end_chunk(ka::FileWriter& out, IffStack& stack);
+[[nodiscard]] bool img_iff_write_end_chunk(FileWriter& out, IffStack& stack);
 
 struct IffTile {
   std::size_t x1, y1, x2, y2;  // inclusive, pixels and lines
@@ -89,16 +91,16 @@ struct IffState {
   std::size_t components, sample_bytes;  // 1, 3 or 4; 1, 2 or 4
   bool is_encoded;
   IffStack stack;
-  ka::FileReader in;
-  ka::FileWriter out;
-  ka::vector<IffTile> tiles;            // reading: of the whole file, sorted
-  ka::vector<IffStrip> strips;          // reading: from the bottom up
+  FileReader in;
+  FileWriter out;
+  vector<IffTile> tiles;                // reading: of the whole file, sorted
+  vector<IffStrip> strips;              // reading: from the bottom up
   std::uint32_t tile_name;              // writing
   std::size_t tile_width, tile_height;  // writing
   IffStrip held{0, 0, 0, 0, 0};         // in the strip buffer; no tiles at first
-  ka::Buffer strip;                     // tile by tile from left to right, planes of samples
-  ka::Buffer tile;                      // planes of a tile's bytes, or its pixels as written
-  ka::Buffer packets;                   // writing: of a tile
+  Buffer strip;                         // tile by tile from left to right, planes of samples
+  Buffer tile;                          // planes of a tile's bytes, or its pixels as written
+  Buffer packets;                       // writing: of a tile
 
   [[nodiscard]] std::size_t pixel_bytes() const { return components * sample_bytes; }
   [[nodiscard]] bool holds(std::size_t line) const {
@@ -139,11 +141,11 @@ inline void iff_copy(std::uint8_t* to, const std::uint8_t* from, std::size_t byt
 template <typename Copy>
 void iff_copy_line(const img_file* handle, const IffState& state, std::size_t y,
                    const img_line* line, Copy copy) {
-  const std::size_t slot = ka::first_slot(handle->file_type), size = state.sample_bytes;
+  const std::size_t slot = first_slot(handle->file_type), size = state.sample_bytes;
   for (const IffTile& tile : state.held_tiles()) {
     for (std::size_t c = 0; c < state.components; ++c) {
       copy(state.plane(tile, c) + (y - tile.y1) * tile.width() * size,
-           ka::plane_of<std::uint8_t>(line, slot + c) + tile.x1 * size, tile.width() * size);
+           plane_of<std::uint8_t>(line, slot + c) + tile.x1 * size, tile.width() * size);
     }
   }
 }
@@ -177,3 +179,5 @@ int img_iff_read_headers(img_file* handle, IffState& state);
 
 // Lays out the tiles of the strip that begins with a line and is written next.
 void img_iff_start_strip(IffState& state, std::size_t line);
+
+}  // namespace ka

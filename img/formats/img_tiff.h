@@ -9,20 +9,22 @@
 #include "driver.h"
 #include "palette.h"
 
+namespace ka {
+
 namespace tiff {
 
 enum Photometric : std::uint32_t { kWhiteIsZero, kBlackIsZero, kRgb, kPalette };
 
 // Where the strips of a file stand.
 struct Strips {
-  ka::vector<std::uint32_t> offset;  // [plane * per_plane + strip], file offsets in bytes
-  std::size_t per_plane;             // strips of one plane; pixels side by side have one plane
-  std::uint32_t rows;                // of each strip but the last; not used with a single one
+  vector<std::uint32_t> offset;  // [plane * per_plane + strip], file offsets in bytes
+  std::size_t per_plane;         // strips of one plane; pixels side by side have one plane
+  std::uint32_t rows;            // of each strip but the last; not used with a single one
 };
 
 // Rows are read through a reader for each plane, which stand far apart in a file.
 struct PlaneReader {
-  ka::FileReader in;
+  FileReader in;
   // Where a packet of the strip begins: the rows before the next one end there, or as much of them
   // as could be found.
   std::size_t strip;
@@ -39,17 +41,19 @@ struct State {
   std::size_t row_bytes;  // of a decoded row, of one plane where they are separate
   bool is_planar;         // rows of separate planes
   Strips strips;
-  ka::Palette palette;
+  Palette palette;
   std::array<PlaneReader, 4> planes;
 
   // Of a file that is written.
-  ka::FileWriter out;
-  ka::Buffer packets;        // of one row
+  FileWriter out;
+  Buffer packets;            // of one row
   std::uint64_t compressed;  // bytes of all rows
 
   // Of both.
   bool is_compressed;
-  ka::Buffer row;  // a decoded row of a compressed file
+  Buffer row;  // a decoded row of a compressed file
 };
 
 }  // namespace tiff
+
+}  // namespace ka

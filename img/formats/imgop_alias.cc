@@ -11,6 +11,8 @@
 #include "rle.h"
 #include "stream.h"
 
+namespace ka {
+
 namespace {
 
 constexpr std::size_t kHeaderBytes = 10;
@@ -23,12 +25,12 @@ struct Size {
 };
 
 struct AliasState {
-  ka::FileReader packets;  // of a file that is read
-  ka::FileWriter out;      // of a file that is written
+  FileReader packets;  // of a file that is read
+  FileWriter out;      // of a file that is written
 };
 
 std::optional<Size> parse_header(std::span<const std::uint8_t> head) {
-  ka::ByteCursor in(head);
+  ByteCursor in(head);
   const Size size{in.be16(), in.be16()};
   const int x = in.be16(), y = in.be16(), bits = in.be16();
   const auto is_side = [](int side) { return side >= 1 && side <= kLargestSide; };
@@ -51,7 +53,7 @@ std::size_t run_length(std::span<const std::uint8_t> red, std::span<const std::u
 
 // Hands the packets that are still here to the system.
 int img_alias_copyout(img_file* handle, AliasState& state) {
-  return ka::finish_file(handle, state.out, IMG_ERR_WRITE);
+  return finish_file(handle, state.out, IMG_ERR_WRITE);
 }
 
 }  // namespace
@@ -63,7 +65,7 @@ int img_test_alias(img_file* /*handle*/, const std::uint8_t* head) {
 int img_open_alias(img_file* handle, const std::uint8_t* head) {
   const auto size = parse_header({head, IMG_HEAD_SIZE});
   if (!size) return img_error(handle, IMG_ERR_SUBTYPE, 0);
-  auto state = ka::make_state<AliasState>(handle);
+  auto state = make_state<AliasState>(handle);
   state->packets.start(handle, kHeaderBytes);
   handle->width = size->width;
   handle->height = size->height;
@@ -72,10 +74,10 @@ int img_open_alias(img_file* handle, const std::uint8_t* head) {
 }
 
 int img_create_alias(img_file* handle) {
-  if (!ka::check_sides(handle, kLargestField)) return 0;
-  auto state = ka::make_state<AliasState>(handle);
+  if (!check_sides(handle, kLargestField)) return 0;
+  auto state = make_state<AliasState>(handle);
   state->out.start(handle);
-  ka::ByteWriter out(state->out.put(kHeaderBytes));
+  ByteWriter out(state->out.put(kHeaderBytes));
   out.be16(static_cast<std::uint32_t>(handle->width));
   out.be16(static_cast<std::uint32_t>(handle->height));
   out.be32(0);  // origin
@@ -85,37 +87,39 @@ int img_create_alias(img_file* handle) {
 }
 
 int img_read_alias(img_file* handle, img_line* line) {
-  auto& in = ka::state_of<AliasState>(handle).packets;
-  const auto [red, green, blue] = ka::plane_pointers<std::uint8_t, 3>(line);
+  auto& in = state_of<AliasState>(handle).packets;
+  const auto [red, green, blue] = plane_pointers<std::uint8_t, 3>(line);
   const auto width = static_cast<std::size_t>(handle->width);
-  const std::size_t wanted = std::min<std::uint64_t>(width * ka::kRunBytes, in.left());
+  const std::size_t wanted = std::min<std::uint64_t>(width * kRunBytes, in.left());
   const auto packets = in.ahead(wanted);
   const int failure = errno;
-  const auto row = ka::expand_runs(packets, {blue, green, red}, width);
-  if (row.end == ka::RowEnd::kShort && packets.size() < wanted) {  // the system gave less
+  const auto row = expand_runs(packets, {blue, green, red}, width);
+  if (row.end == RowEnd::kShort && packets.size() < wanted) {  // the system gave less
     return img_error(handle, IMG_ERR_READ, failure);
   }
-  if (row.end != ka::RowEnd::kWhole) return img_error(handle, IMG_ERR_CORRUPT, 0);
+  if (row.end != RowEnd::kWhole) return img_error(handle, IMG_ERR_CORRUPT, 0);
   (void)in.take(row.used);
   return 1;
 }
 
 int img_write_alias(img_file* handle, img_line* line) {
-  auto& out = ka::state_of<AliasState>(handle).out;
-  auto [red, green, blue] = ka::line_planes<const std::uint8_t, 3>(handle, line);
+  auto& out = state_of<AliasState>(handle).out;
+  auto [red, green, blue] = line_planes<const std::uint8_t, 3>(handle, line);
   while (!red.empty()) {
     const std::size_t length = run_length(red, green, blue);
-    const auto packet = out.put(ka::kRunBytes);
+    const auto packet = out.put(kRunBytes);
     packet[0] = static_cast<std::uint8_t>(length);
     packet[1] = blue[0];
     packet[2] = green[0];
     packet[3] = red[0];
-    for (auto* const plane : {&red, &green, &blue}) ka::drop_front(*plane, length);
+    for (auto* const plane : {&red, &green, &blue}) drop_front(*plane, length);
   }
   return out.error() == 0 ? 1 : img_error(handle, IMG_ERR_WRITE, out.error());
 }
 
 int img_close_alias(img_file* handle) {
-  const auto state = ka::take_state<AliasState>(handle);
+  const auto state = take_state<AliasState>(handle);
   return state ? img_alias_copyout(handle, *state) : 1;
 }
+
+}  // namespace ka

@@ -12,6 +12,8 @@
 #include "palette.h"
 #include "rows.h"
 
+namespace ka {
+
 namespace {
 
 constexpr std::size_t kFileHeader = 14;  // bytes
@@ -39,9 +41,9 @@ struct Header {
 struct BmpState {
   Header header;
   std::uint64_t row_bytes;  // padding included
-  ka::Palette palette;
-  ka::FileReader rows;
-  ka::FileWriter out;
+  Palette palette;
+  FileReader rows;
+  FileWriter out;
 };
 
 // Rows take whole words of four bytes.
@@ -51,7 +53,7 @@ std::uint64_t padded_row(std::uint64_t width, std::uint64_t bits) {
 
 // Fields that a header of 12 bytes lacks are 0. Empty for one of another size.
 std::optional<Header> parse_header(std::span<const std::uint8_t> head) {
-  ka::ByteCursor in(head);
+  ByteCursor in(head);
   in.skip(kFileHeader);
   Header header{};
   header.bytes = in.le32();
@@ -97,7 +99,7 @@ bool read_palette(BmpState& state) {
 
 // The stored pixels of the current line.
 std::span<const std::uint8_t> read_row(img_file* handle, BmpState& state) {
-  const auto before = ka::checked_product(handle->line_count, state.row_bytes);
+  const auto before = checked_product(handle->line_count, state.row_bytes);
   errno = 0;
   if (!before || *before > std::uint64_t(handle->file_size)) return {};
   state.rows.seek(state.header.pixel_offset() + *before);
@@ -107,7 +109,7 @@ std::span<const std::uint8_t> read_row(img_file* handle, BmpState& state) {
 template <typename Planes>
 int write_row(img_file* handle, BmpState& state, const Planes& planes) {
   const auto width = std::size_t(handle->width);
-  if (ka::write_row(state.out, planes, width, std::endian::little)) {
+  if (write_row(state.out, planes, width, std::endian::little)) {
     const auto padding = state.out.put(state.row_bytes - planes.size() * width);
     std::ranges::fill(padding, std::uint8_t{0});
   }
@@ -127,13 +129,13 @@ int img_open_bmp(img_file* handle, const std::uint8_t* head) {
   if (!header) return img_error(handle, IMG_ERR_SUBTYPE, 0);
   if (size < header->palette_offset()) return img_error(handle, IMG_ERR_READ, 0);
   if (!is_supported(*header)) return img_error(handle, IMG_ERR_SUBTYPE, 0);
-  auto state = ka::make_state<BmpState>(handle);
+  auto state = make_state<BmpState>(handle);
   state->header = *header;
   state->row_bytes = padded_row(std::uint64_t(header->width), header->bits);
   handle->width = header->width;
   handle->height = header->height;
   state->rows.start(handle, header->palette_offset(),
-                    std::max<std::size_t>(ka::FileReader::kBufferSize, state->row_bytes));
+                    std::max<std::size_t>(FileReader::kBufferSize, state->row_bytes));
   if (!read_palette(*state)) return img_error(handle, IMG_ERR_READ, errno);
   handle->data.p = state.release();
   return 1;
@@ -142,14 +144,14 @@ int img_open_bmp(img_file* handle, const std::uint8_t* head) {
 int img_create_bmp(img_file* handle) {
   const auto components = std::uint32_t(handle->components);
   const std::uint64_t row_bytes = padded_row(std::uint64_t(handle->width), 8 * components);
-  const auto bytes = ka::checked_product(row_bytes, handle->height);
+  const auto bytes = checked_product(row_bytes, handle->height);
   if (!bytes || *bytes > std::numeric_limits<std::uint32_t>::max() - kWrittenHeader) {
     return img_error(handle, IMG_ERR_SUBTYPE, EFBIG);
   }
-  auto state = ka::make_state<BmpState>(handle);
+  auto state = make_state<BmpState>(handle);
   state->row_bytes = row_bytes;
   state->out.start(handle);
-  ka::ByteWriter out(state->out.put(kWrittenHeader));
+  ByteWriter out(state->out.put(kWrittenHeader));
   out.text("BM", 2);
   out.le32(std::uint32_t(kWrittenHeader + *bytes));
   out.le32(0);
@@ -167,11 +169,11 @@ int img_create_bmp(img_file* handle) {
 }
 
 int img_read_bmp(img_file* handle, img_line* line) {
-  auto& state = ka::state_of<BmpState>(handle);
+  auto& state = state_of<BmpState>(handle);
   if (handle->line_count >= handle->height) return img_error(handle, IMG_ERR_READ, 0);
   const auto row = read_row(handle, state);
   if (row.empty()) return img_error(handle, IMG_ERR_READ, errno);
-  const auto planes = ka::plane_pointers<std::uint8_t, 4>(line);
+  const auto planes = plane_pointers<std::uint8_t, 4>(line);
   const auto [r, g, b, a] = planes;
   const auto width = std::size_t(handle->width);
   if (state.header.has_palette()) {
@@ -179,22 +181,24 @@ int img_read_bmp(img_file* handle, img_line* line) {
     return img_error(handle, IMG_ERR_CORRUPT, 0);
   }
   if (state.header.bits == 32) {
-    ka::split<std::uint8_t, 4>(row.data(), {b, g, r, a}, width);
+    split<std::uint8_t, 4>(row.data(), {b, g, r, a}, width);
   } else {
-    ka::split<std::uint8_t, 3>(row.data(), {b, g, r}, width);
+    split<std::uint8_t, 3>(row.data(), {b, g, r}, width);
     std::fill_n(a, width, kOpaque);
   }
   return 1;
 }
 
 int img_write_bmp(img_file* handle, img_line* line) {
-  auto& state = ka::state_of<BmpState>(handle);
-  const auto [r, g, b, a] = ka::plane_pointers<std::uint8_t, 4>(line);
+  auto& state = state_of<BmpState>(handle);
+  const auto [r, g, b, a] = plane_pointers<std::uint8_t, 4>(line);
   return handle->components == 4 ? write_row(handle, state, std::array{b, g, r, a})
                                  : write_row(handle, state, std::array{b, g, r});
 }
 
 int img_close_bmp(img_file* handle) {
-  const auto state = ka::take_state<BmpState>(handle);
-  return state ? ka::finish_file(handle, state->out, IMG_ERR_WRITE) : 1;
+  const auto state = take_state<BmpState>(handle);
+  return state ? finish_file(handle, state->out, IMG_ERR_WRITE) : 1;
 }
+
+}  // namespace ka

@@ -15,6 +15,8 @@
 #include "drivers.h"
 #include "rle.h"
 
+namespace ka {
+
 namespace {
 
 constexpr std::size_t kHeaderBytes = 1200;
@@ -37,8 +39,8 @@ struct Header {
 };
 
 struct Component {
-  ka::FileReader in;
-  ka::Buffer expanded;
+  FileReader in;
+  Buffer expanded;
   std::span<const std::uint8_t> samples;  // of the sub-block at hand, from the next line on
 };
 
@@ -47,7 +49,7 @@ struct CatiaState {
   int next = 0;                 // line
   std::array<Component, 3> components;
   int failure = IMG_ERR_NONE;  // of a line: those behind it would come from the wrong places
-  ka::Buffer picture;          // that is written: [component * height + line][width]
+  Buffer picture;              // that is written: [component * height + line][width]
 
   std::uint8_t* line(const img_file* handle, std::size_t component, std::size_t y) {
     const auto height = static_cast<std::size_t>(handle->height);
@@ -60,9 +62,7 @@ using Bytes = std::span<const std::uint8_t>;
 bool has_text(Bytes header, std::size_t at, std::string_view text) {
   return std::memcmp(header.data() + at, text.data(), text.size()) == 0;
 }
-std::uint32_t number(Bytes header, std::size_t at) {
-  return ka::ByteCursor(header.subspan(at)).le32();
-}
+std::uint32_t number(Bytes header, std::size_t at) { return ByteCursor(header.subspan(at)).le32(); }
 
 // Lines of a full sub-block. Where one line less is what fits without packets, the header tells
 // which of the two numbers it is.
@@ -93,7 +93,7 @@ constexpr std::size_t in_records(std::size_t bytes) {
 
 // Takes the record in front of the data of a sub-block. Returns the bytes of that data, or 0 with
 // the handle's error.
-std::size_t read_length(img_file* handle, ka::FileReader& in) {
+std::size_t read_length(img_file* handle, FileReader& in) {
   const auto record = in.take(kRecordBytes);
   const int failure = errno;
   const std::size_t bytes = number(record, 0);
@@ -119,7 +119,7 @@ int read_sub_block(img_file* handle, Component& component, std::size_t count) {
     return 1;
   }
   const std::span row(component.expanded.data(), count);
-  if (ka::expand_pairs(data, row) != ka::RowEnd::kWhole) {
+  if (expand_pairs(data, row) != RowEnd::kWhole) {
     return img_error(handle, IMG_ERR_CORRUPT, 0);
   }
   component.samples = row;
@@ -132,12 +132,12 @@ int read_file(img_file* handle, CatiaState& state) {
   const std::size_t blocks = (height + state.block_lines - 1) / state.block_lines;
   const std::size_t block_samples =
       std::min(state.block_lines, height) * static_cast<std::size_t>(handle->width);
-  ka::FileReader lengths;
+  FileReader lengths;
   std::uint64_t offset = kHeaderBytes;
   lengths.start(handle, offset, kLengthsBuffer);
   for (Component& component : state.components) {
     component.in.start(handle, offset, kRecordBytes + kMostBytes);
-    component.expanded = ka::Buffer(block_samples);
+    component.expanded = Buffer(block_samples);
     if (&component == &state.components.back()) break;
     for (std::size_t block = 0; block < blocks; ++block) {
       const std::size_t bytes = read_length(handle, lengths);
@@ -175,7 +175,7 @@ std::size_t pack_runs(Bytes samples, std::span<std::uint8_t> pairs) {
 }
 
 // The data of a sub-block: pairs where they are shorter, else the samples. Empty when neither fits.
-Bytes encode(Bytes samples, const ka::Buffer& pairs) {
+Bytes encode(Bytes samples, const Buffer& pairs) {
   const std::size_t room = std::min(samples.size() - 1, kMostBytes);
   const std::size_t used = pack_runs(samples, {pairs.data(), room});
   if (used > 0) return {pairs.data(), used};
@@ -197,7 +197,7 @@ bool for_sub_blocks(img_file* handle, CatiaState& state, Use use) {
 }
 
 void put_number(std::span<std::uint8_t> header, std::size_t at, std::size_t value) {
-  ka::ByteWriter(header.subspan(at)).le32(static_cast<std::uint32_t>(value));
+  ByteWriter(header.subspan(at)).le32(static_cast<std::uint32_t>(value));
 }
 void put_text(std::span<std::uint8_t> header, std::size_t at, std::string_view text) {
   std::ranges::copy(text, header.begin() + std::ptrdiff_t(at));
@@ -219,8 +219,8 @@ void put_header(const img_file* handle, std::span<std::uint8_t> header, std::siz
   put_number(header, kCodeAt, kCode);
 }
 
-bool put_sub_block(ka::FileWriter& out, Bytes data) {
-  ka::ByteWriter record(out.put(kRecordBytes));
+bool put_sub_block(FileWriter& out, Bytes data) {
+  ByteWriter record(out.put(kRecordBytes));
   record.le32(static_cast<std::uint32_t>(data.size()));
   record.zeros(kRecordBytes - 4);
   out.write({reinterpret_cast<const char*>(data.data()), data.size()});
@@ -232,17 +232,17 @@ bool put_sub_block(ka::FileWriter& out, Bytes data) {
 // Writes the picture that was collected.
 int img_flush_catia(img_file* handle, CatiaState& state) {
   const auto width = static_cast<std::size_t>(handle->width);
-  const ka::Buffer pairs(kMostBytes);
+  const Buffer pairs(kMostBytes);
   state.block_lines = kMostSamples / width;
   const bool fits =
       for_sub_blocks(handle, state, [&](Bytes samples) { return !encode(samples, pairs).empty(); });
   if (!fits) state.block_lines = kMostBytes / width;
-  ka::FileWriter out;
+  FileWriter out;
   out.start(handle);
   put_header(handle, out.put(kHeaderBytes), state.block_lines);
   (void)for_sub_blocks(handle, state,
                        [&](Bytes samples) { return put_sub_block(out, encode(samples, pairs)); });
-  return ka::finish_file(handle, out, IMG_ERR_WRITE);
+  return finish_file(handle, out, IMG_ERR_WRITE);
 }
 
 }  // namespace
@@ -253,13 +253,13 @@ int img_test_catia(img_file* /*handle*/, const std::uint8_t* head) {
 }
 
 int img_open_catia(img_file* handle, const std::uint8_t* /*head*/) {
-  ka::FileReader in;
+  FileReader in;
   in.start(handle, 0, kHeaderBytes);
   const auto bytes = in.take(kHeaderBytes);
   if (bytes.empty()) return img_error(handle, IMG_ERR_READ, errno);
   const auto header = parse_header(bytes);
   if (!header) return img_error(handle, IMG_ERR_SUBTYPE, 0);
-  auto state = ka::make_state<CatiaState>(handle);
+  auto state = make_state<CatiaState>(handle);
   state->block_lines = lines_of_block(header->width, header->block_samples);
   handle->width = static_cast<int>(header->width);
   handle->height = static_cast<int>(header->height);
@@ -268,19 +268,19 @@ int img_open_catia(img_file* handle, const std::uint8_t* /*head*/) {
 }
 
 int img_create_catia(img_file* handle) {
-  const auto bytes = ka::checked_product(handle->width, handle->height, 3);
+  const auto bytes = checked_product(handle->width, handle->height, 3);
   if (handle->width < 1 || std::size_t(handle->width) > kMostBytes || !bytes ||
-      *bytes > ka::kLargestImage) {
+      *bytes > kLargestImage) {
     return img_error(handle, IMG_ERR_SUBTYPE, EFBIG);
   }
-  auto state = ka::make_state<CatiaState>(handle);
-  state->picture = ka::Buffer(static_cast<std::size_t>(*bytes));
+  auto state = make_state<CatiaState>(handle);
+  state->picture = Buffer(static_cast<std::size_t>(*bytes));
   handle->data.p = state.release();
   return 1;
 }
 
 int img_read_catia(img_file* handle, img_line* line) {
-  auto& state = ka::state_of<CatiaState>(handle);
+  auto& state = state_of<CatiaState>(handle);
   if (state.failure != IMG_ERR_NONE) return img_error(handle, state.failure, 0);
   if (state.next >= handle->height) return img_error(handle, IMG_ERR_READ, 0);
   if (static_cast<std::size_t>(state.next) % state.block_lines == 0 &&
@@ -288,19 +288,19 @@ int img_read_catia(img_file* handle, img_line* line) {
     state.failure = handle->error;
     return 0;
   }
-  const auto planes = ka::line_planes<std::uint8_t, 3>(handle, line);
+  const auto planes = line_planes<std::uint8_t, 3>(handle, line);
   for (std::size_t c = 0; c < planes.size(); ++c) {
     auto& samples = state.components[c].samples;
     std::ranges::copy(samples.first(planes[c].size()), planes[c].begin());
-    ka::drop_front(samples, planes[c].size());
+    drop_front(samples, planes[c].size());
   }
   ++state.next;
   return 1;
 }
 
 int img_write_catia(img_file* handle, img_line* line) {
-  auto& state = ka::state_of<CatiaState>(handle);
-  const auto planes = ka::line_planes<std::uint8_t, 3>(handle, line);
+  auto& state = state_of<CatiaState>(handle);
+  const auto planes = line_planes<std::uint8_t, 3>(handle, line);
   for (std::size_t c = 0; c < planes.size(); ++c) {
     std::ranges::copy(planes[c], state.line(handle, c, static_cast<std::size_t>(state.next)));
   }
@@ -309,7 +309,9 @@ int img_write_catia(img_file* handle, img_line* line) {
 }
 
 int img_close_catia(img_file* handle) {
-  const auto state = ka::take_state<CatiaState>(handle);
+  const auto state = take_state<CatiaState>(handle);
   if (!state || !handle->writing || handle->error != IMG_ERR_NONE) return 1;
   return img_flush_catia(handle, *state);
 }
+
+}  // namespace ka

@@ -11,6 +11,8 @@
 #include "drivers.h"
 #include "rows.h"
 
+namespace ka {
+
 namespace {
 
 constexpr int kLargestSide = 65535;      // what the header can hold
@@ -58,12 +60,12 @@ struct Header {
 };
 
 struct CtState {
-  ka::FileReader in;
-  ka::FileWriter out;
+  FileReader in;
+  FileWriter out;
 };
 
 std::optional<Header> parse_header(std::span<const std::uint8_t> head) {
-  ka::ByteCursor in(head);
+  ByteCursor in(head);
   Header header{};
   header.code = in.u8();
   if (header.code >= kSubtypes.size() || in.u8() != 0) return std::nullopt;
@@ -107,7 +109,7 @@ template <typename Sample, std::size_t Components>
 std::array<Sample*, Components> planes_of(const img_file* handle, const img_line* line) {
   std::array<Sample*, Components> planes;
   for (std::size_t c = 0; c < Components; ++c) {
-    planes[c] = ka::plane_of<Sample>(line, ka::first_slot(handle->file_type) + c);
+    planes[c] = plane_of<Sample>(line, first_slot(handle->file_type) + c);
   }
   return planes;
 }
@@ -116,8 +118,8 @@ template <typename Sample, std::size_t Components>
 bool move_samples(img_file* handle, CtState& state, const img_line* line) {
   const auto planes = planes_of<Sample, Components>(handle, line);
   const auto width = static_cast<std::size_t>(handle->width);
-  return handle->writing ? ka::write_row(state.out, planes, width, std::endian::big)
-                         : ka::read_row(state.in, planes, width, std::endian::big);
+  return handle->writing ? write_row(state.out, planes, width, std::endian::big)
+                         : read_row(state.in, planes, width, std::endian::big);
 }
 
 template <typename Sample>
@@ -136,14 +138,13 @@ bool move_line(img_file* handle, CtState& state, const img_line* line) {
 
 // Eight pixels to a byte, in memory as in the file.
 bool move_bits(img_file* handle, CtState& state, const img_line* line) {
-  const std::array planes = {ka::plane_of<std::uint8_t>(line, ka::first_slot(IMG_TYPE_BIT))};
+  const std::array planes = {plane_of<std::uint8_t>(line, first_slot(IMG_TYPE_BIT))};
   const auto bytes = (static_cast<std::size_t>(handle->width) + 7) / 8;
-  return handle->writing ? ka::write_row(state.out, planes, bytes)
-                         : ka::read_row(state.in, planes, bytes);
+  return handle->writing ? write_row(state.out, planes, bytes) : read_row(state.in, planes, bytes);
 }
 
 bool move(img_file* handle, img_line* line) {
-  CtState& state = ka::state_of<CtState>(handle);
+  CtState& state = state_of<CtState>(handle);
   switch (handle->bits) {
     case 1:
       return move_bits(handle, state, line);
@@ -167,11 +168,11 @@ int img_test_ct(img_file* handle, const std::uint8_t* head) {
 int img_open_ct(img_file* handle, const std::uint8_t* head) {
   const auto header = parse_header({head, IMG_HEAD_SIZE});
   if (!header) return img_error(handle, IMG_ERR_SUBTYPE, 0);
-  auto state = ka::make_state<CtState>(handle);
+  auto state = make_state<CtState>(handle);
   state->in.start(handle, header->subtype().header_bytes);
   handle->width = header->width;
   handle->height = header->height;
-  ka::state_file_type(handle, header->subtype().type);
+  state_file_type(handle, header->subtype().type);
   handle->data.p = state.release();
   return 1;
 }
@@ -179,10 +180,10 @@ int img_open_ct(img_file* handle, const std::uint8_t* head) {
 int img_create_ct(img_file* handle) {
   const auto code = code_for(handle->format, handle->file_type);
   if (!code) return img_error(handle, IMG_ERR_SUBTYPE, 0);
-  if (!ka::check_sides(handle, kLargestSide)) return 0;
-  auto state = ka::make_state<CtState>(handle);
+  if (!check_sides(handle, kLargestSide)) return 0;
+  auto state = make_state<CtState>(handle);
   state->out.start(handle);
-  ka::ByteWriter out(state->out.put(kHeaderBytes));
+  ByteWriter out(state->out.put(kHeaderBytes));
   out.u8(*code);
   out.u8(0);
   out.be16(static_cast<std::uint32_t>(handle->width));
@@ -199,10 +200,12 @@ int img_read_ct(img_file* handle, img_line* line) {
 int img_write_ct(img_file* handle, img_line* line) {
   return move(handle, line)
              ? 1
-             : img_error(handle, IMG_ERR_WRITE, ka::state_of<CtState>(handle).out.error());
+             : img_error(handle, IMG_ERR_WRITE, state_of<CtState>(handle).out.error());
 }
 
 int img_close_ct(img_file* handle) {
-  const auto state = ka::take_state<CtState>(handle);
-  return state ? ka::finish_file(handle, state->out, IMG_ERR_WRITE) : 1;
+  const auto state = take_state<CtState>(handle);
+  return state ? finish_file(handle, state->out, IMG_ERR_WRITE) : 1;
 }
+
+}  // namespace ka

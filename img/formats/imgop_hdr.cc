@@ -14,6 +14,8 @@
 #include "rle.h"
 #include "stream.h"
 
+namespace ka {
+
 namespace {
 
 using namespace std::string_view_literals;
@@ -37,9 +39,9 @@ struct Resolution {
 
 struct HdrState {
   bool mirrored;
-  ka::FileReader scanlines;
-  ka::FileWriter out;
-  ka::Buffer packets;  // of one plane that is written
+  FileReader scanlines;
+  FileWriter out;
+  Buffer packets;  // of one plane that is written
 };
 
 // The next line of a text with its line feed; the last one may lack it.
@@ -61,12 +63,12 @@ bool names_encoding(std::string_view line) {
 }
 
 // Moves behind the first empty line; false when there is none.
-bool skip_header(ka::FileReader& in) {
+bool skip_header(FileReader& in) {
   int last = 0, byte = 0;
   while (last != '\n' || byte != '\n') {
     last = byte;
     byte = in.get();
-    if (byte == ka::FileReader::kEnd) return false;
+    if (byte == FileReader::kEnd) return false;
   }
   return true;
 }
@@ -104,10 +106,10 @@ int failed_line(img_file* handle, const char* reason, int code, int failure = 0)
   return img_error(handle, code, failure);
 }
 
-int read_scanline_header(img_file* handle, ka::FileReader& in) {
+int read_scanline_header(img_file* handle, FileReader& in) {
   const auto header = in.take(kScanlineHeader);
   if (header.empty()) return failed_line(handle, "EOF", IMG_ERR_SIZE, errno);
-  ka::ByteCursor bytes(header);
+  ByteCursor bytes(header);
   if (bytes.u8() != kMark || bytes.u8() != kMark) {
     return failed_line(handle, "line doesn't begin with 2 2", IMG_ERR_CORRUPT);
   }
@@ -119,17 +121,17 @@ int read_scanline_header(img_file* handle, ka::FileReader& in) {
 
 // Packets without bytes do not count in the bound. A plane may have some, up to the size of the
 // reader's buffer.
-int read_plane(img_file* handle, ka::FileReader& in, std::span<std::uint8_t> plane) {
-  const std::size_t usual = ka::scanline_bound(plane.size());
-  for (const std::size_t most : {usual, ka::FileReader::kBufferSize}) {
+int read_plane(img_file* handle, FileReader& in, std::span<std::uint8_t> plane) {
+  const std::size_t usual = scanline_bound(plane.size());
+  for (const std::size_t most : {usual, FileReader::kBufferSize}) {
     const auto packets = in.ahead(most);
     const int failure = errno;
-    const auto [end, used] = ka::expand_scanline(packets, plane);
-    if (end == ka::RowEnd::kWhole) {
+    const auto [end, used] = expand_scanline(packets, plane);
+    if (end == RowEnd::kWhole) {
       (void)in.take(used);
       return 1;
     }
-    if (end == ka::RowEnd::kCorrupt) {
+    if (end == RowEnd::kCorrupt) {
       return failed_line(handle, "scanline too long", IMG_ERR_CORRUPT);
     }
     if (packets.size() < most) return failed_line(handle, "EOF", IMG_ERR_SIZE, failure);
@@ -137,8 +139,8 @@ int read_plane(img_file* handle, ka::FileReader& in, std::span<std::uint8_t> pla
   return failed_line(handle, "wrong line length after RLE", IMG_ERR_CORRUPT);
 }
 
-void write_scanline_header(const img_file* handle, ka::FileWriter& out) {
-  ka::ByteWriter bytes(out.put(kScanlineHeader));
+void write_scanline_header(const img_file* handle, FileWriter& out) {
+  ByteWriter bytes(out.put(kScanlineHeader));
   bytes.u8(kMark);
   bytes.u8(kMark);
   bytes.be16(static_cast<std::uint32_t>(handle->width));
@@ -148,7 +150,7 @@ void write_scanline_header(const img_file* handle, ka::FileWriter& out) {
 
 int img_test_hdr(img_file* handle, const std::uint8_t* head) {
   if (!as_text({head, IMG_HEAD_SIZE}).starts_with("#?")) return 0;
-  ka::FileReader in;
+  FileReader in;
   in.start(handle, 0, kTestedBytes + kLongestLine);
   const std::string_view text = as_text(in.ahead(kTestedBytes + kLongestLine));
   std::string_view rest = text;
@@ -163,8 +165,8 @@ int img_test_hdr(img_file* handle, const std::uint8_t* head) {
 }
 
 int img_open_hdr(img_file* handle, const std::uint8_t* /*head*/) {
-  auto state = ka::make_state<HdrState>(handle);
-  ka::FileReader& in = state->scanlines;
+  auto state = make_state<HdrState>(handle);
+  FileReader& in = state->scanlines;
   in.start(handle, 0);
   if (!skip_header(in)) return img_error(handle, IMG_ERR_SIZE, errno);
   std::string_view ahead = as_text(in.ahead(kLongestResolution)).substr(0, kLongestResolution);
@@ -186,8 +188,8 @@ int img_open_hdr(img_file* handle, const std::uint8_t* /*head*/) {
 
 int img_create_hdr(img_file* handle) {
   if (handle->width > kLargestWidth) return img_error(handle, IMG_ERR_SUBTYPE, EFBIG);
-  auto state = ka::make_state<HdrState>(handle);
-  state->packets = ka::Buffer(ka::scanline_bound(std::size_t(handle->width)));
+  auto state = make_state<HdrState>(handle);
+  state->packets = Buffer(scanline_bound(std::size_t(handle->width)));
   state->out.start(handle);
   std::array<char, 256> header;
   const int length = std::snprintf(
@@ -200,9 +202,9 @@ int img_create_hdr(img_file* handle) {
 }
 
 int img_read_hdr(img_file* handle, img_line* line) {
-  auto& state = ka::state_of<HdrState>(handle);
+  auto& state = state_of<HdrState>(handle);
   if (!read_scanline_header(handle, state.scanlines)) return 0;
-  for (const auto plane : ka::line_planes<std::uint8_t, kPlanes>(handle, line)) {
+  for (const auto plane : line_planes<std::uint8_t, kPlanes>(handle, line)) {
     if (!read_plane(handle, state.scanlines, plane)) return 0;
     if (state.mirrored) std::ranges::reverse(plane);
   }
@@ -210,17 +212,18 @@ int img_read_hdr(img_file* handle, img_line* line) {
 }
 
 int img_write_hdr(img_file* handle, img_line* line) {
-  auto& state = ka::state_of<HdrState>(handle);
+  auto& state = state_of<HdrState>(handle);
   write_scanline_header(handle, state.out);
-  for (const auto plane : ka::line_planes<std::uint8_t, kPlanes>(handle, line)) {
-    const std::size_t bytes =
-        ka::compact_scanline(plane, {state.packets.data(), state.packets.size()});
+  for (const auto plane : line_planes<std::uint8_t, kPlanes>(handle, line)) {
+    const std::size_t bytes = compact_scanline(plane, {state.packets.data(), state.packets.size()});
     state.out.write({reinterpret_cast<const char*>(state.packets.data()), bytes});
   }
   return state.out.error() == 0 ? 1 : img_error(handle, IMG_ERR_WRITE, state.out.error());
 }
 
 int img_close_hdr(img_file* handle) {
-  const auto state = ka::take_state<HdrState>(handle);
-  return state ? ka::finish_file(handle, state->out, IMG_ERR_WRITE) : 1;
+  const auto state = take_state<HdrState>(handle);
+  return state ? finish_file(handle, state->out, IMG_ERR_WRITE) : 1;
 }
+
+}  // namespace ka

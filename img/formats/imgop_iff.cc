@@ -9,6 +9,8 @@
 #include "img_iff.h"
 #include "rle.h"
 
+namespace ka {
+
 namespace {
 
 constexpr std::size_t kMostTiles = 65535;  // the header counts them in 16 bits
@@ -43,12 +45,12 @@ std::uint32_t flags_of(const img_file* handle) {
 }
 
 bool write_headers(const img_file* handle, IffState& state) {
-  ka::FileWriter& out = state.out;
+  FileWriter& out = state.out;
   if (!img_iff_write_begin_chunk(out, state.stack, {kIffForm, 0, kIffImage, 0})) return false;
   if (!img_iff_write_begin_chunk(out, state.stack, {kIffHeader, kIffHeaderBytes, 0, 0})) {
     return false;
   }
-  ka::ByteWriter header(out.put(kIffHeaderBytes));
+  ByteWriter header(out.put(kIffHeaderBytes));
   header.be32(static_cast<std::uint32_t>(state.width));
   header.be32(static_cast<std::uint32_t>(state.height));
   header.be32(0);  // no pixel aspect
@@ -63,21 +65,21 @@ bool write_headers(const img_file* handle, IffState& state) {
 }  // namespace
 
 int img_test_iff(img_file* /*handle*/, const std::uint8_t* head) {
-  ka::ByteCursor in({head, IMG_HEAD_SIZE});
+  ByteCursor in({head, IMG_HEAD_SIZE});
   in.skip(8);
   return in.be32() == kIffImage;
 }
 
 int img_open_iff(img_file* handle, const std::uint8_t* /*head*/) {
-  auto state = ka::make_state<IffState>(handle);
+  auto state = make_state<IffState>(handle);
   if (!img_iff_read_headers(handle, *state)) return 0;
   handle->data.p = state.release();
   return 1;
 }
 
 int img_create_iff(img_file* handle) {
-  if (!ka::check_sides(handle, kIffLargestSide)) return 0;
-  auto state = ka::make_state<IffState>(handle);
+  if (!check_sides(handle, kIffLargestSide)) return 0;
+  auto state = make_state<IffState>(handle);
   state->width = static_cast<std::size_t>(handle->width);
   state->height = static_cast<std::size_t>(handle->height);
   state->components = static_cast<std::size_t>(handle->components);
@@ -88,9 +90,9 @@ int img_create_iff(img_file* handle) {
   if (tile_count(*state) > kMostTiles) return img_error(handle, IMG_ERR_SUBTYPE, EFBIG);
   const std::size_t pixels = width * height, raw = pixels * state->pixel_bytes();
   state->tile_name = handle->file_type == IMG_TYPE_Z ? kIffDepths : kIffColours;
-  state->tile = ka::Buffer(raw);
-  state->packets = ka::Buffer(raw + ka::compact_bound(pixels, 1));
-  state->strip = ka::Buffer(state->width * height * state->pixel_bytes());
+  state->tile = Buffer(raw);
+  state->packets = Buffer(raw + compact_bound(pixels, 1));
+  state->strip = Buffer(state->width * height * state->pixel_bytes());
   img_iff_start_strip(*state, 0);
   state->out.start(handle);
   if (!write_headers(handle, *state)) return img_error(handle, IMG_ERR_WRITE, 0);
@@ -99,9 +101,11 @@ int img_create_iff(img_file* handle) {
 }
 
 int img_close_iff(img_file* handle) {
-  const auto state = ka::take_state<IffState>(handle);
+  const auto state = take_state<IffState>(handle);
   if (!state || !handle->writing || handle->error) return 1;
   while (img_iff_write_end_chunk(state->out, state->stack)) {
   }
-  return ka::finish_file(handle, state->out, IMG_ERR_WRITE);
+  return finish_file(handle, state->out, IMG_ERR_WRITE);
 }
+
+}  // namespace ka

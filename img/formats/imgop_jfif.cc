@@ -25,6 +25,8 @@
 #include "linekernels.h"
 #include "stream.h"
 
+namespace ka {
+
 namespace {
 
 constexpr std::size_t kComponents = 3;
@@ -54,20 +56,20 @@ struct JfifState {
   jmp_buf jump{};
   bool aborted = false;  // the codec has failed and is not called again
   bool damaged = false;  // since pixels would have been made up
-  ka::Buffer row;        // interleaved samples of a line
+  Buffer row;            // interleaved samples of a line
 
   jpeg_decompress_struct reader{};
   jpeg_source_mgr source{};
   jpeg_progress_mgr progress{};
-  ka::FileReader in;
+  FileReader in;
   std::uint64_t file_size = 0;
   bool ended = false;  // the codec has asked for more than the file holds
   int failure = 0;     // error number of the system then, 0 for the end of the file
 
   jpeg_compress_struct writer{};
   jpeg_destination_mgr destination{};
-  ka::Buffer written;  // bytes on their way to `out`
-  ka::FileWriter out;
+  Buffer written;  // bytes on their way to `out`
+  FileWriter out;
 };
 
 template <typename Codec>
@@ -94,7 +96,7 @@ bool guarded(JfifState& state, Calls calls) {
 }
 
 void tell(j_common_ptr codec) {
-  const ka::ModuleScope scope(KA_JPG);
+  const ModuleScope scope(KA_JPG);
   char text[JMSG_LENGTH_MAX];
   codec->err->format_message(codec, text);
   ka_debug("%s", text);
@@ -249,11 +251,10 @@ bool is_next_line(const img_file* handle, JDIMENSION next, JDIMENSION width, JDI
          static_cast<JDIMENSION>(handle->width) == width;
 }
 
-}  // namespace
-
-int ka_jpg_mod_version() {
-  const ka::ModuleScope scope(KA_JPG);
-  // A codec of another version than the one whose records are known here refuses to be set up.
+// 0 when the codec is of another version than the one whose records are known here: it then refuses
+// to be set up.
+int codec_version() {
+  const ModuleScope scope(KA_JPG);
   static const int version = [] {
     JfifState state;
     set_hooks(state, state.reader);
@@ -262,15 +263,17 @@ int ka_jpg_mod_version() {
   return version;
 }
 
+}  // namespace
+
 int img_test_jfif(img_file* /*handle*/, const std::uint8_t* head) {
   const bool starts_with_app =
       head[0] == 0xff && head[1] == 0xd8 && head[2] == 0xff && head[3] >= 0xe0 && head[3] <= 0xef;
-  return starts_with_app && ka_jpg_mod_version() != 0;
+  return starts_with_app && codec_version() != 0;
 }
 
 int img_open_jfif(img_file* handle, const std::uint8_t* /*head*/) {
-  if (ka_jpg_mod_version() == 0) return 0;
-  auto state = ka::make_state<JfifState>(handle);
+  if (codec_version() == 0) return 0;
+  auto state = make_state<JfifState>(handle);
   jpeg_decompress_struct& reader = state->reader;
   state->file_size = std::uint64_t(handle->file_size);
   state->in.start(handle, 0);
@@ -287,21 +290,21 @@ int img_open_jfif(img_file* handle, const std::uint8_t* /*head*/) {
       ends_before_its_last_scan(*state)) {
     return failed_reading(handle, *state, IMG_ERR_SUBTYPE);
   }
-  state->row = ka::Buffer(std::size_t{reader.output_width} * kComponents);
+  state->row = Buffer(std::size_t{reader.output_width} * kComponents);
   handle->data.p = state.release();
   return 1;
 }
 
 int img_create_jfif(img_file* handle) {
-  if (ka_jpg_mod_version() == 0) return 0;
+  if (codec_version() == 0) return 0;
   const int quality = quality_of(handle);
   if (quality < 0 || quality > 100) {
     ka_nwarning(kQualityNumber, "JPEG: bad quality %d ignored, default quality %d used", quality,
                 kDefaultQuality);
   }
-  auto state = ka::make_state<JfifState>(handle);
-  state->row = ka::Buffer(std::size_t(handle->width) * kComponents);
-  state->written = ka::Buffer(kWriteBuffer);
+  auto state = make_state<JfifState>(handle);
+  state->row = Buffer(std::size_t(handle->width) * kComponents);
+  state->written = Buffer(kWriteBuffer);
   state->out.start(handle);
   set_hooks(*state, state->writer);
   const auto start = [&state = *state, handle, quality] { start_writing(state, handle, quality); };
@@ -314,7 +317,7 @@ int img_create_jfif(img_file* handle) {
 }
 
 int img_read_jfif(img_file* handle, img_line* line) {
-  auto& state = ka::state_of<JfifState>(handle);
+  auto& state = state_of<JfifState>(handle);
   jpeg_decompress_struct& reader = state.reader;
   if (state.aborted ||
       !is_next_line(handle, reader.output_scanline, reader.output_width, reader.output_height)) {
@@ -326,21 +329,21 @@ int img_read_jfif(img_file* handle, img_line* line) {
     return failed_reading(handle, state, IMG_ERR_READ);
   }
   if (rows != 1) return 0;
-  ka::split<std::uint8_t, kComponents>(row, ka::plane_pointers<std::uint8_t, kComponents>(line),
-                                       reader.output_width);
+  split<std::uint8_t, kComponents>(row, plane_pointers<std::uint8_t, kComponents>(line),
+                                   reader.output_width);
   return 1;
 }
 
 int img_write_jfif(img_file* handle, img_line* line) {
-  auto& state = ka::state_of<JfifState>(handle);
+  auto& state = state_of<JfifState>(handle);
   jpeg_compress_struct& writer = state.writer;
   if (state.aborted ||
       !is_next_line(handle, writer.next_scanline, writer.image_width, writer.image_height)) {
     return 0;
   }
   JSAMPROW row = state.row.data();
-  ka::pack<std::uint8_t, kComponents>(row, ka::plane_pointers<std::uint8_t, kComponents>(line),
-                                      writer.image_width);
+  pack<std::uint8_t, kComponents>(row, plane_pointers<std::uint8_t, kComponents>(line),
+                                  writer.image_width);
   JDIMENSION rows = 0;
   if (!guarded(state, [&] { rows = jpeg_write_scanlines(&writer, &row, 1); })) {
     return img_error(handle, IMG_ERR_WRITE, state.out.error());
@@ -350,12 +353,16 @@ int img_write_jfif(img_file* handle, img_line* line) {
 
 // A file that was read is given up wherever the codec stands in it.
 int img_close_jfif(img_file* handle) {
-  if (ka_jpg_mod_version() == 0) return 0;
-  const auto state = ka::take_state<JfifState>(handle);
+  if (codec_version() == 0) return 0;
+  const auto state = take_state<JfifState>(handle);
   if (!state || !handle->writing || handle->error) return 1;
   if (!guarded(*state, [&writer = state->writer] { jpeg_finish_compress(&writer); })) {
     const int failure = state->out.error();
     return img_error(handle, failure != 0 ? IMG_ERR_WRITE : IMG_ERR_CLOSE, failure);
   }
-  return ka::finish_file(handle, state->out, IMG_ERR_WRITE);
+  return finish_file(handle, state->out, IMG_ERR_WRITE);
 }
+
+}  // namespace ka
+
+int ka_jpg_mod_version() { return ka::codec_version(); }

@@ -9,6 +9,8 @@
 #include "drivers.h"
 #include "rle.h"
 
+namespace ka {
+
 namespace {
 
 constexpr std::uint8_t kPadding = 0;  // a record of four bytes, without a length
@@ -26,14 +28,14 @@ struct SizeRecord {
 };
 
 struct LwiState {
-  ka::FileReader packets;
+  FileReader packets;
   int failure = IMG_ERR_NONE;  // of a line: nobody knows where the next one starts
 };
 
 // The offset of the size record behind all others that tell the format.
 std::optional<std::size_t> find_size_record(std::span<const std::uint8_t> head) {
   unsigned seen = 0;
-  ka::ByteCursor in(head);
+  ByteCursor in(head);
   while (in.left() > 0) {
     const std::size_t offset = head.size() - in.left();
     const std::uint8_t type = in.u8();
@@ -47,7 +49,7 @@ std::optional<std::size_t> find_size_record(std::span<const std::uint8_t> head) 
 
 // Empty where the record ends before its last part.
 std::optional<SizeRecord> parse_size(std::span<const std::uint8_t> bytes) {
-  ka::ByteCursor in(bytes);
+  ByteCursor in(bytes);
   SizeRecord size{};
   in.skip(6);
   size.width = in.be32();
@@ -75,7 +77,7 @@ int img_test_lwi(img_file* /*handle*/, const std::uint8_t* head) {
 int img_open_lwi(img_file* handle, const std::uint8_t* head) {
   const auto offset = find_size_record({head, IMG_HEAD_SIZE});
   if (!offset) return img_error(handle, IMG_ERR_FORMAT, 0);
-  auto state = ka::make_state<LwiState>(handle);
+  auto state = make_state<LwiState>(handle);
   state->packets.start(handle, *offset);
   const auto size = parse_size(state->packets.ahead(kSizeRecordBytes));
   if (!size) return img_error(handle, IMG_ERR_READ, errno);
@@ -93,17 +95,17 @@ int img_open_lwi(img_file* handle, const std::uint8_t* head) {
 int img_create_lwi(img_file* /*handle*/) { return 1; }
 
 int img_read_lwi(img_file* handle, img_line* line) {
-  auto& state = ka::state_of<LwiState>(handle);
+  auto& state = state_of<LwiState>(handle);
   if (state.failure != IMG_ERR_NONE) return img_error(handle, state.failure, 0);
-  auto planes = ka::plane_pointers<std::uint8_t, 3>(line);
+  auto planes = plane_pointers<std::uint8_t, 3>(line);
   auto left = static_cast<std::size_t>(handle->width);
   while (left > 0) {
-    const auto packets = state.packets.ahead(ka::kRunBytes);
-    if (packets.size() < ka::kRunBytes) return fail(handle, state, IMG_ERR_READ, errno);
-    auto [end, used, pixels] = ka::expand_runs(packets, planes, left);
-    if (end == ka::RowEnd::kCorrupt) {
+    const auto packets = state.packets.ahead(kRunBytes);
+    if (packets.size() < kRunBytes) return fail(handle, state, IMG_ERR_READ, errno);
+    auto [end, used, pixels] = expand_runs(packets, planes, left);
+    if (end == RowEnd::kCorrupt) {
       if (packets[used] != 0) return fail(handle, state, IMG_ERR_CORRUPT, 0);
-      used += ka::kRunBytes;  // an empty packet does no harm
+      used += kRunBytes;  // an empty packet does no harm
     }
     (void)state.packets.take(used);
     for (std::uint8_t*& plane : planes) plane += pixels;
@@ -115,6 +117,8 @@ int img_read_lwi(img_file* handle, img_line* line) {
 int img_write_lwi(img_file* /*handle*/, img_line* /*line*/) { return 1; }
 
 int img_close_lwi(img_file* handle) {
-  const auto state = ka::take_state<LwiState>(handle);
+  const auto state = take_state<LwiState>(handle);
   return 1;
 }
+
+}  // namespace ka

@@ -13,17 +13,17 @@
 #include "imgmap.h"
 #include "imgpyramid.h"
 
+namespace ka {
+
 namespace {
 
 constexpr int kLarger = 9;                                   // number of the message about the size
 constexpr std::size_t kTableBuffer = std::size_t{16} << 10;  // of the reader of line tables, bytes
 
-using ka::MapState;
-
 // A file of one level has exactly the bytes of its picture or more, which are told. Files of several
 // levels have been seen with fewer levels than their sides allow.
 int check_size(img_file* handle, const img_image& image) {
-  const auto expected = std::int64_t(ka::map_file_bytes(image, image.levels > 0).value_or(0));
+  const auto expected = std::int64_t(map_file_bytes(image, image.levels > 0).value_or(0));
   if (image.levels > 1) {
     if (handle->file_size == expected) return 1;
     ka_info(
@@ -52,11 +52,11 @@ void swap_samples(std::uint8_t* plane, std::size_t bytes, int type) {
 
 // The file header and the header and line table of the base, in a mapping that is zero; then the
 // headers and line tables of the other levels.
-void write_headers(const img_file* handle, const ka::Mapping& mapping) {
-  ka::MapFileHeader header{};
-  header.magic = ka::kMapMagic;
+void write_headers(const img_file* handle, const Mapping& mapping) {
+  MapFileHeader header{};
+  header.magic = kMapMagic;
   header.type = handle->file_type;
-  header.version = ka::kMapVersion;
+  header.version = kMapVersion;
   header.image.filter = static_cast<float>(handle->pyramid);
   header.image.width = handle->width;
   header.image.height = handle->height;
@@ -64,26 +64,26 @@ void write_headers(const img_file* handle, const ka::Mapping& mapping) {
   header.image.components = handle->components;
   header.image.type = handle->file_type;
   std::memcpy(mapping.start(), &header, sizeof header);
-  ka::lay_out(mapping.image(), ka::first_slot_in_map_files(handle->file_type));
+  lay_out(mapping.image(), first_slot_in_map_files(handle->file_type));
   if (handle->pyramid != 0) img_pyramid_create_directory(handle, mapping.image());
 }
 
 }  // namespace
 
 int img_test_map(img_file* /*handle*/, const std::uint8_t* head) {
-  return ka::is_map_file({head, IMG_HEAD_SIZE});
+  return is_map_file({head, IMG_HEAD_SIZE});
 }
 
 int img_open_map(img_file* handle, const std::uint8_t* head) {
-  auto state = ka::make_state<MapState>(handle);
-  const int error = ka::parse_map_head({head, IMG_HEAD_SIZE}, handle->file_size, state->head);
+  auto state = make_state<MapState>(handle);
+  const int error = parse_map_head({head, IMG_HEAD_SIZE}, handle->file_size, state->head);
   if (error) return img_error(handle, error, 0);
   const img_image& image = state->head.image;
   if (!check_size(handle, image)) return 0;
   handle->width = image.width;
   handle->height = image.height;
   handle->pyramid = pyramid_of(image.filter);
-  ka::state_file_type(handle, state->head.type);
+  state_file_type(handle, state->head.type);
   state->tables.start(handle, 0, kTableBuffer);
   state->planes.start(handle, 0);
   handle->data.p = state.release();
@@ -95,29 +95,29 @@ int img_create_map(img_file* handle) {
   const auto bytes = img_pyramid_size(handle->width, handle->height, handle->bits,
                                       handle->components, handle->pyramid != 0);
   if (!bytes) return img_error(handle, IMG_ERR_SUBTYPE, EFBIG);
-  handle->file_size = std::int64_t(*bytes + ka::kMapImageOffset);
+  handle->file_size = std::int64_t(*bytes + kMapImageOffset);
   if (!img_mmap_map(handle, true)) return 0;
-  write_headers(handle, ka::state_of<MapState>(handle).mapping);
+  write_headers(handle, state_of<MapState>(handle).mapping);
   return 1;
 }
 
 int img_read_map(img_file* handle, img_line* line) {
-  auto& state = ka::state_of<MapState>(handle);
+  auto& state = state_of<MapState>(handle);
   const auto& [type, swapped, image] = state.head;
   if (handle->line_count >= handle->height) return img_error(handle, IMG_ERR_READ, 0);
-  const ka::MapLevel base = ka::map_base(state.head);
+  const MapLevel base = map_base(state.head);
   img_image_line entry;
-  const std::uint64_t table = base.offset + ka::kImageHeaderSize;
+  const std::uint64_t table = base.offset + kImageHeaderSize;
   state.tables.seek(table + std::uint64_t(handle->line_count) * sizeof entry);
   if (!state.tables.read({reinterpret_cast<std::uint8_t*>(&entry), sizeof entry})) {
     return img_error(handle, IMG_ERR_READ, errno);
   }
   if (swapped) ka_swap_ints(entry.offset, IMG_SLOTS);
-  const auto planes = ka::map_line(entry, base, type);
+  const auto planes = map_line(entry, base, type);
   if (!planes) return img_error(handle, IMG_ERR_CORRUPT, 0);
-  const std::size_t bytes = ka::plane_bytes(type, handle->width), first = ka::first_slot(type);
+  const std::size_t bytes = plane_bytes(type, handle->width), first = first_slot(type);
   for (std::size_t c = 0; c < std::size_t(ka_img_ncomp[type]); ++c) {
-    auto* const to = ka::plane_of<std::uint8_t>(line, first + c);
+    auto* const to = plane_of<std::uint8_t>(line, first + c);
     if (!to) continue;
     state.planes.seek(base.offset + (*planes)[c]);
     if (!state.planes.read({to, bytes})) return img_error(handle, IMG_ERR_READ, errno);
@@ -129,14 +129,14 @@ int img_read_map(img_file* handle, img_line* line) {
 // The last line completes the picture, from which its other levels are filtered.
 int img_write_map(img_file* handle, img_line* line) {
   if (handle->error) return 0;
-  const ka::Mapping& mapping = ka::state_of<MapState>(handle).mapping;
+  const Mapping& mapping = state_of<MapState>(handle).mapping;
   const int type = handle->file_type;
-  const std::size_t bytes = ka::plane_bytes(type, handle->width);
+  const std::size_t bytes = plane_bytes(type, handle->width);
   const auto components = std::size_t(ka_img_ncomp[type]);
   const auto y = std::size_t(handle->line_count);
-  std::uint8_t* to = ka::first_plane(mapping.image()) + y * components * bytes;
+  std::uint8_t* to = first_plane(mapping.image()) + y * components * bytes;
   for (std::size_t c = 0; c < components; ++c, to += bytes) {
-    const auto* const from = ka::plane_of<std::uint8_t>(line, ka::first_slot(type) + c);
+    const auto* const from = plane_of<std::uint8_t>(line, first_slot(type) + c);
     if (from) std::memcpy(to, from, bytes);
   }
   if (handle->line_count + 1 == handle->height && handle->pyramid != 0) {
@@ -146,7 +146,7 @@ int img_write_map(img_file* handle, img_line* line) {
 }
 
 int img_close_map(img_file* handle) {
-  const auto state = ka::take_state<MapState>(handle);
+  const auto state = take_state<MapState>(handle);
   if (!state) return 1;
   const bool lacks_lines = handle->height > 0 && handle->line_count < handle->height;
   const int failure = state->mapping.unmap();
@@ -154,3 +154,5 @@ int img_close_map(img_file* handle) {
   if (handle->writing && !handle->error && lacks_lines) return img_error(handle, IMG_ERR_CLOSE, 0);
   return 1;
 }
+
+}  // namespace ka

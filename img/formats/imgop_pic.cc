@@ -15,6 +15,8 @@
 #include "rle.h"
 #include "rows.h"
 
+namespace ka {
+
 namespace {
 
 constexpr std::uint32_t kMagic = 0x5380f634;
@@ -43,10 +45,10 @@ struct Group {
 struct PicState {
   std::array<Group, kMaxGroups> groups;
   std::size_t group_count;
-  ka::FileReader in;
-  ka::FileWriter out;
-  ka::Buffer row;      // pixels of one record
-  ka::Buffer packets;  // of one record that is written
+  FileReader in;
+  FileWriter out;
+  Buffer row;      // pixels of one record
+  Buffer packets;  // of one record that is written
 };
 
 // Bytes that a record of such pixels can take at most: a packet for each of them.
@@ -60,7 +62,7 @@ int read_groups(const img_file* handle, const std::uint8_t* head, PicState& stat
   for (std::size_t at = kHeaderBytes; chained != 0; at += kDescriptorBytes) {
     if (at + kDescriptorBytes > IMG_HEAD_SIZE) return IMG_ERR_SUBTYPE;
     if (std::int64_t(at + kDescriptorBytes) > handle->file_size) return IMG_ERR_READ;
-    ka::ByteCursor in({head + at, kDescriptorBytes});
+    ByteCursor in({head + at, kDescriptorBytes});
     chained = in.u8();
     const unsigned bits = in.u8();
     const Group group{in.u8(), in.u8()};
@@ -82,31 +84,31 @@ unsigned all_channels(const PicState& state) {
 }
 
 // Pixels as they are.
-int get_verbatim(img_file* handle, ka::FileReader& in, std::span<std::uint8_t> row) {
+int get_verbatim(img_file* handle, FileReader& in, std::span<std::uint8_t> row) {
   return in.read(row) ? 1 : img_error(handle, IMG_ERR_READ, errno);
 }
 
 // Pixels in packets that `expand` decodes. Packets end with their record.
 template <typename Expand>
-int get_packets(img_file* handle, ka::FileReader& in, std::span<std::uint8_t> row,
+int get_packets(img_file* handle, FileReader& in, std::span<std::uint8_t> row,
                 std::size_t pixel_bytes, Expand expand) {
   const auto packets = in.ahead(record_bound(row.size() / pixel_bytes, pixel_bytes));
   const int failure = errno;
   const auto [end, used] = expand(packets, row, pixel_bytes);
-  if (end == ka::RowEnd::kShort) return img_error(handle, IMG_ERR_READ, failure);
-  if (end == ka::RowEnd::kCorrupt) return img_error(handle, IMG_ERR_CORRUPT, 0);
+  if (end == RowEnd::kShort) return img_error(handle, IMG_ERR_READ, failure);
+  if (end == RowEnd::kCorrupt) return img_error(handle, IMG_ERR_CORRUPT, 0);
   (void)in.take(used);
   return 1;
 }
 
-int get_runlength(img_file* handle, ka::FileReader& in, std::span<std::uint8_t> row,
+int get_runlength(img_file* handle, FileReader& in, std::span<std::uint8_t> row,
                   std::size_t pixel_bytes) {
-  return get_packets(handle, in, row, pixel_bytes, ka::expand_repeats);
+  return get_packets(handle, in, row, pixel_bytes, expand_repeats);
 }
 
-int get_mixed(img_file* handle, ka::FileReader& in, std::span<std::uint8_t> row,
+int get_mixed(img_file* handle, FileReader& in, std::span<std::uint8_t> row,
               std::size_t pixel_bytes) {
-  return get_packets(handle, in, row, pixel_bytes, ka::expand_mixed);
+  return get_packets(handle, in, row, pixel_bytes, expand_mixed);
 }
 
 template <std::size_t Channels>
@@ -114,7 +116,7 @@ void split_row(const std::uint8_t* row, const std::array<std::uint8_t*, 4>& plan
                std::size_t width) {
   std::array<std::uint8_t*, Channels> used;
   std::copy_n(planes.begin(), Channels, used.begin());
-  ka::split<std::uint8_t, Channels>(row, used, width);
+  split<std::uint8_t, Channels>(row, used, width);
 }
 
 // One record of a line. The first group's compression applies to all.
@@ -123,7 +125,7 @@ int read_record(img_file* handle, PicState& state, const Group& group, const img
   std::size_t channels = 0;
   for (std::size_t slot = 0; slot < 4; ++slot) {
     const bool is_stored = (group.mask & 0x80U >> slot) != 0;
-    if (is_stored) planes[channels++] = ka::plane_of<std::uint8_t>(line, slot);
+    if (is_stored) planes[channels++] = plane_of<std::uint8_t>(line, slot);
   }
   const auto width = static_cast<std::size_t>(handle->width);
   const std::span row(channels == 1 ? planes[0] : state.row.data(), width * channels);
@@ -152,8 +154,8 @@ unsigned fields_of(const img_file* handle) {
   return std::fabs(value) < too_large ? static_cast<unsigned>(static_cast<int>(value)) & 3 : 0;
 }
 
-void write_header(const img_file* handle, ka::FileWriter& file) {
-  ka::ByteWriter out(file.put(kHeaderBytes + 2 * kDescriptorBytes));
+void write_header(const img_file* handle, FileWriter& file) {
+  ByteWriter out(file.put(kHeaderBytes + 2 * kDescriptorBytes));
   out.be32(kMagic);
   out.be32(std::bit_cast<std::uint32_t>(kVersion));
   out.text("Written by Brannock libimg", 80);
@@ -173,20 +175,20 @@ void write_header(const img_file* handle, ka::FileWriter& file) {
 
 void write_record(PicState& state, std::span<const std::uint8_t> row, std::size_t pixel_bytes) {
   const std::span packets(state.packets.data(), state.packets.size());
-  const std::size_t used = ka::compact_mixed(row, packets, pixel_bytes);
+  const std::size_t used = compact_mixed(row, packets, pixel_bytes);
   state.out.write({reinterpret_cast<const char*>(packets.data()), used});
 }
 
 }  // namespace
 
 int img_test_pic(img_file* /*handle*/, const std::uint8_t* head) {
-  return ka::ByteCursor({head, IMG_HEAD_SIZE}).be32() == kMagic;
+  return ByteCursor({head, IMG_HEAD_SIZE}).be32() == kMagic;
 }
 
 int img_open_pic(img_file* handle, const std::uint8_t* head) {
   if (!img_test_pic(handle, head)) return img_error(handle, IMG_ERR_FORMAT, 0);
-  auto state = ka::make_state<PicState>(handle);
-  ka::ByteCursor in({head, IMG_HEAD_SIZE});
+  auto state = make_state<PicState>(handle);
+  ByteCursor in({head, IMG_HEAD_SIZE});
   in.skip(kSizeOffset);
   handle->width = in.be16();
   handle->height = in.be16();
@@ -197,19 +199,19 @@ int img_open_pic(img_file* handle, const std::uint8_t* head) {
   if ((channels & kColours) != kColours) return img_error(handle, IMG_ERR_SUBTYPE, 0);
   const auto width = static_cast<std::size_t>(handle->width);
   state->in.start(handle, kHeaderBytes + kDescriptorBytes * state->group_count,
-                  std::max(ka::FileReader::kBufferSize, record_bound(width, 4)));
-  state->row = ka::Buffer(4 * width);
-  ka::state_file_type(handle, (channels & kAlpha) != 0 ? IMG_TYPE_RGBA : IMG_TYPE_RGB);
+                  std::max(FileReader::kBufferSize, record_bound(width, 4)));
+  state->row = Buffer(4 * width);
+  state_file_type(handle, (channels & kAlpha) != 0 ? IMG_TYPE_RGBA : IMG_TYPE_RGB);
   handle->data.p = state.release();
   return 1;
 }
 
 int img_create_pic(img_file* handle) {
-  if (!ka::check_sides(handle, kLargestSide)) return 0;
-  auto state = ka::make_state<PicState>(handle);
+  if (!check_sides(handle, kLargestSide)) return 0;
+  auto state = make_state<PicState>(handle);
   const auto width = static_cast<std::size_t>(handle->width);
-  state->row = ka::Buffer(3 * width);
-  state->packets = ka::Buffer(ka::compact_bound(width, 3));
+  state->row = Buffer(3 * width);
+  state->packets = Buffer(compact_bound(width, 3));
   state->out.start(handle);
   write_header(handle, state->out);
   handle->data.p = state.release();
@@ -218,7 +220,7 @@ int img_create_pic(img_file* handle) {
 
 int img_read_pic(img_file* handle, img_line* line) {
   if (handle->line_count >= handle->height) return img_error(handle, IMG_ERR_READ, 0);
-  auto& state = ka::state_of<PicState>(handle);
+  auto& state = state_of<PicState>(handle);
   for (std::size_t i = 0; i < state.group_count; ++i) {
     if (!read_record(handle, state, state.groups[i], line)) return 0;
   }
@@ -226,16 +228,18 @@ int img_read_pic(img_file* handle, img_line* line) {
 }
 
 int img_write_pic(img_file* handle, img_line* line) {
-  auto& state = ka::state_of<PicState>(handle);
+  auto& state = state_of<PicState>(handle);
   const auto width = static_cast<std::size_t>(handle->width);
-  const auto [red, green, blue, alpha] = ka::plane_pointers<const std::uint8_t, 4>(line);
-  ka::pack<const std::uint8_t, 3>(state.row.data(), {red, green, blue}, width);
+  const auto [red, green, blue, alpha] = plane_pointers<const std::uint8_t, 4>(line);
+  pack<const std::uint8_t, 3>(state.row.data(), {red, green, blue}, width);
   write_record(state, {state.row.data(), 3 * width}, 3);
   write_record(state, {alpha, width}, 1);
   return state.out.error() == 0 ? 1 : img_error(handle, IMG_ERR_WRITE, state.out.error());
 }
 
 int img_close_pic(img_file* handle) {
-  const auto state = ka::take_state<PicState>(handle);
-  return state ? ka::finish_file(handle, state->out, IMG_ERR_WRITE) : 1;
+  const auto state = take_state<PicState>(handle);
+  return state ? finish_file(handle, state->out, IMG_ERR_WRITE) : 1;
 }
+
+}  // namespace ka

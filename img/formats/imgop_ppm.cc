@@ -16,15 +16,17 @@
 #include "drivers.h"
 #include "rows.h"
 
+namespace ka {
+
 namespace {
 
 constexpr std::size_t kMaxToken = 255;  // characters of a floating-point number
 constexpr char kComment[] = "# created by Brannock lumoralib\n";
 
 struct PpmState {
-  char letter;            // of the magic: '6', '3' or 'F'
-  ka::FileReader pixels;  // of a file that is read
-  ka::FileWriter out;     // of a file that is written
+  char letter;        // of the magic: '6', '3' or 'F'
+  FileReader pixels;  // of a file that is read
+  FileWriter out;     // of a file that is written
 };
 
 struct Header {
@@ -50,7 +52,7 @@ int append_digit(int value, int digit) {
 // header.
 class HeaderParser {
  public:
-  explicit HeaderParser(ka::FileReader& in) : in_(in) {}
+  explicit HeaderParser(FileReader& in) : in_(in) {}
 
   std::optional<Header> parse(std::size_t numbers) {
     int c = in_.get();
@@ -72,7 +74,7 @@ class HeaderParser {
   // Returns the line feed that ends the comment, or the end of the file.
   int skip_comment() {
     int c = in_.get();
-    while (c != '\n' && c != ka::FileReader::kEnd) c = in_.get();
+    while (c != '\n' && c != FileReader::kEnd) c = in_.get();
     return c;
   }
 
@@ -89,7 +91,7 @@ class HeaderParser {
     return c;
   }
 
-  ka::FileReader& in_;
+  FileReader& in_;
   std::array<int, 4> values_{};
   std::size_t count_ = 0;
 };
@@ -97,7 +99,7 @@ class HeaderParser {
 // Whether a P6 file has two bytes to a sample. Some writers state a larger range than their bytes
 // have; then the bytes of the file decide.
 bool has_wide_samples(const Header& header, std::uint64_t bytes) {
-  const auto samples = ka::checked_product(header.width, header.height, 3);
+  const auto samples = checked_product(header.width, header.height, 3);
   return header.range > 255 && samples && *samples > 0 && bytes > *samples;
 }
 
@@ -105,7 +107,7 @@ bool has_wide_samples(const Header& header, std::uint64_t bytes) {
 // next one, and forgotten at the end of the line.
 class TextLine {
  public:
-  explicit TextLine(ka::FileReader& in) : in_(in) {}
+  explicit TextLine(FileReader& in) : in_(in) {}
 
   // A decimal sample, held between 0 and 255; empty where there is no digit.
   std::optional<std::uint8_t> read_int() {
@@ -121,11 +123,10 @@ class TextLine {
   // A floating-point sample, 0 for text that is not a number; empty at the end of the file.
   std::optional<float> read_float() {
     skip_blanks();
-    if (last_ == ka::FileReader::kEnd) return std::nullopt;
+    if (last_ == FileReader::kEnd) return std::nullopt;
     std::array<char, kMaxToken + 1> token;
     std::size_t length = 0;
-    for (; length < kMaxToken && !is_blank(last_) && last_ != ka::FileReader::kEnd;
-         last_ = in_.get()) {
+    for (; length < kMaxToken && !is_blank(last_) && last_ != FileReader::kEnd; last_ = in_.get()) {
       token[length++] = static_cast<char>(last_);
     }
     token[length] = '\0';
@@ -139,22 +140,22 @@ class TextLine {
     while (is_blank(last_)) last_ = in_.get();
   }
 
-  ka::FileReader& in_;
+  FileReader& in_;
   int last_ = '\n';
 };
 
 int read_binary_line(img_file* handle, img_line* line) {
-  auto& pixels = ka::state_of<PpmState>(handle).pixels;
-  const auto planes = ka::plane_pointers<std::uint8_t, 3>(line);
-  if (!ka::read_row(pixels, planes, static_cast<std::size_t>(handle->width))) {
+  auto& pixels = state_of<PpmState>(handle).pixels;
+  const auto planes = plane_pointers<std::uint8_t, 3>(line);
+  if (!read_row(pixels, planes, static_cast<std::size_t>(handle->width))) {
     return img_error(handle, IMG_ERR_READ, errno);
   }
   return 1;
 }
 
 int read_decimal_line(img_file* handle, img_line* line) {
-  TextLine text(ka::state_of<PpmState>(handle).pixels);
-  const auto planes = ka::line_planes<std::uint8_t, 3>(handle, line);
+  TextLine text(state_of<PpmState>(handle).pixels);
+  const auto planes = line_planes<std::uint8_t, 3>(handle, line);
   bool sound = true;
   for (std::size_t x = 0; x < planes[0].size(); ++x) {
     for (const auto& plane : planes) {
@@ -168,8 +169,8 @@ int read_decimal_line(img_file* handle, img_line* line) {
 }
 
 int read_float_line(img_file* handle, img_line* line) {
-  TextLine text(ka::state_of<PpmState>(handle).pixels);
-  const auto [red, green, blue, exponent] = ka::line_planes<std::uint8_t, 4>(handle, line);
+  TextLine text(state_of<PpmState>(handle).pixels);
+  const auto [red, green, blue, exponent] = line_planes<std::uint8_t, 4>(handle, line);
   for (std::size_t x = 0; x < red.size(); ++x) {
     std::array<float, 3> color;
     for (float& component : color) {
@@ -183,7 +184,7 @@ int read_float_line(img_file* handle, img_line* line) {
 }
 
 // Numbers are written as printf would in the C locale, whatever locale the program has.
-void write_number(ka::FileWriter& out, float value) {
+void write_number(FileWriter& out, float value) {
   std::array<char, 32> text;
   const auto end =
       std::to_chars(text.data(), text.data() + text.size(), value, std::chars_format::general, 6)
@@ -191,14 +192,14 @@ void write_number(ka::FileWriter& out, float value) {
   out.write({text.data(), end});
 }
 
-void write_number(ka::FileWriter& out, std::uint16_t value) {
+void write_number(FileWriter& out, std::uint16_t value) {
   std::array<char, 8> text;
   const auto end = std::to_chars(text.data(), text.data() + text.size(), value).ptr;
   out.write({text.data(), end});
 }
 
 template <typename Sample>
-void write_text_pixel(ka::FileWriter& out, const std::array<Sample, 3>& pixel, bool is_last) {
+void write_text_pixel(FileWriter& out, const std::array<Sample, 3>& pixel, bool is_last) {
   for (std::size_t c = 0; c < 3; ++c) {
     if (c > 0) out.write({" ", 1});
     write_number(out, pixel[c]);
@@ -208,16 +209,16 @@ void write_text_pixel(ka::FileWriter& out, const std::array<Sample, 3>& pixel, b
 
 template <typename Sample>
 void write_text_line(img_file* handle, img_line* line) {
-  auto& out = ka::state_of<PpmState>(handle).out;
-  const auto [red, green, blue] = ka::line_planes<Sample, 3>(handle, line);
+  auto& out = state_of<PpmState>(handle).out;
+  const auto [red, green, blue] = line_planes<Sample, 3>(handle, line);
   for (std::size_t x = 0; x < red.size(); ++x) {
     write_text_pixel(out, std::array{red[x], green[x], blue[x]}, x + 1 == red.size());
   }
 }
 
 void write_rgbe_line(img_file* handle, img_line* line) {
-  auto& out = ka::state_of<PpmState>(handle).out;
-  const auto [red, green, blue, exponent] = ka::line_planes<std::uint8_t, 4>(handle, line);
+  auto& out = state_of<PpmState>(handle).out;
+  const auto [red, green, blue, exponent] = line_planes<std::uint8_t, 4>(handle, line);
   for (std::size_t x = 0; x < red.size(); ++x) {
     std::array<float, 3> color;
     ka_img_hdr_to_rgb(&color[0], &color[1], &color[2], red[x], green[x], blue[x], exponent[x]);
@@ -226,9 +227,9 @@ void write_rgbe_line(img_file* handle, img_line* line) {
 }
 
 int write_binary_line(img_file* handle, img_line* line) {
-  auto& out = ka::state_of<PpmState>(handle).out;
-  const auto planes = ka::plane_pointers<std::uint8_t, 3>(line);
-  if (!ka::write_row(out, planes, static_cast<std::size_t>(handle->width))) {
+  auto& out = state_of<PpmState>(handle).out;
+  const auto planes = plane_pointers<std::uint8_t, 3>(line);
+  if (!write_row(out, planes, static_cast<std::size_t>(handle->width))) {
     return img_error(handle, IMG_ERR_WRITE, out.error());
   }
   return 1;
@@ -246,7 +247,7 @@ int img_test_ppm(img_file* /*handle*/, const std::uint8_t* head) {
 }
 
 int img_open_ppm(img_file* handle, const std::uint8_t* head) {
-  auto state = ka::make_state<PpmState>(handle);
+  auto state = make_state<PpmState>(handle);
   state->letter = static_cast<char>(head[1]);
   const bool is_float = state->letter == 'F';
   state->pixels.start(handle, 2);  // behind the magic
@@ -257,13 +258,13 @@ int img_open_ppm(img_file* handle, const std::uint8_t* head) {
     return img_error(handle, IMG_ERR_SUBTYPE, 0);
   handle->width = header->width;
   handle->height = header->height;
-  ka::state_file_type(handle, is_float ? IMG_TYPE_RGBE : IMG_TYPE_RGB);
+  state_file_type(handle, is_float ? IMG_TYPE_RGBE : IMG_TYPE_RGB);
   handle->data.p = state.release();
   return 1;
 }
 
 int img_create_ppm(img_file* handle) {
-  auto state = ka::make_state<PpmState>(handle);
+  auto state = make_state<PpmState>(handle);
   state->letter = letter_of(handle);
   state->out.start(handle);
   const char* const range = state->letter == '6'   ? "255\n"
@@ -278,7 +279,7 @@ int img_create_ppm(img_file* handle) {
 }
 
 int img_read_ppm(img_file* handle, img_line* line) {
-  switch (ka::state_of<PpmState>(handle).letter) {
+  switch (state_of<PpmState>(handle).letter) {
     case '6':
       return read_binary_line(handle, line);
     case '3':
@@ -305,6 +306,8 @@ int img_write_ppm(img_file* handle, img_line* line) {
 }
 
 int img_close_ppm(img_file* handle) {
-  const auto state = ka::take_state<PpmState>(handle);
-  return state ? ka::finish_file(handle, state->out, IMG_ERR_CLOSE) : 1;
+  const auto state = take_state<PpmState>(handle);
+  return state ? finish_file(handle, state->out, IMG_ERR_CLOSE) : 1;
 }
+
+}  // namespace ka

@@ -18,6 +18,8 @@
 #include "drivers.h"
 #include "rows.h"
 
+namespace ka {
+
 namespace {
 
 constexpr std::string_view kPsMagic = "%!PS-Adobe-3.0\n";
@@ -32,8 +34,8 @@ constexpr std::size_t kTextSamples = 39;   // of a full line of text: 13 pixels,
 constexpr std::size_t kTextDigits = 2 * kTextSamples;
 
 struct PsState {
-  ka::FileReader in;   // of a file that is read
-  ka::FileWriter out;  // of a file that is written
+  FileReader in;   // of a file that is read
+  FileWriter out;  // of a file that is written
 };
 
 struct Picture {
@@ -43,7 +45,7 @@ struct Picture {
 
 // The next line of text with its line feed; empty at the end of the file, and when the system
 // failed, which errno then tells. What is longer comes in pieces.
-std::string_view read_text(ka::FileReader& in) {
+std::string_view read_text(FileReader& in) {
   const auto ahead = in.ahead(kLongestText);
   const std::size_t most = std::min(ahead.size(), kLongestText);
   if (most == 0) return {};
@@ -81,8 +83,8 @@ std::optional<Picture> parse_data_comment(std::string_view text) {
 
 // Skips the lines in front of the one that names the creator, and the rest of the prolog.
 int open_text(img_file* handle, int first_lines) {
-  auto state = ka::make_state<PsState>(handle);
-  ka::FileReader& in = state->in;
+  auto state = make_state<PsState>(handle);
+  FileReader& in = state->in;
   in.start(handle, 0);
   for (int i = 0; i < first_lines; ++i) (void)read_text(in);
   if (read_text(in) != kCreator) return img_error(handle, IMG_ERR_SUBTYPE, 0);
@@ -96,7 +98,7 @@ int open_text(img_file* handle, int first_lines) {
   if (read_text(in).empty()) return img_error(handle, IMG_ERR_CORRUPT, errno);
   handle->width = picture->width;
   handle->height = picture->height;
-  ka::state_file_type(handle, picture->type);
+  state_file_type(handle, picture->type);
   handle->data.p = state.release();
   return 1;
 }
@@ -134,15 +136,15 @@ KA_DEFINE_KERNELS(digits, parse_digits,
 
 // The next line of text, of which `wanted` characters are looked at. Most lines end behind them: a
 // line feed further in front is no digit and will be found as such.
-std::string_view read_digits(ka::FileReader& in, std::size_t wanted) {
+std::string_view read_digits(FileReader& in, std::size_t wanted) {
   const auto ahead = in.ahead(kLongestText);
   if (ahead.size() <= wanted || ahead[wanted] != '\n') return read_text(in);
   return {reinterpret_cast<const char*>(in.take(wanted + 1).data()), wanted};
 }
 
 // Reads `count` samples, at most as many as kTexts lines of text hold.
-bool read_samples(ka::FileReader& in, Samples& samples, std::size_t count) {
-  static const auto parse = ka::best_kernel(digits_kernels);
+bool read_samples(FileReader& in, Samples& samples, std::size_t count) {
+  static const auto parse = best_kernel(digits_kernels);
   Digits digits;
   std::size_t length = 0;
   while (length < 2 * count) {
@@ -162,21 +164,21 @@ bool read_samples(ka::FileReader& in, Samples& samples, std::size_t count) {
 // An image line begins with a line of text, whatever is left of the one before.
 template <std::size_t Components>
 int read_line(img_file* handle, const std::array<std::uint8_t*, Components>& planes) {
-  auto& in = ka::state_of<PsState>(handle).in;
+  auto& in = state_of<PsState>(handle).in;
   errno = 0;
   const auto move = [&in](const auto& part, std::size_t pixels) {
     Samples samples;
     if (!read_samples(in, samples, Components * pixels)) return false;
-    ka::split<std::uint8_t, Components>(samples.data(), part, pixels);
+    split<std::uint8_t, Components>(samples.data(), part, pixels);
     return true;
   };
-  if (ka::move_row<std::uint8_t>(planes, std::size_t(handle->width), kTexts * kTextSamples, move)) {
+  if (move_row<std::uint8_t>(planes, std::size_t(handle->width), kTexts * kTextSamples, move)) {
     return 1;
   }
   return img_error(handle, IMG_ERR_CORRUPT, errno);
 }
 
-[[gnu::format(printf, 2, 3)]] void print(ka::FileWriter& out, const char* format, ...) {
+[[gnu::format(printf, 2, 3)]] void print(FileWriter& out, const char* format, ...) {
   std::array<char, 2048> text;
   va_list values;
   va_start(values, format);
@@ -187,7 +189,7 @@ int read_line(img_file* handle, const std::array<std::uint8_t*, Components>& pla
 
 // The page is turned by 90 degrees, and the picture fills as much of it as its shape allows. Both
 // sides are divided as numbers with a decimal, whatever the locale of the program is.
-void print_ps_head(ka::FileWriter& out, unsigned width, unsigned height) {
+void print_ps_head(FileWriter& out, unsigned width, unsigned height) {
   print(out,
         "%%!PS-Adobe-3.0\n"
         "%%%%Creator: Lumora\n"
@@ -224,7 +226,7 @@ void print_ps_head(ka::FileWriter& out, unsigned width, unsigned height) {
 }
 
 // The picture is drawn as it is, one unit for each pixel.
-void print_eps_head(ka::FileWriter& out, unsigned width, unsigned height) {
+void print_eps_head(FileWriter& out, unsigned width, unsigned height) {
   print(out,
         "%%!PS-Adobe-3.0 EPSF-3.0\n"
         "%%%%BoundingBox: 0 0 %u %u\n"
@@ -239,7 +241,7 @@ void print_eps_head(ka::FileWriter& out, unsigned width, unsigned height) {
 
 // The image procedure, which takes a string of as many bytes as a line has pixels at a time, and
 // its call.
-void print_image(ka::FileWriter& out, unsigned width, unsigned height, bool is_grey) {
+void print_image(FileWriter& out, unsigned width, unsigned height, bool is_grey) {
   print(out,
         "/picstr %u string def\n"
         "/luimage {\n"
@@ -256,8 +258,8 @@ void print_image(ka::FileWriter& out, unsigned width, unsigned height, bool is_g
         width, height, width, height, is_grey ? "gray" : "color");
 }
 
-int create_text(img_file* handle, void (*print_head)(ka::FileWriter&, unsigned, unsigned)) {
-  auto state = ka::make_state<PsState>(handle);
+int create_text(img_file* handle, void (*print_head)(FileWriter&, unsigned, unsigned)) {
+  auto state = make_state<PsState>(handle);
   const auto width = static_cast<unsigned>(handle->width);
   const auto height = static_cast<unsigned>(handle->height);
   state->out.start(handle);
@@ -269,7 +271,7 @@ int create_text(img_file* handle, void (*print_head)(ka::FileWriter&, unsigned, 
 
 // A line feed ends every full line of text, and the image line.
 template <std::size_t Components>
-void write_line(ka::FileWriter& out, std::size_t width,
+void write_line(FileWriter& out, std::size_t width,
                 const std::array<const std::uint8_t*, Components>& planes) {
   constexpr std::size_t most = kTextSamples / Components;  // pixels
   constexpr std::string_view digits = "0123456789abcdef";
@@ -288,10 +290,10 @@ void write_line(ka::FileWriter& out, std::size_t width,
 
 // Lines go out unchecked: whether the text arrived is known when the file is closed.
 int close_text(img_file* handle, std::string_view trailer) {
-  const auto state = ka::take_state<PsState>(handle);
+  const auto state = take_state<PsState>(handle);
   if (!state || !handle->writing) return 1;
   state->out.write(trailer);
-  return ka::finish_file(handle, state->out, IMG_ERR_CLOSE);
+  return finish_file(handle, state->out, IMG_ERR_CLOSE);
 }
 
 bool starts_with(const std::uint8_t* head, std::string_view magic) {
@@ -319,18 +321,18 @@ int img_create_eps(img_file* handle) { return create_text(handle, print_eps_head
 
 int img_read_ps(img_file* handle, img_line* line) {
   if (handle->components == 3) {
-    return read_line(handle, ka::plane_pointers<std::uint8_t, 3>(line));
+    return read_line(handle, plane_pointers<std::uint8_t, 3>(line));
   }
-  return read_line(handle, std::array{ka::plane_of<std::uint8_t>(line, 3)});
+  return read_line(handle, std::array{plane_of<std::uint8_t>(line, 3)});
 }
 
 int img_write_ps(img_file* handle, img_line* line) {
-  auto& out = ka::state_of<PsState>(handle).out;
+  auto& out = state_of<PsState>(handle).out;
   const auto width = static_cast<std::size_t>(handle->width);
   if (handle->components == 3) {
-    write_line(out, width, ka::plane_pointers<const std::uint8_t, 3>(line));
+    write_line(out, width, plane_pointers<const std::uint8_t, 3>(line));
   } else {
-    write_line(out, width, std::array{ka::plane_of<const std::uint8_t>(line, 3)});
+    write_line(out, width, std::array{plane_of<const std::uint8_t>(line, 3)});
   }
   return 1;
 }
@@ -338,3 +340,5 @@ int img_write_ps(img_file* handle, img_line* line) {
 int img_close_ps(img_file* handle) { return close_text(handle, kPsTrailer); }
 
 int img_close_eps(img_file* handle) { return close_text(handle, kEpsTrailer); }
+
+}  // namespace ka

@@ -12,6 +12,8 @@
 #include "drivers.h"
 #include "linekernels.h"
 
+namespace ka {
+
 namespace {
 
 constexpr int kFrameWidth = 720;  // pixels
@@ -34,8 +36,8 @@ struct Placement {
 };
 
 struct QntState {
-  ka::FileReader in;
-  ka::FileWriter out;
+  FileReader in;
+  FileWriter out;
   Placement columns, lines;  // of a picture that is written
   int frame_lines;           // of the norm
   int source_line;           // lines of the picture so far
@@ -142,7 +144,7 @@ std::uint8_t* add_line(QntState& state) {
 // Fills what the picture leaves of the frame, and hands it to the system.
 int img_qnt_copyout(img_file* handle, QntState& state) {
   while (state.frame_line < state.frame_lines) add_line(state);
-  return ka::finish_file(handle, state.out, IMG_ERR_WRITE);
+  return finish_file(handle, state.out, IMG_ERR_WRITE);
 }
 
 }  // namespace
@@ -155,7 +157,7 @@ int img_test_qnt(img_file* handle, const std::uint8_t* /*head*/) {
 }
 
 int img_open_qnt(img_file* handle, const std::uint8_t* /*head*/) {
-  auto state = ka::make_state<QntState>(handle);
+  auto state = make_state<QntState>(handle);
   state->in.start(handle, 0);
   handle->width = kFrameWidth;
   handle->height = static_cast<int>(handle->file_size / std::int64_t{kRowBytes});
@@ -164,7 +166,7 @@ int img_open_qnt(img_file* handle, const std::uint8_t* /*head*/) {
 }
 
 int img_create_qnt(img_file* handle) {
-  auto state = ka::make_state<QntState>(handle);
+  auto state = make_state<QntState>(handle);
   state->frame_lines = handle->format == IMG_FORMAT_QNTNTSC ? kNtscLines : kPalLines;
   state->columns = place(handle->width, kFrameWidth);
   state->lines = place(handle->height, state->frame_lines);
@@ -175,34 +177,36 @@ int img_create_qnt(img_file* handle) {
 }
 
 int img_read_qnt(img_file* handle, img_line* line) {
-  static const auto decode = ka::best_kernel(decode_kernels);
-  const auto row = ka::state_of<QntState>(handle).in.take(kRowBytes);
+  static const auto decode = best_kernel(decode_kernels);
+  const auto row = state_of<QntState>(handle).in.take(kRowBytes);
   if (row.empty()) return img_error(handle, IMG_ERR_READ, errno);
   Pairs pairs;
   auto& [first, second] = pairs.luma;
-  ka::split<std::uint8_t, kPairBytes>(
+  split<std::uint8_t, kPairBytes>(
       row.data(), {pairs.cb.data(), first.data(), pairs.cr.data(), second.data()}, kPairs);
   Colors colors;
   decode(pairs, colors);
-  const auto planes = ka::plane_pointers<std::uint8_t, 3>(line);
+  const auto planes = plane_pointers<std::uint8_t, 3>(line);
   for (std::size_t c = 0; c < planes.size(); ++c) {
-    ka::pack<std::uint8_t, 2>(planes[c], {colors[c][0].data(), colors[c][1].data()}, kPairs);
+    pack<std::uint8_t, 2>(planes[c], {colors[c][0].data(), colors[c][1].data()}, kPairs);
   }
   return 1;
 }
 
 int img_write_qnt(img_file* handle, img_line* line) {
-  auto& state = ka::state_of<QntState>(handle);
+  auto& state = state_of<QntState>(handle);
   const int shown = state.source_line++ - state.lines.source;
   if (shown < 0 || shown >= state.lines.count) return 1;
   std::uint8_t* const row = add_line(state);
-  auto planes = ka::plane_pointers<const std::uint8_t, 3>(line);
+  auto planes = plane_pointers<const std::uint8_t, 3>(line);
   for (auto& plane : planes) plane += state.columns.source;
   encode_pairs(planes, std::size_t(state.columns.count), row + 2 * state.columns.frame);
   return state.out.error() == 0 ? 1 : img_error(handle, IMG_ERR_WRITE, state.out.error());
 }
 
 int img_close_qnt(img_file* handle) {
-  const auto state = ka::take_state<QntState>(handle);
+  const auto state = take_state<QntState>(handle);
   return state && handle->writing ? img_qnt_copyout(handle, *state) : 1;
 }
+
+}  // namespace ka

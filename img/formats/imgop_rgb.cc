@@ -14,6 +14,8 @@
 #include "rle.h"
 #include "stream.h"
 
+namespace ka {
+
 namespace {
 
 constexpr std::uint16_t kMagic = 474;
@@ -39,24 +41,24 @@ struct Header {
 
 // Where the encoded rows stand, [channel * height + line].
 struct RowTable {
-  ka::vector<std::uint32_t> start;   // file offsets in bytes
-  ka::vector<std::uint32_t> length;  // bytes
+  vector<std::uint32_t> start;   // file offsets in bytes
+  vector<std::uint32_t> length;  // bytes
 };
 
 struct RgbState {
   Header header;
   RowTable table;
-  std::array<ka::FileReader, kMaxChannels>
+  std::array<FileReader, kMaxChannels>
       rows;              // one for each channel, whose rows stand far apart in most files
   bool rows_interleave;  // the rows of one line stand together: one reader serves all
-  ka::FileWriter out;
-  std::uint64_t next_row;             // file offset of the next encoded row
-  ka::Buffer packets;                 // of one row that is written
-  ka::vector<std::uint16_t> samples;  // of one row that is written from floats
+  FileWriter out;
+  std::uint64_t next_row;         // file offset of the next encoded row
+  Buffer packets;                 // of one row that is written
+  vector<std::uint16_t> samples;  // of one row that is written from floats
 };
 
 std::optional<Header> parse_header(std::span<const std::uint8_t> head) {
-  ka::ByteCursor in(head);
+  ByteCursor in(head);
   in.skip(2);
   Header header{};
   header.storage = in.u8();
@@ -84,13 +86,13 @@ int file_type_of(const Header& header) {
   return deep ? IMG_TYPE_RGB_16 : IMG_TYPE_RGB;
 }
 
-std::optional<ka::vector<std::uint32_t>> read_table(ka::FileReader& in, std::size_t rows) {
-  ka::vector<std::uint32_t> table(rows);
+std::optional<vector<std::uint32_t>> read_table(FileReader& in, std::size_t rows) {
+  vector<std::uint32_t> table(rows);
   const std::span bytes(reinterpret_cast<std::uint8_t*>(table.data()),
                         rows * sizeof(std::uint32_t));
   if (!in.read(bytes)) return std::nullopt;
   for (std::uint32_t& entry : table) {
-    entry = ka::ByteCursor({reinterpret_cast<const std::uint8_t*>(&entry), sizeof entry}).be32();
+    entry = ByteCursor({reinterpret_cast<const std::uint8_t*>(&entry), sizeof entry}).be32();
   }
   return table;
 }
@@ -98,7 +100,7 @@ std::optional<ka::vector<std::uint32_t>> read_table(ka::FileReader& in, std::siz
 // Both tables, or false when the file does not hold them.
 bool read_tables(RgbState& state) {
   const std::size_t rows = state.header.rows();
-  ka::FileReader& in = state.rows[0];
+  FileReader& in = state.rows[0];
   in.seek(kHeaderBytes);
   errno = 0;
   if (in.left() < 8 * std::uint64_t{rows}) return false;
@@ -110,8 +112,8 @@ bool read_tables(RgbState& state) {
 }
 
 void start_readers(img_file* handle, RgbState& state) {
-  const std::size_t needed = ka::counted_bound(state.header.width, state.header.sample_bytes);
-  const std::size_t buffer = std::max(ka::FileReader::kBufferSize / 2, needed);
+  const std::size_t needed = counted_bound(state.header.width, state.header.sample_bytes);
+  const std::size_t buffer = std::max(FileReader::kBufferSize / 2, needed);
   for (auto& reader : state.rows) reader.start(handle, kHeaderBytes, buffer);
 }
 
@@ -120,38 +122,36 @@ std::size_t row_number(const Header& header, std::size_t line, std::size_t chann
 }
 
 template <typename Sample>
-int read_encoded(img_file* handle, ka::FileReader& reader, std::size_t row,
-                 std::span<Sample> plane) {
-  const RgbState& state = ka::state_of<RgbState>(handle);
+int read_encoded(img_file* handle, FileReader& reader, std::size_t row, std::span<Sample> plane) {
+  const RgbState& state = state_of<RgbState>(handle);
   const std::uint32_t length = state.table.length[row];
-  if (length > ka::counted_bound(state.header.width, sizeof(Sample))) {
+  if (length > counted_bound(state.header.width, sizeof(Sample))) {
     return img_error(handle, IMG_ERR_CORRUPT, 0);
   }
   reader.seek(state.table.start[row]);
   const auto packets = reader.take(length);
   if (packets.size() != length) return img_error(handle, IMG_ERR_READ, errno);
-  if (ka::expand_counted(packets, plane) != ka::RowEnd::kWhole) {
+  if (expand_counted(packets, plane) != RowEnd::kWhole) {
     return img_error(handle, IMG_ERR_CORRUPT, 0);
   }
   return 1;
 }
 
 template <typename Sample>
-int read_verbatim(img_file* handle, ka::FileReader& reader, std::size_t row,
-                  std::span<Sample> plane) {
+int read_verbatim(img_file* handle, FileReader& reader, std::size_t row, std::span<Sample> plane) {
   const std::size_t bytes = plane.size_bytes();
   reader.seek(kHeaderBytes + std::uint64_t{row} * bytes);
   const auto samples = reader.take(bytes);
   if (samples.size() != bytes) return img_error(handle, IMG_ERR_READ, errno);
-  ka::split<Sample, 1>(samples.data(), {plane.data()}, plane.size(), std::endian::big);
+  split<Sample, 1>(samples.data(), {plane.data()}, plane.size(), std::endian::big);
   return 1;
 }
 
 template <typename Sample>
 int getrow(img_file* handle, Sample* plane, std::size_t channel) {
-  RgbState& state = ka::state_of<RgbState>(handle);
+  RgbState& state = state_of<RgbState>(handle);
   const std::size_t row = row_number(state.header, std::size_t(handle->line_count), channel);
-  ka::FileReader& reader = state.rows[state.rows_interleave ? 0 : channel];
+  FileReader& reader = state.rows[state.rows_interleave ? 0 : channel];
   const std::span samples(plane, std::size_t(handle->width));
   return state.header.is_encoded() ? read_encoded(handle, reader, row, samples)
                                    : read_verbatim(handle, reader, row, samples);
@@ -161,23 +161,22 @@ int getrow(img_file* handle, Sample* plane, std::size_t channel) {
 template <typename Sample>
 int read_planes(img_file* handle, img_line* line) {
   const auto components = static_cast<std::size_t>(handle->components);
-  const bool is_grey = ka::state_of<RgbState>(handle).header.is_grey();
+  const bool is_grey = state_of<RgbState>(handle).header.is_grey();
   for (std::size_t channel = 0; channel < (is_grey ? 1 : components); ++channel) {
-    if (!getrow(handle, ka::plane_of<Sample>(line, channel), channel)) return 0;
+    if (!getrow(handle, plane_of<Sample>(line, channel), channel)) return 0;
   }
   for (std::size_t channel = 1; is_grey && channel < components; ++channel) {
-    std::copy_n(ka::plane_of<Sample>(line, 0), handle->width, ka::plane_of<Sample>(line, channel));
+    std::copy_n(plane_of<Sample>(line, 0), handle->width, plane_of<Sample>(line, channel));
   }
   return 1;
 }
 
 template <typename Sample>
 int putrow(img_file* handle, const Sample* plane, std::size_t channel) {
-  RgbState& state = ka::state_of<RgbState>(handle);
+  RgbState& state = state_of<RgbState>(handle);
   const std::size_t row = channel * state.header.height + std::size_t(handle->line_count);
   const std::span<const Sample> samples(plane, std::size_t(handle->width));
-  const std::size_t length =
-      ka::compact_counted(samples, {state.packets.data(), state.packets.size()});
+  const std::size_t length = compact_counted(samples, {state.packets.data(), state.packets.size()});
   if (state.next_row + length > std::numeric_limits<std::uint32_t>::max()) {
     return img_error(handle, IMG_ERR_WRITE, EFBIG);  // the tables hold 32-bit offsets
   }
@@ -190,7 +189,7 @@ int putrow(img_file* handle, const Sample* plane, std::size_t channel) {
 
 // Floats are kept as 16-bit samples: 0 to 1 fill their range.
 int put_float_row(img_file* handle, const float* plane, std::size_t channel) {
-  auto& samples = ka::state_of<RgbState>(handle).samples;
+  auto& samples = state_of<RgbState>(handle).samples;
   for (std::size_t x = 0; x < samples.size(); ++x) {
     samples[x] = plane[x] > 0 ? static_cast<std::uint16_t>(std::min(plane[x], 1.0F) * 65535.0F)
                               : std::uint16_t{0};
@@ -201,21 +200,21 @@ int put_float_row(img_file* handle, const float* plane, std::size_t channel) {
 int put_plane(img_file* handle, img_line* line, std::size_t channel) {
   switch (handle->bits) {
     case 8:
-      return putrow(handle, ka::plane_of<const std::uint8_t>(line, channel), channel);
+      return putrow(handle, plane_of<const std::uint8_t>(line, channel), channel);
     case 16:
-      return putrow(handle, ka::plane_of<const std::uint16_t>(line, channel), channel);
+      return putrow(handle, plane_of<const std::uint16_t>(line, channel), channel);
     default:
-      return put_float_row(handle, ka::plane_of<const float>(line, channel), channel);
+      return put_float_row(handle, plane_of<const float>(line, channel), channel);
   }
 }
 
-void write_table(ka::FileWriter& out, const ka::vector<std::uint32_t>& table) {
-  for (const std::uint32_t entry : table) ka::ByteWriter(out.put(sizeof entry)).be32(entry);
+void write_table(FileWriter& out, const vector<std::uint32_t>& table) {
+  for (const std::uint32_t entry : table) ByteWriter(out.put(sizeof entry)).be32(entry);
 }
 
 void write_header(const img_file* handle, RgbState& state) {
   const Header& header = state.header;
-  ka::ByteWriter out(state.out.put(kUsedBytes));
+  ByteWriter out(state.out.put(kUsedBytes));
   out.be16(kMagic);
   out.u8(header.storage);
   out.u8(header.sample_bytes);
@@ -242,14 +241,14 @@ void img_rgb_copyout(const img_file* handle, RgbState& state) {
 }  // namespace
 
 int img_test_rgb(img_file* /*handle*/, const std::uint8_t* head) {
-  return ka::ByteCursor({head, IMG_HEAD_SIZE}).be16() == kMagic;
+  return ByteCursor({head, IMG_HEAD_SIZE}).be16() == kMagic;
 }
 
 int img_open_rgb(img_file* handle, const std::uint8_t* head) {
   if (handle->file_size < std::int64_t{kUsedBytes}) return img_error(handle, IMG_ERR_READ, 0);
   const auto header = parse_header({head, IMG_HEAD_SIZE});
   if (!header || !is_supported(*header)) return img_error(handle, IMG_ERR_SUBTYPE, 0);
-  auto state = ka::make_state<RgbState>(handle);
+  auto state = make_state<RgbState>(handle);
   state->header = *header;
   handle->width = header->width;
   handle->height = header->height;
@@ -261,14 +260,14 @@ int img_open_rgb(img_file* handle, const std::uint8_t* head) {
     state->rows_interleave =
         header->height > 1 && start.size() > next_channel && start[next_channel] < start[1];
   }
-  ka::state_file_type(handle, file_type_of(*header));
+  state_file_type(handle, file_type_of(*header));
   handle->data.p = state.release();
   return 1;
 }
 
 int img_create_rgb(img_file* handle) {
-  if (!ka::check_sides(handle, kLargestSide)) return 0;
-  auto state = ka::make_state<RgbState>(handle);
+  if (!check_sides(handle, kLargestSide)) return 0;
+  auto state = make_state<RgbState>(handle);
   state->header = {.storage = 1,
                    .sample_bytes = static_cast<std::uint8_t>(handle->bits <= 8 ? 1 : 2),
                    .dimension = 3,
@@ -277,7 +276,7 @@ int img_create_rgb(img_file* handle) {
                    .channels = static_cast<std::uint16_t>(handle->components)};
   state->table.start.assign(state->header.rows(), 0);
   state->table.length.assign(state->header.rows(), kNeverWritten);
-  state->packets = ka::Buffer(ka::counted_bound(state->header.width, state->header.sample_bytes));
+  state->packets = Buffer(counted_bound(state->header.width, state->header.sample_bytes));
   if (handle->bits > 16) state->samples.resize(state->header.width);
   state->next_row = state->header.first_row();
   state->out.start(handle);
@@ -300,8 +299,10 @@ int img_write_rgb(img_file* handle, img_line* line) {
 }
 
 int img_close_rgb(img_file* handle) {
-  const auto state = ka::take_state<RgbState>(handle);
+  const auto state = take_state<RgbState>(handle);
   if (!state || !handle->writing || handle->error) return 1;
   img_rgb_copyout(handle, *state);
-  return ka::finish_file(handle, state->out, IMG_ERR_WRITE);
+  return finish_file(handle, state->out, IMG_ERR_WRITE);
 }
+
+}  // namespace ka

@@ -21,6 +21,8 @@
 #include "rows.h"
 #include "stream.h"
 
+namespace ka {
+
 namespace {
 
 constexpr std::size_t kHeaderBytes = 740;
@@ -48,15 +50,15 @@ struct Header {
 };
 
 struct RlaState {
-  ka::vector<std::uint32_t> offsets;  // of lines from the bottom up, bytes in the file
-  std::size_t channels;               // records of a line that are read
-  bool lines_descend;                 // the top line stands first in the file
-  ka::FileReader in;
-  ka::FileWriter out;
-  ka::Buffer record;  // reading: the bytes of a 16-bit record; writing: packets of a line
+  vector<std::uint32_t> offsets;  // of lines from the bottom up, bytes in the file
+  std::size_t channels;           // records of a line that are read
+  bool lines_descend;             // the top line stands first in the file
+  FileReader in;
+  FileWriter out;
+  Buffer record;  // reading: the bytes of a 16-bit record; writing: packets of a line
 };
 
-Window parse_window(ka::ByteCursor& in) {
+Window parse_window(ByteCursor& in) {
   const auto side = [&] { return static_cast<int>(static_cast<std::int16_t>(in.be16())); };
   Window window;
   window.left = side();
@@ -77,7 +79,7 @@ float parse_number(std::span<const std::uint8_t> field) {
 }
 
 Header parse_header(std::span<const std::uint8_t> bytes) {
-  ka::ByteCursor in(bytes);
+  ByteCursor in(bytes);
   in.skip(8);
   Header header{};
   header.active = parse_window(in);
@@ -109,7 +111,7 @@ int read_table(img_file* handle, RlaState& state) {
   errno = 0;
   if (state.in.left() < 4 * height) return img_error(handle, IMG_ERR_READ, errno);
   state.offsets.resize(height);
-  if (!ka::read_row<std::uint32_t, 1>(state.in, {state.offsets.data()}, height, std::endian::big)) {
+  if (!read_row<std::uint32_t, 1>(state.in, {state.offsets.data()}, height, std::endian::big)) {
     return img_error(handle, IMG_ERR_READ, errno);
   }
   const auto is_sound = [&](std::uint32_t offset) {
@@ -131,7 +133,7 @@ std::optional<std::span<const std::uint8_t>> read_record(img_file* handle, RlaSt
     img_error(handle, IMG_ERR_READ, errno);
     return std::nullopt;
   }
-  const std::size_t length = ka::ByteCursor(field).be16();
+  const std::size_t length = ByteCursor(field).be16();
   if (length > std::size_t{std::numeric_limits<std::int16_t>::max()} ||
       length > longest_record(row_bytes)) {
     img_error(handle, IMG_ERR_CORRUPT, 0);
@@ -148,9 +150,9 @@ template <typename Sample>
 bool decode(RlaState& state, std::span<const std::uint8_t> packets, std::span<Sample> plane) {
   std::uint8_t* bytes = state.record.data();
   if constexpr (sizeof(Sample) == 1) bytes = plane.data();
-  if (ka::expand_signed(packets, {bytes, plane.size_bytes()}) != ka::RowEnd::kWhole) return false;
+  if (expand_signed(packets, {bytes, plane.size_bytes()}) != RowEnd::kWhole) return false;
   if constexpr (sizeof(Sample) > 1) {
-    ka::join_bytes(bytes, plane.size(), plane.data(), plane.size());
+    join_bytes(bytes, plane.size(), plane.data(), plane.size());
   }
   return true;
 }
@@ -166,8 +168,8 @@ void seek_line(RlaState& state, std::size_t line, std::size_t row_bytes) {
 
 template <typename Sample>
 int read_line(img_file* handle, img_line* line) {
-  auto& state = ka::state_of<RlaState>(handle);
-  const auto planes = ka::line_planes<Sample, 4>(handle, line);
+  auto& state = state_of<RlaState>(handle);
+  const auto planes = line_planes<Sample, 4>(handle, line);
   seek_line(state, static_cast<std::size_t>(handle->line_count), planes[0].size_bytes());
   for (std::size_t channel = 0; channel < state.channels; ++channel) {
     const auto packets = read_record(handle, state, planes[channel].size_bytes());
@@ -181,7 +183,7 @@ int read_line(img_file* handle, img_line* line) {
 }
 
 // A number with six decimals under every locale, cut to `count` characters and zeros.
-void put_number(ka::ByteWriter& out, float value, std::size_t count) {
+void put_number(ByteWriter& out, float value, std::size_t count) {
   std::array<char, 64> text{};  // the largest float has 39 digits in front of the point
   std::to_chars(text.data(), text.data() + text.size() - 1, double{value}, std::chars_format::fixed,
                 6);
@@ -190,7 +192,7 @@ void put_number(ka::ByteWriter& out, float value, std::size_t count) {
 }
 
 // A text that a zero ends.
-void put_text(ka::ByteWriter& out, const char* text, std::size_t count) {
+void put_text(ByteWriter& out, const char* text, std::size_t count) {
   out.text(text ? text : "", count - 1);
   out.zeros(1);
 }
@@ -201,14 +203,14 @@ const char* file_name(const img_file* handle) {
   return slash ? slash + 1 : name;
 }
 
-void put_window(ka::ByteWriter& out, const img_file* handle) {
+void put_window(ByteWriter& out, const img_file* handle) {
   out.be16(0);
   out.be16(static_cast<std::uint32_t>(handle->width - 1));
   out.be16(0);
   out.be16(static_cast<std::uint32_t>(handle->height - 1));
 }
 
-void put_origin(ka::ByteWriter& out, const img_file* handle) {
+void put_origin(ByteWriter& out, const img_file* handle) {
   std::array<char, 256> host{};
   if (gethostname(host.data(), host.size() - 1) != 0) host[0] = 0;
   std::array<char, 26> date{};  // as asctime prints it
@@ -223,8 +225,8 @@ void put_origin(ka::ByteWriter& out, const img_file* handle) {
   put_text(out, date.data(), 20);
 }
 
-void write_header(const img_file* handle, ka::FileWriter& file) {
-  ka::ByteWriter out(file.put(kHeaderBytes));
+void write_header(const img_file* handle, FileWriter& file) {
+  ByteWriter out(file.put(kHeaderBytes));
   put_window(out, handle);
   put_window(out, handle);
   out.be32(0);  // frame, storage
@@ -250,14 +252,14 @@ void write_header(const img_file* handle, ka::FileWriter& file) {
 }
 
 bool write_table(RlaState& state) {
-  return ka::write_row<const std::uint32_t, 1>(state.out, {state.offsets.data()},
-                                               state.offsets.size(), std::endian::big);
+  return write_row<const std::uint32_t, 1>(state.out, {state.offsets.data()}, state.offsets.size(),
+                                           std::endian::big);
 }
 
 }  // namespace
 
 int img_test_rla(img_file* /*handle*/, const std::uint8_t* head) {
-  ka::ByteCursor in({head, IMG_HEAD_SIZE});
+  ByteCursor in({head, IMG_HEAD_SIZE});
   const Window window = parse_window(in);
   in.skip(12);  // active window, frame, storage
   const int colours = in.be16(), mattes = in.be16();
@@ -271,7 +273,7 @@ int img_test_rla(img_file* /*handle*/, const std::uint8_t* head) {
 }
 
 int img_open_rla(img_file* handle, const std::uint8_t* /*head*/) {
-  auto state = ka::make_state<RlaState>(handle);
+  auto state = make_state<RlaState>(handle);
   state->in.start(handle, 0);
   const auto bytes = state->in.take(kHeaderBytes);
   if (bytes.empty()) return img_error(handle, IMG_ERR_READ, errno);
@@ -284,18 +286,18 @@ int img_open_rla(img_file* handle, const std::uint8_t* /*head*/) {
   state->channels = kColours + header.mattes;
   if (!read_table(handle, *state)) return 0;
   const bool is_deep = header.bits > 8;
-  if (is_deep) state->record = ka::Buffer(2 * static_cast<std::size_t>(handle->width));
-  ka::state_file_type(handle, is_deep ? IMG_TYPE_RGBA_16 : IMG_TYPE_RGBA);
+  if (is_deep) state->record = Buffer(2 * static_cast<std::size_t>(handle->width));
+  state_file_type(handle, is_deep ? IMG_TYPE_RGBA_16 : IMG_TYPE_RGBA);
   handle->data.p = state.release();
   return 1;
 }
 
 int img_create_rla(img_file* handle) {
-  if (!ka::check_sides(handle, kLargestSide)) return 0;
-  auto state = ka::make_state<RlaState>(handle);
+  if (!check_sides(handle, kLargestSide)) return 0;
+  auto state = make_state<RlaState>(handle);
   const auto width = static_cast<std::size_t>(handle->width);
   state->offsets.assign(static_cast<std::size_t>(handle->height), 0);
-  state->record = ka::Buffer(kWritten * (kLengthBytes + ka::compact_bound(width, 1)));
+  state->record = Buffer(kWritten * (kLengthBytes + compact_bound(width, 1)));
   state->out.start(handle);
   write_header(handle, state->out);
   if (!write_table(*state)) return img_error(handle, IMG_ERR_WRITE, state->out.error());
@@ -310,7 +312,7 @@ int img_read_rla(img_file* handle, img_line* line) {
 }
 
 int img_write_rla(img_file* handle, img_line* line) {
-  auto& state = ka::state_of<RlaState>(handle);
+  auto& state = state_of<RlaState>(handle);
   const std::uint64_t offset = state.out.position();
   if (offset > std::numeric_limits<std::uint32_t>::max()) {
     return img_error(handle, IMG_ERR_WRITE, EFBIG);
@@ -318,9 +320,9 @@ int img_write_rla(img_file* handle, img_line* line) {
   state.offsets[static_cast<std::size_t>(handle->line_count)] = static_cast<std::uint32_t>(offset);
   const std::span records(state.record.data(), state.record.size());
   std::size_t used = 0;
-  for (const auto& plane : ka::line_planes<std::uint8_t, kWritten>(handle, line)) {
-    const std::size_t length = ka::compact_signed(plane, records.subspan(used + kLengthBytes));
-    ka::ByteWriter(records.subspan(used)).be16(static_cast<std::uint32_t>(length));
+  for (const auto& plane : line_planes<std::uint8_t, kWritten>(handle, line)) {
+    const std::size_t length = compact_signed(plane, records.subspan(used + kLengthBytes));
+    ByteWriter(records.subspan(used)).be16(static_cast<std::uint32_t>(length));
     used += kLengthBytes + length;
   }
   state.out.write({reinterpret_cast<const char*>(records.data()), used});
@@ -328,9 +330,11 @@ int img_write_rla(img_file* handle, img_line* line) {
 }
 
 int img_close_rla(img_file* handle) {
-  const auto state = ka::take_state<RlaState>(handle);
+  const auto state = take_state<RlaState>(handle);
   if (!state || !handle->writing || handle->error) return 1;
   state->out.seek(kHeaderBytes);
   (void)write_table(*state);
-  return ka::finish_file(handle, state->out, IMG_ERR_WRITE);
+  return finish_file(handle, state->out, IMG_ERR_WRITE);
 }
+
+}  // namespace ka

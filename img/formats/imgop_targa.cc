@@ -15,6 +15,8 @@
 #include "rle.h"
 #include "rows.h"
 
+namespace ka {
+
 namespace {
 
 constexpr std::size_t kHeaderBytes = 18;
@@ -55,17 +57,17 @@ struct Header {
 
 struct TargaState {
   Header header;
-  ka::Palette palette;
-  ka::FileReader pixels;
-  ka::Buffer row;  // stored pixels of a packed line
-  ka::FileWriter out;
+  Palette palette;
+  FileReader pixels;
+  Buffer row;  // stored pixels of a packed line
+  FileWriter out;
 };
 
 // The planes of a line.
 using Planes = std::array<std::uint8_t*, 4>;
 
 Header parse_header(std::span<const std::uint8_t> head) {
-  ka::ByteCursor in(head);
+  ByteCursor in(head);
   Header header;
   header.id_length = in.u8();
   header.map_type = in.u8();
@@ -131,11 +133,11 @@ bool convert(const TargaState& state, const std::uint8_t* pixels, const Planes& 
       convert_16_bits(pixels, planes, count, state.header.depth == 16);
       return true;
     case 24:
-      ka::split<std::uint8_t, 3>(pixels, {b, g, r}, count);
+      split<std::uint8_t, 3>(pixels, {b, g, r}, count);
       std::fill_n(a, count, std::uint8_t{kOpaque});
       return true;
     default:
-      ka::split<std::uint8_t, 4>(pixels, {b, g, r, a}, count);
+      split<std::uint8_t, 4>(pixels, {b, g, r, a}, count);
       return true;
   }
 }
@@ -151,12 +153,11 @@ std::span<const std::uint8_t> read_targa(img_file* handle, TargaState& state) {
 std::span<const std::uint8_t> uncompress(img_file* handle, TargaState& state) {
   const std::span row(state.row.data(), state.row.size());
   const std::size_t pixel_bytes = state.header.pixel_bytes();
-  const auto packets =
-      state.pixels.ahead(ka::pixels_bound(std::size_t(handle->width), pixel_bytes));
+  const auto packets = state.pixels.ahead(pixels_bound(std::size_t(handle->width), pixel_bytes));
   const int failure = errno;
-  const auto [end, used] = ka::expand_pixels(packets, row, pixel_bytes);
-  if (end != ka::RowEnd::kWhole) {
-    const bool is_short = end == ka::RowEnd::kShort;
+  const auto [end, used] = expand_pixels(packets, row, pixel_bytes);
+  if (end != RowEnd::kWhole) {
+    const bool is_short = end == RowEnd::kShort;
     img_error(handle, is_short ? IMG_ERR_READ : IMG_ERR_CORRUPT, is_short ? failure : 0);
     return {};
   }
@@ -189,7 +190,7 @@ int img_test_targa(img_file* /*handle*/, const std::uint8_t* head) {
 }
 
 int img_open_targa(img_file* handle, const std::uint8_t* head) {
-  auto state = ka::make_state<TargaState>(handle);
+  auto state = make_state<TargaState>(handle);
   const Header& header = state->header = parse_header({head, IMG_HEAD_SIZE});
   if (!is_supported(header)) return img_error(handle, IMG_ERR_SUBTYPE, 0);
   handle->width = header.width;
@@ -197,16 +198,16 @@ int img_open_targa(img_file* handle, const std::uint8_t* head) {
   handle->topdown = (header.descriptor & kTopFirst) != 0;
   state->pixels.start(handle, header.map_offset());
   if (!read_map(*state)) return img_error(handle, IMG_ERR_READ, errno);
-  if (header.is_packed()) state->row = ka::Buffer(header.row_bytes());
+  if (header.is_packed()) state->row = Buffer(header.row_bytes());
   handle->data.p = state.release();
   return 1;
 }
 
 int img_create_targa(img_file* handle) {
-  if (!ka::check_sides(handle, kLargestField)) return 0;
-  auto state = ka::make_state<TargaState>(handle);
+  if (!check_sides(handle, kLargestField)) return 0;
+  auto state = make_state<TargaState>(handle);
   state->out.start(handle);
-  ka::ByteWriter out(state->out.put(kHeaderBytes));
+  ByteWriter out(state->out.put(kHeaderBytes));
   out.zeros(2);
   out.u8(kTrueColor);
   out.zeros(9);  // no colour map, origin 0
@@ -219,26 +220,28 @@ int img_create_targa(img_file* handle) {
 }
 
 int img_read_targa(img_file* handle, img_line* line) {
-  auto& state = ka::state_of<TargaState>(handle);
+  auto& state = state_of<TargaState>(handle);
   const auto pixels =
       state.header.is_packed() ? uncompress(handle, state) : read_targa(handle, state);
   if (pixels.empty()) return 0;
   const auto width = static_cast<std::size_t>(handle->width);
-  if (convert(state, pixels.data(), ka::plane_pointers<std::uint8_t, 4>(line), width)) return 1;
+  if (convert(state, pixels.data(), plane_pointers<std::uint8_t, 4>(line), width)) return 1;
   return img_error(handle, IMG_ERR_CORRUPT, 0);
 }
 
 int img_write_targa(img_file* handle, img_line* line) {
-  auto& out = ka::state_of<TargaState>(handle).out;
-  const auto [r, g, b, a] = ka::plane_pointers<std::uint8_t, 4>(line);
+  auto& out = state_of<TargaState>(handle).out;
+  const auto [r, g, b, a] = plane_pointers<std::uint8_t, 4>(line);
   const std::array planes = {b, g, r, a};
-  if (!ka::write_row(out, planes, static_cast<std::size_t>(handle->width))) {
+  if (!write_row(out, planes, static_cast<std::size_t>(handle->width))) {
     return img_error(handle, IMG_ERR_WRITE, out.error());
   }
   return 1;
 }
 
 int img_close_targa(img_file* handle) {
-  const auto state = ka::take_state<TargaState>(handle);
-  return state ? ka::finish_file(handle, state->out, IMG_ERR_WRITE) : 1;
+  const auto state = take_state<TargaState>(handle);
+  return state ? finish_file(handle, state->out, IMG_ERR_WRITE) : 1;
 }
+
+}  // namespace ka

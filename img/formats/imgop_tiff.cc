@@ -10,6 +10,8 @@
 #include "drivers.h"
 #include "img_tiff.h"
 
+namespace ka {
+
 namespace {
 
 using tiff::State;
@@ -68,25 +70,25 @@ struct Directory {
 // What a file says, in its own byte order.
 struct Source {
   img_file* handle;
-  ka::FileReader in;
+  FileReader in;
   std::endian order;
 
-  std::uint16_t u16(ka::ByteCursor& bytes) const {
+  std::uint16_t u16(ByteCursor& bytes) const {
     return order == std::endian::big ? bytes.be16() : bytes.le16();
   }
-  std::uint32_t u32(ka::ByteCursor& bytes) const {
+  std::uint32_t u32(ByteCursor& bytes) const {
     return order == std::endian::big ? bytes.be32() : bytes.le32();
   }
-  std::uint32_t value(ka::ByteCursor& bytes, const Entry& entry) const {
+  std::uint32_t value(ByteCursor& bytes, const Entry& entry) const {
     return entry.type == kShort ? u16(bytes) : u32(bytes);
   }
   // The one value of an entry, or the offset of several.
   [[nodiscard]] std::uint32_t number(const Entry& entry) const {
-    ka::ByteCursor field(entry.field);
+    ByteCursor field(entry.field);
     return value(field, entry);
   }
   [[nodiscard]] std::uint32_t offset(const Entry& entry) const {
-    ka::ByteCursor field(entry.field);
+    ByteCursor field(entry.field);
     return u32(field);
   }
 
@@ -98,7 +100,7 @@ struct Source {
 std::optional<Entry> take_entry(Source& file) {
   const auto bytes = file.in.take(kEntryBytes);
   if (bytes.empty()) return std::nullopt;
-  ka::ByteCursor in(bytes);
+  ByteCursor in(bytes);
   Entry entry;
   entry.tag = file.u16(in);
   entry.type = file.u16(in);
@@ -117,13 +119,13 @@ bool holds(Source& file, const Entry& entry) {
 
 // Reads the first values of an entry that has as many. False when the file ends before.
 bool read_values(Source& file, const Entry& entry, std::span<std::uint32_t> values) {
-  ka::ByteCursor field(entry.field);
+  ByteCursor field(entry.field);
   if (!holds(file, entry)) return false;
   for (std::uint32_t& value : values) {
     if (entry.bytes() > entry.field.size()) {
       const auto bytes = file.in.take(entry.value_bytes());
       if (bytes.empty()) return false;
-      field = ka::ByteCursor(bytes);
+      field = ByteCursor(bytes);
     }
     value = file.value(field, entry);
   }
@@ -206,7 +208,7 @@ int read_directory(Source& file, std::uint32_t offset, Directory& directory) {
   file.in.seek(offset);
   const auto bytes = file.in.take(2);
   if (bytes.empty()) return file.short_read();
-  ka::ByteCursor in(bytes);
+  ByteCursor in(bytes);
   for (int entries = file.u16(in); entries > 0; --entries) {
     const auto entry = take_entry(file);
     if (!entry) return file.short_read();
@@ -335,9 +337,8 @@ int file_type_of(const State& state) {
 }
 
 void start_planes(img_file* handle, State& state) {
-  if (state.is_compressed) state.row = ka::Buffer(state.row_bytes);
-  const std::size_t usual =
-      state.is_planar ? ka::FileReader::kBufferSize / 2 : ka::FileReader::kBufferSize;
+  if (state.is_compressed) state.row = Buffer(state.row_bytes);
+  const std::size_t usual = state.is_planar ? FileReader::kBufferSize / 2 : FileReader::kBufferSize;
   const std::size_t buffer = state.is_compressed ? usual : std::max(usual, state.row_bytes);
   for (std::size_t c = 0; c < (state.is_planar ? state.components : 1); ++c) {
     state.planes[c].in.start(handle, 0, buffer);
@@ -348,15 +349,15 @@ void start_planes(img_file* handle, State& state) {
 
 int img_test_tiff(img_file* /*handle*/, const std::uint8_t* head) {
   const bool has_order = (head[0] == 'I' && head[1] == 'I') || (head[0] == 'M' && head[1] == 'M');
-  ka::ByteCursor little({head + 2, 2}), big({head + 2, 2});
+  ByteCursor little({head + 2, 2}), big({head + 2, 2});
   return has_order && (little.le16() == kMagic || big.be16() == kMagic);
 }
 
 int img_open_tiff(img_file* handle, const std::uint8_t* head) {
-  auto state = ka::make_state<State>(handle);
+  auto state = make_state<State>(handle);
   Source file{handle, {}, head[0] == 'I' ? std::endian::little : std::endian::big};
   file.in.start(handle, 0, kHeaderBuffer);
-  ka::ByteCursor header({head, IMG_HEAD_SIZE});
+  ByteCursor header({head, IMG_HEAD_SIZE});
   header.skip(4);
   Directory directory{};
   if (!read_directory(file, file.u32(header), directory)) return 0;
@@ -367,12 +368,14 @@ int img_open_tiff(img_file* handle, const std::uint8_t* head) {
   if (!check_sample_format(file, directory, *state)) return 0;
   if (!read_strips(file, directory, *state)) return 0;
   // Not even the first row can be there: no memory is asked for it.
-  const auto most = ka::checked_product(handle->file_size, kMostExpanded);
+  const auto most = checked_product(handle->file_size, kMostExpanded);
   if (state->is_compressed && most && state->row_bytes > *most) {
     return img_error(handle, IMG_ERR_READ, 0);
   }
   start_planes(handle, *state);
-  ka::state_file_type(handle, file_type_of(*state));
+  state_file_type(handle, file_type_of(*state));
   handle->data.p = state.release();
   return 1;
 }
+
+}  // namespace ka

@@ -8,13 +8,15 @@
 #include "drivers.h"
 #include "rows.h"
 
+namespace ka {
+
 namespace {
 
 constexpr std::uint32_t kSign = 0x80000000;
 constexpr auto kBackground = std::bit_cast<std::uint32_t>(-100000.0F);  // where no depth is known
 
 struct ZpicState {
-  ka::FileWriter out;
+  FileWriter out;
 };
 
 // Stored depths grow towards the eye. Samples are handled as their bits: what is not a number keeps
@@ -37,7 +39,7 @@ int img_open_zpic(img_file* handle, const std::uint8_t* /*head*/) {
 }
 
 int img_create_zpic(img_file* handle) {
-  auto state = ka::make_state<ZpicState>(handle);
+  auto state = make_state<ZpicState>(handle);
   state->out.start(handle);
   handle->data.p = state.release();
   return 1;
@@ -48,18 +50,19 @@ int img_read_zpic(img_file* handle, img_line* /*line*/) {
 }
 
 int img_write_zpic(img_file* handle, img_line* line) {
-  auto& out = ka::state_of<ZpicState>(handle).out;
-  const auto planes = ka::plane_pointers<std::uint32_t, 1>(line);
-  const bool written =
-      ka::move_row(planes, static_cast<std::size_t>(handle->width), ka::FileWriter::kBufferSize,
-                   [&](const auto& part, std::size_t pixels) {
-                     negate(out.put(pixels * sizeof(float)).data(), part[0], pixels);
-                     return out.error() == 0;
-                   });
+  auto& out = state_of<ZpicState>(handle).out;
+  const auto planes = plane_pointers<std::uint32_t, 1>(line);
+  const bool written = move_row(planes, static_cast<std::size_t>(handle->width),
+                                FileWriter::kBufferSize, [&](const auto& part, std::size_t pixels) {
+                                  negate(out.put(pixels * sizeof(float)).data(), part[0], pixels);
+                                  return out.error() == 0;
+                                });
   return written ? 1 : img_error(handle, IMG_ERR_WRITE, out.error());
 }
 
 int img_close_zpic(img_file* handle) {
-  const auto state = ka::take_state<ZpicState>(handle);
-  return state ? ka::finish_file(handle, state->out, IMG_ERR_WRITE) : 1;
+  const auto state = take_state<ZpicState>(handle);
+  return state ? finish_file(handle, state->out, IMG_ERR_WRITE) : 1;
 }
+
+}  // namespace ka

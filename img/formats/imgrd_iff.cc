@@ -10,6 +10,8 @@
 #include "rle.h"
 #include "rows.h"
 
+namespace ka {
+
 namespace {
 
 constexpr std::size_t kChunkHeader = 8;      // bytes of name and size
@@ -20,7 +22,7 @@ constexpr std::uint64_t kMostPerByte = 64;   // a packet of 2 bytes gives up to 
 constexpr std::size_t kLeastTile = 16;       // bytes that a tile takes in the file
 
 // Opens the next chunk of that name and form; others are skipped.
-bool find_chunk(ka::FileReader& in, IffStack& stack, std::uint32_t name, std::uint32_t form,
+bool find_chunk(FileReader& in, IffStack& stack, std::uint32_t name, std::uint32_t form,
                 IffChunk& chunk) {
   while (img_iff_read_begin_chunk(in, stack, chunk)) {
     if (chunk.name == name && chunk.form == form) return true;
@@ -52,7 +54,7 @@ int read_header(img_file* handle, IffState& state, std::size_t& tiles) {
   const auto bytes = state.in.take(kIffHeaderBytes);
   if (bytes.empty()) return img_error(handle, IMG_ERR_READ, errno);
   if (chunk.size < kIffHeaderBytes) return img_error(handle, IMG_ERR_READ, 0);
-  ka::ByteCursor in(bytes);
+  ByteCursor in(bytes);
   const std::uint32_t width = in.be32(), height = in.be32();
   in.skip(4);  // pixel aspect
   const std::uint32_t flags = in.be32();
@@ -83,7 +85,7 @@ int read_tile_header(img_file* handle, IffState& state, IffTile& tile) {
   }
   const auto bytes = state.in.take(kIffBoundsBytes);
   if (bytes.empty()) return img_error(handle, IMG_ERR_READ, errno);
-  ka::ByteCursor in(bytes);
+  ByteCursor in(bytes);
   tile.x1 = in.be16();
   tile.y1 = in.be16();
   tile.x2 = in.be16();
@@ -142,16 +144,16 @@ int check_strip(const img_file* handle, const IffState& state, const IffStrip& s
   return covered == state.width ? IMG_ERR_NONE : IMG_ERR_READ;
 }
 
-void make_room(ka::Buffer& buffer, std::size_t bytes) {
-  if (buffer.size() < bytes) buffer = ka::Buffer(bytes);
+void make_room(Buffer& buffer, std::size_t bytes) {
+  if (buffer.size() < bytes) buffer = Buffer(bytes);
 }
 
 // Decodes planes of bytes. Before: each ends where the next begins, or with room for kRowSlack.
 bool decodetile(std::span<const std::uint8_t> packets, std::span<std::uint8_t* const> planes,
                 std::size_t pixels) {
   for (std::uint8_t* const plane : planes) {
-    const auto [end, used] = ka::expand_pixels(packets, {plane, pixels}, 1, ka::kRowSlack);
-    if (end != ka::RowEnd::kWhole) return false;
+    const auto [end, used] = expand_pixels(packets, {plane, pixels}, 1, kRowSlack);
+    if (end != RowEnd::kWhole) return false;
     packets = packets.subspan(used);
   }
   return true;
@@ -168,13 +170,13 @@ bool decode_bytes(const IffState& state, const IffTile& tile,
 template <typename Sample, std::size_t Components>
 bool decode_samples(IffState& state, const IffTile& tile, std::span<const std::uint8_t> packets) {
   const std::size_t pixels = tile.pixels();
-  make_room(state.tile, pixels * state.pixel_bytes() + ka::kRowSlack);
+  make_room(state.tile, pixels * state.pixel_bytes() + kRowSlack);
   std::array<std::uint8_t*, sizeof(Sample) * Components> parts;
   for (std::size_t i = 0; i < parts.size(); ++i) parts[i] = state.tile.data() + i * pixels;
   if (!decodetile(packets, parts, pixels)) return false;
   const auto planes = state.planes<Sample, Components>(tile);
   for (std::size_t p = 0; p < Components; ++p) {
-    ka::join_bytes(parts[p], Components * pixels, planes[p], pixels);
+    join_bytes(parts[p], Components * pixels, planes[p], pixels);
   }
   return true;
 }
@@ -182,8 +184,8 @@ bool decode_samples(IffState& state, const IffTile& tile, std::span<const std::u
 // A tile whose pixels stand in the file as they are, byte by byte in reverse.
 template <typename Sample, std::size_t Components>
 bool copytile(IffState& state, const IffTile& tile) {
-  return ka::read_row(state.in, state.planes<Sample, Components>(tile), tile.pixels(),
-                      std::endian::little);
+  return read_row(state.in, state.planes<Sample, Components>(tile), tile.pixels(),
+                  std::endian::little);
 }
 
 template <typename Sample, std::size_t Components>
@@ -207,7 +209,7 @@ int read_tile(img_file* handle, IffState& state, const IffTile& tile) {
 // Fills the strip buffer. Returns 1, or 0 with the handle's error.
 int read_strip(img_file* handle, IffState& state, const IffStrip& strip) {
   const std::size_t lines = strip.last_line - strip.first_line + 1;
-  make_room(state.strip, lines * state.width * state.pixel_bytes() + ka::kRowSlack);
+  make_room(state.strip, lines * state.width * state.pixel_bytes() + kRowSlack);
   return iff_with_pixels(state, [&]<typename Sample, std::size_t Components>() {
     for (std::size_t i = strip.first_tile; i < strip.end_tile; ++i) {
       if (!read_tile<Sample, Components>(handle, state, state.tiles[i])) return 0;
@@ -236,24 +238,24 @@ int collect_tiles(img_file* handle, IffState& state, std::size_t line) {
 
 }  // namespace
 
-bool img_iff_read_begin_chunk(ka::FileReader& in, IffStack& stack, IffChunk& chunk) {
+bool img_iff_read_begin_chunk(FileReader& in, IffStack& stack, IffChunk& chunk) {
   chunk.start = in.position();
   const auto header = in.take(kChunkHeader);
   if (header.empty()) return false;
-  ka::ByteCursor fields(header);
+  ByteCursor fields(header);
   chunk.name = fields.be32();
   chunk.size = fields.be32();
   chunk.form = 0;
   if (chunk.name == kIffForm) {
     const auto form = in.take(kFormType);
     if (form.empty()) return false;
-    chunk.form = ka::ByteCursor(form).be32();
+    chunk.form = ByteCursor(form).be32();
   }
   errno = 0;
   return stack.push(chunk);
 }
 
-bool img_iff_read_end_chunk(ka::FileReader& in, IffStack& stack) {
+bool img_iff_read_end_chunk(FileReader& in, IffStack& stack) {
   if (stack.empty()) return false;
   const IffChunk chunk = stack.pop();
   const std::uint64_t end = chunk.start + kChunkHeader + chunk.size;
@@ -272,7 +274,7 @@ int img_iff_read_headers(img_file* handle, IffState& state) {
   if (!find_chunk(state.in, state.stack, kIffForm, kIffTiles, chunk)) {
     return img_error(handle, IMG_ERR_READ, errno);
   }
-  std::size_t longest = ka::FileReader::kBufferSize;  // bytes of an encoded tile
+  std::size_t longest = FileReader::kBufferSize;  // bytes of an encoded tile
   const std::uint64_t left = state.in.left();
   if (left < tiles * kLargeChunk) state.in.start(handle, state.in.position());
   state.tiles.reserve(std::min(tiles, std::size_t(left / kLeastTile)));
@@ -284,13 +286,13 @@ int img_iff_read_headers(img_file* handle, IffState& state) {
   }
   sort_tiles(state);
   state.in.start(handle, 0, longest);
-  ka::state_file_type(handle, file_type_of(state));
+  state_file_type(handle, file_type_of(state));
   return 1;
 }
 
 int img_read_iff(img_file* handle, img_line* line) {
   if (handle->line_count >= handle->height) return img_error(handle, IMG_ERR_READ, 0);
-  auto& state = ka::state_of<IffState>(handle);
+  auto& state = state_of<IffState>(handle);
   if (state.width == 0) return 1;  // there are no tiles
   const auto y = static_cast<std::size_t>(handle->line_count);
   if (!state.holds(y) && !collect_tiles(handle, state, y)) return 0;
@@ -300,3 +302,5 @@ int img_read_iff(img_file* handle, img_line* line) {
                 });
   return 1;
 }
+
+}  // namespace ka

@@ -6,6 +6,8 @@
 #include "linekernels.h"
 #include "rle.h"
 
+namespace ka {
+
 namespace {
 
 using tiff::PlaneReader;
@@ -33,7 +35,7 @@ Place findline(const img_file* handle, const State& state, std::size_t plane) {
 }
 
 Row read_plain(img_file* handle, State& state, PlaneReader& plane, const Place& place) {
-  const auto before = ka::checked_product(place.row, state.row_bytes);
+  const auto before = checked_product(place.row, state.row_bytes);
   if (!before || *before > std::uint64_t(handle->file_size)) return fail(handle, IMG_ERR_READ, 0);
   plane.in.seek(state.strips.offset[place.strip] + *before);
   const Row row = plane.in.take(state.row_bytes);
@@ -51,13 +53,13 @@ bool walk(img_file* handle, const State& state, PlaneReader& plane, const Place&
   }
   while (plane.filled < wanted) {
     plane.in.seek(plane.position);
-    const auto packets = plane.in.ahead(ka::kLongestPackBits);
+    const auto packets = plane.in.ahead(kLongestPackBits);
     const int failure = errno;
-    const auto [end, used, filled] = ka::skip_packbits(packets, wanted - plane.filled);
+    const auto [end, used, filled] = skip_packbits(packets, wanted - plane.filled);
     plane.position += used;
     plane.filled += filled;
-    if (end == ka::RowEnd::kCorrupt) return img_error(handle, IMG_ERR_CORRUPT, 0);
-    if (end == ka::RowEnd::kShort && used == 0) return img_error(handle, IMG_ERR_READ, failure);
+    if (end == RowEnd::kCorrupt) return img_error(handle, IMG_ERR_CORRUPT, 0);
+    if (end == RowEnd::kShort && used == 0) return img_error(handle, IMG_ERR_READ, failure);
   }
   return true;
 }
@@ -68,13 +70,13 @@ Row decodeline(img_file* handle, State& state, PlaneReader& plane, const Place& 
   std::uint64_t position = plane.position;
   for (std::size_t done = 0; done < row.size();) {
     plane.in.seek(position);
-    const auto packets = plane.in.ahead(ka::kLongestPackBits);
+    const auto packets = plane.in.ahead(kLongestPackBits);
     const int failure = errno;
-    const auto [end, used, filled] = ka::expand_packbits(packets, row.subspan(done));
+    const auto [end, used, filled] = expand_packbits(packets, row.subspan(done));
     position += used;
     done += filled;
-    if (end == ka::RowEnd::kCorrupt) return fail(handle, IMG_ERR_CORRUPT, 0);
-    if (end == ka::RowEnd::kShort && used == 0) return fail(handle, IMG_ERR_READ, failure);
+    if (end == RowEnd::kCorrupt) return fail(handle, IMG_ERR_CORRUPT, 0);
+    if (end == RowEnd::kShort && used == 0) return fail(handle, IMG_ERR_READ, failure);
   }
   plane.position = position;
   plane.filled += row.size();
@@ -98,7 +100,7 @@ void convert_grey(const State& state, const std::uint8_t* row, std::size_t width
     for (std::size_t i = 0; i < part; ++i) red[i] = std::uint8_t(levels[i] * scale) ^ flip;
     return true;
   };
-  (void)ka::for_indexes(row, state.sample_bits, width, store);
+  (void)for_indexes(row, state.sample_bits, width, store);
   for (std::size_t c = 1; c < planes.size(); ++c) std::copy_n(planes[0], width, planes[c]);
 }
 
@@ -106,15 +108,15 @@ template <typename Sample>
 void convert_colors(const State& state, const std::uint8_t* row, std::size_t width,
                     img_line* line) {
   if (state.components == 4) {
-    ka::split<Sample, 4>(row, ka::plane_pointers<Sample, 4>(line), width, state.order);
+    split<Sample, 4>(row, plane_pointers<Sample, 4>(line), width, state.order);
   } else {
-    ka::split<Sample, 3>(row, ka::plane_pointers<Sample, 3>(line), width, state.order);
+    split<Sample, 3>(row, plane_pointers<Sample, 3>(line), width, state.order);
   }
 }
 
 // Distributes a row over the planes of a line.
 bool readline(const State& state, const std::uint8_t* row, std::size_t width, img_line* line) {
-  const auto [r, g, b] = ka::plane_pointers<std::uint8_t, 3>(line);
+  const auto [r, g, b] = plane_pointers<std::uint8_t, 3>(line);
   if (state.photometric == tiff::kPalette) {
     return state.palette.look_up(row, state.sample_bits, width, {r, g, b, nullptr});
   }
@@ -133,7 +135,7 @@ bool readline(const State& state, const std::uint8_t* row, std::size_t width, im
 template <typename Sample>
 void copy_plane(const State& state, const std::uint8_t* row, std::size_t width, img_line* line,
                 std::size_t c) {
-  ka::split<Sample, 1>(row, {ka::plane_of<Sample>(line, c)}, width, state.order);
+  split<Sample, 1>(row, {plane_of<Sample>(line, c)}, width, state.order);
 }
 
 int read_planes(img_file* handle, State& state, img_line* line) {
@@ -151,7 +153,7 @@ int read_planes(img_file* handle, State& state, img_line* line) {
 }  // namespace
 
 int img_read_tiff(img_file* handle, img_line* line) {
-  auto& state = ka::state_of<State>(handle);
+  auto& state = state_of<State>(handle);
   if (handle->line_count >= handle->height) return img_error(handle, IMG_ERR_READ, 0);
   if (state.is_planar) return read_planes(handle, state, line);
   const Row row = read_row(handle, state, 0);
@@ -159,3 +161,5 @@ int img_read_tiff(img_file* handle, img_line* line) {
   if (readline(state, row.data(), std::size_t(handle->width), line)) return 1;
   return img_error(handle, IMG_ERR_CORRUPT, 0);
 }
+
+}  // namespace ka

@@ -10,6 +10,8 @@
 #include "img_iff.h"
 #include "rle.h"
 
+namespace ka {
+
 namespace {
 
 constexpr std::size_t kChunkHeader = 8;  // bytes of name and size
@@ -20,7 +22,7 @@ void part_tile(const IffState& state, const IffTile& tile) {
   const std::size_t pixels = tile.pixels();
   const auto planes = state.planes<const Sample, Components>(tile);
   for (std::size_t p = 0; p < Components; ++p) {
-    ka::part_bytes(planes[p], state.tile.data() + p * pixels, Components * pixels, pixels);
+    part_bytes(planes[p], state.tile.data() + p * pixels, Components * pixels, pixels);
   }
 }
 
@@ -33,7 +35,7 @@ std::span<const std::uint8_t> encodetile(const IffState& state, const IffTile& t
   const std::span packets(state.packets.data(), state.packets.size());
   std::size_t used = 0;
   for (std::size_t plane = 0; plane < state.pixel_bytes() && used < raw; ++plane) {
-    used += ka::compact_bytes({state.tile.data() + plane * pixels, pixels}, packets.subspan(used));
+    used += compact_bytes({state.tile.data() + plane * pixels, pixels}, packets.subspan(used));
   }
   return packets.first(used < raw ? used : 0);
 }
@@ -41,8 +43,8 @@ std::span<const std::uint8_t> encodetile(const IffState& state, const IffTile& t
 // The pixels of a tile as they are stored without packets, byte by byte in reverse.
 std::span<const std::uint8_t> copytile(const IffState& state, const IffTile& tile) {
   iff_with_pixels(state, [&]<typename Sample, std::size_t Components>() {
-    ka::pack(state.tile.data(), state.planes<const Sample, Components>(tile), tile.pixels(),
-             std::endian::little);
+    pack(state.tile.data(), state.planes<const Sample, Components>(tile), tile.pixels(),
+         std::endian::little);
   });
   return {state.tile.data(), tile.pixels() * state.pixel_bytes()};
 }
@@ -64,7 +66,7 @@ int write_tile(img_file* handle, IffState& state, const IffTile& tile) {
   if (!has_room(state, kChunkHeader + size)) return img_error(handle, IMG_ERR_WRITE, EFBIG);
   const IffChunk chunk{state.tile_name, static_cast<std::uint32_t>(size), 0, 0};
   bool written = img_iff_write_begin_chunk(state.out, state.stack, chunk);
-  ka::ByteWriter bounds(state.out.put(kIffBoundsBytes));
+  ByteWriter bounds(state.out.put(kIffBoundsBytes));
   for (const std::size_t bound : {tile.x1, tile.y1, tile.x2, tile.y2}) {
     bounds.be16(static_cast<std::uint32_t>(bound));
   }
@@ -86,28 +88,28 @@ int write_tiles(img_file* handle, IffState& state) {
 
 }  // namespace
 
-bool img_iff_write_begin_chunk(ka::FileWriter& out, IffStack& stack, IffChunk chunk) {
+bool img_iff_write_begin_chunk(FileWriter& out, IffStack& stack, IffChunk chunk) {
   chunk.start = out.position();
   if (!stack.push(chunk)) return false;
-  ka::ByteWriter header(out.put(kChunkHeader + (chunk.form != 0 ? 4 : 0)));
+  ByteWriter header(out.put(kChunkHeader + (chunk.form != 0 ? 4 : 0)));
   header.be32(chunk.name);
   header.be32(chunk.size);
   if (chunk.form != 0) header.be32(chunk.form);
   return true;
 }
 
-bool img_iff_write_end_chunk(ka::FileWriter& out, IffStack& stack) {
+bool img_iff_write_end_chunk(FileWriter& out, IffStack& stack) {
   if (stack.empty()) return false;
   const IffChunk chunk = stack.pop();
   const std::uint64_t end = out.position();
   const auto size = static_cast<std::uint32_t>(end - chunk.start - kChunkHeader);
   if (size != chunk.size) {
     out.seek(chunk.start + 4);
-    ka::ByteWriter(out.put(4)).be32(size);
+    ByteWriter(out.put(4)).be32(size);
     out.seek(end);
   }
   const std::size_t padding = (4 - end % 4) % 4;
-  ka::ByteWriter(out.put(padding)).zeros(padding);
+  ByteWriter(out.put(padding)).zeros(padding);
   return true;
 }
 
@@ -123,14 +125,16 @@ void img_iff_start_strip(IffState& state, std::size_t line) {
 
 int img_write_iff(img_file* handle, img_line* line) {
   if (!handle->data.p) return img_error(handle, IMG_ERR_WRITE, handle->os_error);
-  auto& state = ka::state_of<IffState>(handle);
+  auto& state = state_of<IffState>(handle);
   const auto y = static_cast<std::size_t>(handle->line_count);
   iff_copy_line(handle, state, y, line, iff_copy);
   if (y < state.held.last_line) return 1;
   if (!write_tiles(handle, state)) {
-    (void)ka::take_state<IffState>(handle);  // the strip has no room for the lines behind it
+    (void)take_state<IffState>(handle);  // the strip has no room for the lines behind it
     return 0;
   }
   img_iff_start_strip(state, state.held.last_line + 1);
   return 1;
 }
+
+}  // namespace ka

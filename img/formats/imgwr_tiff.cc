@@ -10,6 +10,8 @@
 #include "rle.h"
 #include "rows.h"
 
+namespace ka {
+
 namespace {
 
 using tiff::State;
@@ -30,7 +32,7 @@ bool writes_packets(int format) {
          format == IMG_FORMAT_TIF16_3;
 }
 
-void put_entry(ka::ByteWriter& out, std::uint32_t tag, std::uint32_t type, std::uint32_t count,
+void put_entry(ByteWriter& out, std::uint32_t tag, std::uint32_t type, std::uint32_t count,
                std::uint32_t value) {
   out.le16(tag);
   out.le16(type);
@@ -38,7 +40,7 @@ void put_entry(ka::ByteWriter& out, std::uint32_t tag, std::uint32_t type, std::
   out.le32(value);
 }
 
-void put_four(ka::ByteWriter& out, std::uint32_t value) {
+void put_four(ByteWriter& out, std::uint32_t value) {
   for (int i = 0; i < 4; ++i) out.le16(value);
 }
 
@@ -47,7 +49,7 @@ void put_header(const img_file* handle, State& state, std::uint32_t byte_count) 
   const auto components = std::uint32_t(handle->components), bits = std::uint32_t(handle->bits);
   const bool has_alpha = components == 4;
   const std::uint32_t alpha = img_context().not_premultiplied ? kAssociated : kUnassociated;
-  ka::ByteWriter out(state.out.put(kHeaderBytes));
+  ByteWriter out(state.out.put(kHeaderBytes));
   out.text("II", 2);
   out.le16(42);
   out.le32(kDirectory);
@@ -75,8 +77,8 @@ void put_header(const img_file* handle, State& state, std::uint32_t byte_count) 
 
 // Packets of a row; false when the file would pass what its byte count can hold.
 bool compressline(State& state) {
-  const std::size_t bytes = ka::compact_packbits({state.row.data(), state.row.size()},
-                                                 {state.packets.data(), state.packets.size()});
+  const std::size_t bytes = compact_packbits({state.row.data(), state.row.size()},
+                                             {state.packets.data(), state.packets.size()});
   if (state.compressed + bytes > kLargestCount - kHeaderBytes) return false;
   state.compressed += bytes;
   state.out.write({reinterpret_cast<const char*>(state.packets.data()), bytes});
@@ -85,13 +87,13 @@ bool compressline(State& state) {
 
 template <typename Sample, std::size_t Components>
 int writeline(img_file* handle, img_line* line) {
-  auto& state = ka::state_of<State>(handle);
+  auto& state = state_of<State>(handle);
   const auto width = std::size_t(handle->width);
-  const auto planes = ka::plane_pointers<Sample, Components>(line);
+  const auto planes = plane_pointers<Sample, Components>(line);
   if (!state.is_compressed) {
-    (void)ka::write_row(state.out, planes, width, std::endian::little);
+    (void)write_row(state.out, planes, width, std::endian::little);
   } else {
-    ka::pack<Sample, Components>(state.row.data(), planes, width, std::endian::little);
+    pack<Sample, Components>(state.row.data(), planes, width, std::endian::little);
     if (!compressline(state)) return img_error(handle, IMG_ERR_WRITE, EFBIG);
   }
   return state.out.error() == 0 ? 1 : img_error(handle, IMG_ERR_WRITE, state.out.error());
@@ -106,16 +108,16 @@ int writeline(img_file* handle, img_line* line) {
 }  // namespace
 
 int img_create_tiff(img_file* handle) {
-  const auto row_bytes = ka::checked_product(handle->width, handle->components, handle->bits / 8);
-  const auto bytes = row_bytes ? ka::checked_product(*row_bytes, handle->height) : std::nullopt;
+  const auto row_bytes = checked_product(handle->width, handle->components, handle->bits / 8);
+  const auto bytes = row_bytes ? checked_product(*row_bytes, handle->height) : std::nullopt;
   if (!bytes || *bytes > kLargestCount - kHeaderBytes) {
     return img_error(handle, IMG_ERR_SUBTYPE, EFBIG);
   }
-  auto state = ka::make_state<State>(handle);
+  auto state = make_state<State>(handle);
   state->is_compressed = writes_packets(handle->format);
   if (state->is_compressed) {
-    state->row = ka::Buffer(*row_bytes);
-    state->packets = ka::Buffer(ka::packbits_bound(*row_bytes));
+    state->row = Buffer(*row_bytes);
+    state->packets = Buffer(packbits_bound(*row_bytes));
   }
   state->out.start(handle);
   put_header(handle, *state, std::uint32_t(*bytes));
@@ -130,17 +132,19 @@ int img_write_tiff(img_file* handle, img_line* line) {
 }
 
 int img_flush_tiff(img_file* handle) {
-  auto& state = ka::state_of<State>(handle);
+  auto& state = state_of<State>(handle);
   if (handle->writing && !handle->error && state.is_compressed) {
     state.out.seek(kByteCount);
-    ka::ByteWriter(state.out.put(4)).le32(std::uint32_t(state.compressed));
+    ByteWriter(state.out.put(4)).le32(std::uint32_t(state.compressed));
     state.out.seek(kHeaderBytes + state.compressed);
   }
-  return ka::finish_file(handle, state.out, IMG_ERR_WRITE);
+  return finish_file(handle, state.out, IMG_ERR_WRITE);
 }
 
 int img_close_tiff(img_file* handle) {
   const int flushed = handle->data.p ? img_flush_tiff(handle) : 1;
-  (void)ka::take_state<State>(handle);
+  (void)take_state<State>(handle);
   return flushed;
 }
+
+}  // namespace ka

@@ -70,16 +70,16 @@ TEST_F(CacheStart, TheEnvironmentSaysWhatIsLarge) {
       EXPECT_EQ(told, Texts{"cache map textures bigger than " + std::to_string(bytes)});
     }
     handle.file_size = bytes;
-    EXPECT_FALSE(img_cache_prefer(img_context(), &handle)) << limit;
+    EXPECT_FALSE(ka::img_cache_prefer(ka::img_context(), &handle)) << limit;
     ++handle.file_size;
-    EXPECT_TRUE(img_cache_prefer(img_context(), &handle)) << limit;
+    EXPECT_TRUE(ka::img_cache_prefer(ka::img_context(), &handle)) << limit;
   }
   handle.format = IMG_FORMAT_PPM;
-  EXPECT_FALSE(img_cache_prefer(img_context(), &handle));
+  EXPECT_FALSE(ka::img_cache_prefer(ka::img_context(), &handle));
   handle.file_size = 0;
   for (const int request : {3, 2}) {
     ka_img_cache_request(request);
-    EXPECT_EQ(img_cache_prefer(img_context(), &handle), request > 2);
+    EXPECT_EQ(ka::img_cache_prefer(ka::img_context(), &handle), request > 2);
   }
 }
 
@@ -88,9 +88,9 @@ TEST_F(CacheStart, EndTellsHowLargeItWas) {
     const Texture texture(scratch_, "a", IMG_TYPE_S, 16384, 8);
     touch(texture, 0, 5);
   }
-  EXPECT_EQ(messages_of([] { img_cache_exit(); }, kReports),
+  EXPECT_EQ(messages_of([] { ka::img_cache_exit(); }, kReports),
             Texts{"texture cache: maximum 5 pages, 5 flushes"});
-  EXPECT_EQ(messages_of([] { img_cache_exit(); }, kReports), Texts{});
+  EXPECT_EQ(messages_of([] { ka::img_cache_exit(); }, kReports), Texts{});
 }
 
 }  // namespace

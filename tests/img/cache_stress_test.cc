@@ -42,7 +42,7 @@ class Stress {
     }
   }
   ~Stress() {
-    for (Guest& guest : guests_) img_cache_image_remove(guest.image);
+    for (Guest& guest : guests_) ka::img_cache_image_remove(guest.image);
   }
   Stress(const Stress&) = delete;
   Stress& operator=(const Stress&) = delete;
@@ -58,7 +58,7 @@ class Stress {
       std::minstd_rand random(seed++);
       while (!is_over()) {
         for (int i = 0; i < 100; ++i) read(random() % kFiles, std::uint32_t(random()));
-        if (random() % 50 == 0) img_cache_memory_limit(img_context(), 1 << 20);
+        if (random() % 50 == 0) ka::img_cache_memory_limit(ka::img_context(), 1 << 20);
         if (random() % 50 == 0) change_thread();
       }
     });
@@ -103,7 +103,7 @@ class Stress {
     Guest& guest = guests_[file];
     ++guest.removals;
     img_image* const old = guest.image;
-    ASSERT_TRUE(img_cache_image_remove(old));
+    ASSERT_TRUE(ka::img_cache_image_remove(old));
     ASSERT_EQ(ka_img_cache_get(old, 120 + 16 * kHeight), nullptr);
     guest.image = test::cache(path(file));
     ASSERT_NE(guest.image, nullptr);
@@ -123,13 +123,13 @@ class Stress {
 };
 
 TEST(CacheStress, ThreadsReadWhatIsThere) {
-  img_cache_size_adjust(-16384.0 * 900);  // of 1024 pages; the files have 1200
+  ka::img_cache_size_adjust(-16384.0 * 900);  // of 1024 pages; the files have 1200
   Stress stress;
   stress.run();
   EXPECT_GT(stress.reads(), 1000);
   EXPECT_GT(stress.misses(), 0);
   EXPECT_GT(test::counts().flushes, 100);
-  img_cache_size_adjust(16384.0 * 900);
+  ka::img_cache_size_adjust(16384.0 * 900);
 }
 
 }  // namespace

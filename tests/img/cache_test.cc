@@ -103,7 +103,7 @@ TEST_P(EveryCachedType, IsTheImageOfTheFile) {
       ASSERT_EQ(values_at(other_level, x, y), values) << k << ": " << x << ", " << y;
     }
   }
-  EXPECT_TRUE(img_cache_image_remove(other));
+  EXPECT_TRUE(ka::img_cache_image_remove(other));
 }
 
 TEST_P(EveryCachedType, IsWrittenAndConverted) {
@@ -168,12 +168,12 @@ TEST_F(Cache, ThreadsWithManyPagesKeepTheBudget) {
 TEST_F(Cache, ThreadsDropPagesWhenMemoryIsLow) {
   const Texture texture(scratch_, "a", IMG_TYPE_S, 16384, 300);
   touch(texture, 0, 300);
-  EXPECT_EQ(img_cache_memory_limit(img_context(), 1 << 20), 0);
+  EXPECT_EQ(ka::img_cache_memory_limit(ka::img_context(), 1 << 20), 0);
   EXPECT_EQ(counts().allocated, 300);
   touch(texture, 299, 1);
   EXPECT_EQ(counts().allocated, 256);
   EXPECT_EQ(counts().flushes, 44);
-  EXPECT_EQ(img_cache_memory_limit(img_context(), 1 << 20), 0);
+  EXPECT_EQ(ka::img_cache_memory_limit(ka::img_context(), 1 << 20), 0);
   touch(texture, 299, 1);
   EXPECT_EQ(counts().allocated, 256);
 }
@@ -191,18 +191,19 @@ TEST_F(Cache, PagesOfEndedThreadsAreUsedAgainOrGivenBack) {
   truncate(texture.path().c_str(), 200);
   touch(texture, 25, 5);  // they are not read again
   EXPECT_EQ(counts().allocated, 20);
-  EXPECT_EQ(img_cache_memory_limit(img_context(), 2 * 16384), 0);
+  EXPECT_EQ(ka::img_cache_memory_limit(ka::img_context(), 2 * 16384), 0);
   EXPECT_EQ(counts().allocated, 17);
-  EXPECT_FALSE(img_context().memory_low);
-  img_cache_memory_limit(img_context(), 40 * 16384);
+  EXPECT_FALSE(ka::img_context().memory_low);
+  ka::img_cache_memory_limit(ka::img_context(), 40 * 16384);
   EXPECT_EQ(counts().allocated, 5);
-  EXPECT_TRUE(img_context().memory_low);
+  EXPECT_TRUE(ka::img_context().memory_low);
 }
 
 TEST_F(Cache, RemovedImagesAreGoneForEveryThread) {
   auto texture = std::make_unique<Texture>(scratch_, "a", IMG_TYPE_RGBA, 4096, 64);
   const img_image* const image = texture->image(1);
-  EXPECT_EQ(img_cache_filesize_get(image), std::int64_t(test::read_file(texture->path()).size()));
+  EXPECT_EQ(ka::img_cache_filesize_get(image),
+            std::int64_t(test::read_file(texture->path()).size()));
   std::latch read(1), removed(1);
   const auto other = test::registered([&] {
     const auto* const byte = texture->get(20000, 1);
@@ -217,18 +218,18 @@ TEST_F(Cache, RemovedImagesAreGoneForEveryThread) {
   read.wait();
   EXPECT_NE(texture->get(0), nullptr);
   EXPECT_EQ(counts().allocated, 2);
-  EXPECT_EQ(img_cache_image_remove(texture->image(1)), 0);  // not the base
-  EXPECT_EQ(img_cache_image_remove(texture->image()), 1);
-  EXPECT_EQ(img_cache_image_remove(texture->image()), 0);
+  EXPECT_EQ(ka::img_cache_image_remove(texture->image(1)), 0);  // not the base
+  EXPECT_EQ(ka::img_cache_image_remove(texture->image()), 1);
+  EXPECT_EQ(ka::img_cache_image_remove(texture->image()), 0);
   EXPECT_EQ(counts().allocated, 1);
   EXPECT_EQ(ka_img_cache_get(image, 20000), nullptr);
-  EXPECT_EQ(img_cache_filesize_get(image), 0);
+  EXPECT_EQ(ka::img_cache_filesize_get(image), 0);
   removed.count_down();
 }
 
 std::vector<img_image*> to_remove;
 int remove_images(std::int64_t /*wanted*/) {
-  for (img_image* const image : std::exchange(to_remove, {})) img_cache_image_remove(image);
+  for (img_image* const image : std::exchange(to_remove, {})) ka::img_cache_image_remove(image);
   return 0;
 }
 
@@ -263,7 +264,7 @@ TEST_F(Cache, LinesOfRemovedImagesAreErrors) {
     EXPECT_FALSE(test::exists(scratch_.path("b")));
   });
   read.wait();
-  img_cache_image_remove(texture.image());
+  ka::img_cache_image_remove(texture.image());
   removed.count_down();
 }
 
@@ -303,7 +304,7 @@ TEST_F(Cache, HeadersAreDataOfAnElement) {
   for (int i = 0; i < 3; ++i) {
     test::Handle file;
     ASSERT_TRUE(ka_img_open(file, texture.path().c_str(), IMG_TYPE_FILE));
-    const std::uint32_t tag = img_cache_image_add(file, 0);
+    const std::uint32_t tag = ka::img_cache_image_add(file, 0);
     ASSERT_NE(tag, 0U);
     EXPECT_EQ(file->magic, 0U);
     EXPECT_EQ(ka_db_type(tag), KA_DB_IMAGE);

@@ -49,7 +49,7 @@ inline img_image* cache(const std::string& path, int* error = nullptr) {
   Handle file;
   if (!ka_img_open(file, path.c_str(), IMG_TYPE_FILE)) return nullptr;
   const auto memory = [](void*, std::size_t bytes) { return ka_mem_allocate(bytes); };
-  img_image* const image = img_cache_image_make(file, memory, nullptr);
+  img_image* const image = ka::img_cache_image_make(file, memory, nullptr);
   if (error) *error = file->error;
   return image;
 }
@@ -63,7 +63,7 @@ class Texture {
     copy_ = mapped_copy(path_);
     image_ = cache(path_);
   }
-  ~Texture() { img_cache_image_remove(image_); }
+  ~Texture() { ka::img_cache_image_remove(image_); }
   Texture(const Texture&) = delete;
   Texture& operator=(const Texture&) = delete;
 
@@ -111,10 +111,12 @@ class CacheTest : public testing::Test {
   ~CacheTest() override { restart(); }
   static void restart() {
     const ka::ModuleScope scope(KA_IMG);
-    img_cache_exit();
-    img_cache_init();
+    ka::img_cache_exit();
+    ka::img_cache_init();
   }
-  static void set_budget(int pages) { img_cache_size_adjust((pages - counts().budget) * 16384.0); }
+  static void set_budget(int pages) {
+    ka::img_cache_size_adjust((pages - counts().budget) * 16384.0);
+  }
   // Uses one page after the other of a texture of pages with one line each.
   static void touch(const Texture& texture, int first, int pages) {
     const auto page = std::uint32_t(texture.image()->width);

@@ -85,7 +85,7 @@ TEST(Convert, ExamplesGiveWhatWasWorkedOut) {
     PlanarLine source(source_type, width, true), line(type, width, true);
     line.fill(0);
     for (int x = 0; x < width; ++x) source.set(x, pixels[std::size_t(x)]);
-    img_convert(line.record(), source.record(), type, source_type, kWeights, width);
+    ka::img_convert(line.record(), source.record(), type, source_type, kWeights, width);
     for (int x = 0; x < width; ++x) EXPECT_EQ(line.at(x), expected[std::size_t(x)]) << x;
   }
 }
@@ -96,8 +96,8 @@ TEST(Convert, WholeSamplesComeBackFromFloats) {
     PlanarLine source(type, values, true), floats(IMG_TYPE_S_FP, values, true),
         back(type, values, true);
     for (int x = 0; x < values; ++x) source.set(x, {0, 0, 0, double(x)});
-    img_convert(floats.record(), source.record(), IMG_TYPE_S_FP, type, kWeights, values);
-    img_convert(back.record(), floats.record(), type, IMG_TYPE_S_FP, kWeights, values);
+    ka::img_convert(floats.record(), source.record(), IMG_TYPE_S_FP, type, kWeights, values);
+    ka::img_convert(back.record(), floats.record(), type, IMG_TYPE_S_FP, kWeights, values);
     EXPECT_TRUE(back.bytes() == source.bytes()) << values;
   }
 }

@@ -93,7 +93,7 @@ void check_pair(int dst_type, int src_type, int width, Noise& noise) {
     expected.push_back(converted(dst_type, src_type, source.at(x), old, kWeights).value_or(old));
   }
   const auto bytes_before = source.bytes();
-  img_convert(line.record(), source.record(), dst_type, src_type, kWeights, width);
+  ka::img_convert(line.record(), source.record(), dst_type, src_type, kWeights, width);
   for (int x = 0; x < width; ++x) {
     for (std::size_t slot = 0; slot < test::kPlanes; ++slot) {
       if (!line.has(slot)) continue;
@@ -125,12 +125,12 @@ TEST(Convert, DataAsDestinationIsRefusedOncePerLine) {
     test::MessageLog log;
     PlanarLine source(IMG_TYPE_RGBA, 5, true), line(dst, 5, true);
     const auto before = line.bytes();
-    img_convert(line.record(), source.record(), dst, IMG_TYPE_RGBA, kWeights, 5);
+    ka::img_convert(line.record(), source.record(), dst, IMG_TYPE_RGBA, kWeights, 5);
     EXPECT_EQ(log.lines().size(), is_refused(dst) ? 1u : 0u) << name_of(dst);
     if (!is_refused(dst)) continue;
     EXPECT_NE(log.lines().at(0).find(kRefusal), std::string::npos) << log.lines().at(0);
     EXPECT_EQ(line.bytes(), before) << name_of(dst);
-    img_convert(line.record(), source.record(), dst, IMG_TYPE_COUNT, kWeights, 0);
+    ka::img_convert(line.record(), source.record(), dst, IMG_TYPE_COUNT, kWeights, 0);
     EXPECT_EQ(log.lines().size(), 2u) << "whatever the source and the width are";
   }
 }
@@ -139,16 +139,16 @@ TEST(Convert, UnknownTypesAndAbsentPlanesChangeNothing) {
   PlanarLine source(IMG_TYPE_RGBA, 20, true), line(IMG_TYPE_RGBA, 20, true);
   const auto before = line.bytes();
   for (const int type : {-1, int(IMG_TYPE_COUNT), int(IMG_TYPE_FILE)}) {
-    img_convert(line.record(), source.record(), IMG_TYPE_RGBA, type, kWeights, 20);
-    img_convert(line.record(), source.record(), type, IMG_TYPE_RGBA, kWeights, 20);
+    ka::img_convert(line.record(), source.record(), IMG_TYPE_RGBA, type, kWeights, 20);
+    ka::img_convert(line.record(), source.record(), type, IMG_TYPE_RGBA, kWeights, 20);
   }
-  img_convert(line.record(), source.record(), IMG_TYPE_RGBA, IMG_TYPE_RGB, kWeights, -1);
+  ka::img_convert(line.record(), source.record(), IMG_TYPE_RGBA, IMG_TYPE_RGB, kWeights, -1);
   img_line empty{};
   const test::MessageLog log;
   for (int type = 0; type < IMG_TYPE_COUNT; ++type) {
     for (const int other : {IMG_TYPE_RGB, IMG_TYPE_RGBA, IMG_TYPE_S_16, IMG_TYPE_BIT}) {
-      if (other != IMG_TYPE_RGBA) img_convert(line.record(), &empty, other, type, kWeights, 20);
-      img_convert(&empty, source.record(), type, other, kWeights, 20);
+      if (other != IMG_TYPE_RGBA) ka::img_convert(line.record(), &empty, other, type, kWeights, 20);
+      ka::img_convert(&empty, source.record(), type, other, kWeights, 20);
     }
   }
   EXPECT_EQ(line.bytes(), before);

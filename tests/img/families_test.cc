@@ -32,7 +32,7 @@ bool is_frame(int format) { return format == IMG_FORMAT_QNTPAL || format == IMG_
 std::vector<FormatAndType> writable_pairs() {
   std::vector<FormatAndType> pairs;
   for (int format = 0; format < IMG_FORMAT_CUSTOM; ++format) {
-    const img_format_row& row = img_format_at(format);
+    const ka::img_format_row& row = ka::img_format_at(format);
     if (!row.driver.write || keeps_nothing(format)) continue;
     for (int type = 0; type < IMG_TYPE_COUNT; ++type) {
       if (row.type_map >> type & 1) pairs.push_back({format, type});

@@ -200,8 +200,8 @@ std::vector<WrittenTile> tiles_of(const std::string& text) {
     in.skip(4);
     const std::uint32_t size = in.be32();
     const int x1 = in.be16(), y1 = in.be16(), x2 = in.be16(), y2 = in.be16();
-    tiles.push_back({{x1, y1, x2, y2}, size - kIffBoundsBytes});
-    in.skip((size + 3) / 4 * 4 - kIffBoundsBytes);
+    tiles.push_back({{x1, y1, x2, y2}, size - ka::kIffBoundsBytes});
+    in.skip((size + 3) / 4 * 4 - ka::kIffBoundsBytes);
   }
   return tiles;
 }
@@ -331,16 +331,16 @@ TEST(Iff, ChunksNestSixteenDeep) {
   in.file_size = std::int64_t(nested.size());
   ka::FileReader reader;
   reader.start(&in, 0);
-  IffStack stack;
-  IffChunk chunk;
+  ka::IffStack stack;
+  ka::IffChunk chunk;
   for (std::size_t i = 0; i < 16; ++i) {
-    ASSERT_TRUE(img_iff_read_begin_chunk(reader, stack, chunk)) << i;
+    ASSERT_TRUE(ka::img_iff_read_begin_chunk(reader, stack, chunk)) << i;
     EXPECT_EQ(chunk.start, 12 * i);
   }
-  EXPECT_FALSE(img_iff_read_begin_chunk(reader, stack, chunk));
-  for (int i = 0; i < 16; ++i) EXPECT_TRUE(img_iff_read_end_chunk(reader, stack)) << i;
+  EXPECT_FALSE(ka::img_iff_read_begin_chunk(reader, stack, chunk));
+  for (int i = 0; i < 16; ++i) EXPECT_TRUE(ka::img_iff_read_end_chunk(reader, stack)) << i;
   EXPECT_EQ(reader.position(), nested.size());
-  EXPECT_FALSE(img_iff_read_end_chunk(reader, stack));
+  EXPECT_FALSE(ka::img_iff_read_end_chunk(reader, stack));
   std::fclose(in.stream);
 }
 

@@ -279,7 +279,7 @@ TEST(MapFile, MessagesSayWhatIsUnusual) {
     in->pyramid = step == kMapLevels || step == kCacheLevels;
     std::uint32_t tag = 0;
     const bool caches = step == kCache || step == kCacheLevels;
-    EXPECT_TRUE(!caches || img_cache_map(in, &tag) == 0);
+    EXPECT_TRUE(!caches || ka::img_cache_map(in, &tag) == 0);
     EXPECT_TRUE(caches || step == kOpen || !ka_img_mmap_address(in));
     std::string expected = text;
     expected.replace(expected.find('%'), 1, in->display_name);
@@ -345,10 +345,10 @@ TEST(MapFile, ImagesAreUnmappedWhenTheyAreReleased) {
   EXPECT_FALSE(is_mapped(start));
   EXPECT_FALSE(is_mapped(start + 2 * page));
   EXPECT_EQ(second->width, 4);
-  EXPECT_EQ(img_munmap_map(second), 1);
-  EXPECT_EQ(img_munmap_map(second), 0);
+  EXPECT_EQ(ka::img_munmap_map(second), 1);
+  EXPECT_EQ(ka::img_munmap_map(second), 0);
   const test::Image in_memory = test::make_image(IMG_TYPE_S, 1, 1);
-  EXPECT_EQ(img_munmap_map(in_memory.get()), 0);
+  EXPECT_EQ(ka::img_munmap_map(in_memory.get()), 0);
 }
 
 TEST(MapFile, ThreadsMapAndReleaseAtTheSameTime) {
@@ -361,7 +361,7 @@ TEST(MapFile, ThreadsMapAndReleaseAtTheSameTime) {
       img_image* const image = ka_img_mmap_address(file);
       ASSERT_TRUE(image);
       EXPECT_EQ(image->width, 4);
-      EXPECT_EQ(img_munmap_map(image), 1);
+      EXPECT_EQ(ka::img_munmap_map(image), 1);
     }
   });
 }

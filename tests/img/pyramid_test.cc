@@ -67,7 +67,7 @@ TEST(Pyramid, SizeIsTheSumOfItsLevels) {
       {4, -1, 8, 1, true, std::nullopt},
   };
   for (const auto& [width, height, bits, components, pyramid, bytes] : rows) {
-    EXPECT_EQ(img_pyramid_size(width, height, bits, components, pyramid), bytes)
+    EXPECT_EQ(ka::img_pyramid_size(width, height, bits, components, pyramid), bytes)
         << width << " x " << height;
   }
   img_file file = shape(IMG_TYPE_S, 65536, 65000);
@@ -85,7 +85,7 @@ TEST(Pyramid, LevelsEndWhenTheSmallerSideDoes) {
               {1000, 1, 1},   {5, 5, 3},     {0, 9, 0}};
   for (const auto& [width, height, levels] : rows) {
     const img_file file = shape(IMG_TYPE_RGBA, width, height);
-    EXPECT_EQ(img_pyramid_levels(&file), levels) << width << "x" << height;
+    EXPECT_EQ(ka::img_pyramid_levels(&file), levels) << width << "x" << height;
   }
   const Image image = make_pyramid(IMG_TYPE_S, 512, 256);
   EXPECT_EQ(image->levels, 9);
@@ -148,8 +148,8 @@ TEST(Pyramid, LevelsAreFoundAndFiltersSet) {
 
 TEST(PyramidDeathTest, ANullHandleIsFatal) {
   setenv("KA_LOGFILE", "/dev/null", 1);
-  EXPECT_DEATH(img_pyramid_levels(nullptr), "ASSERTION FAILED: ifp: ");
-  EXPECT_DEATH(img_pyramid_create_directory(nullptr, nullptr), "ASSERTION FAILED: ifp: ");
+  EXPECT_DEATH(ka::img_pyramid_levels(nullptr), "ASSERTION FAILED: ifp: ");
+  EXPECT_DEATH(ka::img_pyramid_create_directory(nullptr, nullptr), "ASSERTION FAILED: ifp: ");
   unsetenv("KA_LOGFILE");
 }
 

@@ -26,14 +26,14 @@ std::vector<Sent> sent;
 // The calling process has this host number, and what it sends is kept in `sent`.
 class Network {
  public:
-  explicit Network(int host) : saved_(network) {
-    network = {.is_slave = [] { return ka::context().host > 0; },
-               .send =
-                   [](int to, const ka_message_record& record) {
-                     sent.push_back({to, record});
-                     return true;
-                   },
-               .abort = [](int code) { std::fprintf(stderr, "abort %d\n", code); }};
+  explicit Network(int host) : saved_(ka::network) {
+    ka::network = {.is_slave = [] { return ka::context().host > 0; },
+                   .send =
+                       [](int to, const ka_message_record& record) {
+                         sent.push_back({to, record});
+                         return true;
+                       },
+                   .abort = [](int code) { std::fprintf(stderr, "abort %d\n", code); }};
     ka::context().host = host;
     sent.clear();
   }
@@ -41,13 +41,13 @@ class Network {
     ka_toggle_netmessage(0);
     ka::context().host = -1;
     ka::context().thread = 0;
-    network = saved_;
+    ka::network = saved_;
     ka_set_subverbosity(KA_NULL, KA_SUBVERB_DEFAULT);
     ka_set_verbosity(KA_FATAL | KA_ERROR | KA_WARNING);
   }
 
  private:
-  message_network saved_;
+  ka::message_network saved_;
 };
 
 // The word of module 0 holds for all, then each module has its own.
