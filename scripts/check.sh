@@ -20,17 +20,10 @@ cmake --build --preset clang --parallel "$jobs"
 ctest --preset clang --parallel "$jobs"
 
 say "clang-tidy"
-# It counts the warnings of system headers that it does not show: those lines are noise.
-git ls-files -z -- '*.cc' | xargs -0 -n1 -P"$jobs" clang-tidy-14 -p build/clang --quiet 2>&1 |
-  sed '/^[0-9]* warnings\? generated\.$/d'
+scripts/tidy.sh build/clang
 
 say "Thread sanitizer"
-# The one of g++ 12 does not start where a newer kernel spreads addresses widely.
-as_laid_out=()
-if setarch --addr-no-randomize true 2> /dev/null; then as_laid_out=(setarch --addr-no-randomize); fi
-cmake --preset tsan
-"${as_laid_out[@]}" cmake --build --preset tsan --parallel "$jobs"
-"${as_laid_out[@]}" ctest --preset tsan --parallel "$jobs"
+scripts/thread_tests.sh
 
 say "Packages"
 cmake --preset release

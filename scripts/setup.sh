@@ -1,11 +1,16 @@
 #!/bin/bash
-# Installs what is missing on a Debian 12 machine: what building and testing need, and with the argument "check" also
-# what scripts/check.sh needs. Where everything is there it does nothing and takes no time.
+# Installs what is missing on a Debian 12 machine: what building needs, with the argument "test" also what the tests need,
+# the programs that read and write the same formats among it, and with "check" what scripts/check.sh needs besides.
+# Where everything is there it does nothing and takes no time.
 set -euo pipefail
 
 packages=(g++ cmake ninja-build libjpeg62-turbo-dev libgtest-dev libbenchmark-dev pkgconf)
+if [[ ${1-} == test || ${1-} == check ]]; then
+  packages+=(clang-14 clang-tidy-14 libclang-rt-14-dev)
+  packages+=(ffmpeg ghostscript imagemagick libjpeg-turbo-progs libtiff-tools netpbm openimageio-tools)
+fi
 if [[ ${1-} == check ]]; then
-  packages+=(clang-14 clang-tidy-14 clang-format-14 libclang-rt-14-dev mandoc lintian debootstrap)
+  packages+=(clang-format-14 mandoc lintian debootstrap)
 fi
 
 if ! command -v dpkg-query > /dev/null; then
