@@ -55,9 +55,7 @@ KA_KERNEL void measure_body(const std::uint8_t* a, const std::uint8_t* b, std::s
   add_block(a, b, pixels, sums);
 }
 
-KA_DEFINE_KERNELS(measure, measure_body,
-                  (const std::uint8_t* a, const std::uint8_t* b, std::size_t pixels, Sums& sums),
-                  (a, b, pixels, sums));
+constexpr auto& measure_kernels = ka::kernels_of<measure_body>;
 
 }  // namespace
 

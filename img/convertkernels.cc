@@ -27,7 +27,6 @@ struct DepthBody {
   KA_KERNEL static void run(const From* __restrict from, To* __restrict to, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) to[i] = to_depth<To>(from[i], to[i]);
   }
-  KA_KERNEL_MEMBERS(run, (const From* from, To* to, std::size_t count), (from, to, count))
 };
 
 // What the luminance is multiplied with before it is stored. Deeper samples from 8-bit colours
@@ -100,22 +99,18 @@ struct LuminanceBody {
       to[i] = store_luminance<To, From>(luminance_of(red[i], green[i], blue[i], exact));
     }
   }
-  KA_KERNEL_MEMBERS(run,
-                    (const From* red, const From* green, const From* blue, To* to,
-                     const float* weights, std::size_t count),
-                    (red, green, blue, to, weights, count))
 };
 
 }  // namespace
 
 template <typename From, typename To>
 KernelTable<DepthKernel<From, To>> DepthLoop<From, To>::kernels() {
-  return DepthBody<From, To>::table();
+  return kernels_of<DepthBody<From, To>::run>;
 }
 
 template <typename From, typename To>
 KernelTable<LuminanceKernel<From, To>> LuminanceLoop<From, To>::kernels() {
-  return LuminanceBody<From, To>::table();
+  return kernels_of<LuminanceBody<From, To>::run>;
 }
 
 template struct DepthLoop<std::uint8_t, std::uint16_t>;

@@ -96,14 +96,8 @@ KA_KERNEL void decode_body(const std::array<const std::uint8_t*, IMG_SLOTS>& fro
   }
 }
 
-KA_DEFINE_KERNELS(encode_block, encode_body,
-                  (FloatBlock::Samples & colours, const std::array<std::uint8_t*, IMG_SLOTS>& to,
-                   std::size_t count),
-                  (colours, to, count));
-KA_DEFINE_KERNELS(decode_block, decode_body,
-                  (const std::array<const std::uint8_t*, IMG_SLOTS>& from,
-                   FloatBlock::Samples& colours, std::size_t count),
-                  (from, colours, count));
+constexpr auto& encode_block_kernels = kernels_of<encode_body>;
+constexpr auto& decode_block_kernels = kernels_of<decode_body>;
 
 // By way of floats to one type.
 template <int Type>

@@ -53,10 +53,7 @@ KA_KERNEL void decode_body(const std::array<const std::uint8_t*, IMG_SLOTS>& fro
   }
 }
 
-KA_DEFINE_KERNELS(decode_bytes_loop, decode_body,
-                  (const std::array<const std::uint8_t*, IMG_SLOTS>& from,
-                   const std::array<std::uint8_t*, 3>& to, std::size_t count),
-                  (from, to, count));
+constexpr auto& decode_bytes_loop_kernels = kernels_of<decode_body>;
 
 #if defined(__x86_64__)
 constexpr std::size_t kVector = 32;  // samples of 16 bits

@@ -51,18 +51,16 @@ KA_KERNEL void pack_planes(void* packed, const void* const* planes, std::size_t 
 
 template <typename Sample, std::size_t N, bool Swap>
 struct Split {
-  static constexpr std::make_index_sequence<N> kSequence{};
-  KA_KERNEL_MEMBERS((split_planes<Sample, Swap>),
-                    (const void* packed, void* const* planes, std::size_t count),
-                    (packed, planes, count, kSequence))
+  KA_KERNEL static void run(const void* packed, void* const* planes, std::size_t count) {
+    split_planes<Sample, Swap>(packed, planes, count, std::make_index_sequence<N>());
+  }
 };
 
 template <typename Sample, std::size_t N, bool Swap>
 struct Pack {
-  static constexpr std::make_index_sequence<N> kSequence{};
-  KA_KERNEL_MEMBERS((pack_planes<Sample, Swap>),
-                    (void* packed, const void* const* planes, std::size_t count),
-                    (packed, planes, count, kSequence))
+  KA_KERNEL static void run(void* packed, const void* const* planes, std::size_t count) {
+    pack_planes<Sample, Swap>(packed, planes, count, std::make_index_sequence<N>());
+  }
 };
 
 // [components - 1][log2 of the bytes per sample][swap]
@@ -72,12 +70,12 @@ using Cube = std::array<std::array<std::array<KernelTable<Function>, 2>, 3>, 4>;
 template <template <typename, std::size_t, bool> typename Kernel, typename Function>
 constexpr Cube<Kernel, Function> make_cube() {
   return [&]<std::size_t... N>(std::index_sequence<N...>) {
-    return Cube<Kernel, Function>{{{{{Kernel<std::uint8_t, N + 1, false>::table(),
-                                      Kernel<std::uint8_t, N + 1, false>::table()},
-                                     {Kernel<std::uint16_t, N + 1, false>::table(),
-                                      Kernel<std::uint16_t, N + 1, true>::table()},
-                                     {Kernel<std::uint32_t, N + 1, false>::table(),
-                                      Kernel<std::uint32_t, N + 1, true>::table()}}}...}};
+    return Cube<Kernel, Function>{{{{{kernels_of<Kernel<std::uint8_t, N + 1, false>::run>,
+                                      kernels_of<Kernel<std::uint8_t, N + 1, false>::run>},
+                                     {kernels_of<Kernel<std::uint16_t, N + 1, false>::run>,
+                                      kernels_of<Kernel<std::uint16_t, N + 1, true>::run>},
+                                     {kernels_of<Kernel<std::uint32_t, N + 1, false>::run>,
+                                      kernels_of<Kernel<std::uint32_t, N + 1, true>::run>}}}...}};
   }
   (std::make_index_sequence<4>());
 }

@@ -91,10 +91,7 @@ KA_KERNEL void expand_runs_loop(std::span<const std::uint8_t> packets, const Run
   row.pixels = done;
 }
 
-KA_DEFINE_KERNELS(expand_runs, expand_runs_loop,
-                  (std::span<const std::uint8_t> packets, const RunPlanes& planes,
-                   std::size_t count, RunRow& row),
-                  (packets, planes, count, row));
+constexpr auto& expand_runs_kernels = kernels_of<expand_runs_loop>;
 
 KA_KERNEL void expand_pairs_loop(std::span<const std::uint8_t> pairs, std::span<std::uint8_t> row,
                                  RowEnd& end) {
@@ -121,9 +118,7 @@ KA_KERNEL void expand_pairs_loop(std::span<const std::uint8_t> pairs, std::span<
   }
 }
 
-KA_DEFINE_KERNELS(expand_pairs, expand_pairs_loop,
-                  (std::span<const std::uint8_t> pairs, std::span<std::uint8_t> row, RowEnd& end),
-                  (pairs, row, end));
+constexpr auto& expand_pairs_kernels = kernels_of<expand_pairs_loop>;
 
 }  // namespace
 

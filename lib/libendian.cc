@@ -2,7 +2,6 @@
 #include <cstring>
 
 #include <ka/detail/scope.h>
-#include <ka/detail/targets.h>
 #include <ka/endian.h>
 
 namespace {
@@ -10,13 +9,13 @@ namespace {
 constexpr char kCodes[] = "csifdp";
 constexpr std::size_t kPointerBytes = 8;  // in a record, whatever the host's pointers are
 
-KA_KERNEL std::uint16_t reversed(std::uint16_t x) { return __builtin_bswap16(x); }
-KA_KERNEL std::uint32_t reversed(std::uint32_t x) { return __builtin_bswap32(x); }
-KA_KERNEL std::uint64_t reversed(std::uint64_t x) { return __builtin_bswap64(x); }
+std::uint16_t reversed(std::uint16_t x) { return __builtin_bswap16(x); }
+std::uint32_t reversed(std::uint32_t x) { return __builtin_bswap32(x); }
+std::uint64_t reversed(std::uint64_t x) { return __builtin_bswap64(x); }
 
 // Copies instead of loads through a wider pointer: the elements may lie anywhere.
 template <typename Word>
-KA_KERNEL void swap_body(std::uint8_t* at, std::size_t n) {
+void swap_all(std::uint8_t* at, std::size_t n) {
   for (std::size_t i = 0; i < n; ++i) {
     Word word;
     std::memcpy(&word, at + i * sizeof word, sizeof word);
@@ -25,22 +24,15 @@ KA_KERNEL void swap_body(std::uint8_t* at, std::size_t n) {
   }
 }
 
-KA_DEFINE_KERNELS(swap_shorts, swap_body<std::uint16_t>, (std::uint8_t * at, std::size_t n),
-                  (at, n));
-KA_DEFINE_KERNELS(swap_ints, swap_body<std::uint32_t>, (std::uint8_t * at, std::size_t n), (at, n));
-KA_DEFINE_KERNELS(swap_doubles, swap_body<std::uint64_t>, (std::uint8_t * at, std::size_t n),
-                  (at, n));
-
-using Kernel = void (*)(std::uint8_t* at, std::size_t n);
-
-void swap_array(Kernel kernel, void* array, std::ptrdiff_t n) {
+template <typename Word>
+void swap_array(void* array, std::ptrdiff_t n) {
   const ka::ModuleScope scope(KA_LIB);
-  if (n > 0) kernel(static_cast<std::uint8_t*>(array), std::size_t(n));
+  if (n > 0) swap_all<Word>(static_cast<std::uint8_t*>(array), std::size_t(n));
 }
 
 template <typename Word>
 std::uint8_t* swap_run(std::uint8_t* at, std::size_t n) {
-  swap_body<Word>(at, n);
+  swap_all<Word>(at, n);
   return at + n * sizeof(Word);
 }
 
@@ -79,17 +71,8 @@ int ka_swap(void* record, const char* format) {
   return 0;
 }
 
-void ka_swap_ints(void* array, std::ptrdiff_t n) {
-  static const auto kernel = best_kernel(swap_ints_kernels);
-  swap_array(kernel, array, n);
-}
+void ka_swap_ints(void* array, std::ptrdiff_t n) { swap_array<std::uint32_t>(array, n); }
 
-void ka_swap_shorts(void* array, std::ptrdiff_t n) {
-  static const auto kernel = best_kernel(swap_shorts_kernels);
-  swap_array(kernel, array, n);
-}
+void ka_swap_shorts(void* array, std::ptrdiff_t n) { swap_array<std::uint16_t>(array, n); }
 
-void ka_swap_doubles(void* array, std::ptrdiff_t n) {
-  static const auto kernel = best_kernel(swap_doubles_kernels);
-  swap_array(kernel, array, n);
-}
+void ka_swap_doubles(void* array, std::ptrdiff_t n) { swap_array<std::uint64_t>(array, n); }

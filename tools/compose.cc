@@ -143,10 +143,7 @@ KA_KERNEL void paint_body(const PaintInput& input, const MutablePlanes& pixels,
   paint_block(input, pixels, second, at, width - at);
 }
 
-KA_DEFINE_KERNELS(paint, paint_body,
-                  (const PaintInput& input, const MutablePlanes& pixels, const LinePlanes& second,
-                   std::size_t width),
-                  (input, pixels, second, width));
+constexpr auto& paint_kernels = kernels_of<paint_body>;
 
 }  // namespace
 

@@ -290,34 +290,12 @@ KA_KERNEL void count_body(const CountInput& input, std::size_t width, std::uint3
   count_block(from(), width - at, entries + at, main, alpha);
 }
 
-KA_DEFINE_KERNELS(colour_sums, colour_body,
-                  (const LinePlanes& first, const LinePlanes& second, std::size_t width,
-                   int tolerance, int channels, LineSums& sums),
-                  (first, second, width, tolerance, channels, sums));
-KA_DEFINE_KERNELS(intensity_sums, intensity_body,
-                  (const LinePlanes& first, const LinePlanes& second, std::size_t width,
-                   int tolerance, int channels, LineSums& sums),
-                  (first, second, width, tolerance, channels, sums));
-KA_DEFINE_KERNELS(colour_pixels, pixels_body<false>,
-                  (const LinePlanes& first, const LinePlanes& second, std::size_t width,
-                   int tolerance, int channels, std::int32_t* sums, std::int16_t* alphas),
-                  (first, second, width, tolerance, channels, sums, alphas));
-KA_DEFINE_KERNELS(intensity_pixels, pixels_body<true>,
-                  (const LinePlanes& first, const LinePlanes& second, std::size_t width,
-                   int tolerance, int channels, std::int32_t* sums, std::int16_t* alphas),
-                  (first, second, width, tolerance, channels, sums, alphas));
-
-KA_DEFINE_KERNELS(counting, count_body,
-                  (const CountInput& input, std::size_t width, std::uint32_t* entries,
-                   Counters& main, Counters& alpha),
-                  (input, width, entries, main, alpha));
-
 }  // namespace
 
-constinit const KernelTable<CountKernel> count_kernels = counting_kernels;
-constinit const KernelTable<PixelKernel> colour_pixel_kernels = colour_pixels_kernels;
-constinit const KernelTable<PixelKernel> intensity_pixel_kernels = intensity_pixels_kernels;
-constinit const KernelTable<MeasureKernel> colour_kernels = colour_sums_kernels;
-constinit const KernelTable<MeasureKernel> intensity_kernels = intensity_sums_kernels;
+constinit const KernelTable<CountKernel> count_kernels = kernels_of<count_body>;
+constinit const KernelTable<PixelKernel> colour_pixel_kernels = kernels_of<pixels_body<false>>;
+constinit const KernelTable<PixelKernel> intensity_pixel_kernels = kernels_of<pixels_body<true>>;
+constinit const KernelTable<MeasureKernel> colour_kernels = kernels_of<colour_body>;
+constinit const KernelTable<MeasureKernel> intensity_kernels = kernels_of<intensity_body>;
 
 }  // namespace ka

@@ -130,9 +130,7 @@ KA_KERNEL void parse_digits(const Digits& digits, std::size_t blocks, Samples& s
   }
   sound = std::ranges::count(others, 0) == std::ptrdiff_t(kBlockDigits);
 }
-KA_DEFINE_KERNELS(digits, parse_digits,
-                  (const Digits& text, std::size_t blocks, Samples& samples, bool& sound),
-                  (text, blocks, samples, sound));
+constexpr auto& digits_kernels = kernels_of<parse_digits>;
 
 // The next line of text, of which `wanted` characters are looked at. Most lines end behind them: a
 // line feed further in front is no digit and will be found as such.

@@ -72,7 +72,7 @@ KA_KERNEL void decode_pairs(const Pairs& pairs, Colors& colors) {
     }
   }
 }
-KA_DEFINE_KERNELS(decode, decode_pairs, (const Pairs& pairs, Colors& colors), (pairs, colors));
+constexpr auto& decode_kernels = kernels_of<decode_pairs>;
 
 struct Weights {
   int red, green, blue;

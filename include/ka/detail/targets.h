@@ -36,21 +36,6 @@ std::array<Function, 3> usable_kernels(const KernelTable<Function>& table) {
   return {table.base, best == table.base ? table.base : table.avx2, best};
 }
 
-// Defines `name`_kernels, the table of functions (parameters) -> void whose bodies are
-// `body`(arguments).
-#define KA_DEFINE_KERNELS(name, body, parameters, arguments)                                  \
-  void name##_base parameters { body arguments; }                                             \
-  KA_TARGET_AVX2 void name##_avx2 parameters { body arguments; }                              \
-  KA_TARGET_AVX512 void name##_avx512 parameters { body arguments; }                          \
-  constexpr ::ka::KernelTable<void(*) parameters> name##_kernels = {name##_base, name##_avx2, \
-                                                                    name##_avx512}
-
-// The same inside a class: static functions base, avx2 and avx512, and table().
-#define KA_KERNEL_MEMBERS(body, parameters, arguments)               \
-  static void base parameters { body arguments; }                    \
-  KA_TARGET_AVX2 static void avx2 parameters { body arguments; }     \
-  KA_TARGET_AVX512 static void avx512 parameters { body arguments; } \
-  static constexpr ::ka::KernelTable<void(*) parameters> table() { return {base, avx2, avx512}; }
 #else
 // Elsewhere the compiler's default instruction set has vectors already (NEON on arm64).
 template <typename Function>
@@ -68,13 +53,25 @@ std::array<Function, 3> usable_kernels(const KernelTable<Function>& table) {
   return {table.base, table.base, table.base};
 }
 
-#define KA_DEFINE_KERNELS(name, body, parameters, arguments) \
-  void name##_base parameters { body arguments; }            \
-  constexpr ::ka::KernelTable<void(*) parameters> name##_kernels = {name##_base}
-
-#define KA_KERNEL_MEMBERS(body, parameters, arguments) \
-  static void base parameters { body arguments; }      \
-  static constexpr ::ka::KernelTable<void(*) parameters> table() { return {base}; }
 #endif
+
+template <auto Body, typename = decltype(Body)>
+struct Kernels;
+
+template <auto Body, typename... Arguments>
+struct Kernels<Body, void (*)(Arguments...)> {
+  static void base(Arguments... arguments) { Body(arguments...); }
+#if defined(__x86_64__)
+  KA_TARGET_AVX2 static void avx2(Arguments... arguments) { Body(arguments...); }
+  KA_TARGET_AVX512 static void avx512(Arguments... arguments) { Body(arguments...); }
+  static constexpr KernelTable<void (*)(Arguments...)> table = {base, avx2, avx512};
+#else
+  static constexpr KernelTable<void (*)(Arguments...)> table = {base};
+#endif
+};
+
+// The table of a kernel, a function that is declared as KA_KERNEL and returns nothing.
+template <auto Body>
+constexpr const auto& kernels_of = Kernels<Body>::table;
 
 }  // namespace ka
