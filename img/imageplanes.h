@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "bytes.h"
+#include "pixeltypes.h"
 
 namespace ka {
 
@@ -28,18 +29,7 @@ inline void set_cached(img_image* image) { image->flags[2] = 1; }
 
 // Slot of the one plane of a type with one component, or of the first plane of any other type.
 constexpr std::size_t first_slot(int type) {
-  switch (type) {
-    case IMG_TYPE_A:
-    case IMG_TYPE_A_16:
-    case IMG_TYPE_A_FP:
-    case IMG_TYPE_S:
-    case IMG_TYPE_S_16:
-    case IMG_TYPE_S_FP:
-    case IMG_TYPE_BIT:
-      return 3;
-    default:
-      return 0;
-  }
+  return is_pixel_type(type) ? pixel_type(type).first_slot : 0;
 }
 
 // The same in the line tables of map files, whose bits and float alphas are in the R slot. Levels

@@ -211,7 +211,7 @@ int ka_img_open(img_file* handle, const char* name, int type) {
   handle->gamma = handle->aspect = 1.0F;
   handle->type = type;
   set_names(handle, name);
-  if (!ka::img_is_type(type) && type != IMG_TYPE_FILE) {
+  if (!ka::is_pixel_type(type) && type != IMG_TYPE_FILE) {
     return ka::img_error(handle, IMG_ERR_ARGUMENT, 0);
   }
 
@@ -245,7 +245,7 @@ int ka_img_create(img_file* handle, const char* name, int type, int format, int 
   read_subverbosity();
   char path[kPathRoom];
   ka_string_substitute(path, name, sizeof path);
-  if (format < 0 || format >= IMG_FORMAT_COUNT || !ka::img_is_type(type) || width < 0 ||
+  if (format < 0 || format >= IMG_FORMAT_COUNT || !ka::is_pixel_type(type) || width < 0 ||
       height < 0) {
     return ka::img_error(handle, IMG_ERR_ARGUMENT, 0);
   }

@@ -51,13 +51,6 @@ const img_format_row& img_format_at(int format);
 // Returns -1 when none accepts.
 int img_identify(img_file* handle, const std::uint8_t* head);
 
-// Whether a number is that of a pixel type.
-constexpr bool img_is_type(int type) { return type >= 0 && type < IMG_TYPE_COUNT; }
-
-// The type whose lines have the same layout, so that lines pass between the two as they are; -1 for
-// none.
-int img_compatible_type(int type);
-
 // The level of ka_img_debug; bit KA_SUBVERB_FILES of the subverbosity mask is on while it is not 0.
 int img_debug_level();
 bool img_tells_files();

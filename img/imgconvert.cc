@@ -9,41 +9,19 @@
 #include "convertline.h"
 #include "imageplanes.h"
 #include "imgcall.h"
+#include "pixeltypes.h"
 
 namespace {
 
-constexpr std::array<std::int32_t, IMG_TYPE_COUNT> kBits = {
-    8, 16, 8, 16, 8, 16, 8, 16, 16, 16, 32, 32, 32, 32, 32, 1, 32, 32, 8, 32, 32};
-constexpr std::array<std::int32_t, IMG_TYPE_COUNT> kComponents = {4, 4, 3, 3, 1, 1, 1, 1, 2, 2, 1,
-                                                                  3, 1, 4, 3, 1, 3, 1, 4, 1, 1};
-constexpr std::array<int, IMG_TYPE_COUNT> kCompatible = {-1,
-                                                         -1,
-                                                         -1,
-                                                         -1,
-                                                         IMG_TYPE_S,
-                                                         IMG_TYPE_S_16,
-                                                         IMG_TYPE_A,
-                                                         IMG_TYPE_A_16,
-                                                         IMG_TYPE_VTS,
-                                                         IMG_TYPE_VTA,
-                                                         IMG_TYPE_COVERAGE,
-                                                         IMG_TYPE_M,
-                                                         -1,
-                                                         -1,
-                                                         IMG_TYPE_N,
-                                                         -1,
-                                                         -1,
-                                                         IMG_TYPE_Z,
-                                                         -1,
-                                                         IMG_TYPE_A_FP,
-                                                         IMG_TYPE_S_FP};
+// One property of all types, as the public arrays have it.
+template <auto Property>
+constexpr auto kColumn = [] {
+  std::array<std::int32_t, IMG_TYPE_COUNT> column{};
+  std::ranges::transform(ka::kPixelTypes, column.begin(), Property);
+  return column;
+}();
 
 constexpr int kRefusedNumber = 6;  // of the message about a destination that nothing converts to
-
-bool is_data_type(int type) {
-  return type == IMG_TYPE_VTA || type == IMG_TYPE_VTS || type == IMG_TYPE_Z || type == IMG_TYPE_N ||
-         type == IMG_TYPE_TAG || type == IMG_TYPE_M;
-}
 
 constexpr auto kRows = [] {  // by source type
   std::array<const ka::ConvertRow*, IMG_TYPE_COUNT> rows{};
@@ -68,21 +46,17 @@ constexpr auto kRows = [] {  // by source type
 
 }  // namespace
 
-const std::int32_t* const ka_img_nbits = kBits.data();
-const std::int32_t* const ka_img_ncomp = kComponents.data();
-
-int ka::img_compatible_type(int type) {
-  return ka::img_is_type(type) ? kCompatible[std::size_t(type)] : -1;
-}
+const std::int32_t* const ka_img_nbits = kColumn<&ka::PixelType::bits>.data();
+const std::int32_t* const ka_img_ncomp = kColumn<&ka::PixelType::components>.data();
 
 void ka::img_convert(img_line* dst, const img_line* src, int dst_type, int src_type,
                      const float* weights, int width) {
-  if (is_data_type(dst_type)) {
+  if (ka::is_pixel_type(dst_type) && ka::pixel_type(dst_type).kind == ka::PixelKind::kData) {
     ka_nerror(kRefusedNumber, "cannot convert to vector,Z,normal,motion,tag");
     return;
   }
-  if (width <= 0 || src_type == dst_type || !ka::img_is_type(src_type) ||
-      !ka::img_is_type(dst_type))
+  if (width <= 0 || src_type == dst_type || !ka::is_pixel_type(src_type) ||
+      !ka::is_pixel_type(dst_type))
     return;
   const auto kernel = (*kRows[std::size_t(src_type)])[std::size_t(dst_type)];
   if (kernel) kernel(dst, src, weights, std::size_t(width));

@@ -1,5 +1,6 @@
 // The format tables: one row per format, in format order, and the order in which drivers are asked
 // whose a file is.
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstring>
@@ -12,258 +13,106 @@
 #include "formats/drivers.h"
 #include "imgcall.h"
 #include "imgmap.h"
+#include "pixeltypes.h"
 
 namespace {
 
 constexpr char kUndefined[] = "<undefined format>";
 
+// A row; the best type stands before the others that can be written.
 template <typename... Types>
-constexpr std::uint32_t types(Types... type) {
-  return ((std::uint32_t{1} << type) | ...);
+constexpr ka::img_format_row row(const char* name, const ka::img_driver& driver, int topdown,
+                                 int best_type, Types... others) {
+  const std::uint32_t types =
+      ((std::uint32_t{1} << best_type) | ... | (std::uint32_t{1} << others));
+  return {.name = name,
+          .driver = driver,
+          .topdown = topdown,
+          .best_type = best_type,
+          .type_map = types};
 }
 
-constexpr std::uint32_t kAllTypes = 0xffffffff;
-constexpr std::uint32_t kTiffTypes =
-    types(IMG_TYPE_RGBA, IMG_TYPE_RGBA_16, IMG_TYPE_RGB, IMG_TYPE_RGB_16, IMG_TYPE_RGBA_FP,
-          IMG_TYPE_RGB_FP, IMG_TYPE_RGBE);
-constexpr std::uint32_t kTiff3Types = types(IMG_TYPE_RGB, IMG_TYPE_RGB_16, IMG_TYPE_RGB_FP);
-constexpr std::uint32_t kTiff16Types = types(IMG_TYPE_RGBA_16, IMG_TYPE_RGB_16);
+template <typename... Types>
+constexpr ka::img_format_row top_first(const char* name, const ka::img_driver& driver,
+                                       Types... types) {
+  return row(name, driver, 1, types...);
+}
 
-constexpr ka::img_driver kNoDriver = {};
+template <typename... Types>
+constexpr ka::img_format_row bottom_first(const char* name, const ka::img_driver& driver,
+                                          Types... types) {
+  return row(name, driver, 0, types...);
+}
 
+// A format that takes every type.
+constexpr ka::img_format_row of_all_types(ka::img_format_row row) {
+  row.type_map = 0xffffffff;
+  return row;
+}
+
+// A slot without a format.
 constexpr ka::img_format_row kCustom = {
-    .name = nullptr, .driver = kNoDriver, .topdown = 0, .best_type = IMG_TYPE_RGBA, .type_map = 0};
+    .name = nullptr, .driver = {}, .topdown = 0, .best_type = IMG_TYPE_RGBA, .type_map = 0};
 
-constinit std::array<ka::img_format_row, IMG_FORMAT_COUNT> formats = {
-    {{.name = "rla",
-      .driver = ka::img_driver_rla,
-      .topdown = 0,
-      .best_type = IMG_TYPE_RGBA,
-      .type_map = types(IMG_TYPE_RGBA, IMG_TYPE_RGBE)},
-     {.name = "rlb",
-      .driver = ka::img_driver_rla,
-      .topdown = 0,
-      .best_type = IMG_TYPE_RGBA,
-      .type_map = types(IMG_TYPE_RGBA, IMG_TYPE_RGBE)},
-     {.name = "pic",
-      .driver = ka::img_driver_pic,
-      .topdown = 1,
-      .best_type = IMG_TYPE_RGBA,
-      .type_map = types(IMG_TYPE_RGBA, IMG_TYPE_RGBE)},
-     {.name = "alias",
-      .driver = ka::img_driver_alias,
-      .topdown = 1,
-      .best_type = IMG_TYPE_RGB,
-      .type_map = types(IMG_TYPE_RGB)},
-     {.name = "rgb",
-      .driver = ka::img_driver_rgb,
-      .topdown = 0,
-      .best_type = IMG_TYPE_RGBA,
-      .type_map = types(IMG_TYPE_RGBA, IMG_TYPE_RGBA_16, IMG_TYPE_RGB, IMG_TYPE_RGB_16,
-                        IMG_TYPE_RGB_FP, IMG_TYPE_RGBE)},
-     {.name = "ct",
-      .driver = ka::img_driver_ct,
-      .topdown = 0,
-      .best_type = IMG_TYPE_RGBA,
-      .type_map = types(IMG_TYPE_RGBA, IMG_TYPE_RGBA_16, IMG_TYPE_RGBA_FP, IMG_TYPE_RGBE)},
-     {.name = "ct16",
-      .driver = ka::img_driver_ct,
-      .topdown = 0,
-      .best_type = IMG_TYPE_RGBA_16,
-      .type_map = types(IMG_TYPE_RGBA_16)},
-     {.name = "st",
-      .driver = ka::img_driver_ct,
-      .topdown = 0,
-      .best_type = IMG_TYPE_S,
-      .type_map = types(IMG_TYPE_S, IMG_TYPE_S_16, IMG_TYPE_S_FP)},
-     {.name = "st16",
-      .driver = ka::img_driver_ct,
-      .topdown = 0,
-      .best_type = IMG_TYPE_S_16,
-      .type_map = types(IMG_TYPE_S_16, IMG_TYPE_S_FP)},
-     {.name = "vt",
-      .driver = ka::img_driver_ct,
-      .topdown = 0,
-      .best_type = IMG_TYPE_VTA,
-      .type_map = types(IMG_TYPE_VTA)},
-     {.name = "wt",
-      .driver = ka::img_driver_ct,
-      .topdown = 0,
-      .best_type = IMG_TYPE_VTS,
-      .type_map = types(IMG_TYPE_VTS)},
-     {.name = "zt",
-      .driver = ka::img_driver_ct,
-      .topdown = 0,
-      .best_type = IMG_TYPE_Z,
-      .type_map = types(IMG_TYPE_Z)},
-     {.name = "nt",
-      .driver = ka::img_driver_ct,
-      .topdown = 0,
-      .best_type = IMG_TYPE_N,
-      .type_map = types(IMG_TYPE_N)},
-     {.name = "tt",
-      .driver = ka::img_driver_ct,
-      .topdown = 0,
-      .best_type = IMG_TYPE_TAG,
-      .type_map = types(IMG_TYPE_TAG)},
-     {.name = "tif",
-      .driver = ka::img_driver_tiff,
-      .topdown = 1,
-      .best_type = IMG_TYPE_RGBA,
-      .type_map = kTiffTypes},
-     {.name = "tifu",
-      .driver = ka::img_driver_tiff,
-      .topdown = 1,
-      .best_type = IMG_TYPE_RGBA,
-      .type_map = kTiffTypes},
-     {.name = "tif3",
-      .driver = ka::img_driver_tiff,
-      .topdown = 1,
-      .best_type = IMG_TYPE_RGB,
-      .type_map = kTiff3Types},
-     {.name = "tif3u",
-      .driver = ka::img_driver_tiff,
-      .topdown = 1,
-      .best_type = IMG_TYPE_RGB,
-      .type_map = kTiff3Types},
-     {.name = "picture",
-      .driver = ka::img_driver_catia,
-      .topdown = 1,
-      .best_type = IMG_TYPE_RGB,
-      .type_map = types(IMG_TYPE_RGB)},
-     {.name = "ppm",
-      .driver = ka::img_driver_ppm,
-      .topdown = 1,
-      .best_type = IMG_TYPE_RGB,
-      .type_map = types(IMG_TYPE_RGB, IMG_TYPE_RGB_16, IMG_TYPE_RGB_FP, IMG_TYPE_RGBE)},
-     {.name = "ctfp",
-      .driver = ka::img_driver_ct,
-      .topdown = 0,
-      .best_type = IMG_TYPE_RGBA_FP,
-      .type_map = types(IMG_TYPE_RGBA_FP)},
-     {.name = "map",
-      .driver = ka::img_driver_map,
-      .topdown = 0,
-      .best_type = IMG_TYPE_RGBA,
-      .type_map = kAllTypes},
-     {.name = "tga",
-      .driver = ka::img_driver_targa,
-      .topdown = 0,
-      .best_type = IMG_TYPE_RGBA,
-      .type_map = types(IMG_TYPE_RGBA, IMG_TYPE_RGBE)},
-     {.name = "bmp",
-      .driver = ka::img_driver_bmp,
-      .topdown = 0,
-      .best_type = IMG_TYPE_RGBA,
-      .type_map = types(IMG_TYPE_RGBA, IMG_TYPE_RGB, IMG_TYPE_RGBE)},
-     {.name = "qntpal",
-      .driver = ka::img_driver_qnt,
-      .topdown = 1,
-      .best_type = IMG_TYPE_RGB,
-      .type_map = types(IMG_TYPE_RGB)},
-     {.name = "qntntsc",
-      .driver = ka::img_driver_qnt,
-      .topdown = 1,
-      .best_type = IMG_TYPE_RGB,
-      .type_map = types(IMG_TYPE_RGB)},
-     {.name = "Zpic",
-      .driver = ka::img_driver_zpic,
-      .topdown = 1,
-      .best_type = IMG_TYPE_Z,
-      .type_map = types(IMG_TYPE_Z)},
-     {.name = "null",
-      .driver = ka::img_driver_null,
-      .topdown = 0,
-      .best_type = IMG_TYPE_RGBA,
-      .type_map = kAllTypes},
-     {.name = "mt",
-      .driver = ka::img_driver_ct,
-      .topdown = 0,
-      .best_type = IMG_TYPE_M,
-      .type_map = types(IMG_TYPE_M)},
-     {.name = "bit",
-      .driver = ka::img_driver_ct,
-      .topdown = 0,
-      .best_type = IMG_TYPE_BIT,
-      .type_map = types(IMG_TYPE_BIT)},
-     {.name = "tif16",
-      .driver = ka::img_driver_tiff,
-      .topdown = 1,
-      .best_type = IMG_TYPE_RGBA_16,
-      .type_map = kTiff16Types},
-     {.name = "tif16u",
-      .driver = ka::img_driver_tiff,
-      .topdown = 1,
-      .best_type = IMG_TYPE_RGBA_16,
-      .type_map = kTiff16Types},
-     {.name = "tif16-3",
-      .driver = ka::img_driver_tiff,
-      .topdown = 1,
-      .best_type = IMG_TYPE_RGB_16,
-      .type_map = types(IMG_TYPE_RGB_16)},
-     {.name = "tif16-3u",
-      .driver = ka::img_driver_tiff,
-      .topdown = 1,
-      .best_type = IMG_TYPE_RGB_16,
-      .type_map = types(IMG_TYPE_RGB_16)},
-     {.name = "jpg",
-      .driver = ka::img_driver_jfif,
-      .topdown = 1,
-      .best_type = IMG_TYPE_RGB,
-      .type_map = types(IMG_TYPE_RGB)},
-     {.name = "lwi",
-      .driver = ka::img_driver_lwi,
-      .topdown = 1,
-      .best_type = IMG_TYPE_RGB,
-      .type_map = types(IMG_TYPE_RGB)},
-     {.name = "ps",
-      .driver = ka::img_driver_ps,
-      .topdown = 1,
-      .best_type = IMG_TYPE_RGB,
-      .type_map = types(IMG_TYPE_RGB, IMG_TYPE_S)},
-     {.name = "eps",
-      .driver = ka::img_driver_eps,
-      .topdown = 1,
-      .best_type = IMG_TYPE_RGB,
-      .type_map = types(IMG_TYPE_RGB, IMG_TYPE_S)},
-     {.name = "cth",
-      .driver = ka::img_driver_ct,
-      .topdown = 0,
-      .best_type = IMG_TYPE_RGBE,
-      .type_map = types(IMG_TYPE_RGBE)},
-     {.name = "hdr",
-      .driver = ka::img_driver_hdr,
-      .topdown = 1,
-      .best_type = IMG_TYPE_RGBE,
-      .type_map = types(IMG_TYPE_RGBE)},
-     {.name = "stfp",
-      .driver = ka::img_driver_ct,
-      .topdown = 0,
-      .best_type = IMG_TYPE_S_FP,
-      .type_map = types(IMG_TYPE_S_FP)},
-     {.name = "iff",
-      .driver = ka::img_driver_iff,
-      .topdown = 0,
-      .best_type = IMG_TYPE_RGBA,
-      .type_map = types(IMG_TYPE_RGBA, IMG_TYPE_RGBA_16, IMG_TYPE_RGB, IMG_TYPE_RGB_16, IMG_TYPE_S,
-                        IMG_TYPE_S_16, IMG_TYPE_Z, IMG_TYPE_RGBA_FP, IMG_TYPE_RGB_FP, IMG_TYPE_RGBE,
-                        IMG_TYPE_S_FP)},
-     kCustom,
-     kCustom,
-     kCustom,
-     kCustom,
-     kCustom,
-     kCustom,
-     kCustom,
-     kCustom,
-     kCustom,
-     kCustom,
-     kCustom,
-     kCustom,
-     kCustom,
-     kCustom,
-     kCustom,
-     kCustom}};
+// In the order of the format numbers.
+constexpr ka::img_format_row kBuiltIn[] = {
+    bottom_first("rla", ka::img_driver_rla, IMG_TYPE_RGBA, IMG_TYPE_RGBE),
+    bottom_first("rlb", ka::img_driver_rla, IMG_TYPE_RGBA, IMG_TYPE_RGBE),
+    top_first("pic", ka::img_driver_pic, IMG_TYPE_RGBA, IMG_TYPE_RGBE),
+    top_first("alias", ka::img_driver_alias, IMG_TYPE_RGB),
+    bottom_first("rgb", ka::img_driver_rgb, IMG_TYPE_RGBA, IMG_TYPE_RGBA_16, IMG_TYPE_RGB,
+                 IMG_TYPE_RGB_16, IMG_TYPE_RGB_FP, IMG_TYPE_RGBE),
+    bottom_first("ct", ka::img_driver_ct, IMG_TYPE_RGBA, IMG_TYPE_RGBA_16, IMG_TYPE_RGBA_FP,
+                 IMG_TYPE_RGBE),
+    bottom_first("ct16", ka::img_driver_ct, IMG_TYPE_RGBA_16),
+    bottom_first("st", ka::img_driver_ct, IMG_TYPE_S, IMG_TYPE_S_16, IMG_TYPE_S_FP),
+    bottom_first("st16", ka::img_driver_ct, IMG_TYPE_S_16, IMG_TYPE_S_FP),
+    bottom_first("vt", ka::img_driver_ct, IMG_TYPE_VTA),
+    bottom_first("wt", ka::img_driver_ct, IMG_TYPE_VTS),
+    bottom_first("zt", ka::img_driver_ct, IMG_TYPE_Z),
+    bottom_first("nt", ka::img_driver_ct, IMG_TYPE_N),
+    bottom_first("tt", ka::img_driver_ct, IMG_TYPE_TAG),
+    top_first("tif", ka::img_driver_tiff, IMG_TYPE_RGBA, IMG_TYPE_RGBA_16, IMG_TYPE_RGB,
+              IMG_TYPE_RGB_16, IMG_TYPE_RGBA_FP, IMG_TYPE_RGB_FP, IMG_TYPE_RGBE),
+    top_first("tifu", ka::img_driver_tiff, IMG_TYPE_RGBA, IMG_TYPE_RGBA_16, IMG_TYPE_RGB,
+              IMG_TYPE_RGB_16, IMG_TYPE_RGBA_FP, IMG_TYPE_RGB_FP, IMG_TYPE_RGBE),
+    top_first("tif3", ka::img_driver_tiff, IMG_TYPE_RGB, IMG_TYPE_RGB_16, IMG_TYPE_RGB_FP),
+    top_first("tif3u", ka::img_driver_tiff, IMG_TYPE_RGB, IMG_TYPE_RGB_16, IMG_TYPE_RGB_FP),
+    top_first("picture", ka::img_driver_catia, IMG_TYPE_RGB),
+    top_first("ppm", ka::img_driver_ppm, IMG_TYPE_RGB, IMG_TYPE_RGB_16, IMG_TYPE_RGB_FP,
+              IMG_TYPE_RGBE),
+    bottom_first("ctfp", ka::img_driver_ct, IMG_TYPE_RGBA_FP),
+    of_all_types(bottom_first("map", ka::img_driver_map, IMG_TYPE_RGBA)),
+    bottom_first("tga", ka::img_driver_targa, IMG_TYPE_RGBA, IMG_TYPE_RGBE),
+    bottom_first("bmp", ka::img_driver_bmp, IMG_TYPE_RGBA, IMG_TYPE_RGB, IMG_TYPE_RGBE),
+    top_first("qntpal", ka::img_driver_qnt, IMG_TYPE_RGB),
+    top_first("qntntsc", ka::img_driver_qnt, IMG_TYPE_RGB),
+    top_first("Zpic", ka::img_driver_zpic, IMG_TYPE_Z),
+    of_all_types(bottom_first("null", ka::img_driver_null, IMG_TYPE_RGBA)),
+    bottom_first("mt", ka::img_driver_ct, IMG_TYPE_M),
+    bottom_first("bit", ka::img_driver_ct, IMG_TYPE_BIT),
+    top_first("tif16", ka::img_driver_tiff, IMG_TYPE_RGBA_16, IMG_TYPE_RGB_16),
+    top_first("tif16u", ka::img_driver_tiff, IMG_TYPE_RGBA_16, IMG_TYPE_RGB_16),
+    top_first("tif16-3", ka::img_driver_tiff, IMG_TYPE_RGB_16),
+    top_first("tif16-3u", ka::img_driver_tiff, IMG_TYPE_RGB_16),
+    top_first("jpg", ka::img_driver_jfif, IMG_TYPE_RGB),
+    top_first("lwi", ka::img_driver_lwi, IMG_TYPE_RGB),
+    top_first("ps", ka::img_driver_ps, IMG_TYPE_RGB, IMG_TYPE_S),
+    top_first("eps", ka::img_driver_eps, IMG_TYPE_RGB, IMG_TYPE_S),
+    bottom_first("cth", ka::img_driver_ct, IMG_TYPE_RGBE),
+    top_first("hdr", ka::img_driver_hdr, IMG_TYPE_RGBE),
+    bottom_first("stfp", ka::img_driver_ct, IMG_TYPE_S_FP),
+    bottom_first("iff", ka::img_driver_iff, IMG_TYPE_RGBA, IMG_TYPE_RGBA_16, IMG_TYPE_RGB,
+                 IMG_TYPE_RGB_16, IMG_TYPE_S, IMG_TYPE_S_16, IMG_TYPE_Z, IMG_TYPE_RGBA_FP,
+                 IMG_TYPE_RGB_FP, IMG_TYPE_RGBE, IMG_TYPE_S_FP),
+};
+static_assert(std::size(kBuiltIn) == IMG_FORMAT_CUSTOM);
+
+constinit std::array<ka::img_format_row, IMG_FORMAT_COUNT> formats = [] {
+  std::array<ka::img_format_row, IMG_FORMAT_COUNT> rows;
+  std::fill(std::copy(std::begin(kBuiltIn), std::end(kBuiltIn), rows.begin()), rows.end(), kCustom);
+  return rows;
+}();
 
 // The order in which drivers are asked. Formats that are not here are never found by their bytes; a
 // driver may change to one of them when it opens the file.
@@ -276,9 +125,6 @@ constexpr std::array kTestOrder = {
     IMG_FORMAT_BIT,   IMG_FORMAT_PICTURE, IMG_FORMAT_PPM,  IMG_FORMAT_PS,   IMG_FORMAT_EPS,
     IMG_FORMAT_ALIAS, IMG_FORMAT_QNTPAL};
 
-constexpr std::array<const char*, IMG_TYPE_COUNT> kTypeNames = {
-    "rgba", "rgba_16", "rgb",     "rgb_16", "a",   "a_16",   "s",        "s_16", "vta",  "vts", "z",
-    "n",    "tag",     "rgba_fp", "m",      "bit", "rgb_fp", "coverage", "rgbe", "a_16", "s_fp"};
 constexpr std::array<const char*, 8> fbname = {"fb0", "fb1", "fb2", "fb3",
                                                "fb4", "fb5", "fb6", "fb7"};
 constexpr int kContour = 23;      // a type number that exists for its name only
@@ -355,15 +201,15 @@ int ka_img_type_identify(const char* name) {
     if (failure == std::errc::result_out_of_range || number >= fbname.size()) return IMG_TYPE_COUNT;
     return kFrameBuffer + int(number);
   }
-  for (std::size_t type = 0; type < kTypeNames.size(); ++type) {
-    if (std::strcmp(kTypeNames[type], name) == 0) return int(type);
+  for (int type = 0; type < IMG_TYPE_COUNT; ++type) {
+    if (std::strcmp(ka::pixel_type(type).name, name) == 0) return type;
   }
   return IMG_TYPE_COUNT;
 }
 
 const char* ka_img_type_name(int type) {
   const ka::ModuleScope scope(KA_IMG);
-  if (type >= 0 && type < IMG_TYPE_COUNT) return kTypeNames[std::size_t(type)];
+  if (ka::is_pixel_type(type)) return ka::pixel_type(type).name;
   if (type == kContour) return "contour";
   if (type >= kFrameBuffer && type < kFrameBuffer + int(fbname.size()))
     return fbname[std::size_t(type - kFrameBuffer)];
@@ -375,8 +221,8 @@ int ka_img_custom_format(int format, img_test_function test, img_create_function
                          img_write_function write, int topdown, const char* name,
                          std::uint32_t extra_types, int best_type) {
   const ka::ModuleScope scope(KA_IMG);
-  if (format < IMG_FORMAT_CUSTOM || format >= IMG_FORMAT_COUNT || !name || best_type < 0 ||
-      best_type >= IMG_TYPE_COUNT) {
+  if (format < IMG_FORMAT_CUSTOM || format >= IMG_FORMAT_COUNT || !name ||
+      !ka::is_pixel_type(best_type)) {
     return 0;
   }
   ka::img_format_row& row = formats[std::size_t(format)];
@@ -390,7 +236,7 @@ int ka_img_custom_format(int format, img_test_function test, img_create_function
                     .write = write},
          .topdown = topdown,
          .best_type = best_type,
-         .type_map = extra_types | types(best_type)};
+         .type_map = extra_types | std::uint32_t{1} << best_type};
   ka_mem_release(const_cast<char*>(old_name));
   ka_debug("registered new custom image format %d: \"%s\", type %s", format - IMG_FORMAT_CUSTOM,
            row.name, ka_img_type_name(best_type));

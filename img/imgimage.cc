@@ -31,7 +31,7 @@ int image_line(const img_file* handle, int i) {
 
 // A handle that failed to open may still have the type that stands for the file's own.
 bool has_type(img_file* handle) {
-  return ka::img_is_type(handle->type) || ka::img_error(handle, IMG_ERR_ARGUMENT, 0) != 0;
+  return ka::is_pixel_type(handle->type) || ka::img_error(handle, IMG_ERR_ARGUMENT, 0) != 0;
 }
 
 // The texture cache does not have a line: its image has been removed, or its file is unreadable.
@@ -127,12 +127,12 @@ int ka_img_convert(img_line* line, int* components, int* bits, const img_image* 
                    int type) {
   const ka::ModuleScope scope(KA_IMG);
   const ka::CacheOperation operation(image);
-  if (!ka::img_is_type(type)) return 0;
+  if (!ka::is_pixel_type(type)) return 0;
   *components = ka_img_ncomp[type];
   *bits = ka_img_nbits[type];
   img_line source;
   if (!ka::set_line_anywhere(&source, image, y)) return 0;
-  if (image->type == type || ka::img_compatible_type(image->type) == type) {
+  if (image->type == type || ka::compatible_type(image->type) == type) {
     const std::size_t bytes = ka::plane_bytes(type, image->width);
     for (std::size_t slot = 0; slot < IMG_SLOTS; ++slot) {
       auto* const to = ka::plane_of<std::uint8_t>(line, slot);

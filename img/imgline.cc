@@ -49,7 +49,7 @@ void tell_failed_line(img_file* handle, int result) {
 
 bool ka::img_passes_through(const img_file* handle) {
   return handle->type == handle->file_type ||
-         handle->type == ka::img_compatible_type(handle->file_type);
+         handle->type == ka::compatible_type(handle->file_type);
 }
 
 void ka::img_prepare_line_between(img_file* handle) {
