@@ -1,9 +1,12 @@
 // Path substitution: environment variables, rules and their language, what fits, the first use, and
 // rules from linktab.ini: where the file is looked for, and how its lines are read.
+#include <errno.h>
 #include <gtest/gtest.h>
+#include <ka/detail/paths.h>
 #include <ka/message.h>
 #include <ka/registry.h>
 #include <ka/subst.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <atomic>
@@ -137,6 +140,35 @@ TEST_F(Subst, WhatDoesNotFitIsCutAfterAnError) {
   char untouched = '#';
   ka_string_substitute(&untouched, "$LUMORA_0.x", 0);
   EXPECT_EQ(untouched, '#');
+}
+
+// Faults of rules do not count, those of a name do, wherever on its way they show.
+TEST_F(Subst, NamesThatLeadNowhereAreKnown) {
+  const struct {
+    const char *rules, *name, *entry;
+    int fault;
+  } rows[] = {{"", "a", "", 0},
+              {"", "$LUMORA_DIR", "", 0},
+              {"/a/b$LUMORA_UNSET/ /[/x/ /y", "a", "", 0},
+              {"", "a$LUMORA_UNSET", "", ENOENT},
+              {"", "a${LUMORA_DIR", "", ENOENT},
+              {"", "123456789", "", 0},
+              {"", "1234567890", "", ENAMETOOLONG},
+              {"/a/1234567890/", "a", "", ENAMETOOLONG},
+              {"", "1234567890$LUMORA_UNSET", "", ENOENT},
+              {"", "{_e}", "123456789", 0},
+              {"", "{_e}", "1234567890", ENAMETOOLONG},
+              {"", "{_f}", "", 0}};
+  ka_lib_registry_init();
+  for (const auto& [rules, name, entry, fault] : rows) {
+    use_rules(rules);
+    ka_lib_registry_begin("{_e}");
+    ka_lib_registry_add("{_e}", "value", entry);
+    char buffer[10];
+    const test::MessageLog log;
+    EXPECT_EQ(ka::substitute_path(buffer, name, sizeof buffer), fault) << rules << name << entry;
+  }
+  ka_lib_registry_exit();
 }
 
 TEST_F(Subst, NamesAndRulesHaveAGreatestLength) {
