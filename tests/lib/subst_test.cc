@@ -274,6 +274,25 @@ TEST_F(Linktab, LinesHaveAGreatestLength) {
   EXPECT_EQ(substitute(join({longest, "/x"})), "N:/x");
 }
 
+TEST_F(Linktab, OnlyRegularFilesOfALimitedSizeHoldSettings) {
+  const auto errors_of = [](const std::string& path) {
+    set("SI_LINKTAB_LOCATION", path.c_str());
+    ka_lib_subst_exit();
+    return messages_of([] { EXPECT_EQ(substitute("/n/"), "/n/"); }, KA_ERROR);
+  };
+  const std::string line = "N: /nt\n", pipe = scratch.path("pipe");
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  const std::string large =
+      scratch.write("large", line + std::string((1 << 20) - line.size(), '#'));
+  EXPECT_EQ(errors_of(large), Texts{});
+  EXPECT_EQ(substitute("/nt/"), "N:/");
+  for (const std::string& path :
+       {scratch.write("larger", test::read_file(large) + "#"), pipe, std::string("/dev/zero")}) {
+    EXPECT_EQ(errors_of(path),
+              Texts{message_of(46, "\"" + path + "\" is not a regular file of at most 1 MiB")});
+  }
+}
+
 TEST_F(Linktab, ItsRulesComeBeforeThoseOfTheEnvironment) {
   set("KA_LUM_SUBSTITUTE", "/N:/M:/ /$LUMORA_0/x/");
   const Texts expected = {"substitute: add rule: /n/ -> N:/",
