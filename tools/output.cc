@@ -1,7 +1,6 @@
 #include "output.h"
 
 #include <limits.h>
-#include <signal.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,13 +9,13 @@
 #include <array>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 
 #include <ka/message.h>
 #include <ka/subst.h>
 
 #include "doomed_file.h"
 #include "explain.h"
+#include "viewer.h"
 
 namespace {
 
@@ -63,52 +62,7 @@ const char* type_text(const Options& options) {
   return dot;
 }
 
-// Inside double quotes the shell leaves all but these alone.
-std::string in_double_quotes(std::string_view text) {
-  std::string quoted = "\"";
-  for (const char c : text) {
-    if (std::strchr("\"\\$`", c) && c) quoted += '\\';
-    quoted += c;
-  }
-  return quoted + '"';
-}
-
-bool is_plain(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-         std::string_view("/._-+,:@%=").find(c) != std::string_view::npos;
-}
-
-// A file name as one word. A leading dash would make it an option.
-std::string as_word(std::string name) {
-  if (name.starts_with('-')) name.insert(0, "./");
-  for (const char c : name) {
-    if (!is_plain(c)) return in_double_quotes(name);
-  }
-  return name;
-}
-
-// The viewer finds the signals as a shell would leave them.
-class DefaultSignals {
- public:
-  DefaultSignals() : pipe_(signal(SIGPIPE, SIG_DFL)), size_(signal(SIGXFSZ, SIG_DFL)) {}
-  ~DefaultSignals() {
-    signal(SIGPIPE, pipe_);
-    signal(SIGXFSZ, size_);
-  }
-  DefaultSignals(const DefaultSignals&) = delete;
-  DefaultSignals& operator=(const DefaultSignals&) = delete;
-
- private:
-  void (*pipe_)(int);
-  void (*size_)(int);
-};
-
 }  // namespace
-
-std::string viewer_command(const std::string& first, const std::string& second,
-                           const std::string& output) {
-  return "vel_disp -imgtitle " + in_double_quotes(first + " - " + second) + " " + as_word(output);
-}
 
 OutputFile::OutputFile(const Options& options) {
   if (!options.output) {
@@ -159,6 +113,5 @@ void OutputFile::write(img_image* image, int height) {
 
 void OutputFile::show(const Options& options) const {
   if (options.verbose) ka_progress("displaying %s", name_.c_str());
-  const DefaultSignals signals;
-  (void)!std::system(viewer_command(options.first, options.second, name_).c_str());
+  run_viewer(std::string(options.first) + " - " + options.second, name_);
 }

@@ -34,7 +34,3 @@ class OutputFile {
   bool is_temporary_ = false;
   img_file file_{};
 };
-
-// The viewer's command line: names reach it unharmed whatever characters they hold.
-[[nodiscard]] std::string viewer_command(const std::string& first, const std::string& second,
-                                         const std::string& output);
