@@ -1,12 +1,10 @@
 #include "output.h"
 
-#include <limits.h>
+#include <fcntl.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <cstdlib>
 #include <cstring>
 
@@ -19,19 +17,10 @@
 
 namespace {
 
-bool is_link(const char* path) {
+// Whether the library would remove it: devices, pipes and links stay.
+bool is_removable(const char* path) {
   struct stat status;
-  return lstat(path, &status) == 0 && S_ISLNK(status.st_mode);
-}
-
-// The path of an open file; empty of a device and of none.
-std::string path_of(FILE* stream) {
-  struct stat status;
-  if (!stream || fstat(fileno(stream), &status) != 0 || !S_ISREG(status.st_mode)) return {};
-  std::array<char, PATH_MAX> path;
-  const std::string entry = "/proc/self/fd/" + std::to_string(fileno(stream));
-  const ssize_t length = readlink(entry.c_str(), path.data(), path.size() - 1);
-  return {path.data(), std::size_t(std::max(length, ssize_t{0}))};
+  return path && lstat(path, &status) == 0 && S_ISREG(status.st_mode);
 }
 
 bool is_folder(const char* path) {
@@ -75,15 +64,16 @@ OutputFile::OutputFile(const Options& options) {
   if (options.verbose) ka_progress("writing %s", name_.c_str());
 }
 
-OutputFile::~OutputFile() { remove_doomed_file(); }
+OutputFile::~OutputFile() {
+  remove_doomed_file();
+  if (temporary_ >= 0) close(temporary_);
+}
 
 void OutputFile::make_temporary() {
   name_ = temporary_folder() + "/veldiffXXXXXX";
   const HeldSignals held;
-  const int file = name_.size() < KA_PATH_SIZE ? mkstemp(name_.data()) : -1;
-  if (file < 0) ka_fatal("cannot create %s", name_.c_str());
-  close(file);
-  is_temporary_ = true;
+  if (name_.size() < KA_PATH_SIZE) temporary_ = mkostemp(name_.data(), O_CLOEXEC);
+  if (temporary_ < 0) ka_fatal("cannot create %s", name_.c_str());
   doom_file(name_);
 }
 
@@ -95,20 +85,23 @@ void OutputFile::fail(const char* format) {
 #pragma GCC diagnostic pop
 }
 
-// Like the library when a file cannot be written, signals leave devices and links alone.
+// The temporary file is written through the descriptor that made it: nobody can put another one in
+// its place. Like the library when a file cannot be written, signals leave devices and links alone.
 void OutputFile::create(int width, int height) {
   const HeldSignals held;
-  if (!ka_img_create(&file_, name_.c_str(), IMG_TYPE_RGBA, format_, width, height)) {
-    fail("cannot create %s");
-  }
-  if (!is_temporary_ && !is_link(name_.c_str())) doom_file(path_of(file_.stream));
+  const int created =
+      temporary_ >= 0 ? ka_img_create_in(&file_, temporary_, name_.c_str(), IMG_TYPE_RGBA, format_,
+                                         width, height)
+                      : ka_img_create(&file_, name_.c_str(), IMG_TYPE_RGBA, format_, width, height);
+  if (!created) fail("cannot create %s");
+  if (is_removable(file_.path)) doom_file(file_.path);
 }
 
 void OutputFile::write(img_image* image, int height) {
   create(image->width, height);
   if (!ka_img_image_write(&file_, image)) fail("cannot write %s");
   if (!ka_img_close(&file_)) fail("cannot close %s");
-  if (!is_temporary_) spare_doomed_file();
+  if (temporary_ < 0) spare_doomed_file();
 }
 
 void OutputFile::show(const Options& options) const {

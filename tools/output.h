@@ -31,6 +31,6 @@ class OutputFile {
 
   std::string name_;
   int format_;
-  bool is_temporary_ = false;
+  int temporary_ = -1;  // descriptor of the temporary file
   img_file file_{};
 };
