@@ -7,7 +7,6 @@
 #include <ka/db.h>
 #include <ka/mem.h>
 #include <ka/message.h>
-#include <ka/subst.h>
 
 #include "cacherecord.h"
 #include "imgcache.h"
@@ -86,8 +85,7 @@ bool identify(const img_file* handle, ka::CacheFile& file) {
   struct stat status;
   if (fstat(fileno(handle->stream), &status) != 0) return false;
   file.identity = {.device = status.st_dev, .inode = status.st_ino, .size = status.st_size};
-  char path[KA_PATH_SIZE];
-  file.path = ka_string_substitute(path, handle->name, sizeof path);
+  file.path = handle->path;
   return true;
 }
 
@@ -196,7 +194,7 @@ void register_file(const Headers& headers, ka::Owned<ka::CacheFile> file, void* 
 
 img_image* ka::img_cache_image_make(img_file* handle, ka::img_element_function element,
                                     void* argument) {
-  if (handle->magic != IMG_MAGIC || !handle->stream || !handle->name) {
+  if (handle->magic != IMG_MAGIC || !handle->stream || !handle->path) {
     ka::img_error(handle, IMG_ERR_NOT_OPEN, 0);
     return nullptr;
   }

@@ -2,8 +2,6 @@
 #include "imgcall.h"
 
 #include <errno.h>
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,18 +14,17 @@
 #include <ka/detail/versions.h>
 #include <ka/mem.h>
 #include <ka/message.h>
-#include <ka/subst.h>
 
 #include "imageplanes.h"
 #include "imgcache.h"
 #include "imgcontext.h"
 #include "imgelement.h"
+#include "imgpath.h"
 #include "stream.h"
 
 namespace {
 
-constexpr int kUsualWidth = 1 << 20;                 // pixels; wider than pictures are
-constexpr std::size_t kPathRoom = KA_PATH_SIZE + 1;  // one more shows that a path does not fit
+constexpr int kUsualWidth = 1 << 20;   // pixels; wider than pictures are
 constexpr int kDefaultTypeNumber = 2;  // of the warning about a type that the format cannot write
 
 std::atomic<std::uint32_t> img_subverb{KA_SUBVERB_DEFAULT};
@@ -50,8 +47,13 @@ void close_stale(img_file* handle) {
   ka_img_close(handle);
 }
 
-void set_names(img_file* handle, const char* name) {
-  handle->name = ka_mem_strdup(name);
+// They go with an error.
+void keep_names(img_file* handle, const ka::ImagePath& path) {
+  if (!handle->name) handle->name = ka_mem_strdup(path.name);
+  if (!handle->path) handle->path = ka_mem_strdup(path.path);
+}
+
+void set_display_name(img_file* handle, const char* name) {
   constexpr std::size_t kept = 60;  // last characters of a name that is too long
   const std::size_t length = std::strlen(name);
   if (length < sizeof handle->display_name) {
@@ -77,40 +79,11 @@ void prepare_conversion(img_file* handle, int from, int to) {
   if (handle->width <= kUsualWidth) ka::img_prepare_line_between(handle);
 }
 
-// A path that was cut would lead to another file. Sets errno.
-bool is_cut(const char* path) {
-  errno = ENAMETOOLONG;
-  return std::strlen(path) >= KA_PATH_SIZE;
-}
-
-// Opens a file for reading without waiting for the other end of a pipe. Null with errno.
-FILE* open_stream(const char* path) {
-  if (is_cut(path)) return nullptr;
-  const int file = open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-  if (file < 0) return nullptr;
-  struct stat status;
-  FILE* stream = nullptr;
-  if (fstat(file, &status) == 0) {
-    if (S_ISDIR(status.st_mode)) {
-      errno = EISDIR;
-    } else if (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode)) {
-      errno = ESPIPE;  // drivers need to seek
-    } else {
-      stream = fdopen(file, "rb");
-    }
-  }
-  if (!stream) {
-    const int failure = errno;
-    close(file);
-    errno = failure;
-  }
-  return stream;
-}
-
 // Opens the stream, takes the file's size and its first bytes. Returns 1, or 0 with the handle's
 // error.
-int read_head(img_file* handle, const char* path, std::array<std::uint8_t, IMG_HEAD_SIZE>& head) {
-  handle->stream = open_stream(path);
+int read_head(img_file* handle, const ka::ImagePath& path,
+              std::array<std::uint8_t, IMG_HEAD_SIZE>& head) {
+  handle->stream = ka::open_for_reading(path);
   if (!handle->stream) return ka::img_error(handle, IMG_ERR_OPEN, errno);
   const int file = fileno(handle->stream);
   handle->file_size = lseek(file, 0, SEEK_END);
@@ -134,7 +107,10 @@ void drop_stream(img_file* handle) {
 int close_stream(img_file* handle) {
   if (!handle->stream) return 1;
   const bool is_short = handle->writing && std::ferror(handle->stream) != 0 && !handle->error;
-  if (std::fclose(handle->stream) != 0) return ka::img_error(handle, IMG_ERR_CLOSE, errno);
+  const bool is_lost = handle->writing && std::fflush(handle->stream) != 0;
+  const int loss = is_lost ? errno : 0;
+  const bool is_failed = std::fclose(handle->stream) != 0 && errno != EINTR;  // then it is closed
+  if (is_lost || is_failed) return ka::img_error(handle, IMG_ERR_CLOSE, is_lost ? loss : errno);
   return is_short ? ka::img_error(handle, IMG_ERR_CLOSE, 0) : 1;
 }
 
@@ -200,17 +176,15 @@ void ka_img_exit() {
 
 const char* ka_img_version() { return ka::module_version(ka::kImgVersion); }
 
-int ka_img_open(img_file* handle, const char* name, int type) {
-  const ka::ModuleScope scope(KA_IMG);
+int ka::img_open(img_file* handle, const ImagePath& path, int type) {
   read_subverbosity();
-  char path[kPathRoom];
-  ka_string_substitute(path, name, sizeof path);
-  if (ka::img_tells_files()) ka_info("opening \"%s\" for reading", path);
+  if (img_tells_files()) ka_info("opening \"%s\" for reading", path.path);
   close_stale(handle);
   *handle = {};
   handle->gamma = handle->aspect = 1.0F;
   handle->type = type;
-  set_names(handle, name);
+  set_display_name(handle, path.name);
+  keep_names(handle, path);
   if (!ka::is_pixel_type(type) && type != IMG_TYPE_FILE) {
     return ka::img_error(handle, IMG_ERR_ARGUMENT, 0);
   }
@@ -227,7 +201,7 @@ int ka_img_open(img_file* handle, const char* name, int type) {
     drop_stream(handle);
     return ka::img_error(handle, IMG_ERR_FORMAT, 0);
   }
-  if (!handle->name) handle->name = ka_mem_strdup(name);  // went with such an error
+  keep_names(handle, path);  // they went with such an error
   handle->format = format;
   handle->topdown = ka::img_format_at(format).topdown;
   handle->data.p = nullptr;
@@ -235,16 +209,13 @@ int ka_img_open(img_file* handle, const char* name, int type) {
       IMG_MAGIC;  // from here on the stream ends with ka_img_close, whatever the driver finds
   std::rewind(handle->stream);
   if (open_driver(handle, head.data())) return 1;
-  ka_mem_release(handle->name);
-  handle->name = nullptr;
+  img_release_names(handle);
   return 0;
 }
 
-int ka_img_create(img_file* handle, const char* name, int type, int format, int width, int height) {
-  const ka::ModuleScope scope(KA_IMG);
+int ka::img_create(img_file* handle, const ImagePath& path, int type, int format, int width,
+                   int height) {
   read_subverbosity();
-  char path[kPathRoom];
-  ka_string_substitute(path, name, sizeof path);
   if (format < 0 || format >= IMG_FORMAT_COUNT || !ka::is_pixel_type(type) || width < 0 ||
       height < 0) {
     return ka::img_error(handle, IMG_ERR_ARGUMENT, 0);
@@ -258,7 +229,7 @@ int ka_img_create(img_file* handle, const char* name, int type, int format, int 
     file_type = row.best_type;
   }
   if (ka::img_tells_files()) {
-    ka_info("creating \"%s\"", path);
+    ka_info("creating \"%s\"", path.path);
     ka_info("format \"%s\", type \"%s\", %d bits, %d comps, size %d x %d",
             name_or_unknown(row.name), ka_img_type_name(file_type), ka_img_nbits[file_type],
             ka_img_ncomp[file_type], width, height);
@@ -276,16 +247,13 @@ int ka_img_create(img_file* handle, const char* name, int type, int format, int 
   handle->gamma = handle->aspect = 1.0F;
   handle->writing = 1;
   set_file_type(handle, file_type);
-  set_names(handle, name);
+  set_display_name(handle, path.name);
+  handle->name = ka_mem_strdup(path.name);
 
-  handle->stream = is_cut(path) ? nullptr : std::fopen(path, "w+be");
-  if (!handle->stream) {
-    const int failure = errno;
-    handle->writing = 0;  // what could not be opened is not ours to remove
-    ka::img_error(handle, IMG_ERR_CREATE, failure);
-    handle->writing = 1;
-    return 0;
-  }
+  const OutputStream output = open_for_writing(path);
+  handle->stream = output.stream;
+  if (!handle->stream) return img_error(handle, IMG_ERR_CREATE, errno);
+  if (output.is_at_path) keep_names(handle, path);  // what was there before is not ours to remove
   handle->magic = IMG_MAGIC;
   prepare_conversion(handle, handle->type, file_type);
   if (format == IMG_FORMAT_MAP) {  // a mapping needs its file at full size before the first line
@@ -293,6 +261,23 @@ int ka_img_create(img_file* handle, const char* name, int type, int format, int 
     handle->line_count = -1;
   }
   return 1;
+}
+
+int ka_img_open(img_file* handle, const char* name, int type) {
+  const ka::ModuleScope scope(KA_IMG);
+  return ka::img_open(handle, ka::ImagePath(name), type);
+}
+
+int ka_img_create(img_file* handle, const char* name, int type, int format, int width, int height) {
+  const ka::ModuleScope scope(KA_IMG);
+  return ka::img_create(handle, ka::ImagePath(name), type, format, width, height);
+}
+
+int ka_img_create_in(img_file* handle, int descriptor, const char* name, int type, int format,
+                     int width, int height) {
+  const ka::ModuleScope scope(KA_IMG);
+  const ka::ImagePath path(name, descriptor);
+  return ka::img_create(handle, path, type, format, width, height);
 }
 
 int ka_img_close(img_file* handle) {
@@ -304,15 +289,12 @@ int ka_img_close(img_file* handle) {
     if (close) result = ka::img_settle(handle, true, close(handle), IMG_ERR_CLOSE);
   }
   if (!close_stream(handle)) result = 0;
-  if (handle->writing && handle->format == IMG_FORMAT_NULL && handle->name) {
-    ka::img_remove_file(handle->name);
-  }
+  if (handle->writing && handle->format == IMG_FORMAT_NULL) ka::img_remove_file(handle->path);
   handle->stream = nullptr;
   handle->data.p = nullptr;
   ka_mem_release(handle->conversion);
   handle->conversion = nullptr;
-  ka_mem_release(handle->name);
-  handle->name = nullptr;
+  ka::img_release_names(handle);
   handle->magic = 0;
   return result;
 }

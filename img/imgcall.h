@@ -15,9 +15,16 @@ int img_error(img_file* handle, int code, int os_error);
 // Makes zeroed memory of ka_img_image_size bytes an image of the handle.
 void img_fill_image(const img_file* handle, img_image* image);
 
-// Removes the file behind a name as a caller gave it. Devices, pipes and links stay: they were
-// there before the file was written, and what a link leads to is not known to be ours.
-void img_remove_file(const char* name);
+// Removes the file at a handle's path, null: none. Devices, pipes and links stay: they were there
+// before the file was written, and what a link leads to is not known to be ours.
+void img_remove_file(const char* path);
+void img_release_names(img_file* handle);
+
+// ka_img_open and ka_img_create for a name that has been substituted.
+struct ImagePath;
+int img_open(img_file* handle, const ImagePath& path, int type);
+int img_create(img_file* handle, const ImagePath& path, int type, int format, int width,
+               int height);
 
 // Starts the format tables: custom slots get a name, then formats that need it are started. And the
 // counterpart.

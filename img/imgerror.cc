@@ -9,7 +9,6 @@
 #include <ka/detail/scope.h>
 #include <ka/mem.h>
 #include <ka/message.h>
-#include <ka/subst.h>
 
 #include "imgcall.h"
 
@@ -44,21 +43,23 @@ constexpr std::array<Text, 14> kTexts = {{
 
 }  // namespace
 
-void ka::img_remove_file(const char* name) {
-  char path[KA_PATH_SIZE];
-  ka_string_substitute(path, name, sizeof path);
+void ka::img_remove_file(const char* path) {
   struct stat status;
-  if (lstat(path, &status) == 0 && S_ISREG(status.st_mode)) unlink(path);
+  if (path && lstat(path, &status) == 0 && S_ISREG(status.st_mode)) unlink(path);
+}
+
+void ka::img_release_names(img_file* handle) {
+  for (char** const name : {&handle->name, &handle->path}) {
+    ka_mem_release(*name);
+    *name = nullptr;
+  }
 }
 
 int ka::img_error(img_file* handle, int code, int os_error) {
   handle->error = code;
   handle->os_error = os_error;
-  if (handle->name) {
-    if (handle->writing) ka::img_remove_file(handle->name);
-    ka_mem_release(handle->name);
-    handle->name = nullptr;
-  }
+  if (handle->writing) ka::img_remove_file(handle->path);
+  ka::img_release_names(handle);
   if (img_debug != 0) ka_img_err_msg(handle);
   return 0;
 }

@@ -5,9 +5,10 @@
 #include <ka/detail/scope.h>
 #include <ka/message.h>
 #include <ka/rbtree.h>
-#include <ka/subst.h>
 
+#include "imgcall.h"
 #include "imgelement.h"
+#include "imgpath.h"
 
 // One that is being edited.
 struct ka_lightmap {
@@ -35,10 +36,8 @@ bool is_writable(std::uint32_t tag, const img_image* image) {
   return ka_db_type(tag) == KA_DB_IMAGE && ka_img_image_is_writable(image);
 }
 
-int format_for(const char* name) {
-  char path[KA_PATH_SIZE];
-  ka_string_substitute(path, name, sizeof path);
-  const char* const dot = std::strrchr(path, '.');
+int format_for(const ka::ImagePath& path) {
+  const char* const dot = std::strrchr(path.path, '.');
   const int format = dot ? ka_img_format_identify(dot + 1) : -1;
   return format >= 0 ? format : IMG_FORMAT_MAP;
 }
@@ -47,8 +46,9 @@ bool create_file(ka_lightmap& lightmap, const char* name) {
   const img_image& image = *lightmap.image;
   lightmap.file.file_type = static_cast<std::uint8_t>(ka::img_color_type(image.bits));
   lightmap.file.pyramid = image.levels > 1;
-  if (ka_img_create(&lightmap.file, name, image.type, format_for(name), image.width,
-                    image.height)) {
+  const ka::ImagePath path(name);
+  if (ka::img_create(&lightmap.file, path, image.type, format_for(path), image.width,
+                     image.height)) {
     return true;
   }
   ka_img_err_msg(&lightmap.file);

@@ -52,6 +52,7 @@ std::size_t remove_from_registry(const img_image* image) {
 // Gives a file its final size and blocks on the disk: a mapping has no other way to say that the
 // disk is full than a signal. Returns 0, or the system's error number.
 int reserve(int file, std::int64_t bytes) {
+  if (lseek(file, 0, SEEK_CUR) > 0) return ESPIPE;  // others have written to it before
   if (ftruncate(file, bytes) != 0) return errno;
   int failure = 0;
   do {

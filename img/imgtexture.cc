@@ -4,13 +4,14 @@
 
 #include <ka/detail/scope.h>
 #include <ka/message.h>
-#include <ka/subst.h>
 
 #include "imageplanes.h"
 #include "imgcache.h"
+#include "imgcall.h"
 #include "imgcontext.h"
 #include "imgelement.h"
 #include "imgmap.h"
+#include "imgpath.h"
 
 namespace {
 
@@ -103,9 +104,9 @@ int load_open(img_file& file, const TextureJob& job, ka_job_call& call) {
   return 1;
 }
 
-int load(const TextureJob& job, ka_job_call& call) {
+int load(const TextureJob& job, const ka::ImagePath& path, ka_job_call& call) {
   img_file file{};
-  if (!ka_img_open(&file, name_of(job), job.type)) {
+  if (!ka::img_open(&file, path, job.type)) {
     ka_img_err_msg(&file);
     ka_nerror(kNotOpened, "cannot open texture %s", name_of(job));
     ka_img_close(&file);
@@ -135,11 +136,10 @@ int make(const TextureJob& job, ka_job_call& call) {
 }
 
 int execute(const TextureJob& job, ka_job_call& call) {
-  char path[KA_PATH_SIZE];
-  ka_string_substitute(path, name_of(job), sizeof path);
-  ka_progress("opening %stexture %s, for %s", is_local(job) ? "local " : "", path,
+  const ka::ImagePath path(name_of(job));
+  ka_progress("opening %stexture %s, for %s", is_local(job) ? "local " : "", path.path,
               job.writing ? "writing" : "reading");
-  return job.writing ? make(job, call) : load(job, call);
+  return job.writing ? make(job, call) : load(job, path, call);
 }
 
 void schedule(const TextureJob& job, ka_job_schedule& hints) {

@@ -1,6 +1,7 @@
 #include "stream.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -97,6 +98,7 @@ bool FileReader::read(std::span<std::uint8_t> bytes) {
 void FileWriter::start(img_file* handle) {
   stream_ = handle->stream;
   buffer_ = Buffer(kBufferSize);
+  base_ = std::uint64_t(std::max<off_t>(lseek(fileno(stream_), 0, SEEK_CUR), 0));
 }
 
 std::span<std::uint8_t> FileWriter::put(std::size_t count) {
@@ -116,7 +118,11 @@ void FileWriter::write(std::span<const char> bytes) {
 
 void FileWriter::seek(std::uint64_t offset) {
   flush();
-  if (error_ == 0 && !ka::img_fseek(stream_, std::int64_t(offset), SEEK_SET)) error_ = errno;
+  if (error_ == 0 && base_ != 0 && (fcntl(fileno(stream_), F_GETFL) & O_APPEND) != 0) {
+    error_ = ESPIPE;  // whatever is written would go to the end
+  }
+  const auto place = std::int64_t(base_ + offset);
+  if (error_ == 0 && !ka::img_fseek(stream_, place, SEEK_SET)) error_ = errno;
   start_ = offset;
 }
 

@@ -113,6 +113,7 @@ class FileWriter {
  private:
   FILE* stream_ = nullptr;
   Buffer buffer_;
+  std::uint64_t base_ = 0;   // where the picture begins in the file: offsets count from there
   std::uint64_t start_ = 0;  // byte offset of the buffer's first byte
   std::size_t used_ = 0;
   int error_ = 0;

@@ -60,7 +60,6 @@ void format_text(char (&text)[kTextSize], const char* format, va_list arguments)
   char work[kWorkingSize];
   format_or_copy(work, format, arguments);
   const std::size_t length = std::strlen(work);
-  std::replace(work, work + length, '\n', ' ');
   if (length < kTextSize) {
     std::memcpy(text, work, length + 1);
   } else {

@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <ka/detail/cleantext.h>
 #include <ka/detail/context.h>
 
 #include "liberror.h"
@@ -112,12 +113,15 @@ void ka::log_to_file(const char* line) {
   char entry[kEntrySize];
   const int length = std::snprintf(entry, sizeof entry, "%.20s: lumoralib[%d,%d] %s\n", date + 4,
                                    int(getpid()), int(getuid()), line);
-  const auto bytes = std::min(std::size_t(std::max(length, 0)), sizeof entry - 1);
-  (void)!write(file, entry, bytes);  // nobody is left to tell about a full disk
+  const auto bytes = std::min(std::size_t(std::max(length, 1)), sizeof entry - 1);
+  ka::clean_text({entry, bytes - 1});  // all but the end of the line
+  (void)!write(file, entry, bytes);    // nobody is left to tell about a full disk
   close(file);
 }
 
 void ka::output_message(ka_message_record& record, bool may_forward) {
+  ka::clean_text({record.prefix, std::strlen(record.prefix)});
+  ka::clean_text({record.text, std::strlen(record.text)});
   char line[kLineSize];
   std::snprintf(line, sizeof line, "%s: %s", record.prefix, record.text);
   if (local_log()) return ka::log_to_file(line);

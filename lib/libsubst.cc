@@ -1,6 +1,8 @@
 // Path substitution: the rules of the environment, and their application to a name.
 #include <ka/subst.h>
 
+#include <errno.h>
+
 #include <atomic>
 #include <cstdlib>
 #include <mutex>
@@ -8,6 +10,7 @@
 #include <span>
 #include <utility>
 
+#include <ka/detail/paths.h>
 #include <ka/detail/scope.h>
 #include <ka/message.h>
 #include <ka/registry.h>
@@ -62,20 +65,21 @@ bool add_variable(std::string_view& from, PathText& to) {
   return true;
 }
 
-// Appends `from` to `to`, up to a faulty reference.
-void expand_environment(std::string_view from, PathText& to) {
+// Appends `from` to `to`, up to a faulty reference. False when there is one.
+bool expand_environment(std::string_view from, PathText& to) {
   while (!from.empty()) {
     const char c = from.front(), next = from.size() > 1 ? from[1] : '\0';
     if (c == kEscape && from.size() > 1) {
       to.add(next);
       from.remove_prefix(2);
     } else if (c == '$' && (next == '{' || is_name_character(next))) {
-      if (!add_variable(from, to)) return;
+      if (!add_variable(from, to)) return false;
     } else {
       to.add(c);
       from.remove_prefix(1);
     }
   }
+  return true;
 }
 
 // --- The rule list -------------------------------------------------------------------------------
@@ -108,8 +112,8 @@ void parse_rules(std::string_view text, SubstRules& rules) {
     const auto replacement = take_piece(text, delimiter);
     if (!replacement) return ka_nerror(43, "path substitution: unterminated replace string");
     PathText expanded_search, expanded_replacement;
-    expand_environment(*search, expanded_search);
-    expand_environment(*replacement, expanded_replacement);
+    (void)expand_environment(*search, expanded_search);
+    (void)expand_environment(*replacement, expanded_replacement);
     ka::subst_add_rule(rules, expanded_search.view(), expanded_replacement.view());
   }
 }
@@ -207,20 +211,24 @@ bool apply(const SubstRule& rule, const PathText& from, PathText& to) {
   return to.view() != from.view();
 }
 
-void store(char* buffer, std::size_t size, std::string_view path, bool is_cut, const char* name) {
-  if (is_cut || path.size() >= size) ka_nerror(38, "path substitution: path too long: %s", name);
-  if (size == 0) return;
+// False, after an error message, when a part of the path is lost.
+bool store(char* buffer, std::size_t size, std::string_view path, bool is_cut, const char* name) {
+  const bool is_whole = !is_cut && path.size() < size;
+  if (!is_whole) ka_nerror(38, "path substitution: path too long: %s", name);
+  if (size == 0) return is_whole;
   const std::size_t kept = std::min(path.size(), size - 1);
   std::memcpy(buffer, path.data(), kept);
   buffer[kept] = '\0';
+  return is_whole;
 }
 
-void substitute(char* buffer, const char* name, std::size_t size) {
+// Returns the error number of a name that leads nowhere, 0 for any other.
+int substitute(char* buffer, const char* name, std::size_t size) {
   const std::span<const SubstRule> rules = all_rules();
   ka_debug("substitute: apply to %s", name);
   PathText first, second;
   PathText *text = &first, *next = &second;
-  expand_environment(name, *text);
+  int fault = expand_environment(name, *text) ? 0 : ENOENT;
   bool is_changed = false;
   for (const SubstRule& rule : rules) {
     if (!apply(rule, *text, *next)) continue;
@@ -231,7 +239,9 @@ void substitute(char* buffer, const char* name, std::size_t size) {
   if (is_changed && (ka_get_subverbosity(ka_module_current()) & KA_SUBVERB_FILES)) {
     ka_info("substitute: %s -> %s", name, text->c_str());
   }
-  store(buffer, size, text->view(), first.is_cut() || second.is_cut(), name);
+  const bool is_cut = first.is_cut() || second.is_cut();
+  if (!store(buffer, size, text->view(), is_cut, name) && fault == 0) fault = ENAMETOOLONG;
+  return fault;
 }
 
 }  // namespace
@@ -242,13 +252,18 @@ void ka::subst_add_rule(SubstRules& rules, std::string_view search, std::string_
            rules.back().replacement.c_str());
 }
 
+int ka::substitute_path(char* buffer, const char* name, std::size_t size) {
+  const ModuleScope scope(KA_LIB);
+  const int fault = substitute(buffer, name, size);
+  if (size == 0 || !registry_is_started()) return fault;
+  const Owned<char> value(ka_lib_registry_lookup(buffer, 0));
+  const bool is_whole = !value || store(buffer, size, value.get(), false, name);
+  return fault == 0 && !is_whole ? ENAMETOOLONG : fault;
+}
+
 char* ka_string_substitute(char* buffer, const char* name, std::size_t size) {
-  const ka::ModuleScope scope(KA_LIB);
   if (!name) return nullptr;
-  substitute(buffer, name, size);
-  if (size == 0 || !ka::registry_is_started()) return buffer;
-  const ka::Owned<char> value(ka_lib_registry_lookup(buffer, 0));
-  if (value) store(buffer, size, value.get(), false, name);
+  (void)ka::substitute_path(buffer, name, size);
   return buffer;
 }
 

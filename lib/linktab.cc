@@ -1,5 +1,8 @@
 // Softimage's linktab.ini: a table of folders with their names on NT and on UNIX, one pair a line.
+#include <errno.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -13,7 +16,9 @@ namespace {
 
 using ka::kBlanks;
 
-constexpr std::size_t kMaxLine = 2046;    // characters
+constexpr std::size_t kMaxLine = 2046;                  // characters
+constexpr std::size_t kMaxFile = std::size_t{1} << 20;  // bytes
+constexpr int kNoSettings = 46;  // of the message about anything else under the file's name
 constexpr std::size_t kMaxFolder = 1536;  // characters of a folder from the environment
 
 // The folders that the drives A to Z stand for, with slashes, also at the end; empty: no such
@@ -91,28 +96,43 @@ class LinktabReader {
   int number_ = 0;  // of the line, from 1 on
 };
 
-struct CloseFile {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<std::FILE, CloseFile>;
-
-// Empty for what cannot be opened, and for a folder, which can but has no lines.
-File open_file(const char* name) {
-  File file(std::fopen(name, "re"));
-  struct stat status;
-  if (file && fstat(fileno(file.get()), &status) == 0 && S_ISDIR(status.st_mode)) file.reset();
-  return file;
+// What an open file holds, up to one byte more than it may.
+ka::string read_open(int file) {
+  ka::string bytes(kMaxFile + 1, '\0');
+  std::size_t size = 0;
+  while (size < bytes.size()) {
+    const ssize_t got = read(file, bytes.data() + size, bytes.size() - size);
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) break;
+    size += std::size_t(got);
+  }
+  bytes.resize(size);
+  return bytes;
 }
 
-// False at the end of the file.
-bool read_line(std::FILE* file, ka::string& line) {
-  line.clear();
-  int c = std::getc(file);
-  const bool any = c != EOF;
-  for (; c != EOF && c != '\n'; c = std::getc(file)) {
-    if (line.size() < kMaxLine) line += char(c);
+// Empty for what cannot be opened, and for a folder, which can but has no lines. Everything else
+// that is no file of settings is empty after an error message; a pipe is not waited for.
+std::optional<ka::string> read_file(const char* name) {
+  const int file = open(name, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+  if (file < 0) return std::nullopt;
+  struct stat status;
+  const bool is_known = fstat(file, &status) == 0;
+  std::optional<ka::string> bytes;
+  if (is_known && S_ISREG(status.st_mode) && status.st_size <= off_t{kMaxFile}) {
+    bytes = read_open(file);
   }
-  return any;
+  close(file);
+  if (bytes && bytes->size() <= kMaxFile) return bytes;
+  if (is_known && S_ISDIR(status.st_mode)) return std::nullopt;
+  ka_nerror(kNoSettings, "path substitution: \"%s\" is not a regular file of at most 1 MiB", name);
+  return std::nullopt;
+}
+
+// Takes the next line off the text, without what passes its greatest length.
+std::string_view take_line(std::string_view& text) {
+  const std::string_view line = text.substr(0, text.find('\n'));
+  text.remove_prefix(std::min(line.size() + 1, text.size()));
+  return line.substr(0, kMaxLine);
 }
 
 }  // namespace
@@ -124,11 +144,11 @@ void ka::subst_read_linktab(SubstRules& rules) {
   char path[kMaxFolder + sizeof "/linktab.ini"];
   std::snprintf(path, sizeof path, "%.*s/linktab.ini", int(kMaxFolder), folder);
   const char* name = path;
-  File file = open_file(name);
-  if (!file && location) file = open_file(name = location);
+  auto file = read_file(name);
+  if (!file && location) file = read_file(name = location);
   if (!file) return;
   ka_info("reading Softimage ini file \"%s\"", name);
   LinktabReader reader(name, rules);
-  for (ka::string line; read_line(file.get(), line);) reader.parse(line);
+  for (std::string_view rest = *file; !rest.empty();) reader.parse(take_line(rest));
   ka_debug("finished reading \"%s\"", name);
 }

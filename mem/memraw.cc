@@ -3,6 +3,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <ka/detail/memory.h>
 #include <ka/message.h>
 
 #include "mem.h"
@@ -52,6 +53,11 @@ bool ka::call_error_handler() {
   const auto handler = mem_error_handler.load();
   if (handler) handler();
   return handler != nullptr;
+}
+
+void ka::memory_refused() {
+  const ModuleScope scope(KA_MEM);
+  (void)call_error_handler();
 }
 
 void ka::report_failure() {

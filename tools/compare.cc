@@ -12,6 +12,7 @@
 #include "measure.h"
 #include "output.h"
 #include "picture.h"
+#include "printed.h"
 
 namespace {
 
@@ -85,8 +86,9 @@ const char* verdict(const ka::Difference& difference, double threshold) {
 
 void print_result(const Picture& first, const Picture& second, const ka::Difference& difference,
                   const Options& options) {
+  const std::string first_name = printed(first.name()), second_name = printed(second.name());
   if (difference.count == 0) {
-    std::printf("%s %s: no differences.\n", first.name(), second.name());
+    std::printf("%s %s: no differences.\n", first_name.c_str(), second_name.c_str());
   } else {
     const double share = 100.0 * difference.count / first.width() / first.height();
     std::printf("differing pixels:\t%7.3f%% (%d of %d)\n", share, difference.count,
@@ -95,7 +97,7 @@ void print_result(const Picture& first, const Picture& second, const ka::Differe
                 ka::average_percent(difference, measure_settings(options)));
     std::printf("maximum difference:\t%7.3f%%\n", difference.maximum_percent);
   }
-  std::printf("== \"%s\" and \"%s\" are %s\n", first.name(), second.name(),
+  std::printf("== \"%s\" and \"%s\" are %s\n", first_name.c_str(), second_name.c_str(),
               verdict(difference, options.threshold));
   // A script that reads the verdict must not take a lost one for "identical".
   if (std::fflush(stdout) != 0 || std::ferror(stdout)) {

@@ -7,7 +7,15 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "printed.h"
+
 namespace {
+
+// In the words of getopt, which would print any character as it is.
+void report_fault(const char* program, const char* fault, int letter) {
+  std::fprintf(stderr, "%s: %s -- '%s'\n", printed(program).c_str(), fault,
+               printed(std::string(1, static_cast<char>(letter))).c_str());
+}
 
 // A value that is not above 0, also one that is not a number, becomes the darkest gamma there is.
 double parse_gamma(const char* text) {
@@ -24,7 +32,8 @@ int parse_tolerance(const char* text) {
 
 bool parse_options(int argc, char** argv, Options& options) {
   optind = 1;
-  for (int letter; (letter = getopt(argc, argv, "hg:m:saefundt:vi")) != -1;) {
+  opterr = 0;
+  for (int letter; (letter = getopt(argc, argv, ":hg:m:saefundt:vi")) != -1;) {
     switch (letter) {
       case 'g':
         options.gamma = parse_gamma(optarg);
@@ -62,8 +71,14 @@ bool parse_options(int argc, char** argv, Options& options) {
       case 'v':
         options.verbose = true;
         break;
+      case '?':
+        report_fault(argv[0], "invalid option", optopt);
+        return false;
+      case ':':
+        report_fault(argv[0], "option requires an argument", optopt);
+        return false;
       default:
-        return false;  // -h, or getopt has told what is wrong
+        return false;  // -h
     }
   }
   return true;
@@ -96,5 +111,5 @@ void print_usage(const char* program) {
                "-t thresh   difference in %% that causes exit code 1, default 1.0\n"
                "-i\t    signed intensity histogram (image1 - image2)\n"
                "-v          verbose messages\n",
-               program);
+               printed(program).c_str());
 }

@@ -1,38 +1,26 @@
 #include "output.h"
 
-#include <limits.h>
-#include <signal.h>
+#include <fcntl.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 
 #include <ka/message.h>
 #include <ka/subst.h>
 
 #include "doomed_file.h"
 #include "explain.h"
+#include "viewer.h"
 
 namespace {
 
-bool is_link(const char* path) {
+// Whether the library would remove it: devices, pipes and links stay.
+bool is_removable(const char* path) {
   struct stat status;
-  return lstat(path, &status) == 0 && S_ISLNK(status.st_mode);
-}
-
-// The path of an open file; empty of a device and of none.
-std::string path_of(FILE* stream) {
-  struct stat status;
-  if (!stream || fstat(fileno(stream), &status) != 0 || !S_ISREG(status.st_mode)) return {};
-  std::array<char, PATH_MAX> path;
-  const std::string entry = "/proc/self/fd/" + std::to_string(fileno(stream));
-  const ssize_t length = readlink(entry.c_str(), path.data(), path.size() - 1);
-  return {path.data(), std::size_t(std::max(length, ssize_t{0}))};
+  return path && lstat(path, &status) == 0 && S_ISREG(status.st_mode);
 }
 
 bool is_folder(const char* path) {
@@ -63,52 +51,7 @@ const char* type_text(const Options& options) {
   return dot;
 }
 
-// Inside double quotes the shell leaves all but these alone.
-std::string in_double_quotes(std::string_view text) {
-  std::string quoted = "\"";
-  for (const char c : text) {
-    if (std::strchr("\"\\$`", c) && c) quoted += '\\';
-    quoted += c;
-  }
-  return quoted + '"';
-}
-
-bool is_plain(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-         std::string_view("/._-+,:@%=").find(c) != std::string_view::npos;
-}
-
-// A file name as one word. A leading dash would make it an option.
-std::string as_word(std::string name) {
-  if (name.starts_with('-')) name.insert(0, "./");
-  for (const char c : name) {
-    if (!is_plain(c)) return in_double_quotes(name);
-  }
-  return name;
-}
-
-// The viewer finds the signals as a shell would leave them.
-class DefaultSignals {
- public:
-  DefaultSignals() : pipe_(signal(SIGPIPE, SIG_DFL)), size_(signal(SIGXFSZ, SIG_DFL)) {}
-  ~DefaultSignals() {
-    signal(SIGPIPE, pipe_);
-    signal(SIGXFSZ, size_);
-  }
-  DefaultSignals(const DefaultSignals&) = delete;
-  DefaultSignals& operator=(const DefaultSignals&) = delete;
-
- private:
-  void (*pipe_)(int);
-  void (*size_)(int);
-};
-
 }  // namespace
-
-std::string viewer_command(const std::string& first, const std::string& second,
-                           const std::string& output) {
-  return "vel_disp -imgtitle " + in_double_quotes(first + " - " + second) + " " + as_word(output);
-}
 
 OutputFile::OutputFile(const Options& options) {
   if (!options.output) {
@@ -121,15 +64,16 @@ OutputFile::OutputFile(const Options& options) {
   if (options.verbose) ka_progress("writing %s", name_.c_str());
 }
 
-OutputFile::~OutputFile() { remove_doomed_file(); }
+OutputFile::~OutputFile() {
+  remove_doomed_file();
+  if (temporary_ >= 0) close(temporary_);
+}
 
 void OutputFile::make_temporary() {
   name_ = temporary_folder() + "/veldiffXXXXXX";
   const HeldSignals held;
-  const int file = name_.size() < KA_PATH_SIZE ? mkstemp(name_.data()) : -1;
-  if (file < 0) ka_fatal("cannot create %s", name_.c_str());
-  close(file);
-  is_temporary_ = true;
+  if (name_.size() < KA_PATH_SIZE) temporary_ = mkostemp(name_.data(), O_CLOEXEC);
+  if (temporary_ < 0) ka_fatal("cannot create %s", name_.c_str());
   doom_file(name_);
 }
 
@@ -141,24 +85,26 @@ void OutputFile::fail(const char* format) {
 #pragma GCC diagnostic pop
 }
 
-// Like the library when a file cannot be written, signals leave devices and links alone.
+// The temporary file is written through the descriptor that made it: nobody can put another one in
+// its place. Like the library when a file cannot be written, signals leave devices and links alone.
 void OutputFile::create(int width, int height) {
   const HeldSignals held;
-  if (!ka_img_create(&file_, name_.c_str(), IMG_TYPE_RGBA, format_, width, height)) {
-    fail("cannot create %s");
-  }
-  if (!is_temporary_ && !is_link(name_.c_str())) doom_file(path_of(file_.stream));
+  const int created =
+      temporary_ >= 0 ? ka_img_create_in(&file_, temporary_, name_.c_str(), IMG_TYPE_RGBA, format_,
+                                         width, height)
+                      : ka_img_create(&file_, name_.c_str(), IMG_TYPE_RGBA, format_, width, height);
+  if (!created) fail("cannot create %s");
+  if (is_removable(file_.path)) doom_file(file_.path);
 }
 
 void OutputFile::write(img_image* image, int height) {
   create(image->width, height);
   if (!ka_img_image_write(&file_, image)) fail("cannot write %s");
   if (!ka_img_close(&file_)) fail("cannot close %s");
-  if (!is_temporary_) spare_doomed_file();
+  if (temporary_ < 0) spare_doomed_file();
 }
 
 void OutputFile::show(const Options& options) const {
   if (options.verbose) ka_progress("displaying %s", name_.c_str());
-  const DefaultSignals signals;
-  (void)!std::system(viewer_command(options.first, options.second, name_).c_str());
+  run_viewer(std::string(options.first) + " - " + options.second, name_);
 }

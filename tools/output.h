@@ -31,10 +31,6 @@ class OutputFile {
 
   std::string name_;
   int format_;
-  bool is_temporary_ = false;
+  int temporary_ = -1;  // descriptor of the temporary file
   img_file file_{};
 };
-
-// The viewer's command line: names reach it unharmed whatever characters they hold.
-[[nodiscard]] std::string viewer_command(const std::string& first, const std::string& second,
-                                         const std::string& output);

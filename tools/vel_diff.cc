@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <new>
 
 #include <ka/db.h>
 #include <ka/img.h>
@@ -70,9 +71,10 @@ void start_library() {
 int main(int argc, char** argv) {
   reserve_standard_streams();
   refuse_deadly_signals();
+  ka_mem_error_handler(error);
+  std::set_new_handler(error);
   if (!ka_lumoralib_attach_process()) std::abort();
   ka_module_push(KA_MAIN);
-  ka_mem_error_handler(error);
   ka_set_verbosity(kQuiet);
   ka_img_debug(0);
   Options options;

@@ -17,6 +17,7 @@
 
 #include <jerror.h>
 
+#include <ka/detail/memory.h>
 #include <ka/detail/scope.h>
 #include <ka/version.h>
 
@@ -103,6 +104,7 @@ void tell(j_common_ptr codec) {
 }
 
 [[noreturn]] void custom_jpg_error_handler(j_common_ptr codec) {
+  if (codec->err->msg_code == JERR_OUT_OF_MEMORY) ka::memory_refused();
   tell(codec);
   longjmp(state_of(codec).jump, 1);  // NOLINT(cert-err52-cpp): as above
 }

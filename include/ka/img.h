@@ -146,6 +146,8 @@ typedef struct img_file {
   uint8_t has_header; /* the driver has read or written it */
   FILE* stream;       /* the open file, or null */
   char* name;         /* as the caller gave it; owned by the handle */
+  char* path;         /* what the name stands for, null where a caller's descriptor or a standard
+                         stream is written; owned by the handle */
   img_line*
       conversion; /* a line of the file's type, when lines are converted; owned by the handle */
   union {
@@ -210,6 +212,13 @@ int ka_img_open(img_file* handle, const char* name, int type);
  *            a side below 0. A "map" file gets its space on the disk at once: 2 the system refuses
  *            it, 6 more than 4 GiB - 1 bytes, 8 it cannot be mapped. */
 int ka_img_create(img_file* handle, const char* name, int type, int format, int width, int height);
+
+/* The same for a file that is open already, which is written where its position is. No name leads to
+ * it: `name` is for messages, and a failure removes nothing.
+ *   Takes    a descriptor that can be written to, of an empty file for "map" files; it stays the
+ *            caller's. */
+int ka_img_create_in(img_file* handle, int descriptor, const char* name, int type, int format,
+                     int width, int height);
 
 /* Ends the work with a file.
  *   Returns  1, also for a handle that is not open; 0 with handle->error when the file may be

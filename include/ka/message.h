@@ -31,8 +31,8 @@ enum ka_subverbosity {
 
 /* Message functions take a printf format and its arguments; the n-forms take a message number
  * first, whose last three digits become part of the code; 0 is that of a message without a number.
- *   Text     newlines become blanks; a text of 300 characters or more keeps its first and last 147,
- *            with "[...]" between. What passes 4095 characters is lost before that.
+ *   Text     control characters but tabs become blanks; 300 characters or more keep their first and
+ *            last 147, with "[...]" between. What passes 4095 characters is lost before that.
  *   Cost     a message whose level is off costs one test; nothing is formatted.
  *   Threads  any; lines of several threads do not mix. errno stays as it is. */
 

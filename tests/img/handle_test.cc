@@ -1,9 +1,12 @@
 // Handles: what each operation asks of their state, errors and how they are told, what becomes of
 // files that could not be written.
 #include <errno.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <ka/message.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "support.h"
 
@@ -73,6 +76,82 @@ TEST_F(HandleTest, NamesThatAreTooLongAreRefused) {
   EXPECT_FALSE(ka_img_open(file, (name + "y").c_str(), IMG_TYPE_FILE));
   EXPECT_EQ(file->error, IMG_ERR_OPEN);
   EXPECT_EQ(file->os_error, ENAMETOOLONG);
+}
+
+// What is left of such a name may be that of another file.
+TEST_F(HandleTest, NamesThatLeadNowhereAreRefused) {
+  const test::MessageLog log;
+  const std::pair<std::string, int> rows[] = {{picture + "$LUMORA_UNSET", ENOENT},
+                                              {picture + "${HOME", ENOENT},
+                                              {"$LUMORA_LONG" + picture, ENAMETOOLONG}};
+  setenv("LUMORA_LONG", std::string(4090, '/').c_str(), 1);
+  for (const auto& [name, os_error] : rows) {
+    EXPECT_FALSE(ka_img_open(file, name.c_str(), IMG_TYPE_RGB));
+    EXPECT_EQ(file->error, IMG_ERR_OPEN);
+    EXPECT_EQ(file->os_error, os_error);
+    EXPECT_FALSE(create(name));
+    EXPECT_EQ(file->error, IMG_ERR_CREATE);
+    EXPECT_EQ(file->os_error, os_error);
+  }
+  unsetenv("LUMORA_LONG");
+  EXPECT_EQ(test::read_file(picture), kPicture);
+}
+
+TEST_F(HandleTest, AFileKeepsThePathThatItsNameHadAtFirst) {
+  const std::string written = scratch.path("written.ppm");
+  setenv("LUMORA_FILE", written.c_str(), 1);
+  ASSERT_TRUE(create("$LUMORA_FILE"));
+  setenv("LUMORA_FILE", picture.c_str(), 1);
+  EXPECT_EQ(file->path, written);
+  ka_img_custom_format_error(file, IMG_ERR_WRITE, 0);
+  EXPECT_FALSE(test::exists(written));
+  EXPECT_TRUE(test::exists(picture));
+  unsetenv("LUMORA_FILE");
+}
+
+TEST_F(HandleTest, APipeIsWrittenWhileItHasAReader) {
+  const std::string pipe = scratch.path("pipe");
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  EXPECT_FALSE(create(pipe));
+  EXPECT_EQ(file->os_error, ENXIO);
+  const int reader = open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  const auto before = signal(SIGPIPE, SIG_IGN);
+  ASSERT_TRUE(create(pipe));
+  close(reader);
+  const test::Line line(ka_img_line_alloc(file));
+  EXPECT_TRUE(ka_img_line_write(file, line.get()));  // it is buffered
+  EXPECT_FALSE(ka_img_close(file));
+  EXPECT_EQ(file->os_error, EPIPE);
+  signal(SIGPIPE, before);
+  EXPECT_TRUE(test::exists(pipe));
+}
+
+// Formats that go back to their header count from where the picture begins.
+TEST_F(HandleTest, AnOpenFileIsWrittenFromItsPositionOn) {
+  const test::Image image = test::make_image(IMG_TYPE_RGB, 2, 2);
+  const struct {
+    int format, flags, os_error;
+  } rows[] = {{IMG_FORMAT_RGB, 0, 0},
+              {IMG_FORMAT_TIF3, 0, 0},
+              {IMG_FORMAT_PPM, O_APPEND, 0},
+              {IMG_FORMAT_RGB, O_APPEND, ESPIPE},
+              {IMG_FORMAT_MAP, 0, ESPIPE}};
+  for (const auto& [format, flags, os_error] : rows) {
+    const std::string path = scratch.write("open", "results\n");
+    const int descriptor = open(path.c_str(), O_RDWR | O_CLOEXEC | flags);
+    lseek(descriptor, 0, SEEK_END);
+    file->file_type = IMG_TYPE_RGB;
+    const bool written =
+        ka_img_create_in(file, descriptor, "a$b.rgb", IMG_TYPE_RGB, format, 2, 2) &&
+        ka_img_image_write(file, image.get());
+    EXPECT_EQ(file->os_error, os_error);
+    EXPECT_EQ(ka_img_close(file) && written, os_error == 0);
+    close(descriptor);
+    const std::string bytes = test::read_file(path);
+    ASSERT_TRUE(bytes.starts_with("results\n"));
+    EXPECT_EQ(test::read_image(scratch.write("picture", bytes.substr(8)), IMG_TYPE_RGB) != nullptr,
+              os_error == 0);
+  }
 }
 
 TEST_F(HandleTest, ArgumentsOutOfRangeAreRefused) {

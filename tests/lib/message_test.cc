@@ -93,6 +93,21 @@ TEST(Message, LongTextsKeepBothEnds) {
   EXPECT_EQ(last_line(), prefix + "No such file or directory, Permission denied ");
 }
 
+// The second set of controls, 0x80 to 0x9f, comes as UTF-8, as single bytes, and in longer codes.
+TEST(Message, ControlCharactersBecomeBlanks) {
+  const std::pair<const char*, const char*> rows[] = {
+      {"a\nb\r\x1b[31m\x7f\x01", "a b  [31m  "},
+      {"a\tb", "a\tb"},
+      {"\xc2\x9b|\x9b|\xe0\x82\x9b|\xc2|\xf0\x80\x82\x9b", "  | |\xe0  |\xc2|\xf0   "},
+      {"\xc3\x9b \xe2\x82\xac \xf0\x9f\x98\x80 \xe9",
+       "\xc3\x9b \xe2\x82\xac \xf0\x9f\x98\x80 \xe9"}};
+  const MessageLog log;
+  for (const auto& [text, shown] : rows) {
+    ka_error("%s", text);
+    EXPECT_EQ(last_line(), std::string("MAIN  .0  error: ") + shown);
+  }
+}
+
 TEST(Message, PiecesOfThePrefixAreSwitchedOnAndOff) {
   const MessageLog log;
   ka_set_subverbosity(KA_MAIN, KA_SUBVERB_MSGTRANS);
@@ -189,13 +204,13 @@ void log_in(const std::string& path) { setenv("KA_LOGFILE", path.c_str(), 1); }
 TEST(MessageDeathTest, AFatalLineEndsTheProcess) {
   test::Scratch scratch;
   const std::string log = scratch.path("log");
-  EXPECT_EXIT((log_in(log), ka_set_verbosity(0), ka_nfatal(5, "over\n")),
+  EXPECT_EXIT((log_in(log), ka_set_verbosity(0), ka_nfatal(5, "over\n\x1b")),
               testing::ExitedWithCode(1), "^$");
   const std::string stamp =
       "[A-Z][a-z]{2} [ 0-9][0-9] [0-9]{2}:[0-9]{2}:[0-9]{2} [0-9]{4}: "
       "lumoralib\\[[0-9]+,[0-9]+\\] ";
-  EXPECT_TRUE(test::matches(test::read_file(log), stamp + "MAIN  \\.0  fatal  241005: over \n" +
-                                                      stamp + "MAIN fatal: over\n\n"))
+  EXPECT_TRUE(test::matches(test::read_file(log), stamp + "MAIN  \\.0  fatal  241005: over  \n" +
+                                                      stamp + "MAIN fatal: over  \n"))
       << test::read_file(log);
   EXPECT_EQ(std::filesystem::status(log).permissions(), std::filesystem::perms(0666));
   EXPECT_EXIT((log_in(log), __assert("a == b", "file.c", 12)), testing::KilledBySignal(SIGABRT),

@@ -1,9 +1,12 @@
 // Path substitution: environment variables, rules and their language, what fits, the first use, and
 // rules from linktab.ini: where the file is looked for, and how its lines are read.
+#include <errno.h>
 #include <gtest/gtest.h>
+#include <ka/detail/paths.h>
 #include <ka/message.h>
 #include <ka/registry.h>
 #include <ka/subst.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <atomic>
@@ -139,6 +142,35 @@ TEST_F(Subst, WhatDoesNotFitIsCutAfterAnError) {
   EXPECT_EQ(untouched, '#');
 }
 
+// Faults of rules do not count, those of a name do, wherever on its way they show.
+TEST_F(Subst, NamesThatLeadNowhereAreKnown) {
+  const struct {
+    const char *rules, *name, *entry;
+    int fault;
+  } rows[] = {{"", "a", "", 0},
+              {"", "$LUMORA_DIR", "", 0},
+              {"/a/b$LUMORA_UNSET/ /[/x/ /y", "a", "", 0},
+              {"", "a$LUMORA_UNSET", "", ENOENT},
+              {"", "a${LUMORA_DIR", "", ENOENT},
+              {"", "123456789", "", 0},
+              {"", "1234567890", "", ENAMETOOLONG},
+              {"/a/1234567890/", "a", "", ENAMETOOLONG},
+              {"", "1234567890$LUMORA_UNSET", "", ENOENT},
+              {"", "{_e}", "123456789", 0},
+              {"", "{_e}", "1234567890", ENAMETOOLONG},
+              {"", "{_f}", "", 0}};
+  ka_lib_registry_init();
+  for (const auto& [rules, name, entry, fault] : rows) {
+    use_rules(rules);
+    ka_lib_registry_begin("{_e}");
+    ka_lib_registry_add("{_e}", "value", entry);
+    char buffer[10];
+    const test::MessageLog log;
+    EXPECT_EQ(ka::substitute_path(buffer, name, sizeof buffer), fault) << rules << name << entry;
+  }
+  ka_lib_registry_exit();
+}
+
 TEST_F(Subst, NamesAndRulesHaveAGreatestLength) {
   const test::MessageLog log(KA_ERROR);
   use_rules("/a/bb/");
@@ -240,6 +272,25 @@ TEST_F(Linktab, LinesHaveAGreatestLength) {
   const std::string comment = join({"#", std::string(2000, 'x'), std::string(100, ' ')});
   EXPECT_EQ(read(join({comment, "N: /n\nN: ", longest, "v\n"})).size(), 1u);
   EXPECT_EQ(substitute(join({longest, "/x"})), "N:/x");
+}
+
+TEST_F(Linktab, OnlyRegularFilesOfALimitedSizeHoldSettings) {
+  const auto errors_of = [](const std::string& path) {
+    set("SI_LINKTAB_LOCATION", path.c_str());
+    ka_lib_subst_exit();
+    return messages_of([] { EXPECT_EQ(substitute("/n/"), "/n/"); }, KA_ERROR);
+  };
+  const std::string line = "N: /nt\n", pipe = scratch.path("pipe");
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  const std::string large =
+      scratch.write("large", line + std::string((1 << 20) - line.size(), '#'));
+  EXPECT_EQ(errors_of(large), Texts{});
+  EXPECT_EQ(substitute("/nt/"), "N:/");
+  for (const std::string& path :
+       {scratch.write("larger", test::read_file(large) + "#"), pipe, std::string("/dev/zero")}) {
+    EXPECT_EQ(errors_of(path),
+              Texts{message_of(46, "\"" + path + "\" is not a regular file of at most 1 MiB")});
+  }
 }
 
 TEST_F(Linktab, ItsRulesComeBeforeThoseOfTheEnvironment) {

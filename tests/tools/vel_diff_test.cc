@@ -94,7 +94,16 @@ TEST_F(VelDiff, UsageIsPrintedForWrongCommandLines) {
     expect_failure({red, near, "-" + letter},
                    name + "option requires an argument -- '" + letter + "'\n" + usage);
   }
+  expect_failure({"-\x1b[31m", red, near}, name + "invalid option -- ' '\n" + usage);
   expect_failure({red, "--", "-m"}, cannot_open("-m", kMissing));
+}
+
+TEST_F(VelDiff, NamesForgeNoLinesAndCommandNoTerminal) {
+  const std::string odd = scratch.path("a\n== \x9b[2J\xc2\x9b\tb"),
+                    shown = scratch.path("a ==  [2J  \tb");
+  std::filesystem::copy_file(red, odd);
+  expect_outcome({.arguments = {odd, red}}, 0, no_differences(shown, red), "");
+  expect_failure({red, odd + "c"}, cannot_open(shown + "c", kMissing));
 }
 
 TEST_F(VelDiff, OutputNamesAreChecked) {
