@@ -65,6 +65,12 @@ inline bool is_lossless(const img_file& written, const img_file& read) {
   return written.format != IMG_FORMAT_JPG;
 }
 
+// Targa and Alias files have no magic: others may look like them.
+inline bool is_mistaken(const img_file& written, const img_file& read) {
+  return read.format != written.format &&
+         (read.format == IMG_FORMAT_TGA || read.format == IMG_FORMAT_ALIAS);
+}
+
 // Compares the planes that both have.
 inline void expect_same_line(const img_line* line, img_image* image, int y) {
   for (std::size_t slot = 0; slot < IMG_SLOTS; ++slot) {
@@ -78,8 +84,12 @@ inline void expect_same_line(const img_line* line, img_image* image, int y) {
 // Reads the file `name` that was closed without an error after `image` was written to `written`.
 inline void expect_kept(const img_file& written, const img_image* image, const char* name) {
   img_file file{};
-  if (!ka_img_open(&file, name, IMG_TYPE_FILE)) std::abort();
-  if (file.width != image->width || file.height != image->height) std::abort();
+  const bool opened = ka_img_open(&file, name, IMG_TYPE_FILE) != 0;
+  if (is_mistaken(written, file)) {
+    ka_img_close(&file);
+    return;
+  }
+  if (!opened || file.width != image->width || file.height != image->height) std::abort();
   const Image read(ka_img_image_alloc(&file));
   if (!read || !ka_img_image_read(&file, read.get())) std::abort();
   if (is_lossless(written, file)) {
