@@ -5,8 +5,9 @@
 #   JOBS=1 scripts/fuzz.sh 600 ppm tif                 # two targets, one after the other
 #   RUNS=10000000 nice scripts/fuzz.sh 36000           # each until it has had so many executions, in all runs together
 #
-# It prints a line per target: executions and seconds of this run, executions of all runs, new seeds, findings. The exit
-# status is 1 when there is a finding. Everything it leaves is in build/fuzz/:
+# It prints a line per target: executions and seconds of this run, executions of all runs, new seeds, the finding. The
+# exit status is 1 when there is a finding. Several may run at once with different targets. All that it leaves is in
+# build/fuzz/:
 #   findings/TARGET-*     inputs that broke TARGET (crash, leak, more than 10 s or 1 GiB);
 #                         build/fuzz/bin/fuzz_TARGET FILE repeats one
 #   corpus/TARGET/        inputs learned, minimised after each run; the next run begins with them
@@ -28,8 +29,12 @@ done
 shift $(($# > 0))
 
 scripts/setup.sh check
-cmake --preset fuzz > /dev/null
-cmake --build --preset fuzz --parallel "$(nproc)" --target fuzzers
+mkdir -p build
+(
+  flock 9
+  cmake --preset fuzz > /dev/null
+  cmake --build --preset fuzz --parallel "$(nproc)" --target fuzzers
+) 9> build/fuzz.lock
 bin=build/fuzz/bin out=build/fuzz history=build/fuzz/executions.txt
 targets=("$@")
 if [[ $# -eq 0 ]]; then targets=("$bin"/fuzz_*) && targets=("${targets[@]#"$bin"/fuzz_}"); fi
