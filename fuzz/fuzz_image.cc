@@ -20,7 +20,7 @@ namespace {
 
 constexpr std::array kFormats = {FUZZ_FORMATS};
 #ifndef FUZZ_PIXELS
-#define FUZZ_PIXELS 1'000'000
+#define FUZZ_PIXELS 100'000
 #endif
 constexpr std::int64_t kMostPixels = FUZZ_PIXELS;  // larger pictures only cost time
 
@@ -31,7 +31,7 @@ constexpr int kMostLines = 4;
 // The input's length tells which size it gets.
 std::int64_t file_size(std::size_t input) { return kSizes[input % kSizes.size()]; }
 #else
-constexpr int kMostLines = kMostPixels;
+constexpr int kMostLines = std::min<int>(kMostPixels, 4'000);
 std::int64_t file_size(std::size_t input) { return std::int64_t(input); }
 #endif
 
