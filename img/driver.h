@@ -57,7 +57,8 @@ inline void state_file_type(img_file* handle, int type) {
 // or 0 with the handle's error.
 inline int check_sides(img_file* handle, int largest) {
   if (handle->width <= largest && handle->height <= largest) return 1;
-  return img_error(handle, IMG_ERR_SUBTYPE, EFBIG);
+  return img_refuse(handle, IMG_ERR_SUBTYPE, EFBIG, "%d x %d; the format has sides of up to %d",
+                    handle->width, handle->height, largest);
 }
 
 // The first `Count` planes of a line, handle->width samples each.

@@ -88,7 +88,9 @@ int read_head(img_file* handle, const ka::ImagePath& path,
   const int file = fileno(handle->stream);
   handle->file_size = lseek(file, 0, SEEK_END);
   if (handle->file_size < 0) return ka::img_error(handle, IMG_ERR_OPEN, errno);
-  if (handle->file_size == 0) return ka::img_error(handle, IMG_ERR_FORMAT, 0);
+  if (handle->file_size == 0) {
+    return ka::img_refuse(handle, IMG_ERR_FORMAT, 0, "the file is empty");
+  }
   const auto wanted = std::size_t(std::min<std::int64_t>(handle->file_size, IMG_HEAD_SIZE));
   if (!ka::img_fseek(handle->stream, 0, SEEK_SET) ||
       !ka::img_fread(head.data(), wanted, handle->stream)) {
@@ -120,7 +122,9 @@ int finish_opening(img_file* handle) {
   const bool stated = handle->file_type >= IMG_TYPE_COUNT;
   const int type =
       stated ? handle->file_type - IMG_TYPE_COUNT : ka::img_format_at(handle->format).best_type;
-  if (type >= IMG_TYPE_COUNT) return ka::img_error(handle, IMG_ERR_SUBTYPE, 0);
+  if (type >= IMG_TYPE_COUNT) {
+    return ka::img_refuse(handle, IMG_ERR_SUBTYPE, 0, "the driver states pixel type %d", type);
+  }
   set_file_type(handle, type);
   handle->has_header = 1;
   if (handle->type == IMG_TYPE_FILE) handle->type = handle->file_type;
@@ -197,6 +201,7 @@ int ka::img_open(img_file* handle, const ImagePath& path, int type) {
   const int format = ka::img_identify(handle, head.data());
   handle->error = IMG_ERR_NONE;  // of drivers that declined
   handle->os_error = 0;
+  handle->reason[0] = '\0';
   if (format < 0) {
     drop_stream(handle);
     return ka::img_error(handle, IMG_ERR_FORMAT, 0);

@@ -12,6 +12,12 @@ namespace ka {
 // writing the file is removed. Returns 0, so that a failing operation is one statement.
 int img_error(img_file* handle, int code, int os_error);
 
+// The same with the handle's reason: a printf format and its values, one English phrase that states
+// what was found and what would be read. A failure of the system is its own reason, so none is kept
+// with `os_error`, except EFBIG, which drivers set themselves.
+[[gnu::format(printf, 4, 5)]] int img_refuse(img_file* handle, int code, int os_error,
+                                             const char* format, ...);
+
 // Makes zeroed memory of ka_img_image_size bytes an image of the handle.
 void img_fill_image(const img_file* handle, img_image* image);
 

@@ -1,9 +1,12 @@
 // Errors of a handle: setting them, telling them.
+#include <errno.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
+#include <cstdarg>
 #include <cstdio>
 
 #include <ka/detail/scope.h>
@@ -55,7 +58,9 @@ void ka::img_release_names(img_file* handle) {
   }
 }
 
-int ka::img_error(img_file* handle, int code, int os_error) {
+namespace {
+
+int set_error(img_file* handle, int code, int os_error) {
   handle->error = code;
   handle->os_error = os_error;
   if (handle->writing) ka::img_remove_file(handle->path);
@@ -64,9 +69,35 @@ int ka::img_error(img_file* handle, int code, int os_error) {
   return 0;
 }
 
+}  // namespace
+
+int ka::img_error(img_file* handle, int code, int os_error) {
+  handle->reason[0] = '\0';
+  return set_error(handle, code, os_error);
+}
+
+int ka::img_refuse(img_file* handle, int code, int os_error, const char* format, ...) {
+  std::array<char, IMG_REASON_SIZE> reason{};  // the handle's own may be among the values
+  if (os_error == 0 || os_error == EFBIG) {
+    va_list values;
+    va_start(values, format);
+    std::vsnprintf(reason.data(), reason.size(), format, values);
+    va_end(values);
+  }
+  std::ranges::replace_if(
+      reason, [](char c) { return c != '\0' && (c < ' ' || c > '~'); }, '?');
+  std::ranges::copy(reason, handle->reason);
+  return set_error(handle, code, os_error);
+}
+
 int ka_img_custom_format_error(img_file* handle, int code, int os_error) {
   const ka::ModuleScope scope(KA_IMG);
   return ka::img_error(handle, code, os_error);
+}
+
+int ka_img_custom_format_refuse(img_file* handle, int code, int os_error, const char* reason) {
+  const ka::ModuleScope scope(KA_IMG);
+  return ka::img_refuse(handle, code, os_error, "%s", reason);
 }
 
 void ka_img_err_msg(img_file* handle) {

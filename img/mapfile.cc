@@ -77,6 +77,8 @@ int parse_map_head(std::span<const std::uint8_t> bytes, std::int64_t file_size, 
   std::memcpy(&header, bytes.data(), sizeof header);
   const bool swapped = header.magic != kMapMagic;
   if (swapped) ka_swap(&header, kHeaderWords);
+  head = {
+      .type = header.type, .swapped = swapped, .image = header.image, .version = header.version};
   if (header.version != kMapVersion) return IMG_ERR_SUBTYPE;
   if (file_size < std::int64_t{sizeof header}) return IMG_ERR_SIZE;
   const img_image& image = header.image;
@@ -85,7 +87,6 @@ int parse_map_head(std::span<const std::uint8_t> bytes, std::int64_t file_size, 
     return IMG_ERR_CORRUPT;
   }
   if (!map_file_bytes(image, image.levels > 0)) return IMG_ERR_CORRUPT;  // also a negative side
-  head = {.type = header.type, .swapped = swapped, .image = image};
   return IMG_ERR_NONE;
 }
 

@@ -37,6 +37,7 @@ struct MapHead {
   int type;
   bool swapped;  // the file has the other byte order
   img_image image;
+  std::int32_t version;
 };
 
 // One level of a file: header, line table and planes, one after the other.
@@ -60,7 +61,8 @@ bool is_map_file(std::span<const std::uint8_t> head);
 // Reads the first sizeof(MapFileHeader) bytes of a file of `file_size` bytes, zeros after the end of
 // a shorter one.
 //   Returns  IMG_ERR_NONE, or IMG_ERR_SUBTYPE for another version, IMG_ERR_SIZE for a file shorter
-//            than its header, IMG_ERR_CORRUPT for fields that contradict each other.
+//            than its header, IMG_ERR_CORRUPT for fields that contradict each other. `head` has
+//            the fields of a refused file unchecked.
 int parse_map_head(std::span<const std::uint8_t> bytes, std::int64_t file_size, MapHead& head);
 
 // Bytes of a whole file, with `pyramid` those of all levels that its sides allow. Empty when the

@@ -97,7 +97,12 @@ int img_read_alias(img_file* handle, img_line* line) {
   if (row.end == RowEnd::kShort && packets.size() < wanted) {  // the system gave less
     return img_error(handle, IMG_ERR_READ, failure);
   }
-  if (row.end != RowEnd::kWhole) return img_error(handle, IMG_ERR_CORRUPT, 0);
+  if (row.end != RowEnd::kWhole) {
+    return img_refuse(handle, IMG_ERR_CORRUPT, 0,
+                      row.end == RowEnd::kShort
+                          ? "the file ends in the line"
+                          : "a packet is empty or passes the end of the line");
+  }
   (void)in.take(row.used);
   return 1;
 }

@@ -4,7 +4,6 @@
 #include <errno.h>
 
 #include <limits>
-#include <optional>
 
 #include "driver.h"
 #include "drivers.h"
@@ -51,8 +50,8 @@ std::uint64_t padded_row(std::uint64_t width, std::uint64_t bits) {
   return (width * bits + 31) / 32 * 4;
 }
 
-// Fields that a header of 12 bytes lacks are 0. Empty for one of another size.
-std::optional<Header> parse_header(std::span<const std::uint8_t> head) {
+// Fields that a header of 12 bytes lacks are 0. Of one with another size only that is read.
+Header parse_header(std::span<const std::uint8_t> head) {
   ByteCursor in(head);
   in.skip(kFileHeader);
   Header header{};
@@ -71,17 +70,27 @@ std::optional<Header> parse_header(std::span<const std::uint8_t> head) {
     in.skip(12);  // bytes of the rows, resolution
     header.colors = in.le32();
   } else {
-    return std::nullopt;
+    return header;
   }
   if (!header.has_palette()) header.colors = 0;
   if (header.has_palette() && header.colors == 0) header.colors = std::uint32_t{1} << header.bits;
   return header;
 }
 
-bool is_supported(const Header& header) {
-  if (header.compression != kUncompressed || header.width <= 0 || header.height <= 0) return false;
+// Returns 1, or 0 with the handle's error.
+int check_header(img_file* handle, const Header& header) {
   const int bits = header.bits;
-  return bits == 1 || bits == 4 || bits == 8 || bits == 24 || bits == 32;
+  if (header.compression != kUncompressed) {
+    return img_refuse(handle, IMG_ERR_SUBTYPE, 0, "compression %u is not read; 0 (none) is",
+                      header.compression);
+  }
+  if (header.width <= 0 || header.height <= 0) {
+    return img_refuse(handle, IMG_ERR_SUBTYPE, 0, "width %d, height %d; sides above 0 are read",
+                      header.width, header.height);
+  }
+  if (bits == 1 || bits == 4 || bits == 8 || bits == 24 || bits == 32) return 1;
+  return img_refuse(handle, IMG_ERR_SUBTYPE, 0,
+                    "%d bits per pixel are not read; 1, 4, 8, 24 and 32 are", bits);
 }
 
 // Reads the palette, which may not reach past the end of the file.
@@ -124,19 +133,27 @@ int img_test_bmp(img_file* /*handle*/, const std::uint8_t* head) {
 
 int img_open_bmp(img_file* handle, const std::uint8_t* head) {
   const auto size = std::size_t(std::min<std::int64_t>(handle->file_size, IMG_HEAD_SIZE));
-  if (size < kFileHeader + sizeof(std::uint32_t)) return img_error(handle, IMG_ERR_READ, 0);
-  const auto header = parse_header({head, IMG_HEAD_SIZE});
-  if (!header) return img_error(handle, IMG_ERR_SUBTYPE, 0);
-  if (size < header->palette_offset()) return img_error(handle, IMG_ERR_READ, 0);
-  if (!is_supported(*header)) return img_error(handle, IMG_ERR_SUBTYPE, 0);
+  const Header header = parse_header({head, IMG_HEAD_SIZE});
+  const bool is_known = header.bytes == kCoreHeader || header.bytes == kInfoHeader;
+  if (size < kFileHeader + sizeof header.bytes || (is_known && size < header.palette_offset())) {
+    return img_refuse(handle, IMG_ERR_READ, 0, "the file ends in the header");
+  }
+  if (!is_known) {
+    return img_refuse(handle, IMG_ERR_SUBTYPE, 0,
+                      "a header of %u bytes is not read; those of 12 and 40 are", header.bytes);
+  }
+  if (!check_header(handle, header)) return 0;
   auto state = make_state<BmpState>(handle);
-  state->header = *header;
-  state->row_bytes = padded_row(std::uint64_t(header->width), header->bits);
-  handle->width = header->width;
-  handle->height = header->height;
-  state->rows.start(handle, header->palette_offset(),
+  state->header = header;
+  state->row_bytes = padded_row(std::uint64_t(header.width), header.bits);
+  handle->width = header.width;
+  handle->height = header.height;
+  state->rows.start(handle, header.palette_offset(),
                     std::max<std::size_t>(FileReader::kBufferSize, state->row_bytes));
-  if (!read_palette(*state)) return img_error(handle, IMG_ERR_READ, errno);
+  if (!read_palette(*state)) {
+    return img_refuse(handle, IMG_ERR_READ, errno, "the file ends in the palette of %u colors",
+                      header.colors);
+  }
   handle->data.p = state.release();
   return 1;
 }
@@ -178,7 +195,8 @@ int img_read_bmp(img_file* handle, img_line* line) {
   const auto width = std::size_t(handle->width);
   if (state.header.has_palette()) {
     if (state.palette.look_up(row.data(), state.header.bits, width, planes)) return 1;
-    return img_error(handle, IMG_ERR_CORRUPT, 0);
+    return img_refuse(handle, IMG_ERR_CORRUPT, 0, "a pixel outside the palette of %u colors",
+                      state.header.colors);
   }
   if (state.header.bits == 32) {
     split<std::uint8_t, 4>(row.data(), {b, g, r, a}, width);

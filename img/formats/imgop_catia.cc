@@ -71,17 +71,35 @@ std::size_t lines_of_block(std::size_t width, std::size_t block_samples) {
   return plain > 0 && block_samples == plain * width ? plain : kMostSamples / width;
 }
 
-std::optional<Header> parse_header(Bytes header) {
-  if (!has_text(header, kKindAt, kKind) || !has_text(header, kClassAt, kClass) ||
-      !has_text(header, kNameAt, kName) || number(header, kOneAt) != 1 ||
-      number(header, kCodeAt) != kCode || number(header, kFlagAt) > 1 ||
-      number(header, kZeroAt) != 0) {
+// A number in the header that has only one value in files that are read, or few.
+struct KnownNumber {
+  std::size_t at;
+  std::uint32_t least, most;
+};
+constexpr KnownNumber kKnownNumbers[] = {
+    {kOneAt, 1, 1}, {kCodeAt, kCode, kCode}, {kFlagAt, 0, 1}, {kZeroAt, 0, 0}};
+
+// Before: the header has the texts that tell the format. Empty with the handle's error.
+std::optional<Header> parse_header(img_file* handle, Bytes header) {
+  if (!has_text(header, kClassAt, kClass)) {
+    img_refuse(handle, IMG_ERR_SUBTYPE, 0, "class \"%c\" is not read; \"2\" is", header[kClassAt]);
+    return std::nullopt;
+  }
+  for (const auto& [at, least, most] : kKnownNumbers) {
+    const std::uint32_t found = number(header, at);
+    if (found >= least && found <= most) continue;
+    img_refuse(handle, IMG_ERR_SUBTYPE, 0, "%u at byte %zu of the header is not read; %u is", found,
+               at, most);
     return std::nullopt;
   }
   const Header fields{number(header, kSamplesAt), number(header, kWidthAt),
                       number(header, kHeightAt)};
   if (fields.block_samples > kMostSamples || fields.width < 1 || fields.width > kMostSamples ||
       !std::in_range<int>(fields.height)) {
+    img_refuse(handle, IMG_ERR_SUBTYPE, 0,
+               "width %u, height %u, %u samples in a block; width and "
+               "samples of up to %zu are read",
+               fields.width, fields.height, fields.block_samples, kMostSamples);
     return std::nullopt;
   }
   return fields;
@@ -101,7 +119,8 @@ std::size_t read_length(img_file* handle, FileReader& in) {
   if (record.empty()) {
     img_error(handle, IMG_ERR_READ, failure);
   } else {
-    img_error(handle, IMG_ERR_CORRUPT, 0);
+    img_refuse(handle, IMG_ERR_CORRUPT, 0, "a block of %zu bytes; 1 to %zu are read", bytes,
+               kMostBytes);
   }
   return 0;
 }
@@ -120,7 +139,7 @@ int read_sub_block(img_file* handle, Component& component, std::size_t count) {
   }
   const std::span row(component.expanded.data(), count);
   if (expand_pairs(data, row) != RowEnd::kWhole) {
-    return img_error(handle, IMG_ERR_CORRUPT, 0);
+    return img_refuse(handle, IMG_ERR_CORRUPT, 0, "pairs do not fill their block exactly");
   }
   component.samples = row;
   return 1;
@@ -256,9 +275,9 @@ int img_open_catia(img_file* handle, const std::uint8_t* /*head*/) {
   FileReader in;
   in.start(handle, 0, kHeaderBytes);
   const auto bytes = in.take(kHeaderBytes);
-  if (bytes.empty()) return img_error(handle, IMG_ERR_READ, errno);
-  const auto header = parse_header(bytes);
-  if (!header) return img_error(handle, IMG_ERR_SUBTYPE, 0);
+  if (bytes.empty()) return img_refuse(handle, IMG_ERR_READ, errno, "the file ends in the header");
+  const auto header = parse_header(handle, bytes);
+  if (!header) return 0;
   auto state = make_state<CatiaState>(handle);
   state->block_lines = lines_of_block(header->width, header->block_samples);
   handle->width = static_cast<int>(header->width);

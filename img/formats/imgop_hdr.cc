@@ -103,7 +103,8 @@ Resolution parse_resolution(std::string_view line) {
 
 int failed_line(img_file* handle, const char* reason, int code, int failure = 0) {
   ka_debug("img_read_hdr: %s", reason);
-  return img_error(handle, code, failure);
+  return img_refuse(handle, code, failure, "%s",
+                    code == IMG_ERR_SIZE ? "the file ends in the line" : reason);
 }
 
 int read_scanline_header(img_file* handle, FileReader& in) {
@@ -168,9 +169,13 @@ int img_open_hdr(img_file* handle, const std::uint8_t* /*head*/) {
   auto state = make_state<HdrState>(handle);
   FileReader& in = state->scanlines;
   in.start(handle, 0);
-  if (!skip_header(in)) return img_error(handle, IMG_ERR_SIZE, errno);
+  if (!skip_header(in)) {
+    return img_refuse(handle, IMG_ERR_SIZE, errno, "the header has no empty line at its end");
+  }
   std::string_view ahead = as_text(in.ahead(kLongestResolution)).substr(0, kLongestResolution);
-  if (ahead.empty()) return img_error(handle, IMG_ERR_SIZE, errno);
+  if (ahead.empty()) {
+    return img_refuse(handle, IMG_ERR_SIZE, errno, "the file ends before its width and height");
+  }
   const std::string_view line = next_line(ahead);
   const Resolution resolution = parse_resolution(line);
   (void)in.take(line.size());
@@ -179,7 +184,9 @@ int img_open_hdr(img_file* handle, const std::uint8_t* /*head*/) {
   handle->topdown = resolution.topdown;
   if (resolution.width <= 0 || resolution.height <= 0 || resolution.width > kLargestWidth) {
     ka_debug("img_open_hdr: bad resolution line");
-    return img_error(handle, IMG_ERR_CORRUPT, 0);
+    return img_refuse(handle, IMG_ERR_CORRUPT, 0,
+                      "width %d, height %d; widths of up to %d are read", resolution.width,
+                      resolution.height, kLargestWidth);
   }
   state->mirrored = resolution.mirrored;
   handle->data.p = state.release();

@@ -197,9 +197,31 @@ void read_header(JfifState& state) {
   jpeg_calc_output_dimensions(&state.reader);
 }
 
-int failed_reading(img_file* handle, const JfifState& state, int otherwise) {
-  if (state.ended) return img_error(handle, IMG_ERR_READ, state.failure);
-  return img_error(handle, state.damaged ? IMG_ERR_CORRUPT : otherwise, 0);
+// The reason of a failure are the codec's words, except where they say less than is known.
+int refuse(img_file* handle, JfifState& state, int code, int os_error) {
+  const jpeg_decompress_struct& reader = state.reader;
+  if (!state.aborted) {
+    return img_refuse(handle, code, os_error, "the file ends before its last scan");
+  }
+  if (state.errors.msg_code == JERR_CONVERSION_NOTIMPL) {
+    return img_refuse(handle, code, os_error, "%d color components are not read; 1 and 3 are",
+                      reader.num_components);
+  }
+  if (state.errors.msg_code == JERR_NOTIMPL && reader.input_scan_number > kMostScans) {
+    return img_refuse(handle, code, os_error, "more than %d scans", kMostScans);
+  }
+  if (state.errors.msg_code == JERR_NO_BACKING_STORE) {
+    return img_refuse(handle, code, os_error, "%u x %u pixels in scans of so few bytes",
+                      reader.image_width, reader.image_height);
+  }
+  char text[JMSG_LENGTH_MAX];
+  state.errors.format_message(common(&state.reader), text);
+  return img_refuse(handle, code, os_error, "%s", text);
+}
+
+int failed_reading(img_file* handle, JfifState& state, int otherwise) {
+  if (state.ended) return refuse(handle, state, IMG_ERR_READ, state.failure);
+  return refuse(handle, state, state.damaged ? IMG_ERR_CORRUPT : otherwise, 0);
 }
 
 void set_room(JfifState& state) {
@@ -284,7 +306,7 @@ int img_open_jfif(img_file* handle, const std::uint8_t* /*head*/) {
     create_reader(state, handle);
     read_header(state);
   };
-  if (!guarded(*state, set_up)) return img_error(handle, IMG_ERR_SUBTYPE, state->failure);
+  if (!guarded(*state, set_up)) return refuse(handle, *state, IMG_ERR_SUBTYPE, state->failure);
   handle->width = static_cast<int>(reader.output_width);
   handle->height = static_cast<int>(reader.output_height);
   handle->topdown = 1;

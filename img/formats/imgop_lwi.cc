@@ -80,10 +80,11 @@ int img_open_lwi(img_file* handle, const std::uint8_t* head) {
   auto state = make_state<LwiState>(handle);
   state->packets.start(handle, *offset);
   const auto size = parse_size(state->packets.ahead(kSizeRecordBytes));
-  if (!size) return img_error(handle, IMG_ERR_READ, errno);
-  if (state->packets.left() < size->pixels) return img_error(handle, IMG_ERR_READ, 0);
+  if (!size || state->packets.left() < size->pixels) {
+    return img_refuse(handle, IMG_ERR_READ, size ? 0 : errno, "the file ends in the size record");
+  }
   if (!std::in_range<int>(size->width) || !std::in_range<int>(size->height)) {
-    return img_error(handle, IMG_ERR_CORRUPT, 0);
+    return img_refuse(handle, IMG_ERR_CORRUPT, 0, "width %u, height %u", size->width, size->height);
   }
   handle->width = static_cast<int>(size->width);
   handle->height = static_cast<int>(size->height);

@@ -32,11 +32,24 @@ int check_size(img_file* handle, const img_image& image) {
         handle->display_name, static_cast<long long>(handle->file_size),
         static_cast<long long>(expected));
   } else if (handle->file_size < expected) {
-    return img_error(handle, IMG_ERR_SIZE, 0);
+    return img_refuse(handle, IMG_ERR_SIZE, 0, "%lld bytes; a picture of this size has %lld",
+                      static_cast<long long>(handle->file_size), static_cast<long long>(expected));
   } else if (handle->file_size > expected) {
     ka_nerror(kLarger, "mmap image \"%s\" file larger than expected", handle->display_name);
   }
   return 1;
+}
+
+// States what parse_map_head has refused.
+int refuse_head(img_file* handle, int error, const MapHead& head) {
+  const img_image& image = head.image;
+  if (error == IMG_ERR_SUBTYPE) {
+    return img_refuse(handle, error, 0, "version %d is not read; %d is", head.version, kMapVersion);
+  }
+  if (error == IMG_ERR_SIZE) return img_refuse(handle, error, 0, "the file ends in the header");
+  return img_refuse(handle, error, 0, "pixel type %d, %d components of %d bits, %d x %d, %d levels",
+                    head.type, image.components, image.bits, image.width, image.height,
+                    image.levels);
 }
 
 // The pyramid word of the handle that wrote the file; what none can hold counts as 0.
@@ -77,7 +90,7 @@ int img_test_map(img_file* /*handle*/, const std::uint8_t* head) {
 int img_open_map(img_file* handle, const std::uint8_t* head) {
   auto state = make_state<MapState>(handle);
   const int error = parse_map_head({head, IMG_HEAD_SIZE}, handle->file_size, state->head);
-  if (error) return img_error(handle, error, 0);
+  if (error) return refuse_head(handle, error, state->head);
   const img_image& image = state->head.image;
   if (!check_size(handle, image)) return 0;
   handle->width = image.width;
@@ -103,7 +116,7 @@ int img_create_map(img_file* handle) {
 
 int img_read_map(img_file* handle, img_line* line) {
   auto& state = state_of<MapState>(handle);
-  const auto& [type, swapped, image] = state.head;
+  const int type = state.head.type;
   if (handle->line_count >= handle->height) return img_error(handle, IMG_ERR_READ, 0);
   const MapLevel base = map_base(state.head);
   img_image_line entry;
@@ -112,16 +125,16 @@ int img_read_map(img_file* handle, img_line* line) {
   if (!state.tables.read({reinterpret_cast<std::uint8_t*>(&entry), sizeof entry})) {
     return img_error(handle, IMG_ERR_READ, errno);
   }
-  if (swapped) ka_swap_ints(entry.offset, IMG_SLOTS);
+  if (state.head.swapped) ka_swap_ints(entry.offset, IMG_SLOTS);
   const auto planes = map_line(entry, base, type);
-  if (!planes) return img_error(handle, IMG_ERR_CORRUPT, 0);
+  if (!planes) return img_refuse(handle, IMG_ERR_CORRUPT, 0, "a plane outside its level");
   const std::size_t bytes = plane_bytes(type, handle->width), first = first_slot(type);
   for (std::size_t c = 0; c < std::size_t(ka_img_ncomp[type]); ++c) {
     auto* const to = plane_of<std::uint8_t>(line, first + c);
     if (!to) continue;
     state.planes.seek(base.offset + (*planes)[c]);
     if (!state.planes.read({to, bytes})) return img_error(handle, IMG_ERR_READ, errno);
-    if (swapped) swap_samples(to, bytes, type);
+    if (state.head.swapped) swap_samples(to, bytes, type);
   }
   return 1;
 }

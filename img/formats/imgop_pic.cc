@@ -56,24 +56,46 @@ std::size_t record_bound(std::size_t width, std::size_t pixel_bytes) {
   return width * (3 + pixel_bytes);
 }
 
-// Finds the groups of channels. Those without a channel do not count.
-int read_groups(const img_file* handle, const std::uint8_t* head, PicState& state) {
+// Returns 1, or 0 with the handle's error.
+int check_group(img_file* handle, unsigned bits, const Group& group) {
+  if (bits != kSampleBits) {
+    return img_refuse(handle, IMG_ERR_SUBTYPE, 0, "%u bits per sample are not read; 8 are", bits);
+  }
+  if (group.compression > kMixed) {
+    return img_refuse(handle, IMG_ERR_SUBTYPE, 0, "compression %d is not read; 0, 1 and 2 are",
+                      group.compression);
+  }
+  if ((group.mask & kNoChannels) == 0) return 1;
+  return img_refuse(handle, IMG_ERR_SUBTYPE, 0,
+                    "channels 0x%02x are not read; red, green, blue and "
+                    "alpha (0xf0) are",
+                    unsigned{group.mask});
+}
+
+// Finds the groups of channels. Those without a channel do not count. Returns 1, or 0 with the
+// handle's error.
+int read_groups(img_file* handle, const std::uint8_t* head, PicState& state) {
   unsigned chained = 1;
   for (std::size_t at = kHeaderBytes; chained != 0; at += kDescriptorBytes) {
-    if (at + kDescriptorBytes > IMG_HEAD_SIZE) return IMG_ERR_SUBTYPE;
-    if (std::int64_t(at + kDescriptorBytes) > handle->file_size) return IMG_ERR_READ;
+    if (at + kDescriptorBytes > IMG_HEAD_SIZE) {
+      return img_refuse(handle, IMG_ERR_SUBTYPE, 0, "the groups of channels pass byte %d",
+                        IMG_HEAD_SIZE);
+    }
+    if (std::int64_t(at + kDescriptorBytes) > handle->file_size) {
+      return img_refuse(handle, IMG_ERR_READ, 0, "the file ends in the groups of channels");
+    }
     ByteCursor in({head + at, kDescriptorBytes});
     chained = in.u8();
     const unsigned bits = in.u8();
     const Group group{in.u8(), in.u8()};
-    if (bits != kSampleBits || group.compression > kMixed || (group.mask & kNoChannels) != 0) {
-      return IMG_ERR_SUBTYPE;
-    }
+    if (!check_group(handle, bits, group)) return 0;
     if (group.mask == 0) continue;
-    if (state.group_count == kMaxGroups) return IMG_ERR_SUBTYPE;
+    if (state.group_count == kMaxGroups) {
+      return img_refuse(handle, IMG_ERR_SUBTYPE, 0, "more than %zu groups of channels", kMaxGroups);
+    }
     state.groups[state.group_count++] = group;
   }
-  return IMG_ERR_NONE;
+  return 1;
 }
 
 // The channels of all groups.
@@ -96,7 +118,9 @@ int get_packets(img_file* handle, FileReader& in, std::span<std::uint8_t> row,
   const int failure = errno;
   const auto [end, used] = expand(packets, row, pixel_bytes);
   if (end == RowEnd::kShort) return img_error(handle, IMG_ERR_READ, failure);
-  if (end == RowEnd::kCorrupt) return img_error(handle, IMG_ERR_CORRUPT, 0);
+  if (end == RowEnd::kCorrupt) {
+    return img_refuse(handle, IMG_ERR_CORRUPT, 0, "a packet passes the end of the line");
+  }
   (void)in.take(used);
   return 1;
 }
@@ -194,9 +218,12 @@ int img_open_pic(img_file* handle, const std::uint8_t* head) {
   handle->height = in.be16();
   const auto aspect = std::bit_cast<float>(in.be32());
   if (std::isfinite(aspect) && aspect > 0) handle->aspect = aspect;
-  if (const int error = read_groups(handle, head, *state)) return img_error(handle, error, 0);
+  if (!read_groups(handle, head, *state)) return 0;
   const unsigned channels = all_channels(*state);
-  if ((channels & kColours) != kColours) return img_error(handle, IMG_ERR_SUBTYPE, 0);
+  if ((channels & kColours) != kColours) {
+    return img_refuse(handle, IMG_ERR_SUBTYPE, 0,
+                      "channels 0x%02x are not read without red, green and blue (0xe0)", channels);
+  }
   const auto width = static_cast<std::size_t>(handle->width);
   state->in.start(handle, kHeaderBytes + kDescriptorBytes * state->group_count,
                   std::max(FileReader::kBufferSize, record_bound(width, 4)));

@@ -165,7 +165,7 @@ int read_decimal_line(img_file* handle, img_line* line) {
       sound = sample.has_value();
     }
   }
-  return sound ? 1 : img_error(handle, IMG_ERR_CORRUPT, 0);
+  return sound ? 1 : img_refuse(handle, IMG_ERR_CORRUPT, 0, "a sample is not a number");
 }
 
 int read_float_line(img_file* handle, img_line* line) {
@@ -252,10 +252,14 @@ int img_open_ppm(img_file* handle, const std::uint8_t* head) {
   const bool is_float = state->letter == 'F';
   state->pixels.start(handle, 2);  // behind the magic
   const auto header = HeaderParser(state->pixels).parse(is_float ? 4 : 3);
-  if (!header || header->width == INT_MAX || header->height == INT_MAX)
-    return img_error(handle, IMG_ERR_CORRUPT, 0);
+  if (!header)
+    return img_refuse(handle, IMG_ERR_CORRUPT, 0, "the header is not %d numbers and a line feed",
+                      is_float ? 4 : 3);
+  if (header->width == INT_MAX || header->height == INT_MAX)
+    return img_refuse(handle, IMG_ERR_CORRUPT, 0, "width or height past %d", INT_MAX - 1);
   if (state->letter == '6' && has_wide_samples(*header, state->pixels.left()))
-    return img_error(handle, IMG_ERR_SUBTYPE, 0);
+    return img_refuse(handle, IMG_ERR_SUBTYPE, 0,
+                      "samples of two bytes (up to %d) are not read; one byte is", header->range);
   handle->width = header->width;
   handle->height = header->height;
   state_file_type(handle, is_float ? IMG_TYPE_RGBE : IMG_TYPE_RGB);

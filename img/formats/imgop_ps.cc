@@ -87,15 +87,25 @@ int open_text(img_file* handle, int first_lines) {
   FileReader& in = state->in;
   in.start(handle, 0);
   for (int i = 0; i < first_lines; ++i) (void)read_text(in);
-  if (read_text(in) != kCreator) return img_error(handle, IMG_ERR_SUBTYPE, 0);
+  if (read_text(in) != kCreator) {
+    return img_refuse(handle, IMG_ERR_SUBTYPE, 0,
+                      "only PostScript that this library wrote is read");
+  }
   std::string_view text;
   do {
     text = read_text(in);
-    if (text.empty()) return img_error(handle, IMG_ERR_CORRUPT, errno);
+    if (text.empty()) {
+      return img_refuse(handle, IMG_ERR_CORRUPT, errno, "the comment before the pixels is missing");
+    }
   } while (!text.starts_with(kDataComment));
   const auto picture = parse_data_comment(text.substr(kDataComment.size()));
-  if (!picture) return img_error(handle, IMG_ERR_CORRUPT, 0);
-  if (read_text(in).empty()) return img_error(handle, IMG_ERR_CORRUPT, errno);
+  if (!picture) {
+    return img_refuse(handle, IMG_ERR_CORRUPT, 0,
+                      "the comment before the pixels lacks width, height or kind");
+  }
+  if (read_text(in).empty()) {
+    return img_refuse(handle, IMG_ERR_CORRUPT, errno, "the file ends before the pixels");
+  }
   handle->width = picture->width;
   handle->height = picture->height;
   state_file_type(handle, picture->type);

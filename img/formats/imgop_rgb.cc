@@ -57,7 +57,7 @@ struct RgbState {
   vector<std::uint16_t> samples;  // of one row that is written from floats
 };
 
-std::optional<Header> parse_header(std::span<const std::uint8_t> head) {
+Header parse_header(std::span<const std::uint8_t> head) {
   ByteCursor in(head);
   in.skip(2);
   Header header{};
@@ -69,15 +69,23 @@ std::optional<Header> parse_header(std::span<const std::uint8_t> head) {
   header.channels = in.be16();
   // Files of one row or one channel need not count their channels.
   if (header.dimension < 3) header.channels = std::max(header.channels, std::uint16_t{1});
-  return in ? std::optional(header) : std::nullopt;
+  return header;
 }
 
-// Files whose rows do not cover what their pixel type needs. One channel serves for all; of two
-// nobody knows which.
-bool is_supported(const Header& header) {
-  if (header.sample_bytes != 1 && header.sample_bytes != 2) return false;
-  if (header.dimension < 1 || header.dimension > 3 || header.channels == 0) return false;
-  return header.dimension != 3 || header.channels != 2;
+// Refuses files whose rows do not cover what their pixel type needs. One channel serves for all; of
+// two nobody knows which. Returns 1, or 0 with the handle's error.
+int check_header(img_file* handle, const Header& header) {
+  if (header.sample_bytes != 1 && header.sample_bytes != 2) {
+    return img_refuse(handle, IMG_ERR_SUBTYPE, 0, "%d bytes per sample are not read; 1 and 2 are",
+                      header.sample_bytes);
+  }
+  if (header.dimension < 1 || header.dimension > 3) {
+    return img_refuse(handle, IMG_ERR_SUBTYPE, 0, "%d dimensions are not read; 1, 2 and 3 are",
+                      header.dimension);
+  }
+  if (header.channels != 0 && (header.dimension != 3 || header.channels != 2)) return 1;
+  return img_refuse(handle, IMG_ERR_SUBTYPE, 0, "%d channels are not read; 1, 3 and more are",
+                    header.channels);
 }
 
 int file_type_of(const Header& header) {
@@ -126,13 +134,13 @@ int read_encoded(img_file* handle, FileReader& reader, std::size_t row, std::spa
   const RgbState& state = state_of<RgbState>(handle);
   const std::uint32_t length = state.table.length[row];
   if (length > counted_bound(state.header.width, sizeof(Sample))) {
-    return img_error(handle, IMG_ERR_CORRUPT, 0);
+    return img_refuse(handle, IMG_ERR_CORRUPT, 0, "a row has %u bytes of packets", length);
   }
   reader.seek(state.table.start[row]);
   const auto packets = reader.take(length);
   if (packets.size() != length) return img_error(handle, IMG_ERR_READ, errno);
   if (expand_counted(packets, plane) != RowEnd::kWhole) {
-    return img_error(handle, IMG_ERR_CORRUPT, 0);
+    return img_refuse(handle, IMG_ERR_CORRUPT, 0, "packets do not fill their row exactly");
   }
   return 1;
 }
@@ -245,22 +253,27 @@ int img_test_rgb(img_file* /*handle*/, const std::uint8_t* head) {
 }
 
 int img_open_rgb(img_file* handle, const std::uint8_t* head) {
-  if (handle->file_size < std::int64_t{kUsedBytes}) return img_error(handle, IMG_ERR_READ, 0);
-  const auto header = parse_header({head, IMG_HEAD_SIZE});
-  if (!header || !is_supported(*header)) return img_error(handle, IMG_ERR_SUBTYPE, 0);
-  auto state = make_state<RgbState>(handle);
-  state->header = *header;
-  handle->width = header->width;
-  handle->height = header->height;
-  start_readers(handle, *state);
-  if (header->is_encoded()) {
-    if (!read_tables(*state)) return img_error(handle, IMG_ERR_READ, errno);
-    const auto& start = state->table.start;
-    const std::size_t next_channel = header->height;
-    state->rows_interleave =
-        header->height > 1 && start.size() > next_channel && start[next_channel] < start[1];
+  if (handle->file_size < std::int64_t{kUsedBytes}) {
+    return img_refuse(handle, IMG_ERR_READ, 0, "the file ends in the header");
   }
-  state_file_type(handle, file_type_of(*header));
+  const Header header = parse_header({head, IMG_HEAD_SIZE});
+  if (!check_header(handle, header)) return 0;
+  auto state = make_state<RgbState>(handle);
+  state->header = header;
+  handle->width = header.width;
+  handle->height = header.height;
+  start_readers(handle, *state);
+  if (header.is_encoded()) {
+    if (!read_tables(*state)) {
+      return img_refuse(handle, IMG_ERR_READ, errno, "the file ends in the tables of %zu rows",
+                        header.rows());
+    }
+    const auto& start = state->table.start;
+    const std::size_t next_channel = header.height;
+    state->rows_interleave =
+        header.height > 1 && start.size() > next_channel && start[next_channel] < start[1];
+  }
+  state_file_type(handle, file_type_of(header));
   handle->data.p = state.release();
   return 1;
 }

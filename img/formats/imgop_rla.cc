@@ -98,18 +98,36 @@ Header parse_header(std::span<const std::uint8_t> bytes) {
   return header;
 }
 
-bool is_supported(const Header& header) {
-  if (header.colours != kColours || header.mattes > 1) return false;
-  if (header.bits != header.matte_bits || header.bits > 16) return false;
-  if (header.storage != 0 || header.matte_type != 0) return false;
-  return header.active.width() > 0 && header.active.height() > 0;
+// Returns 1, or 0 with the handle's error.
+int check_header(img_file* handle, const Header& header) {
+  if (header.colours != kColours || header.mattes > 1) {
+    return img_refuse(handle, IMG_ERR_SUBTYPE, 0,
+                      "%u color and %u matte channels are not read; 3 and up to 1 are",
+                      header.colours, header.mattes);
+  }
+  if (header.bits != header.matte_bits || header.bits > 16) {
+    return img_refuse(handle, IMG_ERR_SUBTYPE, 0,
+                      "colors of %u bits, mattes of %u are not read; equal ones of up to 16 are",
+                      header.bits, header.matte_bits);
+  }
+  if (header.storage != 0 || header.matte_type != 0) {
+    return img_refuse(handle, IMG_ERR_SUBTYPE, 0,
+                      "storage types %u of colors, %u of mattes are not read; 0 is", header.storage,
+                      header.matte_type);
+  }
+  if (header.active.width() > 0 && header.active.height() > 0) return 1;
+  return img_refuse(handle, IMG_ERR_SUBTYPE, 0, "active window of width %d, height %d",
+                    header.active.width(), header.active.height());
 }
 
 // The offsets of all lines.
 int read_table(img_file* handle, RlaState& state) {
   const auto height = static_cast<std::size_t>(handle->height);
   errno = 0;
-  if (state.in.left() < 4 * height) return img_error(handle, IMG_ERR_READ, errno);
+  if (state.in.left() < 4 * height) {
+    return img_refuse(handle, IMG_ERR_READ, errno, "the file ends in the table of %zu lines",
+                      height);
+  }
   state.offsets.resize(height);
   if (!read_row<std::uint32_t, 1>(state.in, {state.offsets.data()}, height, std::endian::big)) {
     return img_error(handle, IMG_ERR_READ, errno);
@@ -117,7 +135,10 @@ int read_table(img_file* handle, RlaState& state) {
   const auto is_sound = [&](std::uint32_t offset) {
     return offset >= kHeaderBytes && offset < handle->file_size;
   };
-  if (!std::ranges::all_of(state.offsets, is_sound)) return img_error(handle, IMG_ERR_CORRUPT, 0);
+  if (!std::ranges::all_of(state.offsets, is_sound)) {
+    return img_refuse(handle, IMG_ERR_CORRUPT, 0,
+                      "a line begins outside the file or in its header");
+  }
   state.lines_descend = height > 1 && state.offsets[1] < state.offsets[0];
   return 1;
 }
@@ -136,7 +157,7 @@ std::optional<std::span<const std::uint8_t>> read_record(img_file* handle, RlaSt
   const std::size_t length = ByteCursor(field).be16();
   if (length > std::size_t{std::numeric_limits<std::int16_t>::max()} ||
       length > longest_record(row_bytes)) {
-    img_error(handle, IMG_ERR_CORRUPT, 0);
+    img_refuse(handle, IMG_ERR_CORRUPT, 0, "a channel has %zu bytes of packets", length);
     return std::nullopt;
   }
   const auto packets = state.in.take(length);
@@ -174,7 +195,9 @@ int read_line(img_file* handle, img_line* line) {
   for (std::size_t channel = 0; channel < state.channels; ++channel) {
     const auto packets = read_record(handle, state, planes[channel].size_bytes());
     if (!packets) return 0;
-    if (!decode(state, *packets, planes[channel])) return img_error(handle, IMG_ERR_CORRUPT, 0);
+    if (!decode(state, *packets, planes[channel])) {
+      return img_refuse(handle, IMG_ERR_CORRUPT, 0, "packets do not fill their line exactly");
+    }
   }
   if (state.channels == kColours) {
     std::ranges::fill(planes[kColours], std::numeric_limits<Sample>::max());
@@ -276,9 +299,9 @@ int img_open_rla(img_file* handle, const std::uint8_t* /*head*/) {
   auto state = make_state<RlaState>(handle);
   state->in.start(handle, 0);
   const auto bytes = state->in.take(kHeaderBytes);
-  if (bytes.empty()) return img_error(handle, IMG_ERR_READ, errno);
+  if (bytes.empty()) return img_refuse(handle, IMG_ERR_READ, errno, "the file ends in the header");
   const Header header = parse_header(bytes);
-  if (!is_supported(header)) return img_error(handle, IMG_ERR_SUBTYPE, 0);
+  if (!check_header(handle, header)) return 0;
   handle->gamma = header.gamma;
   handle->aspect = header.aspect;
   handle->width = header.active.width();

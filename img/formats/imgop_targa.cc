@@ -97,9 +97,16 @@ bool is_targa(const Header& header) {
   return header.map_type == 1 && is_one_of(header.entry_bits, {15, 16, 24, 32});
 }
 
-bool is_supported(const Header& header) {
-  if (!is_one_of(header.depth, {8, 15, 16, 24, 32})) return false;
-  return header.kind() != kMapped || (header.depth == 8 && header.entry_bits >= 24);
+// Returns 1, or 0 with the handle's error.
+int check_header(img_file* handle, const Header& header) {
+  if (!is_one_of(header.depth, {8, 15, 16, 24, 32})) {
+    return img_refuse(handle, IMG_ERR_SUBTYPE, 0,
+                      "%d bits per pixel are not read; 8, 15, 16, 24 and 32 are", header.depth);
+  }
+  if (header.kind() != kMapped || (header.depth == 8 && header.entry_bits >= 24)) return 1;
+  return img_refuse(handle, IMG_ERR_SUBTYPE, 0,
+                    "indexes of %d bits to colors of %d are not read; 8 to 24 and 8 to 32 are",
+                    header.depth, header.entry_bits);
 }
 
 void convert_grey(const std::uint8_t* levels, const Planes& planes, std::size_t count) {
@@ -158,7 +165,11 @@ std::span<const std::uint8_t> uncompress(img_file* handle, TargaState& state) {
   const auto [end, used] = expand_pixels(packets, row, pixel_bytes);
   if (end != RowEnd::kWhole) {
     const bool is_short = end == RowEnd::kShort;
-    img_error(handle, is_short ? IMG_ERR_READ : IMG_ERR_CORRUPT, is_short ? failure : 0);
+    if (is_short) {
+      img_error(handle, IMG_ERR_READ, failure);
+    } else {
+      img_refuse(handle, IMG_ERR_CORRUPT, 0, "a packet passes the end of the line");
+    }
     return {};
   }
   (void)state.pixels.take(used);
@@ -192,12 +203,15 @@ int img_test_targa(img_file* /*handle*/, const std::uint8_t* head) {
 int img_open_targa(img_file* handle, const std::uint8_t* head) {
   auto state = make_state<TargaState>(handle);
   const Header& header = state->header = parse_header({head, IMG_HEAD_SIZE});
-  if (!is_supported(header)) return img_error(handle, IMG_ERR_SUBTYPE, 0);
+  if (!check_header(handle, header)) return 0;
   handle->width = header.width;
   handle->height = header.height;
   handle->topdown = (header.descriptor & kTopFirst) != 0;
   state->pixels.start(handle, header.map_offset());
-  if (!read_map(*state)) return img_error(handle, IMG_ERR_READ, errno);
+  if (!read_map(*state)) {
+    return img_refuse(handle, IMG_ERR_READ, errno, "the file ends in the color map of %d colors",
+                      header.map_length);
+  }
   if (header.is_packed()) state->row = Buffer(header.row_bytes());
   handle->data.p = state.release();
   return 1;
@@ -226,7 +240,7 @@ int img_read_targa(img_file* handle, img_line* line) {
   if (pixels.empty()) return 0;
   const auto width = static_cast<std::size_t>(handle->width);
   if (convert(state, pixels.data(), plane_pointers<std::uint8_t, 4>(line), width)) return 1;
-  return img_error(handle, IMG_ERR_CORRUPT, 0);
+  return img_refuse(handle, IMG_ERR_CORRUPT, 0, "a pixel outside the color map");
 }
 
 int img_write_targa(img_file* handle, img_line* line) {

@@ -1,6 +1,6 @@
 // TIFF images: one image in strips, plain or PackBits; grey, palette, RGB and RGBA. Layout:
 // docs/formats.md, "TIFF", which is a part of "TIFF, Revision 6.0". Here is how a file is opened:
-// its directory, and what of it can be read.
+// what of its directory can be read.
 #include <errno.h>
 
 #include <optional>
@@ -14,100 +14,15 @@ namespace ka {
 
 namespace {
 
+using tiff::Directory;
+using tiff::Entry;
+using tiff::Source;
 using tiff::State;
 
 constexpr std::uint16_t kMagic = 42;
-constexpr std::size_t kEntryBytes = 12;
-constexpr std::uint16_t kShort = 3;  // type of an entry whose values have 16 bits; all others: 32
-constexpr std::uint32_t kNoCompression = 1, kPackBits = 32773;
-constexpr std::uint32_t kTopFirst = 1, kBottomFirst = 4;  // orientations, the left column first
-constexpr std::uint32_t kSeparatePlanes = 2;
 constexpr std::uint32_t kIeeeFloat = 3;           // sample format
 constexpr std::size_t kMostExpanded = 64;         // bytes that a byte of packets can stand for
 constexpr std::size_t kHeaderBuffer = 16 * 1024;  // bytes
-
-enum Tag : std::uint16_t {
-  kImageWidth = 256,
-  kImageLength = 257,
-  kBitsPerSample = 258,
-  kCompression = 259,
-  kPhotometric = 262,
-  kStripOffsets = 273,
-  kOrientation = 274,
-  kSamplesPerPixel = 277,
-  kRowsPerStrip = 278,
-  kStripByteCounts = 279,
-  kPlanarConfiguration = 284,
-  kColorMap = 320,
-  kTileWidth = 322,
-  kTileByteCounts = 325,
-  kSampleFormat = 339
-};
-
-// An entry of the directory: values of 16 or 32 bits, which stand in it where four bytes hold them
-// all, else at a file offset.
-struct Entry {
-  std::uint16_t tag, type;
-  std::uint32_t count;  // 0: not there
-  std::array<std::uint8_t, 4> field;
-
-  [[nodiscard]] std::size_t value_bytes() const { return type == kShort ? 2 : 4; }
-  [[nodiscard]] std::uint64_t bytes() const { return std::uint64_t{count} * value_bytes(); }
-};
-
-// The sides of the picture go to the handle, whose errors tell them; those that pass an int are
-// negative there.
-struct Directory {
-  std::uint32_t components = 1;
-  bool is_compressed;
-  bool is_planar;
-  std::uint32_t photometric = tiff::kRgb;
-  std::uint32_t rows_per_strip = 0xffffffff;  // all in one strip
-  std::uint32_t strips;                       // 0: no table of them yet
-  Entry sample_bits, sample_format, offsets, byte_counts, color_map;
-};
-
-// What a file says, in its own byte order.
-struct Source {
-  img_file* handle;
-  FileReader in;
-  std::endian order;
-
-  std::uint16_t u16(ByteCursor& bytes) const {
-    return order == std::endian::big ? bytes.be16() : bytes.le16();
-  }
-  std::uint32_t u32(ByteCursor& bytes) const {
-    return order == std::endian::big ? bytes.be32() : bytes.le32();
-  }
-  std::uint32_t value(ByteCursor& bytes, const Entry& entry) const {
-    return entry.type == kShort ? u16(bytes) : u32(bytes);
-  }
-  // The one value of an entry, or the offset of several.
-  [[nodiscard]] std::uint32_t number(const Entry& entry) const {
-    ByteCursor field(entry.field);
-    return value(field, entry);
-  }
-  [[nodiscard]] std::uint32_t offset(const Entry& entry) const {
-    ByteCursor field(entry.field);
-    return u32(field);
-  }
-
-  [[nodiscard]] int short_read() const { return img_error(handle, IMG_ERR_READ, errno); }
-  [[nodiscard]] int refuse() const { return img_error(handle, IMG_ERR_SUBTYPE, 0); }
-};
-
-// The next entry of the directory; empty when the file ends.
-std::optional<Entry> take_entry(Source& file) {
-  const auto bytes = file.in.take(kEntryBytes);
-  if (bytes.empty()) return std::nullopt;
-  ByteCursor in(bytes);
-  Entry entry;
-  entry.tag = file.u16(in);
-  entry.type = file.u16(in);
-  entry.count = file.u32(in);
-  std::ranges::copy(in.take(entry.field.size()), entry.field.begin());
-  return entry;
-}
 
 // Whether the file holds the values of an entry. Nothing is allocated for those that it lacks.
 bool holds(Source& file, const Entry& entry) {
@@ -132,91 +47,6 @@ bool read_values(Source& file, const Entry& entry, std::span<std::uint32_t> valu
   return true;
 }
 
-int note_compression(const Source& file, std::uint32_t compression, Directory& directory) {
-  directory.is_compressed = compression == kPackBits;
-  if (directory.is_compressed || compression == kNoCompression) return 1;
-  ka_debug("%s: unsupported compression %u", file.handle->display_name, compression);
-  return file.refuse();
-}
-
-int note_orientation(const Source& file, std::uint32_t orientation) {
-  file.handle->topdown = orientation == kTopFirst;
-  if (orientation == kTopFirst || orientation == kBottomFirst) return 1;
-  ka_debug("%s: unsupported orientation  %d", file.handle->display_name, int(orientation));
-  return file.refuse();
-}
-
-// Both tables of strips have an entry for each.
-int note_strips(const Source& file, const Entry& entry, Directory& directory) {
-  if (directory.strips != 0 && directory.strips != entry.count) {
-    return img_error(file.handle, IMG_ERR_CORRUPT, 0);
-  }
-  directory.strips = entry.count;
-  (entry.tag == kStripOffsets ? directory.offsets : directory.byte_counts) = entry;
-  return 1;
-}
-
-int refuse_format_count(const Source& file, std::uint32_t count) {
-  ka_debug("%s: unsupported number of sampleformat values:  %d", file.handle->display_name,
-           int(count));
-  return file.refuse();
-}
-
-int note_entry(const Source& file, const Entry& entry, Directory& directory) {
-  const std::uint32_t number = file.number(entry);
-  switch (entry.tag) {
-    case kImageWidth:
-      file.handle->width = int(number);
-      return 1;
-    case kImageLength:
-      file.handle->height = int(number);
-      return 1;
-    case kBitsPerSample:
-      directory.sample_bits = entry;
-      return 1;
-    case kCompression:
-      return note_compression(file, number, directory);
-    case kPhotometric:
-      directory.photometric = number;
-      return 1;
-    case kStripOffsets:
-    case kStripByteCounts:
-      return note_strips(file, entry, directory);
-    case kOrientation:
-      return note_orientation(file, number);
-    case kSamplesPerPixel:
-      directory.components = number;
-      return 1;
-    case kRowsPerStrip:
-      directory.rows_per_strip = number;
-      return 1;
-    case kPlanarConfiguration:
-      directory.is_planar = number == kSeparatePlanes;
-      return 1;
-    case kColorMap:
-      directory.color_map = entry;
-      return 1;
-    case kSampleFormat:
-      directory.sample_format = entry;
-      return entry.count < 2 ? refuse_format_count(file, entry.count) : 1;
-    default:
-      return entry.tag < kTileWidth || entry.tag > kTileByteCounts ? 1 : file.refuse();
-  }
-}
-
-int read_directory(Source& file, std::uint32_t offset, Directory& directory) {
-  file.in.seek(offset);
-  const auto bytes = file.in.take(2);
-  if (bytes.empty()) return file.short_read();
-  ByteCursor in(bytes);
-  for (int entries = file.u16(in); entries > 0; --entries) {
-    const auto entry = take_entry(file);
-    if (!entry) return file.short_read();
-    if (!note_entry(file, *entry, directory)) return 0;
-  }
-  return 1;
-}
-
 // The values of all components, which need not be there. Empty when the file lacks them.
 using ComponentValues = std::array<std::uint32_t, 4>;
 std::optional<ComponentValues> component_values(Source& file, const Entry& entry,
@@ -236,37 +66,59 @@ int read_sample_bits(Source& file, const Directory& directory, State& state) {
   const Entry& entry = directory.sample_bits;
   state.sample_bits = entry.count == 0 ? 1 : file.number(entry);
   if (entry.count <= 1) return 1;
-  if (entry.count < state.components) return file.refuse();
+  if (entry.count < state.components) {
+    return img_refuse(file.handle, IMG_ERR_SUBTYPE, 0, "bits of %u samples where a pixel has %zu",
+                      entry.count, state.components);
+  }
   const auto bits = component_values(file, entry, state.components);
-  if (!bits) return file.short_read();
-  if (!are_equal(*bits, state.components)) img_error(file.handle, IMG_ERR_SUBTYPE, 0);
+  if (!bits) return file.short_read("bits per sample");
+  if (!are_equal(*bits, state.components)) {
+    const auto other = std::ranges::adjacent_find(*bits, std::ranges::not_equal_to{}) + 1;
+    img_refuse(file.handle, IMG_ERR_SUBTYPE, 0, "samples of %u and %u bits in a pixel", (*bits)[0],
+               *other);
+  }
   state.sample_bits = (*bits)[0];
   return 1;
 }
 
-bool is_supported(const State& state) {
-  const std::size_t bits = state.sample_bits;
-  switch (state.photometric) {
-    case tiff::kRgb:
-      return bits == 8 || bits == 16 || bits == 32;
-    case tiff::kPalette:
-      return bits == 4 || bits == 8;
-    default:
-      return bits == 1 || bits == 4 || bits == 8;
-  }
+// Returns 1, or 0 with the handle's error.
+int check_sample_bits(img_file* handle, const State& state) {
+  struct Readable {
+    std::array<std::size_t, 3> bits;
+    const char* text;
+  };
+  static constexpr Readable rgb = {{8, 16, 32}, "8, 16 and 32 are in RGB"},
+                            palette = {{4, 8, 8}, "4 and 8 are in palette files"},
+                            grey = {{1, 4, 8}, "1, 4 and 8 are in grey"};
+  const Readable& readable = state.photometric == tiff::kRgb       ? rgb
+                             : state.photometric == tiff::kPalette ? palette
+                                                                   : grey;
+  if (std::ranges::find(readable.bits, state.sample_bits) != readable.bits.end()) return 1;
+  return img_refuse(handle, IMG_ERR_SUBTYPE, 0, "%zu bits per sample are not read; %s",
+                    state.sample_bits, readable.text);
 }
 
 // What a pixel is.
 int read_layout(Source& file, const Directory& directory, State& state) {
   const bool is_rgb = directory.photometric == tiff::kRgb;
   const std::uint32_t components = directory.components;
-  if (directory.photometric > tiff::kPalette) return file.refuse();
-  if (is_rgb ? components != 3 && components != 4 : components != 1) return file.refuse();
+  if (directory.photometric > tiff::kPalette) {
+    return img_refuse(file.handle, IMG_ERR_SUBTYPE, 0,
+                      "photometric interpretation %u is not read; 0 to 3 are",
+                      directory.photometric);
+  }
+  if (is_rgb ? components != 3 && components != 4 : components != 1) {
+    return img_refuse(file.handle, IMG_ERR_SUBTYPE, 0, "%u samples per pixel are not read; %s",
+                      components, is_rgb ? "3 and 4 are in RGB" : "1 is in grey and palette files");
+  }
   state.photometric = directory.photometric;
   state.components = components;
   if (!read_sample_bits(file, directory, state)) return 0;
-  if (!is_supported(state)) return file.refuse();
-  if (file.handle->width <= 0 || file.handle->height <= 0) return file.refuse();
+  if (!check_sample_bits(file.handle, state)) return 0;
+  if (file.handle->width <= 0 || file.handle->height <= 0) {
+    return img_refuse(file.handle, IMG_ERR_SUBTYPE, 0, "width %d, height %d", file.handle->width,
+                      file.handle->height);
+  }
   state.is_planar = directory.is_planar && components > 1;
   const std::uint64_t row_samples =
       std::uint64_t(file.handle->width) * (state.is_planar ? 1 : components);
@@ -279,9 +131,12 @@ int read_color_map(Source& file, const Directory& directory, State& state) {
   constexpr std::size_t most_entries = 3 * 256;
   const std::size_t colors = std::size_t{1} << state.sample_bits;
   std::array<std::uint32_t, most_entries> map;
-  if (directory.color_map.count < 3 * colors) return img_error(file.handle, IMG_ERR_CORRUPT, 0);
+  if (directory.color_map.count < 3 * colors) {
+    return img_refuse(file.handle, IMG_ERR_CORRUPT, 0, "a color map of %u values; %zu are needed",
+                      directory.color_map.count, 3 * colors);
+  }
   if (!read_values(file, directory.color_map, std::span(map).first(3 * colors))) {
-    return file.short_read();
+    return file.short_read("color map");
   }
   const auto sample = [&](std::size_t i) { return std::uint8_t(map[i] >> 8); };
   for (std::size_t i = 0; i < colors; ++i) {
@@ -292,18 +147,23 @@ int read_color_map(Source& file, const Directory& directory, State& state) {
 
 int check_sample_format(Source& file, const Directory& directory, const State& state) {
   const Entry& entry = directory.sample_format;
-  if (entry.count == 0) return state.sample_bits > 16 ? file.refuse() : 1;
-  if (entry.count < state.components) return refuse_format_count(file, entry.count);
+  if (entry.count == 0) {
+    if (state.sample_bits <= 16) return 1;
+    return img_refuse(file.handle, IMG_ERR_SUBTYPE, 0, "integers of 32 bits; floats are read");
+  }
+  if (entry.count < state.components) return tiff::refuse_format_count(file, entry.count);
   const auto formats = component_values(file, entry, state.components);
-  if (!formats) return file.short_read();
+  if (!formats) return file.short_read("sample format");
   if (!are_equal(*formats, state.components)) {
     ka_debug("%s: different sampleformat values per sample not supported",
              file.handle->display_name);
-    return file.refuse();
+    return img_refuse(file.handle, IMG_ERR_SUBTYPE, 0, "sample formats differ");
   }
   if (state.sample_bits == 32 && (*formats)[0] != kIeeeFloat) {
     ka_debug("%s: non-float 32 bit format not supported", file.handle->display_name);
-    return file.refuse();
+    return img_refuse(file.handle, IMG_ERR_SUBTYPE, 0,
+                      "sample format %u of 32 bits is not read; %u (float) is", (*formats)[0],
+                      kIeeeFloat);
   }
   return 1;
 }
@@ -315,18 +175,23 @@ int read_strips(Source& file, const Directory& directory, State& state) {
   const std::size_t planes = state.is_planar ? state.components : 1;
   const auto height = std::uint64_t(file.handle->height);
   const std::uint64_t needed = rows == 0 ? 0 : (height + rows - 1) / rows;
-  if (directory.offsets.count == 0) return img_error(file.handle, IMG_ERR_CORRUPT, 0);
+  if (directory.offsets.count == 0) {
+    return img_refuse(file.handle, IMG_ERR_CORRUPT, 0, "no table of strips");
+  }
   if (state.is_planar ? strips != planes && strips != planes * needed
                       : strips > 1 && (rows == 0 || strips < needed)) {
-    return img_error(file.handle, state.is_planar ? IMG_ERR_SUBTYPE : IMG_ERR_CORRUPT, 0);
+    return img_refuse(file.handle, state.is_planar ? IMG_ERR_SUBTYPE : IMG_ERR_CORRUPT, 0,
+                      "%u strips of %u rows", strips, rows);
   }
   if (!holds(file, directory.byte_counts) || !holds(file, directory.offsets)) {
-    return file.short_read();
+    return file.short_read("table of strips");
   }
   state.strips.offset.resize(strips);
   state.strips.per_plane = strips / planes;
   state.strips.rows = rows;
-  return read_values(file, directory.offsets, state.strips.offset) ? 1 : file.short_read();
+  return read_values(file, directory.offsets, state.strips.offset)
+             ? 1
+             : file.short_read("table of strips");
 }
 
 int file_type_of(const State& state) {
@@ -360,7 +225,7 @@ int img_open_tiff(img_file* handle, const std::uint8_t* head) {
   ByteCursor header({head, IMG_HEAD_SIZE});
   header.skip(4);
   Directory directory{};
-  if (!read_directory(file, file.u32(header), directory)) return 0;
+  if (!tiff::read_directory(file, file.u32(header), directory)) return 0;
   state->order = file.order;
   state->is_compressed = directory.is_compressed;
   if (!read_layout(file, directory, *state)) return 0;
@@ -370,7 +235,8 @@ int img_open_tiff(img_file* handle, const std::uint8_t* head) {
   // Not even the first row can be there: no memory is asked for it.
   const auto most = checked_product(handle->file_size, kMostExpanded);
   if (state->is_compressed && most && state->row_bytes > *most) {
-    return img_error(handle, IMG_ERR_READ, 0);
+    return img_refuse(handle, IMG_ERR_READ, 0, "the file is too short for a row of %zu bytes",
+                      state->row_bytes);
   }
   start_planes(handle, *state);
   state_file_type(handle, file_type_of(*state));

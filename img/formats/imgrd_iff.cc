@@ -49,11 +49,14 @@ int file_type_of(const IffState& state) {
 int read_header(img_file* handle, IffState& state, std::size_t& tiles) {
   IffChunk chunk;
   if (!find_chunk(state.in, state.stack, kIffHeader, 0, chunk)) {
-    return img_error(handle, IMG_ERR_READ, errno);
+    return img_refuse(handle, IMG_ERR_READ, errno, "no header chunk is found");
   }
   const auto bytes = state.in.take(kIffHeaderBytes);
-  if (bytes.empty()) return img_error(handle, IMG_ERR_READ, errno);
-  if (chunk.size < kIffHeaderBytes) return img_error(handle, IMG_ERR_READ, 0);
+  if (bytes.empty()) return img_refuse(handle, IMG_ERR_READ, errno, "the file ends in the header");
+  if (chunk.size < kIffHeaderBytes) {
+    return img_refuse(handle, IMG_ERR_READ, 0, "a header of %u bytes; it has %zu", chunk.size,
+                      kIffHeaderBytes);
+  }
   ByteCursor in(bytes);
   const std::uint32_t width = in.be32(), height = in.be32();
   in.skip(4);  // pixel aspect
@@ -61,10 +64,20 @@ int read_header(img_file* handle, IffState& state, std::size_t& tiles) {
   const unsigned depth = in.be16();  // bytes per sample - 1
   tiles = in.be16();
   const std::uint32_t compression = in.be32();
-  if ((depth > 1 && depth != 3) || compression > 1) return img_error(handle, IMG_ERR_SUBTYPE, 0);
-  if (components_of(flags) == 0) return img_error(handle, IMG_ERR_FORMAT, 0);
+  if (depth > 1 && depth != 3) {
+    return img_refuse(handle, IMG_ERR_SUBTYPE, 0,
+                      "%u bytes per sample are not read; 1, 2 and 4 are", depth + 1);
+  }
+  if (compression > 1) {
+    return img_refuse(handle, IMG_ERR_SUBTYPE, 0,
+                      "compression %u is not read; 0 (none) and 1 (run-length) are", compression);
+  }
+  if (components_of(flags) == 0) {
+    return img_refuse(handle, IMG_ERR_FORMAT, 0, "only depths are in the file, no colors");
+  }
   if (width > kIffLargestSide || height > kIffLargestSide) {
-    return img_error(handle, IMG_ERR_CORRUPT, 0);
+    return img_refuse(handle, IMG_ERR_CORRUPT, 0, "width %u, height %u; sides of up to %d are read",
+                      width, height, kIffLargestSide);
   }
   handle->width = static_cast<int>(width);
   handle->height = static_cast<int>(height);  // messages tell it from here on
@@ -81,10 +94,10 @@ int read_header(img_file* handle, IffState& state, std::size_t& tiles) {
 int read_tile_header(img_file* handle, IffState& state, IffTile& tile) {
   IffChunk chunk;
   if (!find_chunk(state.in, state.stack, kIffColours, 0, chunk)) {
-    return img_error(handle, IMG_ERR_READ, errno);
+    return img_refuse(handle, IMG_ERR_READ, errno, "a tile is not found");
   }
   const auto bytes = state.in.take(kIffBoundsBytes);
-  if (bytes.empty()) return img_error(handle, IMG_ERR_READ, errno);
+  if (bytes.empty()) return img_refuse(handle, IMG_ERR_READ, errno, "the file ends in a tile");
   ByteCursor in(bytes);
   tile.x1 = in.be16();
   tile.y1 = in.be16();
@@ -92,7 +105,8 @@ int read_tile_header(img_file* handle, IffState& state, IffTile& tile) {
   tile.y2 = in.be16();
   if (chunk.size < kIffBoundsBytes || tile.x1 > tile.x2 || tile.y1 > tile.y2 ||
       tile.x2 >= state.width || tile.y2 >= state.height) {
-    return img_error(handle, IMG_ERR_CORRUPT, 0);
+    return img_refuse(handle, IMG_ERR_CORRUPT, 0, "a tile of columns %zu to %zu, lines %zu to %zu",
+                      tile.x1, tile.x2, tile.y1, tile.y2);
   }
   tile.start = state.in.position();
   tile.bytes = chunk.size - kIffBoundsBytes;
@@ -203,7 +217,8 @@ int read_tile(img_file* handle, IffState& state, const IffTile& tile) {
   } else {
     is_read = decode_samples<Sample, Components>(state, tile, packets);
   }
-  return is_read ? 1 : img_error(handle, IMG_ERR_CORRUPT, 0);
+  if (is_read) return 1;
+  return img_refuse(handle, IMG_ERR_CORRUPT, 0, "packets do not fill their tile exactly");
 }
 
 // Fills the strip buffer. Returns 1, or 0 with the handle's error.
@@ -267,12 +282,12 @@ int img_iff_read_headers(img_file* handle, IffState& state) {
   state.in.start(handle, 0, kScanBuffer);
   IffChunk chunk;
   if (!img_iff_read_begin_chunk(state.in, state.stack, chunk) || chunk.form != kIffImage) {
-    return img_error(handle, IMG_ERR_FORMAT, errno);
+    return img_refuse(handle, IMG_ERR_FORMAT, errno, "the first chunk is not the form of an image");
   }
   std::size_t tiles = 0;
   if (!read_header(handle, state, tiles)) return 0;
   if (!find_chunk(state.in, state.stack, kIffForm, kIffTiles, chunk)) {
-    return img_error(handle, IMG_ERR_READ, errno);
+    return img_refuse(handle, IMG_ERR_READ, errno, "no form of tiles is found");
   }
   std::size_t longest = FileReader::kBufferSize;  // bytes of an encoded tile
   const std::uint64_t left = state.in.left();

@@ -20,6 +20,10 @@ Row fail(img_file* handle, int error, int os_error) {
   return {};
 }
 
+int refuse_packet(img_file* handle) {
+  return img_refuse(handle, IMG_ERR_CORRUPT, 0, "a packet passes the end of its row");
+}
+
 // A row of a strip.
 struct Place {
   std::size_t strip;
@@ -58,7 +62,7 @@ bool walk(img_file* handle, const State& state, PlaneReader& plane, const Place&
     const auto [end, used, filled] = skip_packbits(packets, wanted - plane.filled);
     plane.position += used;
     plane.filled += filled;
-    if (end == RowEnd::kCorrupt) return img_error(handle, IMG_ERR_CORRUPT, 0);
+    if (end == RowEnd::kCorrupt) return refuse_packet(handle);
     if (end == RowEnd::kShort && used == 0) return img_error(handle, IMG_ERR_READ, failure);
   }
   return true;
@@ -75,7 +79,10 @@ Row decodeline(img_file* handle, State& state, PlaneReader& plane, const Place& 
     const auto [end, used, filled] = expand_packbits(packets, row.subspan(done));
     position += used;
     done += filled;
-    if (end == RowEnd::kCorrupt) return fail(handle, IMG_ERR_CORRUPT, 0);
+    if (end == RowEnd::kCorrupt) {
+      refuse_packet(handle);
+      return {};
+    }
     if (end == RowEnd::kShort && used == 0) return fail(handle, IMG_ERR_READ, failure);
   }
   plane.position = position;
@@ -159,7 +166,7 @@ int img_read_tiff(img_file* handle, img_line* line) {
   const Row row = read_row(handle, state, 0);
   if (row.empty()) return 0;
   if (readline(state, row.data(), std::size_t(handle->width), line)) return 1;
-  return img_error(handle, IMG_ERR_CORRUPT, 0);
+  return img_refuse(handle, IMG_ERR_CORRUPT, 0, "a pixel outside the color map");
 }
 
 }  // namespace ka

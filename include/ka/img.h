@@ -103,7 +103,13 @@ typedef enum img_errcode {
   IMG_ERR_SIZE = 13        /* the file's size does not fit its header */
 } img_errcode;
 
-enum { IMG_HEAD_SIZE = 256, IMG_DISPLAY_NAME_SIZE = 64, IMG_PARAMETERS = 8, IMG_SLOTS = 4 };
+enum {
+  IMG_HEAD_SIZE = 256,
+  IMG_DISPLAY_NAME_SIZE = 64,
+  IMG_REASON_SIZE = 128,
+  IMG_PARAMETERS = 8,
+  IMG_SLOTS = 4
+};
 
 /* One line of pixels, the left one first: for R, G, B and A the distance in bytes from this record
  * to the plane, 0 for an absent one. Types with one component keep their plane in the A slot,
@@ -155,6 +161,11 @@ typedef struct img_file {
   } data;
   char display_name[IMG_DISPLAY_NAME_SIZE]; /* for messages: the name, or "..." and its last 60
                                                characters */
+  char reason[IMG_REASON_SIZE]; /* why the driver refused, for people to read: what the file has and
+                                   mostly what would be read, such as "16 bits per pixel; 1, 4, 8,
+                                   24 and 32 are read". It belongs to `error`; "" where that says
+                                   all. Printable ASCII, kept until the next error or until the
+                                   handle is opened or created again */
 } img_file;
 
 #define IMG_MAGIC 0xdeadbeefu
@@ -349,6 +360,10 @@ int ka_img_custom_format(int format, img_test_function test, img_create_function
 /* Sets a handle's error; for drivers outside the library. Returns 0, so that a driver can return
  * it. */
 int ka_img_custom_format_error(img_file* handle, int code, int os_error);
+
+/* The same with handle->reason. A longer reason is cut, and bytes that are no printable ASCII become
+ * "?". Where `os_error` says why the system failed, no reason is kept. */
+int ka_img_custom_format_refuse(img_file* handle, int code, int os_error, const char* reason);
 
 /* Shared-exponent colours: four bytes, three mantissas and an exponent. A component that is not a
  * number counts as 0, one of 2^127 and above as the brightest that there is. */

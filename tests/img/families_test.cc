@@ -234,6 +234,8 @@ Outcome outcome_of(const std::string& path, int type) {
   outcome.opened = ka_img_open(file, path.c_str(), type) != 0;
   outcome.memory = ka_mem_getsize() - before;
   outcome.format = file->format;
+  const bool says_why = file->error == IMG_ERR_FORMAT || file->reason[0] != '\0';
+  EXPECT_TRUE(outcome.opened || says_why) << file->error;
   if (outcome.opened && std::int64_t{file->width} * file->height <= kMostPixels) {
     outcome.height = file->height;
     img_file shape = *file;
