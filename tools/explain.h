@@ -9,10 +9,9 @@
 // terminal. Programs that read it see the usual lines only.
 void explain(const std::string& text);
 
-// Why a file could not be opened, if the library's error leaves it open: what its header says, or
-// which formats are read.
-//   Before   ka_img_open has failed; the handle is not closed yet.
-void explain_refusal(const img_file& file);
+// Why an operation on a file has failed, if the error leaves it open: the driver's reason, or which
+// formats are read.
+void explain_failure(const img_file& file);
 
 // The names of the formats that are written, or of those that are read, with blanks between them.
 [[nodiscard]] std::string written_formats();

@@ -79,6 +79,7 @@ void OutputFile::make_temporary() {
 
 void OutputFile::fail(const char* format) {
   ka_img_err_msg(&file_);
+  explain_failure(file_);
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
   ka_fatal(format, name_.c_str());

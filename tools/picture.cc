@@ -33,9 +33,7 @@ Picture::Picture(const char* name, int extra_lines) : name_(name), extra_lines_(
 
 bool Picture::open() {
   failed_step_ = "cannot open %s";
-  is_opening_ = true;
   if (!ka_img_open(&file_, name_, IMG_TYPE_RGBA)) return false;
-  is_opening_ = false;
   file_.pyramid = 0;  // only the picture itself is compared
   ka_progress("reading %s: %dx%d", name_, file_.width, file_.height);
   failed_step_ = "cannot allocate frame buffer";
@@ -45,7 +43,7 @@ bool Picture::open() {
 
 void Picture::tell_failure() {
   ka_img_err_msg(&file_);
-  if (is_opening_) explain_refusal(file_);
+  explain_failure(file_);
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 #pragma GCC diagnostic ignored "-Wformat-security"

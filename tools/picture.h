@@ -54,7 +54,6 @@ class Picture {
   int extra_lines_;
   const char* failed_step_ =
       nullptr;  // fatal message of the step that is under way; its "%s" is the name
-  bool is_opening_ = false;
   img_file file_{};
   std::unique_ptr<img_line, ReleaseLine> line_;
 };
