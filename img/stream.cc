@@ -9,7 +9,8 @@
 
 namespace {
 
-constexpr std::int64_t kHere = -1;  // the position of the file descriptor
+constexpr std::int64_t kHere = -1;          // the position of the file descriptor
+constexpr std::size_t kLeastPortion = 512;  // bytes; the system takes as long for fewer
 
 // Reads up to `count` bytes at an offset, fewer only at the end of the file; -1 on a failure.
 ssize_t read_up_to(void* buffer, std::size_t count, FILE* stream, std::int64_t offset) {
@@ -46,6 +47,12 @@ void FileReader::start(img_file* handle, std::uint64_t offset, std::size_t buffe
   buffer_ = Buffer(std::size_t(std::min<std::uint64_t>(size_, buffer_size)));
   at_ = end_ = buffer_.data();
   left_ = size_ - std::min(offset, size_);
+  portion_ = buffer_.size();
+}
+
+void FileReader::jump(std::uint64_t offset) {
+  at_ = end_ = buffer_.data();
+  left_ = size_ - std::min(offset, size_);
 }
 
 void FileReader::seek(std::uint64_t offset) {
@@ -53,19 +60,27 @@ void FileReader::seek(std::uint64_t offset) {
   const std::uint64_t front = here - std::uint64_t(at_ - buffer_.data());
   if (offset >= front && offset <= here + std::uint64_t(end_ - at_)) {
     at_ = buffer_.data() + (offset - front);
-  } else {
-    at_ = end_ = buffer_.data();
+    left_ = size_ - std::min(offset, size_);
+    return;
   }
-  left_ = size_ - std::min(offset, size_);
+  const auto held = std::size_t(end_ - buffer_.data()), unused = std::size_t(end_ - at_);
+  if (unused > held / 2) portion_ = std::max(portion_ / 2, kLeastPortion);
+  jump(offset);
 }
 
 void FileReader::seek_back(std::uint64_t offset, std::size_t count) {
-  seek(offset);
-  if (std::uint64_t(end_ - at_) >= std::min<std::uint64_t>(count, left_)) return;
-  const std::uint64_t before = buffer_.size() - std::min(count, buffer_.size());
-  seek(offset - std::min(offset, before));
-  at_ = end_ = buffer_.data();  // what is at hand of it would not bring the rest
-  fill(std::min<std::size_t>(1, std::size_t(left_)));
+  const std::uint64_t here = size_ - left_;
+  const std::uint64_t front = here - std::uint64_t(at_ - buffer_.data());
+  const std::uint64_t behind = here + std::uint64_t(end_ - at_);
+  const std::uint64_t end = std::min(offset + count, size_);
+  if (offset >= front && end <= behind) return seek(offset);
+  const bool goes_on = offset < front && end >= front;
+  portion_ =
+      goes_on ? std::min(2 * portion_, buffer_.size()) : std::max(portion_ / 2, kLeastPortion);
+  const std::size_t wanted = std::min(std::max(portion_, count), buffer_.size());
+  const std::uint64_t before = wanted - std::min(count, wanted);
+  jump(offset - std::min(offset, before));
+  fill(std::size_t(std::min<std::uint64_t>(wanted, left_)));
   seek(offset);
 }
 
@@ -75,8 +90,10 @@ bool FileReader::fill(std::size_t count) {
   const auto kept = std::size_t(end_ - at_);
   const std::uint64_t behind =
       size_ - left_ + kept;  // file offset of what comes after the kept bytes
+  if (end_ != buffer_.data()) portion_ = 2 * std::min(portion_, buffer_.size());  // goes on
   std::memmove(buffer_.data(), at_, kept);
-  const auto wanted = std::size_t(std::min<std::uint64_t>(buffer_.size(), left_)) - kept;
+  const std::size_t most = std::min(std::max(portion_, count), buffer_.size());
+  const auto wanted = std::size_t(std::min<std::uint64_t>(most, left_)) - kept;
   const ssize_t got = read_up_to(buffer_.data() + kept, wanted, stream_, std::int64_t(behind));
   at_ = buffer_.data();
   end_ = at_ + kept + std::max<ssize_t>(got, 0);

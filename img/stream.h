@@ -32,7 +32,8 @@ class FileReader {
   // what one call of take can give.
   void start(img_file* handle, std::uint64_t offset, std::size_t buffer_size = kBufferSize);
 
-  // Goes on at another byte offset.
+  // Goes on at another byte offset. Where much of what was read was passed over, less is read at a
+  // time: rows that lie far apart cost what they take.
   void seek(std::uint64_t offset);
 
   // Goes on at an offset before which reading goes on later, as in files whose last line comes
@@ -76,7 +77,8 @@ class FileReader {
   }
 
  private:
-  bool fill(std::size_t count);  // makes `count` bytes available
+  bool fill(std::size_t count);     // makes `count` bytes available
+  void jump(std::uint64_t offset);  // goes there with an empty buffer
 
   FILE* stream_ = nullptr;
   Buffer buffer_;
@@ -84,6 +86,7 @@ class FileReader {
   const std::uint8_t* end_ = nullptr;  // behind the last byte in the buffer
   std::uint64_t size_ = 0;             // of the file
   std::uint64_t left_ = 0;             // bytes from at_ to the end of the file
+  std::size_t portion_ = 0;            // bytes to read at a time, when no more are asked for
 };
 
 // Writes a file through a buffer of its own, from front to back unless told otherwise.

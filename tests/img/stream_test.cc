@@ -103,6 +103,32 @@ TEST_F(Reader, GivesWhatTheFileHoldsWhereverItStands) {
   }
 }
 
+// Bytes that this process has read so far.
+std::uint64_t bytes_read() {
+  unsigned long long bytes = 0;
+  std::FILE* const counters = std::fopen("/proc/self/io", "r");
+  if (!counters) return 0;
+  EXPECT_EQ(std::fscanf(counters, "rchar: %llu", &bytes), 1);
+  std::fclose(counters);
+  return bytes;
+}
+
+TEST_F(Reader, TakesOnlyWhatIsNeededOfRowsThatLieFarApart) {
+  const std::string text = noise(1'000'000);
+  open(text, "rb");
+  for (const bool is_back : {false, true}) {
+    ka::FileReader reader;
+    reader.start(&file_, 0);
+    const std::uint64_t before = bytes_read();
+    for (std::size_t i = 0; i < 1000; ++i) {
+      const std::size_t at = i % 2 * 600'000 + 7 * i;
+      is_back ? reader.seek_back(at, 4) : reader.seek(at);
+      ASSERT_EQ(text_of(reader.take(4)), text.substr(at, 4));
+    }
+    EXPECT_LT(bytes_read() - before, 1'500'000u);
+  }
+}
+
 TEST_F(Reader, EndsQuietlyWhereTheFileEnds) {
   open("0123456789", "rb");
   std::filesystem::resize_file(path_, 4);  // it shrank
