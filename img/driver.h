@@ -8,6 +8,7 @@
 #include <ka/message.h>
 
 #include <array>
+#include <optional>
 #include <span>
 
 #include "imageplanes.h"
@@ -51,6 +52,13 @@ inline int finish_file(img_file* handle, FileWriter& out, int code) {
 // States the pixel type of the file that is being opened.
 inline void state_file_type(img_file* handle, int type) {
   handle->file_type = static_cast<std::uint8_t>(IMG_TYPE_COUNT + type);
+}
+
+// Notes whether the file can hold a line: each takes `needed` bytes at least, of `left` ones. A line
+// that long and longer than usual gets no planes, and the driver has to fail it without them.
+inline void note_line_bytes(img_file* handle, std::optional<std::uint64_t> needed,
+                            std::uint64_t left) {
+  handle->lacks_lines = handle->width > kUsualWidth && (!needed || *needed > left);
 }
 
 // Refuses to create a picture whose sides its header cannot hold: up to `largest` fit. Returns 1,

@@ -24,7 +24,6 @@
 
 namespace {
 
-constexpr int kUsualWidth = 1 << 20;   // pixels; wider than pictures are
 constexpr int kDefaultTypeNumber = 2;  // of the warning about a type that the format cannot write
 
 std::atomic<std::uint32_t> img_subverb{KA_SUBVERB_DEFAULT};
@@ -76,7 +75,7 @@ void prepare_conversion(img_file* handle, int from, int to) {
     ka_info("converting %s to %s", name_or_unknown(ka_img_type_name(from)),
             name_or_unknown(ka_img_type_name(to)));
   }
-  if (handle->width <= kUsualWidth) ka::img_prepare_line_between(handle);
+  if (handle->width <= ka::kUsualWidth) ka::img_prepare_line_between(handle);
 }
 
 // Opens the stream, takes the file's size and its first bytes. Returns 1, or 0 with the handle's

@@ -8,6 +8,10 @@
 
 namespace ka {
 
+// The longest line that gets its planes whatever the file holds, in pixels: none of its buffers
+// passes 4 MiB.
+constexpr int kUsualWidth = 1 << 18;
+
 // Sets the handle's error and the system error that belongs to it, 0 for none. On a handle that is
 // writing the file is removed. Returns 0, so that a failing operation is one statement.
 int img_error(img_file* handle, int code, int os_error);
@@ -20,6 +24,10 @@ int img_error(img_file* handle, int code, int os_error);
 
 // Makes zeroed memory of ka_img_image_size bytes an image of the handle.
 void img_fill_image(const img_file* handle, img_image* image);
+
+// Reads the first line of a file that lacks lines, to get its error. False for any other file, and
+// where the image would not be made either.
+bool img_fails_at_once(img_file* handle);
 
 // Removes the file at a handle's path, null: none. Devices, pipes and links stay: they were there
 // before the file was written, and what a link leads to is not known to be ours.

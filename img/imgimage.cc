@@ -1,6 +1,7 @@
 // Image buffers: one block that describes itself, read from and written to files as a whole.
 #include <errno.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include <ka/detail/scope.h>
@@ -23,6 +24,13 @@ bool claims_too_many_lines(const img_file* handle) {
   if (handle->writing || handle->width == 0 || handle->format >= IMG_FORMAT_CUSTOM) return false;
   return handle->height > kBelievedLines && handle->file_size > 0 &&
          handle->height > handle->file_size;
+}
+
+// Lines without pixels take no bytes of a file, or one each at least: those beyond its size are all
+// alike. They are not read.
+int lines_to_read(const img_file* handle) {
+  if (handle->width > 0 || handle->format >= IMG_FORMAT_CUSTOM) return handle->height;
+  return int(std::min<std::int64_t>(handle->height, handle->file_size));
 }
 
 int image_line(const img_file* handle, int i) {
@@ -52,6 +60,12 @@ size_t ka_img_image_size(img_file* handle) {
   return bytes ? std::size_t(*bytes) : 0;
 }
 
+bool ka::img_fails_at_once(img_file* handle) {
+  if (!handle->lacks_lines || handle->height == 0 || ka_img_image_size(handle) == 0) return false;
+  img_line none{};
+  return !ka_img_line_read(handle, &none);
+}
+
 void ka::img_fill_image(const img_file* handle, img_image* image) {
   image->width = handle->width;
   image->height = handle->height;
@@ -59,7 +73,8 @@ void ka::img_fill_image(const img_file* handle, img_image* image) {
   image->components = ka_img_ncomp[handle->type];
   image->filter = static_cast<float>(handle->pyramid);
   image->type = handle->type;
-  ka::lay_out(image);
+  // Planes without pixels need no place: a long table of them stays as the system gave it.
+  if (handle->width > 0 || handle->height <= kBelievedLines) ka::lay_out(image);
   if (handle->pyramid) ka::img_pyramid_create_directory(handle, image);
 }
 
@@ -84,6 +99,7 @@ void ka_img_image_release(img_image* image) {
 img_line* ka_img_line_alloc(img_file* handle) {
   const ka::ModuleScope scope(KA_IMG);
   if (!has_type(handle)) return nullptr;
+  if (handle->lacks_lines) return static_cast<img_line*>(ka_mem_allocate(sizeof(img_line)));
   const std::size_t bytes = ka::plane_bytes(handle->type, handle->width);
   const auto components = std::size_t(ka_img_ncomp[handle->type]);
   auto* const line = static_cast<img_line*>(ka_mem_allocate(sizeof(img_line) + components * bytes));
@@ -96,12 +112,14 @@ int ka_img_image_read(img_file* handle, img_image* image) {
   if (!ka::img_can_read(handle) || handle->line_count != 0) {
     return ka::img_error(handle, IMG_ERR_NOT_OPEN, 0);
   }
+  const int count = lines_to_read(handle);
   int result = 1, lines = 0;
-  for (int i = 0; i < handle->height && result; ++i, lines += result) {
+  for (int i = 0; i < count && result; ++i, lines += result) {
     img_line line;
     if (!ka::set_line_anywhere(&line, image, image_line(handle, i))) return unreachable(handle);
     result = ka_img_line_read(handle, &line);
   }
+  if (result) handle->line_count = handle->height;
   if (handle->pyramid && (result || lines > 0)) ka_img_pyramid_filter_levels(image);
   return result;
 }

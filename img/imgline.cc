@@ -81,7 +81,10 @@ int ka_img_line_read(img_file* handle, img_line* line) {
   if (!ka::img_can_read(handle)) return unopened(handle);
   const auto read = ka::img_format_at(handle->format).driver.read;
   int result = 0;
-  if (needs_line_between(handle)) {
+  if (handle->lacks_lines) {
+    img_line none{};
+    result = read && read(handle, &none);
+  } else if (needs_line_between(handle)) {
     if (!handle->conversion) allocate_line_between(handle);
     result = read && read(handle, handle->conversion);
     ka::img_convert(line, handle->conversion, handle->type, handle->file_type,

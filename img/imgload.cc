@@ -6,6 +6,7 @@
 #include <ka/detail/scope.h>
 
 #include "imageplanes.h"
+#include "imgcall.h"
 
 namespace {
 
@@ -15,6 +16,7 @@ struct ReleaseImage {
 
 // Null when the image is not whole.
 img_image* read_whole(img_file* handle) {
+  if (ka::img_fails_at_once(handle)) return nullptr;
   std::unique_ptr<img_image, ReleaseImage> image(ka_img_image_alloc(handle));
   if (!image || !ka_img_image_read(handle, image.get())) return nullptr;
   return image.release();

@@ -74,7 +74,8 @@ bool cache(img_file& file, ka_job_call& call) {
 }
 
 int read_whole(img_file& file, const TextureJob& job, ka_job_call& call) {
-  img_image* const image = ka::img_make_element(&file, &call.tag, job.name);
+  img_image* const image =
+      ka::img_fails_at_once(&file) ? nullptr : ka::img_make_element(&file, &call.tag, job.name);
   file.pyramid = 0;  // there is nothing to filter in a picture that cannot be read
   if (!image || !ka_img_image_read(&file, image)) {
     ka_img_err_msg(&file);

@@ -2,6 +2,7 @@
 
 #include <errno.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -37,7 +38,8 @@ int panel_lines(const Options& options) { return options.no_histogram ? 0 : ka::
 ka::Difference measure_streams(Picture& first, Picture& second,
                                const ka::MeasureSettings& settings) {
   ka::Meter meter(settings);
-  for (int i = 0; i < first.height(); ++i) {
+  const int lines = std::max(first.lines_to_read(), second.lines_to_read());
+  for (int i = 0; i < lines; ++i) {
     if (!first.read_line()) first.tell_failure();
     if (!second.read_line()) {
       first.read_rest();
@@ -55,25 +57,31 @@ struct Buffers {
   ImageBuffer first, second;
 };
 
+[[noreturn]] void refuse_sizes(const Picture& first, const Picture& second) {
+  explain(first.size_text() + ", " + second.size_text());
+  ka_fatal("files have different sizes");
+}
+
 // Both pictures are needed whole for a difference image, for files whose lines do not come in the
-// same order, and to show the messages of each file together.
+// same order, and to show the messages of each file together. Of different sizes neither is kept.
 ka::Difference read_and_measure(Picture& first, Picture& second, bool keep_whole,
                                 const ka::MeasureSettings& settings, Buffers& buffers) {
   if (!first.open()) first.tell_failure();
-  if (keep_whole) buffers.first = first.read();
-  if (!second.open()) {
+  if (keep_whole && second.would_open_as_large_as(first)) {
+    buffers.first = first.read();
+  } else if (keep_whole) {
+    first.read_rest();
+  }
+  const bool is_open = second.open();
+  if (!is_open || !first.same_size(second)) {
     if (!buffers.first) first.read_rest();
-    second.tell_failure();
+    if (!is_open) second.tell_failure();
+    second.read_rest();
+    refuse_sizes(first, second);
   }
-  if (!keep_whole && first.same_size(second) && first.same_order(second)) {
-    return measure_streams(first, second, settings);
-  }
+  if (!keep_whole && first.same_order(second)) return measure_streams(first, second, settings);
   if (!buffers.first) buffers.first = first.read();
   buffers.second = second.read();
-  if (!first.same_size(second)) {
-    explain(first.size_text() + ", " + second.size_text());
-    ka_fatal("files have different sizes");
-  }
   ka_progress("pass 1: max diff");
   return ka::measure(buffers.first.get(), buffers.second.get(), second.height(), settings);
 }

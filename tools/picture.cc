@@ -41,6 +41,17 @@ bool Picture::open() {
   return ka_img_image_size(&file_) != 0;
 }
 
+bool Picture::would_open_as_large_as(const Picture& other) const {
+  const std::uint32_t verbosity = ka_get_verbosity();
+  ka_set_verbosity(0);
+  img_file file{};
+  const bool result = ka_img_open(&file, name_, IMG_TYPE_RGBA) && file.width == other.width() &&
+                      file.height == other.height();
+  ka_img_close(&file);
+  ka_set_verbosity(verbosity);
+  return result;
+}
+
 void Picture::tell_failure() {
   ka_img_err_msg(&file_);
   explain_failure(file_);
@@ -53,6 +64,7 @@ void Picture::tell_failure() {
 }
 
 ImageBuffer Picture::read() {
+  if (file_.lacks_lines) read_rest();  // which fails without a buffer
   const auto allocate = [&] {
     const RaisedHeight raised(file_, extra_lines_);
     return ImageBuffer(ka_img_image_alloc(&file_));
@@ -72,7 +84,7 @@ bool Picture::read_line() {
 }
 
 void Picture::read_rest() {
-  while (file_.line_count < file_.height) {
+  while (file_.line_count < lines_to_read()) {
     if (!read_line()) tell_failure();
   }
 }
@@ -80,6 +92,11 @@ void Picture::read_rest() {
 void Picture::close() {
   failed_step_ = "cannot close %s";
   if (!ka_img_close(&file_)) tell_failure();
+}
+
+int Picture::lines_to_read() const {
+  if (file_.width > 0) return file_.height;
+  return int(std::min<std::int64_t>(file_.height, file_.file_size));
 }
 
 ka::LinePlanes Picture::planes() const {

@@ -28,6 +28,9 @@ class Picture {
   // Tells the file's error and ends the process with a fatal message about the step that failed.
   [[noreturn]] void tell_failure();
 
+  // Whether the file can be opened and has the size of another picture. Tells nothing.
+  [[nodiscard]] bool would_open_as_large_as(const Picture& other) const;
+
   // Reads everything into a buffer and closes the file. A failure is told and ends the process.
   [[nodiscard]] ImageBuffer read();
 
@@ -44,6 +47,8 @@ class Picture {
   [[nodiscard]] const char* name() const { return name_; }
   [[nodiscard]] int width() const { return file_.width; }
   [[nodiscard]] int height() const { return file_.height; }
+  // Lines without pixels beyond the bytes of the file take none of them, and are all alike.
+  [[nodiscard]] int lines_to_read() const;
   [[nodiscard]] std::string size_text() const;  // with the name, for messages
   [[nodiscard]] bool same_size(const Picture& other) const;
   // Whether both files hold their lines in the same order.

@@ -154,6 +154,7 @@ int img_open_bmp(img_file* handle, const std::uint8_t* head) {
     return img_refuse(handle, IMG_ERR_READ, errno, "the file ends in the palette of %u colors",
                       header.colors);
   }
+  note_line_bytes(handle, state->row_bytes, std::uint64_t(handle->file_size));
   handle->data.p = state.release();
   return 1;
 }
@@ -187,7 +188,9 @@ int img_create_bmp(img_file* handle) {
 
 int img_read_bmp(img_file* handle, img_line* line) {
   auto& state = state_of<BmpState>(handle);
-  if (handle->line_count >= handle->height) return img_error(handle, IMG_ERR_READ, 0);
+  if (handle->lacks_lines || handle->line_count >= handle->height) {
+    return img_error(handle, IMG_ERR_READ, 0);
+  }
   const auto row = read_row(handle, state);
   if (row.empty()) return img_error(handle, IMG_ERR_READ, errno);
   const auto planes = plane_pointers<std::uint8_t, 4>(line);

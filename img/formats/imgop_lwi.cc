@@ -20,6 +20,7 @@ constexpr std::uint8_t kLastKnown = 24;       // of the types that tell the form
 constexpr std::uint8_t kTypes = 32;           // types are below
 constexpr unsigned kNeeded = 0b111101;        // bit t: type kSizeRecord + t; 20 may be missing
 constexpr std::size_t kSizeRecordBytes = 32;  // as far as anything in it is looked at
+constexpr unsigned kLongestRun = 255;         // pixels of a packet
 constexpr std::uint8_t kLastPart = 17;        // byte of the size record in front of the pixels
 
 struct SizeRecord {
@@ -89,6 +90,8 @@ int img_open_lwi(img_file* handle, const std::uint8_t* head) {
   handle->width = static_cast<int>(size->width);
   handle->height = static_cast<int>(size->height);
   state->packets.seek(*offset + size->pixels);
+  const std::uint64_t runs = (std::uint64_t{size->width} + kLongestRun - 1) / kLongestRun;
+  note_line_bytes(handle, kRunBytes * runs, state->packets.left());
   handle->data.p = state.release();
   return 1;
 }
@@ -97,6 +100,7 @@ int img_create_lwi(img_file* /*handle*/) { return 1; }
 
 int img_read_lwi(img_file* handle, img_line* line) {
   auto& state = state_of<LwiState>(handle);
+  if (handle->lacks_lines) return img_error(handle, IMG_ERR_READ, 0);
   if (state.failure != IMG_ERR_NONE) return img_error(handle, state.failure, 0);
   auto planes = plane_pointers<std::uint8_t, 3>(line);
   auto left = static_cast<std::size_t>(handle->width);

@@ -96,6 +96,8 @@ int img_open_map(img_file* handle, const std::uint8_t* head) {
   handle->width = image.width;
   handle->height = image.height;
   handle->pyramid = pyramid_of(image.filter);
+  note_line_bytes(handle, plane_bytes(state->head.type, image.width),
+                  std::uint64_t(handle->file_size));
   state_file_type(handle, state->head.type);
   state->tables.start(handle, 0, kTableBuffer);
   state->planes.start(handle, 0);
@@ -128,6 +130,7 @@ int img_read_map(img_file* handle, img_line* line) {
   if (state.head.swapped) ka_swap_ints(entry.offset, IMG_SLOTS);
   const auto planes = map_line(entry, base, type);
   if (!planes) return img_refuse(handle, IMG_ERR_CORRUPT, 0, "a plane outside its level");
+  if (handle->lacks_lines) return img_error(handle, IMG_ERR_READ, 0);
   const std::size_t bytes = plane_bytes(type, handle->width), first = first_slot(type);
   for (std::size_t c = 0; c < std::size_t(ka_img_ncomp[type]); ++c) {
     auto* const to = plane_of<std::uint8_t>(line, first + c);

@@ -103,6 +103,13 @@ bool has_wide_samples(const Header& header, std::uint64_t bytes) {
   return header.range > 255 && samples && *samples > 0 && bytes > *samples;
 }
 
+// Bytes that a line takes at least: a sample of text is a character and the blank after it, which
+// the last one of a file may lack.
+std::optional<std::uint64_t> least_line(const Header& header, char letter) {
+  const auto samples = checked_product(header.width, 3);
+  return letter == '6' ? samples : 2 * *samples - 1;
+}
+
 // The samples of one line of text. The character that ended a sample is looked at again for the
 // next one, and forgotten at the end of the line.
 class TextLine {
@@ -262,6 +269,7 @@ int img_open_ppm(img_file* handle, const std::uint8_t* head) {
                       "samples of two bytes (up to %d) are not read; one byte is", header->range);
   handle->width = header->width;
   handle->height = header->height;
+  note_line_bytes(handle, least_line(*header, state->letter), state->pixels.left());
   state_file_type(handle, is_float ? IMG_TYPE_RGBE : IMG_TYPE_RGB);
   handle->data.p = state.release();
   return 1;
@@ -283,7 +291,11 @@ int img_create_ppm(img_file* handle) {
 }
 
 int img_read_ppm(img_file* handle, img_line* line) {
-  switch (state_of<PpmState>(handle).letter) {
+  const char letter = state_of<PpmState>(handle).letter;
+  if (handle->lacks_lines) {
+    return img_error(handle, letter == '3' ? IMG_ERR_CORRUPT : IMG_ERR_READ, 0);
+  }
+  switch (letter) {
     case '6':
       return read_binary_line(handle, line);
     case '3':

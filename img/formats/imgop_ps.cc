@@ -108,6 +108,8 @@ int open_text(img_file* handle, int first_lines) {
   }
   handle->width = picture->width;
   handle->height = picture->height;
+  const int components = picture->type == IMG_TYPE_RGB ? 3 : 1;
+  note_line_bytes(handle, checked_product(picture->width, components, 2), in.left());
   state_file_type(handle, picture->type);
   handle->data.p = state.release();
   return 1;
@@ -328,6 +330,7 @@ int img_create_ps(img_file* handle) { return create_text(handle, print_ps_head);
 int img_create_eps(img_file* handle) { return create_text(handle, print_eps_head); }
 
 int img_read_ps(img_file* handle, img_line* line) {
+  if (handle->lacks_lines) return img_error(handle, IMG_ERR_CORRUPT, 0);
   if (handle->components == 3) {
     return read_line(handle, plane_pointers<std::uint8_t, 3>(line));
   }

@@ -238,6 +238,9 @@ int img_open_tiff(img_file* handle, const std::uint8_t* head) {
     return img_refuse(handle, IMG_ERR_READ, 0, "the file is too short for a row of %zu bytes",
                       state->row_bytes);
   }
+  const std::uint64_t per_byte = state->is_compressed ? kMostExpanded : 1;
+  note_line_bytes(handle, (state->row_bytes + per_byte - 1) / per_byte,
+                  std::uint64_t(handle->file_size));
   start_planes(handle, *state);
   state_file_type(handle, file_type_of(*state));
   handle->data.p = state.release();

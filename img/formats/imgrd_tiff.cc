@@ -161,7 +161,9 @@ int read_planes(img_file* handle, State& state, img_line* line) {
 
 int img_read_tiff(img_file* handle, img_line* line) {
   auto& state = state_of<State>(handle);
-  if (handle->line_count >= handle->height) return img_error(handle, IMG_ERR_READ, 0);
+  if (handle->lacks_lines || handle->line_count >= handle->height) {
+    return img_error(handle, IMG_ERR_READ, 0);
+  }
   if (state.is_planar) return read_planes(handle, state, line);
   const Row row = read_row(handle, state, 0);
   if (row.empty()) return 0;

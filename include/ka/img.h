@@ -150,6 +150,8 @@ typedef struct img_file {
   int writing;       /* 1: made by ka_img_create; any failure removes the file */
   uint8_t file_type; /* img_type of the file */
   uint8_t has_header; /* the driver has read or written it */
+  uint8_t lacks_lines; /* 1: the file is too short for a single one of its very long lines: each
+                          fails, and its planes are not touched */
   FILE* stream;       /* the open file, or null */
   char* name;         /* as the caller gave it; owned by the handle */
   char* path;         /* what the name stands for, null where a caller's descriptor or a standard
@@ -252,7 +254,8 @@ int ka_img_close(img_file* handle);
 int ka_img_line_read(img_file* handle, img_line* line);
 int ka_img_line_write(img_file* handle, img_line* line);
 
-/* A line record of handle->type and handle->width with its planes behind it, zeroed.
+/* A line record of handle->type and handle->width with its planes behind it, zeroed; without planes
+ * where handle->lacks_lines is set.
  *   Returns  null with handle->error 10 when handle->type is no type, as after a failed open.
  *   Memory   the caller's, released with ka_mem_release. */
 img_line* ka_img_line_alloc(img_file* handle);
