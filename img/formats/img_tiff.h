@@ -105,6 +105,7 @@ struct State {
   std::size_t sample_bits;
   std::size_t row_bytes;  // of a decoded row, of one plane where they are separate
   bool is_planar;         // rows of separate planes
+  std::uint64_t idle;     // bytes of packets that gave no bytes, in all rows so far
   Strips strips;
   Palette palette;
   std::array<PlaneReader, 4> planes;

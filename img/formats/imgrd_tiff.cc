@@ -46,6 +46,17 @@ Row read_plain(img_file* handle, State& state, PlaneReader& plane, const Place& 
   return row.empty() ? fail(handle, IMG_ERR_READ, errno) : row;
 }
 
+// Packets without bytes do not count in the bound of a row's packets. A row may have some, up to the
+// size of the reader's buffer; all rows together, which can share them, up to the size of the file.
+// `used` are the bytes of a row's packets so far. False with the handle's error.
+bool check_idle(img_file* handle, const State& state, std::uint64_t used, std::uint64_t row_bytes) {
+  const std::uint64_t usual = 2 * row_bytes;
+  if (used <= usual) return true;
+  const bool is_sound = used <= std::max<std::uint64_t>(usual, FileReader::kBufferSize) &&
+                        state.idle + (used - usual) <= std::uint64_t(handle->file_size);
+  return is_sound || img_error(handle, IMG_ERR_CORRUPT, 0);
+}
+
 // Goes to the row's first packet: packets do not tell where rows begin. The way from row to row is
 // none, since the rows before are known to end there.
 bool walk(img_file* handle, const State& state, PlaneReader& plane, const Place& place) {
@@ -84,7 +95,10 @@ Row decodeline(img_file* handle, State& state, PlaneReader& plane, const Place& 
       return {};
     }
     if (end == RowEnd::kShort && used == 0) return fail(handle, IMG_ERR_READ, failure);
+    if (!check_idle(handle, state, position - plane.position, row.size())) return {};
   }
+  const std::uint64_t packed = position - plane.position;
+  state.idle += packed - std::min(packed, 2 * std::uint64_t{row.size()});
   plane.position = position;
   plane.filled += row.size();
   return row;

@@ -115,6 +115,16 @@ std::vector<unsigned> color_map(unsigned count) {
 
 const Entry kPacked = {259, kShort, {kPackBits}}, kPlanes = {284, kShort, {2}};
 const Entry kOneRow = {278, kLong, {1}}, kTwoRows = {278, kShort, {2}};
+// Lines of one pixel that share a strip: so many packets without bytes, then a pixel.
+std::string sharing(std::size_t lines, std::size_t no_ops) {
+  const auto head = [lines](unsigned offset) {
+    return directory(one(1, unsigned(lines), 8, kBlackIsZero,
+                         {kPacked, kOneRow, {273, kLong, std::vector<unsigned>(lines, offset)}}),
+                     true);
+  };
+  return head(unsigned(head(0).size())) + std::string(no_ops, '\x80') + bytes({0, 5});
+}
+
 const Entries kGreyLines = one(2, 3, 8, kBlackIsZero, {kTwoRows});
 const test::Lines kThreeLines = {grey({5, 6}), grey({3, 4}), grey({1, 2})};
 const std::vector<std::string> kTwoStrips = {bytes({1, 2, 3, 4}), bytes({5, 6})};
@@ -125,6 +135,8 @@ const std::vector<test::Shown> kWholeFiles = {
     {"MagicOfTheOtherByteOrder",
      bytes({'M', 'M', 42, 0}) + kSpelledOut.substr(4),
      {{{70}, {80}, {90}}}},
+    {"PacketsWithoutBytes", sharing(1, 131'000), {grey({5})}},
+    {"SharedPacketsWithoutBytes", sharing(100, 5), test::Lines(100, grey({5}))},
 };
 const std::vector<test::Picture> kPictures = {
     picture("BottomLineFirst",
@@ -276,6 +288,8 @@ const std::string kUnequalTables =
 
 const std::vector<test::Refusal> kRefusals = {
     {"OtherMagic", bytes({'I', 'I', 43, 0, 8, 0, 0, 0, 0, 0}), IMG_ERR_FORMAT},
+    {"TooManyPacketsWithoutBytes", sharing(1, 200'000), IMG_ERR_CORRUPT, 0},
+    {"SharedPacketsWithoutBytesInAll", sharing(3, 5'000), IMG_ERR_CORRUPT, 1},
     {"OtherPhotometric", with({262, kShort, {5}}), IMG_ERR_SUBTYPE},
     {"FiveComponents", with({277, kShort, {5}}), IMG_ERR_SUBTYPE},
     {"ColorsOf4Bits", with({258, kShort, {4, 4, 4}}), IMG_ERR_SUBTYPE},
