@@ -4,13 +4,11 @@
 // The codec leaves a failing call by a jump to whoever armed it. Between the two there is nothing
 // that would have to be taken down.
 #include <errno.h>
-#include <setjmp.h>
 
 #include <algorithm>
 #include <bit>
 #include <climits>
 #include <cstdio>
-#include <limits>
 #include <type_traits>
 
 #include <jpeglib.h>
@@ -21,8 +19,8 @@
 #include <ka/detail/scope.h>
 #include <ka/version.h>
 
-#include "driver.h"
 #include "drivers.h"
+#include "img_jfif.h"
 #include "linekernels.h"
 #include "stream.h"
 
@@ -34,49 +32,6 @@ constexpr std::size_t kComponents = 3;
 constexpr std::size_t kWriteBuffer = std::size_t{16} << 10;
 constexpr int kDefaultQuality = 75;
 constexpr int kQualityNumber = 1;  // of the warning about a quality that is out of range
-
-// Every scan passes over the whole picture. Encoders make about ten of them.
-constexpr int kMostScans = 100;
-
-// A file of several scans is kept as coefficients, 128 bytes for 64 of them, until its last scan.
-// The first scan takes a bit for each 64 at least, so that an honest file of n bytes needs no more
-// than 1024 * n; the rest is for the codec's own rows.
-constexpr std::uint64_t kMemoryPerByte = 1024;
-constexpr std::uint64_t kMemoryForRows = std::uint64_t{16} << 20;
-
-struct JfifState {
-  JfifState() = default;
-  ~JfifState() {
-    jpeg_destroy_decompress(&reader);
-    jpeg_destroy_compress(&writer);
-  }
-  JfifState(const JfifState&) = delete;
-  JfifState& operator=(const JfifState&) = delete;
-
-  jpeg_error_mgr errors{};
-  jmp_buf jump{};
-  bool aborted = false;  // the codec has failed and is not called again
-  bool damaged = false;  // since pixels would have been made up
-  Buffer row;            // interleaved samples of a line
-
-  jpeg_decompress_struct reader{};
-  jpeg_source_mgr source{};
-  jpeg_progress_mgr progress{};
-  FileReader in;
-  std::uint64_t file_size = 0;
-  bool ended = false;  // the codec has asked for more than the file holds
-  int failure = 0;     // error number of the system then, 0 for the end of the file
-
-  jpeg_compress_struct writer{};
-  jpeg_destination_mgr destination{};
-  Buffer written;  // bytes on their way to `out`
-  FileWriter out;
-};
-
-template <typename Codec>
-JfifState& state_of(const Codec* codec) {
-  return *static_cast<JfifState*>(codec->client_data);
-}
 
 template <typename Codec>
 j_common_ptr common(Codec* codec) {
@@ -165,24 +120,15 @@ void skip_input_data(j_decompress_ptr codec, long count) {
   if (bytes > at_hand) state.in.seek(state.file_size - state.in.left() + (bytes - at_hand));
 }
 
-void count_scans(j_common_ptr codec) {
-  if (state_of(codec).reader.input_scan_number <= kMostScans) return;
-  codec->err->msg_code = JERR_NOTIMPL;
-  custom_jpg_error_handler(codec);
-}
-
-void create_reader(JfifState& state, const img_file* handle) {
+void create_reader(JfifState& state) {
   jpeg_create_decompress(&state.reader);
-  const auto most = kMemoryForRows + kMemoryPerByte * std::uint64_t(handle->file_size);
-  state.reader.mem->max_memory_to_use =
-      static_cast<long>(std::min<std::uint64_t>(most, std::numeric_limits<long>::max()));
   state.source.init_source = [](j_decompress_ptr) {};
   state.source.fill_input_buffer = fill_input_buffer;
   state.source.skip_input_data = skip_input_data;
   state.source.resync_to_restart = jpeg_resync_to_restart;
   state.source.term_source = [](j_decompress_ptr) {};
   state.reader.src = &state.source;
-  state.progress.progress_monitor = count_scans;
+  state.progress.progress_monitor = img_jfif_count_scans;
   state.reader.progress = &state.progress;
 }
 
@@ -302,14 +248,15 @@ int img_open_jfif(img_file* handle, const std::uint8_t* /*head*/) {
   state->file_size = std::uint64_t(handle->file_size);
   state->in.start(handle, 0);
   set_hooks(*state, reader);
-  const auto set_up = [&state = *state, handle] {
-    create_reader(state, handle);
+  const auto set_up = [&state = *state] {
+    create_reader(state);
     read_header(state);
   };
   if (!guarded(*state, set_up)) return refuse(handle, *state, IMG_ERR_SUBTYPE, state->failure);
   handle->width = static_cast<int>(reader.output_width);
   handle->height = static_cast<int>(reader.output_height);
   handle->topdown = 1;
+  if (!img_jfif_prepare_blocks(*state)) return img_error(handle, IMG_ERR_SUBTYPE, 0);
   if (!guarded(*state, [&reader] { jpeg_start_decompress(&reader); }) ||
       ends_before_its_last_scan(*state)) {
     return failed_reading(handle, *state, IMG_ERR_SUBTYPE);

@@ -56,6 +56,19 @@ std::string progressive(std::size_t scans) {
          repeated(scans - 1, scan(1, 63, {0x3f})) + kEnd;
 }
 
+// The start of a grey picture of a million blocks that has no tables.
+std::string large(int kind) {
+  std::string head = kStart + kApp + kTables + frame(8192, kind);
+  return head.replace(head.size() - 6, 2, be(2, kind == 0xc9 ? 9000 : 8192));
+}
+// A scan of nothing, in runs of 16384 blocks of 15 bits each.
+std::string empty_scans(std::size_t scans) {
+  const std::string table = bytes({0xff, 0xc4, 0, 20, 0x10, 1}) + std::string(15, '\0') + "\xe0";
+  std::string text = large(0xc2) + table;
+  text += repeated(scans, scan(1, 63, {}) + std::string((64 * 15 + 7) / 8, '\0')) + kEnd;
+  return text + std::string(150'000, '\0');
+}
+
 // A marker behind each block.
 const std::string kRestarting =
     kStart + kApp + kTables + bytes({0xff, 0xdd, 0, 4, 0, 1}) + frame(16);
@@ -102,6 +115,8 @@ const std::vector<test::Refusal> kRefusals = {
      IMG_ERR_READ},
     {"ProgressiveOfTooManyScans", progressive(101), IMG_ERR_SUBTYPE},
     {"ProgressiveLargerThanItsFile", seed("progressive_huge.jpg"), IMG_ERR_SUBTYPE},
+    {"ProgressivePassesOverTooManyBlocks", empty_scans(60), IMG_ERR_SUBTYPE},
+    {"ArithmeticLargerThanItsFile", large(0xc9) + scan(0, 63, {}) + kEnd, IMG_ERR_SUBTYPE},
     {"ArithmeticEnds", seed("arithmetic.jpg").substr(0, 220), IMG_ERR_READ, 0},
 };
 TEST(Jpg, RefusalsAreTold) { test::expect_refusals(kRefusals); }
