@@ -160,6 +160,10 @@ int read_binary_line(img_file* handle, img_line* line) {
   return 1;
 }
 
+int refuse_sample(img_file* handle) {
+  return img_refuse(handle, IMG_ERR_CORRUPT, 0, "a sample is not a number");
+}
+
 int read_decimal_line(img_file* handle, img_line* line) {
   TextLine text(state_of<PpmState>(handle).pixels);
   const auto planes = line_planes<std::uint8_t, 3>(handle, line);
@@ -172,7 +176,7 @@ int read_decimal_line(img_file* handle, img_line* line) {
       sound = sample.has_value();
     }
   }
-  return sound ? 1 : img_refuse(handle, IMG_ERR_CORRUPT, 0, "a sample is not a number");
+  return sound ? 1 : refuse_sample(handle);
 }
 
 int read_float_line(img_file* handle, img_line* line) {
@@ -293,7 +297,7 @@ int img_create_ppm(img_file* handle) {
 int img_read_ppm(img_file* handle, img_line* line) {
   const char letter = state_of<PpmState>(handle).letter;
   if (handle->lacks_lines) {
-    return img_error(handle, letter == '3' ? IMG_ERR_CORRUPT : IMG_ERR_READ, 0);
+    return letter == '3' ? refuse_sample(handle) : img_error(handle, IMG_ERR_READ, 0);
   }
   switch (letter) {
     case '6':
