@@ -12,6 +12,9 @@
 
 namespace ka {
 
+// Every scan passes over the whole picture. Encoders make about ten of them.
+constexpr int kMostScans = 100;
+
 // The coefficients of a file of several scans in place of the codec's own arrays, which take 128
 // bytes for a block of which the file may have a bit: rows of blocks are packed while the codec
 // does not use them.
@@ -77,9 +80,10 @@ JfifState& state_of(const Codec* codec) {
   return *static_cast<JfifState*>(codec->client_data);
 }
 
-// Whether a file of this size can have so many pixels and blocks. Before: its header has been read.
-// Where its blocks would take much more memory than the file, they are packed from here on.
-[[nodiscard]] bool img_jfif_prepare_blocks(JfifState& state);
+// Ends a call of the codec where the file is too small for its pixels and blocks. Where its blocks
+// would take much more memory than the file, they are packed from here on. Before: the header has
+// been read.
+void img_jfif_prepare_blocks(j_decompress_ptr reader);
 
 // Called by the codec all the while that it reads: ends a call that would keep the reader busy with
 // next to no data.

@@ -256,9 +256,11 @@ int img_open_jfif(img_file* handle, const std::uint8_t* /*head*/) {
   handle->width = static_cast<int>(reader.output_width);
   handle->height = static_cast<int>(reader.output_height);
   handle->topdown = 1;
-  if (!img_jfif_prepare_blocks(*state)) return img_error(handle, IMG_ERR_SUBTYPE, 0);
-  if (!guarded(*state, [&reader] { jpeg_start_decompress(&reader); }) ||
-      ends_before_its_last_scan(*state)) {
+  const auto start = [&reader] {
+    img_jfif_prepare_blocks(&reader);
+    jpeg_start_decompress(&reader);
+  };
+  if (!guarded(*state, start) || ends_before_its_last_scan(*state)) {
     return failed_reading(handle, *state, IMG_ERR_SUBTYPE);
   }
   state->row = Buffer(std::size_t{reader.output_width} * kComponents);

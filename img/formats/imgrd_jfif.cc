@@ -11,9 +11,6 @@ namespace ka {
 
 namespace {
 
-// Every scan passes over the whole picture. Encoders make about ten of them.
-constexpr int kMostScans = 100;
-
 // Each scan passes over the blocks of its components, and those of one may take next to no bytes.
 // But the first takes a bit for each block at least, and few scans follow for one component: an
 // honest file of n bytes passes over fewer blocks than 64 * n, beside those that cost nothing much.
@@ -109,7 +106,7 @@ JBLOCKARRAY access_blocks(j_common_ptr codec, jvirt_barray_ptr rows, JDIMENSION 
   JfifState& state = state_of(codec);
   auto& component = *reinterpret_cast<JpegBlocks::Component*>(rows);
   const JBLOCKARRAY blocks = state.blocks.access(component, first, count, is_written != FALSE);
-  if (state.blocks.packed_bytes() > plain_memory(state)) ERREXIT(codec, JERR_NOTIMPL);
+  if (state.blocks.packed_bytes() > plain_memory(state)) ERREXIT(codec, JERR_NO_BACKING_STORE);
   return blocks;
 }
 
@@ -186,17 +183,18 @@ JBLOCKARRAY JpegBlocks::access(Component& component, std::size_t first, std::siz
   return component.row.data() + (first - component.first);
 }
 
-bool img_jfif_prepare_blocks(JfifState& state) {
-  jpeg_decompress_struct& reader = state.reader;
-  const std::uint64_t pixels = std::uint64_t{reader.output_width} * reader.output_height;
-  if (reader.arith_code && pixels > kFreePixels + kPixelsPerByte * state.file_size) return false;
-  if (!jpeg_has_multiple_scans(&reader)) return true;
-  const std::uint64_t bytes = block_bytes(reader);
-  if (bytes > plain_memory(state)) {
-    reader.mem->request_virt_barray = request_blocks;
-    reader.mem->access_virt_barray = access_blocks;
-  }
-  return bytes <= kFreeMemory + kMemoryPerByte * state.file_size;
+void img_jfif_prepare_blocks(j_decompress_ptr reader) {
+  const JfifState& state = state_of(reader);
+  const std::uint64_t pixels = std::uint64_t{reader->output_width} * reader->output_height;
+  const std::uint64_t most_pixels = kFreePixels + kPixelsPerByte * state.file_size;
+  if (reader->arith_code && pixels > most_pixels) ERREXIT(reader, JERR_NO_BACKING_STORE);
+  if (!jpeg_has_multiple_scans(reader)) return;
+  const std::uint64_t bytes = block_bytes(*reader);
+  if (bytes > kFreeMemory + kMemoryPerByte * state.file_size)
+    ERREXIT(reader, JERR_NO_BACKING_STORE);
+  if (bytes <= plain_memory(state)) return;
+  reader->mem->request_virt_barray = request_blocks;
+  reader->mem->access_virt_barray = access_blocks;
 }
 
 void img_jfif_count_scans(j_common_ptr codec) {
@@ -204,11 +202,13 @@ void img_jfif_count_scans(j_common_ptr codec) {
   jpeg_decompress_struct& reader = state.reader;
   if (reader.input_scan_number == state.scans) return;
   state.scans = reader.input_scan_number;
+  if (state.scans > kMostScans) ERREXIT(codec, JERR_NOTIMPL);
+  if (!jpeg_has_multiple_scans(&reader)) return;
   state.passes += std::uint64_t{reader.MCUs_per_row} * reader.MCU_rows_in_scan *
                   std::uint64_t(reader.blocks_in_MCU);
-  const bool is_sound =
-      state.scans <= kMostScans && state.passes <= kFreePasses + kPassesPerByte * state.file_size;
-  if (!is_sound && jpeg_has_multiple_scans(&reader)) ERREXIT(codec, JERR_NOTIMPL);
+  if (state.passes > kFreePasses + kPassesPerByte * state.file_size) {
+    ERREXIT(codec, JERR_NO_BACKING_STORE);
+  }
 }
 
 }  // namespace ka
