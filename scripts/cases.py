@@ -133,8 +133,8 @@ def rla(lines, **header):
 
 
 # SGI. Starts of rows count from the first byte of the packets.
-def sgi_header(storage, size, dimension, width, height, channels):
-    return padded(be(2, 474) + b(storage, size) + be(2, dimension, width, height, channels), 512)
+def sgi_header(storage, size, dimension, width, height, channels, largest=0):
+    return padded(be(2, 474) + b(storage, size) + be(2, dimension, width, height, channels, 0, 0, 0, largest), 512)
 
 
 def sgi_rows(table, packets):
