@@ -205,7 +205,7 @@ def rows_of(path):
 
 
 def files_of(path):
-    """Name and bytes of each case of a list."""
+    """Returns name and bytes of each case of a list."""
     names, files = dict(globals()), {}
     for row in rows_of(path):
         if row.startswith('let '):

@@ -1,5 +1,6 @@
 // Tiled IFF images: the tiles that are written, lines in any order, failures, nested chunks.
 #include <gtest/gtest.h>
+#include <ka/mem.h>
 #include <ka/message.h>
 #include <sys/resource.h>
 
@@ -133,6 +134,14 @@ TEST(Iff, NothingIsWrittenBehindAStripThatFailed) {
   }
   EXPECT_TRUE(out.close());
   EXPECT_FALSE(test::exists(out.path()));
+}
+
+// A tile of 40000 bytes whose packets have 4.
+TEST(Iff, NoMemoryIsAskedForThatPacketsCannotFill) {
+  test::OpenFile in(test::read_file(LUMORA_CORPUS "/iff/more_than_packets_can_give.case"));
+  const std::size_t before = ka_mem_getsize();
+  EXPECT_FALSE(in.read_line());
+  EXPECT_LT(ka_mem_getsize(), before + 200 * 200);
 }
 
 // 17 forms, one inside the other.

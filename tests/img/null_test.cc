@@ -35,7 +35,7 @@ TEST(Null, LeavesLinksAndDevices) {
 // It accepts whatever it is asked about, and yet no file is one of its own.
 TEST(Null, OpensNothing) {
   test::expect_refusal({"", "anything", IMG_ERR_FORMAT});
-  const img_driver& driver = img_format_at(IMG_FORMAT_NULL).driver;
+  const ka::img_driver& driver = ka::img_format_at(IMG_FORMAT_NULL).driver;
   const std::uint8_t head[IMG_HEAD_SIZE] = {};
   img_file handle{};
   EXPECT_TRUE(driver.test(&handle, head));

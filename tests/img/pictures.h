@@ -39,13 +39,14 @@ void expect_picture(const Picture& picture);
 
 constexpr int kOpening = -1;
 
-// A file that is refused when it is opened, or at a line in file order after those that are read, and not by the
-// system. The error is reported.
+// A file that is refused when it is opened, or at a line in file order after those that are read,
+// and not by the system. The error is a message as well if it is to be reported.
 struct Refusal {
   const char* name;
   std::string file;
   int error;
   int line = kOpening;
+  bool is_reported = false;
 };
 void expect_refusal(const Refusal& refusal);
 void expect_refusals(const std::vector<Refusal>& refusals);

@@ -24,7 +24,7 @@ TEST(TiffFile, CanBeReadAfterAFlush) {
     test::set_samples<std::uint8_t>(test::plane(file.line(), slot), {4, 4});
   }
   ASSERT_TRUE(file.write_line());
-  ASSERT_TRUE(img_flush_tiff(file));
+  ASSERT_TRUE(ka::img_flush_tiff(file));
   const std::string flushed = file.contents();
   EXPECT_EQ(flushed.substr(128, 4), le(4, 2));
   EXPECT_EQ(flushed.substr(204), bytes({251, 4}));
