@@ -94,19 +94,6 @@ void expect_picture(const Picture& picture) {
   EXPECT_EQ(lines_of(image.get()), picture.lines);
 }
 
-void expect_pictures(const std::vector<Picture>& pictures) {
-  for (const Picture& picture : pictures) {
-    SCOPED_TRACE(picture.name);
-    expect_picture(picture);
-  }
-}
-
-void expect_pictures(int format, int type, const std::vector<Shown>& pictures) {
-  for (const auto& [name, file, lines] : pictures) {
-    expect_pictures({{name, file, format, type, lines}});
-  }
-}
-
 void expect_refusal(const Refusal& refusal) {
   OpenFile in(refusal.file);
   ASSERT_EQ(in.is_open(), refusal.line != kOpening) << in->error;
@@ -114,7 +101,8 @@ void expect_refusal(const Refusal& refusal) {
     for (int y = 0; y < refusal.line; ++y) ASSERT_TRUE(in.read_line()) << y;
     EXPECT_FALSE(in.read_line());
   }
-  EXPECT_EQ(in->error, refusal.error);
+  EXPECT_EQ(std::pair(in->error, in->os_error), std::pair(refusal.error, 0));
+  if (refusal.is_reported) ka_img_err_msg(in);
 }
 
 void expect_refusals(const std::vector<Refusal>& refusals) {
@@ -122,15 +110,6 @@ void expect_refusals(const std::vector<Refusal>& refusals) {
     SCOPED_TRACE(refusal.name);
     expect_refusal(refusal);
   }
-}
-
-std::string message_of(const std::string& file) {
-  const MessageLog log;
-  OpenFile in(file);
-  EXPECT_FALSE(in.is_open());
-  ka_img_err_msg(in);
-  EXPECT_EQ(log.lines().size(), 1U);
-  return log.lines().empty() ? "" : log.lines().back();
 }
 
 bool is_done(int result) {

@@ -36,29 +36,20 @@ struct Picture {
   Lines lines;
 };
 void expect_picture(const Picture& picture);
-void expect_pictures(const std::vector<Picture>& pictures);
-
-struct Shown {
-  const char* name;
-  std::string file;
-  Lines lines;
-};
-void expect_pictures(int format, int type, const std::vector<Shown>& pictures);
 
 constexpr int kOpening = -1;
 
-// A file that is refused: when it is opened, or at a line in file order after those that are read.
+// A file that is refused when it is opened, or at a line in file order after those that are read,
+// and not by the system. The error is a message as well if it is to be reported.
 struct Refusal {
   const char* name;
   std::string file;
   int error;
   int line = kOpening;
+  bool is_reported = false;
 };
 void expect_refusal(const Refusal& refusal);
 void expect_refusals(const std::vector<Refusal>& refusals);
-
-// What is told of a file that is not opened: its error as the one message.
-std::string message_of(const std::string& file);
 
 // What an operation returned: 1 for done, 0 for failed, nothing else.
 bool is_done(int result);
