@@ -76,7 +76,7 @@ bool write_lines(img_file& file, bool moved) {
   return true;
 }
 
-// A file that could not be finished is gone: the library removes it.
+// A file that could not be finished never gets its name; one that had it stays.
 bool write_picture(const char* name, bool moved) {
   img_file file{};
   file.file_type = IMG_TYPE_RGB;  // what the file shall hold; lines are passed in the same type

@@ -35,7 +35,7 @@ static void paint(img_image* image) {
   }
 }
 
-/* A file that could not be written whole is gone: the library removes it. */
+/* A file that could not be written whole never gets its name; one that had it stays. */
 static int write_picture(const char* name, int format) {
   img_file file;
   int written = 0;

@@ -19,6 +19,7 @@
 #include "imgcache.h"
 #include "imgcontext.h"
 #include "imgelement.h"
+#include "imgoutput.h"
 #include "imgpath.h"
 #include "stream.h"
 
@@ -43,13 +44,8 @@ bool has_driver_state(const img_file* handle) { return handle->stream || handle-
 void close_stale(img_file* handle) {
   if (!is_open(handle)) return;
   ka::img_error(handle, IMG_ERR_NOT_CLOSED, 0);
+  ka::img_act_on_error(handle);
   ka_img_close(handle);
-}
-
-// They go with an error.
-void keep_names(img_file* handle, const ka::ImagePath& path) {
-  if (!handle->name) handle->name = ka_mem_strdup(path.name);
-  if (!handle->path) handle->path = ka_mem_strdup(path.path);
 }
 
 void set_display_name(img_file* handle, const char* name) {
@@ -101,18 +97,6 @@ int read_head(img_file* handle, const ka::ImagePath& path,
 void drop_stream(img_file* handle) {
   if (handle->stream) std::fclose(handle->stream);
   handle->stream = nullptr;
-}
-
-// Drivers outside the library may write through the stream's own buffer. Returns 1, or 0 with the
-// handle's error when some of it did not reach the file.
-int close_stream(img_file* handle) {
-  if (!handle->stream) return 1;
-  const bool is_short = handle->writing && std::ferror(handle->stream) != 0 && !handle->error;
-  const bool is_lost = handle->writing && std::fflush(handle->stream) != 0;
-  const int loss = is_lost ? errno : 0;
-  const bool is_failed = std::fclose(handle->stream) != 0 && errno != EINTR;  // then it is closed
-  if (is_lost || is_failed) return ka::img_error(handle, IMG_ERR_CLOSE, is_lost ? loss : errno);
-  return is_short ? ka::img_error(handle, IMG_ERR_CLOSE, 0) : 1;
 }
 
 // The driver has read the header: settles the file's type and the way its lines take. Returns 1, or
@@ -180,6 +164,7 @@ void ka_img_exit() {
 const char* ka_img_version() { return ka::module_version(ka::kImgVersion); }
 
 int ka::img_open(img_file* handle, const ImagePath& path, int type) {
+  const ErrorScope errors(handle);
   read_subverbosity();
   if (img_tells_files()) ka_info("opening \"%s\" for reading", path.path);
   close_stale(handle);
@@ -187,7 +172,8 @@ int ka::img_open(img_file* handle, const ImagePath& path, int type) {
   handle->gamma = handle->aspect = 1.0F;
   handle->type = type;
   set_display_name(handle, path.name);
-  keep_names(handle, path);
+  handle->name = ka_mem_strdup(path.name);
+  handle->path = ka_mem_strdup(path.path);
   if (!ka::is_pixel_type(type) && type != IMG_TYPE_FILE) {
     return ka::img_error(handle, IMG_ERR_ARGUMENT, 0);
   }
@@ -199,13 +185,12 @@ int ka::img_open(img_file* handle, const ImagePath& path, int type) {
   }
   const int format = ka::img_identify(handle, head.data());
   handle->error = IMG_ERR_NONE;  // of drivers that declined
-  handle->os_error = 0;
+  handle->os_error = handle->has_new_error = 0;
   handle->reason[0] = '\0';
   if (format < 0) {
     drop_stream(handle);
     return ka::img_error(handle, IMG_ERR_FORMAT, 0);
   }
-  keep_names(handle, path);  // they went with such an error
   handle->format = format;
   handle->topdown = ka::img_format_at(format).topdown;
   handle->data.p = nullptr;
@@ -219,6 +204,7 @@ int ka::img_open(img_file* handle, const ImagePath& path, int type) {
 
 int ka::img_create(img_file* handle, const ImagePath& path, int type, int format, int width,
                    int height) {
+  const ErrorScope errors(handle);
   read_subverbosity();
   if (format < 0 || format >= IMG_FORMAT_COUNT || !ka::is_pixel_type(type) || width < 0 ||
       height < 0) {
@@ -254,10 +240,8 @@ int ka::img_create(img_file* handle, const ImagePath& path, int type, int format
   set_display_name(handle, path.name);
   handle->name = ka_mem_strdup(path.name);
 
-  const OutputStream output = open_for_writing(path);
-  handle->stream = output.stream;
-  if (!handle->stream) return img_error(handle, IMG_ERR_CREATE, errno);
-  if (output.is_at_path) keep_names(handle, path);  // what was there before is not ours to remove
+  const int failure = open_output(handle, path);
+  if (failure != 0) return img_error(handle, IMG_ERR_CREATE, failure);
   handle->magic = IMG_MAGIC;
   prepare_conversion(handle, handle->type, file_type);
   if (format == IMG_FORMAT_MAP) {  // a mapping needs its file at full size before the first line
@@ -286,19 +270,18 @@ int ka_img_create_in(img_file* handle, int descriptor, const char* name, int typ
 
 int ka_img_close(img_file* handle) {
   const ka::ModuleScope scope(KA_IMG);
+  const ka::ErrorScope errors(handle);
   if (!handle || !is_open(handle)) return 1;
   int result = 1;
   if (has_driver_state(handle)) {
     const auto close = ka::img_format_at(handle->format).driver.close;
     if (close) result = ka::img_settle(handle, true, close(handle), IMG_ERR_CLOSE);
   }
-  if (!close_stream(handle)) result = 0;
-  if (handle->writing && handle->format == IMG_FORMAT_NULL) ka::img_remove_file(handle->path);
-  handle->stream = nullptr;
+  if (!ka::img_close_stream(handle)) result = 0;
+  ka::img_discard(handle);
   handle->data.p = nullptr;
   ka_mem_release(handle->conversion);
   handle->conversion = nullptr;
-  ka::img_release_names(handle);
   handle->magic = 0;
   return result;
 }

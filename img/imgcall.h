@@ -12,8 +12,8 @@ namespace ka {
 // passes 4 MiB.
 constexpr int kUsualWidth = 1 << 18;
 
-// Sets the handle's error and the system error that belongs to it, 0 for none. On a handle that is
-// writing the file is removed. Returns 0, so that a failing operation is one statement.
+// Sets the handle's error and the system error that belongs to it, 0 for none. The operation that
+// was called acts on it: img_act_on_error. Returns 0, so that a failing operation is one statement.
 int img_error(img_file* handle, int code, int os_error);
 
 // The same with the handle's reason: a printf format and its values, one English phrase that states
@@ -22,17 +22,30 @@ int img_error(img_file* handle, int code, int os_error);
 [[gnu::format(printf, 4, 5)]] int img_refuse(img_file* handle, int code, int os_error,
                                              const char* format, ...);
 
+// After a new error: discards the file that is being written, drops the handle's name and reports
+// the error to those who ask for every one.
+void img_act_on_error(img_file* handle);
+
+// Stands at the beginning of an operation on a handle and acts on its error at the end.
+class ErrorScope {
+ public:
+  explicit ErrorScope(img_file* handle) : handle_(handle) {}
+  ~ErrorScope() {
+    if (handle_) img_act_on_error(handle_);
+  }
+  ErrorScope(const ErrorScope&) = delete;
+  ErrorScope& operator=(const ErrorScope&) = delete;
+
+ private:
+  img_file* handle_;
+};
+
 // Makes zeroed memory of ka_img_image_size bytes an image of the handle.
 void img_fill_image(const img_file* handle, img_image* image);
 
 // Reads the first line of a file that lacks lines, to get its error. False for any other file, and
 // where the image would not be made either.
 bool img_fails_at_once(img_file* handle);
-
-// Removes the file at a handle's path, null: none. Devices, pipes and links stay: they were there
-// before the file was written, and what a link leads to is not known to be ours.
-void img_remove_file(const char* path);
-void img_release_names(img_file* handle);
 
 // ka_img_open and ka_img_create for a name that has been substituted.
 struct ImagePath;
@@ -85,7 +98,7 @@ void img_prepare_line_between(img_file* handle);
 bool img_can_read(const img_file* handle);
 
 // The result of a driver's operation, as 1 or 0. One that was not called, and one of a driver
-// outside the library that fails without an error, set the error `code`.
+// outside the library that fails without an error, set the error `code`. A failure is acted on.
 int img_settle(img_file* handle, bool is_called, int result, int code);
 
 // Calls the driver's create, once. Returns 1, or 0 with the handle's error.

@@ -1,7 +1,5 @@
 // Errors of a handle: setting them, telling them.
 #include <errno.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -14,6 +12,7 @@
 #include <ka/message.h>
 
 #include "imgcall.h"
+#include "imgoutput.h"
 
 namespace {
 
@@ -44,28 +43,10 @@ constexpr std::array<Text, 14> kTexts = {{
     {"%s: wrong file size", false},
 }};
 
-}  // namespace
-
-void ka::img_remove_file(const char* path) {
-  struct stat status;
-  if (path && lstat(path, &status) == 0 && S_ISREG(status.st_mode)) unlink(path);
-}
-
-void ka::img_release_names(img_file* handle) {
-  for (char** const name : {&handle->name, &handle->path}) {
-    ka_mem_release(*name);
-    *name = nullptr;
-  }
-}
-
-namespace {
-
 int set_error(img_file* handle, int code, int os_error) {
   handle->error = code;
   handle->os_error = os_error;
-  if (handle->writing) ka::img_remove_file(handle->path);
-  ka::img_release_names(handle);
-  if (img_debug != 0) ka_img_err_msg(handle);
+  handle->has_new_error = 1;
   return 0;
 }
 
@@ -88,6 +69,13 @@ int ka::img_refuse(img_file* handle, int code, int os_error, const char* format,
       reason, [](char c) { return c != '\0' && (c < ' ' || c > '~'); }, '?');
   std::ranges::copy(reason, handle->reason);
   return set_error(handle, code, os_error);
+}
+
+void ka::img_act_on_error(img_file* handle) {
+  if (!handle->has_new_error) return;
+  handle->has_new_error = 0;
+  ka::img_discard(handle);
+  if (img_debug != 0) ka_img_err_msg(handle);
 }
 
 int ka_img_custom_format_error(img_file* handle, int code, int os_error) {

@@ -49,6 +49,7 @@ int unreachable(img_file* handle) { return ka::img_error(handle, IMG_ERR_READ, 0
 
 size_t ka_img_image_size(img_file* handle) {
   const ka::ModuleScope scope(KA_IMG);
+  const ka::ErrorScope errors(handle);
   if (!has_type(handle)) return 0;
   if (claims_too_many_lines(handle)) {
     ka::img_error(handle, IMG_ERR_READ, 0);
@@ -80,6 +81,7 @@ void ka::img_fill_image(const img_file* handle, img_image* image) {
 
 img_image* ka_img_image_alloc(img_file* handle) {
   const ka::ModuleScope scope(KA_IMG);
+  const ka::ErrorScope errors(handle);
   const std::size_t bytes = ka_img_image_size(handle);
   if (bytes == 0) return nullptr;
   auto* const image = static_cast<img_image*>(ka_mem_allocate(bytes));
@@ -98,6 +100,7 @@ void ka_img_image_release(img_image* image) {
 
 img_line* ka_img_line_alloc(img_file* handle) {
   const ka::ModuleScope scope(KA_IMG);
+  const ka::ErrorScope errors(handle);
   if (!has_type(handle)) return nullptr;
   if (handle->lacks_lines) return static_cast<img_line*>(ka_mem_allocate(sizeof(img_line)));
   const std::size_t bytes = ka::plane_bytes(handle->type, handle->width);
@@ -109,6 +112,7 @@ img_line* ka_img_line_alloc(img_file* handle) {
 
 int ka_img_image_read(img_file* handle, img_image* image) {
   const ka::ModuleScope scope(KA_IMG);
+  const ka::ErrorScope errors(handle);
   if (!ka::img_can_read(handle) || handle->line_count != 0) {
     return ka::img_error(handle, IMG_ERR_NOT_OPEN, 0);
   }
@@ -126,6 +130,7 @@ int ka_img_image_read(img_file* handle, img_image* image) {
 
 int ka_img_image_write(img_file* handle, img_image* image) {
   const ka::ModuleScope scope(KA_IMG);
+  const ka::ErrorScope errors(handle);
   const ka::CacheOperation operation(image);
   if (!handle->stream || handle->magic != IMG_MAGIC || handle->line_count > 0) {
     return ka::img_error(handle, IMG_ERR_NOT_OPEN, 0);

@@ -64,12 +64,14 @@ bool ka::img_can_read(const img_file* handle) {
 int ka::img_settle(img_file* handle, bool is_called, int result, int code) {
   if (result) return 1;
   const bool is_silent = is_called && handle->format < IMG_FORMAT_CUSTOM;
-  return is_silent || handle->error != IMG_ERR_NONE ? 0 : ka::img_error(handle, code, 0);
+  if (!is_silent && handle->error == IMG_ERR_NONE) ka::img_error(handle, code, 0);
+  ka::img_act_on_error(handle);
+  return 0;
 }
 
 int ka::img_write_header(img_file* handle) {
   if (handle->has_header) return 1;
-  if (handle->error != IMG_ERR_NONE) return 0;  // the file has been removed
+  if (handle->error != IMG_ERR_NONE) return 0;  // the file is gone
   const auto create = ka::img_format_at(handle->format).driver.create;
   const int result = create ? create(handle) : 0;
   handle->has_header = ka::img_settle(handle, create, result, IMG_ERR_CREATE) != 0;
@@ -78,6 +80,7 @@ int ka::img_write_header(img_file* handle) {
 
 int ka_img_line_read(img_file* handle, img_line* line) {
   const ka::ModuleScope scope(KA_IMG);
+  const ka::ErrorScope errors(handle);
   if (!ka::img_can_read(handle)) return unopened(handle);
   const auto read = ka::img_format_at(handle->format).driver.read;
   int result = 0;
@@ -102,6 +105,7 @@ int ka_img_line_read(img_file* handle, img_line* line) {
 
 int ka_img_line_write(img_file* handle, img_line* line) {
   const ka::ModuleScope scope(KA_IMG);
+  const ka::ErrorScope errors(handle);
   if (!handle->stream || !handle->writing) return unopened(handle);
   if (!ka::img_write_header(handle)) return 0;
   if (handle->line_count == -1) handle->line_count = 0;

@@ -164,6 +164,7 @@ int ka::img_mmap_map(img_file* handle, bool writing) {
 }
 
 img_image* ka::img_address_map(img_file* handle) {
+  const ErrorScope errors(handle);
   if (handle->format != IMG_FORMAT_MAP) return nullptr;
   if (!is_open_for_reading(handle)) return not_mapped();
   auto& [head, mapping, tables, planes] = ka::state_of<ka::MapState>(handle);

@@ -20,16 +20,14 @@ struct ImagePath {
   int descriptor = -1;               // of the open file
 };
 
+// The system error of a path that would lead to another file since it was cut, or lacks a part; 0:
+// none.
+[[nodiscard]] int path_fault(const ImagePath& path);
+
+// The stream of an open file, which is closed when there is none. Null with errno, also for -1.
+[[nodiscard]] std::FILE* stream_of(int file, const char* mode);
+
 // Opens a file for reading without waiting for the other end of a pipe. Null with errno.
 [[nodiscard]] std::FILE* open_for_reading(const ImagePath& path);
-
-struct OutputStream {
-  std::FILE* stream;  // null with errno
-  bool is_at_path;    // false: the file was open already, and is not ours to remove
-};
-
-// Creates or empties a file for writing. A pipe must have a reader. A file that standard output or
-// standard error writes to is continued where that is, so that nothing in it is lost.
-[[nodiscard]] OutputStream open_for_writing(const ImagePath& path);
 
 }  // namespace ka

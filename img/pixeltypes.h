@@ -22,7 +22,8 @@ struct PixelType {
   std::int8_t compatible;  // the type whose lines have the same layout, kNoType: none
 };
 
-// Indexed by type. IMG_TYPE_A_FP shares its name with IMG_TYPE_A_16.
+// Indexed by type. IMG_TYPE_A_FP shares its name with IMG_TYPE_A_16; it and IMG_TYPE_S_FP are
+// compatible with themselves only, so that lines between the two are converted.
 constexpr std::array<PixelType, IMG_TYPE_COUNT> kPixelTypes = {{
     {"rgba", 8, 4, 0, PixelKind::kColor, kNoType},
     {"rgba_16", 16, 4, 0, PixelKind::kColor, kNoType},
@@ -43,8 +44,8 @@ constexpr std::array<PixelType, IMG_TYPE_COUNT> kPixelTypes = {{
     {"rgb_fp", 32, 3, 0, PixelKind::kColor, kNoType},
     {"coverage", 32, 1, 0, PixelKind::kColor, IMG_TYPE_Z},
     {"rgbe", 8, 4, 0, PixelKind::kColor, kNoType},
-    {"a_16", 32, 1, 3, PixelKind::kColor, IMG_TYPE_S_FP},
-    {"s_fp", 32, 1, 3, PixelKind::kColor, IMG_TYPE_A_FP},
+    {"a_16", 32, 1, 3, PixelKind::kColor, IMG_TYPE_A_FP},
+    {"s_fp", 32, 1, 3, PixelKind::kColor, IMG_TYPE_S_FP},
 }};
 
 // Whether a number is that of a pixel type.

@@ -9,7 +9,9 @@
 
 namespace {
 
-constexpr std::array kSignals = {SIGHUP, SIGINT, SIGQUIT, SIGTERM};
+// What does not end a process, or cannot be caught.
+constexpr std::array kOthers = {SIGKILL, SIGSTOP, SIGTSTP, SIGTTIN, SIGTTOU,
+                                SIGCONT, SIGCHLD, SIGURG,  SIGWINCH};
 
 // The path with its closing zero; empty: none. A handler of signals may not ask for memory.
 std::array<char, PATH_MAX> doomed;
@@ -20,10 +22,10 @@ void end_by_signal(int number) {
   raise(number);  // delivered on return
 }
 
-// A signal that is ignored stays so, as under nohup.
+// A signal that is ignored stays so, as under nohup, and so does one that somebody else catches.
 void catch_signal(int number) {
   struct sigaction before;
-  if (sigaction(number, nullptr, &before) != 0 || before.sa_handler == SIG_IGN) return;
+  if (sigaction(number, nullptr, &before) != 0 || before.sa_handler != SIG_DFL) return;
   signal(number, end_by_signal);
 }
 
@@ -33,7 +35,9 @@ void doom_file(const std::string& path) {
   if (path.size() >= doomed.size()) return;
   std::copy_n(path.c_str(), path.size() + 1, doomed.begin());
   std::atexit(remove_doomed_file);
-  for (const int number : kSignals) catch_signal(number);
+  for (int number = 1; number <= SIGRTMAX; ++number) {
+    if (std::ranges::find(kOthers, number) == kOthers.end()) catch_signal(number);
+  }
 }
 
 void spare_doomed_file() { doomed[0] = '\0'; }
@@ -44,10 +48,9 @@ void remove_doomed_file() {
 }
 
 HeldSignals::HeldSignals() : before_{} {
-  sigset_t held;
-  sigemptyset(&held);
-  for (const int number : kSignals) sigaddset(&held, number);
-  sigprocmask(SIG_BLOCK, &held, &before_);
+  sigset_t all;
+  sigfillset(&all);
+  sigprocmask(SIG_BLOCK, &all, &before_);
 }
 
 HeldSignals::~HeldSignals() { sigprocmask(SIG_SETMASK, &before_, nullptr); }

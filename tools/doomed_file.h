@@ -1,5 +1,5 @@
-// A file that goes away with the process: a picture that is not whole yet, or one that only the
-// viewer needs.
+// A file that goes away with the process: one that only the viewer needs, or an incomplete picture
+// that has a name.
 #pragma once
 
 #include <signal.h>
@@ -7,13 +7,13 @@
 #include <string>
 
 // Until it is spared the file is removed when the process ends, by itself, by a fatal message or by
-// one of the signals that HeldSignals holds. There is one such file at a time.
-//   Before   the signals are held since before the file was made; `path` is shorter than PATH_MAX.
+// a signal other than SIGKILL. There is one such file at a time.
+//   Before   signals are held since before the file was made; `path` is shorter than PATH_MAX.
 void doom_file(const std::string& path);
 void spare_doomed_file();
 void remove_doomed_file();
 
-// While one of these lives SIGHUP, SIGINT, SIGQUIT and SIGTERM wait.
+// While one of these lives signals wait.
 class HeldSignals {
  public:
   HeldSignals();

@@ -17,12 +17,6 @@
 
 namespace {
 
-// Whether the library would remove it: devices, pipes and links stay.
-bool is_removable(const char* path) {
-  struct stat status;
-  return path && lstat(path, &status) == 0 && S_ISREG(status.st_mode);
-}
-
 bool is_folder(const char* path) {
   struct stat status;
   return stat(path, &status) == 0 && S_ISDIR(status.st_mode);
@@ -87,7 +81,7 @@ void OutputFile::fail(const char* format) {
 }
 
 // The temporary file is written through the descriptor that made it: nobody can put another one in
-// its place. Like the library when a file cannot be written, signals leave devices and links alone.
+// its place.
 void OutputFile::create(int width, int height) {
   const HeldSignals held;
   const int created =
@@ -95,7 +89,7 @@ void OutputFile::create(int width, int height) {
                                          width, height)
                       : ka_img_create(&file_, name_.c_str(), IMG_TYPE_RGBA, format_, width, height);
   if (!created) fail("cannot create %s");
-  if (is_removable(file_.path)) doom_file(file_.path);
+  if (file_.unfinished) doom_file(file_.unfinished);
 }
 
 void OutputFile::write(img_image* image, int height) {

@@ -8,8 +8,8 @@
 
 #include "options.h"
 
-// Where a difference image goes. A temporary file goes away with this object; that and a file that
-// is not whole yet also go when the process ends early.
+// Where a difference image goes. A temporary file goes away with this object, or when the process
+// ends early; a file that was to be replaced is then as it was.
 class OutputFile {
  public:
   // From the output name and type of the options; without a name a temporary file for the viewer.

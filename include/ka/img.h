@@ -147,15 +147,21 @@ typedef struct img_file {
   int os_error;      /* the system's error number that belongs to it, 0 for none */
   uint32_t magic;    /* IMG_MAGIC while the handle is open */
   int line_count;    /* lines read or written so far; -1: created with its header written already */
-  int writing;       /* 1: made by ka_img_create; any failure removes the file */
+  int writing;       /* 1: made by ka_img_create; any failure discards what was written */
   uint8_t file_type; /* img_type of the file */
-  uint8_t has_header; /* the driver has read or written it */
-  uint8_t lacks_lines; /* 1: the file is too short for a single one of its very long lines: each
-                          fails, and its planes are not touched */
-  FILE* stream;       /* the open file, or null */
-  char* name;         /* as the caller gave it; owned by the handle */
-  char* path;         /* what the name stands for, null where a caller's descriptor or a standard
-                         stream is written; owned by the handle */
+  uint8_t has_header;    /* the driver has read or written it */
+  uint8_t has_new_error; /* `error` has not been acted on yet */
+  uint8_t lacks_lines;   /* 1: the file is too short for a single one of its very long lines: each
+                            fails, and its planes are not touched */
+  FILE* stream;          /* the open file, or null */
+  char* name;            /* as the caller gave it; owned by the handle */
+  char* path;            /* what the name stands for; of a file that is being written, where
+                            ka_img_close puts it, null for one that is written directly; owned by the
+                            handle */
+  char* unfinished;      /* where a file that is being written can be found until then, for programs
+                            that are ended by signals: they remove it. Null when there is nothing to
+                            remove: unnamed files vanish by themselves; devices, standard streams and
+                            what links lead to stay. Owned by the handle */
   img_line*
       conversion; /* a line of the file's type, when lines are converted; owned by the handle */
   union {
@@ -217,7 +223,11 @@ const char* ka_img_version(void);
  *   Threads  one thread per handle. */
 int ka_img_open(img_file* handle, const char* name, int type);
 
-/* Creates a file for writing; an existing one is replaced.
+/* Creates a file for writing. A regular file gets its name with ka_img_close, when it is complete:
+ * until then one that had the name before stays as it was, whatever ends the work. The new one has
+ * its permissions, and takes the place of what a link leads to. Written directly, and emptied at
+ * once, are devices, pipes, standard streams, files with several names or of another owner, mounted
+ * files, those in a folder that takes no new ones, and the format "null".
  *   Takes    the pixel type of the lines that the caller will pass, the format and the size in
  *            pixels. The file's own type is handle->file_type as the caller left it (0 is rgba)
  *            where the format can write it, else the format's best type, with a warning.
@@ -235,16 +245,16 @@ int ka_img_create_in(img_file* handle, int descriptor, const char* name, int typ
 
 /* Ends the work with a file.
  *   Returns  1, also for a handle that is not open; 0 with handle->error when the file may be
- *            incomplete: a file that was being written is then removed. The handle is closed in
- *            every case.
- *            A picture that lacks lines is no failure, except in JPEG and "map" files: 1, and the
- *            file stays. A caller that stops before the last line removes the file itself. */
+ *            incomplete: what was written is then discarded. The handle is closed in every
+ *            case. What was written without an error gets its name.
+ *            A picture that lacks lines is no failure, except in JPEG and "map" files: 1, and it
+ *            gets its name, too. A caller that stops before the last line removes it itself. */
 int ka_img_close(img_file* handle);
 
 /* Reads the next line, in file order, into a line of handle->type; writes the next line from one.
  * File order is from the top down where handle->topdown is set, else from the bottom up.
  *   Returns  1, or 0 with handle->error: 1 to 4, or 11 when the handle is not open for reading
- *            or writing, or its header could not be read. A failing write removes the file. Writes
+ *            or writing, or its header could not be read. A failing write discards the file. Writes
  *            are buffered: one that the system refuses may fail a later line, or ka_img_close. A
  *            line beyond the height is error 2, except in formats that keep no lines; with a height
  *            of 0 every line is taken and only the header written.
@@ -282,8 +292,8 @@ size_t ka_img_image_size(img_file* handle);
  *            contradict each other; or for another format. Lines can be read all the same.
  *   Memory   the caller's, released with ka_img_image_release; it outlives the handle. It must not
  *            be written to. A program that shortens or rewrites the file meanwhile can end this
- *            process with SIGBUS or SIGSEGV, also when this process creates a file of that name: files
- *            that others may change are read instead. */
+ *            process with SIGBUS or SIGSEGV: files that others may change are read instead. A new
+ *            file that replaces it does no harm. */
 img_image* ka_img_mmap_address(img_file* handle);
 
 /* Reads every line of an opened file into `image`; writes every line of `image` to a created file.
@@ -340,7 +350,10 @@ void ka_img_debug(int level);
  *            type by setting file_type to IMG_TYPE_COUNT + type, keeps its state in data.p.
  *   create   writes the header, just before the first line.
  *   read, write  move the next line in file order, in the file's type.
- *   close    finishes the file and releases data.p. */
+ *   close    finishes the file and releases data.p.
+ * Files are read and written through handle->stream: a file that is being written has its name only
+ * later. When a driver has written its header and nothing came through the stream, it has opened the
+ * file by its name, and ka_img_close leaves that alone. */
 typedef int (*img_test_function)(img_file* handle, const uint8_t* head);
 typedef int (*img_open_function)(img_file* handle, const uint8_t* head);
 typedef int (*img_create_function)(img_file* handle);
@@ -360,8 +373,8 @@ int ka_img_custom_format(int format, img_test_function test, img_create_function
                          img_write_function write, int topdown, const char* name,
                          uint32_t extra_types, int best_type);
 
-/* Sets a handle's error; for drivers outside the library. Returns 0, so that a driver can return
- * it. */
+/* Sets a handle's error; for drivers outside the library. The operation that has called the driver
+ * reports it and discards the file. Returns 0, so that a driver can return it. */
 int ka_img_custom_format_error(img_file* handle, int code, int os_error);
 
 /* The same with handle->reason. A longer reason is cut, and bytes that are no printable ASCII become

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <ka/message.h>
 
+#include <fstream>
+
 #include "support.h"
 
 namespace {
@@ -125,6 +127,19 @@ TEST_F(Custom, LinesAreAskedForInFileOrder) {
     ASSERT_TRUE(read);
     for (int y = 0; y < 3; ++y) EXPECT_EQ(*test::plane(read.get(), y, test::kA), '0' + y);
   }
+}
+
+TEST_F(Custom, ADriverThatOpensTheFileByItsNameWritesItDirectly) {
+  const auto create = [](img_file* handle) {
+    std::ofstream(handle->name) << "by name";
+    return 1;
+  };
+  const auto write = [](img_file* /*handle*/, img_line* /*line*/) { return 1; };
+  ka_img_custom_format(kFirst, nullptr, create, nullptr, nullptr, nullptr, write, 0, "tst", 0,
+                       IMG_TYPE_S);
+  const test::Image image = test::make_image(IMG_TYPE_S, 1, 1);
+  ASSERT_EQ(test::write_image(scratch.path("a"), kFirst, image.get()), IMG_ERR_NONE);
+  EXPECT_EQ(test::read_file(scratch.path("a")), "by name");
 }
 
 TEST_F(Custom, TheFileStandsOpenFromTheDriversOpenToItsClose) {

@@ -187,8 +187,8 @@ void expect_sides(int format, int width, int height, int error, int os_error = E
   EXPECT_EQ(file.write_line(), error == IMG_ERR_NONE);
   EXPECT_EQ(file->error, error);
   EXPECT_EQ(file->os_error, os_error);
-  EXPECT_EQ(test::exists(file.path()), error == IMG_ERR_NONE);
   EXPECT_TRUE(file.close());
+  EXPECT_EQ(test::exists(file.path()), error == IMG_ERR_NONE);
 }
 
 // What headers can hold: sides of 16 bits, tiles that end at such numbers, 32 bits for the bytes.

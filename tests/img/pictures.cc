@@ -150,4 +150,9 @@ NewFile::NewFile(int format, int type, int width, int height) {
   line_.reset(ka_img_line_alloc(file_));
 }
 
+std::string NewFile::contents() {
+  if (!file_->stream) return read_file(path_);
+  return read_file("/proc/self/fd/" + std::to_string(fileno(file_->stream)));
+}
+
 }  // namespace test

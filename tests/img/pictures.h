@@ -90,7 +90,7 @@ class NewFile {
   img_file* operator->() { return file_; }
   operator img_file*() { return file_; }
   [[nodiscard]] const std::string& path() const { return path_; }
-  [[nodiscard]] std::string contents() const { return read_file(path_); }
+  [[nodiscard]] std::string contents();  // also before it is closed, when it gets its name
 
   [[nodiscard]] img_line* line() { return line_.get(); }
   bool write_line() { return is_done(ka_img_line_write(file_, line_.get())); }
