@@ -5,6 +5,7 @@
 #include <regex.h>
 #include <signal.h>
 #include <sys/mman.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -43,6 +44,8 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
   result.push_back(nullptr);
   return result;
 }
+
+double seconds(const timeval& time) { return double(time.tv_sec) + double(time.tv_usec) * 1e-6; }
 
 [[noreturn]] void become(const std::string& path, const Program& program, int out, int err) {
   std::vector<std::string> arguments = {path};
@@ -187,7 +190,8 @@ Outcome run(const std::string& path, const Program& program) {
   return {.status = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status),
           .out = captured(program.standard_output, out),
           .err = captured(program.standard_error, err),
-          .peak_kilobytes = usage.ru_maxrss};
+          .peak_kilobytes = usage.ru_maxrss,
+          .cpu_seconds = seconds(usage.ru_utime) + seconds(usage.ru_stime)};
 }
 
 std::string find_program(const std::string& name) {

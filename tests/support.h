@@ -152,6 +152,7 @@ struct Outcome {
   int status;            // exit status; minus the signal's number for a program that was killed
   std::string out, err;  // what was captured
   long peak_kilobytes;   // of resident memory
+  double cpu_seconds;    // of the program and the system
 };
 
 // A program in one of the folders of PATH, empty when there is none.

@@ -1,0 +1,277 @@
+#include "hostile.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <utility>
+
+namespace test {
+namespace {
+
+constexpr std::uint32_t kMany = 100000000;  // columns or lines
+
+std::string little(std::uint32_t value, int bytes) {
+  std::string text;
+  for (; bytes > 0; --bytes, value >>= 8) text += static_cast<char>(value & 0xff);
+  return text;
+}
+
+std::string big(std::uint32_t value, int bytes) {
+  const std::string text = little(value, bytes);
+  return {text.rbegin(), text.rend()};
+}
+
+std::string repeated(std::size_t count, const std::string& text) {
+  std::string result;
+  result.reserve(count * text.size());
+  for (std::size_t i = 0; i < count; ++i) result += text;
+  return result;
+}
+
+// Text formats: the sides, and what each makes of them.
+
+std::string sides(std::uint32_t width, std::uint32_t height) {
+  return std::to_string(width) + " " + std::to_string(height);
+}
+
+std::string p6(std::uint32_t width, std::uint32_t height) {
+  return "P6\n" + sides(width, height) + "\n255\n";
+}
+
+std::string p3(std::uint32_t width, std::uint32_t height) {
+  return "P3\n" + sides(width, height) + "\n255\n";
+}
+
+std::string pf(std::uint32_t width, std::uint32_t height) {
+  return "PF\n" + sides(width, height) + "\n0.0 1.0\n";
+}
+
+std::string postscript(std::uint32_t width, std::uint32_t height) {
+  return "%!PS-Adobe-3.0\n%%Creator: Lumora\n% lu image data " + sides(width, height) +
+         " color\nluimage\n";
+}
+
+std::string hdr(std::uint32_t width, std::uint32_t height) {
+  return "#?RADIANCE\nFORMAT=32-bit_rle_rgbe\n\n-Y " + std::to_string(height) + " +X " +
+         std::to_string(width) + "\n";
+}
+
+// Binary formats.
+
+std::string bmp(std::uint32_t width, std::uint32_t height) {
+  return "BM" + std::string(12, '\0') + little(40, 4) + little(width, 4) + little(height, 4) +
+         little(1, 2) + little(24, 2) + std::string(24, '\0');
+}
+
+// Records of types 21 to 24 without contents, then the size record.
+std::string lwi(std::uint32_t width, std::uint32_t height) {
+  std::string text;
+  for (const std::uint32_t type : {21U, 22U, 23U, 24U}) text += big(type, 1) + big(0, 1);
+  return text + big(19, 1) + big(25, 1) + big(0, 4) + big(width, 4) + big(height, 4) + big(17, 1) +
+         std::string(12, '\0');
+}
+
+struct Tiff {
+  std::uint32_t width, height;
+  std::uint32_t bits = 8, compression = 1, photometric = 1, samples = 1;
+  std::uint32_t planar = 1;
+  std::vector<std::uint32_t> strips = {};  // offsets from the end of header and tables
+  std::string data = {};
+};
+
+constexpr std::uint32_t kPackBits = 32773;
+constexpr char kNoOp = '\x80';
+
+// The directory stands behind the header, the offsets of the strips behind the directory.
+std::string tiff(const Tiff& tiff) {
+  constexpr std::uint32_t directory = 8, entries = 9, bits_of_samples = 4;
+  const std::uint32_t bits_at = directory + 2 + entries * 12 + 4;
+  const std::uint32_t strips_at = bits_at + 2 * bits_of_samples;
+  const auto count = std::uint32_t(tiff.strips.size());
+  const std::uint32_t data_at = strips_at + 4 * count;
+  const auto entry = [](std::uint32_t tag, std::uint32_t values, std::uint32_t value) {
+    return little(tag, 2) + little(4, 2) + little(values, 4) + little(value, 4);
+  };
+  std::string text = "II" + little(42, 2) + little(directory, 4) + little(entries, 2);
+  text += entry(256, 1, tiff.width) + entry(257, 1, tiff.height);
+  text += little(258, 2) + little(3, 2) + little(tiff.samples, 4) +
+          little(tiff.samples > 2 ? bits_at : tiff.bits, 4);
+  text += entry(259, 1, tiff.compression) + entry(262, 1, tiff.photometric);
+  text += entry(273, count, count > 1 ? strips_at : data_at + tiff.strips[0]);
+  text += entry(277, 1, tiff.samples) + entry(278, 1, count > 1 ? 1 : tiff.height);
+  text += entry(284, 1, tiff.planar) + little(0, 4);
+  text += repeated(bits_of_samples, little(tiff.bits, 2));
+  for (const std::uint32_t offset : tiff.strips) text += little(data_at + offset, 4);
+  return text + tiff.data;
+}
+
+// Strips of one row each, `count` of them, that lie in turns at the offsets given.
+std::vector<std::uint32_t> in_turns(std::size_t count, const std::vector<std::uint32_t>& offsets) {
+  std::vector<std::uint32_t> strips;
+  for (std::size_t i = 0; i < count; ++i) strips.push_back(offsets[i % offsets.size()]);
+  return strips;
+}
+
+// Every row passes over the same bytes, which stand for nothing.
+std::string tiff_of_shared_no_ops() {
+  constexpr std::uint32_t height = 20000;
+  return tiff({.width = 1,
+               .height = height,
+               .compression = kPackBits,
+               .strips = in_turns(height, {0}),
+               .data = std::string(220000, kNoOp) + std::string(2, '\0')});
+}
+
+std::string tiff_of_no_ops(std::uint32_t width, std::size_t no_ops, std::size_t rows) {
+  return tiff({.width = width,
+               .height = std::uint32_t(rows),
+               .compression = kPackBits,
+               .strips = {0},
+               .data = repeated(rows, std::string(no_ops, kNoOp) + std::string(2, '\0'))});
+}
+
+// Rows of a byte or two that lie at both ends of the file in turns.
+std::string tiff_of_jumps(std::uint32_t compression) {
+  constexpr std::uint32_t height = 40000, size = 400000;
+  return tiff({.width = 1,
+               .height = height,
+               .compression = compression,
+               .strips = in_turns(height, {0, size - 16, size / 2}),
+               .data = std::string(size, '\0')});
+}
+
+std::string tiff_of_distant_planes() {
+  constexpr std::uint32_t height = 20000, size = 400000;
+  return tiff({.width = 1,
+               .height = height,
+               .photometric = 2,
+               .samples = 3,
+               .planar = 2,
+               .strips = in_turns(3 * height, {0, size - 16}),
+               .data = std::string(size, '\0')});
+}
+
+// A grey picture of the SGI format. Rows of 126 pixels to a packet, which all lines share; the
+// offsets of odd lines lead to a copy `distance` bytes further on.
+std::string sgi(std::uint32_t width, std::uint32_t height, std::uint32_t distance) {
+  const std::string row = repeated(width / 126, std::string("\x7e\x55", 2)) + std::string(1, '\0');
+  const std::uint32_t rows_at = 512 + 8 * height;
+  std::string text =
+      big(474, 2) + big(1, 1) + big(1, 1) + big(2, 2) + big(width, 2) + big(height, 2) + big(1, 2);
+  text.resize(512);
+  for (std::uint32_t y = 0; y < height; ++y) text += big(rows_at + y % 2 * distance, 4);
+  text += repeated(height, big(std::uint32_t(row.size()), 4));
+  if (distance == 0) return text + row;
+  return text + row + std::string(distance - row.size(), '\0') + row;
+}
+
+std::string segment(std::uint32_t marker, const std::string& contents) {
+  return big(0xff00 | marker, 2) + big(std::uint32_t(contents.size()) + 2, 2) + contents;
+}
+
+// A grey JPEG file up to its first scan. `frame`: 0xc2 progressive, 0xc9 arithmetic, 0xca both.
+std::string jpeg_head(std::uint32_t frame, std::uint32_t width, std::uint32_t height) {
+  return big(0xffd8, 2) + segment(0xe0, std::string("JFIF\0\1\2\0\0\1\0\1\0\0", 14)) +
+         segment(0xdb, std::string(1, '\0') + std::string(64, '\1')) +
+         segment(frame, big(8, 1) + big(height, 2) + big(width, 2) + big(1, 1) + big(1, 1) +
+                            big(0x11, 1) + big(0, 1));
+}
+
+// The header of a scan of coefficients `first` to `last`.
+std::string jpeg_scan(std::uint32_t first, std::uint32_t last) {
+  return segment(0xda,
+                 big(1, 1) + big(1, 1) + big(0, 1) + big(first, 1) + big(last, 1) + big(0, 1));
+}
+
+constexpr std::uint32_t kEndOfImage = 0xffd9;
+
+// The AC table has one code, of one bit: a run of 16384 empty blocks, with 14 more bits of 0. What
+// follows the picture makes the file large enough for its blocks.
+std::string jpeg_of_empty_scans(std::uint32_t side, std::size_t scans, std::size_t bytes) {
+  const std::size_t blocks = std::size_t{side} * side / 64, runs = blocks / 16384 + 1;
+  std::string text = jpeg_head(0xc2, side, side) +
+                     segment(0xc4, big(0x10, 1) + big(1, 1) + std::string(15, '\0') + big(0xe0, 1));
+  text += repeated(scans, jpeg_scan(1, 63) + std::string((runs * 15 + 7) / 8, '\0'));
+  text += big(kEndOfImage, 2);
+  if (text.size() < bytes) text.resize(bytes);
+  return text;
+}
+
+// No scan has data: an arithmetic decoder goes on without.
+std::string jpeg_without_data(std::uint32_t frame, std::uint32_t side, std::size_t scans,
+                              std::size_t bytes) {
+  std::string text = jpeg_head(frame, side, side);
+  text += repeated(scans, jpeg_scan(frame == 0xca ? 1 : 0, 63)) + big(kEndOfImage, 2);
+  if (text.size() < bytes) text.resize(bytes);
+  return text;
+}
+
+void add_claims(std::vector<HostilePair>& pairs) {
+  constexpr std::pair<const char*, std::string (*)(std::uint32_t, std::uint32_t)> formats[] = {
+      {"p6", p6},   {"p3", p3},   {"pf", pf},  {"ps", postscript},
+      {"hdr", hdr}, {"bmp", bmp}, {"lwi", lwi}};
+  for (const auto& [name, make] : formats) {
+    const auto add = [&pairs, format = std::string(name)](const char* what,
+                                                          const std::string& bytes) {
+      pairs.push_back({format + what, bytes, bytes});
+    };
+    add("_columns", make(kMany, 1));
+    add("_columns_and_lines", make(kMany, 2000000000));
+    add("_some_columns", make(kMany / 10, 10) + std::string(3000, '0'));  // digits, packets
+    add("_lines_of_no_width", make(0, kMany));
+    add("_lines", make(1, kMany));
+    const std::string other = make(kMany, 2);
+    pairs.push_back({std::string(name) + "_two_sizes", make(kMany, 1), other});
+  }
+}
+
+void add_tiff(std::vector<HostilePair>& pairs) {
+  const auto add = [&](const char* name, const std::string& bytes) {
+    pairs.push_back({name, bytes, bytes});
+  };
+  add("tiff_columns", tiff({.width = kMany, .height = 1, .strips = {0}, .data = "ab"}));
+  add("tiff_bits", tiff({.width = kMany, .height = 1, .bits = 1, .strips = {0}, .data = "ab"}));
+  add("tiff_planes", tiff({.width = kMany,
+                           .height = 1,
+                           .photometric = 2,
+                           .samples = 3,
+                           .planar = 2,
+                           .strips = {0, 0, 0},
+                           .data = "ab"}));
+  add("tiff_packed_columns", tiff({.width = 19000000,
+                                   .height = 1,
+                                   .compression = kPackBits,
+                                   .strips = {0},
+                                   .data = std::string(300000, '\0')}));
+  add("tiff_shared_no_ops", tiff_of_shared_no_ops());
+  add("tiff_no_ops_in_a_row", tiff_of_no_ops(2, 300000, 1));
+  add("tiff_no_ops_in_all_rows", tiff_of_no_ops(1, 300, 1000));
+  add("tiff_strips_back_and_forth", tiff_of_jumps(1));
+  add("tiff_packed_strips_back_and_forth", tiff_of_jumps(kPackBits));
+  add("tiff_distant_planes", tiff_of_distant_planes());
+}
+
+void add_jpeg(std::vector<HostilePair>& pairs) {
+  const auto add = [&](const char* name, const std::string& bytes) {
+    pairs.push_back({name, bytes, bytes});
+  };
+  constexpr std::size_t bytes = 257 << 10;
+  add("jpeg_empty_scans", jpeg_of_empty_scans(11776, 100, bytes));
+  add("jpeg_thousands_of_scans", jpeg_of_empty_scans(1024, 4000, 0));
+  add("jpeg_arithmetic_without_data", jpeg_without_data(0xc9, 32700, 1, 0));
+  add("jpeg_arithmetic_scans", jpeg_without_data(0xca, 11776, 100, bytes));
+}
+
+}  // namespace
+
+std::vector<HostilePair> hostile_pairs() {
+  std::vector<HostilePair> pairs;
+  add_claims(pairs);
+  add_tiff(pairs);
+  add_jpeg(pairs);
+  pairs.push_back({"sgi_two_sizes", sgi(5040, 5000, 0), sgi(5040, 4999, 0)});
+  const std::string jumps = sgi(126, 20000, 200000);
+  pairs.push_back({"sgi_rows_back_and_forth", jumps, jumps});
+  return pairs;
+}
+
+}  // namespace test

@@ -1,0 +1,356 @@
+// Disks that are full, calls that fail, memory that is refused: whatever call of a run fails, a file
+// is either replaced by a complete picture, or nothing has changed and one message says why.
+#include <errno.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <functional>
+#include <map>
+#include <sstream>
+
+#include <ka/db.h>
+#include <ka/imgelement.h>
+#include <ka/mem.h>
+#include <ka/message.h>
+#include <ka/trans.h>
+
+#include "inject.h"
+#include "support.h"
+
+int vel_diff_main(int argc, char** argv);  // the tool's, renamed
+
+namespace {
+
+using test::Call;
+using test::Fault;
+
+constexpr unsigned kLongestRun = 20;  // seconds
+constexpr int kMostCalls = 10000;     // of one kind in a run
+constexpr char kNoMemory[] = "failed to allocate memory";
+
+struct Kind {
+  const char* name;
+  Fault fault;
+  enum { kEither, kSucceeds, kFails } end;  // what every such run must do
+};
+constexpr Kind kKinds[] = {
+    {"memory", {.call = Call::kMemory, .error = ENOMEM}, Kind::kEither},
+    {"open EMFILE", {.call = Call::kOpen, .error = EMFILE}, Kind::kEither},
+    {"read EIO", {.call = Call::kRead, .error = EIO}, Kind::kEither},
+    {"read EINTR", {.call = Call::kRead, .error = EINTR}, Kind::kSucceeds},
+    {"short read", {.call = Call::kRead}, Kind::kSucceeds},
+    {"write EIO", {.call = Call::kWrite, .error = EIO}, Kind::kFails},
+    {"full disk", {.call = Call::kWrite, .error = ENOSPC, .is_lasting = true}, Kind::kFails},
+    {"write EINTR", {.call = Call::kWrite, .error = EINTR}, Kind::kSucceeds},
+    {"short write", {.call = Call::kWrite}, Kind::kSucceeds},
+    {"lseek EIO", {.call = Call::kSeek, .error = EIO}, Kind::kEither},
+    {"ftruncate ENOSPC", {.call = Call::kSize, .error = ENOSPC}, Kind::kEither},
+    {"mmap ENOMEM", {.call = Call::kMap, .error = ENOMEM}, Kind::kEither},
+    {"fsync EIO", {.call = Call::kSync, .error = EIO}, Kind::kEither},
+    {"stat EIO", {.call = Call::kStatus, .error = EIO}, Kind::kEither},
+    {"link EIO", {.call = Call::kLink, .error = EIO}, Kind::kEither},
+    {"link EEXIST", {.call = Call::kLink, .error = EEXIST}, Kind::kEither},
+    {"rename EIO", {.call = Call::kRename, .error = EIO}, Kind::kEither},
+    {"close EIO", {.call = Call::kClose, .error = EIO}, Kind::kEither},
+    {"close EINTR", {.call = Call::kClose, .error = EINTR}, Kind::kSucceeds},
+};
+
+using Work = std::function<int(const Fault& fault)>;  // in a process of its own; its exit status
+
+struct Content {
+  std::string bytes;
+  std::filesystem::perms permissions;
+
+  bool operator==(const Content&) const = default;
+};
+using Folder = std::map<std::string, Content>;  // by name
+
+void PrintTo(const Content& content, std::ostream* out) {
+  *out << content.bytes.size() << " bytes, permissions " << std::oct
+       << unsigned(content.permissions) << std::dec;
+}
+
+Folder contents(const test::Scratch& scratch) {
+  Folder folder;
+  for (const auto& entry : std::filesystem::directory_iterator(scratch.path(""))) {
+    folder[entry.path().filename()] = {test::read_file(entry.path()), entry.status().permissions()};
+  }
+  return folder;
+}
+
+struct Outcome {
+  int status;  // exit status; minus the signal's number
+  std::string messages;
+};
+
+// An exception ends the process, as one that leaves main does.
+[[noreturn]] void end_with(const Work& work, const Fault& fault) noexcept {
+  std::exit(work(fault));
+}
+
+Outcome run(const Fault& fault, const Work& work) {
+  std::fflush(nullptr);
+  const int messages = memfd_create("messages", MFD_CLOEXEC);
+  const pid_t child = fork();
+  if (child == 0) {
+    dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), STDOUT_FILENO);
+    dup2(messages, STDERR_FILENO);
+    alarm(kLongestRun);
+    end_with(work, fault);
+  }
+  int status = 0;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  std::string text(std::size_t(lseek(messages, 0, SEEK_END)), '\0');
+  EXPECT_EQ(pread(messages, text.data(), text.size(), 0), ssize_t(text.size()));
+  close(messages);
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), text};
+}
+
+// One error, or one fatal message, which an error may explain; nothing else, no sanitizer's report.
+// Memory that is refused has its own message. A lightmap adds an error for each of its steps.
+bool is_one_message(const std::string& text, Call failed, int most_errors) {
+  int errors = 0, fatals = 0, others = 0;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) {
+    const std::string_view level = std::string_view(line).substr(0, 20);
+    const bool is_error = level.find(" error ") != level.npos;
+    const bool is_fatal = level.find(" fatal") != level.npos;
+    ++(is_error ? errors : is_fatal ? fatals : others);
+  }
+  if (others != 0 || errors > most_errors || fatals > 1) return false;
+  if (failed == Call::kMemory) return errors == 0 && text.find(kNoMemory) != text.npos;
+  return errors + fatals > 0;
+}
+
+int failed_calls = 0;  // in all tests together
+
+class Injection : public testing::Test {
+ protected:
+  // A file that must not be lost.
+  std::string precious(const std::string& name) {
+    std::string path = scratch.write(name, "precious");
+    chmod(path.c_str(), 0640);
+    return path;
+  }
+
+  // Runs the work undisturbed, then with each call of each kind failing.
+  void expect_whole_or_unchanged(const Work& work, bool has_unnamed_files = true) {
+    const Folder before = contents(scratch);
+    const Outcome whole = run({}, work);
+    ASSERT_EQ(whole.status, 0) << whole.messages;
+    const Folder after = contents(scratch);
+    for (const Kind& kind : kKinds) {
+      Fault fault = kind.fault;
+      fault.has_unnamed_files = has_unnamed_files;
+      for (fault.at = 1; fault.at < kMostCalls; ++fault.at) {
+        restore(before);
+        const Outcome outcome = run(fault, work);
+        if (test::counted_calls() < fault.at) break;
+        ++failed_calls;
+        const std::string what = std::string(kind.name) + ", number " + std::to_string(fault.at);
+        EXPECT_EQ(contents(scratch), outcome.status == 0 ? after : before) << what << '\n'
+                                                                           << outcome.messages;
+        expect_end(outcome, kind, what);
+      }
+    }
+  }
+
+  test::Scratch scratch;
+  int most_errors = 1;
+
+ private:
+  void expect_end(const Outcome& outcome, const Kind& kind, const std::string& what) const {
+    const auto& [status, messages] = outcome;
+    if (kind.end != Kind::kEither) {
+      EXPECT_EQ(status, kind.end == Kind::kFails ? 1 : 0) << what << '\n' << messages;
+    }
+    if (status == 0) {
+      EXPECT_EQ(messages, "") << what;
+    } else {
+      EXPECT_EQ(status, 1) << what << '\n' << messages;
+      EXPECT_TRUE(is_one_message(messages, kind.fault.call, most_errors)) << what << '\n'
+                                                                          << messages;
+    }
+  }
+
+  void restore(const Folder& folder) {
+    const Folder now = contents(scratch);
+    if (now == folder) return;
+    for (const auto& [name, content] : now) std::filesystem::remove_all(scratch.path(name));
+    for (const auto& [name, content] : folder) {
+      std::filesystem::permissions(scratch.write(name, content.bytes), content.permissions);
+    }
+  }
+};
+
+void start_library() {
+  ka_lumoralib_attach_process();
+  ka_module_push(KA_MAIN);
+  ka_mem_error_handler([] { ka_fatal(kNoMemory); });
+  ka_set_verbosity(KA_FATAL | KA_ERROR);
+  ka_mem_init();
+  ka_db_init();
+  ka_img_init();
+  ka_context_init();
+  ka_trans_init();
+}
+
+test::Image make_noise(int type, int width, int height) {
+  test::Image image = test::make_image(type, width, height);
+  const std::size_t bytes = (std::size_t(width) * std::size_t(image->bits) + 7) / 8;
+  unsigned noise = 1;
+  for (int y = 0; y < height; ++y) {
+    for (std::size_t slot = 0; slot < IMG_SLOTS; ++slot) {
+      std::uint8_t* const plane = test::plane(image.get(), y, slot);
+      for (std::size_t i = 0; plane && i < bytes; ++i) {
+        plane[i] = std::uint8_t((noise = noise * 1103515245 + 12345) >> 16 & 63);
+      }
+    }
+  }
+  return image;
+}
+
+struct Written {
+  std::string name;
+  int format, type;
+
+  friend void PrintTo(const Written& row, std::ostream* out) { *out << row.name; }
+};
+
+std::vector<Written> all_formats() {
+  std::vector<Written> rows;
+  for (int format = 0; format < IMG_FORMAT_CUSTOM; ++format) {
+    if (format == IMG_FORMAT_LWI || format == IMG_FORMAT_NULL) continue;
+    std::string name = ka_img_format_name(format);
+    for (char& c : name) c = c == '-' ? '_' : c;
+    rows.push_back({name, format, ka_img_best_type(format)});
+  }
+  rows.push_back({"p3", IMG_FORMAT_PPM, IMG_TYPE_RGB_16});
+  rows.push_back({"pf", IMG_FORMAT_PPM, IMG_TYPE_RGB_FP});
+  return rows;
+}
+
+// Creates a file, writes its lines and closes it. The first failure is reported.
+int write_picture(const Written& what, const std::string& path, const Fault& fault) {
+  start_library();
+  const test::Image image = make_noise(what.type, 160, 110);
+  test::inject(fault);
+  test::Handle file;
+  file->file_type = std::uint8_t(what.type);
+  if (ka_img_create(file, path.c_str(), what.type, what.format, image->width, image->height) &&
+      ka_img_image_write(file, image.get()) && ka_img_close(file)) {
+    return 0;
+  }
+  ka_img_err_msg(file);
+  return 1;
+}
+
+int read_picture(const std::string& path, const Fault& fault) {
+  start_library();
+  test::inject(fault);
+  test::Handle file;
+  test::Image image;
+  if (ka_img_open(file, path.c_str(), IMG_TYPE_FILE)) image.reset(ka_img_image_alloc(file));
+  if (image && ka_img_image_read(file, image.get()) && ka_img_close(file)) return 0;
+  ka_img_err_msg(file);
+  return 1;
+}
+
+class OfEveryFormat : public Injection, public testing::WithParamInterface<Written> {
+ protected:
+  [[nodiscard]] Work writing(const std::string& path) const {
+    return
+        [what = GetParam(), path](const Fault& fault) { return write_picture(what, path, fault); };
+  }
+};
+
+TEST_P(OfEveryFormat, IsWrittenWholeOrUnchanged) {
+  expect_whole_or_unchanged(writing(precious("picture")));
+}
+
+TEST_P(OfEveryFormat, IsReadWholeOrRefused) {
+  if (GetParam().format == IMG_FORMAT_ZPIC) return;  // only written
+  const std::string path = scratch.path("picture");
+  ASSERT_EQ(run({}, writing(path)).status, 0);
+  expect_whole_or_unchanged([&](const Fault& fault) { return read_picture(path, fault); });
+}
+
+class WithoutUnnamedFiles : public OfEveryFormat {};
+
+TEST_P(WithoutUnnamedFiles, IsWrittenWholeOrUnchanged) {
+  expect_whole_or_unchanged(writing(precious("picture")), false);
+}
+
+TEST_P(WithoutUnnamedFiles, IsWrittenWholeOrNotAtAll) {
+  for (const bool has_unnamed_files : {false, true}) {
+    expect_whole_or_unchanged(writing(scratch.path("picture")), has_unnamed_files);
+    std::filesystem::remove(scratch.path("picture"));
+  }
+}
+
+// One that goes back to its header, a mapping, text, a codec.
+INSTANTIATE_TEST_SUITE_P(Picture, WithoutUnnamedFiles,
+                         testing::Values(Written{"tif", IMG_FORMAT_TIF, IMG_TYPE_RGB},
+                                         Written{"map", IMG_FORMAT_MAP, IMG_TYPE_RGBA},
+                                         Written{"ps", IMG_FORMAT_PS, IMG_TYPE_RGB},
+                                         Written{"jpg", IMG_FORMAT_JPG, IMG_TYPE_RGB}),
+                         test::row_name<Written>);
+
+INSTANTIATE_TEST_SUITE_P(Picture, OfEveryFormat, testing::ValuesIn(all_formats()),
+                         test::row_name<Written>);
+
+TEST_F(Injection, ALightmapIsWrittenWholeOrUnchanged) {
+  most_errors = 3;
+  std::string path = precious("lightmap.tif");
+  expect_whole_or_unchanged([&](const Fault& fault) {
+    start_library();
+    img_file shape{};
+    shape.type = IMG_TYPE_RGBA;
+    shape.width = shape.height = 150;
+    shape.name = path.data();
+    std::uint32_t tag = 0;
+    ka_img_image_dbcreate(&shape, &tag);
+    ka_db_unpin(tag);
+    test::inject(fault);
+    ka_lightmap* lightmap = nullptr;
+    return ka_lightmap_edit(&lightmap, tag) && ka_lightmap_edit_end(lightmap) ? 0 : 1;
+  });
+}
+
+class OfTheTool : public Injection, public testing::WithParamInterface<const char*> {};
+
+// The pictures differ by less than a percent, which is status 0.
+TEST_P(OfTheTool, IsWholeOrUnchanged) {
+  const std::string pixels(std::size_t{3} * 40 * 30, 'a'),
+      head = "P6\n40 30\n255\n", output = std::string("difference.") + GetParam();
+  std::string others = pixels;
+  others[0] = 'f';
+  std::vector<std::string> arguments = {"vel_diff", scratch.write("first", head + pixels),
+                                        scratch.write("second", head + others), precious(output)};
+  std::vector<char*> pointers;
+  for (std::string& argument : arguments) pointers.push_back(argument.data());
+  pointers.push_back(nullptr);
+  expect_whole_or_unchanged([&](const Fault& fault) {
+    test::inject(fault);
+    return vel_diff_main(int(arguments.size()), pointers.data());
+  });
+}
+
+INSTANTIATE_TEST_SUITE_P(DifferenceImage, OfTheTool,
+                         testing::Values("ppm", "tif", "map", "jpg", "rgb", "iff"),
+                         [](const auto& row) { return row.param; });
+
+}  // namespace
+
+// The library is started in the child of each run.
+int main(int argc, char** argv) {
+  testing::InitGoogleTest(&argc, argv);
+  test::inject({});
+  const int result = RUN_ALL_TESTS();
+  std::printf("%d calls were made to fail\n", failed_calls);
+  return result;
+}
