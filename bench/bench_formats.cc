@@ -38,7 +38,7 @@ Bytes verbatim_sgi(Content content) {
   return file;
 }
 
-// The rows of one channel behind those of another, or the rows of one line together.
+// The rows of one channel after those of another, or the rows of one line together.
 Bytes encoded_sgi(Content content, bool is_planar) {
   constexpr std::size_t rows = 3 * std::size_t{kHeight};
   Bytes file = sgi_header(true);
@@ -82,7 +82,7 @@ Bytes mapped_targa() {
   return file;
 }
 
-// The planes of short runs change at different places: one plane stands for all three here.
+// The planes of short runs change at different places: one plane represents all three here.
 Bytes packed_targa(Content content) {
   Bytes file = targa_header(10, 3);
   for (std::size_t y = 0; y < kHeight; ++y) {
@@ -119,7 +119,7 @@ Bytes radiance(Content content) {
   return file;
 }
 
-// `sample_bytes` tells the bytes of a sample, a code which kind of texture it is.
+// `sample_bytes` is the bytes of a sample, a code which kind of texture it is.
 Bytes native_texture(int code, std::size_t sample_bytes) {
   Bytes file(8);
   file[0] = std::uint8_t(code);

@@ -32,7 +32,7 @@ const img_image_line* line_table(const img_image* image) {
   return reinterpret_cast<const img_image_line*>(image + 1);
 }
 
-// All planes of an image: they lie one behind the other.
+// All planes of an image: they lie one after the other.
 std::span<std::uint8_t> samples(img_image* image) {
   auto* const bytes = reinterpret_cast<std::uint8_t*>(image);
   return {bytes + line_table(image)[0].offset[0], 4 * kPixels};

@@ -99,7 +99,7 @@ Bytes rla(Content content, bool is_top_first, std::size_t sample_bytes) {
   return file;
 }
 
-// The planes of short runs change at different places: one plane stands for all three here. A
+// The planes of short runs change at different places: one plane represents all three here. A
 // literal packet counts from 0, a run from 129.
 Bytes mixed_pic(Content content) {
   Bytes file(112);

@@ -21,7 +21,7 @@ struct Tiff {
   bool is_big = false;  // byte order
 };
 
-// Header, directory, the bits of each sample, a colour map where there is one.
+// Header, directory, the bits of each sample, a color map where there is one.
 Bytes tiff_header(const Tiff& tiff) {
   constexpr std::size_t entries = 10, values = 8 + 2 + 12 * entries + 4;
   const std::size_t map_bytes = tiff.photometric == 3 ? 3 * 256 * 2 : 0;
@@ -66,7 +66,7 @@ Bytes plain_tiff(const Tiff& tiff) {
   return file;
 }
 
-// Packets of 128 bytes as they are, and runs of what three samples of a pixel have in common.
+// Packets of 128 literal bytes, and runs of what three samples of a pixel have in common.
 Bytes packed_tiff(Content content) {
   Bytes file = tiff_header({.bits = 8, .components = 3, .compression = 32773});
   for (std::size_t y = 0; y < kHeight; ++y) {

@@ -135,7 +135,7 @@ void read_pages(std::uint64_t seed) {
   benchmark::DoNotOptimize(sum);
 }
 
-// The same in a thread of its own, which starts with nothing.
+// The same in a separate thread, which starts with nothing.
 std::jthread reader(std::uint64_t seed) {
   return std::jthread([seed] {
     ka_msg_register_thread();

@@ -23,13 +23,13 @@ using Planes = std::array<Bytes, 4>;
 const Planes& planes_of(Content content);
 std::span<const std::uint8_t> row_of(const Planes& planes, std::size_t channel, std::size_t y);
 
-// Pixels of `depth` bytes, one behind the other.
+// Pixels of `depth` bytes, one after the other.
 Bytes interleaved(Content content, std::size_t depth);
 
 void append(Bytes& bytes, std::span<const std::uint8_t> more);
 void append_text(Bytes& bytes, std::string_view text);
 
-// Big-endian numbers, over others and behind them.
+// Big-endian numbers, over others and after them.
 void put_be16(Bytes& bytes, std::size_t at, std::size_t value);
 void put_be32(Bytes& bytes, std::size_t at, std::size_t value);
 void append_be16(Bytes& bytes, std::size_t value);
@@ -49,7 +49,7 @@ void for_packets(std::size_t count, Equal equal, Put put) {
   }
 }
 
-// Appends packets of a count and a pixel, in which one plane stands for all three.
+// Appends packets of a count and a pixel, in which one plane represents all three.
 void append_runs(Bytes& bytes, Content content);
 
 struct Picture {

@@ -2,7 +2,7 @@
 // in the file's own pixel type, every pixel of its mapping if it can be mapped, and as a whole in
 // rgba, closes it whatever happened. FUZZ_FORMATS lists the family's formats; of others only the
 // header is read. FUZZ_SIZES lists the file sizes of a format without a header: inputs become files
-// of one of them, zero behind the input, and only the first lines are read. FUZZ_PIXELS is the size
+// of one of them, zero after the input, and only the first lines are read. FUZZ_PIXELS is the size
 // of the largest pictures that are read.
 #include <algorithm>
 #include <array>
@@ -28,7 +28,7 @@ constexpr std::int64_t kMostPixels = FUZZ_PIXELS;  // larger pictures only cost 
 constexpr std::array kSizes = {FUZZ_SIZES};
 constexpr int kMostLines = 4;
 
-// The input's length tells which size it gets.
+// The input's length says which size it gets.
 std::int64_t file_size(std::size_t input) { return kSizes[input % kSizes.size()]; }
 #else
 constexpr int kMostLines = std::min<int>(kMostPixels, 4'000);

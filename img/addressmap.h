@@ -11,7 +11,7 @@
 namespace ka {
 
 // The records are not owned. Open addressing: at most half of the places are used, and removing
-// leaves no gaps behind.
+// leaves no gaps.
 template <typename Value>
 class AddressMap {
  public:

@@ -14,7 +14,7 @@
 namespace ka {
 
 // Reads a header field by field. A read past the end gives 0 and makes the cursor false for good,
-// so that a header is tested once, behind its last field.
+// so that a header is tested once, after its last field.
 class ByteCursor {
  public:
   explicit ByteCursor(std::span<const std::uint8_t> bytes) : rest_(bytes) {}

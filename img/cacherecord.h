@@ -46,7 +46,7 @@ struct PageSlot {
   std::uint32_t holders;    // threads that hold it
 };
 
-// What tells a file from another one under its name.
+// What distinguishes a file from another one under its name.
 struct FileIdentity {
   std::uint64_t device, inode;
   std::int64_t size;

@@ -1,4 +1,4 @@
-// Conversions from colours and from alpha and luminance.
+// Conversions from colors and from alpha and luminance.
 #include "convertline.h"
 
 namespace ka {
@@ -33,7 +33,7 @@ struct SteppedScalar : Scalar<float> {
   }
 };
 
-// The planes of a colour; false when one is absent.
+// The planes of a color; false when one is absent.
 template <typename Sample>
 struct Planes {
   explicit Planes(const img_line* line)

@@ -1,4 +1,4 @@
-// Conversions from data that is not a colour: directions, distances, labels, coverage and bits are
+// Conversions from data that is not a color: directions, distances, labels, coverage and bits are
 // made visible.
 #include <cstring>
 #include <tuple>
@@ -99,7 +99,7 @@ std::uint8_t getbits(std::uint32_t value, int first, int step) {
   return static_cast<std::uint8_t>(result);
 }
 
-// Neighbouring labels get colours far apart.
+// Neighbouring labels get colors far apart.
 template <int First, int Step>
 struct Label {
   using Sample = std::uint32_t;
@@ -148,7 +148,7 @@ void see_bits(const std::uint8_t* from, To* to, std::size_t count) {
   }
 }
 
-// A source of three looks, each at a plane of its own.
+// A source of three looks, each at a separate plane.
 template <typename Red, std::size_t RedSlot, typename Green, std::size_t GreenSlot, typename Blue,
           std::size_t BlueSlot>
 struct Looks {

@@ -26,7 +26,7 @@ extern const ConvertRow scalar_row, scalar_16_row, scalar_fp_row;  // alpha and 
 extern const ConvertRow vector_row, normal_row;                    // vta, vts; n, m
 extern const ConvertRow z_row, tag_row, coverage_row, bit_row, rgbe_row;
 
-// A source class describes how its lines are seen as a colour:
+// A source class describes how its lines are seen as a color:
 //   Sample                             of its planes
 //   kSampleBits                        from one pixel to the next
 //   kSlots                             the planes that R, G, B and A are made of, kFullSlot: none
@@ -59,7 +59,7 @@ void to_alpha(img_line* dst, const img_line* src, const float* /*weights*/, std:
   view_channel<Source, To, 3>(dst, src, width);
 }
 
-// Makes a plane of bits: bit x is test(x), bits behind the last pixel are 0.
+// Makes a plane of bits: bit x is test(x), bits after the last pixel are 0.
 template <typename Test>
 void pack_bits(std::uint8_t* to, std::size_t width, Test test) {
   for (std::size_t first = 0; first < width; first += 64) {
@@ -87,7 +87,7 @@ void any_to_bit(img_line* dst, const img_line* src, const float* /*weights*/, st
   });
 }
 
-// Shared-exponent colours are converted by way of floats, a block of pixels at a time.
+// Shared-exponent colors are converted by way of floats, a block of pixels at a time.
 class FloatBlock {
  public:
   static constexpr std::size_t kPixels = 256;
@@ -104,7 +104,7 @@ class FloatBlock {
   img_line* line() { return &line_; }  // of type rgb_fp
   // Fills the block from a line of type rgbe; false when it lacks a plane.
   [[nodiscard]] bool decode(const img_line& from, std::size_t count);
-  // Writes the block to a line of type rgbe and leaves other samples behind.
+  // Writes the block to a line of type rgbe and changes other samples.
   void encode(const img_line& to, std::size_t count);
 
  private:
@@ -155,7 +155,7 @@ constexpr void set_scalars(ConvertRow& row, const std::array<ConvertKernel, 3>& 
   row[IMG_TYPE_A_FP] = row[IMG_TYPE_S_FP] = kernels[2];
 }
 
-// The part of a row that has colours as destinations.
+// The part of a row that has colors as destinations.
 template <typename Source>
 constexpr ConvertRow colour_columns() {
   ConvertRow row{};

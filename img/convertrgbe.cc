@@ -1,4 +1,4 @@
-// Shared-exponent colours: three mantissas and one exponent, 8 bits each. They are coded as in
+// Shared-exponent colors: three mantissas and one exponent, 8 bits each. They are coded as in
 // Radiance pictures.
 #include <bit>
 #include <limits>
@@ -39,7 +39,7 @@ KA_KERNEL float as_light(float component) {
   return bounded < -most ? -kBrightest : bounded;
 }
 
-// What the components of a colour share.
+// What the components of a color share.
 struct Shared {
   std::uint8_t exponent;  // as it is stored
   float scale;            // from components to mantissas
@@ -64,7 +64,7 @@ KA_KERNEL std::uint8_t mantissa(float component, float scale) {
   return static_cast<std::uint8_t>(cut - (held < cut));
 }
 
-// Codes the colours of a block, which it overwrites.
+// Codes the colors of a block, which it overwrites.
 KA_KERNEL void encode_body(FloatBlock::Samples& colours,
                            const std::array<std::uint8_t*, IMG_SLOTS>& to, std::size_t count) {
   for (auto& plane : colours) {

@@ -40,7 +40,7 @@ template <typename State>
   return state;
 }
 
-// Ends a file that was written through `out`: what is left goes to the system. Nothing is added to
+// Ends a file that was written through `out`: the remainder goes to the system. Nothing is added to
 // a file that has failed before, and nothing to one that was read. Returns 1, or 0 with the
 // handle's error set to `code`.
 inline int finish_file(img_file* handle, FileWriter& out, int code) {

@@ -13,7 +13,7 @@
 
 namespace ka {
 
-constexpr std::size_t kImageHeaderSize = sizeof(img_image);  // in front of the line table
+constexpr std::size_t kImageHeaderSize = sizeof(img_image);  // before the line table
 static_assert(sizeof(img_image) == 120 && sizeof(img_image_line) == 16);
 static_assert(offsetof(img_image, level_offset) == 8 && offsetof(img_image, width) == 88);
 static_assert(offsetof(img_image, height) == 92 && offsetof(img_image, bits) == 96);
@@ -65,7 +65,7 @@ inline void set_plane(img_line* line, std::size_t slot, const void* plane) {
       plane ? reinterpret_cast<std::intptr_t>(plane) - reinterpret_cast<std::intptr_t>(line) : 0;
 }
 
-// Makes a line record refer to planes of its type that stand one behind the other right after it.
+// Makes a line record refer to planes of its type that stand one after the other right after it.
 inline void set_planes_behind(img_line* line, int type, int width) {
   const std::size_t slot = first_slot(type);
   auto next = static_cast<std::intptr_t>(sizeof(img_line));
@@ -117,7 +117,7 @@ inline std::uint8_t* first_plane(img_image* image) {
 }
 
 // Fills the line table of an image whose header is complete: line after line, each line's planes
-// one behind the other, the first one in slot `first`.
+// one after the other, the first one in slot `first`.
 inline void lay_out(img_image* image, std::size_t first) {
   const auto bytes = static_cast<std::uint32_t>(plane_bytes(image->type, image->width));
   auto next = static_cast<std::uint32_t>(
@@ -134,7 +134,7 @@ inline void lay_out(img_image* image, std::size_t first) {
 
 inline void lay_out(img_image* image) { lay_out(image, first_slot(image->type)); }
 
-// The header `offset` bytes behind that of an image, in the same block.
+// The header `offset` bytes after that of an image, in the same block.
 inline img_image* image_at(img_image* image, std::uint32_t offset) {
   return reinterpret_cast<img_image*>(reinterpret_cast<std::uint8_t*>(image) + offset);
 }

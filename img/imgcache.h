@@ -51,7 +51,7 @@ void img_cache_size_adjust(double delta);
 // True for map files that are too large to be mapped, and when the thread has asked for caching.
 bool img_cache_prefer(const ImageContext& context, const img_file* handle);
 
-// Bytes of the file behind a cached image; 0 for other images.
+// Bytes of the file of a cached image; 0 for other images.
 std::int64_t img_cache_filesize_get(const img_image* image);
 
 // An operation that looks at a cached image more than once: the headers of an image that another

@@ -80,7 +80,7 @@ struct img_format_row {
 // The row of a format below IMG_FORMAT_COUNT.
 const img_format_row& img_format_at(int format);
 
-// Finds out which format the file behind an opened handle has: asks every driver in a fixed order,
+// Finds out which format the file after an opened handle has: asks every driver in a fixed order,
 // with the handle's format set to the slot that is asked. `head` are the first IMG_HEAD_SIZE bytes.
 // Returns -1 when none accepts.
 int img_identify(img_file* handle, const std::uint8_t* head);

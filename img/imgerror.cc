@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr int kReportNumber = 3;  // of the message that tells a handle's error
+constexpr int kReportNumber = 3;  // of the message that reports a handle's error
 
 std::atomic<int> img_debug{0};
 std::atomic<img_err_callback> err_cb{nullptr};

@@ -19,7 +19,7 @@ namespace {
 
 constexpr char kUndefined[] = "<undefined format>";
 
-// A row; the best type stands before the others that can be written.
+// A row; the best type comes before the others that can be written.
 template <typename... Types>
 constexpr ka::img_format_row row(const char* name, const ka::img_driver& driver, int topdown,
                                  int best_type, Types... others) {

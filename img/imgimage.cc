@@ -37,7 +37,7 @@ int image_line(const img_file* handle, int i) {
   return handle->topdown ? handle->height - 1 - i : i;
 }
 
-// A handle that failed to open may still have the type that stands for the file's own.
+// A handle that failed to open may still have the type that represents the file's own.
 bool has_type(img_file* handle) {
   return ka::is_pixel_type(handle->type) || ka::img_error(handle, IMG_ERR_ARGUMENT, 0) != 0;
 }

@@ -39,7 +39,7 @@ bool is_beyond_last(const img_file* handle) {
 
 int unopened(img_file* handle) { return ka::img_error(handle, IMG_ERR_NOT_OPEN, 0); }
 
-// A failing line is told at once only to those who ask for every line.
+// A failing line is reported at once only to those who ask for every line.
 void tell_failed_line(img_file* handle, int result) {
   constexpr int every_line = 3;
   if (!result && ka::img_debug_level() >= every_line) ka_img_err_msg(handle);

@@ -79,7 +79,7 @@ bool lacks_levels(const img_file* handle, const ka::MapHead& head) {
   return handle->pyramid != 0 && head.image.levels == 0;
 }
 
-// What forbids the use of a file in its mapping; tells the reason.
+// What forbids the use of a file in its mapping; reports the reason.
 bool is_refused(const img_file* handle, const ka::MapHead& head) {
   if (head.swapped) {
     ka_nwarning(kWrongOrder, "image file %s cannot be mapped, wrong byte order",

@@ -68,7 +68,7 @@ ka::string absolute(const char* path) {
   return whole += path;
 }
 
-// The path behind all links that its last part may be, whether or not a file is there. Empty when
+// The path after all links that its last part may be, whether or not a file is there. Empty when
 // there are too many.
 ka::string without_links(const char* path) {
   ka::string target = absolute(path);

@@ -150,7 +150,7 @@ void schedule(const TextureJob& job, ka_job_schedule& hints) {
 }
 
 // Returns 1 when the pixels were not in memory of the element, or are still read there. In a purge,
-// which nobody may wait in, the data are of a file that was read whole.
+// in which no wait is allowed, the data are of a file that was read whole.
 int unload(const TextureJob& job, ka_job_call& call) {
   if (!call.fixed) return 0;
   auto* const image = static_cast<img_image*>(call.data);

@@ -5,7 +5,7 @@
 namespace ka {
 namespace {
 
-// Samples of files stand at any address.
+// Samples of files are at any address.
 template <typename Sample>
 struct [[gnu::packed, gnu::may_alias]] Unaligned {
   Sample value;
@@ -15,7 +15,7 @@ KA_KERNEL std::uint8_t swapped(std::uint8_t value) { return value; }
 KA_KERNEL std::uint16_t swapped(std::uint16_t value) { return __builtin_bswap16(value); }
 KA_KERNEL std::uint32_t swapped(std::uint32_t value) { return __builtin_bswap32(value); }
 
-// The loops name each plane by a pointer of its own: the compiler then knows that they do not
+// The loops name each plane by a separate pointer: the compiler then knows that they do not
 // overlap.
 template <typename Sample, bool Swap, std::size_t... C>
 KA_KERNEL void split_loop(const Unaligned<Sample>* __restrict packed, std::size_t count,

@@ -14,7 +14,7 @@
 namespace ka {
 
 // `planes` are as many as a pixel has components; `packed` has the same number of samples for each
-// of `count` pixels, in the stated sample size, one pixel behind the other. Packed samples need no
+// of `count` pixels, in the stated sample size, one pixel after the other. Packed samples need no
 // alignment. The two do not overlap.
 using SplitKernel = void (*)(const void* packed, void* const* planes, std::size_t count);
 using PackKernel = void (*)(void* packed, const void* const* planes, std::size_t count);
@@ -54,7 +54,7 @@ void pack(std::uint8_t* packed, const std::array<Sample*, Components>& planes, s
   (order == std::endian::native ? same : swapped)(packed, addresses.data(), count);
 }
 
-// Which byte of a sample, counted from the highest, stands at address `i` of the sample.
+// Which byte of a sample, counted from the highest, is at address `i` of the sample.
 template <std::size_t SampleBytes>
 constexpr std::size_t in_memory(std::size_t i) {
   return std::endian::native == std::endian::little ? SampleBytes - 1 - i : i;

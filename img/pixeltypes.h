@@ -16,7 +16,7 @@ constexpr int kNoType = -1;
 struct PixelType {
   const char* name;
   std::uint8_t bits;        // of a component
-  std::uint8_t components;  // each in a plane of its own
+  std::uint8_t components;  // each in a separate plane
   std::uint8_t first_slot;  // of the planes; a scalar has its only one in the slot of alpha
   PixelKind kind;
   std::int8_t compatible;  // the type whose lines have the same layout, kNoType: none

@@ -9,7 +9,7 @@
 namespace ka {
 namespace {
 
-constexpr unsigned kCount = 0x7f;  // bits of a control; the highest tells runs from literals
+constexpr unsigned kCount = 0x7f;  // bits of a control; the highest says runs from literals
 
 // Packets are short: what a branch on their length would cost when it is guessed wrong is more than
 // moving some bytes too many. A chunk holds whole pixels of 1 to 4 bytes.
@@ -70,7 +70,7 @@ struct ByteControl {
   static constexpr bool kSwaps = false;
   static constexpr bool kHasClosing = false;
   static constexpr bool kHasEmptyPackets = false;  // else a count of 0 ends the row
-  static constexpr bool kHasWideCounts = false;  // a count of 0 stands for one of 16 bits behind it
+  static constexpr bool kHasWideCounts = false;  // a count of 0 represents one of 16 bits after it
 };
 
 template <std::size_t PixelBytes>
@@ -204,7 +204,7 @@ struct Progress {
 };
 
 // Expands what stands so far from both ends that a packet may be moved with some bytes too many, up
-// to a count of 0 that ends the row or stands for a wide one. Whether a packet is a run is left to
+// to a count of 0 that ends the row or represents a wide one. Whether a packet is a run is left to
 // a branch: where it is guessed, which is most often, the next packet need not wait for this one's
 // length.
 template <typename Form>
@@ -247,7 +247,7 @@ Expanded expand(std::span<const std::uint8_t> packets, std::span<std::uint8_t> r
   const std::uint8_t* const in_end = in + packets.size();
   std::uint8_t* out = row.data();
   std::uint8_t* const out_end = out + row.size();
-  const std::uint8_t* packet = in;  // that is looked at
+  const std::uint8_t* packet = in;  // that is checked
   const auto ended = [&](RowEnd end) {
     return Expanded{end, std::size_t(packet - packets.data()), std::size_t(out - row.data())};
   };

@@ -1,6 +1,6 @@
 // Run-length packets that format families share. Both ends are bounded: a decoder reads no byte
-// past its input, writes none past the row but for the slack that a caller allows, and tells a row
-// that is not exactly filled.
+// past its input, writes none past the row but for the slack that a caller allows, and reports a
+// row that is not exactly filled.
 #pragma once
 
 #include <array>
@@ -24,7 +24,7 @@ enum class RowEnd {
 
 // Counted packets: rows of 8- or 16-bit samples. The low 7 bits of a control sample count n
 // samples, which follow as they are where bit 7 is set, or as one sample to be repeated. A count of
-// 0 ends the row; it may be missing behind a complete row. 16-bit samples and controls are
+// 0 ends the row; it may be missing after a complete row. 16-bit samples and controls are
 // big-endian.
 
 // Decodes a row into `line`.
@@ -36,7 +36,7 @@ template <typename Sample>
   return (2 * count + 1) * sample_bytes;
 }
 
-// Encodes a line: stretches up to the next three equal samples as they are, then the samples equal
+// Encodes a line: stretches up to the next three equal literal samples, then the samples equal
 // to the first of these as a run. Before: `packets` has room for counted_bound. Returns the bytes
 // used, the closing 0 included.
 template <typename Sample>
@@ -44,7 +44,7 @@ template <typename Sample>
                                           std::span<std::uint8_t> packets);
 
 // Pixel packets: rows of pixels of 1 to 4 bytes. A control byte c below 128 is followed by c + 1
-// pixels as they are, any other by one pixel that is repeated c - 127 times. The row ends with its
+// literal pixels, any other by one pixel that is repeated c - 127 times. The row ends with its
 // last pixel.
 
 struct PixelRow {
@@ -52,11 +52,11 @@ struct PixelRow {
   std::size_t used;  // bytes of the packets, of a whole row
 };
 
-// Bytes behind a row with which its last packets need no care.
+// Bytes after a row with which its last packets need no care.
 constexpr std::size_t kRowSlack = 64;
 
 // Decodes a row of row.size() / pixel_bytes pixels, left as they are in the packets. Up to `slack`
-// bytes behind the row may be overwritten.
+// bytes after the row may be overwritten.
 [[nodiscard]] PixelRow expand_pixels(std::span<const std::uint8_t> packets,
                                      std::span<std::uint8_t> row, std::size_t pixel_bytes,
                                      std::size_t slack = 0);
@@ -67,7 +67,7 @@ constexpr std::size_t kRowSlack = 64;
 }
 
 // The encoders of pixel, signed and mixed packets put three and more equal pixels into a packet of
-// their own, as many as it can count; what stands between such stretches is stored as it is.
+// their own, as many as it can count; the rest is stored as literals.
 // Bytes that their packets of `count` pixels can take at most: one more for each 127 pixels.
 [[nodiscard]] constexpr std::size_t compact_bound(std::size_t count, std::size_t pixel_bytes) {
   return count * pixel_bytes + count / 127 + 1;
@@ -78,7 +78,7 @@ constexpr std::size_t kRowSlack = 64;
                                         std::span<std::uint8_t> packets);
 
 // Signed packets: rows of bytes. A control byte c from 0 to 127 is followed by one byte that is
-// repeated c + 1 times, any other by 256 - c bytes as they are.
+// repeated c + 1 times, any other by 256 - c literal bytes.
 
 // Decodes a row, which is whole when the last packet ends with it.
 [[nodiscard]] RowEnd expand_signed(std::span<const std::uint8_t> packets,
@@ -87,7 +87,7 @@ constexpr std::size_t kRowSlack = 64;
 [[nodiscard]] std::size_t compact_signed(std::span<const std::uint8_t> row,
                                          std::span<std::uint8_t> packets);
 
-// Mixed packets: as pixel packets, but behind a control byte of 128 the count stands in two bytes,
+// Mixed packets: as pixel packets, but after a control byte of 128 the count is in two bytes,
 // big-endian; 0 there is corrupt. Pixels of 1 to 4 bytes.
 [[nodiscard]] PixelRow expand_mixed(std::span<const std::uint8_t> packets,
                                     std::span<std::uint8_t> row, std::size_t pixel_bytes);
@@ -99,7 +99,7 @@ constexpr std::size_t kRowSlack = 64;
 [[nodiscard]] PixelRow expand_repeats(std::span<const std::uint8_t> packets,
                                       std::span<std::uint8_t> row, std::size_t pixel_bytes);
 
-// PackBits: rows of bytes. A control byte c below 128 is followed by c + 1 bytes as they are, one
+// PackBits: rows of bytes. A control byte c below 128 is followed by c + 1 literal bytes, one
 // above 128 by a byte that is repeated 257 - c times; 128 means nothing. The row ends with its last
 // byte.
 
@@ -119,7 +119,7 @@ struct PackBitsRow {
 [[nodiscard]] PackBitsRow skip_packbits(std::span<const std::uint8_t> packets, std::uint64_t count);
 
 // Bytes that the packets of `count` bytes can take at most: only the first literal of a row and one
-// behind 127 or 128 others take more than their bytes.
+// after 127 or 128 others take more than their bytes.
 [[nodiscard]] constexpr std::size_t packbits_bound(std::size_t count) {
   return count + count / 128 + 3;
 }
@@ -157,7 +157,7 @@ using RunKernel = void (*)(std::span<const std::uint8_t> packets, const RunPlane
 [[nodiscard]] RowEnd expand_pairs(std::span<const std::uint8_t> pairs, std::span<std::uint8_t> row);
 
 // Scanline packets: rows of bytes. A control byte c above 128 is followed by one byte that is
-// repeated c - 128 times, any other by c bytes as they are, which may be none. The row ends with
+// repeated c - 128 times, any other by c literal bytes, which may be none. The row ends with
 // its last byte.
 
 // Decodes a row.

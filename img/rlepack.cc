@@ -55,7 +55,7 @@ bool are_equal(const std::uint8_t* a, const std::uint8_t* b) {
 }
 
 // Encodes a row of whole pixels: stretches of at least three equal pixels as runs, what stands
-// between them as it is. What is left of a run that a packet does not hold is looked at anew.
+// between them as it is. The rest of a run that a packet does not hold is examined again.
 template <typename Packets>
 std::size_t compact(std::span<const std::uint8_t> row, std::span<std::uint8_t> bytes) {
   constexpr std::size_t size = Packets::kSampleBytes;
@@ -98,7 +98,7 @@ std::uint8_t* to_file(std::uint8_t* bytes, Sample value) {
   return bytes;
 }
 
-// Where the next three equal samples begin. Without any the last two samples stay behind the end of
+// Where the next three equal samples begin. Without any the last two samples stay after the end of
 // the stretch.
 template <typename Sample>
 std::size_t literal_end(std::span<const Sample> line, std::size_t from) {

@@ -26,7 +26,7 @@ constexpr std::uint64_t two_packets(std::uint8_t length, std::uint8_t sample) {
 }
 
 // Noise has a packet for almost each pixel: `Count` at once where all of them are such. Where they
-// are not nothing is tried again before `mixed_end`, behind them.
+// are not nothing is tried again before `mixed_end`, after them.
 template <std::size_t Count>
 KA_KERNEL bool move_singles(const RunPlanes& out, std::size_t done, const std::uint8_t* in,
                             const std::uint8_t*& mixed_end) {

@@ -27,7 +27,7 @@ template <typename Sample, std::size_t Components, typename Move>
 }
 
 // Reads a row of `count` pixels, whose samples follow the order of `planes`. False at the end of
-// the file and when the system failed; errno tells which, as FileReader::take does.
+// the file and when the system failed; errno says which, as FileReader::take does.
 template <typename Sample, std::size_t Components>
 [[nodiscard]] bool read_row(FileReader& in, const std::array<Sample*, Components>& planes,
                             std::size_t count, std::endian order = std::endian::native) {
@@ -40,7 +40,7 @@ template <typename Sample, std::size_t Components>
                   });
 }
 
-// Writes a row of `count` pixels. False when the system failed, which out.error() tells.
+// Writes a row of `count` pixels. False when the system failed, see out.error().
 template <typename Sample, std::size_t Components>
 [[nodiscard]] bool write_row(FileWriter& out, const std::array<Sample*, Components>& planes,
                              std::size_t count, std::endian order = std::endian::native) {

@@ -13,13 +13,13 @@
 namespace ka {
 
 // Reads exactly `count` bytes at the position of the stream's file descriptor. Returns 1, or 0 at
-// the end of the file and on a failure of the system, which errno then tells.
+// the end of the file and on a failure of the system, with the reason in errno.
 int img_fread(void* buffer, std::size_t count, FILE* stream);
 
 // Moves the position of the stream's file descriptor. Returns 1, or 0 when the system refuses.
 int img_fseek(FILE* stream, std::int64_t offset, int whence);
 
-// Reads a file through a buffer of its own, from front to back or row by row wherever the rows
+// Reads a file through a private buffer, from front to back or row by row wherever the rows
 // stand. Several readers of one file do not disturb each other.
 class FileReader {
  public:
@@ -48,7 +48,7 @@ class FileReader {
   [[nodiscard]] std::uint64_t position() const { return size_ - left_; }
 
   // The next `count` bytes, valid until the next call; empty when fewer are left or when the system
-  // failed, which errno then tells (0 for an early end). `count` is at most the buffer's size.
+  // failed, with the reason in errno (0 for an early end). `count` is at most the buffer's size.
   [[nodiscard]] std::span<const std::uint8_t> take(std::size_t count) {
     if (count > std::size_t(end_ - at_) && !fill(count)) return {};
     const auto bytes = std::span(at_, count);
@@ -58,7 +58,7 @@ class FileReader {
   }
 
   // The bytes from here on that are at hand, valid until the next call and not taken yet: at least
-  // `count`, fewer only when the file ends or the system failed, which errno then tells (0 for the
+  // `count`, fewer only when the file ends or the system failed, with the reason in errno (0 for the
   // end). `count` is at most the buffer's size.
   [[nodiscard]] std::span<const std::uint8_t> ahead(std::size_t count) {
     if (count > std::size_t(end_ - at_)) fill(std::size_t(std::min<std::uint64_t>(count, left_)));
@@ -83,13 +83,13 @@ class FileReader {
   FILE* stream_ = nullptr;
   Buffer buffer_;
   const std::uint8_t* at_ = nullptr;   // the next byte
-  const std::uint8_t* end_ = nullptr;  // behind the last byte in the buffer
+  const std::uint8_t* end_ = nullptr;  // after the last byte in the buffer
   std::uint64_t size_ = 0;             // of the file
   std::uint64_t left_ = 0;             // bytes from at_ to the end of the file
   std::size_t portion_ = 0;            // bytes to read at a time, when no more are asked for
 };
 
-// Writes a file through a buffer of its own, from front to back unless told otherwise.
+// Writes a file through a private buffer, from front to back unless asked otherwise.
 class FileWriter {
  public:
   static constexpr std::size_t kBufferSize = std::size_t{128} << 10;

@@ -33,7 +33,7 @@ ka::ComposeSettings compose_settings(const Options& options) {
 
 int panel_lines(const Options& options) { return options.no_histogram ? 0 : ka::kPanelLines; }
 
-// Measures while both files are read line by line. What is told of a damaged file is the same as if
+// Measures while both files are read line by line. What is reported of a damaged file is the same as if
 // the first had been read whole before the second.
 ka::Difference measure_streams(Picture& first, Picture& second,
                                const ka::MeasureSettings& settings) {
@@ -52,7 +52,7 @@ ka::Difference measure_streams(Picture& first, Picture& second,
   return meter.result();
 }
 
-// Whole pictures, kept only where somebody needs them.
+// Whole pictures, kept only where they are needed.
 struct Buffers {
   ImageBuffer first, second;
 };

@@ -19,7 +19,7 @@ MutablePlanes mutable_planes(const LinePlanes& planes) {
 // Cut to a whole number. Differences can pass what the scale calls full: they show as full.
 std::uint8_t to_sample(double value) { return std::uint8_t(std::min(value, 255.0)); }
 
-// What single channel differences become. Everything that costs a root or a power stands in tables.
+// What single channel differences become. Everything that costs a root or a power is in tables.
 struct ChannelTables {
   std::array<std::uint8_t, 256> color;  // by absolute difference
   std::array<std::uint8_t, 256> alpha;
@@ -41,7 +41,7 @@ ChannelTables make_channel_tables(const ComposeSettings& settings, double scale)
   return tables;
 }
 
-// The false colour of a pixel sum, R in the low byte.
+// The false color of a pixel sum, R in the low byte.
 std::uint32_t color_of_sum(const ComposeSettings& settings, double scale, std::size_t sum) {
   const double v = settings.measure.signed_intensity ? double(sum) / scale
                                                      : std::sqrt(double(sum)) / 255.0 / scale;

@@ -5,7 +5,7 @@
 
 #include <string>
 
-// Shows the line where information is shown anyway, and to somebody who reads standard error on a
+// Shows the line where information is shown anyway, and to a user who reads standard error on a
 // terminal. Programs that read it see the usual lines only.
 void explain(const std::string& text);
 

@@ -9,7 +9,7 @@
 namespace ka {
 namespace {
 
-constexpr double kRangeWithoutAlpha = 441;  // stands for 255 times the square root of 3
+constexpr double kRangeWithoutAlpha = 441;  // represents 255 times the square root of 3
 constexpr double kRange = 510;              // 255 times the square root of 4
 constexpr int kLargestSample = 255;
 
@@ -137,7 +137,7 @@ const PixelRow& HistogramPass::add_line(const LinePlanes& first, const LinePlane
   return row_;
 }
 
-// A colour distance has no sign: only intensities fill the negative histograms.
+// A color distance has no sign: only intensities fill the negative histograms.
 Histograms HistogramPass::result() const {
   Histograms histograms;
   const bool is_signed = settings_.signed_intensity;

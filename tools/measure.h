@@ -17,14 +17,14 @@ struct MeasureSettings {
   int tolerance = 3;  // channel differences of at most this size contribute nothing
   bool ignore_alpha = false;
   bool signed_intensity =
-      false;              // intensity of picture 1 minus picture 2, instead of the colour distance
+      false;              // intensity of picture 1 minus picture 2, instead of the color distance
   bool brighten = false;  // scale by the largest difference found
 };
 
 // The 8-bit planes R, G, B, A of one line.
 using LinePlanes = std::array<const std::uint8_t*, 4>;
 
-// Pixels looked at together: most blocks of most pairs do not differ.
+// Pixels examined together: most blocks of most pairs do not differ.
 inline constexpr std::size_t kMeasureBlock = 64;
 
 // What a kernel finds in one line.
@@ -39,7 +39,7 @@ struct LineSums {
 struct Difference {
   int count = 0;       // differing pixels
   double total = 0;    // of their sums
-  double largest = 0;  // colour: the largest sum; intensity: the sum of largest absolute value
+  double largest = 0;  // color: the largest sum; intensity: the sum of largest absolute value
   double maximum_percent = 0;  // of the full range; intensity: with its sign
   double scale = 1;            // divides a pixel's difference to give 0 to 1
 };
@@ -71,7 +71,7 @@ class Meter {
 [[nodiscard]] Difference measure(const img_image* first, const img_image* second, int height,
                                  const MeasureSettings& settings);
 
-// Average difference in percent: colour: the root mean square of the distances; intensity: the
+// Average difference in percent: color: the root mean square of the distances; intensity: the
 // mean. Before: count is not 0.
 [[nodiscard]] double average_percent(const Difference& difference, const MeasureSettings& settings);
 
@@ -111,7 +111,7 @@ struct PixelRow {
 };
 
 // Pixels by bin, those of negative sums kCounterMiddle further on; or by difference of alpha around
-// kCounterMiddle, those that do not differ at 0. They stand in several sets, so that pixels that
+// kCounterMiddle, those that do not differ at 0. They are in several sets, so that pixels that
 // count alike do not wait for each other, and sets do not start a power of two apart, as the
 // processor would take their addresses for the same.
 inline constexpr std::size_t kCounterSets = 8, kCounterMiddle = 256;

@@ -7,11 +7,11 @@
 
 namespace ka {
 
-// `tolerance` is 0 to 255. Alpha takes part in colour sums with `channels` 4, not with 3.
+// `tolerance` is 0 to 255. Alpha takes part in color sums with `channels` 4, not with 3.
 using MeasureKernel = void (*)(const LinePlanes& first, const LinePlanes& second, std::size_t width,
                                int tolerance, int channels, LineSums& sums);
 
-// Colour: the sum of the squares of the differences beyond the tolerance.
+// Color: the sum of the squares of the differences beyond the tolerance.
 extern const KernelTable<MeasureKernel> colour_kernels;
 // Intensity: the weighted differences, cut to a whole number after each channel in the order B, G,
 // R.

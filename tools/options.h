@@ -24,7 +24,7 @@ struct Options {
   const char* output_type = nullptr;
 };
 
-// Reads the options and moves the names behind them. Returns false for a request for help and for
+// Reads the options and moves the names after them. Returns false for a request for help and for
 // an option that is not known or lacks its argument.
 bool parse_options(int argc, char** argv, Options& options);
 

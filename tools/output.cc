@@ -80,7 +80,7 @@ void OutputFile::fail(const char* format) {
 #pragma GCC diagnostic pop
 }
 
-// The temporary file is written through the descriptor that made it: nobody can put another one in
+// The temporary file is written through the descriptor that made it: no other one can be put in
 // its place.
 void OutputFile::create(int width, int height) {
   const HeldSignals held;

@@ -1,5 +1,5 @@
 // The difference image as a file: its name and format, writing it, showing it in the viewer. Every
-// failure is told and ends the process.
+// failure is reported and ends the process.
 #pragma once
 
 #include <ka/img.h>

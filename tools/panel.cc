@@ -111,7 +111,7 @@ class Panel {
     }
   }
 
-  // The largest counter of the bins that a column stands for.
+  // The largest counter of the bins that a column represents.
   [[nodiscard]] int fullest_bin(const Histograms::Bins& bins, int x) const {
     const long columns = width_ - 2 * kMargin - 1;
     const long high = 255L * x / columns;

@@ -31,15 +31,15 @@ class Picture {
   // Whether the file can be opened and has the size of another picture. Tells nothing.
   [[nodiscard]] bool would_open_as_large_as(const Picture& other) const;
 
-  // Reads everything into a buffer and closes the file. A failure is told and ends the process.
+  // Reads everything into a buffer and closes the file. A failure is reported and ends the process.
   [[nodiscard]] ImageBuffer read();
 
   // Reads the next line, in file order, into the picture's own line record.
   [[nodiscard]] bool read_line();
-  // Reads the lines that are left, only to know that they can be read. A failure is told and ends
+  // Reads the remaining lines, only to know that they can be read. A failure is reported and ends
   // the process.
   void read_rest();
-  // Closes the file. A failure is told and ends the process.
+  // Closes the file. A failure is reported and ends the process.
   void close();
 
   [[nodiscard]] ka::LinePlanes planes() const;  // of the line that was read last

@@ -37,7 +37,7 @@ void reserve_standard_streams() {
   }
 }
 
-// A reader that went away and a file that may not grow are failures to be told, not ends without a
+// A reader that went away and a file that may not grow are failures to be reported, not ends without a
 // word.
 void refuse_deadly_signals() {
   signal(SIGPIPE, SIG_IGN);

@@ -14,7 +14,7 @@ namespace {
 
 constexpr char kViewer[] = "vel_disp";
 
-// While one of these lives the user's interrupts are the viewer's alone, and nobody but this thread
+// While one of these lives the user's interrupts are the viewer's alone, and only this thread
 // hears of the viewer's end.
 class WaitingSignals {
  public:

@@ -26,14 +26,14 @@ constexpr std::uint32_t kIffColours = iff_name("RGBA");
 constexpr std::uint32_t kIffDepths = iff_name("ZBUF");
 
 constexpr std::size_t kIffHeaderBytes = 24;
-constexpr std::size_t kIffBoundsBytes = 8;  // of a tile, in front of its pixels
+constexpr std::size_t kIffBoundsBytes = 8;  // of a tile, before its pixels
 constexpr int kIffLargestSide = 65536;      // pixels; bounds of tiles have 16 bits
 
 enum IffFlags : std::uint32_t { kIffHasColour = 1, kIffHasAlpha = 2, kIffHasDepth = 4 };
 
 struct IffChunk {
   std::uint32_t name;
-  std::uint32_t size;   // bytes behind this field, a form's type included, padding not
+  std::uint32_t size;   // bytes after this field, a form's type included, padding not
   std::uint32_t form;   // type of a form, else 0
   std::uint64_t start;  // byte offset in the file
 };
@@ -60,7 +60,7 @@ class IffStack {
 // Opens the next chunk. False at the end of the file, when the system failed, which errno then
 // tells, and when too many are open.
 [[nodiscard]] bool img_iff_read_begin_chunk(FileReader& in, IffStack& stack, IffChunk& chunk);
-// Leaves the innermost chunk: goes on behind its padding. False when none is open.
+// Leaves the innermost chunk: continues after its padding. False when none is open.
 [[nodiscard]] bool img_iff_read_end_chunk(FileReader& in, IffStack& stack);
 
 // Opens a chunk whose start is here; its size need not be known. False when too many are open.
@@ -110,8 +110,8 @@ struct IffState {
   [[nodiscard]] std::span<const IffTile> held_tiles() const {
     return std::span(tiles).subspan(held.first_tile, held.end_tile - held.first_tile);
   }
-  // A tile's plane in the strip buffer. Tiles of a strip have the same lines. Planes stand in the
-  // order of the file, the last component first. When reading there is room behind the last of
+  // A tile's plane in the strip buffer. Tiles of a strip have the same lines. Planes are in the
+  // order of the file, the last component first. When reading there is room after the last of
   // them, and tiles are decoded from left to right: what is written past the end of one is
   // overwritten.
   [[nodiscard]] std::uint8_t* plane(const IffTile& of, std::size_t component) const {

@@ -19,7 +19,7 @@ enum Photometric : std::uint32_t { kWhiteIsZero, kBlackIsZero, kRgb, kPalette };
 
 constexpr std::uint16_t kShort = 3;  // type of an entry whose values have 16 bits; all others: 32
 
-// An entry of the directory: values of 16 or 32 bits, which stand in it where four bytes hold them
+// An entry of the directory: values of 16 or 32 bits, which are in it where four bytes hold them
 // all, else at a file offset.
 struct Entry {
   std::uint16_t tag, type;
@@ -73,21 +73,21 @@ struct Source {
   }
 };
 
-// Reads the entries of the directory at a file offset that tell what the file holds. Returns 1, or 0
+// Reads the entries of the directory at a file offset that say what the file holds. Returns 1, or 0
 // with the handle's error, also for what is not read whatever other entries say.
 int read_directory(Source& file, std::uint32_t offset, Directory& directory);
 
 // Refuses a table of sample formats that has not one for each sample.
 int refuse_format_count(const Source& file, std::uint32_t count);
 
-// Where the strips of a file stand.
+// Where the strips of a file are.
 struct Strips {
   vector<std::uint32_t> offset;  // [plane * per_plane + strip], file offsets in bytes
   std::size_t per_plane;         // strips of one plane; pixels side by side have one plane
   std::uint32_t rows;            // of each strip but the last; not used with a single one
 };
 
-// Rows are read through a reader for each plane, which stand far apart in a file.
+// Rows are read through a reader for each plane, which are far apart in a file.
 struct PlaneReader {
   FileReader in;
   // Where a packet of the strip begins: the rows before the next one end there, or as much of them

@@ -48,7 +48,7 @@ struct CatiaState {
   std::size_t block_lines = 0;  // of a full sub-block
   int next = 0;                 // line
   std::array<Component, 3> components;
-  int failure = IMG_ERR_NONE;  // of a line: those behind it would come from the wrong places
+  int failure = IMG_ERR_NONE;  // of a line: those after it would come from the wrong places
   Buffer picture;              // that is written: [component * height + line][width]
 
   std::uint8_t* line(const img_file* handle, std::size_t component, std::size_t y) {
@@ -79,7 +79,7 @@ struct KnownNumber {
 constexpr KnownNumber kKnownNumbers[] = {
     {kOneAt, 1, 1}, {kCodeAt, kCode, kCode}, {kFlagAt, 0, 1}, {kZeroAt, 0, 0}};
 
-// Before: the header has the texts that tell the format. Empty with the handle's error.
+// Before: the header has the texts that say the format. Empty with the handle's error.
 std::optional<Header> parse_header(img_file* handle, Bytes header) {
   if (!has_text(header, kClassAt, kClass)) {
     img_refuse(handle, IMG_ERR_SUBTYPE, 0, "class \"%c\" is not read; \"2\" is", header[kClassAt]);
@@ -109,7 +109,7 @@ constexpr std::size_t in_records(std::size_t bytes) {
   return (bytes + kRecordBytes - 1) / kRecordBytes * kRecordBytes;
 }
 
-// Takes the record in front of the data of a sub-block. Returns the bytes of that data, or 0 with
+// Takes the record before the data of a sub-block. Returns the bytes of that data, or 0 with
 // the handle's error.
 std::size_t read_length(img_file* handle, FileReader& in) {
   const auto record = in.take(kRecordBytes);
@@ -145,7 +145,7 @@ int read_sub_block(img_file* handle, Component& component, std::size_t count) {
   return 1;
 }
 
-// Finds where each component begins: only the sub-blocks in front of it tell.
+// Finds where each component begins: only the sub-blocks before it tell.
 int read_file(img_file* handle, CatiaState& state) {
   const auto height = static_cast<std::size_t>(handle->height);
   const std::size_t blocks = (height + state.block_lines - 1) / state.block_lines;

@@ -1,5 +1,5 @@
 // Native textures: a small header and raw interleaved samples, bottom line first. One family serves
-// every pixel type of this system; a subtype code in the first byte tells which. Layout:
+// every pixel type of this system; a subtype code in the first byte says which. Layout:
 // docs/formats.md, "Native textures". Everything is big-endian.
 #include <errno.h>
 
@@ -74,7 +74,7 @@ std::optional<Header> parse_header(std::span<const std::uint8_t> head) {
   return header;
 }
 
-// Colour and scalar textures are found under one name for their 8-bit, 16-bit and float forms.
+// Color and scalar textures are found under one name for their 8-bit, 16-bit and float forms.
 bool is_found_as(int found, int tested) {
   switch (tested) {
     case IMG_FORMAT_CT:
@@ -86,8 +86,8 @@ bool is_found_as(int found, int tested) {
   }
 }
 
-// The code that holds a file's pixels. Colour and scalar formats store the depth that they are
-// given; the exponent of shared-exponent colours stands in the alpha byte.
+// The code that holds a file's pixels. Color and scalar formats store the depth that they are
+// given; the exponent of shared-exponent colors is in the alpha byte.
 std::optional<std::uint8_t> code_for(int format, int type) {
   int wanted = format;
   if (format == IMG_FORMAT_CT && type == IMG_TYPE_RGBA_16) wanted = IMG_FORMAT_CT16;

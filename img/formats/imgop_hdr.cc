@@ -1,4 +1,4 @@
-// Radiance pictures: a text header, then run-length encoded scanlines of shared-exponent colours.
+// Radiance pictures: a text header, then run-length encoded scanlines of shared-exponent colors.
 // Layout: docs/formats.md, "Radiance HDR", which is that of "The RADIANCE Picture File Format" with
 // the scanlines of its newer encoding, of any width.
 #include <errno.h>
@@ -23,7 +23,7 @@ using namespace std::string_view_literals;
 constexpr auto kMagic = "#?RADIANCE\n"sv;
 constexpr auto kOlderMagic = "#?LUMORA - HDR image created by Lumora\n"sv;
 constexpr auto kEncoding = "FORMAT=32-bit_rle_rgbe"sv;
-constexpr std::size_t kTestedBytes = 1024;  // where the last header line that is looked at starts
+constexpr std::size_t kTestedBytes = 1024;  // where the last header line that is checked starts
 constexpr std::size_t kLongestLine = 1023;  // characters
 constexpr std::size_t kLongestResolution = 127;  // characters
 constexpr std::size_t kPlanes = 4;
@@ -62,7 +62,7 @@ bool names_encoding(std::string_view line) {
   return line.starts_with(kEncoding);
 }
 
-// Moves behind the first empty line; false when there is none.
+// Moves after the first empty line; false when there is none.
 bool skip_header(FileReader& in) {
   int last = 0, byte = 0;
   while (last != '\n' || byte != '\n') {
@@ -81,7 +81,7 @@ int take_number(std::string_view& text) {
   return failure == std::errc() ? number : 0;
 }
 
-// Signs and axes stand for the numbers behind them; an axis that is left out is the other one.
+// Signs and axes represent the numbers after them; an axis that is left out is the other one.
 Resolution parse_resolution(std::string_view line) {
   Resolution resolution;
   bool is_negative = false, is_y = false;

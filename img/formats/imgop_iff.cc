@@ -1,4 +1,4 @@
-// Tiled images in IFF chunks: colour, alpha or one component of 8, 16 or 32 bits, each tile
+// Tiled images in IFF chunks: color, alpha or one component of 8, 16 or 32 bits, each tile
 // run-length encoded where that makes it shorter, the bottom line first; depths are written only.
 // Layout: docs/formats.md, "IFF". Numbers are big-endian.
 #include <errno.h>

@@ -64,7 +64,7 @@ void tell(j_common_ptr codec) {
   longjmp(state_of(codec).jump, 1);  // NOLINT(cert-err52-cpp): as above
 }
 
-// Where the codec would go on with pixels of its own making it is stopped.
+// Where the codec would go on with invented pixels it is stopped.
 bool makes_up_pixels(int warning) {
   return warning == JWRN_HIT_MARKER || warning == JWRN_HUFF_BAD_CODE ||
          warning == JWRN_ARITH_BAD_CODE || warning == JWRN_MUST_RESYNC;
@@ -132,7 +132,7 @@ void create_reader(JfifState& state) {
   state.reader.progress = &state.progress;
 }
 
-// Whether scans may be missing. A file of one scan tells when its lines are read.
+// Whether scans may be missing. A file of one scan says when its lines are read.
 bool ends_before_its_last_scan(JfifState& state) {
   return state.ended && jpeg_has_multiple_scans(&state.reader);
 }
@@ -324,7 +324,7 @@ int img_write_jfif(img_file* handle, img_line* line) {
   return rows == 1;
 }
 
-// A file that was read is given up wherever the codec stands in it.
+// A file that was read is given up wherever the codec has got to.
 int img_close_jfif(img_file* handle) {
   if (codec_version() == 0) return 0;
   const auto state = take_state<JfifState>(handle);

@@ -1,4 +1,4 @@
-// LWI images: tagged records, then packets of one colour each, top line first. They are read only;
+// LWI images: tagged records, then packets of one color each, top line first. They are read only;
 // lines that are written go nowhere. Layout: docs/formats.md, "LWI". Numbers are big-endian.
 #include <errno.h>
 
@@ -15,13 +15,13 @@ namespace {
 
 constexpr std::uint8_t kPadding = 0;  // a record of four bytes, without a length
 constexpr std::size_t kPaddingBytes = 4;
-constexpr std::uint8_t kSizeRecord = 19;      // the last one, with the pixels behind it
-constexpr std::uint8_t kLastKnown = 24;       // of the types that tell the format
+constexpr std::uint8_t kSizeRecord = 19;      // the last one, with the pixels after it
+constexpr std::uint8_t kLastKnown = 24;       // of the types that say the format
 constexpr std::uint8_t kTypes = 32;           // types are below
 constexpr unsigned kNeeded = 0b111101;        // bit t: type kSizeRecord + t; 20 may be missing
-constexpr std::size_t kSizeRecordBytes = 32;  // as far as anything in it is looked at
+constexpr std::size_t kSizeRecordBytes = 32;  // as far as anything in it is checked
 constexpr unsigned kLongestRun = 255;         // pixels of a packet
-constexpr std::uint8_t kLastPart = 17;        // byte of the size record in front of the pixels
+constexpr std::uint8_t kLastPart = 17;        // byte of the size record before the pixels
 
 struct SizeRecord {
   std::uint32_t width, height;
@@ -30,10 +30,10 @@ struct SizeRecord {
 
 struct LwiState {
   FileReader packets;
-  int failure = IMG_ERR_NONE;  // of a line: nobody knows where the next one starts
+  int failure = IMG_ERR_NONE;  // of a line: the start of the next one is unknown
 };
 
-// The offset of the size record behind all others that tell the format.
+// The offset of the size record after all others that say the format.
 std::optional<std::size_t> find_size_record(std::span<const std::uint8_t> head) {
   unsigned seen = 0;
   ByteCursor in(head);

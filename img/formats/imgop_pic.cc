@@ -1,5 +1,5 @@
 // Softimage PIC images: for each line a record for each group of channels, plain or in run-length
-// packets, the top line first; written in mixed packets, the colours in one group and alpha in
+// packets, the top line first; written in mixed packets, the colors in one group and alpha in
 // another. Layout: docs/formats.md, "PIC". Numbers are big-endian.
 #include <errno.h>
 
@@ -105,7 +105,7 @@ unsigned all_channels(const PicState& state) {
   return mask;
 }
 
-// Pixels as they are.
+// Literal pixels.
 int get_verbatim(img_file* handle, FileReader& in, std::span<std::uint8_t> row) {
   return in.read(row) ? 1 : img_error(handle, IMG_ERR_READ, errno);
 }

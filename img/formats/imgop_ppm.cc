@@ -48,7 +48,7 @@ int append_digit(int value, int digit) {
 }
 
 // The numbers of the header: width, height, largest sample; PF files state their range with two.
-// The reader stands behind the line feed that ends the header. Empty for anything that is not a
+// The reader stands after the line feed that ends the header. Empty for anything that is not a
 // header.
 class HeaderParser {
  public:
@@ -78,7 +78,7 @@ class HeaderParser {
     return c;
   }
 
-  // Returns the character behind the number. The range of a PF file is written with fractions and
+  // Returns the character after the number. The range of a PF file is written with fractions and
   // exponents.
   int read_number(int c) {
     const bool is_range = count_ >= 2;
@@ -110,7 +110,7 @@ std::optional<std::uint64_t> least_line(const Header& header, char letter) {
   return letter == '6' ? samples : 2 * *samples - 1;
 }
 
-// The samples of one line of text. The character that ended a sample is looked at again for the
+// The samples of one line of text. The character that ended a sample is read again for the
 // next one, and forgotten at the end of the line.
 class TextLine {
  public:
@@ -261,7 +261,7 @@ int img_open_ppm(img_file* handle, const std::uint8_t* head) {
   auto state = make_state<PpmState>(handle);
   state->letter = static_cast<char>(head[1]);
   const bool is_float = state->letter == 'F';
-  state->pixels.start(handle, 2);  // behind the magic
+  state->pixels.start(handle, 2);  // after the magic
   const auto header = HeaderParser(state->pixels).parse(is_float ? 4 : 3);
   if (!header)
     return img_refuse(handle, IMG_ERR_CORRUPT, 0, "the header is not %d numbers and a line feed",
@@ -313,7 +313,7 @@ int img_write_ppm(img_file* handle, img_line* line) {
   switch (handle->file_type) {
     case IMG_TYPE_RGB_16:
       write_text_line<std::uint16_t>(handle, line);
-      return 1;  // closing the file tells whether the text arrived
+      return 1;  // closing the file says whether the text arrived
     case IMG_TYPE_RGB_FP:
       write_text_line<float>(handle, line);
       return 1;

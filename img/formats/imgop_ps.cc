@@ -44,7 +44,7 @@ struct Picture {
 };
 
 // The next line of text with its line feed; empty at the end of the file, and when the system
-// failed, which errno then tells. What is longer comes in pieces.
+// failed, with the reason in errno. What is longer comes in pieces.
 std::string_view read_text(FileReader& in) {
   const auto ahead = in.ahead(kLongestText);
   const std::size_t most = std::min(ahead.size(), kLongestText);
@@ -59,7 +59,7 @@ void skip_blanks(std::string_view& text) {
   text.remove_prefix(std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size()));
 }
 
-// Takes a decimal number from the front of the text, behind blanks; it may have a sign.
+// Takes a decimal number from the front of the text, after blanks; it may have a sign.
 bool take_number(std::string_view& text, int& number) {
   skip_blanks(text);
   if (text.starts_with('+') && !text.starts_with("+-")) text.remove_prefix(1);
@@ -69,7 +69,7 @@ bool take_number(std::string_view& text, int& number) {
   return result.ec == std::errc() && number >= 0;
 }
 
-// What follows the prefix of the comment in front of the pixels: width, height, and a word of which
+// What follows the prefix of the comment before the pixels: width, height, and a word of which
 // the first letter counts.
 std::optional<Picture> parse_data_comment(std::string_view text) {
   Picture picture{};
@@ -81,7 +81,7 @@ std::optional<Picture> parse_data_comment(std::string_view text) {
   return picture;
 }
 
-// Skips the lines in front of the one that names the creator, and the rest of the prolog.
+// Skips the lines before the one that names the creator, and the rest of the prolog.
 int open_text(img_file* handle, int first_lines) {
   auto state = make_state<PsState>(handle);
   FileReader& in = state->in;
@@ -144,7 +144,7 @@ KA_KERNEL void parse_digits(const Digits& digits, std::size_t blocks, Samples& s
 }
 constexpr auto& digits_kernels = kernels_of<parse_digits>;
 
-// The next line of text, of which `wanted` characters are looked at. Most lines end behind them: a
+// The next line of text, of which `wanted` characters are checked. Most lines end after them: a
 // line feed further in front is no digit and will be found as such.
 std::string_view read_digits(FileReader& in, std::size_t wanted) {
   const auto ahead = in.ahead(kLongestText);
@@ -171,7 +171,7 @@ bool read_samples(FileReader& in, Samples& samples, std::size_t count) {
   return sound;
 }
 
-// An image line begins with a line of text, whatever is left of the one before.
+// An image line begins with a line of text, whatever remains of the one before.
 template <std::size_t Components>
 int read_line(img_file* handle, const std::array<std::uint8_t*, Components>& planes) {
   auto& in = state_of<PsState>(handle).in;

@@ -78,7 +78,7 @@ struct Weights {
   int red, green, blue;
 };
 constexpr Weights kLuma = {16829, 33039, 6416};
-// Of the first pixel of a pair, and of the second, which counts for the pair behind it as well.
+// Of the first pixel of a pair, and of the second, which counts for the pair after it as well.
 constexpr Weights kCbFirst = {-4853, -9530, 14383}, kCbSecond = {-2426, -4765, 7191};
 constexpr Weights kCrFirst = {14386, -12046, -2340}, kCrSecond = {7193, -6023, -1170};
 
@@ -102,7 +102,7 @@ class Carry {
 };
 
 // Chroma of the pairs of a line: a quarter of the pixel before, half of the first, a quarter of the
-// second. What is left of the line is black.
+// second. The rest of the line is black.
 class Chroma {
  public:
   Chroma(const Weights& first, const Weights& second) : first_(first), second_(second) {}

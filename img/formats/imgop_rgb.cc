@@ -49,8 +49,8 @@ struct RgbState {
   Header header;
   RowTable table;
   std::array<FileReader, kMaxChannels>
-      rows;              // one for each channel, whose rows stand far apart in most files
-  bool rows_interleave;  // the rows of one line stand together: one reader serves all
+      rows;              // one for each channel, whose rows are far apart in most files
+  bool rows_interleave;  // the rows of one line are together: one reader serves all
   FileWriter out;
   std::uint64_t next_row;         // file offset of the next encoded row
   Buffer packets;                 // of one row that is written
@@ -234,7 +234,7 @@ void write_header(const img_file* handle, RgbState& state) {
   out.be32(header.sample_bytes == 1 ? 0xff : 0xffff);  // largest sample
   out.be32(0);
   out.text(handle->name ? handle->name : "", kNameBytes);
-  out.be32(0);  // no colour map
+  out.be32(0);  // no color map
 }
 
 // Stores what was collected while the rows were written.

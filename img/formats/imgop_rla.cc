@@ -30,7 +30,7 @@ constexpr int kLargestWindow = 4096;  // last column and line of what counts as 
 constexpr int kLargestSide = 32768;   // pixels; windows have 16 bits with sign
 constexpr std::size_t kColours = 3;
 constexpr std::size_t kWritten = 4;                        // records of a line: comptab
-constexpr std::size_t kLengthBytes = 2;                    // in front of a record
+constexpr std::size_t kLengthBytes = 2;                    // before a record
 constexpr std::size_t kGammaBytes = 16, kAspectBytes = 8;  // of their texts
 constexpr float kUsualGamma = 2.2F;
 
@@ -52,7 +52,7 @@ struct Header {
 struct RlaState {
   vector<std::uint32_t> offsets;  // of lines from the bottom up, bytes in the file
   std::size_t channels;           // records of a line that are read
-  bool lines_descend;             // the top line stands first in the file
+  bool lines_descend;             // the top line is first in the file
   FileReader in;
   FileWriter out;
   Buffer record;  // reading: the bytes of a 16-bit record; writing: packets of a line
@@ -207,7 +207,7 @@ int read_line(img_file* handle, img_line* line) {
 
 // A number with six decimals under every locale, cut to `count` characters and zeros.
 void put_number(ByteWriter& out, float value, std::size_t count) {
-  std::array<char, 64> text{};  // the largest float has 39 digits in front of the point
+  std::array<char, 64> text{};  // the largest float has 39 digits before the point
   std::to_chars(text.data(), text.data() + text.size() - 1, double{value}, std::chars_format::fixed,
                 6);
   out.text(text.data(), count - 1);

@@ -1,5 +1,5 @@
-// Targa images: colour-mapped, true-colour and greyscale, plain or in packets, bottom or top line
-// first; written as plain 32-bit true colour, bottom line first. Layout: docs/formats.md, "Targa",
+// Targa images: color-mapped, true-color and greyscale, plain or in packets, bottom or top line
+// first; written as plain 32-bit true color, bottom line first. Layout: docs/formats.md, "Targa",
 // which is that of the Truevision manual of TGA files, version 2.0, without its extensions. Numbers
 // are little-endian.
 #include <errno.h>
@@ -30,11 +30,11 @@ enum ImageType : std::uint8_t { kMapped = 1, kTrueColor = 2, kGrey = 3 };
 constexpr std::uint8_t kPacked = 8;  // bit of the image type: lines are run-length packets
 
 struct Header {
-  std::uint8_t id_length;     // bytes between header and colour map
-  std::uint8_t map_type;      // 1: a colour map is present
+  std::uint8_t id_length;     // bytes between header and color map
+  std::uint8_t map_type;      // 1: a color map is present
   std::uint8_t image_type;    // ImageType, and kPacked
-  std::uint16_t first_entry;  // index of the map's first colour
-  std::uint16_t map_length;   // colours
+  std::uint16_t first_entry;  // index of the map's first color
+  std::uint16_t map_length;   // colors
   std::uint8_t entry_bits;
   std::uint16_t x, y, width, height;
   std::uint8_t depth;  // bits per stored pixel
@@ -48,8 +48,8 @@ struct Header {
   [[nodiscard]] std::size_t map_offset() const { return kHeaderBytes + id_length; }
   [[nodiscard]] bool has_map() const { return map_type == 1; }
   [[nodiscard]] std::size_t map_bytes() const { return has_map() ? map_length * entry_bytes() : 0; }
-  // Whether 8-bit pixels are indexes. In files that are not colour-mapped a map of 15 or 16 bits,
-  // and an empty one, tells nothing about them.
+  // Whether 8-bit pixels are indexes. In files that are not color-mapped a map of 15 or 16 bits,
+  // and an empty one, says nothing about them.
   [[nodiscard]] bool maps_pixels() const {
     return has_map() && (kind() == kMapped || (entry_bits >= 24 && map_length > 0));
   }
@@ -126,7 +126,7 @@ void convert_16_bits(const std::uint8_t* pixels, const Planes& planes, std::size
   }
 }
 
-// Converts stored pixels; false for an index outside the colour map.
+// Converts stored pixels; false for an index outside the color map.
 bool convert(const TargaState& state, const std::uint8_t* pixels, const Planes& planes,
              std::size_t count) {
   const auto& [r, g, b, a] = planes;
@@ -176,8 +176,8 @@ std::span<const std::uint8_t> uncompress(img_file* handle, TargaState& state) {
   return row;
 }
 
-// Reads the colour map, which may not reach past the end of the file; of 15 and 16 bits, which no
-// pixel may refer to, nothing is kept. The reader stands behind it then.
+// Reads the color map, which may not reach past the end of the file; of 15 and 16 bits, which no
+// pixel may refer to, nothing is kept. The reader stands after it then.
 bool read_map(TargaState& state) {
   const Header& header = state.header;
   const std::size_t entry_bytes = header.entry_bytes();
@@ -224,7 +224,7 @@ int img_create_targa(img_file* handle) {
   ByteWriter out(state->out.put(kHeaderBytes));
   out.zeros(2);
   out.u8(kTrueColor);
-  out.zeros(9);  // no colour map, origin 0
+  out.zeros(9);  // no color map, origin 0
   out.le16(static_cast<std::uint32_t>(handle->width));
   out.le16(static_cast<std::uint32_t>(handle->height));
   out.u8(32);

@@ -21,7 +21,7 @@ using tiff::State;
 
 constexpr std::uint16_t kMagic = 42;
 constexpr std::uint32_t kIeeeFloat = 3;           // sample format
-constexpr std::size_t kMostExpanded = 64;         // bytes that a byte of packets can stand for
+constexpr std::size_t kMostExpanded = 64;         // bytes that a byte of packets can represent
 constexpr std::size_t kHeaderBuffer = 16 * 1024;  // bytes
 
 // Whether the file holds the values of an entry. Nothing is allocated for those that it lacks.
@@ -61,7 +61,7 @@ bool are_equal(const ComponentValues& values, std::size_t components) {
                      [&](std::uint32_t value) { return value == values[0]; });
 }
 
-// The bits of each sample. Different ones are told as an error, and the first goes for all.
+// The bits of each sample. Different ones are reported as an error, and the first goes for all.
 int read_sample_bits(Source& file, const Directory& directory, State& state) {
   const Entry& entry = directory.sample_bits;
   state.sample_bits = entry.count == 0 ? 1 : file.number(entry);
@@ -126,7 +126,7 @@ int read_layout(Source& file, const Directory& directory, State& state) {
   return 1;
 }
 
-// Colours of 16 bits, of which the high bytes are kept: all reds, all greens, all blues.
+// Colors of 16 bits, of which the high bytes are kept: all reds, all greens, all blues.
 int read_color_map(Source& file, const Directory& directory, State& state) {
   constexpr std::size_t most_entries = 3 * 256;
   const std::size_t colors = std::size_t{1} << state.sample_bits;

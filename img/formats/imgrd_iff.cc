@@ -1,4 +1,4 @@
-// Reading tiled IFF images: all chunks are looked at once, then the tiles of a strip are collected
+// Reading tiled IFF images: all chunks are checked once, then the tiles of a strip are collected
 // when the first of its lines is asked for.
 #include <errno.h>
 #include <ka/message.h>
@@ -90,7 +90,7 @@ int read_header(img_file* handle, IffState& state, std::size_t& tiles) {
   return 1;
 }
 
-// The next tile with colours; the reader stands in front of its pixels then.
+// The next tile with colors; the reader comes before its pixels then.
 int read_tile_header(img_file* handle, IffState& state, IffTile& tile) {
   IffChunk chunk;
   if (!find_chunk(state.in, state.stack, kIffColours, 0, chunk)) {
@@ -195,7 +195,7 @@ bool decode_samples(IffState& state, const IffTile& tile, std::span<const std::u
   return true;
 }
 
-// A tile whose pixels stand in the file as they are, byte by byte in reverse.
+// A tile whose pixels are stored plainly, byte by byte in reverse.
 template <typename Sample, std::size_t Components>
 bool copytile(IffState& state, const IffTile& tile) {
   return read_row(state.in, state.planes<Sample, Components>(tile), tile.pixels(),

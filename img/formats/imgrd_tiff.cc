@@ -1,4 +1,4 @@
-// Lines of TIFF files: where their rows stand, how they are decoded, what the samples are.
+// Lines of TIFF files: where their rows are, how they are decoded, what the samples are.
 #include <errno.h>
 
 #include "drivers.h"
@@ -57,7 +57,7 @@ bool check_idle(img_file* handle, const State& state, std::uint64_t used, std::u
   return is_sound || img_error(handle, IMG_ERR_CORRUPT, 0);
 }
 
-// Goes to the row's first packet: packets do not tell where rows begin. The way from row to row is
+// Goes to the row's first packet: packets do not say where rows begin. The way from row to row is
 // none, since the rows before are known to end there.
 bool walk(img_file* handle, const State& state, PlaneReader& plane, const Place& place) {
   const std::uint64_t wanted = place.row * state.row_bytes;

@@ -130,7 +130,7 @@ int img_write_iff(img_file* handle, img_line* line) {
   iff_copy_line(handle, state, y, line, iff_copy);
   if (y < state.held.last_line) return 1;
   if (!write_tiles(handle, state)) {
-    (void)take_state<IffState>(handle);  // the strip has no room for the lines behind it
+    (void)take_state<IffState>(handle);  // the strip has no room for the lines after it
     return 0;
   }
   img_iff_start_strip(state, state.held.last_line + 1);
