@@ -77,8 +77,20 @@ TEST_F(Job, IsToldWhatHappensToIt) {
   ka_db_entry* const entry = ka_db_accessinfo(tag);
   EXPECT_TRUE(ka_db_disk_pageout(tag, entry, entry->data, entry->size));
   ka_db_delete(tag);
-  EXPECT_EQ(test::operations,
-            (std::vector<int>{KA_JOB_BEGIN, KA_JOB_DESCRIBE, KA_JOB_DELETE, KA_JOB_END}));
+  std::vector<int> expected = {KA_JOB_BEGIN, KA_JOB_DESCRIBE, KA_JOB_DELETE, KA_JOB_END};
+  EXPECT_EQ(std::exchange(test::operations, {}), expected);
+  // The callback goes with its data, the store with its jobs.
+  const std::uint32_t other = make_job({});
+  ka_db_access(other);
+  ka_db_unpin(other);
+  ka_job_register(test::kJobModule + 1, nullptr);
+  EXPECT_NE(ka_job_size(other), 0U);
+  ka_job_register(test::kJobModule, nullptr);
+  EXPECT_EQ(ka_job_size(other), 0U);
+  ka_job_register(test::kJobModule, test::fill);
+  ka_db_exit();
+  EXPECT_EQ(test::operations, (std::vector<int>{KA_JOB_BEGIN, KA_JOB_DELETE, KA_JOB_END}));
+  ka_db_init();
 }
 
 TEST_F(Job, GivesItsDataBackUnderALimit) {

@@ -64,7 +64,11 @@ TEST_F(Swap, RefusesWhatWouldReachTheLimitAndDataElements) {
   const std::uint32_t tag = produced({.words = 99 * 256 + 1});
   EXPECT_EQ(messages_of([&] { EXPECT_FALSE(page_out(tag)); }, KA_DEBUG),
             (Texts{"swap: cannot page out #1000000, swap is full"}));
-  EXPECT_TRUE(page_out(produced({.words = 99 * 256})));
+  const std::uint32_t large = produced({.words = 99 * 256});
+  EXPECT_TRUE(page_out(large));
+  EXPECT_TRUE(ka_db_delete(large));
+  EXPECT_TRUE(page_out(produced({.words = 256})));
+  EXPECT_EQ(counts().disk_max, 99U);
   EXPECT_EQ(counts().swap_failed, 100U);
   std::uint32_t element = 0;
   ka_db_create(&element, 5, 100);
