@@ -59,19 +59,14 @@ class Blocks {
     long& kept = kept_[class_of(size)];
     kept > 0 && size <= kLargest ? --kept : ++live_;
     units_ += units(std::int64_t(size) + 8);
-    const auto kind = any(6);
-    const std::string text(size == 0 ? 0 : size - 1, 'x');
-    auto* const block = static_cast<Bytes>(
-        kind == 0               ? ka_mem_test_allocate(size)
-        : kind == 1             ? ka_mem_doalloc(__FILE__, __LINE__, KA_IMG, size, 0)
-        : kind == 2             ? ka_mem_reallocate(nullptr, size)
-        : kind == 3 && size > 0 ? ka_mem_strdup(text.c_str())
-                                : ka_mem_allocate(size));
-    if (kind == 3 && size > 0) {
-      EXPECT_EQ(text, reinterpret_cast<char*>(block));
-    } else if (kind != 1) {
-      EXPECT_TRUE(is_all(block, size, 0)) << size;
-    }
+    const std::string text(std::max(size, std::size_t{1}) - 1, 'x');
+    const auto kind = size > 0 ? any(4) : 0;
+    auto* const block = static_cast<Bytes>(kind == 0   ? ka_mem_allocate(size)
+                                           : kind == 1 ? ka_mem_test_allocate(size)
+                                           : kind == 2 ? ka_mem_reallocate(nullptr, size)
+                                                       : ka_mem_strdup(text.c_str()));
+    EXPECT_TRUE(kind == 3 ? text == reinterpret_cast<char*>(block) : is_all(block, size, 0))
+        << size;
     EXPECT_EQ(reinterpret_cast<std::uintptr_t>(block) % alignof(std::max_align_t), 0U);
     add(block, size);
   }
