@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
-#include <functional>
 #include <map>
 #include <sstream>
 
@@ -112,15 +111,18 @@ std::string say(const std::string& text) {
 
 std::string groups(const std::string& list) {
   std::uint32_t mask = 99;
-  const int result = ka_parse_subverbosity(&mask, list.c_str());
   char text[32];
-  std::snprintf(text, sizeof text, "%x%s", mask, result ? "" : " refused");
-  const std::string refusal =
-      "LIB   .0  error  291048: invalid message list, use "
-      "0..31,none,default,all,none,phase,progress,vprogress,time,scene,memory,render,vrender,"
-      "resources,network,files,debug,msgcode,msgtrans,tessellate";
-  EXPECT_EQ(std::erase(test::MessageLog::lines(), refusal), result ? 0U : 1U);
+  const bool is_known = ka_parse_subverbosity(&mask, list.c_str()) != 0;
+  std::snprintf(text, sizeof text, "%x%s", mask, is_known ? "" : " refused");
   return text;
+}
+
+// The error of a path of at most 9 characters.
+std::string lead(const std::string& text) {
+  char buffer[10];
+  const int fault = ka::substitute_path(buffer, with_rules(text).c_str(), sizeof buffer);
+  test::MessageLog::lines().clear();
+  return std::to_string(fault);
 }
 
 class Text : public testing::Test {
@@ -140,6 +142,7 @@ class Text : public testing::Test {
     ka_lib_registry_exit();
     ka_lib_registry_init();
     ka_lib_subst_exit();
+    ka_set_subverbosity(KA_LIB, KA_SUBVERB_DEFAULT);
     levels_ = kReports;
   }
 
@@ -159,52 +162,36 @@ class Text : public testing::Test {
   std::uint32_t levels_ = kReports;
 
  private:
+  std::string result_of(const std::string& verb, const std::string& text) {
+    const std::size_t word = text.find(' ');
+    if (verb == "look" || verb == "act") return lookup(text, verb == "act");
+    if (verb == "say") return say(text);
+    if (verb == "groups") return groups(text);
+    if (verb == "lead") return lead(text);
+    if (verb == "path") return substitute(with_rules(text));
+    if (verb == "set") return set(text), "";
+    if (verb == "entry")
+      return define(text.substr(0, word), split(text.substr(word + 1), " ; ")), "";
+    if (verb == "levels") return levels_ = unsigned(std::stoi(text)), "";
+    if (verb == "masks") return ka_set_subverbosity(KA_LIB, unsigned(std::stoi(text))), "";
+    EXPECT_EQ(verb, "linktab");
+    scratch_.write("linktab.ini", text);
+    set("SI_LOCATION=" + folder_);
+    ka_lib_subst_exit();
+    return substitute("");
+  }
+
   void run(const std::string& verb, const Texts& cases, const Texts& messages) {
-    const std::map<std::string, std::function<std::string(std::string)>> verbs = {
-        {"look", look},
-        {"act", act},
-        {"say", say},
-        {"groups", groups},
-        {"path", [](const auto& text) { return substitute(with_rules(text)); }},
-        {"set", [](const auto& text) { return set(text), ""; }},
-        {"levels", [this](const auto& text) { return levels_ = unsigned(std::stoi(text)), ""; }},
-        {"linktab",
-         [this](const auto& text) {
-           scratch_.write("linktab.ini", text);
-           set("SI_LOCATION=" + folder_);
-           ka_lib_subst_exit();
-           return substitute("");
-         }},
-        {"lead",
-         [](const std::string& text) {
-           char buffer[10];
-           const int fault = ka::substitute_path(buffer, with_rules(text).c_str(), sizeof buffer);
-           test::MessageLog::lines().clear();
-           return std::to_string(fault);
-         }},
-        {"files",
-         [](const auto& text) {
-           ka_set_subverbosity(KA_LIB, KA_SUBVERB_DEFAULT | KA_SUBVERB_FILES);
-           const std::string path = substitute(text);
-           ka_set_subverbosity(KA_LIB, KA_SUBVERB_DEFAULT);
-           return path;
-         }},
-        {"entry", [](const std::string& text) {
-           const std::size_t end = text.find(' ');
-           define(text.substr(0, end), split(text.substr(end + 1), " ; "));
-           return "";
-         }}};
-    ASSERT_TRUE(verbs.contains(verb)) << verb;
     const auto perform = [&] {
       for (const std::string& one : cases) {
         const std::size_t end = one.find(" =>");
         const std::string input = one.substr(0, end);
         const std::string expected =
             end < one.size() && end + 4 < one.size() ? one.substr(end + 4) : "";
-        EXPECT_EQ(verbs.at(verb)(unescaped(input)), unescaped(expected)) << input;
+        EXPECT_EQ(result_of(verb, unescaped(input)), unescaped(expected)) << input;
       }
     };
-    Texts told = messages_of(perform, verb == "say" || verb == "linktab" ? 0x7f : levels_);
+    Texts told = messages_of(perform, levels_);
     if (verb == "linktab") {
       const std::string file = folder_ + "/linktab.ini";
       told = {told.begin() + 1, std::ranges::find(told, "finished reading \"" + file + "\"")};
