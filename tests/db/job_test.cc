@@ -103,9 +103,7 @@ TEST_F(Job, GivesItsDataBackUnderALimit) {
     ka_db_access(tag);
     if (tag != tags[1]) ka_db_unpin(tag);
   }
-  ka_mem_memory_limit(1 << 16);  // far below what the process has
-  ka_mem_release(ka_mem_allocate(1 << 14));
-  ka_mem_memory_limit(0);
+  purge();
   EXPECT_EQ(counts().flushes, std::uint64_t(kJobs - 2));  // all but the fixed and the pinned one
   for (int i = 0; i < kJobs; ++i) {
     EXPECT_TRUE(test::is_filled(ka_db_access(tags[std::size_t(i)]),

@@ -164,9 +164,7 @@ TEST_F(Swap, TakesElementsOutOfMemoryUnderALimit) {
   ka_db_swap_config(nullptr, 100000);
   std::vector<std::uint32_t> tags;
   for (int i = 0; i < 100; ++i) tags.push_back(produced({.words = 9000, .first = unsigned(i)}));
-  ka_mem_memory_limit(1 << 16);
-  ka_mem_release(ka_mem_allocate(1 << 14));
-  ka_mem_memory_limit(0);
+  purge();
   EXPECT_EQ(counts().swapped_out, 3600U);
   for (unsigned i = 0; i < 100; ++i) {
     EXPECT_TRUE(test::is_filled(ka_db_access(tags[i]), {.words = 9000, .first = i}));
