@@ -365,12 +365,13 @@ TEST_F(Text, OfAPathIsCutAfterAnError) {
   ka_string_substitute(&untouched, "$LUMORA_0.x", 0);
   EXPECT_EQ(untouched, '#');
 
-  const test::MessageLog quiet(KA_FATAL);
+  const test::MessageLog log(KA_ERROR);
   use_rules("/a/bb/");
   EXPECT_EQ(substitute(std::string(kMaxName + 5, 'x')), std::string(kMaxName, 'x'));
   EXPECT_EQ(substitute(std::string(kMaxName, 'a')), std::string(kMaxName, 'b'));
   set("LUMORA_0=" + std::string(kMaxName, 'e'));
   EXPECT_EQ(substitute("x$LUMORA_0/y"), "x" + std::string(kMaxName - 1, 'e'));
+  EXPECT_EQ(log.lines().size(), 3U);  // one for each
   const std::string search(kMaxPiece, 'a'), replacement(kMaxPiece, 'b');
   use_rules("/" + search + "xx/" + replacement + "yy/");
   EXPECT_EQ(substitute(search + "!"), replacement + "!");
