@@ -77,8 +77,20 @@ TEST_F(Job, IsToldWhatHappensToIt) {
   ka_db_entry* const entry = ka_db_accessinfo(tag);
   EXPECT_TRUE(ka_db_disk_pageout(tag, entry, entry->data, entry->size));
   ka_db_delete(tag);
-  EXPECT_EQ(test::operations,
-            (std::vector<int>{KA_JOB_BEGIN, KA_JOB_DESCRIBE, KA_JOB_DELETE, KA_JOB_END}));
+  std::vector<int> expected = {KA_JOB_BEGIN, KA_JOB_DESCRIBE, KA_JOB_DELETE, KA_JOB_END};
+  EXPECT_EQ(std::exchange(test::operations, {}), expected);
+  // The callback goes with its data, the store with its jobs.
+  const std::uint32_t other = make_job({});
+  ka_db_access(other);
+  ka_db_unpin(other);
+  ka_job_register(test::kJobModule + 1, nullptr);
+  EXPECT_NE(ka_job_size(other), 0U);
+  ka_job_register(test::kJobModule, nullptr);
+  EXPECT_EQ(ka_job_size(other), 0U);
+  ka_job_register(test::kJobModule, test::fill);
+  ka_db_exit();
+  EXPECT_EQ(test::operations, (std::vector<int>{KA_JOB_BEGIN, KA_JOB_DELETE, KA_JOB_END}));
+  ka_db_init();
 }
 
 TEST_F(Job, GivesItsDataBackUnderALimit) {
@@ -91,9 +103,7 @@ TEST_F(Job, GivesItsDataBackUnderALimit) {
     ka_db_access(tag);
     if (tag != tags[1]) ka_db_unpin(tag);
   }
-  ka_mem_memory_limit(1 << 16);  // far below what the process has
-  ka_mem_release(ka_mem_allocate(1 << 14));
-  ka_mem_memory_limit(0);
+  purge();
   EXPECT_EQ(counts().flushes, std::uint64_t(kJobs - 2));  // all but the fixed and the pinned one
   for (int i = 0; i < kJobs; ++i) {
     EXPECT_TRUE(test::is_filled(ka_db_access(tags[std::size_t(i)]),

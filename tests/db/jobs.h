@@ -74,6 +74,12 @@ class StoreTest : public testing::Test {
     EXPECT_EQ(ka_job_create(&tag, kJobType, kJobModule, &fill, sizeof fill, nullptr), 1);
     return tag;
   }
+  // Under a limit far below what the process has.
+  static void purge() {
+    ka_mem_memory_limit(1 << 16);
+    ka_mem_release(ka_mem_allocate(1 << 14));
+    ka_mem_memory_limit(0);
+  }
   static ka_db_counts counts() {
     ka_db_counts counts;
     ka_db_get_counts(&counts);

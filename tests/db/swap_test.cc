@@ -64,7 +64,11 @@ TEST_F(Swap, RefusesWhatWouldReachTheLimitAndDataElements) {
   const std::uint32_t tag = produced({.words = 99 * 256 + 1});
   EXPECT_EQ(messages_of([&] { EXPECT_FALSE(page_out(tag)); }, KA_DEBUG),
             (Texts{"swap: cannot page out #1000000, swap is full"}));
-  EXPECT_TRUE(page_out(produced({.words = 99 * 256})));
+  const std::uint32_t large = produced({.words = 99 * 256});
+  EXPECT_TRUE(page_out(large));
+  EXPECT_TRUE(ka_db_delete(large));
+  EXPECT_TRUE(page_out(produced({.words = 256})));
+  EXPECT_EQ(counts().disk_max, 99U);
   EXPECT_EQ(counts().swap_failed, 100U);
   std::uint32_t element = 0;
   ka_db_create(&element, 5, 100);
@@ -160,9 +164,7 @@ TEST_F(Swap, TakesElementsOutOfMemoryUnderALimit) {
   ka_db_swap_config(nullptr, 100000);
   std::vector<std::uint32_t> tags;
   for (int i = 0; i < 100; ++i) tags.push_back(produced({.words = 9000, .first = unsigned(i)}));
-  ka_mem_memory_limit(1 << 16);
-  ka_mem_release(ka_mem_allocate(1 << 14));
-  ka_mem_memory_limit(0);
+  purge();
   EXPECT_EQ(counts().swapped_out, 3600U);
   for (unsigned i = 0; i < 100; ++i) {
     EXPECT_TRUE(test::is_filled(ka_db_access(tags[i]), {.words = 9000, .first = i}));

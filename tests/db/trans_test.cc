@@ -23,15 +23,14 @@ class Trans : public test::StoreTest {
   static void restart(bool has_areas) {
     ka_trans_wst_exit();
     ka_trans_exit();
+    static const auto add = [](const char* event) { events.emplace_back(event); };
+    const std::size_t size = has_areas ? 8 : 0;
     ka_transaction_register_module(
-        kModule, [](void*) { events.emplace_back("+t"); }, [](void*) { events.emplace_back("-t"); },
-        has_areas ? 8 : 0);
+        kModule, [](void*) { add("+t"); }, [](void*) { add("-t"); }, size);
     ka_session_register_module(
-        kModule, [](void*) { events.emplace_back("+s"); }, [](void*) { events.emplace_back("-s"); },
-        has_areas ? 8 : 0);
+        kModule, [](void*) { add("+s"); }, [](void*) { add("-s"); }, size);
     ka_world_register_module(
-        kModule, [](void*) { events.emplace_back("+w"); }, [](void*) { events.emplace_back("-w"); },
-        has_areas ? 8 : 0);
+        kModule, [](void*) { add("+w"); }, [](void*) { add("-w"); }, size);
     ka_trans_init();
   }
 };
@@ -94,41 +93,39 @@ TEST_F(Trans, NestAndEnd) {
 }
 
 TEST_F(Trans, SayWhyTheyRefuse) {
-  const auto end = [](int type) { return [type] { return ka_trans_end(type); }; };
-  const auto begin = [](int type) { return [type] { return ka_trans_begin(type); }; };
-  EXPECT_EQ(refused(end(KA_TRANS_TRANSACTION)), (Texts{"271015 cannot end default transaction"}));
-  EXPECT_EQ(refused(end(KA_TRANS_SESSION)), (Texts{"271014 cannot end default session"}));
-  EXPECT_EQ(refused(end(KA_TRANS_WORLD)), (Texts{"271013 cannot end default world"}));
-  EXPECT_EQ(refused(end(1)), (Texts{"271011 unknown type of transaction/session"}));
-  EXPECT_EQ(refused(begin(1)), (Texts{"271005 unknown type of transaction/session"}));
-  EXPECT_EQ(refused([] { return ka_trans_attach(7, 1); }),
-            (Texts{"271008 unknown type of transaction/session"}));
+  constexpr int world = KA_TRANS_WORLD, session = KA_TRANS_SESSION,
+                transaction = KA_TRANS_TRANSACTION;
+  const auto end = [](int type) { return refused([type] { return ka_trans_end(type); }); };
+  const auto begin = [](int type) { return refused([type] { return ka_trans_begin(type); }); };
+  const auto attach = [](std::uint32_t tag, int type) {
+    return refused([=] { return ka_trans_attach(tag, type); });
+  };
+  EXPECT_EQ(end(transaction), Texts{"271015 cannot end default transaction"});
+  EXPECT_EQ(end(session), Texts{"271014 cannot end default session"});
+  EXPECT_EQ(end(world), Texts{"271013 cannot end default world"});
+  EXPECT_EQ(end(1), Texts{"271011 unknown type of transaction/session"});
+  EXPECT_EQ(begin(1), Texts{"271005 unknown type of transaction/session"});
+  EXPECT_EQ(attach(7, 1), Texts{"271008 unknown type of transaction/session"});
   EXPECT_TRUE(ka_trans_attach(0, 1));
-  ka_trans_begin(KA_TRANS_WORLD);
-  EXPECT_EQ(refused(end(KA_TRANS_SESSION)), (Texts{"271014 cannot end default session"}));
-  ka_trans_begin(KA_TRANS_SESSION);
-  EXPECT_EQ(refused(end(KA_TRANS_WORLD)), (Texts{"271009 cannot end world with open session"}));
-  ka_trans_begin(KA_TRANS_TRANSACTION);
-  EXPECT_EQ(refused(end(KA_TRANS_SESSION)),
-            (Texts{"271010 cannot end session with open transaction"}));
+  ka_trans_begin(world);
+  EXPECT_EQ(end(session), Texts{"271014 cannot end default session"});
+  ka_trans_begin(session);
+  EXPECT_EQ(end(world), Texts{"271009 cannot end world with open session"});
+  ka_trans_begin(transaction);
+  EXPECT_EQ(end(session), Texts{"271010 cannot end session with open transaction"});
   std::uint32_t element = 0;
   ka_db_create(&element, 5, 1);
-  const auto attach = [](std::uint32_t tag, int type) {
-    return [tag, type] { return ka_trans_attach(tag, type); };
-  };
-  const std::uint32_t session = ka_session_get();
-  EXPECT_EQ(refused(attach(element, KA_TRANS_TRANSACTION)),
+  EXPECT_EQ(attach(element, transaction),
             (Texts{"272001 trans_get: found transaction 0x403(5) NOT a 37 (nor 36 35)",
                    "271001 transaction 0x403 not found"}));
-  EXPECT_EQ(refused(attach(session, KA_TRANS_WORLD)),
+  EXPECT_EQ(attach(ka_session_get(), world),
             (Texts{"272001 trans_get: found world 0x401(36) NOT a 35 (nor 35 35)",
                    "271002 world 0x401 not found"}));
-  EXPECT_EQ(
-      refused(attach(9999, KA_TRANS_SESSION)),
-      (Texts{"272002 trans_get: NOT found session 0x270f", "271001 session 0x270f not found"}));
+  EXPECT_EQ(attach(9999, session), (Texts{"272002 trans_get: NOT found session 0x270f",
+                                          "271001 session 0x270f not found"}));
   ka_db_exit();  // without a store
-  EXPECT_EQ(refused(begin(KA_TRANS_WORLD)), (Texts{"271006 cannot create db item for world"}));
-  EXPECT_EQ(messages_of([&] { EXPECT_EQ(end(KA_TRANS_TRANSACTION)(), 0); }, KA_ERROR)[0],
+  EXPECT_EQ(begin(world), Texts{"271006 cannot create db item for world"});
+  EXPECT_EQ(messages_of([] { EXPECT_EQ(ka_trans_end(KA_TRANS_TRANSACTION), 0); }, KA_ERROR)[0],
             "271016 transaction not found");
   ka_db_init();
 }

@@ -127,14 +127,9 @@ TEST(NetworkDeathTest, AFatalMessageTellsTheOtherLayersToAbort) {
 TEST(NetworkDeathTest, WhatAProcessWithoutANetworkForwardsGoesToTheLogFile) {
   const test::Scratch scratch;
   const std::string log = scratch.path("log");
-  const auto forward = [&] {
-    ka_error("here");
-    setenv("KA_LOGFILE", log.c_str(), 1);
-    ka_toggle_netmessage(1);
-    ka_error("there");
-    std::_Exit(0);
-  };
-  EXPECT_EXIT(forward(), testing::ExitedWithCode(0), "^MAIN  .0  error: here\n$");
+  EXPECT_EXIT((ka_error("here"), setenv("KA_LOGFILE", log.c_str(), 1), ka_toggle_netmessage(1),
+               ka_error("there"), std::_Exit(0)),
+              testing::ExitedWithCode(0), "^MAIN  .0  error: here\n$");
   EXPECT_TRUE(test::read_file(log).ends_with("] MAIN  .0  error: there\n"));
 }
 

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <latch>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "heap.h"
@@ -20,16 +21,19 @@ using Purge = test::MemoryTest;
 
 constexpr std::int64_t kMegabyte = 1 << 20;
 
-struct Call {
-  int module;
-  std::int64_t wanted;
-};
-std::vector<Call> calls;
+std::vector<std::pair<int, std::int64_t>> calls;  // module, bytes wanted
 
 template <int module>
 int note(std::int64_t wanted) {
-  calls.push_back({module, wanted});
+  calls.emplace_back(module, wanted);
   return 1;
+}
+
+void* hoard = nullptr;
+int give_back(std::int64_t wanted) {
+  ka_mem_release(std::exchange(hoard, nullptr));
+  note<KA_IMG>(wanted);
+  return 0;
 }
 
 // Has `limit` units and asks for a block that passes it by `units`.
@@ -39,12 +43,7 @@ void pass_limit(std::int64_t limit, std::int64_t units) {
   ka_mem_release(ka_mem_allocate(static_cast<std::size_t>(units * 8 - 8)));
 }
 
-Texts purge_messages() {
-  const std::int64_t heap = test::align_heap();
-  return messages_of([&] { pass_limit(heap, 10); }, KA_PROGRESS | KA_VDEBUG);
-}
-
-TEST_F(Purge, TheLimitIsToldAndThePreviousOneReturned) {
+TEST_F(Purge, KeepsToALimitThatIsReported) {
   const auto lines = messages_of([] {
     EXPECT_EQ(ka_mem_memory_limit(64 * kMegabyte), 0);
     EXPECT_EQ(ka_mem_memory_limit(-1), 64 * kMegabyte / 8);
@@ -53,9 +52,6 @@ TEST_F(Purge, TheLimitIsToldAndThePreviousOneReturned) {
   });
   EXPECT_EQ(lines, (Texts{"heap size limit set to 64 MB", "heap size limit set to 3 MB",
                           "heap size limit set to 0 MB"}));
-}
-
-TEST_F(Purge, WhatRemainsIsCountedInKilobytes) {
   EXPECT_EQ(ka_mem_getremain(), 0xffffffffU);
   const std::int64_t heap = test::align_heap();
   ka_mem_memory_limit(heap * 8 + 5 * 1024 + 1000);
@@ -71,68 +67,46 @@ TEST_F(Purge, RunsPastTheLimitAndWantsSevenEighthsOfIt) {
   pass_limit(heap + 20, 20);
   EXPECT_TRUE(calls.empty());
   pass_limit(heap + 20, 21);
-  ASSERT_EQ(calls.size(), 1U);
-  EXPECT_EQ(calls[0].wanted, (heap + 21 - (heap + 20) * 7 / 8) * 8);
+  EXPECT_EQ(calls, (decltype(calls){{KA_IMG, (heap + 21 - (heap + 20) * 7 / 8) * 8}}));
 }
 
 TEST_F(Purge, AsksInTheOrderOfTheModulesAndJobsLast) {
   ka_mem_limit_handler(KA_JOB, note<KA_JOB>);
   ka_mem_limit_handler(54, note<54>);
   ka_mem_limit_handler(KA_MAIN, note<KA_MAIN>);
-  ka_mem_limit_handler(22, note<22>);
   ka_mem_limit_handler(KA_NULL, note<KA_NULL>);
   pass_limit(test::align_heap(), 10);
   std::vector<int> order;
-  for (const Call& call : calls) order.push_back(call.module);
-  EXPECT_EQ(order, (std::vector<int>{KA_NULL, 22, KA_MAIN, 54, KA_JOB}));
-}
-
-void* hoard = nullptr;
-
-int give_back(std::int64_t wanted) {
-  calls.push_back({KA_IMG, wanted});
-  ka_mem_release(hoard);
-  hoard = nullptr;
-  return 0;
+  for (const auto& [module, wanted] : calls) order.push_back(module);
+  EXPECT_EQ(order, (std::vector<int>{KA_NULL, KA_MAIN, 54, KA_JOB}));
 }
 
 // 64 MB go: floor((-67108864 - 7) / 8) = -8388609 units, which are 67108872 bytes, and 64 when
-// shifted right by 17.
+// shifted right by 17. 8 KB of a heap that holds a megabyte and more, -1025 units, are too little.
 TEST_F(Purge, EndsWhenEnoughHasComeBack) {
-  hoard = ka_mem_allocate(64 * kMegabyte);
-  ka_mem_limit_handler(KA_IMG, give_back);
-  ka_mem_limit_handler(KA_MAIN, note<KA_MAIN>);
-  const auto lines = purge_messages();
-  ASSERT_EQ(calls.size(), 1U);
-  EXPECT_EQ(lines,
-            (Texts{"67108872 fewer bytes after asking module IMG", "heap purge saved 64 MB"}));
-}
-
-// 8 KB of a heap that holds a megabyte and more: floor((-8192 - 7) / 8) = -1025 units.
-TEST_F(Purge, GoesOnWhileTooLittleHasComeBack) {
   void* const rest = ka_mem_allocate(kMegabyte);
-  hoard = ka_mem_allocate(8192);
   ka_mem_limit_handler(KA_IMG, give_back);
   ka_mem_limit_handler(KA_MAIN, note<KA_MAIN>);
-  const auto lines = purge_messages();
+  const auto purge = [](std::int64_t size) {
+    hoard = ka_mem_allocate(std::size_t(size));
+    const std::int64_t heap = test::align_heap();
+    return messages_of([&] { pass_limit(heap, 10); }, KA_PROGRESS | KA_VDEBUG);
+  };
+  EXPECT_EQ(purge(64 * kMegabyte),
+            (Texts{"67108872 fewer bytes after asking module IMG", "heap purge saved 64 MB"}));
+  EXPECT_EQ(calls.size(), 1U);
+  ka_mem_memory_limit(0);
+  EXPECT_EQ(purge(8192), Texts{"8200 fewer bytes after asking module IMG"});
   ASSERT_EQ(calls.size(), 2U);
-  EXPECT_EQ(calls[1].module, KA_MAIN);
-  EXPECT_EQ(calls[1].wanted, calls[0].wanted - 1025 * 8);
-  EXPECT_EQ(lines, Texts{"8200 fewer bytes after asking module IMG"});
+  EXPECT_EQ(calls[1], std::pair(int(KA_MAIN), calls[0].second - 1025 * 8));
   ka_mem_release(rest);
 }
 
-TEST_F(Purge, OnlyOneRunsAtATime) {
+TEST_F(Purge, RunsAloneAndDoesNotWaitForThreadsThatComeOrGo) {
   ka_mem_limit_handler(KA_IMG, [](std::int64_t wanted) {
     ka_mem_release(ka_mem_allocate(kMegabyte));
     return note<KA_IMG>(wanted);
   });
-  pass_limit(test::align_heap(), 10);
-  EXPECT_EQ(calls.size(), 1U);
-}
-
-TEST_F(Purge, DoesNotWaitForThreadsThatComeOrGo) {
-  ka_mem_limit_handler(KA_IMG, note<KA_IMG>);
   const std::int64_t heap = test::align_heap();
   ASSERT_NE(ka_msg_tls_info(), nullptr);
   pass_limit(heap, 10);
@@ -202,18 +176,15 @@ class PurgeOfThreads : public Purge {
   std::jthread threads_[2];
 };
 
-TEST_F(PurgeOfThreads, ShowsTheHandlerTheAreaOfEachThread) {
-  ka_mem_limit_handler(kModule, [](std::int64_t) { return look(1); });
+TEST_F(PurgeOfThreads, ShowsTheHandlerTheAreaOfEachThreadUntilItSaysThatItIsEnough) {
   void* const own = ka_context_mem(KA_IMG);
+  ka_mem_limit_handler(kModule, [](std::int64_t) { return look(1); });
   pass_limit(test::align_heap(), 10);
-  EXPECT_EQ(seen, (std::vector{1, 2}));
-  EXPECT_EQ(ka_context_mem(KA_IMG), own);
-}
-
-TEST_F(PurgeOfThreads, AsksNoFurtherThreadOnceTheHandlerSaysSo) {
+  ka_mem_memory_limit(0);
   ka_mem_limit_handler(kModule, [](std::int64_t) { return look(0); });
   pass_limit(test::align_heap(), 10);
-  EXPECT_EQ(seen, std::vector<int>{1});
+  EXPECT_EQ(seen, (std::vector{1, 2, 1}));
+  EXPECT_EQ(ka_context_mem(KA_IMG), own);
 }
 
 // What a handler releases is taken off this thread's account, not off that of the thread whose

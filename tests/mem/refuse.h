@@ -12,7 +12,4 @@ void refuse(int count, std::size_t least);
 // Blocks of the C library that the library holds.
 long live_blocks();
 
-// The next request for at least `least` bytes gets memory whose byte `offset` is aligned to 8192.
-void align_next(std::size_t least, std::size_t offset);
-
 }  // namespace test

@@ -17,14 +17,13 @@ TEST(Lock, HoldsOffOthers) {
   ka_mutex lock{};
   ASSERT_EQ(ka_init_lock(&lock), 1);
   int count = 0;
-  const auto add = [&] {
+  test::in_threads(3, [&] {
     for (int i = 0; i < 2000; ++i) {
       ka_lock(lock);
       ++count;
       ka_unlock(lock);
     }
-  };
-  test::in_threads(3, add);
+  });
   EXPECT_EQ(count, 6000);
   ka_lock(lock);
   test::registered([&] { EXPECT_EQ(ka_trylock(lock), 0); }).join();
@@ -89,7 +88,8 @@ TEST(WaitChannel, WakesTheSleeperOnce) {
   EXPECT_FALSE(is_awake);
   ka_wakeup(channel);
   sleeper.join();
-  ka_delete_waitchan(&channel);
+  for (int i = 0; i < 2; ++i) ka_delete_waitchan(&channel);
+  EXPECT_EQ(channel, nullptr);
 }
 
 TEST(Sleep, LastsItsWholeTimeAlthoughSignalsCome) {
