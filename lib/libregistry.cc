@@ -9,7 +9,7 @@
 #include <ka/message.h>
 #include <ka/sym.h>
 
-#include "registry.h"
+#include "registryentry.h"
 
 namespace {
 

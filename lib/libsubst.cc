@@ -16,8 +16,8 @@
 #include <ka/registry.h>
 #include <ka/trans.h>
 
-#include "registry.h"
-#include "subst.h"
+#include "registryentry.h"
+#include "substrules.h"
 
 namespace {
 

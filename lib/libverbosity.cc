@@ -10,7 +10,7 @@
 #include <ka/detail/context.h>
 #include <ka/detail/scope.h>
 
-#include "liberror.h"
+#include "messagelog.h"
 
 namespace {
 

@@ -21,7 +21,7 @@
 #include <ka/trans.h>
 #include <ka/version.h>
 
-#include "msg.h"
+#include "threadtable.h"
 
 namespace {
 
