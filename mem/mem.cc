@@ -1,10 +1,21 @@
 // Accounted memory: every block carries its size and the module it is charged to.
-#include "mem.h"
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
 
 #include <ka/detail/assertion.h>
+#include <ka/detail/scope.h>
 #include <ka/detail/versions.h>
+#include <ka/mem.h>
 #include <ka/message.h>
 #include <ka/version.h>
+
+#include "heap.h"
+#include "keptblocks.h"
+#include "retry.h"
+#include "startup.h"
+#include "statistics.h"
+#include "systemmemory.h"
 
 namespace {
 

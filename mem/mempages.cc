@@ -1,8 +1,13 @@
 // Pages: 8 KB of aligned memory each, carved from megapages that go back to the system when all
 // their pages have come back.
+#include <cstring>
+
+#include <ka/detail/scope.h>
+#include <ka/mem.h>
 #include <ka/message.h>
 
-#include "mem.h"
+#include "retry.h"
+#include "startup.h"
 
 struct ka_mem_megapage {
   ka_mem_megapage* previous;

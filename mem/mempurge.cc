@@ -1,7 +1,15 @@
 // The heap estimate, its limit, and the purge that asks the modules to give memory back.
+#include <algorithm>
+#include <array>
+#include <atomic>
+
+#include <ka/detail/scope.h>
+#include <ka/mem.h>
 #include <ka/message.h>
 
-#include "mem.h"
+#include "heap.h"
+#include "keptblocks.h"
+#include "startup.h"
 
 namespace {
 

@@ -3,10 +3,17 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+
 #include <ka/detail/memory.h>
+#include <ka/mem.h>
 #include <ka/message.h>
 
-#include "mem.h"
+#include "heap.h"
+#include "retry.h"
+#include "systemmemory.h"
 
 namespace {
 

@@ -1,8 +1,13 @@
 // Reports: the summary of what the modules hold, and the post-mortem that a refusal of the system
 // leads to.
+#include <atomic>
+
+#include <ka/detail/scope.h>
+#include <ka/mem.h>
 #include <ka/message.h>
 
-#include "mem.h"
+#include "heap.h"
+#include "statistics.h"
 
 namespace {
 

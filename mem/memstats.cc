@@ -1,10 +1,18 @@
 // Statistics: every thread counts in its own area; the areas are merged when somebody asks, when a
 // thread sets its areas aside and when it ends.
+#include <algorithm>
+#include <atomic>
+
 #include <ka/detail/hooks.h>
+#include <ka/detail/scope.h>
+#include <ka/mem.h>
 #include <ka/message.h>
 #include <ka/trans.h>
 
-#include "mem.h"
+#include "heap.h"
+#include "keptblocks.h"
+#include "startup.h"
+#include "statistics.h"
 
 namespace {
 
