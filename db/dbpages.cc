@@ -21,15 +21,16 @@ ka_mutex database_lock;    // guards creation and removal, the counts, the scali
 ka_mutex page_table_lock;  // guards the making of the table, of pages and of entry locks
 
 // Of data and job elements: no page before this one has a free slot.
-std::array<std::size_t, 2> first_free = {ka::kFirstDataPage, ka::kFirstJobPage};
+std::array<std::size_t, 2> first_free KA_GUARDED_BY(database_lock) = {ka::kFirstDataPage,
+                                                                      ka::kFirstJobPage};
 constexpr std::array kEndOfPages = {ka::kFirstJobPage, ka::kPageCount};
 
 constexpr std::uint32_t kFirstStamp = 1;
 constexpr std::uint32_t kStampAfterWarp = 0x10000000;
 std::atomic<std::uint32_t> lru_clock{kFirstStamp};
-std::uint64_t last_serial = 0;
-std::uint16_t next_pin_slot = 0;
-ka_db_counts counts;
+std::uint64_t last_serial KA_GUARDED_BY(database_lock) = 0;
+std::uint16_t next_pin_slot KA_GUARDED_BY(database_lock) = 0;
+ka_db_counts counts KA_GUARDED_BY(database_lock);
 
 ka::ElementPage* page_at(std::size_t page) {
   const PageTable* const pages = table.load(std::memory_order_acquire);
@@ -50,8 +51,8 @@ ka::ElementPage& make_page(std::size_t page) {
   return *fresh;
 }
 
-// The first page with a free slot. The caller holds the database lock.
-std::size_t page_with_room(bool is_job) {
+// The first page with a free slot.
+std::size_t page_with_room(bool is_job) KA_REQUIRES(database_lock) {
   std::size_t& page = first_free[is_job];
   while (page < kEndOfPages[is_job]) {
     const ka::ElementPage* const existing = page_at(page);

@@ -23,8 +23,8 @@ constexpr std::int64_t kUsualMapMax = 16777216;         // bytes
 constexpr int kRequestsCaching = 3;                     // the least request that does
 constexpr int kNoDescriptors = 4, kFewDescriptors = 8;  // numbers of the messages
 
-double cache_size = kUsualSize;  // the budget in bytes
-constinit std::mutex cache_size_lock;
+constinit ka::Mutex cache_size_lock;
+double cache_size KA_GUARDED_BY(cache_size_lock) = kUsualSize;  // the budget in bytes
 std::int64_t mmap_max = kUsualMapMax;  // larger map files are cached rather than mapped
 
 int budget_pages(double bytes) {
@@ -106,8 +106,11 @@ int ka::cache_descriptors() {
 
 void ka::img_cache_init() {
   set_mmap_max();
-  cache_size = kUsualSize;
-  ka::cache_maxpages = budget_pages(cache_size);
+  {
+    const ka::MutexScope locked(cache_size_lock);
+    cache_size = kUsualSize;
+    ka::cache_maxpages = budget_pages(cache_size);
+  }
   share_descriptors();
 }
 
@@ -138,7 +141,7 @@ int ka::img_cache_memory_limit(ka::ImageContext& context, std::int64_t bytes) {
 }
 
 void ka::img_cache_size_adjust(double delta) {
-  const std::scoped_lock locked(cache_size_lock);
+  const ka::MutexScope locked(cache_size_lock);
   cache_size += delta;
   ka::cache_maxpages = budget_pages(cache_size);
 }

@@ -13,8 +13,8 @@
 
 namespace {
 
-constinit ka::GammaCache gamma_cache;
-ka_mutex cache_lock;  // guards the cache and the filling of all gamma blocks
+ka_mutex cache_lock;  // also held while a gamma block is filled
+constinit ka::GammaCache gamma_cache KA_GUARDED_BY(cache_lock);
 
 // Of a zeroed context.
 void set_defaults(ka::ImageContext& context) {

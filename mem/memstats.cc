@@ -20,16 +20,16 @@ using ka::Gauge;
 using ka::MemStats;
 using ka::ThreadMemory;
 
-ka_mutex stats_lock;  // guards `stats`
-MemStats stats;       // of the process; its bases are not used
+ka_mutex stats_lock;
+MemStats stats KA_GUARDED_BY(stats_lock);  // of the process; its bases are not used
 
 // The statistics lock, for as long as there is one.
-class StatsLock {
+class KA_SCOPED_CAPABILITY StatsLock {
  public:
-  StatsLock() {
+  StatsLock() KA_ACQUIRE(stats_lock) {
     if (stats_lock.handle) ka_lock(stats_lock);
   }
-  ~StatsLock() {
+  ~StatsLock() KA_RELEASE() {
     if (stats_lock.handle) ka_unlock(stats_lock);
   }
   StatsLock(const StatsLock&) = delete;
@@ -55,7 +55,7 @@ bool tells_news(const Gauge& thread, const Gauge& process) {
   return thread.now != 0 || thread.base + thread.peak > process.peak;
 }
 
-bool tells_news(const MemStats& area) {
+bool tells_news(const MemStats& area) KA_REQUIRES(stats_lock) {
   for (std::size_t module = 1; module < area.size(); ++module) {
     if (tells_news(area[module].bytes, stats[module].bytes) ||
         tells_news(area[module].blocks, stats[module].blocks)) {

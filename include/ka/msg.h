@@ -6,9 +6,16 @@
 
 KA_BEGIN_DECLS
 
+/* A type whose objects clang's analysis of threads knows as locks, in C++. */
+#if defined(__cplusplus) && defined(__clang__)
+#define KA_LOCK_TYPE __attribute__((capability("mutex")))
+#else
+#define KA_LOCK_TYPE
+#endif
+
 /* A mutual exclusion lock, passed by value to take and give it. A null handle means "no lock",
  * which nobody can take or give. Not recursive: a thread that takes it twice waits for ever. */
-typedef struct ka_mutex {
+typedef struct KA_LOCK_TYPE ka_mutex {
   void* handle;
 } ka_mutex;
 
