@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "measurehistograms.h"
 #include "measurekernels.h"
 
 namespace ka {

@@ -1,4 +1,5 @@
 // The histogram panel above a difference image: bars over a ramp of the values that they count.
+#include <algorithm>
 #include <cstring>
 
 #include "compose.h"
