@@ -24,8 +24,8 @@ struct trans_record {
   std::uint32_t tag;      // its element in the scene database, 0: a default
   std::uint32_t session;  // tag, of a transaction
   std::uint32_t world;    // tag, of a transaction or session
-  std::array<std::uint32_t, kParents>
-      parents;               // of a session: the enclosing ones, oldest first, then zeros
+  // Of a session: the enclosing ones, oldest first, then zeros.
+  std::array<std::uint32_t, kParents> parents;
   std::uint32_t begin_time;  // database time of the transaction's begin
   bool ended KA_GUARDED_BY(trans_lock);
   ka_mutex tag_lock;

@@ -119,8 +119,8 @@ typedef struct img_line {
   intptr_t offset[IMG_SLOTS];
 } img_line;
 
-/* One open image file. The caller owns the record and clears it to zero bytes before its first use.
- */
+/* One open image file. The caller owns the record and clears it to zero bytes before
+ * its first use. */
 typedef struct img_file {
   int width;         /* pixels per line */
   int height;        /* lines */
@@ -279,8 +279,8 @@ img_line* ka_img_line_alloc(img_file* handle);
 img_image* ka_img_image_alloc(img_file* handle);
 void ka_img_image_release(img_image* image);
 
-/* Bytes of the block that ka_img_image_alloc makes for this handle; 0 with handle->error as there.
- */
+/* Bytes of the block that ka_img_image_alloc makes for this handle; 0 with
+ * handle->error as there. */
 size_t ka_img_image_size(img_file* handle);
 
 /* The image in the memory mapping of a "map" file that is open for reading: nothing is read or
@@ -312,8 +312,8 @@ int ka_img_image_write(img_file* handle, img_image* image);
  * ka_img_pyramid_filter_levels computes every level from the one above it: each pixel is the mean
  * of the pixels that it covers, fetched and stored as ka_img_get_color and ka_img_put_color do. */
 void ka_img_pyramid_filter_levels(img_image* image);
-/* Stores the address of a level of `image`, 0 being the image itself; null for one that it lacks.
- */
+/* Stores the address of a level of `image`, 0 being the image itself; null for one
+ * that it lacks. */
 void ka_img_pyramid_set_level(img_image** result, img_image* image, int level);
 /* Sets the filter value of an image, which says how far textures are blurred. */
 void ka_img_pyramid_set_filter(img_image* image, float value);

@@ -51,8 +51,8 @@ void ka_img_desaturate_rgb(float color[3], float max);
 void ka_img_put_color(img_image* image, const float color[4], int x, int y);
 void ka_img_get_color(const img_image* image, float color[4], int x, int y);
 /* Fetches the pixels at (x, y), (x + 1, y), (x, y + 1) and (x + 1, y + 1), of which (x, y) is
- * inside the image; right of the last column and above the last line, that column and line again.
- */
+ * inside the image; right of the last column and above the last line, that column
+ * and line again. */
 void ka_img_get_color_square(const img_image* image, float color[4][4], int x, int y);
 
 /* One scalar of images with one component, or the alpha of images with four; others hold none and

@@ -36,8 +36,8 @@ enum ka_subverbosity {
  *   Cost     a message whose level is off costs one test; nothing is formatted.
  *   Threads  any; lines of several threads do not mix. errno stays as it is. */
 
-/* Fatal messages always show, also stand in the log file, and end the process with exit status 1.
- */
+/* Fatal messages always show, also stand in the log file, and end the process with
+ * exit status 1. */
 KA_NORETURN void ka_fatal(const char* format, ...) KA_PRINTF(1, 2);
 KA_NORETURN void ka_nfatal(int number, const char* format, ...) KA_PRINTF(2, 3);
 void ka_error(const char* format, ...) KA_PRINTF(1, 2);
@@ -110,8 +110,8 @@ enum { KA_RECORD_LINE = 1, KA_RECORD_SETTINGS = 2 };
 
 /* Receives a record from another host: shows its line, or takes over its settings, which the master
  * passes on to all hosts. The channel and the length are not looked at; `swap` not 0 tells that the
- * sender has the other byte order. The record stays the caller's; its bytes are swapped in place.
- */
+ * sender has the other byte order. The record stays the caller's; its bytes are
+ * swapped in place. */
 void ka_lib_netmessage(int channel, ka_message_record* record, size_t length, int swap);
 /* Sends this process's settings, and what its modules share, to a host that has just been connected. */
 void ka_lib_hostcallback(int host);
@@ -122,8 +122,8 @@ const char* ka_strerror(void);
 const char* ka_nstrerror(int number);
 
 /* Reports a failed assertion on standard error and in the log file, and aborts the process with
- * SIGABRT, if that does not end it with SIGKILL. Takes the place of the system library's routine.
- */
+ * SIGABRT, if that does not end it with SIGKILL. Takes the place of the
+ * system library's routine. */
 #ifdef __cplusplus
 void __assert(const char* expression, const char* file, int line) noexcept KA_NORETURN_ATTRIBUTE;
 #else

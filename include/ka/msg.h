@@ -42,8 +42,8 @@ void ka_rwlock_lock(ka_rwlock lock, int unused, int writer);
 int ka_rwlock_unlock(ka_rwlock lock);
 
 /* A wait channel: one thread sleeps until another wakes it. A channel that was woken before lets
- * the next sleeper pass at once. Sleepers poll, so a channel is for waits that are short or rare.
- */
+ * the next sleeper pass at once. Sleepers poll, so a channel is for waits that are
+ * short or rare. */
 typedef struct ka_waitchan ka_waitchan;
 
 void ka_init_waitchan(ka_waitchan** channel);   /* makes one that nobody has woken */
@@ -62,8 +62,8 @@ int ka_lumoralib_attach_process(void);
 int ka_lumoralib_attach(int version, unsigned records);
 /* Calls go here, with what the caller was compiled with; the address is that of the function. */
 #define ka_lumoralib_attach_process() ka_lumoralib_attach(KA_VERSION, KA_RECORDS)
-/* Releases what the calling thread holds of the library. Nothing of the library is used afterwards.
- */
+/* Releases what the calling thread holds of the library. Nothing of the library
+ * is used afterwards. */
 void ka_lumoralib_detach_process(void);
 
 /* Starts a detached thread that runs `function` with `argument`, in the default transaction.
