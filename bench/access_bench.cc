@@ -1,4 +1,4 @@
-// Cost of single pixels as colours, and of filtering a pyramid beside memcpy of its base.
+// Cost of single pixels as colors, and of filtering a pyramid beside memcpy of its base.
 #include <benchmark/benchmark.h>
 #include <ka/imgaccess.h>
 #include <ka/mem.h>

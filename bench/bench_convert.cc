@@ -39,7 +39,7 @@ void convert(img_image* to, const img_image* from) {
   }
 }
 
-// Noise in any type that colours become.
+// Noise in any type that colors become.
 Image noise(int type, int height) {
   Image bytes = new_image(IMG_TYPE_RGBA, height);
   for (int y = 0; y < height; ++y) {

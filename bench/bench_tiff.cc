@@ -21,7 +21,7 @@ struct Tiff {
   bool is_big = false;  // byte order
 };
 
-// Header, directory, the bits of each sample, a colour map where there is one.
+// Header, directory, the bits of each sample, a color map where there is one.
 Bytes tiff_header(const Tiff& tiff) {
   constexpr std::size_t entries = 10, values = 8 + 2 + 12 * entries + 4;
   const std::size_t map_bytes = tiff.photometric == 3 ? 3 * 256 * 2 : 0;

@@ -1,4 +1,4 @@
-// Conversions from data that is not a colour: directions, distances, labels, coverage and bits are
+// Conversions from data that is not a color: directions, distances, labels, coverage and bits are
 // made visible.
 #include <cstring>
 #include <tuple>
@@ -99,7 +99,7 @@ std::uint8_t getbits(std::uint32_t value, int first, int step) {
   return static_cast<std::uint8_t>(result);
 }
 
-// Neighbouring labels get colours far apart.
+// Neighbouring labels get colors far apart.
 template <int First, int Step>
 struct Label {
   using Sample = std::uint32_t;
@@ -213,7 +213,7 @@ constexpr std::array<ConvertKernel, 3> kBitScalars = {
 
 template <typename Source>
 constexpr ConvertRow row_of(const std::array<ConvertKernel, 3>& scalars, ConvertKernel bits) {
-  ConvertRow row = colour_columns<Source>();
+  ConvertRow row = color_columns<Source>();
   set_scalars(row, scalars);
   row[IMG_TYPE_BIT] = bits;
   return row;

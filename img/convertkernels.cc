@@ -29,7 +29,7 @@ struct DepthBody {
   }
 };
 
-// What the luminance is multiplied with before it is stored. Deeper samples from 8-bit colours
+// What the luminance is multiplied with before it is stored. Deeper samples from 8-bit colors
 // reach 255 * 255 only, and a float keeps the range of its source.
 template <typename From, typename To>
 constexpr double kLuminanceScale = std::is_same_v<To, float>     ? 1.0

@@ -51,7 +51,7 @@ struct DepthLoop {
   static KernelTable<DepthKernel<From, To>> kernels();
 };
 
-// `count` samples of luminance from the three planes of a colour.
+// `count` samples of luminance from the three planes of a color.
 template <typename From, typename To>
 struct LuminanceLoop {
   static KernelTable<LuminanceKernel<From, To>> kernels();

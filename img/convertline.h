@@ -26,7 +26,7 @@ extern const ConvertRow scalar_row, scalar_16_row, scalar_fp_row;  // alpha and 
 extern const ConvertRow vector_row, normal_row;                    // vta, vts; n, m
 extern const ConvertRow z_row, tag_row, coverage_row, bit_row, rgbe_row;
 
-// A source class describes how its lines are seen as a colour:
+// A source class describes how its lines are seen as a color:
 //   Sample                             of its planes
 //   kSampleBits                        from one pixel to the next
 //   kSlots                             the planes that R, G, B and A are made of, kFullSlot: none
@@ -46,7 +46,7 @@ void view_channel(img_line* dst, const img_line* src, std::size_t width) {
 }
 
 template <typename Source, typename To, std::size_t Channels>
-void to_colour(img_line* dst, const img_line* src, const float* /*weights*/, std::size_t width) {
+void to_color(img_line* dst, const img_line* src, const float* /*weights*/, std::size_t width) {
   view_channel<Source, To, 0>(dst, src, width);
   view_channel<Source, To, 1>(dst, src, width);
   view_channel<Source, To, 2>(dst, src, width);
@@ -87,7 +87,7 @@ void any_to_bit(img_line* dst, const img_line* src, const float* /*weights*/, st
   });
 }
 
-// Shared-exponent colours are converted by way of floats, a block of pixels at a time.
+// Shared-exponent colors are converted by way of floats, a block of pixels at a time.
 class FloatBlock {
  public:
   static constexpr std::size_t kPixels = 256;
@@ -113,8 +113,8 @@ class FloatBlock {
 };
 
 using DecodeKernel = void (*)(const std::array<const std::uint8_t*, IMG_SLOTS>& from,
-                              FloatBlock::Samples& colours, std::size_t count);
-using EncodeKernel = void (*)(FloatBlock::Samples& colours,
+                              FloatBlock::Samples& colors, std::size_t count);
+using EncodeKernel = void (*)(FloatBlock::Samples& colors,
                               const std::array<std::uint8_t*, IMG_SLOTS>& to, std::size_t count);
 extern const KernelTable<DecodeKernel> decode_kernels;
 extern const KernelTable<EncodeKernel> encode_kernels;
@@ -143,7 +143,7 @@ void to_rgbe(img_line* dst, const img_line* src, const float* weights, std::size
   for (std::size_t first = 0; first < width; first += FloatBlock::kPixels) {
     const std::size_t count = std::min(width - first, FloatBlock::kPixels);
     const img_line from = rest_of(src, Source::kSampleBits, first);
-    to_colour<Source, float, 3>(block.line(), &from, weights, count);
+    to_color<Source, float, 3>(block.line(), &from, weights, count);
     block.encode(rest_of(dst, 8, first), count);
   }
 }
@@ -155,16 +155,16 @@ constexpr void set_scalars(ConvertRow& row, const std::array<ConvertKernel, 3>& 
   row[IMG_TYPE_A_FP] = row[IMG_TYPE_S_FP] = kernels[2];
 }
 
-// The part of a row that has colours as destinations.
+// The part of a row that has colors as destinations.
 template <typename Source>
-constexpr ConvertRow colour_columns() {
+constexpr ConvertRow color_columns() {
   ConvertRow row{};
-  row[IMG_TYPE_RGBA] = to_colour<Source, std::uint8_t, 4>;
-  row[IMG_TYPE_RGBA_16] = to_colour<Source, std::uint16_t, 4>;
-  row[IMG_TYPE_RGBA_FP] = to_colour<Source, float, 4>;
-  row[IMG_TYPE_RGB] = to_colour<Source, std::uint8_t, 3>;
-  row[IMG_TYPE_RGB_16] = to_colour<Source, std::uint16_t, 3>;
-  row[IMG_TYPE_RGB_FP] = to_colour<Source, float, 3>;
+  row[IMG_TYPE_RGBA] = to_color<Source, std::uint8_t, 4>;
+  row[IMG_TYPE_RGBA_16] = to_color<Source, std::uint16_t, 4>;
+  row[IMG_TYPE_RGBA_FP] = to_color<Source, float, 4>;
+  row[IMG_TYPE_RGB] = to_color<Source, std::uint8_t, 3>;
+  row[IMG_TYPE_RGB_16] = to_color<Source, std::uint16_t, 3>;
+  row[IMG_TYPE_RGB_FP] = to_color<Source, float, 3>;
   row[IMG_TYPE_RGBE] = to_rgbe<Source>;
   return row;
 }

@@ -1,4 +1,4 @@
-// Shared-exponent colours: three mantissas and one exponent, 8 bits each. They are coded as in
+// Shared-exponent colors: three mantissas and one exponent, 8 bits each. They are coded as in
 // Radiance pictures.
 #include <bit>
 #include <limits>
@@ -39,7 +39,7 @@ KA_KERNEL float as_light(float component) {
   return bounded < -most ? -kBrightest : bounded;
 }
 
-// What the components of a colour share.
+// What the components of a color share.
 struct Shared {
   std::uint8_t exponent;  // as it is stored
   float scale;            // from components to mantissas
@@ -64,34 +64,34 @@ KA_KERNEL std::uint8_t mantissa(float component, float scale) {
   return static_cast<std::uint8_t>(cut - (held < cut));
 }
 
-// Codes the colours of a block, which it overwrites.
-KA_KERNEL void encode_body(FloatBlock::Samples& colours,
+// Codes the colors of a block, which it overwrites.
+KA_KERNEL void encode_body(FloatBlock::Samples& colors,
                            const std::array<std::uint8_t*, IMG_SLOTS>& to, std::size_t count) {
-  for (auto& plane : colours) {
+  for (auto& plane : colors) {
     for (std::size_t x = 0; x < count; ++x) plane[x] = as_light(plane[x]);
   }
   std::array<float, FloatBlock::kPixels> scales;
   std::uint8_t* const exponents = to[3];
   for (std::size_t x = 0; x < count; ++x) {
-    const Shared shared = share(colours[0][x], colours[1][x], colours[2][x]);
+    const Shared shared = share(colors[0][x], colors[1][x], colors[2][x]);
     scales[x] = shared.scale;
     exponents[x] = shared.exponent;
   }
-  for (std::size_t slot = 0; slot < colours.size(); ++slot) {
+  for (std::size_t slot = 0; slot < colors.size(); ++slot) {
     std::uint8_t* const mantissas = to[slot];
-    for (std::size_t x = 0; x < count; ++x) mantissas[x] = mantissa(colours[slot][x], scales[x]);
+    for (std::size_t x = 0; x < count; ++x) mantissas[x] = mantissa(colors[slot][x], scales[x]);
   }
 }
 
 KA_KERNEL void decode_body(const std::array<const std::uint8_t*, IMG_SLOTS>& from,
-                           FloatBlock::Samples& colours, std::size_t count) {
+                           FloatBlock::Samples& colors, std::size_t count) {
   std::array<float, FloatBlock::kPixels> steps;
   const std::uint8_t* const exponents = from[3];
   for (std::size_t x = 0; x < count; ++x) steps[x] = kSteps[exponents[x]];
-  for (std::size_t slot = 0; slot < colours.size(); ++slot) {
+  for (std::size_t slot = 0; slot < colors.size(); ++slot) {
     const std::uint8_t* const mantissas = from[slot];
     for (std::size_t x = 0; x < count; ++x) {
-      colours[slot][x] = decode_component(mantissas[x], steps[x]);
+      colors[slot][x] = decode_component(mantissas[x], steps[x]);
     }
   }
 }

@@ -1,4 +1,4 @@
-// Colours of single pixels: clipping, and the way between a colour and the samples of an image.
+// Colors of single pixels: clipping, and the way between a color and the samples of an image.
 #include "imgaccess.h"
 
 #include <algorithm>
@@ -25,7 +25,7 @@ void spread(Color from, float color[4]) {
   for (int i = 0; i < 4; ++i) color[i] = from[i];
 }
 
-// Images that hold any colour are not clipped.
+// Images that hold any color are not clipped.
 bool holds_any_color(const img_image* image) {
   return image->bits == kFloatBits || image->type == IMG_TYPE_RGBE;
 }
@@ -181,7 +181,7 @@ float dither_offset(const ka::ImageContext& context) {
   return context.dither ? ka_taskrandom(ka_thread_get()) - 0.5F : 0.0F;
 }
 
-// The samples from 0 to `largest` that are nearest to a colour, after a random offset.
+// The samples from 0 to `largest` that are nearest to a color, after a random offset.
 Samples nearest(const ka::ImageContext& context, Color color, float largest) {
   return __builtin_convertvector(
       ka::clamp_to(color * largest + dither_offset(context), largest) + 0.5F, Samples);

@@ -1,4 +1,4 @@
-// Colours of single pixels for the rest of the library: with the thread's settings at hand, inside
+// Colors of single pixels for the rest of the library: with the thread's settings at hand, inside
 // the image, and without a place on the module stack.
 #pragma once
 
@@ -43,7 +43,7 @@ inline Color clamp_to(Color value, float limit) {
   return low < limits ? low : limits;
 }
 
-// Images with two components hold no colours.
+// Images with two components hold no colors.
 inline bool img_has_color(const img_image* image) { return image->components != 2; }
 
 Color img_fetch_color(const ImageContext& context, const img_image* image, int x, int y);

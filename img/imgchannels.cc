@@ -1,5 +1,5 @@
 // Data of single pixels: scalars, vectors, normals, depths and labels, stored without the settings
-// of colours.
+// of colors.
 #include <algorithm>
 #include <cmath>
 #include <limits>

@@ -1,4 +1,4 @@
-// What the image library keeps for each thread, the settings of colour access, and for each
+// What the image library keeps for each thread, the settings of color access, and for each
 // transaction, the gamma tables of its options.
 #pragma once
 
@@ -17,10 +17,10 @@ namespace ka {
 struct CacheThread;
 
 struct ImageContext {
-  bool desaturate;               // colours out of range are desaturated instead of clamped
+  bool desaturate;               // colors out of range are desaturated instead of clamped
   bool dither;                   // samples of 8 and 16 bits get a random offset
   bool not_premultiplied;        // the options say so: files of images tell it
-  bool unpremultiply;            // colours are divided by alpha in the image
+  bool unpremultiply;            // colors are divided by alpha in the image
   bool gamma_active;             // the options' gamma is not exactly 1
   float gamma;                   // above 0 while gamma is active
   int color_clip;                // img_color_clip

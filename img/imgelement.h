@@ -14,7 +14,7 @@ img_image* img_make_element(img_file* handle, std::uint32_t* tag, std::uint32_t 
 // The text of a string element; null when there is none with the tag.
 const char* img_string(std::uint32_t tag);
 
-// The type of colours with alpha that has so many bits per component; floats for other numbers.
+// The type of colors with alpha that has so many bits per component; floats for other numbers.
 int img_color_type(int bits);
 
 // Start and end of the active lightmaps, while only one thread uses images.

@@ -1,4 +1,4 @@
-// Gamma as tables with linear interpolation, since colours pass through it sample by sample, and
+// Gamma as tables with linear interpolation, since colors pass through it sample by sample, and
 // the process's cache of the tables that were needed last.
 #pragma once
 
@@ -14,7 +14,7 @@ class GammaCurve {
  public:
   void build(float exponent);
 
-  // Between 0 and 1 from the table. Shared-exponent colours may be brighter: they are rare enough
+  // Between 0 and 1 from the table. Shared-exponent colors may be brighter: they are rare enough
   // for the function itself. What is not a number counts as 0.
   [[nodiscard]] float at(float value) const {
     if (!(value > 0.0F)) return entries_[0];

@@ -41,7 +41,7 @@ class Cover {
 };
 
 // Means of two by two samples, rounded to the nearest sample: one by one, fetching and storing
-// colours without settings computes the same.
+// colors without settings computes the same.
 template <typename Sample>
 void halve_line(Sample* out, std::size_t count, const Sample* lower, const Sample* upper) {
   constexpr bool is_integer = std::is_integral_v<Sample>;
@@ -86,7 +86,7 @@ class LevelFilter {
     return 0.25F * (fetch(x, y) + fetch(x + 1, y) + fetch(x, y + 1) + fetch(x + 1, y + 1));
   }
 
-  // True when colours are their samples at another scale: no setting changes those between 0 and 1.
+  // True when colors are their samples at another scale: no setting changes those between 0 and 1.
   [[nodiscard]] bool has_plain_samples() const {
     if (context_.unpremultiply || source_->type == IMG_TYPE_RGBE) return false;
     if (source_->bits == 32) return true;

@@ -1,4 +1,4 @@
-// Pixels that are indexes of 1, 4 or 8 bits, into a table of colours or as grey levels.
+// Pixels that are indexes of 1, 4 or 8 bits, into a table of colors or as grey levels.
 #pragma once
 
 #include <algorithm>
@@ -34,15 +34,15 @@ template <typename Use>
   return true;
 }
 
-// The colours behind indexes. Others than those that were set are no colours.
+// The colors behind indexes. Others than those that were set are no colors.
 class Palette {
  public:
   // Before: the index is the first, or the one behind that of the last call. Indexes that pass a
   // byte are left out.
   void set(std::size_t index, Color color);
 
-  // Looks up the colours of a row of packed indexes; a null plane of alpha is left out. False for
-  // an index without a colour: what has been stored before it stays.
+  // Looks up the colors of a row of packed indexes; a null plane of alpha is left out. False for
+  // an index without a color: what has been stored before it stays.
   [[nodiscard]] bool look_up(const std::uint8_t* packed, std::size_t index_bits, std::size_t count,
                              const std::array<std::uint8_t*, 4>& planes) const;
 
@@ -50,7 +50,7 @@ class Palette {
   [[nodiscard]] bool has_all(const std::uint8_t* indexes, std::size_t count) const;
 
   ColorTable table_;
-  std::size_t first_ = 0, end_ = 0;  // indexes with a colour
+  std::size_t first_ = 0, end_ = 0;  // indexes with a color
 };
 
 }  // namespace ka

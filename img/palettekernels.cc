@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::size_t kPiece = 256;  // pixels that are looked up before they are distributed
 
-// Eight colours at a time: what a loop costs is as much as a look-up.
+// Eight colors at a time: what a loop costs is as much as a look-up.
 void fetch(const std::array<Color, 256>& table, const std::uint8_t* indexes, std::size_t count,
            std::array<Color, kPiece>& colors) {
   constexpr std::size_t together = 8;
@@ -25,7 +25,7 @@ void fetch(const std::array<Color, 256>& table, const std::uint8_t* indexes, std
   for (; i < count; ++i) colors[i] = table[indexes[i]];
 }
 
-// Whole colours are looked up and then distributed: a load and a store for each pixel instead of
+// Whole colors are looked up and then distributed: a load and a store for each pixel instead of
 // four.
 void look_up_colors(const ColorTable& table, const std::uint8_t* indexes, std::size_t count,
                     const std::array<std::uint8_t*, 4>& planes) {

@@ -1,4 +1,4 @@
-// Colours behind indexes of a byte each: the look-up for each instruction set.
+// Colors behind indexes of a byte each: the look-up for each instruction set.
 #pragma once
 
 #include <array>
@@ -13,13 +13,13 @@ struct Color {
   std::uint8_t r, g, b, a;
 };
 
-// The same colours one by one and plane by plane: which is faster to look up depends on the kernel.
+// The same colors one by one and plane by plane: which is faster to look up depends on the kernel.
 struct ColorTable {
   std::array<Color, 256> colors{};
   std::array<std::array<std::uint8_t, 256>, 4> planes{};
 };
 
-// Stores the colours of `count` indexes; a null plane is left out. The indexes stand in none of the
+// Stores the colors of `count` indexes; a null plane is left out. The indexes stand in none of the
 // planes.
 using LookUpKernel = void (*)(const ColorTable& table, const std::uint8_t* indexes,
                               std::size_t count, const std::array<std::uint8_t*, 4>& planes);

@@ -1,4 +1,4 @@
-// Settings of the message log: levels, groups of optional messages, colours.
+// Settings of the message log: levels, groups of optional messages, colors.
 #include <algorithm>
 #include <array>
 #include <atomic>

@@ -43,7 +43,7 @@ ChannelTables make_channel_tables(const ComposeSettings& settings, double scale)
   return tables;
 }
 
-// The false colour of a pixel sum, R in the low byte.
+// The false color of a pixel sum, R in the low byte.
 std::uint32_t color_of_sum(const ComposeSettings& settings, double scale, std::size_t sum) {
   const double v = settings.measure.signed_intensity ? double(sum) / scale
                                                      : std::sqrt(double(sum)) / 255.0 / scale;

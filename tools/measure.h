@@ -25,7 +25,7 @@ using LinePlanes = std::array<const std::uint8_t*, 4>;
 struct Difference {
   int count = 0;       // differing pixels
   double total = 0;    // of their sums
-  double largest = 0;  // colour: the largest sum; intensity: the sum of largest absolute value
+  double largest = 0;  // color: the largest sum; intensity: the sum of largest absolute value
   double maximum_percent = 0;  // of the full range; intensity: with its sign
   double scale = 1;            // divides a pixel's difference to give 0 to 1
 };
@@ -57,7 +57,7 @@ class Meter {
 [[nodiscard]] Difference measure(const img_image* first, const img_image* second, int height,
                                  const MeasureSettings& settings);
 
-// Average difference in percent: colour: the root mean square of the distances; intensity: the
+// Average difference in percent: color: the root mean square of the distances; intensity: the
 // mean. Before: count is not 0.
 [[nodiscard]] double average_percent(const Difference& difference, const MeasureSettings& settings);
 

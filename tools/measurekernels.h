@@ -15,7 +15,7 @@ namespace ka {
 inline constexpr std::size_t kMeasureBlock = 64;
 
 // Largest pixel sums: four squares of 255; intensity: brightness and alpha together.
-inline constexpr std::size_t kLargestColourSum = 4 * 255 * 255;
+inline constexpr std::size_t kLargestColorSum = 4 * 255 * 255;
 inline constexpr std::size_t kLargestIntensitySum = 2 * 255;
 
 // What a kernel finds in one line.
@@ -26,12 +26,12 @@ struct LineSums {
   std::int32_t least;   // smallest sum, at most 0
 };
 
-// `tolerance` is 0 to 255. Alpha takes part in colour sums with `channels` 4, not with 3.
+// `tolerance` is 0 to 255. Alpha takes part in color sums with `channels` 4, not with 3.
 using MeasureKernel = void (*)(const LinePlanes& first, const LinePlanes& second, std::size_t width,
                                int tolerance, int channels, LineSums& sums);
 
-// Colour: the sum of the squares of the differences beyond the tolerance.
-extern const KernelTable<MeasureKernel> colour_kernels;
+// Color: the sum of the squares of the differences beyond the tolerance.
+extern const KernelTable<MeasureKernel> color_kernels;
 // Intensity: the weighted differences, cut to a whole number after each channel in the order B, G,
 // R.
 extern const KernelTable<MeasureKernel> intensity_kernels;
@@ -41,7 +41,7 @@ extern const KernelTable<MeasureKernel> intensity_kernels;
 // values.
 using PixelKernel = void (*)(const LinePlanes& first, const LinePlanes& second, std::size_t width,
                              int tolerance, int channels, std::int32_t* sums, std::int16_t* alphas);
-extern const KernelTable<PixelKernel> colour_pixel_kernels;
+extern const KernelTable<PixelKernel> color_pixel_kernels;
 extern const KernelTable<PixelKernel> intensity_pixel_kernels;
 
 // Pixels by bin, those of negative sums kCounterMiddle further on; or by difference of alpha around

@@ -258,7 +258,7 @@ int ka_img_close(img_file* handle);
  *            are buffered: one that the system refuses may fail a later line, or ka_img_close. A
  *            line beyond the height is error 2, except in formats that keep no lines; with a height
  *            of 0 every line is taken and only the header written.
- *            Colours cannot be read as vectors, depths, normals, motions or labels: each line gives
+ *            Colors cannot be read as vectors, depths, normals, motions or labels: each line gives
  *            an error message (number 6) and 1, and stays as it was. Written as such they give the
  *            message, and zeros in the file. */
 int ka_img_line_read(img_file* handle, img_line* line);
@@ -381,7 +381,7 @@ int ka_img_custom_format_error(img_file* handle, int code, int os_error);
  * "?". Where `os_error` says why the system failed, no reason is kept. */
 int ka_img_custom_format_refuse(img_file* handle, int code, int os_error, const char* reason);
 
-/* Shared-exponent colours: four bytes, three mantissas and an exponent. A component that is not a
+/* Shared-exponent colors: four bytes, three mantissas and an exponent. A component that is not a
  * number counts as 0, one of 2^127 and above as the brightest that there is. */
 void ka_img_rgb_to_hdr(uint8_t* r_out, uint8_t* g_out, uint8_t* b_out, uint8_t* e_out, float r,
                        float g, float b);

@@ -80,14 +80,14 @@ void ka_errorhandler(ka_error_callback handler);
  *   Returns  1, or 0 after error 48 for an unknown name; what stood before it is in the mask. */
 int ka_parse_subverbosity(uint32_t* mask, const char* text);
 
-/* Switches coloured lines on standard error: "on", "t..." and "1..." take the default colours,
- * "off", "f...", "0..." and "-..." switch them off. Any other text gives the colours of the levels
+/* Switches colored lines on standard error: "on", "t..." and "1..." take the default colors,
+ * "off", "f...", "0..." and "-..." switch them off. Any other text gives the colors of the levels
  * from fatal to the second debug level and of the end of the line, a letter of ".rgbcmyk" each; "."
- * is the terminal's own. Another letter leaves a place its default colour after warning 18; a
+ * is the terminal's own. Another letter leaves a place its default color after warning 18; a
  * double quote in front is skipped. */
 void ka_set_colormessage(const char* text);
 int ka_get_colormessage(void); /* 1: on, 0: off */
-/* For platforms whose console has colours of its own; there is nothing to do on this one. */
+/* For platforms whose console has colors of its own; there is nothing to do on this one. */
 void ka_set_default_console_colour(void);
 
 /* Switches the forwarding of lines to the master of a network of hosts. A line that cannot be sent
