@@ -60,11 +60,11 @@ struct CacheRecord;
 struct CacheFile {
   string path;  // as it is opened
   FileIdentity identity{};
-  img_image* headers = nullptr;       // of all levels, the base first
-  bool owns_headers = false;          // set before the cache's own reference is dropped
-  vector<CacheRecord*> levels;        // owned
-  std::atomic<int> references{1};     // the registration, and each (thread, level)
-  std::atomic<bool> is_told = false;  // that the file cannot be read
+  img_image* headers = nullptr;           // of all levels, the base first
+  bool owns_headers = false;              // set before the cache's own reference is dropped
+  vector<CacheRecord*> levels;            // owned
+  std::atomic<int> references{1};         // the registration, and each (thread, level)
+  std::atomic<bool> is_reported = false;  // that the file cannot be read
 };
 
 // One level of a cached file.

@@ -113,8 +113,8 @@ struct Label {
 
 // Many conversions share these loops.
 template <typename Look, typename To>
-[[gnu::noinline]] void see(const typename Look::Sample* __restrict from, To* __restrict to,
-                           std::size_t count) {
+[[gnu::noinline]] void look_at(const typename Look::Sample* __restrict from, To* __restrict to,
+                               std::size_t count) {
   for (std::size_t i = 0; i < count; ++i) to[i] = Look::template at<To>(from[i]);
 }
 
@@ -127,7 +127,7 @@ constexpr auto kEightSamples = [] {
   return samples;
 }();
 
-void see_bits(const std::uint8_t* from, std::uint8_t* to, std::size_t count) {
+void expand_bits(const std::uint8_t* from, std::uint8_t* to, std::size_t count) {
   const std::size_t whole_bytes = count / 8;
   for (std::size_t i = 0; i < whole_bytes; ++i) {
     std::memcpy(to + 8 * i, kEightSamples[from[i]].data(), 8);
@@ -139,11 +139,11 @@ void see_bits(const std::uint8_t* from, std::uint8_t* to, std::size_t count) {
 
 // Deeper samples are made of those of 8 bits.
 template <typename To>
-void see_bits(const std::uint8_t* from, To* to, std::size_t count) {
+void expand_bits(const std::uint8_t* from, To* to, std::size_t count) {
   std::array<std::uint8_t, 512> samples;
   for (std::size_t first = 0; first < count; first += samples.size()) {
     const std::size_t size = std::min(samples.size(), count - first);
-    see_bits(from + first / 8, samples.data(), size);
+    expand_bits(from + first / 8, samples.data(), size);
     convert_plane(samples.data(), to + first, size);
   }
 }
@@ -158,7 +158,7 @@ struct Looks {
                                                                 kFullSlot};
   template <typename To, std::size_t Channel>
   static void view(const Sample* from, To* to, std::size_t count) {
-    see<std::tuple_element_t<Channel, std::tuple<Red, Green, Blue>>>(from, to, count);
+    look_at<std::tuple_element_t<Channel, std::tuple<Red, Green, Blue>>>(from, to, count);
   }
 };
 using Vectors = Looks<TexturePart, 0, TexturePart, 1, NoPart, 0>;
@@ -174,7 +174,7 @@ struct Bits {
 
   template <typename To, std::size_t Channel>
   static void view(const Sample* from, To* to, std::size_t count) {
-    see_bits(from, to, count);
+    expand_bits(from, to, count);
   }
 };
 
@@ -183,7 +183,7 @@ void look_to_scalar(img_line* dst, const img_line* src, const float* /*weights*/
                     std::size_t width) {
   const auto* const from = plane_of<const typename Look::Sample>(src, 0);
   To* const to = plane_of<To>(dst, 3);
-  if (from && to) see<Look>(from, to, width);
+  if (from && to) look_at<Look>(from, to, width);
 }
 
 // The first two parts of a direction as one sample.

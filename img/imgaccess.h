@@ -8,7 +8,7 @@
 namespace ka {
 
 // R, G, B and A, worked on at once. Comparing gives a mask for the conditional operator.
-using Color = float __attribute__((vector_size(16)));
+using ColorVector = float __attribute__((vector_size(16)));
 
 inline bool is_inside(const img_image* image, int x, int y) {
   return image && x >= 0 && x < image->width && y >= 0 && y < image->height;
@@ -37,16 +37,17 @@ inline float clamp_to(float value, float limit) {
   const float low = value > 0.0F ? value : 0.0F;
   return low < limit ? low : limit;
 }
-inline Color clamp_to(Color value, float limit) {
-  const Color low = value > 0.0F ? value : Color{};
-  const Color limits = {limit, limit, limit, limit};
+inline ColorVector clamp_to(ColorVector value, float limit) {
+  const ColorVector low = value > 0.0F ? value : ColorVector{};
+  const ColorVector limits = {limit, limit, limit, limit};
   return low < limits ? low : limits;
 }
 
 // Images with two components hold no colors.
 inline bool img_has_color(const img_image* image) { return image->components != 2; }
 
-Color img_fetch_color(const ImageContext& context, const img_image* image, int x, int y);
-void img_store_color(const ImageContext& context, img_image* image, Color color, int x, int y);
+ColorVector img_fetch_color(const ImageContext& context, const img_image* image, int x, int y);
+void img_store_color(const ImageContext& context, img_image* image, ColorVector color, int x,
+                     int y);
 
 }  // namespace ka

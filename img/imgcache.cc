@@ -18,14 +18,14 @@
 
 namespace {
 
-constexpr double kUsualSize = 16777216.0;               // bytes
-constexpr std::int64_t kUsualMapMax = 16777216;         // bytes
+constexpr double kDefaultSize = 16777216.0;             // bytes
+constexpr std::int64_t kDefaultMapMax = 16777216;       // bytes
 constexpr int kRequestsCaching = 3;                     // the least request that does
 constexpr int kNoDescriptors = 4, kFewDescriptors = 8;  // numbers of the messages
 
 constinit ka::Mutex cache_size_lock;
-double cache_size KA_GUARDED_BY(cache_size_lock) = kUsualSize;  // the budget in bytes
-std::int64_t mmap_max = kUsualMapMax;  // larger map files are cached rather than mapped
+double cache_size KA_GUARDED_BY(cache_size_lock) = kDefaultSize;  // the budget in bytes
+std::int64_t mmap_max = kDefaultMapMax;  // larger map files are cached rather than mapped
 
 int budget_pages(double bytes) {
   constexpr double most = std::numeric_limits<int>::max();
@@ -44,7 +44,7 @@ std::int64_t limit_of_environment() {
 }
 
 void set_mmap_max() {
-  mmap_max = kUsualMapMax;
+  mmap_max = kDefaultMapMax;
   const std::int64_t kilobytes = limit_of_environment();
   if (kilobytes == 0) return;
   mmap_max = kilobytes * 1024;
@@ -93,7 +93,7 @@ void share_descriptors() {
 }  // namespace
 
 constinit std::atomic<int> ka::allocated{0}, ka::max_allocated{0}, ka::n_flushes{0};
-constinit std::atomic<int> ka::cache_maxpages{int(kUsualSize / double(ka::kPageBase))};
+constinit std::atomic<int> ka::cache_maxpages{int(kDefaultSize / double(ka::kPageBase))};
 constinit std::atomic<int> ka::fds_per_thread{0};
 constinit std::atomic<std::uint32_t> ka::cache_alarms{0}, ka::cache_memory_requests{0};
 
@@ -108,7 +108,7 @@ void ka::img_cache_init() {
   set_mmap_max();
   {
     const ka::MutexScope locked(cache_size_lock);
-    cache_size = kUsualSize;
+    cache_size = kDefaultSize;
     ka::cache_maxpages = budget_pages(cache_size);
   }
   share_descriptors();

@@ -186,7 +186,7 @@ OwnedPage keep_unused(ka::Page& page) {
 }
 
 void report_unreadable(ka::CacheFile& file, int failure) {
-  if (file.is_told.exchange(true)) return;
+  if (file.is_reported.exchange(true)) return;
   ka_nerror(kUnreadable, "cannot read texture file %s, %s", file.path.c_str(),
             ka_nstrerror(failure));
 }

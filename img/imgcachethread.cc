@@ -80,7 +80,7 @@ int open_registered(ka::CacheThread& thread, ka::CacheFile& file) {
   if (fd >= 0 && is_registered_file(fd, file)) return fd;
   const int failure = errno;
   if (fd >= 0) close(fd);
-  if (file.is_told.exchange(true)) return -1;
+  if (file.is_reported.exchange(true)) return -1;
   if (fd >= 0) {
     ka_nerror(kReplaced, "texture file %s has been replaced", file.path.c_str());
   } else {

@@ -92,7 +92,7 @@ void ka::img_keep_mapping_hint(void* mapping) {
   if (!block.mapping_hint.load()) block.mapping_hint = mapping;
 }
 
-bool ka::img_tells_progress() {
+bool ka::img_reports_progress() {
   const std::uint32_t mask =
       has_gamma_block() ? ka::img_gamma_block().subverbosity : ka_get_subverbosity(KA_IMG);
   return (mask & KA_SUBVERB_PROGRESS) != 0;

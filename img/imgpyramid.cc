@@ -71,18 +71,18 @@ class LevelFilter {
         continue;
       }
       for (int x = 0; x < destination_->width; ++x) {
-        const ka::Color mean = is_exact ? mean_of_four(2 * x, 2 * y) : mean_of_cover(x, y);
+        const ka::ColorVector mean = is_exact ? mean_of_four(2 * x, 2 * y) : mean_of_cover(x, y);
         ka::img_store_color(context_, destination_, mean, x, y);
       }
     }
   }
 
  private:
-  [[nodiscard]] ka::Color fetch(int x, int y) const {
+  [[nodiscard]] ka::ColorVector fetch(int x, int y) const {
     return ka::img_fetch_color(context_, source_, x, y);
   }
 
-  [[nodiscard]] ka::Color mean_of_four(int x, int y) const {
+  [[nodiscard]] ka::ColorVector mean_of_four(int x, int y) const {
     return 0.25F * (fetch(x, y) + fetch(x + 1, y) + fetch(x, y + 1) + fetch(x + 1, y + 1));
   }
 
@@ -120,10 +120,10 @@ class LevelFilter {
   }
 
   // Weighs each source pixel by the area that the destination pixel covers of it.
-  [[nodiscard]] ka::Color mean_of_cover(int x, int y) const {
+  [[nodiscard]] ka::ColorVector mean_of_cover(int x, int y) const {
     const Cover columns(x, ratio(source_->width, destination_->width), source_->width);
     const Cover lines(y, ratio(source_->height, destination_->height), source_->height);
-    ka::Color sum = {};
+    ka::ColorVector sum = {};
     float area = 0.0F;
     for (int line = lines.first(); line < lines.behind(); ++line) {
       for (int column = columns.first(); column < columns.behind(); ++column) {

@@ -62,7 +62,7 @@ void write_entry(FILE* stream, const NamedEntry& named) {
   std::fputs("end registry\n\n", stream);
 }
 
-void tell_entry(const NamedEntry& named) {
+void report_entry(const NamedEntry& named) {
   const auto& [name, entry] = named;
   const ka::RegistryItem* const value = entry.value_item();
   for (const ka::RegistryItem& item : entry.items) {
@@ -151,6 +151,6 @@ void ka_lib_registry_print(FILE* stream) {
   const ka::ModuleScope scope(KA_LIB);
   if (!registry) return;
   for (const NamedEntry& entry : all_entries()) {
-    stream ? write_entry(stream, entry) : tell_entry(entry);
+    stream ? write_entry(stream, entry) : report_entry(entry);
   }
 }
