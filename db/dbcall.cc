@@ -277,7 +277,7 @@ int ka_db_type(std::uint32_t tag) {
 
 void ka_db_set_type(std::uint32_t tag, int type) {
   const ka::ModuleScope scope(KA_DB);
-  ka::shared(ka::find_entry(tag).type).store(static_cast<std::uint8_t>(type));
+  ka::shared(ka::find_entry(tag).type).store(std::uint8_t(type));
 }
 
 std::size_t ka_db_size(std::uint32_t tag) {

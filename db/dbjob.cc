@@ -141,7 +141,7 @@ bool replace_job(std::uint32_t tag, ka_db_entry& entry, int type, ka::Owned<ka_j
   if (entry.state == KA_DB_ON_DISK) ka::drop_disk_data(tag, entry);
   ka::end_job(tag, entry);
   entry.job = job.release();
-  ka::shared(entry.type).store(static_cast<std::uint8_t>(type));
+  ka::shared(entry.type).store(std::uint8_t(type));
   begin_job(tag, entry, *entry.job);
   return true;
 }

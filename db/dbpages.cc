@@ -135,18 +135,17 @@ std::uint32_t ka::add_entry(int type, const Owner& owner, const Content& content
   ka_db_entry& entry = page.entries[slot];
   if (is_job) make_lock(entry);
   --page.free;
-  page.hint = static_cast<std::uint32_t>(slot);
+  page.hint = std::uint32_t(slot);
   shared(entry.size).store(content.size, std::memory_order_relaxed);
   shared(entry.time).store(now, std::memory_order_relaxed);
   shared(entry.creation).store(now, std::memory_order_relaxed);
   shared(entry.owner).store(owner.tag, std::memory_order_relaxed);
   shared(entry.owner_serial).store(owner.serial, std::memory_order_relaxed);
-  shared(entry.module)
-      .store(static_cast<std::uint8_t>(calling_module()), std::memory_order_relaxed);
-  shared(entry.type).store(static_cast<std::uint8_t>(type), std::memory_order_relaxed);
+  shared(entry.module).store(std::uint8_t(calling_module()), std::memory_order_relaxed);
+  shared(entry.type).store(std::uint8_t(type), std::memory_order_relaxed);
   if (is_job) {
     shared(entry.pin_slot).store(next_pin_slot, std::memory_order_relaxed);
-    next_pin_slot = static_cast<std::uint16_t>((next_pin_slot + 1) % ka_context::kPinSlots);
+    next_pin_slot = std::uint16_t((next_pin_slot + 1) % ka_context::kPinSlots);
     entry.job = content.job;
     shared(entry.is_fixed).store(0, std::memory_order_relaxed);
   }
@@ -164,7 +163,7 @@ bool ka::remove_entry(std::uint32_t tag, std::uint64_t serial) {
   ++counts.deletions;
   --counts.tags;
   ++page->free;
-  page->hint = static_cast<std::uint32_t>(slot_of(tag));
+  page->hint = std::uint32_t(slot_of(tag));
   std::size_t& first = first_free[is_job_tag(tag)];
   first = std::min(first, page_of(tag));
   shared(entry.state).store(std::uint8_t{KA_DB_UNUSED}, std::memory_order_release);

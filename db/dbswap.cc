@@ -49,7 +49,7 @@ ka_mutex swap_lock;  // whoever has it calls nothing that may wait or ask for me
 SwapState swap KA_GUARDED_BY(swap_lock);
 
 std::int64_t kilobytes(std::size_t size) {
-  return (static_cast<std::int64_t>(size) + kKilobyte - 1) / kKilobyte;
+  return (std::int64_t(size) + kKilobyte - 1) / kKilobyte;
 }
 
 // A setting of the environment or else of the registry; empty: there is none.

@@ -30,7 +30,7 @@ constexpr bool is_job_tag(std::uint32_t tag) { return (tag & kJobBit) != 0; }
 constexpr std::size_t page_of(std::uint32_t tag) { return tag >> kPageShift & (kPageCount - 1); }
 constexpr std::size_t slot_of(std::uint32_t tag) { return tag & (kSlots - 1); }
 constexpr std::uint32_t make_tag(std::size_t page, std::size_t slot) {
-  return static_cast<std::uint32_t>(page << kPageShift | slot);
+  return std::uint32_t(page << kPageShift | slot);
 }
 
 // Entries. Their fields are shared by threads: those that change while others read them are read

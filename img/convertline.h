@@ -72,7 +72,7 @@ void pack_bits(std::uint8_t* to, std::size_t width, Test test) {
         eight |= std::uint64_t{is_set[i + bit]} << (8 * bit);
       }
       // The factor brings bit 8 n of the eight to bit 56 + n; no two of its products meet.
-      *to++ = static_cast<std::uint8_t>((eight * 0x0102040810204080) >> 56);
+      *to++ = std::uint8_t((eight * 0x0102040810204080) >> 56);
     }
   }
 }
@@ -83,7 +83,7 @@ void any_to_bit(img_line* dst, const img_line* src, const float* /*weights*/, st
   auto* const to = plane_of<std::uint8_t>(dst, 3);
   if (!to || ((src->offset[Slots] == 0) || ...)) return;
   pack_bits(to, width, [... from = plane_of<const Sample>(src, Slots)](std::size_t x) {
-    return static_cast<bool>(((from[x] != Sample{}) | ...));  // without branches
+    return bool(((from[x] != Sample{}) | ...));  // without branches
   });
 }
 

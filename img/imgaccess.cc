@@ -128,10 +128,10 @@ template <typename Sample, template <typename> class Where>
 ColorVector fetch(const Where<Sample>& pixel, float scale) {
   if (!pixel) return ColorVector{};
   if (pixel.components() == 1) {
-    const float value = static_cast<float>(pixel.single()) * scale;
+    const float value = float(pixel.single()) * scale;
     return ColorVector{value, value, value, 1.0F};
   }
-  const auto value = [&](std::size_t slot) { return static_cast<float>(pixel.at(slot)) * scale; };
+  const auto value = [&](std::size_t slot) { return float(pixel.at(slot)) * scale; };
   return ColorVector{value(0), value(1), value(2), pixel.components() == 4 ? value(3) : 1.0F};
 }
 

@@ -29,7 +29,7 @@ inline Square square_at(const img_image* image, int x, int y) {
 inline bool bit_at(const std::uint8_t* plane, int x) { return (plane[x / 8] >> (x % 8) & 1) != 0; }
 inline void set_bit_at(std::uint8_t* plane, int x, bool value) {
   const unsigned mask = 1U << (x % 8);
-  plane[x / 8] = static_cast<std::uint8_t>((plane[x / 8] & ~mask) | (value ? mask : 0U));
+  plane[x / 8] = std::uint8_t((plane[x / 8] & ~mask) | (value ? mask : 0U));
 }
 
 // A value from 0 to `limit`; what is not a number is 0.

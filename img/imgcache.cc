@@ -29,7 +29,7 @@ std::int64_t mmap_max = kDefaultMapMax;  // larger map files are cached rather t
 
 int budget_pages(double bytes) {
   constexpr double most = std::numeric_limits<int>::max();
-  return static_cast<int>(std::clamp(bytes / double(ka::kPageBase), 0.0, most));
+  return int(std::clamp(bytes / double(ka::kPageBase), 0.0, most));
 }
 
 // Kilobytes that the environment says; 0 for none.
@@ -130,7 +130,7 @@ int ka::img_cache_memory_limit(ka::ImageContext& context, std::int64_t bytes) {
   const std::int64_t pages = std::min<std::int64_t>(bytes / std::int64_t{ka::kPageBase} + 1,
                                                     std::numeric_limits<int>::max());
   std::int64_t freed = ka::cache_reserve_clear(false);
-  freed += ka::unused_page_flush(static_cast<int>(std::max<std::int64_t>(pages, 0)), false);
+  freed += ka::unused_page_flush(int(std::max<std::int64_t>(pages, 0)), false);
   ka::cache_reserve_clear(false);  // where the memory of these pages is now
   if (freed * std::int64_t{ka::kPageBase} < bytes) {
     context.memory_low = true;

@@ -35,7 +35,7 @@ struct Headers {
 std::size_t place_levels(Headers& headers) {
   std::uint64_t end = 0;
   for (std::size_t k = 0; k < headers.levels.count; ++k) {
-    headers.offsets[k] = static_cast<std::uint32_t>(end);
+    headers.offsets[k] = std::uint32_t(end);
     end += headers.levels.level[k].planes;
   }
   return std::size_t(end);
@@ -104,13 +104,13 @@ ka::CacheRecord* make_record(const Headers& headers, std::size_t k, ka::CacheFil
   record->file = file;
   record->image = reinterpret_cast<img_image*>(element + headers.offsets[k]);
   record->swapped_bits = headers.head.swapped ? ka_img_nbits[headers.head.type] : 0;
-  record->pixel_offset = static_cast<std::uint32_t>(level.planes);
-  record->line_bytes = static_cast<std::uint32_t>(ka::plane_bytes(headers.head.type, level.width));
-  record->pixel_bytes = record->line_bytes * static_cast<std::uint32_t>(level.height) *
-                        static_cast<std::uint32_t>(ka_img_ncomp[headers.head.type]);
+  record->pixel_offset = std::uint32_t(level.planes);
+  record->line_bytes = std::uint32_t(ka::plane_bytes(headers.head.type, level.width));
+  record->pixel_bytes = record->line_bytes * std::uint32_t(level.height) *
+                        std::uint32_t(ka_img_ncomp[headers.head.type]);
   record->page_bytes = page_bytes(record->line_bytes);
-  record->pages = static_cast<std::uint32_t>(
-      (std::uint64_t{record->pixel_bytes} + record->page_bytes - 1) / record->page_bytes);
+  record->pages = std::uint32_t((std::uint64_t{record->pixel_bytes} + record->page_bytes - 1) /
+                                record->page_bytes);
   record->slots = ka::vector<ka::PageSlot>(record->pages);
   return record.release();
 }

@@ -93,7 +93,7 @@ bool read_page(std::uint8_t* bytes, std::uint32_t count, int fd, std::uint64_t o
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) return false;
     if (got == 0) break;
-    done += static_cast<std::uint32_t>(got);
+    done += std::uint32_t(got);
   }
   std::memset(bytes + done, 0, count - done);
   return true;

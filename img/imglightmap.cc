@@ -45,7 +45,7 @@ int format_for(const ka::ImagePath& path) {
 
 bool create_file(ka_lightmap& lightmap, const char* name) {
   const img_image& image = *lightmap.image;
-  lightmap.file.file_type = static_cast<std::uint8_t>(ka::img_color_type(image.bits));
+  lightmap.file.file_type = std::uint8_t(ka::img_color_type(image.bits));
   lightmap.file.pyramid = image.levels > 1;
   const ka::ImagePath path(name);
   if (ka::img_create(&lightmap.file, path, image.type, format_for(path), image.width,

@@ -29,11 +29,11 @@ class Cover {
       : begin_(std::min(double{size} * i, double(count) - 1.0)),
         end_(std::min(double{size} * (i + 1), double(count))) {}
 
-  [[nodiscard]] int first() const { return static_cast<int>(begin_); }
-  [[nodiscard]] int behind() const { return static_cast<int>(std::ceil(end_)); }
+  [[nodiscard]] int first() const { return int(begin_); }
+  [[nodiscard]] int behind() const { return int(std::ceil(end_)); }
   // How much of a source pixel is covered, 0 to 1.
   [[nodiscard]] float weight(int pixel) const {
-    return static_cast<float>(std::min(end_, pixel + 1.0) - std::max(begin_, double(pixel)));
+    return float(std::min(end_, pixel + 1.0) - std::max(begin_, double(pixel)));
   }
 
  private:
@@ -46,7 +46,7 @@ template <typename Sample>
 void halve_line(Sample* out, std::size_t count, const Sample* lower, const Sample* upper) {
   constexpr bool is_integer = std::is_integral_v<Sample>;
   constexpr float largest = is_integer ? float{std::numeric_limits<Sample>::max()} : 1.0F;
-  const auto value = [](Sample sample) { return static_cast<float>(sample) * (1.0F / largest); };
+  const auto value = [](Sample sample) { return float(sample) * (1.0F / largest); };
   for (std::size_t x = 0; x < count; ++x) {
     const float sum = value(lower[2 * x]) + value(lower[2 * x + 1]) + value(upper[2 * x]) +
                       value(upper[2 * x + 1]);
@@ -135,9 +135,7 @@ class LevelFilter {
     return sum * (1.0F / area);
   }
 
-  static float ratio(int source, int destination) {
-    return static_cast<float>(source) / static_cast<float>(destination);
-  }
+  static float ratio(int source, int destination) { return float(source) / float(destination); }
 
   const ka::ImageContext& context_;
   img_image* destination_;
@@ -146,7 +144,7 @@ class LevelFilter {
 
 std::uint32_t bytes_of(const img_image& level) {
   const auto bytes = ka::level_bytes(level.width, level.height, level.bits, level.components);
-  return static_cast<std::uint32_t>(bytes.value_or(0));
+  return std::uint32_t(bytes.value_or(0));
 }
 
 // Level k of an image whose own directory and whose levels above are complete.

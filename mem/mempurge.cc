@@ -202,7 +202,7 @@ void ka::heap_purge(PurgeReason reason) {
   }
   const std::int64_t saved = start - heap_size();
   ++heap_npurges;
-  heap_purged = heap_purged + static_cast<double>(saved * 8);
+  heap_purged = heap_purged + double(saved * 8);
   if (saved * 10 > start) {
     ka_progress("heap purge saved %lld MB", static_cast<long long>(heap_megabytes(saved)));
   }

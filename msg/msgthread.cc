@@ -39,7 +39,7 @@ constexpr void start_modules(ka_context& context) {
 
 // A context as every thread finds it: one module on the stack, all tags those of the defaults.
 constexpr void start_context(ka_context& context, std::size_t slot) {
-  context.thread = static_cast<std::int32_t>(slot);
+  context.thread = std::int32_t(slot);
   context.host = kStandAloneHost;
   start_modules(context);
 }

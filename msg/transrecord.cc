@@ -350,7 +350,7 @@ std::uint32_t ka::trans_add_tag(std::uint32_t tag) {
         ka_mem_reallocate(record->tags, record->tag_capacity * sizeof *record->tags));
   }
   record->tags[record->tag_count++] = tag;
-  return static_cast<std::uint32_t>(record->tag_count);
+  return std::uint32_t(record->tag_count);
 }
 
 void ka::trans_clear_tag(std::uint32_t tag, std::uint32_t place) {
