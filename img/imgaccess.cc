@@ -1,5 +1,5 @@
 // Colors of single pixels: clipping, and the way between a color and the samples of an image.
-#include "imgaccess.h"
+#include "pixelcolors.h"
 
 #include <algorithm>
 #include <array>

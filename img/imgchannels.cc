@@ -6,8 +6,8 @@
 
 #include <ka/detail/scope.h>
 
-#include "imgaccess.h"
 #include "imgcache.h"
+#include "pixelcolors.h"
 
 namespace {
 

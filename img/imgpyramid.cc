@@ -12,8 +12,8 @@
 #include <ka/detail/scope.h>
 #include <ka/message.h>
 
-#include "imgaccess.h"
 #include "imgcache.h"
+#include "pixelcolors.h"
 
 namespace {
 
