@@ -162,8 +162,8 @@ typedef struct img_file {
                             that are ended by signals: they remove it. Null when there is nothing to
                             remove: unnamed files vanish by themselves; devices, standard streams and
                             what links lead to stay. Owned by the handle */
-  img_line*
-      conversion; /* a line of the file's type, when lines are converted; owned by the handle */
+  /* A line of the file's type, when lines are converted; owned by the handle. */
+  img_line* conversion;
   union {
     void* p; /* the driver's own state */
   } data;
