@@ -73,11 +73,11 @@ Bytes plain_targa(Content content, std::size_t depth) {
 
 Bytes mapped_targa() {
   Bytes file = targa_header(1, 1);
-  constexpr std::size_t colours = 256;
+  constexpr std::size_t colors = 256;
   file[1] = 1;
-  file[6] = colours >> 8;
+  file[6] = colors >> 8;
   file[7] = 24;
-  append(file, std::span(planes_of(Content::kNoise)[0]).first(3 * colours));
+  append(file, std::span(planes_of(Content::kNoise)[0]).first(3 * colors));
   append(file, planes_of(Content::kNoise)[1]);
   return file;
 }

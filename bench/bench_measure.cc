@@ -156,7 +156,7 @@ void add_measure_benchmarks() {
   }
   add_compose();
   for (const Case& what : {kIdentical, kDiffering}) {
-    add_kernels("colour", ka::colour_kernels, what);
+    add_kernels("colour", ka::color_kernels, what);
     add_kernels("intensity", ka::intensity_kernels, what);
   }
 }

@@ -19,8 +19,8 @@ constexpr unsigned kFetchPoll = 50000;  // microseconds between looks at an elem
 
 bool is_started = false;
 
-ka_mutex delete_lock;  // guards the two below
-bool is_delayed = false;
+ka_mutex delete_lock;
+bool is_delayed KA_GUARDED_BY(delete_lock) = false;
 
 // Deletions that wait: which element, and whose it was.
 struct Delayed {
@@ -28,7 +28,7 @@ struct Delayed {
   std::uint64_t serial;
   ka::Owner owner;
 };
-ka::vector<Delayed>* delayed = nullptr;
+ka::vector<Delayed>* delayed KA_GUARDED_BY(delete_lock) KA_PT_GUARDED_BY(delete_lock) = nullptr;
 
 bool belongs_to(ka_db_entry& entry, const ka::Owner& owner) {
   return ka::shared(entry.owner).load() == owner.tag &&
@@ -62,6 +62,13 @@ bool delay(std::uint32_t tag, ka_db_entry& entry) {
   if (!delayed) delayed = ka::make_owned<ka::vector<Delayed>>().release();
   delayed->push_back({tag, ka::shared(entry.serial).load(), owner});
   return true;
+}
+
+// Delays deletions from now on, or no longer. Then the queued ones pass to the caller.
+ka::Owned<ka::vector<Delayed>> set_delayed(bool on) {
+  const ka::LockScope locked(delete_lock);
+  is_delayed = on;
+  return ka::Owned<ka::vector<Delayed>>(on ? nullptr : std::exchange(delayed, nullptr));
 }
 
 // Carries a queued deletion out. False: the element is in use.
@@ -181,8 +188,7 @@ void ka_db_exit() {
   ka_mem_database_reports(nullptr, nullptr);
   ka::ignore_limits();
   ka::set_store_operations(nullptr);
-  const ka::Owned<ka::vector<Delayed>> queue(std::exchange(delayed, nullptr));
-  is_delayed = false;
+  (void)set_delayed(false);
   ka::for_each_entry(ka::kFirstJobPage, ka::kPageCount,
                      [](std::uint32_t tag, ka_db_entry& entry) { ka::release_job(tag, entry); });
   ka::for_each_entry(ka::kFirstDataPage, ka::kFirstJobPage,
@@ -271,7 +277,7 @@ int ka_db_type(std::uint32_t tag) {
 
 void ka_db_set_type(std::uint32_t tag, int type) {
   const ka::ModuleScope scope(KA_DB);
-  ka::shared(ka::find_entry(tag).type).store(static_cast<std::uint8_t>(type));
+  ka::shared(ka::find_entry(tag).type).store(std::uint8_t(type));
 }
 
 std::size_t ka_db_size(std::uint32_t tag) {
@@ -295,12 +301,7 @@ int ka_db_delete(std::uint32_t tag) {
 
 void ka_db_delete_delay(int on) {
   const ka::ModuleScope scope(KA_DB);
-  ka::Owned<ka::vector<Delayed>> queue;
-  {
-    const ka::LockScope locked(delete_lock);
-    is_delayed = on != 0;
-    if (!is_delayed) queue.reset(std::exchange(delayed, nullptr));
-  }
+  auto queue = set_delayed(on != 0);
   if (!queue) return;
   std::erase_if(*queue, delete_delayed);
   if (queue->empty()) return;

@@ -63,7 +63,7 @@ int call_back(int operation, ka_db_entry& entry, const ka_job& job, ka_job_call&
 }
 
 // Takes over what an execution has left in `call`.
-void take_data(ka_db_entry& entry, ka_job& job, const ka_job_call& call) {
+void take_data(ka_db_entry& entry, ka_job& job, const ka_job_call& call) KA_REQUIRES(entry.lock) {
   void* const own = std::exchange(job.fresh, nullptr);
   job.is_foreign = call.data != nullptr && call.data != own;
   ka::shared(entry.is_fixed).store(job.is_foreign || call.fixed != 0);
@@ -75,8 +75,8 @@ void take_data(ka_db_entry& entry, ka_job& job, const ka_job_call& call) {
   ka::shared(entry.data).store(data);
 }
 
-// Executes the job of an element without data. The caller holds the entry's lock.
-ka::Production execute(std::uint32_t tag, ka_db_entry& entry) {
+// Executes the job of an element without data.
+ka::Production execute(std::uint32_t tag, ka_db_entry& entry) KA_REQUIRES(entry.lock) {
   if (!entry.job) return ka::Production::kFailed;
   ka_job& job = *entry.job;
   ka_job_call call = call_of(tag, job);
@@ -94,9 +94,9 @@ ka::Production execute(std::uint32_t tag, ka_db_entry& entry) {
   return entry.data ? ka::Production::kDone : ka::Production::kNothing;
 }
 
-// As for produce, of an entry whose lock the caller holds. `attempts` is how often the job had been
-// executed when the caller began to wait.
-ka::Production produce_locked(std::uint32_t tag, ka_db_entry& entry, std::uint32_t attempts) {
+// As for produce. `attempts` is how often the job had been executed when the caller began to wait.
+ka::Production produce_locked(std::uint32_t tag, ka_db_entry& entry, std::uint32_t attempts)
+    KA_REQUIRES(entry.lock) {
   if (entry.data) return ka::Production::kDone;
   if (entry.state == KA_DB_ON_DISK) ka::page_in(tag, entry);
   if (entry.state == KA_DB_ON_DISK) return ka::Production::kUnread;
@@ -108,8 +108,8 @@ ka::Production produce_locked(std::uint32_t tag, ka_db_entry& entry, std::uint32
   return execute(tag, entry);
 }
 
-// Gives the data that were hidden away. The caller holds the entry's lock.
-void release_data(std::uint32_t tag, ka_db_entry& entry, void* data) {
+// Gives the data that were hidden away.
+void release_data(std::uint32_t tag, ka_db_entry& entry, void* data) KA_REQUIRES(entry.lock) {
   ka_job* const job = entry.job;
   bool is_taken = false;
   if (job) {
@@ -126,7 +126,7 @@ void release_data(std::uint32_t tag, ka_db_entry& entry, void* data) {
 }
 
 // Tells a job that it is there.
-void begin_job(std::uint32_t tag, ka_db_entry& entry, ka_job& job) {
+void begin_job(std::uint32_t tag, ka_db_entry& entry, ka_job& job) KA_REQUIRES(entry.lock) {
   ka_job_call call = call_of(tag, job);
   call_back(KA_JOB_BEGIN, entry, job, call);
 }
@@ -141,7 +141,7 @@ bool replace_job(std::uint32_t tag, ka_db_entry& entry, int type, ka::Owned<ka_j
   if (entry.state == KA_DB_ON_DISK) ka::drop_disk_data(tag, entry);
   ka::end_job(tag, entry);
   entry.job = job.release();
-  ka::shared(entry.type).store(static_cast<std::uint8_t>(type));
+  ka::shared(entry.type).store(std::uint8_t(type));
   begin_job(tag, entry, *entry.job);
   return true;
 }
@@ -312,9 +312,9 @@ int ka_job_flush(std::uint32_t tag) {
   const ka::ModuleScope scope(KA_JOB);
   ka_db_entry* const entry = ka::entry_at(tag);
   if (tag == 0 || !entry || !ka::is_used(*entry) || !ka::is_job_tag(tag)) return 0;
-  if (!ka_trylock(entry->lock)) return 0;
+  if (!ka::try_lock(entry->lock)) return 0;
   const bool done = entry->job && ka::flush_locked(tag, *entry);
-  ka_unlock(entry->lock);
+  ka::unlock(entry->lock);
   if (done) ka::count_flush();
   return done;
 }

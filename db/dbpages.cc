@@ -21,15 +21,16 @@ ka_mutex database_lock;    // guards creation and removal, the counts, the scali
 ka_mutex page_table_lock;  // guards the making of the table, of pages and of entry locks
 
 // Of data and job elements: no page before this one has a free slot.
-std::array<std::size_t, 2> first_free = {ka::kFirstDataPage, ka::kFirstJobPage};
+std::array<std::size_t, 2> first_free KA_GUARDED_BY(database_lock) = {ka::kFirstDataPage,
+                                                                      ka::kFirstJobPage};
 constexpr std::array kEndOfPages = {ka::kFirstJobPage, ka::kPageCount};
 
 constexpr std::uint32_t kFirstStamp = 1;
 constexpr std::uint32_t kStampAfterWarp = 0x10000000;
 std::atomic<std::uint32_t> lru_clock{kFirstStamp};
-std::uint64_t last_serial = 0;
-std::uint16_t next_pin_slot = 0;
-ka_db_counts counts;
+std::uint64_t last_serial KA_GUARDED_BY(database_lock) = 0;
+std::uint16_t next_pin_slot KA_GUARDED_BY(database_lock) = 0;
+ka_db_counts counts KA_GUARDED_BY(database_lock);
 
 ka::ElementPage* page_at(std::size_t page) {
   const PageTable* const pages = table.load(std::memory_order_acquire);
@@ -50,8 +51,8 @@ ka::ElementPage& make_page(std::size_t page) {
   return *fresh;
 }
 
-// The first page with a free slot. The caller holds the database lock.
-std::size_t page_with_room(bool is_job) {
+// The first page with a free slot.
+std::size_t page_with_room(bool is_job) KA_REQUIRES(database_lock) {
   std::size_t& page = first_free[is_job];
   while (page < kEndOfPages[is_job]) {
     const ka::ElementPage* const existing = page_at(page);
@@ -134,18 +135,17 @@ std::uint32_t ka::add_entry(int type, const Owner& owner, const Content& content
   ka_db_entry& entry = page.entries[slot];
   if (is_job) make_lock(entry);
   --page.free;
-  page.hint = static_cast<std::uint32_t>(slot);
+  page.hint = std::uint32_t(slot);
   shared(entry.size).store(content.size, std::memory_order_relaxed);
   shared(entry.time).store(now, std::memory_order_relaxed);
   shared(entry.creation).store(now, std::memory_order_relaxed);
   shared(entry.owner).store(owner.tag, std::memory_order_relaxed);
   shared(entry.owner_serial).store(owner.serial, std::memory_order_relaxed);
-  shared(entry.module)
-      .store(static_cast<std::uint8_t>(calling_module()), std::memory_order_relaxed);
-  shared(entry.type).store(static_cast<std::uint8_t>(type), std::memory_order_relaxed);
+  shared(entry.module).store(std::uint8_t(calling_module()), std::memory_order_relaxed);
+  shared(entry.type).store(std::uint8_t(type), std::memory_order_relaxed);
   if (is_job) {
     shared(entry.pin_slot).store(next_pin_slot, std::memory_order_relaxed);
-    next_pin_slot = static_cast<std::uint16_t>((next_pin_slot + 1) % ka_context::kPinSlots);
+    next_pin_slot = std::uint16_t((next_pin_slot + 1) % ka_context::kPinSlots);
     entry.job = content.job;
     shared(entry.is_fixed).store(0, std::memory_order_relaxed);
   }
@@ -163,7 +163,7 @@ bool ka::remove_entry(std::uint32_t tag, std::uint64_t serial) {
   ++counts.deletions;
   --counts.tags;
   ++page->free;
-  page->hint = static_cast<std::uint32_t>(slot_of(tag));
+  page->hint = std::uint32_t(slot_of(tag));
   std::size_t& first = first_free[is_job_tag(tag)];
   first = std::min(first, page_of(tag));
   shared(entry.state).store(std::uint8_t{KA_DB_UNUSED}, std::memory_order_release);

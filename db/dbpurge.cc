@@ -39,10 +39,10 @@ struct Oldest {
   }
 };
 
-// Calls give_back(tag, entry) for elements with data, oldest first, until it has given `wanted`
-// bytes. The entry's lock is held.
-template <typename GiveBack>
-int give_back_oldest(std::int64_t wanted, GiveBack give_back) {
+// Calls give_back(tag, entry) with the entry's lock for elements with data, oldest first, until it
+// has given `wanted` bytes.
+template <bool (*give_back)(std::uint32_t tag, ka_db_entry& entry)>
+int give_back_oldest(std::int64_t wanted) {
   std::int64_t given = 0;
   Candidate passed{};  // those up to this one have been tried
   for (bool is_last = false; given < wanted && !is_last;) {
@@ -56,12 +56,12 @@ int give_back_oldest(std::int64_t wanted, GiveBack give_back) {
     for (std::size_t i = 0; i < oldest.count && given < wanted; ++i) {
       passed = oldest.items[i];
       ka_db_entry& entry = *ka::entry_at(oldest.items[i].tag);
-      if (!ka_trylock(entry.lock)) continue;
+      if (!ka::try_lock(entry.lock)) continue;
       const std::size_t size = entry.data ? entry.size : 0;
       if (size > 0 && !ka::shared(entry.is_fixed).load() && give_back(oldest.items[i].tag, entry)) {
         given += std::int64_t(size);
       }
-      ka_unlock(entry.lock);
+      ka::unlock(entry.lock);
     }
   }
   return given < wanted;
@@ -69,18 +69,18 @@ int give_back_oldest(std::int64_t wanted, GiveBack give_back) {
 
 int swap_out(std::int64_t wanted) {
   const ka::ModuleScope scope(KA_DB);
-  if (!ka::is_swapping()) return 1;
-  return give_back_oldest(
-      wanted, [](std::uint32_t tag, ka_db_entry& entry) { return ka::page_out(tag, entry); });
+  return ka::is_swapping() ? give_back_oldest<ka::page_out>(wanted) : 1;
+}
+
+bool flush_one(std::uint32_t tag, ka_db_entry& entry) KA_REQUIRES(entry.lock) {
+  if (!entry.job || !ka::flush_locked(tag, entry)) return false;
+  ka::count_flush();
+  return true;
 }
 
 int flush(std::int64_t wanted) {
   const ka::ModuleScope scope(KA_JOB);
-  return give_back_oldest(wanted, [](std::uint32_t tag, ka_db_entry& entry) {
-    if (!entry.job || !ka::flush_locked(tag, entry)) return false;
-    ka::count_flush();
-    return true;
-  });
+  return give_back_oldest<flush_one>(wanted);
 }
 
 }  // namespace

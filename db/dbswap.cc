@@ -45,11 +45,11 @@ struct SwapState {
   std::int64_t out = 0, in = 0, failed_out = 0;  // KB
   ka_swap_file* files = nullptr;                 // all that exist or are being written
 };
-SwapState swap;
-ka_mutex swap_lock;  // guards `swap`; whoever has it calls nothing that may wait or ask for memory
+ka_mutex swap_lock;  // whoever has it calls nothing that may wait or ask for memory
+SwapState swap KA_GUARDED_BY(swap_lock);
 
 std::int64_t kilobytes(std::size_t size) {
-  return (static_cast<std::int64_t>(size) + kKilobyte - 1) / kKilobyte;
+  return (std::int64_t(size) + kKilobyte - 1) / kKilobyte;
 }
 
 // A setting of the environment or else of the registry; empty: there is none.
@@ -113,14 +113,14 @@ void count_written(const ka_swap_file& file) {
 }
 
 // Takes a file out of the counts and releases its record; `counter` gets its amount.
-void remove_file(ka_swap_file* file, std::int64_t* counter) {
+void remove_file(ka_swap_file* file, std::int64_t SwapState::*counter) {
   const ka::Owned<ka_swap_file> owner(file);
   const ka::LockScope locked(swap_lock);
   ka_swap_file** link = &swap.files;
   while (*link != file) link = &(*link)->next;
   *link = file->next;
   swap.on_disk -= file->kilobytes;
-  if (counter) *counter += file->kilobytes;
+  if (counter) swap.*counter += file->kilobytes;
 }
 
 // Writes the file of an element. False after a message; there is no file then.
@@ -140,7 +140,7 @@ bool write_file(ka_swap_file& file, const void* data, std::size_t size) {
 }
 
 // Deletes the file of an element. `counter` gets its amount.
-void delete_file(ka_db_entry& entry, std::int64_t* counter) {
+void delete_file(ka_db_entry& entry, std::int64_t SwapState::*counter) KA_REQUIRES(entry.lock) {
   ka_swap_file* const file = std::exchange(entry.file, nullptr);
   if (unlink(file->path.data()) != 0 && errno != ENOENT) {
     ka_nerror(0, "failed to delete swap file %s, %s", file->path.data(), ka_strerror());
@@ -247,7 +247,7 @@ bool ka::page_out(std::uint32_t tag, ka_db_entry& entry) {
                 unsigned(getpid()), tag, type_name(shared(entry.type).load()).text.data());
   HiddenData hidden(entry);
   if (!hidden || shared(entry.is_fixed).load() || !write_file(*file, hidden.data(), entry.size)) {
-    remove_file(file, &swap.failed_out);
+    remove_file(file, &SwapState::failed_out);
     return false;
   }
   count_written(*file);
@@ -276,7 +276,7 @@ bool ka::page_in(std::uint32_t tag, ka_db_entry& entry) {
     return false;
   }
   const bool is_read = result == Reading::kDone;
-  delete_file(entry, is_read ? &swap.in : nullptr);
+  delete_file(entry, is_read ? &SwapState::in : nullptr);
   state.store(std::uint8_t{KA_DB_IN_MEMORY});
   shared(entry.size).store(is_read ? size : 0);
   if (is_read) {

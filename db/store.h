@@ -30,7 +30,7 @@ constexpr bool is_job_tag(std::uint32_t tag) { return (tag & kJobBit) != 0; }
 constexpr std::size_t page_of(std::uint32_t tag) { return tag >> kPageShift & (kPageCount - 1); }
 constexpr std::size_t slot_of(std::uint32_t tag) { return tag & (kSlots - 1); }
 constexpr std::uint32_t make_tag(std::size_t page, std::size_t slot) {
-  return static_cast<std::uint32_t>(page << kPageShift | slot);
+  return std::uint32_t(page << kPageShift | slot);
 }
 
 // Entries. Their fields are shared by threads: those that change while others read them are read
@@ -95,8 +95,9 @@ void for_each_entry(std::size_t first, std::size_t end, Function function) {
 std::uint32_t stamp();
 void set_clock(std::uint32_t time);  // for tests of what happens when it overflows
 
-void pages_start();
-void pages_end();  // before: no element has data
+// While only one thread runs: they take no lock.
+void pages_start() KA_NO_THREAD_SAFETY_ANALYSIS;
+void pages_end() KA_NO_THREAD_SAFETY_ANALYSIS;  // before: no element has data
 
 void count_reallocation();
 void count_flush();
@@ -145,14 +146,15 @@ struct Produced {
 };
 Produced produce(std::uint32_t tag, ka_db_entry& entry, std::uint16_t pin_slot);
 
-// Gives the data of an unpinned element back to its job or to the memory manager. The caller holds
-// the entry's lock. False: there are none, or they are pinned.
-bool flush_locked(std::uint32_t tag, ka_db_entry& entry);
-// Removes the data of an element on disk and reports it to the job. The caller holds the entry's lock.
-void drop_disk_data(std::uint32_t tag, ka_db_entry& entry);
-void report_lost_data(std::uint32_t tag, ka_db_entry& entry);  // the same without a file
-// Ends the job of an element that is about to go. The caller holds the entry's lock.
-void end_job(std::uint32_t tag, ka_db_entry& entry);
+// Gives the data of an unpinned element back to its job or to the memory manager. False: there are
+// none, or they are pinned.
+bool flush_locked(std::uint32_t tag, ka_db_entry& entry) KA_REQUIRES(entry.lock);
+// Removes the data of an element on disk and reports it to the job.
+void drop_disk_data(std::uint32_t tag, ka_db_entry& entry) KA_REQUIRES(entry.lock);
+// The same without a file.
+void report_lost_data(std::uint32_t tag, ka_db_entry& entry) KA_REQUIRES(entry.lock);
+// Ends the job of an element that is about to go.
+void end_job(std::uint32_t tag, ka_db_entry& entry) KA_REQUIRES(entry.lock);
 
 // Resizes the data of a job element; in the thread that executes the job, those that it has so far.
 void* realloc_job(ka_db_entry& entry, std::size_t size);
@@ -171,19 +173,19 @@ void ignore_limits();
 // Reads the settings where that has not been done, replaces those given, cleans the folder up.
 void configure_swap(const char* folder, int limit);
 
-// Moves the data of an element to disk, if they are its own and not pinned. The caller holds the
-// entry's lock. False, maybe after a message: the element is as it was.
-bool page_out(std::uint32_t tag, ka_db_entry& entry);
-// Brings them back. The caller holds the entry's lock. False after a message: the element is still
-// on disk, or it has no data.
-bool page_in(std::uint32_t tag, ka_db_entry& entry);
-// Removes the swap file. The caller holds the entry's lock.
-void drop_swap_file(ka_db_entry& entry);
+// Moves the data of an element to disk, if they are its own and not pinned. False, maybe after a
+// message: the element is as it was.
+bool page_out(std::uint32_t tag, ka_db_entry& entry) KA_REQUIRES(entry.lock);
+// Brings them back. False after a message: the element is still on disk, or it has no data.
+bool page_in(std::uint32_t tag, ka_db_entry& entry) KA_REQUIRES(entry.lock);
+// Removes the swap file.
+void drop_swap_file(ka_db_entry& entry) KA_REQUIRES(entry.lock);
 
 bool is_swapping();  // the settings have been read and there is a limit
 void add_swap_counts(ka_db_counts& counts);
 
-void swap_start();
+// As pages_start and pages_end.
+void swap_start() KA_NO_THREAD_SAFETY_ANALYSIS;
 void swap_end();  // before: no element is on disk
 
 // The name of an element type, as swap files and reports have it.

@@ -1,5 +1,5 @@
 /* How a program reads a picture: start, open, size, lines and their planes, errors, close. Prints the
- * size of a picture and the mean of its colours, as samples of 8 bits: once line by line, once from
+ * size of a picture and the mean of its colors, as samples of 8 bits: once line by line, once from
  * the whole image. Each step is explained in docs/library.md. */
 #include <string.h>
 
@@ -10,11 +10,11 @@
 #include <ka/msg.h>
 #include <ka/trans.h>
 
-enum { kColours = 3 };
+enum { kColors = 3 };
 
-typedef struct colour_sums {
-  double of[kColours];
-} colour_sums;
+typedef struct color_sums {
+  double of[kColors];
+} color_sums;
 
 static void start_library(void) {
   ka_lumoralib_attach_process();
@@ -26,12 +26,12 @@ static void start_library(void) {
   ka_trans_init();
 }
 
-static void add(colour_sums* sums, int colour, const uint8_t* plane, int width) {
+static void add(color_sums* sums, int color, const uint8_t* plane, int width) {
   int x;
-  for (x = 0; x < width; ++x) sums->of[colour] += plane[x];
+  for (x = 0; x < width; ++x) sums->of[color] += plane[x];
 }
 
-static void tell(const char* how, const colour_sums* sums, int width, int height) {
+static void tell(const char* how, const color_sums* sums, int width, int height) {
   const double pixels = (double)width * height;
   ka_info("%s: %d x %d, mean colour %.1f %.1f %.1f", how, width, height, sums->of[0] / pixels,
           sums->of[1] / pixels, sums->of[2] / pixels);
@@ -39,9 +39,9 @@ static void tell(const char* how, const colour_sums* sums, int width, int height
 
 /* One line in memory, however large the picture is. Whatever the file holds arrives as rgb. */
 static int read_lines(const char* name) {
-  colour_sums sums = {{0}};
+  color_sums sums = {{0}};
   img_file file;
-  int whole = 0, i, colour;
+  int whole = 0, i, color;
   memset(&file, 0, sizeof file);
   if (ka_img_open(&file, name, IMG_TYPE_RGB)) {
     img_line* const line = ka_img_line_alloc(&file);
@@ -49,8 +49,8 @@ static int read_lines(const char* name) {
     for (i = 0; whole && i < file.height; ++i) { /* this is line file.height - 1 - i of the picture
                                                     when file.topdown is set, else line i */
       whole = ka_img_line_read(&file, line);
-      for (colour = 0; whole && colour < kColours; ++colour)
-        add(&sums, colour, (const uint8_t*)line + line->offset[colour], file.width);
+      for (color = 0; whole && color < kColors; ++color)
+        add(&sums, color, (const uint8_t*)line + line->offset[color], file.width);
     }
     ka_mem_release(line);
   }
@@ -65,13 +65,13 @@ static int read_lines(const char* name) {
 
 /* The whole picture in memory, in one call. */
 static int read_image(const char* name) {
-  colour_sums sums = {{0}};
-  int y, colour;
+  color_sums sums = {{0}};
+  int y, color;
   img_image* const image = ka_img_load(name, IMG_TYPE_RGB);
   if (!image) return 0; /* the message has been printed */
   for (y = 0; y < image->height; ++y) {
-    for (colour = 0; colour < kColours; ++colour)
-      add(&sums, colour, ka_img_plane(image, y, colour), image->width);
+    for (color = 0; color < kColors; ++color)
+      add(&sums, color, ka_img_plane(image, y, color), image->width);
   }
   tell("image", &sums, image->width, image->height);
   ka_img_image_release(image);

@@ -33,9 +33,8 @@ void start_library() {
 }
 
 std::uint8_t sample(float linear) {
-  const double shown =
-      std::pow(std::clamp(static_cast<double>(linear), 0.0, 1.0), 1 / kDisplayGamma);
-  return static_cast<std::uint8_t>(std::lround(255 * shown));
+  const double shown = std::pow(std::clamp(double(linear), 0.0, 1.0), 1 / kDisplayGamma);
+  return std::uint8_t(std::lround(255 * shown));
 }
 
 // The color of a pixel, the mean of its samples. Line 0 is the bottom one.
@@ -44,8 +43,8 @@ std::array<std::uint8_t, 3> render_pixel(int x, int y, bool moved) {
   std::array<float, 3> sum{};
   for (const float dx : kSamples) {
     for (const float dy : kSamples) {
-      const auto color = scene_color({.x = (static_cast<float>(x) + dx - half_width) / half_width,
-                                      .y = (static_cast<float>(y) + dy - half_height) / half_width},
+      const auto color = scene_color({.x = (float(x) + dx - half_width) / half_width,
+                                      .y = (float(y) + dy - half_height) / half_width},
                                      moved);
       for (std::size_t c = 0; c < 3; ++c) sum[c] += color[c];
     }

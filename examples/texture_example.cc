@@ -98,22 +98,20 @@ std::uint32_t declare(std::string name, bool is_lightmap) {
 }
 
 // The pixel at a place of a texture that repeats from 0 to 1; `side` is a power of two.
-int pixel_at(float place, int side) {
-  return static_cast<int>(std::floor(place * static_cast<float>(side))) & (side - 1);
-}
+int pixel_at(float place, int side) { return int(std::floor(place * float(side))) & (side - 1); }
 
 // Paints a line of the floor, the nearest one at the bottom. The texture repeats; at the bottom it
 // is as wide as the picture. A lamp hangs over the middle.
 void bake_line(img_image* lightmap, img_image* texture, int y) {
   constexpr float side = kLightmapSide;
-  const float distance = side / (side - static_cast<float>(y) - 0.5F);
+  const float distance = side / (side - float(y) - 0.5F);
   // The pixel covers so many pixels of the texture from front to back; of the best level, about one.
   const float footprint = distance * distance * kTextureSide / side;
-  const int best = static_cast<int>(std::lround(std::log2(footprint)));
+  const int best = int(std::lround(std::log2(footprint)));
   img_image* level = nullptr;
   ka_img_pyramid_set_level(&level, texture, std::clamp(best, 0, texture->levels - 1));
   for (int x = 0; x < kLightmapSide; ++x) {
-    const float right = (static_cast<float>(x) + 0.5F) / side - 0.5F;
+    const float right = (float(x) + 0.5F) / side - 0.5F;
     float color[4];
     ka_img_get_color(level, color, pixel_at(right * distance, level->width),
                      pixel_at(distance, level->height));

@@ -19,10 +19,10 @@ class ByteCursor {
  public:
   explicit ByteCursor(std::span<const std::uint8_t> bytes) : rest_(bytes) {}
 
-  std::uint8_t u8() { return static_cast<std::uint8_t>(big(1)); }
-  std::uint16_t be16() { return static_cast<std::uint16_t>(big(2)); }
+  std::uint8_t u8() { return std::uint8_t(big(1)); }
+  std::uint16_t be16() { return std::uint16_t(big(2)); }
   std::uint32_t be32() { return big(4); }
-  std::uint16_t le16() { return static_cast<std::uint16_t>(little(2)); }
+  std::uint16_t le16() { return std::uint16_t(little(2)); }
   std::uint32_t le32() { return little(4); }
 
   // The next bytes; empty when fewer are left.
@@ -69,7 +69,7 @@ class ByteWriter {
  public:
   explicit ByteWriter(std::span<std::uint8_t> bytes) : rest_(bytes) {}
 
-  void u8(std::uint32_t value) { put({static_cast<std::uint8_t>(value)}); }
+  void u8(std::uint32_t value) { put({std::uint8_t(value)}); }
   void be16(std::uint32_t value) { put({byte_of(value, 1), byte_of(value, 0)}); }
   void be32(std::uint32_t value) {
     put({byte_of(value, 3), byte_of(value, 2), byte_of(value, 1), byte_of(value, 0)});
@@ -90,7 +90,7 @@ class ByteWriter {
 
  private:
   static std::uint8_t byte_of(std::uint32_t value, unsigned index) {
-    return static_cast<std::uint8_t>(value >> 8 * index);
+    return std::uint8_t(value >> 8 * index);
   }
   void put(std::initializer_list<std::uint8_t> bytes) {
     std::ranges::copy(bytes, rest_.begin());
@@ -104,10 +104,9 @@ class ByteWriter {
 template <std::integral... Factors>
 [[nodiscard]] constexpr std::optional<std::uint64_t> checked_product(Factors... factors) {
   std::uint64_t product = 1;
-  const bool fits =
-      ((std::in_range<std::uint64_t>(factors) &&
-        !__builtin_mul_overflow(product, static_cast<std::uint64_t>(factors), &product)) &&
-       ...);
+  const bool fits = ((std::in_range<std::uint64_t>(factors) &&
+                      !__builtin_mul_overflow(product, std::uint64_t(factors), &product)) &&
+                     ...);
   return fits ? std::optional(product) : std::nullopt;
 }
 

@@ -6,6 +6,7 @@
 // unused_pages_lock; image_tree_lock and the others are taken alone.
 #pragma once
 
+#include <ka/detail/mutex.h>
 #include <ka/detail/owned.h>
 #include <ka/img.h>
 
@@ -15,7 +16,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 
 #include "addressmap.h"
 #include "imgcontext.h"
@@ -60,11 +60,11 @@ struct CacheRecord;
 struct CacheFile {
   string path;  // as it is opened
   FileIdentity identity{};
-  img_image* headers = nullptr;       // of all levels, the base first
-  bool owns_headers = false;          // set before the cache's own reference is dropped
-  vector<CacheRecord*> levels;        // owned
-  std::atomic<int> references{1};     // the registration, and each (thread, level)
-  std::atomic<bool> is_told = false;  // that the file cannot be read
+  img_image* headers = nullptr;           // of all levels, the base first
+  bool owns_headers = false;              // set before the cache's own reference is dropped
+  vector<CacheRecord*> levels;            // owned
+  std::atomic<int> references{1};         // the registration, and each (thread, level)
+  std::atomic<bool> is_reported = false;  // that the file cannot be read
 };
 
 // One level of a cached file.
@@ -79,10 +79,10 @@ struct CacheRecord {
   std::uint32_t line_bytes;  // of one plane
   std::uint32_t page_bytes;  // whole planes
   std::uint32_t pages;
-  std::array<std::mutex, kStripes> stripes;
+  std::array<Mutex, kStripes> stripes;
   vector<PageSlot> slots;
 
-  [[nodiscard]] std::mutex& stripe(std::uint32_t page) { return stripes[page % kStripes]; }
+  [[nodiscard]] Mutex& stripe(std::uint32_t page) { return stripes[page % kStripes]; }
   // Fewer in the last page.
   [[nodiscard]] std::uint32_t bytes_of(std::uint32_t page) const {
     return std::min(page_bytes, pixel_bytes - page * page_bytes);
@@ -139,9 +139,9 @@ extern constinit std::atomic<int> allocated, max_allocated, n_flushes, cache_max
 extern constinit std::atomic<int> fds_per_thread;  // 0: not counted yet
 
 // Pages that no thread holds, the oldest first.
-extern constinit std::mutex unused_pages_lock;
-extern constinit Link unused_pages;
-extern constinit int n_unused_pages;
+extern constinit Mutex unused_pages_lock;
+extern constinit Link unused_pages KA_GUARDED_BY(unused_pages_lock);
+extern constinit int n_unused_pages KA_GUARDED_BY(unused_pages_lock);
 
 inline void count_flushed(int pages) {
   if (pages == 0) return;

@@ -12,7 +12,7 @@ namespace {
 template <typename To>
 To store(double value) {
   if constexpr (std::is_same_v<To, float>) {
-    return static_cast<float>(value);
+    return float(value);
   } else {
     return static_cast<To>(cut(value));
   }
@@ -33,7 +33,7 @@ double between(double least, double value, double most) {
 // A look is how a sample of data is seen: Look::at<To>(sample). The part of a direction is seen
 // around the middle of a sample's range.
 template <typename To>
-To see_part(double part) {
+To scaled_part(double part) {
   return store<To>(part * by_depth<To>(127, 32767, 0.5) + by_depth<To>(128, 32768, 0.5));
 }
 
@@ -41,12 +41,12 @@ To see_part(double part) {
 struct TexturePart {
   using Sample = std::uint16_t;
   static double part(Sample sample) {
-    constexpr double unit = static_cast<double>(1.0F / 32767.0F);
-    return between(-1, static_cast<std::int16_t>(sample) * unit, 1);
+    constexpr double unit = double(1.0F / 32767.0F);
+    return between(-1, std::int16_t(sample) * unit, 1);
   }
   template <typename To>
   static To at(Sample sample) {
-    return see_part<To>(part(sample));
+    return scaled_part<To>(part(sample));
   }
 };
 
@@ -54,18 +54,18 @@ struct NoPart {
   using Sample = std::uint16_t;
   template <typename To>
   static To at(Sample /*sample*/) {
-    return see_part<To>(0.0);
+    return scaled_part<To>(0.0);
   }
 };
 
 // Parts of normals and motions go beyond 1, and floats have room for it.
 struct NormalPart {
   using Sample = float;
-  static double part(Sample sample) { return between(-1, static_cast<double>(sample), 1); }
+  static double part(Sample sample) { return between(-1, double(sample), 1); }
   template <typename To>
   static To at(Sample sample) {
     if constexpr (std::is_same_v<To, float>) return sample;
-    return see_part<To>(static_cast<double>(sample));
+    return scaled_part<To>(double(sample));
   }
 };
 
@@ -74,7 +74,7 @@ struct Distance {
   using Sample = float;
   template <typename To>
   static To at(Sample z) {
-    const double d = between(0, static_cast<double>(z), 100);
+    const double d = between(0, double(z), 100);
     return store<To>(d == 0.0 ? 0.0 : (100 - d) * by_depth<To>(255, 65535, 1) / 100);
   }
 };
@@ -83,7 +83,7 @@ struct Coverage {
   using Sample = float;
   template <typename To>
   static To at(Sample coverage) {
-    const double value = static_cast<double>(coverage) * by_depth<To>(256, 65536, 1);
+    const double value = double(coverage) * by_depth<To>(256, 65536, 1);
     const double most = by_depth<To>(255, 65535, 1);
     return store<To>(value > most ? most : value);
   }
@@ -96,7 +96,7 @@ std::uint8_t getbits(std::uint32_t value, int first, int step) {
   for (unsigned bit = 128; bit != 0; bit >>= 1, mask <<= step) {
     if (value & mask) result |= bit;
   }
-  return static_cast<std::uint8_t>(result);
+  return std::uint8_t(result);
 }
 
 // Neighbouring labels get colors far apart.
@@ -106,15 +106,15 @@ struct Label {
   template <typename To>
   static To at(Sample label) {
     const std::uint8_t byte = getbits(label, First, Step);
-    if constexpr (std::is_same_v<To, float>) return static_cast<float>(byte) / 255.0F;
+    if constexpr (std::is_same_v<To, float>) return float(byte) / 255.0F;
     return static_cast<To>(byte * (kFull<To> / 255));
   }
 };
 
 // Many conversions share these loops.
 template <typename Look, typename To>
-[[gnu::noinline]] void see(const typename Look::Sample* __restrict from, To* __restrict to,
-                           std::size_t count) {
+[[gnu::noinline]] void look_at(const typename Look::Sample* __restrict from, To* __restrict to,
+                               std::size_t count) {
   for (std::size_t i = 0; i < count; ++i) to[i] = Look::template at<To>(from[i]);
 }
 
@@ -127,7 +127,7 @@ constexpr auto kEightSamples = [] {
   return samples;
 }();
 
-void see_bits(const std::uint8_t* from, std::uint8_t* to, std::size_t count) {
+void expand_bits(const std::uint8_t* from, std::uint8_t* to, std::size_t count) {
   const std::size_t whole_bytes = count / 8;
   for (std::size_t i = 0; i < whole_bytes; ++i) {
     std::memcpy(to + 8 * i, kEightSamples[from[i]].data(), 8);
@@ -139,11 +139,11 @@ void see_bits(const std::uint8_t* from, std::uint8_t* to, std::size_t count) {
 
 // Deeper samples are made of those of 8 bits.
 template <typename To>
-void see_bits(const std::uint8_t* from, To* to, std::size_t count) {
+void expand_bits(const std::uint8_t* from, To* to, std::size_t count) {
   std::array<std::uint8_t, 512> samples;
   for (std::size_t first = 0; first < count; first += samples.size()) {
     const std::size_t size = std::min(samples.size(), count - first);
-    see_bits(from + first / 8, samples.data(), size);
+    expand_bits(from + first / 8, samples.data(), size);
     convert_plane(samples.data(), to + first, size);
   }
 }
@@ -158,7 +158,7 @@ struct Looks {
                                                                 kFullSlot};
   template <typename To, std::size_t Channel>
   static void view(const Sample* from, To* to, std::size_t count) {
-    see<std::tuple_element_t<Channel, std::tuple<Red, Green, Blue>>>(from, to, count);
+    look_at<std::tuple_element_t<Channel, std::tuple<Red, Green, Blue>>>(from, to, count);
   }
 };
 using Vectors = Looks<TexturePart, 0, TexturePart, 1, NoPart, 0>;
@@ -174,7 +174,7 @@ struct Bits {
 
   template <typename To, std::size_t Channel>
   static void view(const Sample* from, To* to, std::size_t count) {
-    see_bits(from, to, count);
+    expand_bits(from, to, count);
   }
 };
 
@@ -183,7 +183,7 @@ void look_to_scalar(img_line* dst, const img_line* src, const float* /*weights*/
                     std::size_t width) {
   const auto* const from = plane_of<const typename Look::Sample>(src, 0);
   To* const to = plane_of<To>(dst, 3);
-  if (from && to) see<Look>(from, to, width);
+  if (from && to) look_at<Look>(from, to, width);
 }
 
 // The first two parts of a direction as one sample.
@@ -213,7 +213,7 @@ constexpr std::array<ConvertKernel, 3> kBitScalars = {
 
 template <typename Source>
 constexpr ConvertRow row_of(const std::array<ConvertKernel, 3>& scalars, ConvertKernel bits) {
-  ConvertRow row = colour_columns<Source>();
+  ConvertRow row = color_columns<Source>();
   set_scalars(row, scalars);
   row[IMG_TYPE_BIT] = bits;
   return row;

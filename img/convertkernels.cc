@@ -11,10 +11,10 @@ namespace {
 template <typename To, typename From>
 KA_KERNEL To to_depth(From value, [[maybe_unused]] To old) {
   if constexpr (std::is_same_v<To, float>) {
-    return static_cast<float>(value) / static_cast<float>(kFull<From>);
+    return float(value) / float(kFull<From>);
   } else if constexpr (std::is_same_v<From, float>) {
     const float clamped = std::max(0.0F, std::min(value, 1.0F));  // in this order NaN becomes 0
-    return static_cast<To>(static_cast<std::int32_t>(clamped * static_cast<float>(kFull<To>)));
+    return static_cast<To>(std::int32_t(clamped * float(kFull<To>)));
   } else if constexpr (sizeof(From) < sizeof(To)) {
     return with_high_byte(old, value);
   } else {
@@ -33,7 +33,7 @@ struct DepthBody {
 // reach 255 * 255 only, and a float keeps the range of its source.
 template <typename From, typename To>
 constexpr double kLuminanceScale = std::is_same_v<To, float>     ? 1.0
-                                   : std::is_same_v<From, float> ? static_cast<double>(kFull<To>)
+                                   : std::is_same_v<From, float> ? double(kFull<To>)
                                    : sizeof(From) < sizeof(To)   ? 255.0
                                                                  : 1.0;
 
@@ -41,7 +41,7 @@ template <typename To, typename From>
 KA_KERNEL To store_luminance(double luminance) {
   const double scaled = luminance * kLuminanceScale<From, To>;
   if constexpr (std::is_same_v<To, float>) {
-    return static_cast<float>(scaled);
+    return float(scaled);
   } else {
     constexpr int dropped_bits = sizeof(From) == 2 && sizeof(To) == 1 ? 8 : 0;
     return static_cast<To>(cut(scaled) >> dropped_bits);
@@ -56,8 +56,8 @@ class FixedWeights {
     for (std::size_t i = 0; i < 3; ++i) {
       const bool in_range = weights[i] >= 0.0F && weights[i] <= 1.0F;
       const float units = in_range ? weights[i] * 0x1p27F : 0.5F;
-      const auto whole = static_cast<std::uint32_t>(units);
-      exact_ = exact_ && static_cast<float>(whole) == units;
+      const auto whole = std::uint32_t(units);
+      exact_ = exact_ && float(whole) == units;
       high_[i] = whole >> kLowBits;
       low_[i] = whole & ((1U << kLowBits) - 1);
     }
@@ -85,7 +85,7 @@ struct LuminanceBody {
                             const From* __restrict blue, To* __restrict to, const float* weights,
                             std::size_t count) {
     if constexpr (sizeof(From) == 1 && !std::is_same_v<To, float>) {
-      constexpr auto scale = static_cast<std::uint32_t>(kLuminanceScale<From, To>);
+      constexpr auto scale = std::uint32_t(kLuminanceScale<From, To>);
       const FixedWeights fixed(weights);
       if (fixed.exact()) {
         for (std::size_t i = 0; i < count; ++i) {

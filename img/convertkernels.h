@@ -20,22 +20,21 @@ inline constexpr float kFull<float> = 1.0F;
 
 // A sample of 8 bits becomes the high byte of one of 16 bits, whose low byte stays.
 KA_KERNEL std::uint16_t with_high_byte(std::uint16_t old, std::uint8_t high) {
-  return static_cast<std::uint16_t>((old & 0xff) | high << 8);
+  return std::uint16_t((old & 0xff) | high << 8);
 }
 
 // The low 16 bits of a value cut to a whole number. What 32 bits do not hold gives 0, and so does
 // what is not a number.
 KA_KERNEL std::uint16_t cut(double value) {
   const double held = std::fabs(value) < 0x1p31 ? value : 0.0;
-  return static_cast<std::uint16_t>(static_cast<std::int32_t>(held));
+  return std::uint16_t(std::int32_t(held));
 }
 
 // L = w0 R + w1 G + w2 B of samples as they are stored. Products of a weight and a sample are exact
 // in double precision, and so are sums of integer samples with weights of ordinary size.
 template <typename Sample>
 KA_KERNEL double luminance_of(Sample red, Sample green, Sample blue, const double* weights) {
-  return weights[0] * static_cast<double>(red) + weights[1] * static_cast<double>(green) +
-         weights[2] * static_cast<double>(blue);
+  return weights[0] * double(red) + weights[1] * double(green) + weights[2] * double(blue);
 }
 
 template <typename From, typename To>

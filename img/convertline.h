@@ -46,7 +46,7 @@ void view_channel(img_line* dst, const img_line* src, std::size_t width) {
 }
 
 template <typename Source, typename To, std::size_t Channels>
-void to_colour(img_line* dst, const img_line* src, const float* /*weights*/, std::size_t width) {
+void to_color(img_line* dst, const img_line* src, const float* /*weights*/, std::size_t width) {
   view_channel<Source, To, 0>(dst, src, width);
   view_channel<Source, To, 1>(dst, src, width);
   view_channel<Source, To, 2>(dst, src, width);
@@ -72,7 +72,7 @@ void pack_bits(std::uint8_t* to, std::size_t width, Test test) {
         eight |= std::uint64_t{is_set[i + bit]} << (8 * bit);
       }
       // The factor brings bit 8 n of the eight to bit 56 + n; no two of its products meet.
-      *to++ = static_cast<std::uint8_t>((eight * 0x0102040810204080) >> 56);
+      *to++ = std::uint8_t((eight * 0x0102040810204080) >> 56);
     }
   }
 }
@@ -83,7 +83,7 @@ void any_to_bit(img_line* dst, const img_line* src, const float* /*weights*/, st
   auto* const to = plane_of<std::uint8_t>(dst, 3);
   if (!to || ((src->offset[Slots] == 0) || ...)) return;
   pack_bits(to, width, [... from = plane_of<const Sample>(src, Slots)](std::size_t x) {
-    return static_cast<bool>(((from[x] != Sample{}) | ...));  // without branches
+    return bool(((from[x] != Sample{}) | ...));  // without branches
   });
 }
 
@@ -113,8 +113,8 @@ class FloatBlock {
 };
 
 using DecodeKernel = void (*)(const std::array<const std::uint8_t*, IMG_SLOTS>& from,
-                              FloatBlock::Samples& colours, std::size_t count);
-using EncodeKernel = void (*)(FloatBlock::Samples& colours,
+                              FloatBlock::Samples& colors, std::size_t count);
+using EncodeKernel = void (*)(FloatBlock::Samples& colors,
                               const std::array<std::uint8_t*, IMG_SLOTS>& to, std::size_t count);
 extern const KernelTable<DecodeKernel> decode_kernels;
 extern const KernelTable<EncodeKernel> encode_kernels;
@@ -143,7 +143,7 @@ void to_rgbe(img_line* dst, const img_line* src, const float* weights, std::size
   for (std::size_t first = 0; first < width; first += FloatBlock::kPixels) {
     const std::size_t count = std::min(width - first, FloatBlock::kPixels);
     const img_line from = rest_of(src, Source::kSampleBits, first);
-    to_colour<Source, float, 3>(block.line(), &from, weights, count);
+    to_color<Source, float, 3>(block.line(), &from, weights, count);
     block.encode(rest_of(dst, 8, first), count);
   }
 }
@@ -157,14 +157,14 @@ constexpr void set_scalars(ConvertRow& row, const std::array<ConvertKernel, 3>& 
 
 // The part of a row that has colors as destinations.
 template <typename Source>
-constexpr ConvertRow colour_columns() {
+constexpr ConvertRow color_columns() {
   ConvertRow row{};
-  row[IMG_TYPE_RGBA] = to_colour<Source, std::uint8_t, 4>;
-  row[IMG_TYPE_RGBA_16] = to_colour<Source, std::uint16_t, 4>;
-  row[IMG_TYPE_RGBA_FP] = to_colour<Source, float, 4>;
-  row[IMG_TYPE_RGB] = to_colour<Source, std::uint8_t, 3>;
-  row[IMG_TYPE_RGB_16] = to_colour<Source, std::uint16_t, 3>;
-  row[IMG_TYPE_RGB_FP] = to_colour<Source, float, 3>;
+  row[IMG_TYPE_RGBA] = to_color<Source, std::uint8_t, 4>;
+  row[IMG_TYPE_RGBA_16] = to_color<Source, std::uint16_t, 4>;
+  row[IMG_TYPE_RGBA_FP] = to_color<Source, float, 4>;
+  row[IMG_TYPE_RGB] = to_color<Source, std::uint8_t, 3>;
+  row[IMG_TYPE_RGB_16] = to_color<Source, std::uint16_t, 3>;
+  row[IMG_TYPE_RGB_FP] = to_color<Source, float, 3>;
   row[IMG_TYPE_RGBE] = to_rgbe<Source>;
   return row;
 }

@@ -15,20 +15,20 @@ constexpr int kBias = 128;                 // of the exponent
 
 // 2^exponent for -1022 to 1023.
 constexpr double power_of_two(int exponent) {
-  return std::bit_cast<double>(static_cast<std::uint64_t>(exponent + 1023) << 52);
+  return std::bit_cast<double>(std::uint64_t(exponent + 1023) << 52);
 }
 
 // One step of the mantissas by exponent byte. The byte 0 is black whatever the mantissas are.
 constexpr auto kSteps = [] {
   std::array<float, 256> steps{};
   for (int e = 1; e < 256; ++e) {
-    steps[std::size_t(e)] = static_cast<float>(power_of_two(e - kBias - 8));
+    steps[std::size_t(e)] = float(power_of_two(e - kBias - 8));
   }
   return steps;
 }();
 
 KA_KERNEL float decode_component(std::uint8_t mantissa, float step) {
-  return (static_cast<float>(mantissa) + 0.5F) * step;
+  return (float(mantissa) + 0.5F) * step;
 }
 
 // Not a number is no light.
@@ -49,49 +49,48 @@ KA_KERNEL Shared share(float r, float g, float b) {
   const float most = std::max(std::max(r, g), b);
   const bool is_black = most < kDarkest;
   // The exponent with which `most` is a fraction of 0.5 to 1.
-  const auto exponent =
-      static_cast<std::int32_t>(std::bit_cast<std::uint32_t>(most) >> 23 & 0xff) - 126;
+  const auto exponent = std::int32_t(std::bit_cast<std::uint32_t>(most) >> 23 & 0xff) - 126;
   const auto scale = std::bit_cast<float>((127 + 8 - exponent) << 23);
-  return {static_cast<std::uint8_t>(is_black ? 0 : exponent + kBias), is_black ? 0.0F : scale};
+  return {std::uint8_t(is_black ? 0 : exponent + kBias), is_black ? 0.0F : scale};
 }
 
 // A component as a fraction of the exponent's range, rounded down. Of what is negative the low byte
 // of 32 bits remains.
 KA_KERNEL std::uint8_t mantissa(float component, float scale) {
-  const double value = static_cast<double>(component) * static_cast<double>(scale);
+  const double value = double(component) * double(scale);
   const double held = std::fabs(value) < 0x1p31 ? value : 0.0;
-  const auto cut = static_cast<std::int32_t>(held);
-  return static_cast<std::uint8_t>(cut - (held < cut));
+  const auto cut = std::int32_t(held);
+  return std::uint8_t(cut - (held < cut));
 }
 
 // Codes the colors of a block, which it overwrites.
-KA_KERNEL void encode_body(FloatBlock::Samples& colours,
+KA_KERNEL void encode_body(FloatBlock::Samples& colors,
                            const std::array<std::uint8_t*, IMG_SLOTS>& to, std::size_t count) {
-  for (auto& plane : colours) {
+  for (auto& plane : colors) {
     for (std::size_t x = 0; x < count; ++x) plane[x] = as_light(plane[x]);
   }
   std::array<float, FloatBlock::kPixels> scales;
   std::uint8_t* const exponents = to[3];
   for (std::size_t x = 0; x < count; ++x) {
-    const Shared shared = share(colours[0][x], colours[1][x], colours[2][x]);
+    const Shared shared = share(colors[0][x], colors[1][x], colors[2][x]);
     scales[x] = shared.scale;
     exponents[x] = shared.exponent;
   }
-  for (std::size_t slot = 0; slot < colours.size(); ++slot) {
+  for (std::size_t slot = 0; slot < colors.size(); ++slot) {
     std::uint8_t* const mantissas = to[slot];
-    for (std::size_t x = 0; x < count; ++x) mantissas[x] = mantissa(colours[slot][x], scales[x]);
+    for (std::size_t x = 0; x < count; ++x) mantissas[x] = mantissa(colors[slot][x], scales[x]);
   }
 }
 
 KA_KERNEL void decode_body(const std::array<const std::uint8_t*, IMG_SLOTS>& from,
-                           FloatBlock::Samples& colours, std::size_t count) {
+                           FloatBlock::Samples& colors, std::size_t count) {
   std::array<float, FloatBlock::kPixels> steps;
   const std::uint8_t* const exponents = from[3];
   for (std::size_t x = 0; x < count; ++x) steps[x] = kSteps[exponents[x]];
-  for (std::size_t slot = 0; slot < colours.size(); ++slot) {
+  for (std::size_t slot = 0; slot < colors.size(); ++slot) {
     const std::uint8_t* const mantissas = from[slot];
     for (std::size_t x = 0; x < count; ++x) {
-      colours[slot][x] = decode_component(mantissas[x], steps[x]);
+      colors[slot][x] = decode_component(mantissas[x], steps[x]);
     }
   }
 }

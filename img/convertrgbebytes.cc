@@ -26,22 +26,22 @@ KA_KERNEL void decode_piece(const std::array<const std::uint8_t*, IMG_SLOTS>& fr
   for (std::size_t x = 0; x < count; ++x) {
     const std::int32_t exponent = std::min<std::uint8_t>(exponents[x], kUnshifted);
     const auto power = std::bit_cast<float>((exponent - kUnshifted + 16 + 127) << 23);
-    factors[x] = static_cast<std::uint16_t>(std::min(static_cast<std::int32_t>(power), 0xffff));
+    factors[x] = std::uint16_t(std::min(std::int32_t(power), 0xffff));
   }
   for (std::size_t x = 0; x < count; ++x) {
-    set_bits[x] = static_cast<std::uint16_t>((exponents[x] > kUnshifted ? 255 : 0) |
-                                             (exponents[x] == kUnshifted ? 1 : 0));
+    set_bits[x] =
+        std::uint16_t((exponents[x] > kUnshifted ? 255 : 0) | (exponents[x] == kUnshifted ? 1 : 0));
   }
   for (std::size_t slot = 0; slot < to.size(); ++slot) {
     const std::uint8_t* const mantissas = from[slot] + start;
     std::uint8_t* const bytes = to[slot] + start;
     for (std::size_t x = 0; x < count; ++x) {
       const std::uint32_t level = mantissas[x] * 255U + 127U;
-      levels[x] = static_cast<std::uint16_t>(level * factors[x] >> 16);
+      levels[x] = std::uint16_t(level * factors[x] >> 16);
     }
     for (std::size_t x = 0; x < count; ++x) {
-      const auto level = static_cast<std::uint16_t>(levels[x] | set_bits[x]);
-      bytes[x] = static_cast<std::uint8_t>(level < 255 ? level : 255);
+      const auto level = std::uint16_t(levels[x] | set_bits[x]);
+      bytes[x] = std::uint8_t(level < 255 ? level : 255);
     }
   }
 }

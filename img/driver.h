@@ -51,7 +51,7 @@ inline int finish_file(img_file* handle, FileWriter& out, int code) {
 
 // States the pixel type of the file that is being opened.
 inline void state_file_type(img_file* handle, int type) {
-  handle->file_type = static_cast<std::uint8_t>(IMG_TYPE_COUNT + type);
+  handle->file_type = std::uint8_t(IMG_TYPE_COUNT + type);
 }
 
 // Notes whether the file can hold a line: each takes `needed` bytes at least, of `left` ones. A line
@@ -75,7 +75,7 @@ template <typename Sample, std::size_t Count>
                                                                img_line* line) {
   std::array<std::span<Sample>, Count> planes;
   for (std::size_t slot = 0; slot < Count; ++slot) {
-    planes[slot] = {plane_of<Sample>(line, slot), static_cast<std::size_t>(handle->width)};
+    planes[slot] = {plane_of<Sample>(line, slot), std::size_t(handle->width)};
   }
   return planes;
 }

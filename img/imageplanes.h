@@ -40,7 +40,7 @@ constexpr std::size_t first_slot_in_map_files(int type) {
 
 // Bytes of one plane of one line. A plane of bits has room for a byte per pixel.
 inline std::size_t plane_bytes(int type, int width) {
-  return static_cast<std::size_t>(width) * static_cast<std::size_t>((ka_img_nbits[type] + 7) / 8);
+  return std::size_t(width) * std::size_t((ka_img_nbits[type] + 7) / 8);
 }
 
 // A plane of a line record, null when it is absent.
@@ -68,10 +68,10 @@ inline void set_plane(img_line* line, std::size_t slot, const void* plane) {
 // Makes a line record refer to planes of its type that stand one after the other right after it.
 inline void set_planes_behind(img_line* line, int type, int width) {
   const std::size_t slot = first_slot(type);
-  auto next = static_cast<std::intptr_t>(sizeof(img_line));
+  auto next = std::intptr_t(sizeof(img_line));
   for (std::size_t component = 0; component < std::size_t(ka_img_ncomp[type]); ++component) {
     line->offset[slot + component] = next;
-    next += static_cast<std::intptr_t>(plane_bytes(type, width));
+    next += std::intptr_t(plane_bytes(type, width));
   }
 }
 
@@ -119,13 +119,12 @@ inline std::uint8_t* first_plane(img_image* image) {
 // Fills the line table of an image whose header is complete: line after line, each line's planes
 // one after the other, the first one in slot `first`.
 inline void lay_out(img_image* image, std::size_t first) {
-  const auto bytes = static_cast<std::uint32_t>(plane_bytes(image->type, image->width));
-  auto next = static_cast<std::uint32_t>(
-      kImageHeaderSize + static_cast<std::size_t>(image->height) * sizeof(img_image_line));
+  const auto bytes = std::uint32_t(plane_bytes(image->type, image->width));
+  auto next = std::uint32_t(kImageHeaderSize + std::size_t(image->height) * sizeof(img_image_line));
   img_image_line* const table = line_table(image);
   for (int y = 0; y < image->height; ++y) {
     table[y] = {};
-    for (std::size_t slot = first; slot < first + static_cast<std::size_t>(image->components);
+    for (std::size_t slot = first; slot < first + std::size_t(image->components);
          ++slot, next += bytes) {
       table[y].offset[slot] = next;
     }

@@ -1,5 +1,5 @@
 // Colors of single pixels: clipping, and the way between a color and the samples of an image.
-#include "imgaccess.h"
+#include "pixelcolors.h"
 
 #include <algorithm>
 #include <array>
@@ -10,7 +10,7 @@
 
 #include "imgcache.h"
 
-using ka::Color;
+using ka::ColorVector;
 
 namespace {
 
@@ -19,9 +19,11 @@ using Samples = std::int32_t __attribute__((vector_size(16)));  // of R, G, B an
 constexpr float kLargestByte = 255.0F, kLargestWord = 65535.0F, kLargestBit = 1.0F;
 constexpr int kFloatBits = 32;
 
-Color gathered(const float color[4]) { return Color{color[0], color[1], color[2], color[3]}; }
+ColorVector gathered(const float color[4]) {
+  return ColorVector{color[0], color[1], color[2], color[3]};
+}
 
-void spread(Color from, float color[4]) {
+void spread(ColorVector from, float color[4]) {
   for (int i = 0; i < 4; ++i) color[i] = from[i];
 }
 
@@ -57,8 +59,8 @@ void desaturate(float color[3], float max) {
   }
 }
 
-Color clip(const ka::ImageContext& context, Color color) {
-  const Color positive = color > 0.0F ? color : Color{};
+ColorVector clip(const ka::ImageContext& context, ColorVector color) {
+  const ColorVector positive = color > 0.0F ? color : ColorVector{};
   float alpha = positive[3];
   if (context.color_clip == IMG_CLIP_RAISE_ALPHA) {
     for (int i = 0; i < 3; ++i) alpha = std::max(alpha, positive[i]);
@@ -71,7 +73,7 @@ Color clip(const ka::ImageContext& context, Color color) {
              !is_within(color[2], limit)) {
     std::array<float, 3> rgb = {color[0], color[1], color[2]};
     desaturate(rgb.data(), limit);
-    color = Color{rgb[0], rgb[1], rgb[2]};
+    color = ColorVector{rgb[0], rgb[1], rgb[2]};
   }
   color[3] = alpha;
   return color;
@@ -123,30 +125,30 @@ class CachedPixel {
 };
 
 template <typename Sample, template <typename> class Where>
-Color fetch(const Where<Sample>& pixel, float scale) {
-  if (!pixel) return Color{};
+ColorVector fetch(const Where<Sample>& pixel, float scale) {
+  if (!pixel) return ColorVector{};
   if (pixel.components() == 1) {
-    const float value = static_cast<float>(pixel.single()) * scale;
-    return Color{value, value, value, 1.0F};
+    const float value = float(pixel.single()) * scale;
+    return ColorVector{value, value, value, 1.0F};
   }
-  const auto value = [&](std::size_t slot) { return static_cast<float>(pixel.at(slot)) * scale; };
-  return Color{value(0), value(1), value(2), pixel.components() == 4 ? value(3) : 1.0F};
+  const auto value = [&](std::size_t slot) { return float(pixel.at(slot)) * scale; };
+  return ColorVector{value(0), value(1), value(2), pixel.components() == 4 ? value(3) : 1.0F};
 }
 
 // Bits have their plane addressed from its first byte on.
 template <template <typename> class Where>
-Color fetch_bit(const Where<std::uint8_t>& plane, int x) {
-  if (!plane) return Color{};
+ColorVector fetch_bit(const Where<std::uint8_t>& plane, int x) {
+  if (!plane) return ColorVector{};
   const float value = ka::bit_at(&plane.single(), x) ? 1.0F : 0.0F;
-  return Color{value, value, value, 1.0F};
+  return ColorVector{value, value, value, 1.0F};
 }
 
 template <template <typename> class Where>
-Color fetch_rgbe(const Where<std::uint8_t>& pixel) {
-  if (!pixel) return Color{};
+ColorVector fetch_rgbe(const Where<std::uint8_t>& pixel) {
+  if (!pixel) return ColorVector{};
   float r, g, b;
   ka_img_hdr_to_rgb(&r, &g, &b, pixel.at(0), pixel.at(1), pixel.at(2), pixel.at(3));
-  return Color{r, g, b, 1.0F};
+  return ColorVector{r, g, b, 1.0F};
 }
 
 // Samples of a vector's type, floats or the integers that samples are cut to.
@@ -170,7 +172,7 @@ void store_bit(const Where<std::uint8_t>& plane, int x, bool value) {
 }
 
 template <template <typename> class Where>
-void store_rgbe(const Where<std::uint8_t>& pixel, Color color) {
+void store_rgbe(const Where<std::uint8_t>& pixel, ColorVector color) {
   if (!pixel) return;
   ka_img_rgb_to_hdr(&pixel.at(0), &pixel.at(1), &pixel.at(2), &pixel.at(3), color[0], color[1],
                     color[2]);
@@ -182,20 +184,23 @@ float dither_offset(const ka::ImageContext& context) {
 }
 
 // The samples from 0 to `largest` that are nearest to a color, after a random offset.
-Samples nearest(const ka::ImageContext& context, Color color, float largest) {
+Samples nearest(const ka::ImageContext& context, ColorVector color, float largest) {
   return __builtin_convertvector(
       ka::clamp_to(color * largest + dither_offset(context), largest) + 0.5F, Samples);
 }
 
-Color through(const ka::GammaCurve& curve, Color color) {
-  return Color{curve.at(color[0]), curve.at(color[1]), curve.at(color[2]), curve.at(color[3])};
+ColorVector through(const ka::GammaCurve& curve, ColorVector color) {
+  return ColorVector{curve.at(color[0]), curve.at(color[1]), curve.at(color[2]),
+                     curve.at(color[3])};
 }
 
 // R, G and B times a factor.
-Color scaled(Color color, float factor) { return color * Color{factor, factor, factor, 1.0F}; }
+ColorVector scaled(ColorVector color, float factor) {
+  return color * ColorVector{factor, factor, factor, 1.0F};
+}
 
 template <template <typename> class Where>
-Color fetch_samples(const img_image* image, int x, int y) {
+ColorVector fetch_samples(const img_image* image, int x, int y) {
   using Byte = Where<std::uint8_t>;
   if (image->type == IMG_TYPE_RGBE) return fetch_rgbe(Byte(image, x, y));
   switch (image->bits) {
@@ -211,7 +216,8 @@ Color fetch_samples(const img_image* image, int x, int y) {
 }
 
 template <template <typename> class Where>
-void store_samples(const ka::ImageContext& context, img_image* image, Color color, int x, int y) {
+void store_samples(const ka::ImageContext& context, img_image* image, ColorVector color, int x,
+                   int y) {
   using Byte = Where<std::uint8_t>;
   if (image->type == IMG_TYPE_RGBE) return store_rgbe(Byte(image, x, y), color);
   switch (image->bits) {
@@ -227,26 +233,27 @@ void store_samples(const ka::ImageContext& context, img_image* image, Color colo
 }
 
 // Apart, so that images in memory do not pay for it.
-[[gnu::noinline]] Color fetch_cached(const img_image* image, int x, int y) {
+[[gnu::noinline]] ColorVector fetch_cached(const img_image* image, int x, int y) {
   return fetch_samples<CachedPixel>(image, x, y);
 }
-[[gnu::noinline]] void store_cached(const ka::ImageContext& context, img_image* image, Color color,
-                                    int x, int y) {
+[[gnu::noinline]] void store_cached(const ka::ImageContext& context, img_image* image,
+                                    ColorVector color, int x, int y) {
   store_samples<CachedPixel>(context, image, color, x, y);
 }
 
 }  // namespace
 
-Color ka::img_fetch_color(const ka::ImageContext& context, const img_image* image, int x, int y) {
-  Color color =
+ColorVector ka::img_fetch_color(const ka::ImageContext& context, const img_image* image, int x,
+                                int y) {
+  ColorVector color =
       ka::is_cached(image) ? fetch_cached(image, x, y) : fetch_samples<Pixel>(image, x, y);
   if (context.unpremultiply && color[3] != 0.0F) color = scaled(color, color[3]);
   if (needs_gamma(context, image)) color = through(ka::img_gamma_tables(context).inverse, color);
   return color;
 }
 
-void ka::img_store_color(const ka::ImageContext& context, img_image* image, Color color, int x,
-                         int y) {
+void ka::img_store_color(const ka::ImageContext& context, img_image* image, ColorVector color,
+                         int x, int y) {
   if (!holds_any_color(image)) color = clip(context, color);
   if (needs_gamma(context, image)) color = through(ka::img_gamma_tables(context).gamma, color);
   if (context.unpremultiply && color[3] != 0.0F) color = scaled(color, 1.0F / color[3]);

@@ -18,18 +18,18 @@
 
 namespace {
 
-constexpr double kUsualSize = 16777216.0;               // bytes
-constexpr std::int64_t kUsualMapMax = 16777216;         // bytes
+constexpr double kDefaultSize = 16777216.0;             // bytes
+constexpr std::int64_t kDefaultMapMax = 16777216;       // bytes
 constexpr int kRequestsCaching = 3;                     // the least request that does
 constexpr int kNoDescriptors = 4, kFewDescriptors = 8;  // numbers of the messages
 
-double cache_size = kUsualSize;  // the budget in bytes
-constinit std::mutex cache_size_lock;
-std::int64_t mmap_max = kUsualMapMax;  // larger map files are cached rather than mapped
+constinit ka::Mutex cache_size_lock;
+double cache_size KA_GUARDED_BY(cache_size_lock) = kDefaultSize;  // the budget in bytes
+std::int64_t mmap_max = kDefaultMapMax;  // larger map files are cached rather than mapped
 
 int budget_pages(double bytes) {
   constexpr double most = std::numeric_limits<int>::max();
-  return static_cast<int>(std::clamp(bytes / double(ka::kPageBase), 0.0, most));
+  return int(std::clamp(bytes / double(ka::kPageBase), 0.0, most));
 }
 
 // Kilobytes that the environment says; 0 for none.
@@ -44,7 +44,7 @@ std::int64_t limit_of_environment() {
 }
 
 void set_mmap_max() {
-  mmap_max = kUsualMapMax;
+  mmap_max = kDefaultMapMax;
   const std::int64_t kilobytes = limit_of_environment();
   if (kilobytes == 0) return;
   mmap_max = kilobytes * 1024;
@@ -93,7 +93,7 @@ void share_descriptors() {
 }  // namespace
 
 constinit std::atomic<int> ka::allocated{0}, ka::max_allocated{0}, ka::n_flushes{0};
-constinit std::atomic<int> ka::cache_maxpages{int(kUsualSize / double(ka::kPageBase))};
+constinit std::atomic<int> ka::cache_maxpages{int(kDefaultSize / double(ka::kPageBase))};
 constinit std::atomic<int> ka::fds_per_thread{0};
 constinit std::atomic<std::uint32_t> ka::cache_alarms{0}, ka::cache_memory_requests{0};
 
@@ -106,8 +106,11 @@ int ka::cache_descriptors() {
 
 void ka::img_cache_init() {
   set_mmap_max();
-  cache_size = kUsualSize;
-  ka::cache_maxpages = budget_pages(cache_size);
+  {
+    const ka::MutexScope locked(cache_size_lock);
+    cache_size = kDefaultSize;
+    ka::cache_maxpages = budget_pages(cache_size);
+  }
   share_descriptors();
 }
 
@@ -127,7 +130,7 @@ int ka::img_cache_memory_limit(ka::ImageContext& context, std::int64_t bytes) {
   const std::int64_t pages = std::min<std::int64_t>(bytes / std::int64_t{ka::kPageBase} + 1,
                                                     std::numeric_limits<int>::max());
   std::int64_t freed = ka::cache_reserve_clear(false);
-  freed += ka::unused_page_flush(static_cast<int>(std::max<std::int64_t>(pages, 0)), false);
+  freed += ka::unused_page_flush(int(std::max<std::int64_t>(pages, 0)), false);
   ka::cache_reserve_clear(false);  // where the memory of these pages is now
   if (freed * std::int64_t{ka::kPageBase} < bytes) {
     context.memory_low = true;
@@ -138,7 +141,7 @@ int ka::img_cache_memory_limit(ka::ImageContext& context, std::int64_t bytes) {
 }
 
 void ka::img_cache_size_adjust(double delta) {
-  const std::scoped_lock locked(cache_size_lock);
+  const ka::MutexScope locked(cache_size_lock);
   cache_size += delta;
   ka::cache_maxpages = budget_pages(cache_size);
 }

@@ -16,9 +16,9 @@
 
 namespace {
 
+constinit ka::Mutex image_tree_lock;
 // Every cached level by its header's address, until its image is removed.
-ka::AddressMap<ka::CacheRecord> image_tree;
-constinit std::mutex image_tree_lock;
+ka::AddressMap<ka::CacheRecord> image_tree KA_GUARDED_BY(image_tree_lock);
 
 // A map file's levels as the cache keeps them in memory: header and line table one after the other.
 struct Headers {
@@ -35,7 +35,7 @@ struct Headers {
 std::size_t place_levels(Headers& headers) {
   std::uint64_t end = 0;
   for (std::size_t k = 0; k < headers.levels.count; ++k) {
-    headers.offsets[k] = static_cast<std::uint32_t>(end);
+    headers.offsets[k] = std::uint32_t(end);
     end += headers.levels.level[k].planes;
   }
   return std::size_t(end);
@@ -104,25 +104,25 @@ ka::CacheRecord* make_record(const Headers& headers, std::size_t k, ka::CacheFil
   record->file = file;
   record->image = reinterpret_cast<img_image*>(element + headers.offsets[k]);
   record->swapped_bits = headers.head.swapped ? ka_img_nbits[headers.head.type] : 0;
-  record->pixel_offset = static_cast<std::uint32_t>(level.planes);
-  record->line_bytes = static_cast<std::uint32_t>(ka::plane_bytes(headers.head.type, level.width));
-  record->pixel_bytes = record->line_bytes * static_cast<std::uint32_t>(level.height) *
-                        static_cast<std::uint32_t>(ka_img_ncomp[headers.head.type]);
+  record->pixel_offset = std::uint32_t(level.planes);
+  record->line_bytes = std::uint32_t(ka::plane_bytes(headers.head.type, level.width));
+  record->pixel_bytes = record->line_bytes * std::uint32_t(level.height) *
+                        std::uint32_t(ka_img_ncomp[headers.head.type]);
   record->page_bytes = page_bytes(record->line_bytes);
-  record->pages = static_cast<std::uint32_t>(
-      (std::uint64_t{record->pixel_bytes} + record->page_bytes - 1) / record->page_bytes);
+  record->pages = std::uint32_t((std::uint64_t{record->pixel_bytes} + record->page_bytes - 1) /
+                                record->page_bytes);
   record->slots = ka::vector<ka::PageSlot>(record->pages);
   return record.release();
 }
 
-void take_out(const ka::CacheFile& file) {
+void take_out(const ka::CacheFile& file) KA_REQUIRES(image_tree_lock) {
   for (const ka::CacheRecord* const level : file.levels) image_tree.erase(level->image);
 }
 
 // Takes a file out of the tree whose headers were where those of the new one are: their owner has
 // released them without a word to the cache. Null when there is none.
 ka::CacheFile* take_displaced(const ka::CacheFile& by) {
-  const std::scoped_lock locked(image_tree_lock);
+  const ka::MutexScope locked(image_tree_lock);
   for (const ka::CacheRecord* const level : by.levels) {
     const ka::CacheRecord* const old = image_tree.find(level->image);
     if (!old) continue;
@@ -137,7 +137,7 @@ void insert_levels(const ka::CacheFile& file) {
   ka::AddressMap<ka::CacheRecord>::Places places;  // also released without the lock
   for (std::size_t wanted = 0;;) {
     if (wanted > 0) places = ka::AddressMap<ka::CacheRecord>::places_for(wanted);
-    const std::scoped_lock locked(image_tree_lock);
+    const ka::MutexScope locked(image_tree_lock);
     wanted = image_tree.size() + file.levels.size();
     if (!image_tree.holds(wanted) && !image_tree.grow(places, wanted)) continue;
     for (ka::CacheRecord* const record : file.levels) image_tree.insert(record->image, record);
@@ -147,7 +147,7 @@ void insert_levels(const ka::CacheFile& file) {
 
 // Takes the levels of an image out of the tree. Null when it is not a cached image.
 ka::CacheFile* take_levels(const img_image* image) {
-  const std::scoped_lock locked(image_tree_lock);
+  const ka::MutexScope locked(image_tree_lock);
   const ka::CacheRecord* const record = image_tree.find(image);
   if (!record || record->file->headers != image) return nullptr;
   ka::CacheFile* const file = record->file;
@@ -157,7 +157,7 @@ ka::CacheFile* take_levels(const img_image* image) {
 
 // Any image that is still there, or null.
 ka::CacheFile* any_file() {
-  const std::scoped_lock locked(image_tree_lock);
+  const ka::MutexScope locked(image_tree_lock);
   const ka::CacheRecord* const any =
       image_tree.find_if([](const ka::CacheRecord&) { return true; });
   return any ? any->file : nullptr;
@@ -230,13 +230,13 @@ int ka::img_cache_image_remove(img_image* image) {
 }
 
 std::int64_t ka::img_cache_filesize_get(const img_image* image) {
-  const std::scoped_lock locked(image_tree_lock);
+  const ka::MutexScope locked(image_tree_lock);
   const ka::CacheRecord* const record = image_tree.find(image);
   return record ? record->file->identity.size : 0;
 }
 
 ka::CacheRecord* ka::cache_record_attach(const img_image* image) {
-  const std::scoped_lock locked(image_tree_lock);
+  const ka::MutexScope locked(image_tree_lock);
   ka::CacheRecord* const record = image_tree.find(image);
   if (record) record->file->references.fetch_add(1, std::memory_order_relaxed);
   return record;
@@ -259,10 +259,11 @@ void ka::cache_invalidate(ka::CacheThread* thread, ka::CacheRecord& record) {
 void ka::cache_files_clear() {
   while (ka::CacheFile* const file = any_file()) {
     {
-      const std::scoped_lock locked(image_tree_lock);
+      const ka::MutexScope locked(image_tree_lock);
       take_out(*file);
     }
     end_registration(nullptr, file);
   }
+  const ka::MutexScope locked(image_tree_lock);
   image_tree = {};
 }

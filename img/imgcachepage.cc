@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <mutex>
 #include <thread>
 #include <utility>
 
@@ -30,12 +29,12 @@ class Reserve {
  public:
   // Null when there is none.
   void* take() {
-    const std::scoped_lock locked(lock_);
+    const ka::MutexScope locked(lock_);
     return count_ > 0 ? blocks_[--count_] : nullptr;
   }
   // False when the cache has as much as its budget.
   bool keep(void* block) {
-    const std::scoped_lock locked(lock_);
+    const ka::MutexScope locked(lock_);
     if (count_ == blocks_.size() || ka::allocated + int(count_) >= ka::cache_maxpages) return false;
     blocks_[count_++] = block;
     return true;
@@ -45,12 +44,12 @@ class Reserve {
     std::array<void*, kBlocks> blocks;
     std::size_t count = 0;
     {
-      std::unique_lock locked(lock_, std::defer_lock);
       if (wait) {
-        locked.lock();
-      } else if (!locked.try_lock()) {
+        lock_.lock();
+      } else if (!lock_.try_lock()) {
         return 0;
       }
+      const ka::MutexScope locked(lock_, std::adopt_lock);
       std::swap(count, count_);
       std::copy_n(blocks_.begin(), count, blocks.begin());
     }
@@ -61,9 +60,9 @@ class Reserve {
  private:
   static constexpr std::size_t kBlocks = 512;
 
-  std::mutex lock_;
-  std::array<void*, kBlocks> blocks_{};
-  std::size_t count_ = 0;
+  ka::Mutex lock_;
+  std::array<void*, kBlocks> blocks_ KA_GUARDED_BY(lock_){};
+  std::size_t count_ KA_GUARDED_BY(lock_) = 0;
 };
 constinit Reserve reserve;
 
@@ -94,7 +93,7 @@ bool read_page(std::uint8_t* bytes, std::uint32_t count, int fd, std::uint64_t o
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) return false;
     if (got == 0) break;
-    done += static_cast<std::uint32_t>(got);
+    done += std::uint32_t(got);
   }
   std::memset(bytes + done, 0, count - done);
   return true;
@@ -122,26 +121,28 @@ void count_loaded() {
   }
 }
 
-// Takes a page out of the unused list. Before: unused_pages_lock is held.
-void unlink_unused(ka::Page& page) {
+// Takes a page out of the unused list.
+void unlink_unused(ka::Page& page) KA_REQUIRES(ka::unused_pages_lock) {
   ka::unlink(page);
   --ka::n_unused_pages;
 }
 
 // The same, and out of its slot.
-OwnedPage take_unused(ka::Page& page) {
+OwnedPage take_unused(ka::Page& page) KA_REQUIRES(ka::unused_pages_lock) {
   unlink_unused(page);
   page.slot->page.store(nullptr, std::memory_order_relaxed);
   return OwnedPage(&page);
 }
 
-ka::Page* oldest_unused() { return static_cast<ka::Page*>(ka::unused_pages.next); }
+ka::Page* oldest_unused() KA_REQUIRES(ka::unused_pages_lock) {
+  return static_cast<ka::Page*>(ka::unused_pages.next);
+}
 
 // Holds a stripe. Another thread keeps one for as long as reading a page takes, which is shorter than
 // being put to sleep and woken.
-class StripeScope {
+class KA_SCOPED_CAPABILITY StripeScope {
  public:
-  explicit StripeScope(std::mutex& stripe) : stripe_(stripe) {
+  explicit StripeScope(ka::Mutex& stripe) KA_ACQUIRE(stripe) : stripe_(stripe) {
     constexpr int tries = 30;
     for (int i = 0; i < tries; ++i) {
       if (stripe_.try_lock()) return;
@@ -149,12 +150,12 @@ class StripeScope {
     }
     stripe_.lock();
   }
-  ~StripeScope() { stripe_.unlock(); }
+  ~StripeScope() KA_RELEASE() { stripe_.unlock(); }
   StripeScope(const StripeScope&) = delete;
   StripeScope& operator=(const StripeScope&) = delete;
 
  private:
-  std::mutex& stripe_;
+  ka::Mutex& stripe_;
 };
 
 // The slot's page with one holder more; null when it is not in memory. Before: its stripe is held.
@@ -162,7 +163,7 @@ ka::Page* hold_loaded(ka::PageSlot& slot) {
   ka::Page* page = slot.page.load(std::memory_order_relaxed);
   if (!page) return nullptr;
   if (slot.holders == 0) {
-    const std::scoped_lock locked(ka::unused_pages_lock);
+    const ka::MutexScope locked(ka::unused_pages_lock);
     page = slot.page.load(std::memory_order_relaxed);  // it may have been freed meanwhile
     if (!page) return nullptr;
     unlink_unused(*page);
@@ -174,7 +175,7 @@ ka::Page* hold_loaded(ka::PageSlot& slot) {
 // Puts a page without holders into the unused list, which holds as many as the budget.
 //   Returns  the page that has to go for it, or none.
 OwnedPage keep_unused(ka::Page& page) {
-  const std::scoped_lock locked(ka::unused_pages_lock);
+  const ka::MutexScope locked(ka::unused_pages_lock);
   OwnedPage oldest;
   if (ka::n_unused_pages > 0 && ka::n_unused_pages >= ka::cache_maxpages) {
     oldest = take_unused(*oldest_unused());
@@ -185,14 +186,14 @@ OwnedPage keep_unused(ka::Page& page) {
 }
 
 void report_unreadable(ka::CacheFile& file, int failure) {
-  if (file.is_told.exchange(true)) return;
+  if (file.is_reported.exchange(true)) return;
   ka_nerror(kUnreadable, "cannot read texture file %s, %s", file.path.c_str(),
             ka_nstrerror(failure));
 }
 
 }  // namespace
 
-constinit std::mutex ka::unused_pages_lock;
+constinit ka::Mutex ka::unused_pages_lock;
 constinit ka::Link ka::unused_pages;
 constinit int ka::n_unused_pages = 0;
 
@@ -241,12 +242,12 @@ int ka::flush_one_page(ka::CacheRecord& record, std::uint32_t number, bool relea
 }
 
 int ka::unused_page_flush(int n, bool wait) {
-  std::unique_lock locked(ka::unused_pages_lock, std::defer_lock);
   if (wait) {
-    locked.lock();
-  } else if (!locked.try_lock()) {
+    ka::unused_pages_lock.lock();
+  } else if (!ka::unused_pages_lock.try_lock()) {
     return 0;
   }
+  const ka::MutexScope locked(ka::unused_pages_lock, std::adopt_lock);
   int freed = 0;
   for (; freed < n && ka::n_unused_pages > 0; ++freed) take_unused(*oldest_unused()).reset();
   ka::count_flushed(freed);
@@ -259,7 +260,7 @@ void ka::cache_level_clear(ka::CacheRecord& record) {
     ka::PageSlot& slot = record.slots[number];
     const StripeScope locked(record.stripe(number));
     if (slot.holders > 0 || !slot.page.load(std::memory_order_relaxed)) continue;
-    const std::scoped_lock locked_list(ka::unused_pages_lock);
+    const ka::MutexScope locked_list(ka::unused_pages_lock);
     ka::Page* const page = slot.page.load(std::memory_order_relaxed);
     if (!page) continue;
     take_unused(*page).reset();

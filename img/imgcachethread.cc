@@ -16,8 +16,8 @@ namespace {
 constexpr int kUnopened = 26, kReplaced = 27;  // numbers of the messages about a file
 
 // All thread states, for the end of the cache.
-constinit std::mutex thread_list_lock;
-constinit ka::Link thread_list;
+constinit ka::Mutex thread_list_lock;
+constinit ka::Link thread_list KA_GUARDED_BY(thread_list_lock);
 
 // Lets go of a held page and forgets it. Returns the number of pages that were freed.
 int drop_page(ka::CacheThread& thread, ka::HeldPage& held, bool release) {
@@ -80,7 +80,7 @@ int open_registered(ka::CacheThread& thread, ka::CacheFile& file) {
   if (fd >= 0 && is_registered_file(fd, file)) return fd;
   const int failure = errno;
   if (fd >= 0) close(fd);
-  if (file.is_told.exchange(true)) return -1;
+  if (file.is_reported.exchange(true)) return -1;
   if (fd >= 0) {
     ka_nerror(kReplaced, "texture file %s has been replaced", file.path.c_str());
   } else {
@@ -154,7 +154,7 @@ void ka::cache_thread_clear(ka::CacheThread& thread, bool release) {
 }
 
 void ka::cache_threads_clear() {
-  const std::scoped_lock locked(thread_list_lock);
+  const ka::MutexScope locked(thread_list_lock);
   for (ka::Link* link = thread_list.next; link != &thread_list; link = link->next) {
     ka::cache_thread_clear(static_cast<ka::CacheThread&>(*link), true);
   }
@@ -166,7 +166,7 @@ void ka::img_context_cache_init(ka::ImageContext& context) {
   ka::CacheThread*& own = ka::recent_page.thread;
   if (!own) {
     own = ka::make_owned<ka::CacheThread>().release();
-    const std::scoped_lock locked(thread_list_lock);
+    const ka::MutexScope locked(thread_list_lock);
     ka::link_after(thread_list, *own);
   }
   ++own->contexts;
@@ -178,7 +178,7 @@ void ka::img_context_cache_exit(ka::ImageContext& context) {
   context.cache = nullptr;
   if (!thread || --thread->contexts > 0) return;
   {
-    const std::scoped_lock locked(thread_list_lock);
+    const ka::MutexScope locked(thread_list_lock);
     ka::unlink(*thread);
   }
   ka::cache_thread_clear(*thread, false);

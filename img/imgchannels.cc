@@ -6,8 +6,8 @@
 
 #include <ka/detail/scope.h>
 
-#include "imgaccess.h"
 #include "imgcache.h"
+#include "pixelcolors.h"
 
 namespace {
 
@@ -24,7 +24,7 @@ std::size_t scalar_slot(const img_image* image) {
 template <typename Sample>
 float scalar_at(const img_image* image, int x, int y, float largest) {
   const auto* const sample = ka::sample_at<Sample>(image, x, y, scalar_slot(image));
-  return sample ? static_cast<float>(*sample) / largest : 0.0F;
+  return sample ? float(*sample) / largest : 0.0F;
 }
 
 float bit_scalar(const img_image* image, int x, int y) {
@@ -81,13 +81,13 @@ void get(const img_image* image, int x, int y, float values[3]) {
   for (std::size_t slot = 0; slot < Count; ++slot) {
     const auto* const place = ka::sample_at<Sample>(image, x, y, slot);
     if (!place) return void(std::fill_n(values, 3, 0.0F));
-    values[slot] = static_cast<float>(*place);
+    values[slot] = float(*place);
   }
 }
 
 std::int16_t to_short(float value) {
   const float clamped = std::isnan(value) ? 0.0F : std::clamp(value, -1.0F, 1.0F);
-  return static_cast<std::int16_t>(std::floor(clamped * kLargestShort + 0.5F));
+  return std::int16_t(std::floor(clamped * kLargestShort + 0.5F));
 }
 
 }  // namespace

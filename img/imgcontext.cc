@@ -13,8 +13,8 @@
 
 namespace {
 
-constinit ka::GammaCache gamma_cache;
-ka_mutex cache_lock;  // guards the cache and the filling of all gamma blocks
+ka_mutex cache_lock;  // also held while a gamma block is filled
+constinit ka::GammaCache gamma_cache KA_GUARDED_BY(cache_lock);
 
 // Of a zeroed context.
 void set_defaults(ka::ImageContext& context) {
@@ -92,7 +92,7 @@ void ka::img_keep_mapping_hint(void* mapping) {
   if (!block.mapping_hint.load()) block.mapping_hint = mapping;
 }
 
-bool ka::img_tells_progress() {
+bool ka::img_reports_progress() {
   const std::uint32_t mask =
       has_gamma_block() ? ka::img_gamma_block().subverbosity : ka_get_subverbosity(KA_IMG);
   return (mask & KA_SUBVERB_PROGRESS) != 0;

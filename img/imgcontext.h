@@ -57,7 +57,7 @@ void* img_mapping_hint();
 void img_keep_mapping_hint(void* mapping);
 
 // Whether the module's progress is shown in the thread's transaction.
-bool img_tells_progress();
+bool img_reports_progress();
 
 // The same for a thread that has no area yet; before ka_img_init, settings that were never made.
 ImageContext& img_new_context();

@@ -1,6 +1,7 @@
 // Image elements, for the files that create them.
 #pragma once
 
+#include <ka/detail/threadsafety.h>
 #include <ka/imgelement.h>
 
 #include <cstdint>
@@ -16,8 +17,8 @@ const char* img_string(std::uint32_t tag);
 // The type of colors with alpha that has so many bits per component; floats for other numbers.
 int img_color_type(int bits);
 
-// Start and end of the active lightmaps.
-void img_lightmap_init();
-void img_lightmap_exit();
+// Start and end of the active lightmaps, while only one thread uses images.
+void img_lightmap_init() KA_NO_THREAD_SAFETY_ANALYSIS;
+void img_lightmap_exit() KA_NO_THREAD_SAFETY_ANALYSIS;
 
 }  // namespace ka

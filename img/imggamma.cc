@@ -6,8 +6,7 @@
 void ka::GammaCurve::build(float exponent) {
   exponent_ = exponent;
   for (std::size_t i = 0; i < entries_.size(); ++i) {
-    entries_[i] =
-        static_cast<float>(std::pow(static_cast<double>(i) / 255.0, static_cast<double>(exponent)));
+    entries_[i] = float(std::pow(double(i) / 255.0, double(exponent)));
   }
 }
 

@@ -20,8 +20,8 @@ class GammaCurve {
     if (!(value > 0.0F)) return entries_[0];
     if (value > 1.0F) return std::pow(value, exponent_);
     const float place = kScale * value;
-    const auto i = static_cast<std::size_t>(static_cast<int>(place));
-    const float fraction = place - static_cast<float>(static_cast<int>(place));
+    const auto i = std::size_t(int(place));
+    const float fraction = place - float(int(place));
     return entries_[i] * (1.0F - fraction) + entries_[i + 1] * fraction;
   }
 

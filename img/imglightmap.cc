@@ -23,10 +23,11 @@ namespace {
 // Numbers of messages.
 constexpr int kNotWritable = 21, kNotCreated = 22, kNotWritten = 23, kNotClosed = 24;
 
-ka_rbtree* active_lightmaps = nullptr;  // by the tag of their image
-ka_mutex lightmap_lock;                 // guards them; held while a file is created or written
+ka_mutex lightmap_lock;  // also held while a file is created or written
+// By the tag of their image.
+ka_rbtree* active_lightmaps KA_GUARDED_BY(lightmap_lock) = nullptr;
 
-ka_lightmap* find_active(std::uint32_t tag) {
+ka_lightmap* find_active(std::uint32_t tag) KA_REQUIRES(lightmap_lock) {
   std::uintptr_t found = 0;
   ka_rbtree_search(active_lightmaps, tag, &found);
   return reinterpret_cast<ka_lightmap*>(found);
@@ -44,7 +45,7 @@ int format_for(const ka::ImagePath& path) {
 
 bool create_file(ka_lightmap& lightmap, const char* name) {
   const img_image& image = *lightmap.image;
-  lightmap.file.file_type = static_cast<std::uint8_t>(ka::img_color_type(image.bits));
+  lightmap.file.file_type = std::uint8_t(ka::img_color_type(image.bits));
   lightmap.file.pyramid = image.levels > 1;
   const ka::ImagePath path(name);
   if (ka::img_create(&lightmap.file, path, image.type, format_for(path), image.width,
@@ -58,7 +59,7 @@ bool create_file(ka_lightmap& lightmap, const char* name) {
 }
 
 // The first editor of an image whose element it has pinned. Null after an error message.
-ka_lightmap* begin(img_image* image, std::uint32_t tag) {
+ka_lightmap* begin(img_image* image, std::uint32_t tag) KA_REQUIRES(lightmap_lock) {
   if (!is_writable(tag, image)) {
     ka_nerror(kNotWritable, "attempting to edit a non-writable image");
     return nullptr;

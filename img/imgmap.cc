@@ -171,7 +171,7 @@ img_image* ka::img_address_map(img_file* handle) {
   if (is_refused(handle, head) || !check_levels(handle, head)) return nullptr;
   if (!mapping.start() && !ka::img_mmap_map(handle, false)) return not_mapped();
   img_image* const image = mapping.image();
-  if (ka::img_tells_progress()) {
+  if (ka::img_reports_progress()) {
     ka_progress("memory-mapping texture %s at %p", handle->display_name, static_cast<void*>(image));
   }
   enter(image, mapping.bytes());
@@ -194,7 +194,7 @@ std::uint32_t ka::img_cache_map(img_file* handle, std::uint32_t* tag) {
   }
   const std::uint32_t element = ka::img_cache_image_add(handle, *tag);
   if (element == 0) return 0;
-  if (ka::img_tells_progress()) ka_progress("caching texture %s", handle->display_name);
+  if (ka::img_reports_progress()) ka_progress("caching texture %s", handle->display_name);
   return *tag = element;
 }
 

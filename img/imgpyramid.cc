@@ -12,8 +12,8 @@
 #include <ka/detail/scope.h>
 #include <ka/message.h>
 
-#include "imgaccess.h"
 #include "imgcache.h"
+#include "pixelcolors.h"
 
 namespace {
 
@@ -29,11 +29,11 @@ class Cover {
       : begin_(std::min(double{size} * i, double(count) - 1.0)),
         end_(std::min(double{size} * (i + 1), double(count))) {}
 
-  [[nodiscard]] int first() const { return static_cast<int>(begin_); }
-  [[nodiscard]] int behind() const { return static_cast<int>(std::ceil(end_)); }
+  [[nodiscard]] int first() const { return int(begin_); }
+  [[nodiscard]] int behind() const { return int(std::ceil(end_)); }
   // How much of a source pixel is covered, 0 to 1.
   [[nodiscard]] float weight(int pixel) const {
-    return static_cast<float>(std::min(end_, pixel + 1.0) - std::max(begin_, double(pixel)));
+    return float(std::min(end_, pixel + 1.0) - std::max(begin_, double(pixel)));
   }
 
  private:
@@ -46,7 +46,7 @@ template <typename Sample>
 void halve_line(Sample* out, std::size_t count, const Sample* lower, const Sample* upper) {
   constexpr bool is_integer = std::is_integral_v<Sample>;
   constexpr float largest = is_integer ? float{std::numeric_limits<Sample>::max()} : 1.0F;
-  const auto value = [](Sample sample) { return static_cast<float>(sample) * (1.0F / largest); };
+  const auto value = [](Sample sample) { return float(sample) * (1.0F / largest); };
   for (std::size_t x = 0; x < count; ++x) {
     const float sum = value(lower[2 * x]) + value(lower[2 * x + 1]) + value(upper[2 * x]) +
                       value(upper[2 * x + 1]);
@@ -71,18 +71,18 @@ class LevelFilter {
         continue;
       }
       for (int x = 0; x < destination_->width; ++x) {
-        const ka::Color mean = is_exact ? mean_of_four(2 * x, 2 * y) : mean_of_cover(x, y);
+        const ka::ColorVector mean = is_exact ? mean_of_four(2 * x, 2 * y) : mean_of_cover(x, y);
         ka::img_store_color(context_, destination_, mean, x, y);
       }
     }
   }
 
  private:
-  [[nodiscard]] ka::Color fetch(int x, int y) const {
+  [[nodiscard]] ka::ColorVector fetch(int x, int y) const {
     return ka::img_fetch_color(context_, source_, x, y);
   }
 
-  [[nodiscard]] ka::Color mean_of_four(int x, int y) const {
+  [[nodiscard]] ka::ColorVector mean_of_four(int x, int y) const {
     return 0.25F * (fetch(x, y) + fetch(x + 1, y) + fetch(x, y + 1) + fetch(x + 1, y + 1));
   }
 
@@ -120,10 +120,10 @@ class LevelFilter {
   }
 
   // Weighs each source pixel by the area that the destination pixel covers of it.
-  [[nodiscard]] ka::Color mean_of_cover(int x, int y) const {
+  [[nodiscard]] ka::ColorVector mean_of_cover(int x, int y) const {
     const Cover columns(x, ratio(source_->width, destination_->width), source_->width);
     const Cover lines(y, ratio(source_->height, destination_->height), source_->height);
-    ka::Color sum = {};
+    ka::ColorVector sum = {};
     float area = 0.0F;
     for (int line = lines.first(); line < lines.behind(); ++line) {
       for (int column = columns.first(); column < columns.behind(); ++column) {
@@ -135,9 +135,7 @@ class LevelFilter {
     return sum * (1.0F / area);
   }
 
-  static float ratio(int source, int destination) {
-    return static_cast<float>(source) / static_cast<float>(destination);
-  }
+  static float ratio(int source, int destination) { return float(source) / float(destination); }
 
   const ka::ImageContext& context_;
   img_image* destination_;
@@ -146,7 +144,7 @@ class LevelFilter {
 
 std::uint32_t bytes_of(const img_image& level) {
   const auto bytes = ka::level_bytes(level.width, level.height, level.bits, level.components);
-  return static_cast<std::uint32_t>(bytes.value_or(0));
+  return std::uint32_t(bytes.value_or(0));
 }
 
 // Level k of an image whose own directory and whose levels above are complete.

@@ -169,16 +169,15 @@ int unload(const TextureJob& job, ka_job_call& call) {
 
 int ka_img_placeholder_dbcreate(const img_file* handle, std::uint32_t* tag, std::uint32_t flags) {
   const ka::ModuleScope scope(KA_IMG);
-  const TextureJob job = {
-      .width = handle->width,
-      .height = handle->height,
-      .bits = handle->bits,
-      .flags = flags,
-      .pyramid = handle->pyramid,
-      .writing = handle->writing,
-      .type = handle->type,
-      .name = make_name(handle->name),
-      .filter = handle->pyramid != 0 ? static_cast<float>(handle->pyramid) : kNoFilter};
+  const TextureJob job = {.width = handle->width,
+                          .height = handle->height,
+                          .bits = handle->bits,
+                          .flags = flags,
+                          .pyramid = handle->pyramid,
+                          .writing = handle->writing,
+                          .type = handle->type,
+                          .name = make_name(handle->name),
+                          .filter = handle->pyramid != 0 ? float(handle->pyramid) : kNoFilter};
   if (ka_job_create(tag, KA_DB_IMAGE, KA_IMG, &job, sizeof job, kFormat)) return 1;
   delete_name(job);
   return 0;

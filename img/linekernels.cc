@@ -84,7 +84,7 @@ constexpr auto kSplit = make_cube<Split, SplitKernel>();
 constexpr auto kPack = make_cube<Pack, PackKernel>();
 
 std::size_t log2_of(std::size_t sample_bytes) {
-  return static_cast<std::size_t>(std::countr_zero(sample_bytes));
+  return std::size_t(std::countr_zero(sample_bytes));
 }
 
 }  // namespace

@@ -16,7 +16,7 @@
 #include <ka/detail/cleantext.h>
 #include <ka/detail/context.h>
 
-#include "liberror.h"
+#include "messagelog.h"
 
 namespace {
 

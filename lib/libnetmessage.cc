@@ -5,7 +5,7 @@
 #include <ka/detail/hooks.h>
 #include <ka/endian.h>
 
-#include "liberror.h"
+#include "messagelog.h"
 
 namespace {
 std::array<void (*)(int host), KA_MODULE_COUNT> senders{};  // indexed by module

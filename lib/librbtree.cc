@@ -16,7 +16,7 @@ namespace {
 constexpr std::size_t kPathEntries = 64;    // to begin with; enough for 2^31 keys
 constexpr std::size_t kLargestDepth = 128;  // more than all the nodes that fit in memory can have
 
-enum class Colour : std::uint32_t { kRed = 0, kBlack = 1 };
+enum class Color : std::uint32_t { kRed = 0, kBlack = 1 };
 
 using Side = std::size_t;  // index of a child
 constexpr Side kLeft = 0;  // smaller keys
@@ -25,10 +25,10 @@ constexpr Side kRight = 1;
 constexpr Side opposite(Side side) { return 1 - side; }
 
 struct Node {
-  Colour colour;
+  Color color;
   std::array<Node*, 2> child;
   std::uintptr_t key, value;
-  Node* next;  // further items with this key in the order of insertion; they have no colour and no
+  Node* next;  // further items with this key in the order of insertion; they have no color and no
                // children
 };
 
@@ -40,7 +40,7 @@ std::int32_t rb_default_key_tag_compare(std::uintptr_t key, std::uintptr_t item_
   return (key > item_key) - (key < item_key);
 }
 
-bool is_red(const Node* node) { return node && node->colour == Colour::kRed; }
+bool is_red(const Node* node) { return node && node->color == Color::kRed; }
 
 }  // namespace
 
@@ -93,7 +93,7 @@ Node*& descend(ka_rbtree& tree, std::uintptr_t key) {
 
 Node* make_node(ka_rbtree& tree, std::uintptr_t key, std::uintptr_t value) {
   ++tree.count;
-  return new (ka_mem_blkfallocate(tree.pool.get())) Node{Colour::kRed, {}, key, value, nullptr};
+  return new (ka_mem_blkfallocate(tree.pool.get())) Node{Color::kRed, {}, key, value, nullptr};
 }
 
 void release_node(ka_rbtree& tree, Node* node) {
@@ -123,16 +123,16 @@ void restore_after_insertion(ka_rbtree& tree) {
     Node*& grandparent = *path[i - 2];
     const Side side = side_of(grandparent, path[i - 1]);
     Node* const uncle = grandparent->child[opposite(side)];
-    grandparent->colour = Colour::kRed;
+    grandparent->color = Color::kRed;
     if (!is_red(uncle)) {
       if (side_of(parent, path[i]) != side) rotate(*path[i - 1], side);
       rotate(grandparent, opposite(side));
-      grandparent->colour = Colour::kBlack;
+      grandparent->color = Color::kBlack;
       break;
     }
-    parent->colour = uncle->colour = Colour::kBlack;
+    parent->color = uncle->color = Color::kBlack;
   }
-  tree.root->colour = Colour::kBlack;
+  tree.root->color = Color::kBlack;
 }
 
 // The ways through the path's last link have one black node less than all others.
@@ -143,8 +143,8 @@ void restore_after_removal(ka_rbtree& tree) {
     const Side side = side_of(*path[i - 1], path[i]);
     const Side far = opposite(side);
     if (Node* const red = (*path[i - 1])->child[far]; is_red(red)) {
-      red->colour = Colour::kBlack;
-      (*path[i - 1])->colour = Colour::kRed;
+      red->color = Color::kBlack;
+      (*path[i - 1])->color = Color::kRed;
       rotate(*path[i - 1], side);
       path[i - 1] = &red->child[side];  // the parent moved down; it is red and ends the way up
     }
@@ -152,14 +152,14 @@ void restore_after_removal(ka_rbtree& tree) {
     Node*& sibling = parent->child[far];
     if (is_red(sibling->child[kLeft]) || is_red(sibling->child[kRight])) {
       if (!is_red(sibling->child[far])) rotate(sibling, far);
-      sibling->colour = parent->colour;
-      parent->colour = sibling->child[far]->colour = Colour::kBlack;
+      sibling->color = parent->color;
+      parent->color = sibling->child[far]->color = Color::kBlack;
       rotate(parent, side);
       return;
     }
-    sibling->colour = Colour::kRed;
+    sibling->color = Color::kRed;
   }
-  if (Node* const node = *path[i]) node->colour = Colour::kBlack;
+  if (Node* const node = *path[i]) node->color = Color::kBlack;
 }
 
 // Removes the node at the path's end, which has no further items.
@@ -176,7 +176,7 @@ void remove_node(ka_rbtree& tree, Node* node) {
     node->next = leaving->next;
   }
   *tree.path.back() = leaving->child[leaving->child[kLeft] ? kLeft : kRight];
-  if (leaving->colour == Colour::kBlack) restore_after_removal(tree);
+  if (leaving->color == Color::kBlack) restore_after_removal(tree);
   release_node(tree, leaving);
 }
 
@@ -277,13 +277,13 @@ void dump(const Node* node, std::size_t depth, char mark) {
   }();
   if (!node) return;
   const int indent = int(2 * std::min(depth, kLargestDepth));
-  const char* const colour = is_red(node) ? "red" : "black";
+  const char* const color = is_red(node) ? "red" : "black";
   dump(node->child[kLeft], depth + 1, 'l');
   ka_debug("%.*s key %" PRIuPTR ", value %" PRIuPTR " (%s) %c", indent, kDashes.data(), node->key,
-           node->value, colour, mark);
+           node->value, color, mark);
   for (const Node* item = node->next; item; item = item->next) {
     ka_debug("%.*s key %" PRIuPTR ", value %" PRIuPTR " (%s) dup", indent, kDashes.data(),
-             item->key, item->value, colour);
+             item->key, item->value, color);
   }
   dump(node->child[kRight], depth + 1, 'r');
 }

@@ -9,7 +9,7 @@
 #include <ka/message.h>
 #include <ka/sym.h>
 
-#include "registry.h"
+#include "registryentry.h"
 
 namespace {
 
@@ -22,16 +22,16 @@ Registry* registry;  // null: not started
 ka::Owned<char> copy(const char* text) { return ka::Owned<char>(ka_mem_strdup(text)); }
 const char* text_of(const ka::Owned<char>& text) { return text ? text.get() : ""; }
 
-ka::RegistryEntry* find_entry(const char* name) {
+ka::RegistryEntry* find_entry(const char* name) KA_REQUIRES(registry->lock) {
   return reinterpret_cast<ka::RegistryEntry*>(ka_sym_lookup_attribute(registry->table, name, 0));
 }
 
-bool delete_entry(const char* name) {
+bool delete_entry(const char* name) KA_REQUIRES(registry->lock) {
   const ka::Owned<ka::RegistryEntry> entry(find_entry(name));
   return ka_sym_delete_symbol(registry->table, name) != 0;
 }
 
-bool create_entry(const char* name) {
+bool create_entry(const char* name) KA_REQUIRES(registry->lock) {
   ka_sym_create_symbol(registry->table, name);
   auto entry = ka::make_owned<ka::RegistryEntry>();
   const auto address = reinterpret_cast<std::uintptr_t>(entry.get());
@@ -62,7 +62,7 @@ void write_entry(FILE* stream, const NamedEntry& named) {
   std::fputs("end registry\n\n", stream);
 }
 
-void tell_entry(const NamedEntry& named) {
+void report_entry(const NamedEntry& named) {
   const auto& [name, entry] = named;
   const ka::RegistryItem* const value = entry.value_item();
   for (const ka::RegistryItem& item : entry.items) {
@@ -151,6 +151,6 @@ void ka_lib_registry_print(FILE* stream) {
   const ka::ModuleScope scope(KA_LIB);
   if (!registry) return;
   for (const NamedEntry& entry : all_entries()) {
-    stream ? write_entry(stream, entry) : tell_entry(entry);
+    stream ? write_entry(stream, entry) : report_entry(entry);
   }
 }

@@ -5,19 +5,19 @@
 
 #include <atomic>
 #include <cstdlib>
-#include <mutex>
 #include <optional>
 #include <span>
 #include <utility>
 
+#include <ka/detail/mutex.h>
 #include <ka/detail/paths.h>
 #include <ka/detail/scope.h>
 #include <ka/message.h>
 #include <ka/registry.h>
 #include <ka/trans.h>
 
-#include "registry.h"
-#include "subst.h"
+#include "registryentry.h"
+#include "substrules.h"
 
 namespace {
 
@@ -32,8 +32,8 @@ constexpr char kDefaultRules[] = "/.dll$/.so/ /.obj$/.o/ /.lib$/.a/ /^[a-z]:// /
 // Of the process, made at the first substitution. The lock is taken again by a message handler that
 // opens a file while the rules are being read; it finds no rules.
 std::atomic<SubstRules*> rule_list{nullptr};
-constinit std::recursive_mutex build_lock;
-bool is_building = false;
+constinit ka::RecursiveMutex build_lock;
+bool is_building KA_GUARDED_BY(build_lock) = false;
 
 // --- Environment variables -----------------------------------------------------------------------
 
@@ -131,7 +131,7 @@ void build_rules(SubstRules& rules) {
 
 std::span<const SubstRule> all_rules() {
   if (const SubstRules* const rules = rule_list.load(std::memory_order_acquire)) return *rules;
-  const std::scoped_lock locked(build_lock);
+  const ka::MutexScope locked(build_lock);
   if (is_building) return {};
   if (!rule_list) {
     is_building = true;

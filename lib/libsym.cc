@@ -21,15 +21,17 @@ struct TableSet {
   TableSet(const TableSet&) = delete;
   TableSet& operator=(const TableSet&) = delete;
 
-  ka_mutex lock{};                            // guards what follows, not the contents of a table
-  ka::Owned<ka::SymbolPools> pools;           // made with the first table
-  ka::vector<ka::Owned<SymbolTable>> tables;  // indexed by table number, empty: free
+  ka_mutex lock{};
+  // Made with the first table.
+  ka::Owned<ka::SymbolPools> pools KA_GUARDED_BY(lock);
+  // Indexed by table number, empty: free. The contents of a table are not guarded.
+  ka::vector<ka::Owned<SymbolTable>> tables KA_GUARDED_BY(lock);
 };
 
 TableSet* table_set;  // null before ka_sym_init and after ka_sym_exit
 
-// The slot of a table in the set, null for a number that no table has. The caller holds the lock.
-ka::Owned<SymbolTable>* slot_of(int index) {
+// The slot of a table in the set, null for a number that no table has.
+ka::Owned<SymbolTable>* slot_of(int index) KA_REQUIRES(table_set->lock) {
   auto& tables = table_set->tables;
   const bool exists =
       index >= 0 && std::size_t(index) < tables.size() && tables[std::size_t(index)];
@@ -96,25 +98,25 @@ int ka_sym_create_symboltable(const char* name) {
     invalid_index();
     return -1;
   }
-  const ka::LockScope locked(table_set->lock);
-  auto& [lock, pools, tables] = *table_set;
-  if (!pools) pools = ka::make_owned<ka::SymbolPools>();
-  const auto free = std::find(tables.begin(), tables.end(), nullptr);
-  const auto index = free - tables.begin();
-  if (free == tables.end()) tables.emplace_back();
-  tables[std::size_t(index)] = ka::make_owned<SymbolTable>(name, *pools);
+  TableSet& set = *table_set;
+  const ka::LockScope locked(set.lock);
+  if (!set.pools) set.pools = ka::make_owned<ka::SymbolPools>();
+  const auto free = std::find(set.tables.begin(), set.tables.end(), nullptr);
+  const auto index = free - set.tables.begin();
+  if (free == set.tables.end()) set.tables.emplace_back();
+  set.tables[std::size_t(index)] = ka::make_owned<SymbolTable>(name, *set.pools);
   return int(index);
 }
 
 int ka_sym_search_symboltable(const char* name) {
   const ka::ModuleScope scope(KA_LIB);
   if (!table_set) return -1;
-  const ka::LockScope locked(table_set->lock);
-  const auto& tables = table_set->tables;
-  const auto found = std::ranges::find_if(tables, [&](const ka::Owned<SymbolTable>& table) {
+  const TableSet& set = *table_set;
+  const ka::LockScope locked(set.lock);
+  const auto found = std::ranges::find_if(set.tables, [&](const ka::Owned<SymbolTable>& table) {
     return table && std::strcmp(table->name(), name) == 0;
   });
-  return found == tables.end() ? -1 : int(found - tables.begin());
+  return found == set.tables.end() ? -1 : int(found - set.tables.begin());
 }
 
 void ka_sym_delete_symboltable(int table) {

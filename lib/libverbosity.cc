@@ -1,4 +1,4 @@
-// Settings of the message log: levels, groups of optional messages, colours.
+// Settings of the message log: levels, groups of optional messages, colors.
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -10,7 +10,7 @@
 #include <ka/detail/context.h>
 #include <ka/detail/scope.h>
 
-#include "liberror.h"
+#include "messagelog.h"
 
 namespace {
 
@@ -92,7 +92,7 @@ bool find_group(std::string_view item, std::uint32_t& bits) {
 }
 
 // Every change in the master of a network reaches all hosts.
-void tell_hosts() {
+void notify_hosts() {
   if (ka::context().host == 0) ka::send_verbosities(-1);
 }
 
@@ -120,7 +120,7 @@ void ka_lib_init_subverbosity() {
 
 void ka_set_subverbosity(int module, std::uint32_t mask) {
   set_masks(module, mask);
-  tell_hosts();
+  notify_hosts();
 }
 
 std::uint32_t ka_get_subverbosity(int module) {

@@ -10,7 +10,7 @@
 
 #include <ka/message.h>
 
-#include "subst.h"
+#include "substrules.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include <ka/message.h>
 
 #include "libcontext.h"
-#include "registry.h"
+#include "registryentry.h"
 
 namespace {
 

@@ -22,7 +22,7 @@ std::size_t name_hash(const char* name) {
   std::uint32_t h = 0;
   unsigned shift = 1;
   for (; *name; ++name, ++shift) {
-    h = (h << shift % 32) + static_cast<std::uint32_t>(static_cast<signed char>(*name));
+    h = (h << shift % 32) + std::uint32_t(static_cast<signed char>(*name));
     if (h <= kHashLimit) continue;
     const std::uint32_t top = h & ~kHashLimit;
     h = h ^ (top >> 24) ^ top;
@@ -89,7 +89,7 @@ void SymbolTable::remove_all() {
 }
 
 int SymbolTable::add_attribute(ka_symbol& symbol, const char* name, std::uintptr_t data) {
-  const int index = static_cast<int>(symbol.attributes.size());
+  const int index = int(symbol.attributes.size());
   symbol.attributes.push_back(pools_.attributes.make(symbol.name.get(), copy(name), data, index));
   data_.insert(*symbol.attributes.back());
   return index;

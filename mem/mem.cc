@@ -1,10 +1,21 @@
 // Accounted memory: every block carries its size and the module it is charged to.
-#include "mem.h"
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
 
 #include <ka/detail/assertion.h>
+#include <ka/detail/scope.h>
 #include <ka/detail/versions.h>
+#include <ka/mem.h>
 #include <ka/message.h>
 #include <ka/version.h>
+
+#include "heap.h"
+#include "keptblocks.h"
+#include "retry.h"
+#include "startup.h"
+#include "statistics.h"
+#include "systemmemory.h"
 
 namespace {
 
@@ -18,7 +29,7 @@ const Header* header_of(const void* memory) { return static_cast<const Header*>(
 // leaves the module stack alone, and hands every other case over whole (bench/mem_bench.cc).
 
 [[gnu::noinline]] void* start_elsewhere(Header* header, int module) {
-  const auto bytes = static_cast<std::int64_t>(header->size);
+  const auto bytes = std::int64_t(header->size);
   header->module = ka::count_elsewhere(module, bytes, 1) ? module : ka::kUncounted;
   return header + 1;
 }
@@ -30,7 +41,7 @@ const Header* header_of(const void* memory) { return static_cast<const Header*>(
   if (!thread) [[unlikely]]
     return start_elsewhere(header, module);
   ka::ModuleStats& counters = thread->stats[std::size_t(module)];
-  counters.bytes.grow(static_cast<std::int64_t>(size));
+  counters.bytes.grow(std::int64_t(size));
   counters.blocks.grow(1);
   return header + 1;
 }
@@ -42,7 +53,7 @@ std::size_t system_bytes(std::size_t size) {
 
 [[gnu::noinline]] void* allocate_large(int module, std::size_t size, bool zero) {
   size = std::min(size, ka::kMaxRequest);
-  const std::int64_t counted = static_cast<std::int64_t>(size) + kCountedHeader;
+  const std::int64_t counted = std::int64_t(size) + kCountedHeader;
   ka::heap_grow(counted);
   void* const header = ka::system_allocate(system_bytes(size), zero);
   if (header) return start_block(static_cast<Header*>(header), module, size);
@@ -65,7 +76,7 @@ std::size_t system_bytes(std::size_t size) {
 
 [[gnu::always_inline]] inline void* allocate(int module, std::size_t size, bool zero) {
   if (size > ka::kSmallBlock) return allocate_large(module, size, zero);
-  const std::int64_t counted = static_cast<std::int64_t>(size) + kCountedHeader;
+  const std::int64_t counted = std::int64_t(size) + kCountedHeader;
   ka::heap_grow(counted);
   Header* const header = take_small(size);
   if (!header) [[unlikely]] {
@@ -79,7 +90,7 @@ std::size_t system_bytes(std::size_t size) {
 [[gnu::noinline]] void release_elsewhere(Header* header) {
   KA_ASSERT(header->module != ka::kKept);  // released twice
   if (header->module != ka::kUncounted) {
-    ka::count_elsewhere(int(header->module), -static_cast<std::int64_t>(header->size), -1);
+    ka::count_elsewhere(int(header->module), -std::int64_t(header->size), -1);
   }
   std::free(header);
 }
@@ -88,12 +99,12 @@ std::size_t system_bytes(std::size_t size) {
   if (!memory) return;
   Header* const header = header_of(memory);
   const std::size_t size = header->size;
-  ka::heap_shrink(static_cast<std::int64_t>(size));
+  ka::heap_shrink(std::int64_t(size));
   ka::ThreadMemory* const thread = ka::thread_memory();
   if (!thread || header->module < 0) [[unlikely]]
     return release_elsewhere(header);
   ka::ModuleStats& counters = thread->stats[std::size_t(header->module)];
-  counters.bytes.now -= static_cast<std::int64_t>(size);
+  counters.bytes.now -= std::int64_t(size);
   counters.blocks.now -= 1;
   if (size <= ka::kSmallBlock) {
     ka::KeptBlocks& kept = thread->kept[ka::size_class(size)];
@@ -120,8 +131,8 @@ void count_resize(const Header& header, std::int64_t change) {
 void* reallocate(int module, void* memory, std::size_t size) {
   if (!memory) return allocate(module, size, true);
   size = std::min(size, ka::kMaxRequest);
-  const auto old_bytes = static_cast<std::int64_t>(header_of(memory)->size);
-  const std::int64_t change = static_cast<std::int64_t>(size) - old_bytes;
+  const auto old_bytes = std::int64_t(header_of(memory)->size);
+  const std::int64_t change = std::int64_t(size) - old_bytes;
   const std::int64_t counted = change + kCountedHeader;
   counted > 0 ? ka::heap_grow(counted) : ka::heap_shrink(-counted);
   auto* const header =
@@ -133,7 +144,7 @@ void* reallocate(int module, void* memory, std::size_t size) {
   header->size = size;
   count_resize(*header, change);
   auto* const start = reinterpret_cast<unsigned char*>(header + 1);
-  if (change > 0) std::memset(start + old_bytes, 0, static_cast<std::size_t>(change));
+  if (change > 0) std::memset(start + old_bytes, 0, std::size_t(change));
   return start;
 }
 

@@ -4,9 +4,12 @@
 #include <bitset>
 #include <cstring>
 
+#include <ka/detail/scope.h>
+#include <ka/mem.h>
 #include <ka/message.h>
 
-#include "mem.h"
+#include "retry.h"
+#include "statistics.h"
 
 // The first word of a chunk and of a free element; a chunk's elements follow its word.
 struct Link {

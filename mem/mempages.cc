@@ -1,8 +1,13 @@
 // Pages: 8 KB of aligned memory each, carved from megapages that go back to the system when all
 // their pages have come back.
+#include <cstring>
+
+#include <ka/detail/scope.h>
+#include <ka/mem.h>
 #include <ka/message.h>
 
-#include "mem.h"
+#include "retry.h"
+#include "startup.h"
 
 struct ka_mem_megapage {
   ka_mem_megapage* previous;
@@ -19,14 +24,14 @@ namespace {
 constexpr std::size_t kMegapageBytes = 0x40000;
 constexpr int kMegapageNumber = 29, kDescriptorNumber = 30;  // of the fatal message
 
-ka_mutex page_lock;  // guards everything below
+ka_mutex page_lock;
 
 struct {
   ka_mem_megapage* megapages;  // the newest first
   ka_mem_page_list free;       // pages that have come back
   ka_mem_page* unused;         // the next page of the newest megapage that was never handed out
   std::uint8_t unused_count;   // how many of them remain
-} state;
+} state KA_GUARDED_BY(page_lock);
 
 // Accounted memory of this module. An error handler is asked to make room after every refusal;
 // without one the first refusal ends the process.
@@ -61,7 +66,7 @@ ka_mem_megapage* make_megapage() {
   return megapage;
 }
 
-void add_megapage(ka_mem_megapage* megapage) {
+void add_megapage(ka_mem_megapage* megapage) KA_REQUIRES(page_lock) {
   megapage->next = state.megapages;
   if (state.megapages) state.megapages->previous = megapage;
   state.megapages = megapage;
@@ -70,7 +75,7 @@ void add_megapage(ka_mem_megapage* megapage) {
 }
 
 // Takes a megapage whose pages have all come back out of the lists.
-void remove_megapage(ka_mem_megapage* megapage) {
+void remove_megapage(ka_mem_megapage* megapage) KA_REQUIRES(page_lock) {
   for (int i = 0; i < megapage->count; ++i) {
     ka_mem_page* const page = megapage->first + i;
     if (state.unused_count > 0 && page == state.unused) {
@@ -85,7 +90,7 @@ void remove_megapage(ka_mem_megapage* megapage) {
 }
 
 // A page with cleared links; null when a megapage is needed first.
-ka_mem_page* take_page() {
+ka_mem_page* take_page() KA_REQUIRES(page_lock) {
   ka_mem_page* page = ka_mem_pages_unlink_head(&state.free);
   if (page) {
     std::memset(page->payload, 0, sizeof page->payload);

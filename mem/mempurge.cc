@@ -1,7 +1,15 @@
 // The heap estimate, its limit, and the purge that asks the modules to give memory back.
+#include <algorithm>
+#include <array>
+#include <atomic>
+
+#include <ka/detail/scope.h>
+#include <ka/mem.h>
 #include <ka/message.h>
 
-#include "mem.h"
+#include "heap.h"
+#include "keptblocks.h"
+#include "startup.h"
 
 namespace {
 
@@ -194,7 +202,7 @@ void ka::heap_purge(PurgeReason reason) {
   }
   const std::int64_t saved = start - heap_size();
   ++heap_npurges;
-  heap_purged = heap_purged + static_cast<double>(saved * 8);
+  heap_purged = heap_purged + double(saved * 8);
   if (saved * 10 > start) {
     ka_progress("heap purge saved %lld MB", static_cast<long long>(heap_megabytes(saved)));
   }

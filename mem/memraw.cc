@@ -3,10 +3,17 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+
 #include <ka/detail/memory.h>
+#include <ka/mem.h>
 #include <ka/message.h>
 
-#include "mem.h"
+#include "heap.h"
+#include "retry.h"
+#include "systemmemory.h"
 
 namespace {
 
@@ -15,7 +22,7 @@ std::atomic<ka_mem_error_function> mem_error_handler{nullptr};
 // Zeroed memory where there is none to resize.
 void* attempt_raw(std::size_t size, void* memory) {
   size = std::min(size, ka::kMaxRequest);
-  const auto bytes = static_cast<std::int64_t>(size);
+  const auto bytes = std::int64_t(size);
   bytes > 0 ? ka::heap_grow(bytes) : ka::heap_shrink(0);
   void* const block =
       memory ? ka::system_reallocate(memory, size) : ka::system_allocate(size, true);
@@ -28,7 +35,7 @@ void* attempt_raw(std::size_t size, void* memory) {
 constexpr std::size_t kHugeBlock = std::size_t{8} << 20;
 
 void advise_huge_pages(void* memory, std::size_t size) {
-  const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+  const auto page = std::uintptr_t(sysconf(_SC_PAGESIZE));
   const auto start = (reinterpret_cast<std::uintptr_t>(memory) + page - 1) & ~(page - 1);
   const auto end = (reinterpret_cast<std::uintptr_t>(memory) + size) & ~(page - 1);
   // A system without huge pages refuses; the memory is as good without them.

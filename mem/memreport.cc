@@ -1,8 +1,13 @@
 // Reports: the summary of what the modules hold, and the post-mortem that a refusal of the system
 // leads to.
+#include <atomic>
+
+#include <ka/detail/scope.h>
+#include <ka/mem.h>
 #include <ka/message.h>
 
-#include "mem.h"
+#include "heap.h"
+#include "statistics.h"
 
 namespace {
 
@@ -28,7 +33,7 @@ void print_modules(const ka::MemStats& stats) {
   const std::int64_t overhead = ka::kBlockOverhead * blocks;
   const std::int64_t total = bytes + overhead;
   const auto percent = [total](std::int64_t part) {
-    return total != 0 ? 100.0 * static_cast<double>(part) / static_cast<double>(total) : 0.0;
+    return total != 0 ? 100.0 * double(part) / double(total) : 0.0;
   };
   ka_info("  module    max KB  maxnblks        KB   nblocks    %%bytes");
   for (std::size_t module = 1; module < stats.size(); ++module) {

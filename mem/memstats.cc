@@ -1,10 +1,18 @@
 // Statistics: every thread counts in its own area; the areas are merged when somebody asks, when a
 // thread sets its areas aside and when it ends.
+#include <algorithm>
+#include <atomic>
+
 #include <ka/detail/hooks.h>
+#include <ka/detail/scope.h>
+#include <ka/mem.h>
 #include <ka/message.h>
 #include <ka/trans.h>
 
-#include "mem.h"
+#include "heap.h"
+#include "keptblocks.h"
+#include "startup.h"
+#include "statistics.h"
 
 namespace {
 
@@ -12,16 +20,16 @@ using ka::Gauge;
 using ka::MemStats;
 using ka::ThreadMemory;
 
-ka_mutex stats_lock;  // guards `stats`
-MemStats stats;       // of the process; its bases are not used
+ka_mutex stats_lock;
+MemStats stats KA_GUARDED_BY(stats_lock);  // of the process; its bases are not used
 
 // The statistics lock, for as long as there is one.
-class StatsLock {
+class KA_SCOPED_CAPABILITY StatsLock {
  public:
-  StatsLock() {
+  StatsLock() KA_ACQUIRE(stats_lock) {
     if (stats_lock.handle) ka_lock(stats_lock);
   }
-  ~StatsLock() {
+  ~StatsLock() KA_RELEASE() {
     if (stats_lock.handle) ka_unlock(stats_lock);
   }
   StatsLock(const StatsLock&) = delete;
@@ -43,14 +51,14 @@ void init_area(void* memory) {
   }
 }
 
-bool tells_news(const Gauge& thread, const Gauge& process) {
+bool has_changes(const Gauge& thread, const Gauge& process) {
   return thread.now != 0 || thread.base + thread.peak > process.peak;
 }
 
-bool tells_news(const MemStats& area) {
+bool has_changes(const MemStats& area) KA_REQUIRES(stats_lock) {
   for (std::size_t module = 1; module < area.size(); ++module) {
-    if (tells_news(area[module].bytes, stats[module].bytes) ||
-        tells_news(area[module].blocks, stats[module].blocks)) {
+    if (has_changes(area[module].bytes, stats[module].bytes) ||
+        has_changes(area[module].blocks, stats[module].blocks)) {
       return true;
     }
   }
@@ -69,7 +77,7 @@ void count(MemStats& counters, int module, std::int64_t bytes, std::int64_t bloc
 }
 
 // The thread sets its areas aside: from now on it needs another one.
-void set_area_aside(void* memory) {
+void detach_area(void* memory) {
   ka_context& thread = ka::context();
   if (!is_purging(thread)) {
     ka_mem_merge_stats(memory);
@@ -79,7 +87,7 @@ void set_area_aside(void* memory) {
 }
 
 void exit_area(void* memory) {
-  set_area_aside(memory);
+  detach_area(memory);
   ka::release_kept(*static_cast<ThreadMemory*>(memory));
 }
 
@@ -94,7 +102,7 @@ void ka::start_lock(ka_mutex* lock) {
 void ka::stats_start() {
   start_lock(&stats_lock);
   ka_context_register_module(KA_MEM, init_area, exit_area, sizeof(ThreadMemory));
-  call_before_context_push(KA_MEM, set_area_aside);
+  call_before_context_push(KA_MEM, detach_area);
 }
 
 void ka::stats_end() {
@@ -106,7 +114,7 @@ void ka::stats_end() {
 void ka_mem_merge_stats(void* memory) {
   MemStats& area = static_cast<ThreadMemory*>(memory)->stats;
   const StatsLock locked;
-  if (!tells_news(area)) return;
+  if (!has_changes(area)) return;
   for (std::size_t module = 1; module < area.size(); ++module) {
     merge(area[module].bytes, stats[module].bytes);
     merge(area[module].blocks, stats[module].blocks);

@@ -7,10 +7,10 @@
 #include <atomic>
 #include <cstdio>
 #include <cstring>
-#include <mutex>
 #include <utility>
 
 #include <ka/detail/context.h>
+#include <ka/detail/mutex.h>
 #include <ka/detail/pins.h>
 #include <ka/detail/scope.h>
 #include <ka/detail/start.h>
@@ -21,7 +21,7 @@
 #include <ka/trans.h>
 #include <ka/version.h>
 
-#include "msg.h"
+#include "threadtable.h"
 
 namespace {
 
@@ -39,7 +39,7 @@ constexpr void start_modules(ka_context& context) {
 
 // A context as every thread finds it: one module on the stack, all tags those of the defaults.
 constexpr void start_context(ka_context& context, std::size_t slot) {
-  context.thread = static_cast<std::int32_t>(slot);
+  context.thread = std::int32_t(slot);
   context.host = kStandAloneHost;
   start_modules(context);
 }
@@ -58,17 +58,21 @@ struct Slot {
   pthread_t system_thread;
 };
 
-pthread_key_t key;    // its value in each registered thread is the thread's context
-ka_mutex table_lock;  // guards everything below
-std::array<Slot, kSlots> table;
-std::size_t slots_used = 0;                             // no slot from here on was ever taken
-std::array<ka_context*, kSlots + 1> contexts;           // what ka_msg_tls_info hands out
-std::atomic<const ka_context*> reader{nullptr};         // who is between the two, null: nobody
-std::array<std::uint16_t, ka_context::kPinSlots> pins;  // of threads that have ended
+pthread_key_t key;  // its value in each registered thread is the thread's context
+ka_mutex table_lock;
+std::array<Slot, kSlots> table KA_GUARDED_BY(table_lock);
+// No slot from here on was ever taken.
+std::size_t slots_used KA_GUARDED_BY(table_lock) = 0;
+// What ka_msg_tls_info hands out.
+std::array<ka_context*, kSlots + 1> contexts KA_GUARDED_BY(table_lock);
+// The thread that has called ka_msg_tls_info and holds the lock until ka_msg_tls_info_end; or null.
+std::atomic<const ka_context*> reader{nullptr};
+// Of threads that have ended.
+std::array<std::uint16_t, ka_context::kPinSlots> pins KA_GUARDED_BY(table_lock);
 
 // Threads without a context of their own share the static one: while they come and go, one at a
 // time may use it.
-std::mutex static_context_guard;
+ka::Mutex static_context_guard;
 
 bool is_registered() { return ka::current_context != &static_context; }
 
@@ -78,7 +82,7 @@ bool set_context(ka_context* context) {
   return true;
 }
 
-Slot* first_free_slot() {
+Slot* first_free_slot() KA_REQUIRES(table_lock) {
   for (Slot& slot : table) {
     if (!slot.context) return &slot;
   }
@@ -123,7 +127,7 @@ void end_thread() {
   ka_context_pop(nullptr);
   ka_context* const context = ka::current_context;
   clear_slot(*context);
-  const std::scoped_lock guarded(static_context_guard);
+  const ka::MutexScope guarded(static_context_guard);
   pthread_setspecific(key, nullptr);
   ka::current_context = &static_context;
   ka_mem_release_raw(context);
@@ -154,11 +158,32 @@ bool create_detached(Slot* slot) {
   return failure == 0;
 }
 
+bool is_reader() { return reader.load(std::memory_order_relaxed) == &ka::context(); }
+
+// All contexts, with a null after the last one.
+ka_context* const* list_contexts() KA_REQUIRES(table_lock) {
+  std::size_t count = 0;
+  for (const Slot& slot : table) {
+    if (slot.context) contexts[count++] = slot.context;
+  }
+  contexts[count] = nullptr;
+  return contexts.data();
+}
+
+// Modulo 65536: a thread may take back the pin of another one, and its own counter wraps.
+std::uint16_t sum_of_pins(std::uint16_t slot) KA_REQUIRES(table_lock) {
+  std::uint16_t sum = pins[slot];
+  for (std::size_t i = 0; i < slots_used; ++i) {
+    if (!table[i].context) continue;
+    sum = std::uint16_t(sum + std::atomic_ref(table[i].context->pins[slot]).load());
+  }
+  return sum;
+}
+
 // Waits for a reader of the table, unless it is the calling thread, and returns the earlier value.
 bool set_areas_hidden(bool hidden) {
   ka_context& context = ka::context();
-  const bool is_reader = reader.load(std::memory_order_relaxed) == &context;
-  if (!table_lock.handle || is_reader) return std::exchange(context.areas_hidden, hidden);
+  if (!table_lock.handle || is_reader()) return std::exchange(context.areas_hidden, hidden);
   const ka::LockScope locked(table_lock);
   return std::exchange(context.areas_hidden, hidden);
 }
@@ -209,7 +234,7 @@ void ka_lumoralib_detach_process() { ka_msg_late_exit(); }
 
 int ka_msg_register_thread() {
   if (is_registered()) return ka_msg_my_thread_id();
-  const std::scoped_lock guarded(static_context_guard);
+  const ka::MutexScope guarded(static_context_guard);
   const ka::ModuleScope scope(KA_MSG);  // on the stack of the static context
   Slot* const slot = allocate_slot(nullptr, nullptr);
   if (!slot) {
@@ -255,35 +280,26 @@ void ka_msg_set_netthread() {
   context.thread = kNetworkSlot;
 }
 
-ka_context* const* ka_msg_tls_info() {
+// Returns with the lock, which ka_msg_tls_info_end gives back.
+KA_NO_THREAD_SAFETY_ANALYSIS ka_context* const* ka_msg_tls_info() {
   const ka::ModuleScope scope(KA_MSG);
-  if (!table_lock.handle || !ka_trylock(table_lock)) return nullptr;
+  if (!table_lock.handle || !ka::try_lock(table_lock)) return nullptr;
   reader.store(&ka::context(), std::memory_order_relaxed);
-  std::size_t count = 0;
-  for (const Slot& slot : table) {
-    if (slot.context) contexts[count++] = slot.context;
-  }
-  contexts[count] = nullptr;
-  return contexts.data();
+  return list_contexts();
 }
 
-void ka_msg_tls_info_end() {
+KA_NO_THREAD_SAFETY_ANALYSIS void ka_msg_tls_info_end() {
   reader.store(nullptr, std::memory_order_relaxed);
-  ka_unlock(table_lock);
+  ka::unlock(table_lock);
 }
 
 int ka_msg_my_thread_id() { return ka::context().thread; }
 
-bool ka::slot_is_pinned(std::uint16_t slot) {
-  const bool is_reader = reader.load(std::memory_order_relaxed) == &context();
-  if (!is_reader) ka_lock(table_lock);
-  std::uint16_t sum = pins[slot];
-  for (std::size_t i = 0; i < slots_used; ++i) {
-    if (!table[i].context) continue;
-    sum = std::uint16_t(sum + std::atomic_ref(table[i].context->pins[slot]).load());
-  }
-  if (!is_reader) ka_unlock(table_lock);
-  return sum != 0;
+// A reader has the lock already.
+KA_NO_THREAD_SAFETY_ANALYSIS bool ka::slot_is_pinned(std::uint16_t slot) {
+  if (is_reader()) return sum_of_pins(slot) != 0;
+  const LockScope locked(table_lock);
+  return sum_of_pins(slot) != 0;
 }
 
 unsigned ka_msg_pins(int slot) {

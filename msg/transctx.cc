@@ -9,7 +9,7 @@
 #include <ka/trans.h>
 
 #include "areas.h"
-#include "msg.h"
+#include "threadtable.h"
 
 namespace {
 ka::AreaTable areas;                     // context areas of all modules

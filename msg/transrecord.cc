@@ -17,16 +17,15 @@ constexpr std::uint32_t kRootBeginTime = 2;
 
 const ka::StoreOperations* store = nullptr;
 
-ka_mutex trans_lock;  // guards the lists of records and their counts of users
-
-void start_record(trans_record& record) {
+// A record that no list and no other thread has, yet or any more, needs no lock, here and below.
+KA_NO_THREAD_SAFETY_ANALYSIS void start_record(trans_record& record) {
   ka_init_lock(&record.tag_lock);
   record.tag_capacity = trans_record::kTagsStep;
   record.tags =
       static_cast<std::uint32_t*>(ka_mem_allocate(record.tag_capacity * sizeof *record.tags));
 }
 
-void end_record(trans_record& record) {
+KA_NO_THREAD_SAFETY_ANALYSIS void end_record(trans_record& record) {
   ka_delete_lock(&record.tag_lock);
   ka_mem_release(record.tags);
 }
@@ -42,7 +41,7 @@ trans_record* make_record(trans_kind& kind) {
 
 // Releases a record that no list and no thread has any more. Its elements go first: they may have
 // something in its areas.
-void release_record(trans_kind& kind, trans_record* record) {
+KA_NO_THREAD_SAFETY_ANALYSIS void release_record(trans_kind& kind, trans_record* record) {
   for (std::size_t i = 0; i < record->tag_count; ++i) {
     if (record->tags[i] != 0 && store) store->release(record->tags[i], record->serial);
   }
@@ -51,18 +50,18 @@ void release_record(trans_kind& kind, trans_record* record) {
   ka_mem_release_raw(record);
 }
 
-trans_record* find_in(trans_record* list, std::uint32_t tag) {
+trans_record* find_in(trans_record* list, std::uint32_t tag) KA_REQUIRES(trans_lock) {
   while (list && list->tag != tag) list = list->next;
   return list;
 }
 
-void append(trans_kind& kind, trans_record* record) {
+void append(trans_kind& kind, trans_record* record) KA_REQUIRES(trans_lock) {
   trans_record* last = &kind.root;
   while (last->next) last = last->next;
   last->next = record;
 }
 
-bool remove_from(trans_record** list, const trans_record* record) {
+bool remove_from(trans_record** list, const trans_record* record) KA_REQUIRES(trans_lock) {
   while (*list && *list != record) list = &(*list)->next;
   if (!*list) return false;
   *list = record->next;
@@ -108,7 +107,7 @@ void fill_family(const trans_family& family, std::uint32_t tag, int type, std::u
 }
 
 // Moves a record from the list to those that only wait for their threads to leave.
-void end_listed(trans_kind& kind, trans_record* record) {
+void end_listed(trans_kind& kind, trans_record* record) KA_REQUIRES(trans_lock) {
   remove_from(&kind.root.next, record);
   record->ended = true;
   record->next = kind.ended;
@@ -117,7 +116,7 @@ void end_listed(trans_kind& kind, trans_record* record) {
 
 // The record of the list that belongs to the element which has the tag now. One whose element was
 // deleted by other means leaves the list.
-trans_record* find_current(trans_kind& kind, std::uint32_t tag) {
+trans_record* find_current(trans_kind& kind, std::uint32_t tag) KA_REQUIRES(trans_lock) {
   trans_record* const record = find_in(kind.root.next, tag);
   if (!record || record->serial == store->serial(tag)) return record;
   end_listed(kind, record);
@@ -195,7 +194,7 @@ void release_unused(trans_kind& kind, std::uint32_t tag) {
 }
 
 template <typename Function>
-void for_each_record(Function function) {
+void for_each_record(Function function) KA_REQUIRES(trans_lock) {
   for (trans_kind& kind : trans_kinds) {
     for (trans_record* list : {&kind.root, kind.ended}) {
       for (trans_record *record = list, *next; record; record = next) {
@@ -209,6 +208,8 @@ void for_each_record(Function function) {
 }  // namespace
 
 namespace ka {
+
+ka_mutex trans_lock;
 
 constinit std::array<trans_kind, kTransKinds> trans_kinds = {
     {{"transaction", KA_TRANS_TRANSACTION, {}, {}, nullptr},
@@ -349,7 +350,7 @@ std::uint32_t ka::trans_add_tag(std::uint32_t tag) {
         ka_mem_reallocate(record->tags, record->tag_capacity * sizeof *record->tags));
   }
   record->tags[record->tag_count++] = tag;
-  return static_cast<std::uint32_t>(record->tag_count);
+  return std::uint32_t(record->tag_count);
 }
 
 void ka::trans_clear_tag(std::uint32_t tag, std::uint32_t place) {

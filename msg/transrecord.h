@@ -3,6 +3,7 @@
 
 #include <ka/base.h>
 #include <ka/detail/store.h>
+#include <ka/detail/threadsafety.h>
 #include <ka/msg.h>
 
 #include <array>
@@ -12,6 +13,9 @@
 
 namespace ka {
 
+// Of the records of all kinds: their lists and their counts of users.
+extern ka_mutex trans_lock;
+
 // One transaction, session or world.
 struct trans_record {
   static constexpr std::size_t kParents = 64;
@@ -20,27 +24,30 @@ struct trans_record {
   std::uint32_t tag;      // its element in the scene database, 0: a default
   std::uint32_t session;  // tag, of a transaction
   std::uint32_t world;    // tag, of a transaction or session
-  std::array<std::uint32_t, kParents>
-      parents;               // of a session: the enclosing ones, oldest first, then zeros
+  // Of a session: the enclosing ones, oldest first, then zeros.
+  std::array<std::uint32_t, kParents> parents;
   std::uint32_t begin_time;  // database time of the transaction's begin
-  bool ended;
-  std::uint32_t* tags;       // of the elements created while this was current; 0: deleted since
-  std::size_t tag_count;     // entries in use
-  std::size_t tag_capacity;  // entries there is room for
-  ka_mutex tag_lock;         // guards the tag list
-  trans_record* next;        // of the same kind
-  std::array<void*, KA_MODULE_COUNT> areas;  // indexed by module
-  std::uint64_t serial;                      // of its element, 0: a default of tag 0
-  int users;                                 // threads that are attached, not counted for the roots
+  bool ended KA_GUARDED_BY(trans_lock);
+  ka_mutex tag_lock;
+  // Of the elements created while this was current; 0: deleted since.
+  std::uint32_t* tags KA_GUARDED_BY(tag_lock);
+  std::size_t tag_count KA_GUARDED_BY(tag_lock);     // entries in use
+  std::size_t tag_capacity KA_GUARDED_BY(tag_lock);  // entries there is room for
+  trans_record* next KA_GUARDED_BY(trans_lock);      // of the same kind
+  std::array<void*, KA_MODULE_COUNT> areas;          // indexed by module
+  std::uint64_t serial;                              // of its element, 0: a default of tag 0
+  // Threads that are attached, not counted for the roots.
+  int users KA_GUARDED_BY(trans_lock);
 };
 
-// A kind of record. Its lock is that of the records of all kinds.
+// A kind of record.
 struct trans_kind {
   const char* name;
   int element_type;
-  AreaTable areas;      // what each record of the kind has for each module
-  trans_record root;    // the default of tag 0, first of the list of records
-  trans_record* ended;  // records that have left the list while threads were attached
+  AreaTable areas;    // what each record of the kind has for each module
+  trans_record root;  // the default of tag 0, first of the list of records
+  // Records that have left the list while threads were attached.
+  trans_record* ended KA_GUARDED_BY(trans_lock);
 
   [[nodiscard]] bool is_root(const trans_record* record) const { return record == &root; }
 };
@@ -54,9 +61,10 @@ inline std::size_t trans_index(const trans_kind& kind) {
 // The kind with an element type; null: none.
 trans_kind* trans_kind_of(int element_type);
 
-// Starts the lock and the roots, ends the roots and every record that is left.
+// Starts the lock and the roots, ends the roots and every record that is left, while only one thread
+// runs.
 void trans_records_start();
-void trans_records_end();
+void trans_records_end() KA_NO_THREAD_SAFETY_ANALYSIS;
 // Releases the areas of the roots, exit functions first.
 void trans_release_areas();
 

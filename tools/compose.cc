@@ -5,6 +5,8 @@
 
 #include <ka/detail/targets.h>
 
+#include "measurehistograms.h"
+
 namespace ka {
 namespace {
 

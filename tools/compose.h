@@ -12,8 +12,8 @@ struct ComposeSettings {
   MeasureSettings measure;
   std::optional<double> gamma;  // above 0
   bool false_color = false;     // blue, green, red, white by size of the difference
-  bool underlay =
-      false;  // where nothing differs the first picture shows at a tenth of its brightness
+  // Where nothing differs the first picture shows at a tenth of its brightness.
+  bool underlay = false;
 };
 
 inline constexpr int kPanelLines = 114;  // of the histogram above the picture

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "measurehistograms.h"
 #include "measurekernels.h"
 
 namespace ka {
@@ -20,10 +21,10 @@ int sample_tolerance(const MeasureSettings& settings) {
 
 LineSums line_sums(const MeasureSettings& settings, const LinePlanes& first,
                    const LinePlanes& second, int width) {
-  static const auto colour = best_kernel(colour_kernels);
+  static const auto color = best_kernel(color_kernels);
   static const auto intensity = best_kernel(intensity_kernels);
   LineSums sums{};
-  const auto kernel = settings.signed_intensity ? intensity : colour;
+  const auto kernel = settings.signed_intensity ? intensity : color;
   kernel(first, second, std::size_t(width), sample_tolerance(settings),
          settings.ignore_alpha ? 3 : 4, sums);
   return sums;
@@ -118,17 +119,17 @@ HistogramPass::HistogramPass(const MeasureSettings& settings, double scale, int 
     table_.resize(kLargestIntensitySum + 1);
     fill_by_sum(table_, [&](std::size_t s) { return bin_of(double(s) / scale); });
   } else {
-    table_.resize(kLargestColourSum + 1);
+    table_.resize(kLargestColorSum + 1);
     fill_by_sum(table_,
                 [&](std::size_t s) { return bin_of(std::sqrt(double(s)) / 255.0 / scale); });
   }
 }
 
 const PixelRow& HistogramPass::add_line(const LinePlanes& first, const LinePlanes& second) {
-  static const auto colour = best_kernel(colour_pixel_kernels);
+  static const auto color = best_kernel(color_pixel_kernels);
   static const auto intensity = best_kernel(intensity_pixel_kernels);
   static const auto count = best_kernel(count_kernels);
-  const auto sum = settings_.signed_intensity ? intensity : colour;
+  const auto sum = settings_.signed_intensity ? intensity : color;
   const std::size_t width = row_.sums.size();
   sum(first, second, width, sample_tolerance(settings_), settings_.ignore_alpha ? 3 : 4,
       row_.sums.data(), row_.alphas.data());

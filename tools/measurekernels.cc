@@ -57,7 +57,7 @@ KA_KERNEL bool block_distances(const LinePlanes& first, const LinePlanes& second
 }
 
 template <std::size_t Channels>
-struct ColourBlock {
+struct ColorBlock {
   static constexpr std::size_t kChannels = Channels;
 
   KA_KERNEL static void add(const LinePlanes& first, const LinePlanes& second, std::size_t at,
@@ -159,12 +159,12 @@ KA_KERNEL void line_sums(const LinePlanes& first, const LinePlanes& second, std:
   Block::add(a.planes, b.planes, 0, counted, sums);
 }
 
-KA_KERNEL void colour_body(const LinePlanes& first, const LinePlanes& second, std::size_t width,
-                           int tolerance, int channels, LineSums& sums) {
+KA_KERNEL void color_body(const LinePlanes& first, const LinePlanes& second, std::size_t width,
+                          int tolerance, int channels, LineSums& sums) {
   if (channels == 4) {
-    line_sums<ColourBlock<4>>(first, second, width, tolerance, sums);
+    line_sums<ColorBlock<4>>(first, second, width, tolerance, sums);
   } else {
-    line_sums<ColourBlock<3>>(first, second, width, tolerance, sums);
+    line_sums<ColorBlock<3>>(first, second, width, tolerance, sums);
   }
 }
 
@@ -293,9 +293,9 @@ KA_KERNEL void count_body(const CountInput& input, std::size_t width, std::uint3
 }  // namespace
 
 constinit const KernelTable<CountKernel> count_kernels = kernels_of<count_body>;
-constinit const KernelTable<PixelKernel> colour_pixel_kernels = kernels_of<pixels_body<false>>;
+constinit const KernelTable<PixelKernel> color_pixel_kernels = kernels_of<pixels_body<false>>;
 constinit const KernelTable<PixelKernel> intensity_pixel_kernels = kernels_of<pixels_body<true>>;
-constinit const KernelTable<MeasureKernel> colour_kernels = kernels_of<colour_body>;
+constinit const KernelTable<MeasureKernel> color_kernels = kernels_of<color_body>;
 constinit const KernelTable<MeasureKernel> intensity_kernels = kernels_of<intensity_body>;
 
 }  // namespace ka

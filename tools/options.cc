@@ -14,7 +14,7 @@ namespace {
 // In the words of getopt, which would print any character as it is.
 void report_fault(const char* program, const char* fault, int letter) {
   std::fprintf(stderr, "%s: %s -- '%s'\n", printed(program).c_str(), fault,
-               printed(std::string(1, static_cast<char>(letter))).c_str());
+               printed(std::string(1, char(letter))).c_str());
 }
 
 // A value that is not above 0, also one that is not a number, becomes the darkest gamma there is.
@@ -25,7 +25,7 @@ double parse_gamma(const char* text) {
 }
 
 int parse_tolerance(const char* text) {
-  return static_cast<int>(std::clamp<long>(std::strtol(text, nullptr, 10), INT_MIN, INT_MAX));
+  return int(std::clamp<long>(std::strtol(text, nullptr, 10), INT_MIN, INT_MAX));
 }
 
 }  // namespace

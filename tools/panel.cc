@@ -1,4 +1,5 @@
 // The histogram panel above a difference image: bars over a ramp of the values that they count.
+#include <algorithm>
 #include <cstring>
 
 #include "compose.h"
@@ -18,8 +19,8 @@ struct Geometry {
   int negative;  // highest line of the negative bars, which grow downwards
   int size;      // lines of the highest bar
 };
-constexpr Geometry kColour = {.ramp = 4, .bars = 14, .negative = 0, .size = 100};
-constexpr Geometry kIntensity = {.ramp = 54, .bars = 64, .negative = 53, .size = 50};
+constexpr Geometry kColorGeometry = {.ramp = 4, .bars = 14, .negative = 0, .size = 100};
+constexpr Geometry kIntensityGeometry = {.ramp = 54, .bars = 64, .negative = 53, .size = 50};
 
 enum class Channels { kColor, kAlpha };
 
@@ -30,7 +31,7 @@ class Panel {
         height_(height),
         width_(image->width),
         settings_(settings),
-        geometry_(settings.measure.signed_intensity ? kIntensity : kColour) {}
+        geometry_(settings.measure.signed_intensity ? kIntensityGeometry : kColorGeometry) {}
 
   void draw(const Histograms& histograms) const {
     for (int line = 0; line < kPanelLines; ++line) clear(line);

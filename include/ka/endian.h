@@ -1,5 +1,5 @@
-/* Byte order of records and arrays that come from another host or from a file of the other order.
- */
+/* Byte order of records and arrays that come from another host or from a file of
+ * the other order. */
 #pragma once
 
 #include <ka/base.h>

@@ -119,8 +119,8 @@ typedef struct img_line {
   intptr_t offset[IMG_SLOTS];
 } img_line;
 
-/* One open image file. The caller owns the record and clears it to zero bytes before its first use.
- */
+/* One open image file. The caller owns the record and clears it to zero bytes before
+ * its first use. */
 typedef struct img_file {
   int width;         /* pixels per line */
   int height;        /* lines */
@@ -162,8 +162,8 @@ typedef struct img_file {
                             that are ended by signals: they remove it. Null when there is nothing to
                             remove: unnamed files vanish by themselves; devices, standard streams and
                             what links lead to stay. Owned by the handle */
-  img_line*
-      conversion; /* a line of the file's type, when lines are converted; owned by the handle */
+  /* A line of the file's type, when lines are converted; owned by the handle. */
+  img_line* conversion;
   union {
     void* p; /* the driver's own state */
   } data;
@@ -258,7 +258,7 @@ int ka_img_close(img_file* handle);
  *            are buffered: one that the system refuses may fail a later line, or ka_img_close. A
  *            line beyond the height is error 2, except in formats that keep no lines; with a height
  *            of 0 every line is taken and only the header written.
- *            Colours cannot be read as vectors, depths, normals, motions or labels: each line gives
+ *            Colors cannot be read as vectors, depths, normals, motions or labels: each line gives
  *            an error message (number 6) and 1, and stays as it was. Written as such they give the
  *            message, and zeros in the file. */
 int ka_img_line_read(img_file* handle, img_line* line);
@@ -279,8 +279,8 @@ img_line* ka_img_line_alloc(img_file* handle);
 img_image* ka_img_image_alloc(img_file* handle);
 void ka_img_image_release(img_image* image);
 
-/* Bytes of the block that ka_img_image_alloc makes for this handle; 0 with handle->error as there.
- */
+/* Bytes of the block that ka_img_image_alloc makes for this handle; 0 with
+ * handle->error as there. */
 size_t ka_img_image_size(img_file* handle);
 
 /* The image in the memory mapping of a "map" file that is open for reading: nothing is read or
@@ -312,8 +312,8 @@ int ka_img_image_write(img_file* handle, img_image* image);
  * ka_img_pyramid_filter_levels computes every level from the one above it: each pixel is the mean
  * of the pixels that it covers, fetched and stored as ka_img_get_color and ka_img_put_color do. */
 void ka_img_pyramid_filter_levels(img_image* image);
-/* Stores the address of a level of `image`, 0 being the image itself; null for one that it lacks.
- */
+/* Stores the address of a level of `image`, 0 being the image itself; null for one
+ * that it lacks. */
 void ka_img_pyramid_set_level(img_image** result, img_image* image, int level);
 /* Sets the filter value of an image, which says how far textures are blurred. */
 void ka_img_pyramid_set_filter(img_image* image, float value);
@@ -381,7 +381,7 @@ int ka_img_custom_format_error(img_file* handle, int code, int os_error);
  * "?". Where `os_error` says why the system failed, no reason is kept. */
 int ka_img_custom_format_refuse(img_file* handle, int code, int os_error, const char* reason);
 
-/* Shared-exponent colours: four bytes, three mantissas and an exponent. A component that is not a
+/* Shared-exponent colors: four bytes, three mantissas and an exponent. A component that is not a
  * number counts as 0, one of 2^127 and above as the brightest that there is. */
 void ka_img_rgb_to_hdr(uint8_t* r_out, uint8_t* g_out, uint8_t* b_out, uint8_t* e_out, float r,
                        float g, float b);

@@ -59,7 +59,7 @@ int ka_img_image_import(img_image* image, size_t size, int swap);
  * cached images are reached through ka_img_cache_get. */
 void* ka_img_access(const img_image* image, int line, int component);
 
-/* Sets the calling thread's colour pipeline from an element that holds an img_options record. */
+/* Sets the calling thread's color pipeline from an element that holds an img_options record. */
 void ka_img_mode(uint32_t options);
 
 /* A lightmap that is being edited. */

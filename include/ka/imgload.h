@@ -14,7 +14,7 @@ img_image* ka_img_load(const char* name, int type);
 
 /* The first sample of a plane of line y of an image in memory; line 0 is the bottom one.
  *   Takes    the component, counted from 0, in whichever slot its plane is: R, G, B and A of a
- *            colour; 0 is the only one of a type with one component. ka_img_access takes slots.
+ *            color; 0 is the only one of a type with one component. ka_img_access takes slots.
  *   Shape    image->width samples of image->bits: unsigned integers of 8 and 16 bits, 32 bits as
  *            the pixel type has them; IMG_TYPE_BIT has one bit per pixel.
  *   Returns  null: the image has no such line or component, or its pixels are in the texture cache.

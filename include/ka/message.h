@@ -36,8 +36,8 @@ enum ka_subverbosity {
  *   Cost     a message whose level is off costs one test; nothing is formatted.
  *   Threads  any; lines of several threads do not mix. errno stays as it is. */
 
-/* Fatal messages always show, also stand in the log file, and end the process with exit status 1.
- */
+/* Fatal messages always show, also stand in the log file, and end the process with
+ * exit status 1. */
 KA_NORETURN void ka_fatal(const char* format, ...) KA_PRINTF(1, 2);
 KA_NORETURN void ka_nfatal(int number, const char* format, ...) KA_PRINTF(2, 3);
 void ka_error(const char* format, ...) KA_PRINTF(1, 2);
@@ -80,14 +80,14 @@ void ka_errorhandler(ka_error_callback handler);
  *   Returns  1, or 0 after error 48 for an unknown name; what stood before it is in the mask. */
 int ka_parse_subverbosity(uint32_t* mask, const char* text);
 
-/* Switches coloured lines on standard error: "on", "t..." and "1..." take the default colours,
- * "off", "f...", "0..." and "-..." switch them off. Any other text gives the colours of the levels
+/* Switches colored lines on standard error: "on", "t..." and "1..." take the default colors,
+ * "off", "f...", "0..." and "-..." switch them off. Any other text gives the colors of the levels
  * from fatal to the second debug level and of the end of the line, a letter of ".rgbcmyk" each; "."
- * is the terminal's own. Another letter leaves a place its default colour after warning 18; a
+ * is the terminal's own. Another letter leaves a place its default color after warning 18; a
  * double quote in front is skipped. */
 void ka_set_colormessage(const char* text);
 int ka_get_colormessage(void); /* 1: on, 0: off */
-/* For platforms whose console has colours of its own; there is nothing to do on this one. */
+/* For platforms whose console has colors of its own; there is nothing to do on this one. */
 void ka_set_default_console_colour(void);
 
 /* Switches the forwarding of lines to the master of a network of hosts. A line that cannot be sent
@@ -110,8 +110,8 @@ enum { KA_RECORD_LINE = 1, KA_RECORD_SETTINGS = 2 };
 
 /* Receives a record from another host: shows its line, or takes over its settings, which the master
  * passes on to all hosts. The channel and the length are not looked at; `swap` not 0 tells that the
- * sender has the other byte order. The record stays the caller's; its bytes are swapped in place.
- */
+ * sender has the other byte order. The record stays the caller's; its bytes are
+ * swapped in place. */
 void ka_lib_netmessage(int channel, ka_message_record* record, size_t length, int swap);
 /* Sends this process's settings, and what its modules share, to a host that has just been connected. */
 void ka_lib_hostcallback(int host);
@@ -122,8 +122,8 @@ const char* ka_strerror(void);
 const char* ka_nstrerror(int number);
 
 /* Reports a failed assertion on standard error and in the log file, and aborts the process with
- * SIGABRT, if that does not end it with SIGKILL. Takes the place of the system library's routine.
- */
+ * SIGABRT, if that does not end it with SIGKILL. Takes the place of the
+ * system library's routine. */
 #ifdef __cplusplus
 void __assert(const char* expression, const char* file, int line) noexcept KA_NORETURN_ATTRIBUTE;
 #else

@@ -6,9 +6,16 @@
 
 KA_BEGIN_DECLS
 
+/* A type whose objects clang's analysis of threads knows as locks, in C++. */
+#if defined(__cplusplus) && defined(__clang__)
+#define KA_LOCK_TYPE __attribute__((capability("mutex")))
+#else
+#define KA_LOCK_TYPE
+#endif
+
 /* A mutual exclusion lock, passed by value to take and give it. A null handle means "no lock",
  * which nobody can take or give. Not recursive: a thread that takes it twice waits for ever. */
-typedef struct ka_mutex {
+typedef struct KA_LOCK_TYPE ka_mutex {
   void* handle;
 } ka_mutex;
 
@@ -35,8 +42,8 @@ void ka_rwlock_lock(ka_rwlock lock, int unused, int writer);
 int ka_rwlock_unlock(ka_rwlock lock);
 
 /* A wait channel: one thread sleeps until another wakes it. A channel that was woken before lets
- * the next sleeper pass at once. Sleepers poll, so a channel is for waits that are short or rare.
- */
+ * the next sleeper pass at once. Sleepers poll, so a channel is for waits that are
+ * short or rare. */
 typedef struct ka_waitchan ka_waitchan;
 
 void ka_init_waitchan(ka_waitchan** channel);   /* makes one that nobody has woken */
@@ -55,8 +62,8 @@ int ka_lumoralib_attach_process(void);
 int ka_lumoralib_attach(int version, unsigned records);
 /* Calls go here, with what the caller was compiled with; the address is that of the function. */
 #define ka_lumoralib_attach_process() ka_lumoralib_attach(KA_VERSION, KA_RECORDS)
-/* Releases what the calling thread holds of the library. Nothing of the library is used afterwards.
- */
+/* Releases what the calling thread holds of the library. Nothing of the library
+ * is used afterwards. */
 void ka_lumoralib_detach_process(void);
 
 /* Starts a detached thread that runs `function` with `argument`, in the default transaction.

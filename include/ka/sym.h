@@ -58,10 +58,9 @@ int ka_sym_edit_attribute_by_name(int table, const char* symbol, const char* nam
 /* Gives an attribute another name, null: none. Returns 1, or 0: no such symbol or attribute. */
 int ka_sym_rename_attribute(int table, const char* symbol, int index, const char* name);
 
-/* Deletes an attribute; those behind it move one index down. Returns 1, or 0: no such symbol or
+/* Deletes an attribute; those after it move one index down. Returns 1, or 0: no such symbol or
  * attribute, with warning 11 in the first form, with a warning about a missing symbol in the
- * second.
- */
+ * second. */
 int ka_sym_delete_attribute(int table, const char* symbol, int index);
 int ka_sym_delete_attribute_by_name(int table, const char* symbol, const char* name);
 
@@ -71,8 +70,8 @@ int ka_sym_delete_attribute_by_name(int table, const char* symbol, const char* n
 typedef void (*ka_sym_function)(const char* name, uintptr_t data, void* argument);
 void ka_sym_iterate_symbols(int table, ka_sym_function function, void* argument);
 
-/* Prints the table's symbols with their attributes, then all attributes by data, as debug messages.
- */
+/* Prints the table's symbols with their attributes, then all attributes by data,
+ * as debug messages. */
 void ka_sym_dump(int table);
 
 KA_END_DECLS

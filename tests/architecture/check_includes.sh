@@ -43,8 +43,8 @@ check_public() {
     tools/measure*,ka/message.h | tools/compose*,ka/message.h | tools/panel*,ka/message.h)
       refuse "is unknown to measuring and composing"
       ;;
-    lib/liberror*,ka/base.h | lib/liberror*,ka/message.h | lib/liberror*,ka/detail/context.h) ;;
-    lib/liberror*) refuse "the message log stands below everything that locks or allocates" ;;
+    lib/messagelog*,ka/base.h | lib/messagelog*,ka/message.h | lib/messagelog*,ka/detail/context.h) ;;
+    lib/messagelog*) refuse "the message log stands below everything that locks or allocates" ;;
   esac
 }
 

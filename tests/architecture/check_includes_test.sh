@@ -22,12 +22,12 @@ allowed img/a.cc "formats/drivers.h"
 allowed img/formats/imgop_tiff.cc "driver.h"
 allowed img/formats/imgop_tiff.cc "img_tiff.h"
 allowed mem/a.cc <ka/detail/scope.h>
-allowed lib/liberror.cc <ka/detail/context.h>
+allowed lib/messagelog.cc <ka/detail/context.h>
 refused img/a.cc "formats/img_tiff.h"
 refused img/formats/imgop_sgi.cc "img_tiff.h"
 refused db/a.cc <ka/img.h>
 refused msg/a.cc "../mem/mem.h"
-refused lib/liberror.cc <ka/mem.h>
+refused lib/messagelog.cc <ka/mem.h>
 refused tools/measure.cc "options.h"
 refused tools/compose.cc <ka/message.h>
 refused include/ka/mem.h <ka/img.h>

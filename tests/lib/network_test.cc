@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "liberror.h"
+#include "messagelog.h"
 #include "support.h"
 
 namespace {

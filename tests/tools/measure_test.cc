@@ -35,7 +35,7 @@ TEST(Measure, GivesSumsPercentsAndScale) {
   constexpr MeasureSettings opaque_bright = {.ignore_alpha = true, .brighten = true};
   constexpr MeasureSettings intensity = {.signed_intensity = true};
   constexpr MeasureSettings bright_intensity = {.signed_intensity = true, .brighten = true};
-  // Colour: the root of (10000 + 40000) / 2 is 158.114; the range is 2 * 255, without alpha 441.
+  // Color: the root of (10000 + 40000) / 2 is 158.114; the range is 2 * 255, without alpha 441.
   // Intensity: trunc(100 * 0.299) = 29 and -59, -15 in the mean; the range is 255.
   const Pixels reds = {{100, 0, 0, 0}, {-200, 3, 0, -3}}, equals(2), alphas(2, {0, 0, 0, 99});
   const struct {
@@ -136,7 +136,7 @@ void expect_agreement(const ka::LinePlanes& first, const ka::LinePlanes& second,
         expected.most = std::max(expected.most, sum);
         expected.least = std::min(expected.least, sum);
       }
-      const auto& table = is_signed ? ka::intensity_kernels : ka::colour_kernels;
+      const auto& table = is_signed ? ka::intensity_kernels : ka::color_kernels;
       for (const ka::MeasureKernel kernel : ka::usable_kernels(table)) {
         ka::LineSums sums{};
         kernel(first, second, width, tolerance, channels, sums);
@@ -175,7 +175,7 @@ std::vector<int> added_up(const ka::Counters& counters) {
 }
 
 TEST(MeasureKernels, OfPass2AgreeWithThePlainRulesForEveryWidth) {
-  std::vector<std::uint32_t> table(ka::kLargestColourSum + 1);
+  std::vector<std::uint32_t> table(ka::kLargestColorSum + 1);
   for (std::size_t s = 0; s < table.size(); ++s) table[s] = std::uint32_t(s * 2654435761U);
   std::mt19937 random(3);
   for (std::size_t round = 0; round <= 400; ++round) {
@@ -184,7 +184,7 @@ TEST(MeasureKernels, OfPass2AgreeWithThePlainRulesForEveryWidth) {
     const int tolerance = int(random() % 8);
     const RandomLines lines(random, width);
     const auto sum_kernels =
-        ka::usable_kernels(is_signed ? ka::intensity_pixel_kernels : ka::colour_pixel_kernels);
+        ka::usable_kernels(is_signed ? ka::intensity_pixel_kernels : ka::color_pixel_kernels);
     const auto count_kernels = ka::usable_kernels(ka::count_kernels);
     for (std::size_t set = 0; set < sum_kernels.size(); ++set) {
       SCOPED_TRACE(testing::Message() << "width " << width << ", kernel " << set);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <ka/detail/context.h>
+#include <ka/detail/threadsafety.h>
 #include <ka/msg.h>
 
 namespace ka {
@@ -36,15 +37,25 @@ class CallbackScope {
 };
 
 // Holds a lock until the end of the block.
-class LockScope {
+class KA_SCOPED_CAPABILITY LockScope {
  public:
-  explicit LockScope(ka_mutex lock) : lock_(lock) { ka_lock(lock_); }
-  ~LockScope() { ka_unlock(lock_); }
+  explicit LockScope(const ka_mutex& lock) KA_ACQUIRE(lock) : lock_(lock) { ka_lock(lock_); }
+  ~LockScope() KA_RELEASE() { ka_unlock(lock_); }
   LockScope(const LockScope&) = delete;
   LockScope& operator=(const LockScope&) = delete;
 
  private:
   ka_mutex lock_;
 };
+
+// The same without a scope, where a lock is only tried. ka_trylock and ka_unlock themselves get a copy
+// of the lock, from which clang does not see which one it is.
+[[nodiscard]] inline bool try_lock(const ka_mutex& lock)
+    KA_TRY_ACQUIRE(true, lock) KA_NO_THREAD_SAFETY_ANALYSIS {
+  return ka_trylock(lock) != 0;
+}
+inline void unlock(const ka_mutex& lock) KA_RELEASE(lock) KA_NO_THREAD_SAFETY_ANALYSIS {
+  ka_unlock(lock);
+}
 
 }  // namespace ka

@@ -81,7 +81,7 @@ void luminance_to_bit(img_line* dst, const img_line* src, const float* weights, 
 
 template <typename Sample>
 constexpr ConvertRow opaque_row() {
-  ConvertRow row = colour_columns<Opaque<Sample>>();
+  ConvertRow row = color_columns<Opaque<Sample>>();
   set_scalars(row, {to_luminance<Sample, std::uint8_t>, to_luminance<Sample, std::uint16_t>,
                     to_luminance<Sample, float>});
   row[IMG_TYPE_BIT] = luminance_to_bit<Sample>;
@@ -91,7 +91,7 @@ constexpr ConvertRow opaque_row() {
 template <typename Sample>
 constexpr ConvertRow alpha_row() {
   using Source = WithAlpha<Sample>;
-  ConvertRow row = colour_columns<Source>();
+  ConvertRow row = color_columns<Source>();
   set_scalars(row, {to_luminance<Sample, std::uint8_t>, to_luminance<Sample, std::uint16_t>,
                     to_luminance<Sample, float>});
   row[IMG_TYPE_A] = to_alpha<Source, std::uint8_t>;
@@ -104,7 +104,7 @@ constexpr ConvertRow alpha_row() {
 template <typename Sample>
 constexpr ConvertRow scalar_to_all() {
   using Source = Scalar<Sample>;
-  ConvertRow row = colour_columns<Source>();
+  ConvertRow row = color_columns<Source>();
   set_scalars(row, {to_alpha<Source, std::uint8_t>, to_alpha<Source, std::uint16_t>,
                     to_alpha<Source, float>});
   row[IMG_TYPE_BIT] = alpha_to_bit<Sample>;

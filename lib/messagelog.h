@@ -36,7 +36,7 @@ void take_level_mask(std::uint32_t mask);
 // The position of a level's bit, 7 when it is not one of the seven levels.
 std::size_t level_index(std::uint32_t level);
 
-// Colours of a line on standard error, empty when colour is off: by level index; slot 7 ends the
+// Colors of a line on standard error, empty when color is off: by level index; slot 7 ends the
 // line.
 const char* color_of(std::size_t slot);
 

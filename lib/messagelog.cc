@@ -1,7 +1,7 @@
 // Message log: formats lines. It stands below everything else of the runtime: it takes no lock,
 // allocates nothing and works from the first instruction of the process, because every other part
 // reports through it.
-#include "liberror.h"
+#include "messagelog.h"
 
 #include <errno.h>
 

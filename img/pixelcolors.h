@@ -8,7 +8,7 @@
 namespace ka {
 
 // R, G, B and A, worked on at once. Comparing gives a mask for the conditional operator.
-using Color = float __attribute__((vector_size(16)));
+using ColorVector = float __attribute__((vector_size(16)));
 
 inline bool is_inside(const img_image* image, int x, int y) {
   return image && x >= 0 && x < image->width && y >= 0 && y < image->height;
@@ -29,7 +29,7 @@ inline Square square_at(const img_image* image, int x, int y) {
 inline bool bit_at(const std::uint8_t* plane, int x) { return (plane[x / 8] >> (x % 8) & 1) != 0; }
 inline void set_bit_at(std::uint8_t* plane, int x, bool value) {
   const unsigned mask = 1U << (x % 8);
-  plane[x / 8] = static_cast<std::uint8_t>((plane[x / 8] & ~mask) | (value ? mask : 0U));
+  plane[x / 8] = std::uint8_t((plane[x / 8] & ~mask) | (value ? mask : 0U));
 }
 
 // A value from 0 to `limit`; what is not a number is 0.
@@ -37,16 +37,17 @@ inline float clamp_to(float value, float limit) {
   const float low = value > 0.0F ? value : 0.0F;
   return low < limit ? low : limit;
 }
-inline Color clamp_to(Color value, float limit) {
-  const Color low = value > 0.0F ? value : Color{};
-  const Color limits = {limit, limit, limit, limit};
+inline ColorVector clamp_to(ColorVector value, float limit) {
+  const ColorVector low = value > 0.0F ? value : ColorVector{};
+  const ColorVector limits = {limit, limit, limit, limit};
   return low < limits ? low : limits;
 }
 
 // Images with two components hold no colors.
 inline bool img_has_color(const img_image* image) { return image->components != 2; }
 
-Color img_fetch_color(const ImageContext& context, const img_image* image, int x, int y);
-void img_store_color(const ImageContext& context, img_image* image, Color color, int x, int y);
+ColorVector img_fetch_color(const ImageContext& context, const img_image* image, int x, int y);
+void img_store_color(const ImageContext& context, img_image* image, ColorVector color, int x,
+                     int y);
 
 }  // namespace ka
