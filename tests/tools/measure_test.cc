@@ -109,10 +109,11 @@ void check_kernels(const ka::LinePlanes& first, const ka::LinePlanes& second, st
                      differences.data());
     count_kernels[set]({sums.data(), differences.data(), table.data(), is_signed}, width,
                        found.data(), main, alpha);
-    for (std::size_t x = 0; x < width; ++x) {
-      ASSERT_EQ(sums[x], shown[x]) << x;
-      ASSERT_TRUE(shown[x] == 0 || found[x] == entries[x]) << x;
-    }
+    for (std::size_t x = 0; x < width; ++x) found[x] *= shown[x] != 0;
+    sums.resize(width);
+    found.resize(width);
+    ASSERT_EQ(sums, shown);
+    ASSERT_EQ(found, entries);
     std::vector<int> found_alphas = added_up(alpha);
     found_alphas[0] = 0;  // of the pixels that do not differ
     ASSERT_EQ(found_alphas, alphas);
