@@ -34,7 +34,7 @@ template <typename Use>
   return true;
 }
 
-// The colors behind indexes. Others than those that were set are no colors.
+// The colors of indexes. Others than those that were set are no colors.
 class Palette {
  public:
   // Before: the index is the first, or the one after that of the last call. Indexes that pass a

@@ -1,4 +1,4 @@
-// Colors behind indexes of a byte each: the look-up for each instruction set.
+// Colors of indexes of a byte each: the look-up for each instruction set.
 #pragma once
 
 #include <array>
@@ -19,7 +19,7 @@ struct ColorTable {
   std::array<std::array<std::uint8_t, 256>, 4> planes{};
 };
 
-// Stores the colors of `count` indexes; a null plane is left out. The indexes stand in none of the
+// Stores the colors of `count` indexes; a null plane is left out. The indexes are in none of the
 // planes.
 using LookUpKernel = void (*)(const ColorTable& table, const std::uint8_t* indexes,
                               std::size_t count, const std::array<std::uint8_t*, 4>& planes);

@@ -268,7 +268,7 @@ std::size_t black_height_at_left(const Node* node) {
   return height;
 }
 
-// `mark` tells what the node is: "x" the root, "l" a left, "r" a right child.
+// `mark` says what the node is: "x" the root, "l" a left, "r" a right child.
 void dump(const Node* node, std::size_t depth, char mark) {
   static constexpr auto kDashes = [] {
     std::array<char, 2 * kLargestDepth> dashes{};

@@ -84,7 +84,7 @@ bool expand_environment(std::string_view from, PathText& to) {
 
 // --- The rule list -------------------------------------------------------------------------------
 
-// Takes what stands before the next delimiter, and the delimiter, off `from`. Escapes stay: they
+// Takes what comes before the next delimiter, and the delimiter, off `from`. Escapes stay: they
 // count again when variables are expanded. Empty without a delimiter.
 std::optional<std::string_view> take_piece(std::string_view& from, char delimiter) {
   for (std::size_t i = 0; i < from.size(); ++i) {

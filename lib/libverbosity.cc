@@ -71,7 +71,7 @@ void report_invalid_list() {
 
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
-// The bits that an item stands for; false for a name that is not known.
+// The bits that an item represents; false for a name that is not known.
 bool find_group(std::string_view item, std::uint32_t& bits) {
   if (!item.empty() && is_digit(item.front())) {
     unsigned number =
@@ -141,7 +141,7 @@ void ka::send_verbosities(int host) {
 void ka::take_verbosities(const ka_message_record& record) {
   ka::take_level_mask(record.level);
   for (int module = 0; module < KA_MODULE_COUNT;
-       ++module) {  // module 0 stands for all, then each has its own
+       ++module) {  // module 0 represents all, then each has its own
     std::uint32_t mask;
     std::memcpy(&mask, record.text + std::size_t(module) * sizeof mask, sizeof mask);
     set_masks(module, mask);

@@ -21,7 +21,7 @@ constexpr std::size_t kMaxFile = std::size_t{1} << 20;  // bytes
 constexpr int kNoSettings = 46;  // of the message about anything else under the file's name
 constexpr std::size_t kMaxFolder = 1536;  // characters of a folder from the environment
 
-// The folders that the drives A to Z stand for, with slashes, also at the end; empty: no such
+// The folders that the drives A to Z represent, with slashes, also at the end; empty: no such
 // drive. No mount table of this platform tells them.
 constexpr std::array<std::string_view, 26> kDrives{};
 

@@ -230,7 +230,7 @@ void Expansion::perform(const char* name, const ka::RegistryItem& item) {
   outermost_->is_stopped_ = was_stopped;  // an action that has grown too large ends alone
 }
 
-// What would go to the link layer or to the scene reader is told, and nothing more: they are not
+// What would go to the link layer or to the scene reader is reported, and nothing more: they are not
 // part of this library.
 void Expansion::act(const char* name, const ka::RegistryItem& item) {
   const std::string_view key = item.key.get();

@@ -81,7 +81,7 @@ struct Tiff {
 constexpr std::uint32_t kPackBits = 32773;
 constexpr char kNoOp = '\x80';
 
-// The directory stands behind the header, the offsets of the strips behind the directory.
+// The directory stands after the header, the offsets of the strips after the directory.
 std::string tiff(const Tiff& tiff) {
   constexpr std::uint32_t directory = 8, entries = 9, bits_of_samples = 4;
   const std::uint32_t bits_at = directory + 2 + entries * 12 + 4;
@@ -111,7 +111,7 @@ std::vector<std::uint32_t> in_turns(std::size_t count, const std::vector<std::ui
   return strips;
 }
 
-// Every row passes over the same bytes, which stand for nothing.
+// Every row passes over the same bytes, which represent nothing.
 std::string tiff_of_shared_no_ops() {
   constexpr std::uint32_t height = 20000;
   return tiff({.width = 1,

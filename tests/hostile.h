@@ -1,5 +1,5 @@
 // Pictures made to cost more than their size justifies: a few bytes that claim many pixels, data
-// that is read again and again, data that stands for nothing.
+// that is read again and again, data that represents nothing.
 #pragma once
 
 #include <ostream>

@@ -74,7 +74,7 @@ enum Slot : std::size_t { kR, kG, kB, kA };
 
 // An image without a file.
 Image make_image(int type, int width, int height);
-// Opens a file in the given type and reads it whole; empty after a failure, `error` tells which.
+// Opens a file in the given type and reads it whole; empty after a failure, `error` says which.
 Image read_image(const std::string& path, int type, int* error = nullptr);
 // Creates a file whose own type is `type`, writes the image and closes it. Returns the error.
 int write_image(const std::string& path, int format, img_image* image);
@@ -142,7 +142,7 @@ int open_descriptors();  // how many files this process has open
 constexpr int kCapture = -1, kClosed = -2;
 
 struct Program {
-  std::vector<std::string> arguments;      // behind the program's name
+  std::vector<std::string> arguments;      // after the program's name
   std::vector<std::string> environment{};  // NAME=value, added to the tests' own without KA_...
   int standard_output = kCapture;          // or a file descriptor
   int standard_error = kCapture;

@@ -11,7 +11,7 @@
 
 namespace ka {
 
-// Pixels looked at together: most blocks of most pairs do not differ.
+// Pixels examined together: most blocks of most pairs do not differ.
 inline constexpr std::size_t kMeasureBlock = 64;
 
 // Largest pixel sums: four squares of 255; intensity: brightness and alpha together.
@@ -45,7 +45,7 @@ extern const KernelTable<PixelKernel> color_pixel_kernels;
 extern const KernelTable<PixelKernel> intensity_pixel_kernels;
 
 // Pixels by bin, those of negative sums kCounterMiddle further on; or by difference of alpha around
-// kCounterMiddle, those that do not differ at 0. They stand in several sets, so that pixels that
+// kCounterMiddle, those that do not differ at 0. They are in several sets, so that pixels that
 // count alike do not wait for each other, and sets do not start a power of two apart, as the
 // processor would take their addresses for the same.
 inline constexpr std::size_t kCounterSets = 8, kCounterMiddle = 256;

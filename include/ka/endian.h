@@ -12,7 +12,7 @@ KA_BEGIN_DECLS
  *   i, f  4 bytes
  *   d     8 bytes
  *   p     8 bytes set to zero: a pointer has no meaning on another host
- * A decimal number n in front of a code stands for n fields more: "5i" are six. Other characters
+ * A decimal number n before a code represents n fields more: "5i" are six. Other characters
  * are ignored. Fields follow each other without gaps and need no alignment.
  *   Returns  0. */
 int ka_swap(void* record, const char* format);

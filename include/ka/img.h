@@ -179,7 +179,7 @@ typedef struct img_file {
 #define IMG_MAGIC 0xdeadbeefu
 
 /* An image in memory: this header, `height` entries of the line table, and the planes, in one
- * block. All offsets count from the start of the block, so that it can stand in a file as it is.
+ * block. All offsets count from the start of the block, so that it can are in a file as it is.
  * Line 0 is the bottom line of the picture. */
 typedef struct img_image {
   float filter;
@@ -264,7 +264,7 @@ int ka_img_close(img_file* handle);
 int ka_img_line_read(img_file* handle, img_line* line);
 int ka_img_line_write(img_file* handle, img_line* line);
 
-/* A line record of handle->type and handle->width with its planes behind it, zeroed; without planes
+/* A line record of handle->type and handle->width with its planes after it, zeroed; without planes
  * where handle->lacks_lines is set.
  *   Returns  null with handle->error 10 when handle->type is no type, as after a failed open.
  *   Memory   the caller's, released with ka_mem_release. */

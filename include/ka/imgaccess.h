@@ -20,7 +20,7 @@ typedef enum img_color_clip {
   IMG_CLIP_EACH         /* components end at 1; also for any other number */
 } img_color_clip;
 
-/* The part of a scene's options that tells how its pictures are stored. */
+/* The part of a scene's options that says how its pictures are stored. */
 typedef struct img_options {
   int desaturate;     /* colors out of range are pulled towards their grey instead of clamped */
   int dither;         /* samples of 8 and 16 bits get a random offset of up to half a step */

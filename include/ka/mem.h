@@ -83,7 +83,7 @@ typedef int (*ka_mem_limit_function)(int64_t wanted);
 void ka_mem_limit_handler(int module, ka_mem_limit_function handler);
 
 /* Limits the heap estimate, which it tells as information; 0: no limit; a negative value changes
- * and tells nothing. Returns the limit until now in units of 8 bytes. Without one, the first
+ * and says nothing. Returns the limit until now in units of 8 bytes. Without one, the first
  * refusal of the system sets it to 7/8 of the heap. */
 int64_t ka_mem_memory_limit(int64_t bytes);
 

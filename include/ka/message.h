@@ -36,7 +36,7 @@ enum ka_subverbosity {
  *   Cost     a message whose level is off costs one test; nothing is formatted.
  *   Threads  any; lines of several threads do not mix. errno stays as it is. */
 
-/* Fatal messages always show, also stand in the log file, and end the process with
+/* Fatal messages always show, also are in the log file, and end the process with
  * exit status 1. */
 KA_NORETURN void ka_fatal(const char* format, ...) KA_PRINTF(1, 2);
 KA_NORETURN void ka_nfatal(int number, const char* format, ...) KA_PRINTF(2, 3);
@@ -96,7 +96,7 @@ void ka_set_default_console_colour(void);
 void ka_toggle_netmessage(int flag);
 
 /* What travels between the hosts of a network: a log line, or the settings of the master. Fields
- * are 32-bit and stand in the sender's byte order. In a record of settings the masks of all modules
+ * are 32-bit and are in the sender's byte order. In a record of settings the masks of all modules
  * take the place of the text. */
 typedef struct ka_message_record {
   int32_t kind;   /* KA_RECORD_LINE or KA_RECORD_SETTINGS */
@@ -109,7 +109,7 @@ typedef struct ka_message_record {
 enum { KA_RECORD_LINE = 1, KA_RECORD_SETTINGS = 2 };
 
 /* Receives a record from another host: shows its line, or takes over its settings, which the master
- * passes on to all hosts. The channel and the length are not looked at; `swap` not 0 tells that the
+ * passes on to all hosts. The channel and the length are not looked at; `swap` not 0 says that the
  * sender has the other byte order. The record stays the caller's; its bytes are
  * swapped in place. */
 void ka_lib_netmessage(int channel, ka_message_record* record, size_t length, int swap);

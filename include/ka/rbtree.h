@@ -39,7 +39,7 @@ uint32_t ka_rbtree_getmode(const ka_rbtree* tree);
 /* The number of items; items with the same key count one each. */
 size_t ka_rbtree_get_nitems(const ka_rbtree* tree);
 
-/* Adds an item, behind those that have the same key already.
+/* Adds an item, after those that have the same key already.
  *   Returns  1; 0 when the key is there and the mode has KA_RB_UNIQUE: nothing changes.
  *   Cost     grows with the logarithm of the number of keys, and with the number of items that have
  *            this key. */
@@ -56,7 +56,7 @@ int ka_rbtree_search(const ka_rbtree* tree, uintptr_t key, uintptr_t* value);
 int ka_rbtree_dupsearch(const ka_rbtree* tree, uintptr_t key, size_t index, size_t* following,
                         uintptr_t* value);
 
-/* Removes the first item with the key; those behind it move up.
+/* Removes the first item with the key; those after it move up.
  *   Returns  1, or 0 when there is none. */
 int ka_rbtree_remove(ka_rbtree* tree, uintptr_t key);
 /* Removes the item that ka_rbtree_dupsearch finds with the same arguments. */

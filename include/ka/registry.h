@@ -1,5 +1,5 @@
 /* Registry: entries that texts refer to in braces. An entry is a list of items, each a key with a
- * value. The reference {name} stands for the entry's value, which may hold references itself, and
+ * value. The reference {name} represents the entry's value, which may hold references itself, and
  * {$NAME} for an environment variable. Looking a text up with side effects also does what the items
  * of its entries say:
  *   value       nothing: the first item of this key holds the entry's value
@@ -24,7 +24,7 @@ void ka_lib_registry_init(void);
 void ka_lib_registry_exit(void);
 
 /* Makes an empty entry, in place of any of that name. The name is the reference with its braces. An
- * underscore behind the brace makes it optional: references to it may fail without an error
+ * underscore after the brace makes it optional: references to it may fail without an error
  * message.
  *   Returns  1, or 0 after error 18, or before ka_lib_registry_init. */
 int ka_lib_registry_begin(const char* name);
@@ -39,13 +39,13 @@ int ka_lib_registry_add(const char* name, const char* key, const char* value);
  *            variable, 25 no such entry (none for an optional one), 27 an entry without a value.
  *            With side effects an entry needs no value, and the numbers are 800 higher.
  *            A value that cannot be expanded itself stands as it is; one that leads back to itself
- *            is followed 128 times, then error 28 tells where.
+ *            is followed 128 times, then error 28 says where.
  *            A null text gives null; before ka_lib_registry_init every text gives a copy.
  *   Memory   the caller's, given back with ka_mem_release. */
 char* ka_lib_registry_lookup(const char* text, int side_effects);
 
 /* Writes all entries in the form in which scene files hold them. A null stream prints one
- * information message per item instead, with a star behind the entry's value. */
+ * information message per item instead, with a star after the entry's value. */
 void ka_lib_registry_print(FILE* stream);
 
 KA_END_DECLS

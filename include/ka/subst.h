@@ -9,7 +9,7 @@
  *   /.dll$/.so/ /.obj$/.o/ /.lib$/.a/ /^[a-z]:// /^[A-Z]:// %\%/%
  * In a search text ^ or ` in front ties it to the start of the name, $ matches the end of the name,
  * ? any character, [x-y] a character from x to y. Without the tie every occurrence is replaced. An
- * ESC character (0x1b) takes the meaning from a delimiter or a $ behind it. At last the registry
+ * ESC character (0x1b) takes the meaning from a delimiter or a $ after it. At last the registry
  * (ka/registry.h) may replace the whole name. */
 #pragma once
 
@@ -19,7 +19,7 @@ KA_BEGIN_DECLS
 
 enum { KA_PATH_SIZE = 1024 }; /* bytes of a substituted path with its closing zero */
 
-/* Writes the path that `name` stands for into `buffer` and returns `buffer`; a null name gives
+/* Writes the path that `name` represents into `buffer` and returns `buffer`; a null name gives
  * null.
  *   Shape    `size` bytes of room, the closing zero included; a longer path is cut after error 38.
  *            On the way names are cut at 4095 characters, with the same error.

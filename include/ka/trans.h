@@ -51,7 +51,7 @@ void ka_context_exit(void);
 /* Worlds, sessions and transactions.
  *
  * A world contains sessions, a session contains transactions. Each is known by the tag of its
- * element in the scene database, which other threads attach to; tag 0 stands for the default world,
+ * element in the scene database, which other threads attach to; tag 0 represents the default world,
  * session and transaction of the process, which are always there. Each world has a default session
  * and a default transaction with the world's tag, each session a default transaction with its own.
  * Elements belong to the transaction that was current at their creation.

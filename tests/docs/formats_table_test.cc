@@ -9,7 +9,7 @@
 
 namespace {
 
-// The rows of the table, which stands in front of the first section: those that start with a
+// The rows of the table, which comes before the first section: those that start with a
 // number.
 std::vector<std::string> documented_rows() {
   std::ifstream file(FORMATS_TABLE);

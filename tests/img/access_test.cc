@@ -1,4 +1,5 @@
-// Colours of single pixels: samples of every pixel type, premultiplication, dithering, squares.
+// Single pixels: colors, scalars, vectors, normals, depths and labels of every pixel type,
+// premultiplication, dithering, squares.
 #include <gtest/gtest.h>
 #include <ka/random.h>
 #include <ka/trans.h>
@@ -6,16 +7,17 @@
 #include <algorithm>
 #include <climits>
 #include <cmath>
-#include <cstring>
 #include <limits>
 
 #include "img/mode.h"
-#include "support.h"
+#include "pictures.h"
 
 namespace {
 
+using Vector = std::array<float, 3>;
 using test::Color, test::get, test::Image, test::make_image, test::Mode, test::put;
 
+constexpr float kLargest = 3.4028235e38F;
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 
 // Sample x of a plane, as a number.
@@ -62,6 +64,12 @@ const std::vector<Row> kRows = {
     {IMG_TYPE_RGBA, kBright, {0, 255, 128, 255}, {0, 1, 128 / 255.0F, 1}},
     {IMG_TYPE_RGBA_16, {kNan, 7, 0, kNan}, {0, 65535, 0, 0}, {0, 1, 0, 0}}};
 
+float scalar(const img_image* image, int x, int y) {
+  float result = -7;
+  ka_img_get_scalar(image, &result, x, y);
+  return result;
+}
+
 TEST(ColorAccess, SamplesAreStoredAndFetched) {
   for (const auto& [type, given, samples, fetched] : kRows) {
     SCOPED_TRACE(ka_img_type_name(type));
@@ -78,18 +86,107 @@ TEST(ColorAccess, SamplesAreStoredAndFetched) {
   }
 }
 
-TEST(ColorAccess, NothingIsStoredOutsideNorInVectors) {
-  const Image image = make_image(IMG_TYPE_RGBA, 3, 2), fresh = make_image(IMG_TYPE_RGBA, 3, 2);
-  for (const auto& [x, y] :
-       {std::pair{-1, 0}, {3, 0}, {0, -1}, {0, 2}, {INT_MAX, 0}, {0, INT_MIN}}) {
-    put(image.get(), x, y, {1, 1, 1, 1});
-    EXPECT_EQ(get(image.get(), x, y), Color{}) << x << ", " << y;
+TEST(ScalarAccess, IsStoredAndFetched) {
+  const struct {
+    int type;
+    float given, fetched;
+  } rows[] = {{IMG_TYPE_S, 0.25F, 64 / 255.0F},  // 63.75 + 0.5
+              {IMG_TYPE_S, -1, 0},
+              {IMG_TYPE_S, kNan, 0},
+              {IMG_TYPE_S_16, 0.25F, 16384 / 65535.0F},
+              {IMG_TYPE_S_FP, -2.5F, -2.5F},
+              {IMG_TYPE_BIT, 0.5F, 1},
+              {IMG_TYPE_BIT, 0.4F, 0},
+              {IMG_TYPE_RGBA, 0.25F, 64 / 255.0F},  // their alpha
+              {IMG_TYPE_RGB, 1, 0},                 // with two or three components there is none
+              {IMG_TYPE_VTA, 1, 0}};
+  for (const auto& [type, given, fetched] : rows) {
+    SCOPED_TRACE(ka_img_type_name(type));
+    const Image image = make_image(type, 10, 2);
+    ka_img_put_scalar(image.get(), given, 9, 1);
+    EXPECT_EQ(scalar(image.get(), 9, 1), fetched);
+    EXPECT_EQ(scalar(image.get(), 8, 1), 0);
+    EXPECT_EQ(scalar(image.get(), 9, 0), 0);
   }
-  EXPECT_EQ(std::memcmp(image.get() + 1, fresh.get() + 1, 2 * (16 + 4 * 3)), 0);
-  const Image vectors = make_image(IMG_TYPE_VTA, 2, 1);
-  put(vectors.get(), 0, 0, kColor);
-  EXPECT_EQ(sample(vectors.get(), 0, 0, 0), 0);
-  EXPECT_EQ(get(vectors.get(), 0, 0), (Color{-7, -7, -7, -7}));
+}
+
+TEST(Vector, IsTwoClampedShorts) {
+  struct Short {
+    float given;
+    std::int16_t stored;  // floor(c * 32767 + 0.5)
+  };
+  for (const auto& [given, stored] :
+       {Short{2, 32767}, {-3, -32767}, {0.5F, 16384}, {-0.5F, -16383}, {kNan, 0}}) {
+    const Image image = make_image(IMG_TYPE_VTA, 2, 1);
+    const Vector both = {given, -1, 5};
+    ka_img_put_vector(image.get(), both.data(), 1, 0);
+    EXPECT_EQ(test::samples<std::int16_t>(test::plane(image.get(), 0, 0), 2)[1], stored);
+    Vector fetched;
+    ka_img_get_vector(image.get(), fetched.data(), 1, 0);
+    EXPECT_EQ(fetched, (Vector{float(stored) / 32767.0F, -1, 0}));
+  }
+}
+
+TEST(DepthNormalAndLabel, AreStoredAsTheyAre) {
+  const Image depths = make_image(IMG_TYPE_Z, 3, 2), labels = make_image(IMG_TYPE_TAG, 3, 2),
+              normals = make_image(IMG_TYPE_N, 3, 2);
+  const Vector given = {-1, 1e9F, 0.25F};
+  ka_img_put_depth(depths.get(), -1e30F, 2, 1);
+  ka_img_put_label(labels.get(), 0xfedcba98, 2, 1);
+  ka_img_put_normal(normals.get(), given.data(), 2, 1);
+  float depth;
+  std::uint32_t label;
+  Vector normal;
+  ka_img_get_depth(depths.get(), &depth, 2, 1);
+  ka_img_get_label(labels.get(), &label, 2, 1);
+  ka_img_get_normal(normals.get(), normal.data(), 2, 1);
+  EXPECT_EQ(depth, -1e30F);
+  EXPECT_EQ(label, 0xfedcba98);
+  EXPECT_EQ(normal, given);
+}
+
+// What getters give for pixels that are not there; nothing may be stored in them.
+void expect_nothing(img_image* image, int x, int y) {
+  constexpr Vector ones = {1, 1, 1};
+  ka_img_put_vector(image, ones.data(), x, y);
+  ka_img_put_normal(image, ones.data(), x, y);
+  ka_img_put_depth(image, 1, x, y);
+  ka_img_put_label(image, 1, x, y);
+  Vector vector = ones, normal = ones;
+  float depth = 1;
+  std::uint32_t label = 1;
+  ka_img_get_vector(image, vector.data(), x, y);
+  ka_img_get_normal(image, normal.data(), x, y);
+  ka_img_get_depth(image, &depth, x, y);
+  ka_img_get_label(image, &label, x, y);
+  EXPECT_EQ(vector, Vector{});
+  EXPECT_EQ(normal, Vector{});
+  EXPECT_EQ(depth, kLargest);
+  EXPECT_EQ(label, 0U);
+}
+
+// Outside of every type, and inside where planes are narrower than the data, or where there is
+// none in the place.
+TEST(Access, NothingIsStoredWhereThereIsNoRoom) {
+  for (int type = 0; type < IMG_TYPE_COUNT; ++type) {
+    SCOPED_TRACE(ka_img_type_name(type));
+    const Image image = make_image(type, 3, 2), fresh = make_image(type, 3, 2);
+    const bool is_vector = type == IMG_TYPE_VTA || type == IMG_TYPE_VTS;
+    for (const auto& [x, y] :
+         {std::pair{-1, 0}, {3, 0}, {0, -1}, {0, 2}, {INT_MAX, 0}, {0, INT_MIN}}) {
+      expect_nothing(image.get(), x, y);
+      put(image.get(), x, y, {1, 1, 1, 1});
+      ka_img_put_scalar(image.get(), 1, x, y);
+      EXPECT_EQ(scalar(image.get(), x, y), 0);
+      EXPECT_TRUE(is_vector || get(image.get(), x, y) == Color{});
+    }
+    constexpr int without[] = {IMG_TYPE_RGBA, IMG_TYPE_S, IMG_TYPE_S_FP, IMG_TYPE_BIT,
+                               IMG_TYPE_S_16};
+    if (std::ranges::count(without, type)) expect_nothing(image.get(), 1, 0);
+    if (is_vector) put(image.get(), 0, 0, kColor);
+    EXPECT_TRUE(!is_vector || get(image.get(), 0, 0) == (Color{-7, -7, -7, -7}));
+    EXPECT_EQ(test::lines_of(image.get()), test::lines_of(fresh.get()));
+  }
 }
 
 TEST(ColorAccess, ColorsAreDividedByAlphaInImages) {
@@ -130,20 +227,20 @@ TEST(Dither, OneNumberPerPixelMovesEveryComponent) {
 
 TEST(Square, IsTheFourPixelsAndRepeatsTheLastOnes) {
   const Mode mode({.premultiply = 1, .color_clip = IMG_CLIP_RAISE_ALPHA, .gamma = 1.8F});
-  for (const int type : {IMG_TYPE_RGBA, IMG_TYPE_RGB_16, IMG_TYPE_S, IMG_TYPE_RGBE,
+  for (const int type : {IMG_TYPE_RGBA, IMG_TYPE_RGB_16, IMG_TYPE_S, IMG_TYPE_S_16, IMG_TYPE_RGBE,
                          IMG_TYPE_RGBA_FP, IMG_TYPE_Z, IMG_TYPE_BIT}) {
     const Image image = make_image(type, 3, 2);
     for (int i = 0; i < 6; ++i) {
       put(image.get(), i % 3, i / 3, {0.1F * float(i), 1 - 0.2F * float(i), 0.5F, 0.25F});
     }
-    for (int i = 0; i < 6; ++i) {
-      float square[4][4];
-      ka_img_get_color_square(image.get(), square, i % 3, i / 3);
-      for (int corner = 0; corner < 4; ++corner) {
-        const Color wanted =
-            get(image.get(), std::min(i % 3 + corner % 2, 2), std::min(i / 3 + corner / 2, 1));
-        EXPECT_TRUE(std::equal(wanted.begin(), wanted.end(), square[corner])) << type << " " << i;
-      }
+    for (int i = 0; i < 24; ++i) {
+      float colors[4][4], scalars[4] = {-7, -7, -7, -7};
+      const int pixel = i / 4, corner = i % 4;
+      ka_img_get_color_square(image.get(), colors, pixel % 3, pixel / 3);
+      ka_img_get_scalar_square(image.get(), scalars, pixel % 3, pixel / 3);
+      const int x = std::min(pixel % 3 + corner % 2, 2), y = std::min(pixel / 3 + corner / 2, 1);
+      EXPECT_TRUE(std::ranges::equal(get(image.get(), x, y), colors[corner])) << type << " " << i;
+      EXPECT_EQ(image->components > 1 ? -7 : scalar(image.get(), x, y), scalars[corner]) << i;
     }
   }
 }

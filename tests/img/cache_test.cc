@@ -63,25 +63,17 @@ std::vector<float> values_at(const img_image* image, int x, int y) {
   return values;
 }
 
-// Reverses the bytes of each word of `size` bytes.
-void swap_words(std::string& file, std::size_t begin, std::size_t end, std::size_t size = 4) {
-  for (auto at = file.begin() + std::ptrdiff_t(begin); at < file.begin() + std::ptrdiff_t(end);) {
-    std::reverse(at, at + std::ptrdiff_t(size));
-    at += std::ptrdiff_t(size);
-  }
-}
-
 // The file of a texture as a host of the other byte order writes it.
 std::string from_other_host(const Texture& texture) {
   std::string file = test::read_file(texture.path());
   const std::size_t sample = std::size_t(texture.image()->bits + 7) / 8;
-  swap_words(file, 0, 64);
+  test::swap_words(file, 0, 64);
   for (int k = texture.image()->levels - 1; k >= 0; --k) {
     const std::size_t at = 64 + texture.copy()->level_offset[k];
     const std::size_t planes = at + 120 + 16 * std::size_t(texture.copy(k)->height);
-    swap_words(file, at, at + 104);
-    swap_words(file, at + 108, planes);
-    swap_words(file, planes, planes + texture.bytes(k), sample);
+    test::swap_words(file, at, at + 104);
+    test::swap_words(file, at + 108, planes);
+    test::swap_words(file, planes, planes + texture.bytes(k), sample);
   }
   return file;
 }

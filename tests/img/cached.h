@@ -5,6 +5,7 @@
 #include <ka/detail/scope.h>
 #include <ka/mem.h>
 
+#include <algorithm>
 #include <cstring>
 #include <random>
 #include <string>
@@ -14,6 +15,14 @@
 #include "support.h"
 
 namespace test {
+
+// Reverses the bytes of each word of `size` bytes from `begin` to `end`.
+inline void swap_words(std::string& file, std::size_t begin, std::size_t end,
+                       std::size_t size = 4) {
+  for (std::size_t at = begin; at < end; at += size) {
+    std::reverse(file.begin() + std::ptrdiff_t(at), file.begin() + std::ptrdiff_t(at + size));
+  }
+}
 
 // An image whose planes have random bytes, exponents below those of infinity.
 inline Image random_image(int type, int width, int height, unsigned seed) {

@@ -1,4 +1,4 @@
-// Clipping and desaturation of colours.
+// Clipping and desaturation of colors.
 #include <gtest/gtest.h>
 
 #include <limits>
@@ -21,7 +21,7 @@ TEST(Clip, ColorIsWhatTheModeSays) {
     bool desaturate;
     Color given, expected;
   } rows[] = {{2, false, {-1, 0.5F, 3, 2}, {0, 0.5F, 1, 1}},
-              {2, false, {1, 0.5F, 0, 0.25F}, {1, 0.5F, 0, 0.25F}},  // colours may pass alpha
+              {2, false, {1, 0.5F, 0, 0.25F}, {1, 0.5F, 0, 0.25F}},  // colors may pass alpha
               {0, false, {2, 0.5F, 0.5F, 0.2F}, {1, 0.5F, 0.5F, 1}},
               {0, false, {0, 0.5F, 0.75F, 0}, {0, 0.5F, 0.75F, 0.75F}},
               {0, false, {-3, -2, -1, -4}, {0, 0, 0, 0}},

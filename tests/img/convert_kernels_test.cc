@@ -46,7 +46,7 @@ void compare(const ka::KernelTable<Kernel>& table, Run run) {
   const std::vector<To> old = noise<To>(longest + 1);
   for (const Kernel kernel : ka::usable_kernels(table)) {
     for (std::size_t count = 0; count <= longest; ++count) {
-      for (const std::size_t first : {std::size_t{0}, std::size_t{1}}) {  // planes stand anywhere
+      for (const std::size_t first : {std::size_t{0}, std::size_t{1}}) {  // planes are anywhere
         std::vector<To> expected(old.begin(), old.begin() + std::ptrdiff_t(count + 1)),
             actual = expected;
         run(table.base, expected.data(), first, count);
@@ -104,36 +104,24 @@ TEST(SharedExponentKernels, Agree) {
   }
 }
 
-TEST(SharedExponentKernels, AgreeOnBytes) {
-  const std::size_t plane = 3 * kVector + 2;
-  std::vector<std::uint8_t> codes = noise<std::uint8_t>(4 * plane);
-  for (std::size_t x = 0; x < plane; ++x) codes[3 * plane + x] = std::uint8_t(120 + x % 20);
-  compare<std::uint8_t>(ka::decode_bytes_kernels,
-                        [&](auto kernel, std::uint8_t* to, std::size_t first, std::size_t count) {
-                          const std::uint8_t* const from = codes.data() + first;
-                          std::vector<std::uint8_t> others(2 * count);
-                          kernel({from, from + plane, from + 2 * plane, from + 3 * plane},
-                                 {others.data(), to, others.data() + count}, count);
-                        });
-}
-
+// All pairs of a mantissa and an exponent, from different codes on.
 TEST(SharedExponentKernels, GiveEveryCodeItsByte) {
   constexpr std::size_t kCodes = 65536;
-  std::vector<std::uint8_t> mantissas(kCodes), exponents(kCodes), bytes(3 * kCodes);
+  std::vector<std::uint8_t> mantissas(kCodes), exponents(kCodes), expected(kCodes);
   for (std::size_t x = 0; x < kCodes; ++x) {
-    mantissas[x] = std::uint8_t(x);
-    exponents[x] = std::uint8_t(x >> 8);
+    const int m = mantissas[x] = std::uint8_t(x), e = exponents[x] = std::uint8_t(x >> 8);
+    expected[x] = e == 0 ? 0 : std::uint8_t(std::min(std::ldexp(m + 0.5, e - 136), 1.0) * 255);
   }
   for (const auto kernel : ka::usable_kernels(ka::decode_bytes_kernels)) {
-    const std::uint8_t *const m = mantissas.data(), *const e = exponents.data();
-    kernel({m, e, m, e}, {bytes.data(), &bytes[kCodes], &bytes[2 * kCodes]}, kCodes);
-    for (std::size_t x = 0; x < kCodes; ++x) {
-      const auto light = [&](int mantissa) {
-        return e[x] == 0 ? 0 : std::min(std::ldexp(mantissa + 0.5, e[x] - 136), 1.0);
-      };
-      ASSERT_EQ(bytes[x], int(light(m[x]) * 255)) << x;
-      ASSERT_EQ(bytes[kCodes + x], int(light(e[x]) * 255)) << x;
-      ASSERT_EQ(bytes[2 * kCodes + x], bytes[x]) << x;
+    for (std::size_t first = 0, count = 0; first + count <= kCodes; first += count++) {
+      const std::uint8_t *const m = &mantissas[first], *const e = &exponents[first];
+      std::vector<std::uint8_t> r(count + 1, 0x5a), g = r, b = r;
+      kernel({m, e, m, e}, {r.data(), g.data(), b.data()}, count);
+      ASSERT_TRUE(std::equal(r.begin(), r.end() - 1, expected.begin() + long(first))) << count;
+      for (std::size_t x = 0; x < count; ++x) ASSERT_EQ(g[x], expected[e[x] * 257U]) << count;
+      ASSERT_EQ(b, r);
+      ASSERT_EQ(g.back(), 0x5a);
+      ASSERT_EQ(b.back(), 0x5a);
     }
   }
 }

@@ -21,17 +21,10 @@ constexpr std::uint8_t kGuardByte = 0xa5;
 const Layout& layout(int type) { return kLayouts[std::size_t(type)]; }
 bool is_float(int type) { return layout(type).bits == 32 && type != IMG_TYPE_TAG; }
 
-bool is_colour(int t) {
-  return t == IMG_TYPE_RGBA || t == IMG_TYPE_RGBA_16 || t == IMG_TYPE_RGB || t == IMG_TYPE_RGB_16 ||
-         t == IMG_TYPE_RGBA_FP || t == IMG_TYPE_RGB_FP;
-}
-bool is_alpha(int t) { return t == IMG_TYPE_A || t == IMG_TYPE_A_16 || t == IMG_TYPE_A_FP; }
-bool is_scalar(int t) {
-  return is_alpha(t) || t == IMG_TYPE_S || t == IMG_TYPE_S_16 || t == IMG_TYPE_S_FP;
-}
-bool is_direction(int t) {
-  return t == IMG_TYPE_VTA || t == IMG_TYPE_VTS || t == IMG_TYPE_N || t == IMG_TYPE_M;
-}
+// Color, alpha, scalar, direction, grey (z, coverage), label, bit, shared exponent; by type.
+constexpr char kKinds[] = "CCCCaassddgdlCdbCgeas";
+bool is(int type, char kind) { return kKinds[type] == kind; }
+bool is_scalar(int type) { return is(type, 'a') || is(type, 's'); }
 
 double clamp(double v, double least, double most) {
   return std::isnan(v) ? 0.0 : std::clamp(v, least, most);
@@ -98,10 +91,10 @@ double grey(int src, int bits, double v) {
 
 // Red, green or blue (channel 0 to 2) of any source, and alpha (3) of those that have one.
 double channel_of(int src, int bits, const Pixel& p, std::size_t channel, double old) {
-  if (is_colour(src)) return depth(layout(src).bits, bits, p[channel], old);
+  if (is(src, 'C')) return depth(layout(src).bits, bits, p[channel], old);
   if (is_scalar(src)) return depth(layout(src).bits, bits, p[3], old);
   if (src == IMG_TYPE_BIT) return bits == 32 ? p[3] : depth(8, bits, 255 * p[3], old);
-  if (is_direction(src)) return direction(src, bits, p, channel);
+  if (is(src, 'd')) return direction(src, bits, p, channel);
   if (src == IMG_TYPE_TAG) return label(bits, p[0], int(channel), 3);
   return grey(src, bits, p[0]);
 }
@@ -136,13 +129,13 @@ double luminance(const Pixel& p, const float* w) {
 
 double scalar_of(int src, int dst, const Pixel& p, double old, const float* weights) {
   const int from = layout(src).bits, to = layout(dst).bits;
-  if (is_direction(src)) {
+  if (is(src, 'd')) {
     const double sum = part(src, p[0], true) + part(src, p[1], true);
     return sample(to, sum * by_depth(to, 63, 16383, 0.5) + middle(to));
   }
   if (src == IMG_TYPE_TAG) return label(to, p[0], 0, 1);
-  if (!is_colour(src)) return channel_of(src, to, p, 0, old);
-  if (is_alpha(dst) && layout(src).planes == 4) return depth(from, to, p[3], old);
+  if (!is(src, 'C')) return channel_of(src, to, p, 0, old);
+  if (is(dst, 'a') && layout(src).planes == 4) return depth(from, to, p[3], old);
   const double l = luminance(p, weights);
   if (to == 32) return float(l);
   if (from == 16 && to == 8) return std::floor(sample(16, l) / 256);
@@ -154,7 +147,7 @@ double bit_of(int src, const Pixel& p, const float* weights) {
   const auto counts = [&](double v) {
     return from.bits == 16 ? std::floor(sample(16, v) / 256) != 0 : v != 0;
   };
-  if (is_colour(src)) return from.planes == 4 ? counts(p[3]) : counts(luminance(p, weights));
+  if (is(src, 'C')) return from.planes == 4 ? counts(p[3]) : counts(luminance(p, weights));
   if (is_scalar(src)) return counts(p[3]);
   const int tested = src == IMG_TYPE_RGBE ? 3 : from.planes;
   return std::any_of(p.begin(), p.begin() + tested, [](double v) { return v != 0; });
@@ -172,7 +165,7 @@ Pixel rgbe_of(int src, const Pixel& p) {
 bool stays(int dst, int src) {
   const auto are = [&](int a, int s) { return (src == a || src == s) && (dst == a || dst == s); };
   return src == dst || are(IMG_TYPE_A, IMG_TYPE_S) || are(IMG_TYPE_A_16, IMG_TYPE_S_16) ||
-         !(is_colour(dst) || is_scalar(dst) || dst == IMG_TYPE_BIT || dst == IMG_TYPE_RGBE);
+         !(is(dst, 'C') || is_scalar(dst) || dst == IMG_TYPE_BIT || dst == IMG_TYPE_RGBE);
 }
 
 }  // namespace

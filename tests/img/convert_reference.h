@@ -20,7 +20,7 @@ struct Layout {
 // As the pixel types are documented, by img_type.
 extern const std::array<Layout, IMG_TYPE_COUNT> kLayouts;
 
-// A line of a pixel type. Behind each plane of a guarded line stand bytes that nobody may touch;
+// A line of a pixel type. After each plane of a guarded line stand bytes that must stay unchanged;
 // the planes of other lines end where their memory ends.
 class PlanarLine {
  public:

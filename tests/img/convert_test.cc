@@ -1,8 +1,10 @@
-// Conversions between pixel types, one line at a time.
+// Conversions between pixel types, one line at a time: against the rules, and worked out by hand.
 #include <gtest/gtest.h>
 #include <ka/message.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <random>
 
@@ -21,72 +23,53 @@ using test::PlanarLine;
 constexpr float kWeights[4] = {0.299F, 0.587F, 0.114F, 0.0F};
 constexpr float kInfinity = std::numeric_limits<float>::infinity();
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
-// Behind the module: level error, message 6.
+// After the module: level error, message 6.
 constexpr char kRefusal[] = "1006: cannot convert to vector,Z,normal,motion,tag";
 
 const char* name_of(int type) { return type == IMG_TYPE_A_FP ? "a_fp" : ka_img_type_name(type); }
 
 bool is_refused(int type) {
-  return type == IMG_TYPE_VTA || type == IMG_TYPE_VTS || type == IMG_TYPE_Z || type == IMG_TYPE_N ||
-         type == IMG_TYPE_TAG || type == IMG_TYPE_M;
+  constexpr int refused[] = {IMG_TYPE_VTA, IMG_TYPE_VTS, IMG_TYPE_Z,
+                             IMG_TYPE_N,   IMG_TYPE_TAG, IMG_TYPE_M};
+  return std::ranges::find(refused, type) != std::end(refused);
 }
 
+constexpr std::uint32_t kWhole[] = {0,      1,      2,      127,    128,        254,
+                                    255,    256,    0x7fff, 0x8000, 0x8001,     0xff00,
+                                    0xfffe, 0xffff, 7,      31,     0xffffffff, 0x80000000};
+constexpr float kFloats[] = {0.0F,   -0.0F,    1.0F,      0x1.fffffep-1F, 0x1.000002p0F, 0.5F,
+                             -0.5F,  2.0F,     -1.0F,     1e-45F,         1e-38F,        1e-33F,
+                             1e-32F, 100.0F,   50.0F,     1e5F,           -1e5F,         3e9F,
+                             -3e9F,  1e30F,    3.4e38F,   -3.4e38F,       kInfinity,     -kInfinity,
+                             kNan,   1.0F / 3, 7 / 255.F, 8e4F / 7,       -1e-30F,       127.5F};
+
 // Samples of which every fourth is one where rules change.
-class Noise {
- public:
-  double sample(int type) {
-    const int bits = kLayouts[std::size_t(type)].bits;
-    const bool special = next() % 4 == 0;
-    if (bits == 1) return next() % 2;
-    if (bits == 32 && type != IMG_TYPE_TAG) return special ? pick(kFloats) : ordinary_float();
-    const std::uint32_t mask = 0xffffffff >> (32 - bits);
-    return (special ? pick(kWhole) : next()) & mask;
-  }
-  Pixel pixel(int type) {
-    Pixel pixel;
-    for (double& value : pixel) value = sample(type);
-    return pixel;
-  }
-
- private:
-  static constexpr std::uint32_t kWhole[] = {
-      0,      1,      2,      127,    128,    254, 255, 256,        0x7fff,
-      0x8000, 0x8001, 0xff00, 0xfffe, 0xffff, 7,   31,  0xffffffff, 0x80000000};
-  static constexpr float kFloats[] = {
-      0.0F,  -0.0F,    1.0F,      0x1.fffffep-1F, 0x1.000002p0F, 0.5F,     -0.5F,     2.0F,
-      -1.0F, 1e-45F,   1e-38F,    1e-33F,         1e-32F,        100.0F,   50.0F,     1e5F,
-      -1e5F, 3e9F,     -3e9F,     1e30F,          3.4e38F,       -3.4e38F, kInfinity, -kInfinity,
-      kNan,  1.0F / 3, 7 / 255.F, 8e4F / 7,       -1e-30F,       127.5F};
-
-  template <typename Value, std::size_t Count>
-  Value pick(const Value (&values)[Count]) {
-    return values[next() % Count];
-  }
-  float ordinary_float() {
-    const float unit = float(next() % (1 << 24)) / float(1 << 24);
-    switch (next() % 3) {
-      case 0:
-        return unit;
-      case 1:
-        return 4 * unit - 2;
-      default:
-        return 120 * unit - 10;
+Pixel noise(int type, std::mt19937& random) {
+  const int bits = kLayouts[std::size_t(type)].bits;
+  Pixel pixel;
+  for (double& value : pixel) {
+    const bool special = random() % 4 == 0;
+    const double unit = double(random() % (1 << 24)) / (1 << 24);
+    if (bits == 32 && type != IMG_TYPE_TAG) {
+      const double ordinary[] = {unit, 4 * unit - 2, 120 * unit - 10};
+      value = special ? kFloats[random() % std::size(kFloats)] : float(ordinary[random() % 3]);
+    } else {
+      const auto whole = special ? kWhole[random() % std::size(kWhole)] : std::uint32_t(random());
+      value = whole & 0xffffffff >> (32 - bits);
     }
   }
-  std::uint32_t next() { return std::uint32_t(random_()); }
-
-  std::mt19937 random_{4711};
-};
+  return pixel;
+}
 
 bool same(double a, double b) { return a == b || (std::isnan(a) && std::isnan(b)); }
 
 // Converts a line of noise and compares each sample with the rules.
-void check_pair(int dst_type, int src_type, int width, Noise& noise) {
+void check_pair(int dst_type, int src_type, int width, std::mt19937& random) {
   PlanarLine source(src_type, width, false), line(dst_type, width, true);
   std::vector<Pixel> expected;
   for (int x = 0; x < width; ++x) {
-    source.set(x, noise.pixel(src_type));
-    line.set(x, noise.pixel(dst_type));
+    source.set(x, noise(src_type, random));
+    line.set(x, noise(dst_type, random));
   }
   for (int x = 0; x < width; ++x) {
     const Pixel old = line.at(x);
@@ -109,11 +92,11 @@ class EverySource : public testing::TestWithParam<int> {};
 
 TEST_P(EverySource, FollowsTheRulesToEveryDestination) {
   const test::MessageLog log;  // keeps the refusals
-  Noise noise;
+  std::mt19937 random(4711);
   for (int dst = 0; dst < IMG_TYPE_COUNT; ++dst) {
     SCOPED_TRACE(name_of(dst));
     for (int width = 0; width <= 700; width += width < 70 || width == 256 ? 1 : 62) {
-      ASSERT_NO_FATAL_FAILURE(check_pair(dst, GetParam(), width, noise));
+      ASSERT_NO_FATAL_FAILURE(check_pair(dst, GetParam(), width, random));
     }
   }
 }
@@ -168,6 +151,91 @@ TEST(Convert, LinesOfImagesAreFetchedInAnyType) {
   EXPECT_EQ(line.at(2), (Pixel{255, 0, 0, 63}));  // 0.25 * 255 = 63.75
   ka_img_convert(grey.record(), &components, &bits, image.get(), 1, IMG_TYPE_S_FP);
   EXPECT_EQ(grey.at(2)[3], 0.75);
+}
+
+// A type, and the samples of its planes pixel by pixel.
+const std::pair<const char*, const char*> kExamples[] = {
+    {"rgba_fp -0.5 0.5 1 2", "rgba 0 127 255 255"},  // clamped and cut
+    {"rgba 255 1 0 128", "rgba_16 0xff00 0x100 0 0x8000"},
+    {"rgb 1 2 3", "rgba 1 2 3 255"},  // added alpha is full
+    {"rgb 1 0 0", "rgba_16 256 0 0 65535"},
+    {"rgb 255 0 51", "rgba_fp 1 0 0.2 1"},
+    {"s 9", "rgba 9 9 9 9"},
+    {"rgb 255 255 255", "s_16 65025"},  // 255 * 255
+    {"rgb 255 255 255", "s_fp 255"},
+    // 0.299 * 0x8000 + 0.587 * 0x4000 + 0.114 * 0x2000 = 20348.9 = 0x4f7c
+    {"rgb_16 0x8000 0x4000 0x2000", "s 0x4f"},
+    {"rgb_fp 2 2 2", "s 254"},    // 510 - 256: not clamped
+    {"rgb 100 200 50", "a 153"},  // 29.9 + 117.4 + 5.7
+    {"rgba 9 9 9 77", "a 77"},    // alpha is not luminance
+    {"vts 32767 32769", "rgb 254 1 128"},
+    {"vta 32767 32769", "s 128"},   // opposite directions
+    {"n 1 -1 2", "rgb 255 1 126"},  // 2 * 127 + 128 - 256
+    {"z 50 0 100 -3 60", "rgb 127 127 127 0 0 0 0 0 0 0 0 0 102 102 102"},
+    {"tag 0 7 8", "rgb 0 0 0 128 128 128 64 0 0"},
+    {"tag 1", "s_16 0x8080"},
+    {"coverage 0.5 1", "rgba 128 128 128 255 255 255 255 255"},
+    {"bit 1 0", "rgba_16 0xff00 0xff00 0xff00 0xff00 0 0 0 0"},
+    {"bit 0 0 0 0 0 0 0 0 1", "s_fp 0 0 0 0 0 0 0 0 1"},
+    {"rgbe 128 64 32 129 9 9 9 0", "rgba_fp 1.00390625 0.50390625 0.25390625 1 0 0 0 1"},
+    {"s_fp 0.999", "rgbe 254 254 254 128"},  // 254 / 255 * 256 = 254.99
+    {"rgb_fp 1 0.5 0.25", "rgbe 128 64 32 129"},
+    {"rgb_fp 0 0 0 0.9e-32 0 0 -1 -2 -3", "rgbe 0 0 0 0 0 0 0 0 0 0 0 0"},
+    {"rgb_fp nan 1 nan inf 0 0", "rgbe 0 128 0 129 255 0 0 255"},
+    {"rgb_fp 0x1.fffffep0 1 0", "rgbe 255 128 0 129"},          // rounded down
+    {"rgb_fp 1 -0x1p-7 0", "rgbe 128 255 0 129"},               // floor(-1) = -1, its low byte
+    {"rgb_fp 0x1.fffffep126 0x1p126 0", "rgbe 255 128 0 255"},  // the exponent ends here
+    {"rgb_fp 0x1p127 0x1p126 0 0 0 0x1.fffffep127", "rgbe 255 128 0 255 0 0 255 255"},
+};
+
+struct Example {
+  explicit Example(const char* text) {
+    const char* at = std::strchr(text, ' ');
+    type = ka_img_type_identify(std::string(text, at).c_str());
+    const auto [bits, first, planes] = kLayouts[std::size_t(type)];
+    for (int i = 0; *at != '\0'; ++i) {
+      char* end = nullptr;
+      if (i % planes == 0) pixels.emplace_back();
+      pixels.back()[std::size_t(first + i % planes)] = std::strtof(at, &end);
+      at = end;
+    }
+  }
+  int type;
+  std::vector<Pixel> pixels;
+};
+
+TEST(Convert, ExamplesGiveWhatWasWorkedOut) {
+  for (const auto& [from, to] : kExamples) {
+    SCOPED_TRACE(from);
+    const Example given(from), expected(to);
+    const int width = int(given.pixels.size());
+    PlanarLine source(given.type, width, true), line(expected.type, width, true);
+    line.fill(0);
+    for (int x = 0; x < width; ++x) source.set(x, given.pixels[std::size_t(x)]);
+    ka::img_convert(line.record(), source.record(), expected.type, given.type, kWeights, width);
+    for (int x = 0; x < width; ++x) {
+      EXPECT_EQ(line.at(x), expected.pixels[std::size_t(x)]) << x;
+      if (given.type != IMG_TYPE_RGB_FP || expected.type != IMG_TYPE_RGBE) continue;
+      const Pixel& color = given.pixels[std::size_t(x)];
+      std::uint8_t r, g, b, e;
+      ka_img_rgb_to_hdr(&r, &g, &b, &e, float(color[0]), float(color[1]), float(color[2]));
+      EXPECT_EQ((Pixel{double(r), double(g), double(b), double(e)}), line.at(x)) << x;
+    }
+  }
+}
+
+TEST(SharedExponent, DecodingUndoesEncodingToAStep) {
+  for (int i = 0; i < 10000; ++i) {
+    const auto e = std::uint8_t(23 + i % 233);  // 128.5 * 2^(23 - 136) is above 1e-32
+    const std::array<std::uint8_t, 4> code = {std::uint8_t(128 + i % 128), std::uint8_t(i % 251), 0,
+                                              e};
+    float r, g, b;
+    ka_img_hdr_to_rgb(&r, &g, &b, code[0], code[1], 0, e);
+    EXPECT_EQ(r, std::ldexp(code[0] + 0.5F, e - 136));
+    std::array<std::uint8_t, 4> again{};
+    ka_img_rgb_to_hdr(&again[0], &again[1], &again[2], &again[3], r, g, b);
+    EXPECT_EQ(again, code);
+  }
 }
 
 }  // namespace

@@ -24,7 +24,7 @@ struct Driver {
 
 int test_t(img_file* handle, const std::uint8_t* head) {
   Driver::instance().calls += 't';
-  EXPECT_EQ(head[IMG_HEAD_SIZE - 1], 0);  // behind the end of a short file
+  EXPECT_EQ(head[IMG_HEAD_SIZE - 1], 0);  // after the end of a short file
   std::fgetc(handle->stream);             // a test may leave the stream anywhere
   return head[0] == std::uint8_t(Driver::instance().magic);
 }
@@ -33,7 +33,7 @@ int open_t(img_file* handle, const std::uint8_t* head) {
   Driver::instance().calls += 'o';
   EXPECT_EQ(handle->data.p, nullptr);
   char header[4];
-  EXPECT_EQ(std::fread(header, 1, 4, handle->stream), 4u);  // the stream stands at its beginning
+  EXPECT_EQ(std::fread(header, 1, 4, handle->stream), 4u);  // the stream is at its beginning
   if (!Driver::instance().opens) return ka_img_custom_format_error(handle, IMG_ERR_SUBTYPE, 0);
   if (head[1] < IMG_TYPE_COUNT) handle->file_type = std::uint8_t(IMG_TYPE_COUNT + head[1]);
   handle->width = head[2];

@@ -1,5 +1,5 @@
 // What all families of formats have in common: every picture comes back, and damaged files and full
-// disks are told.
+// disks are reported.
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <ka/mem.h>
@@ -280,7 +280,7 @@ std::vector<Seed> seeds() {
 
 // Thousands of files: they stay in memory.
 Outcome read(const std::string& bytes, int type = IMG_TYPE_FILE) {
-  const test::MessageLog log;  // a file with a byte too many is told
+  const test::MessageLog log;  // a file with a byte too many is reported
   const int file = memfd_create("small", MFD_CLOEXEC);
   EXPECT_EQ(write(file, bytes.data(), bytes.size()), ssize_t(bytes.size()));
   Outcome outcome = outcome_of("/proc/self/fd/" + std::to_string(file), type);

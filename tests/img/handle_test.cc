@@ -1,4 +1,4 @@
-// Handles: what each operation asks of their state, errors and how they are told, what becomes of
+// Handles: what each operation asks of their state, errors and how they are reported, what becomes of
 // files that could not be written.
 #include <errno.h>
 #include <fcntl.h>
@@ -78,7 +78,7 @@ TEST_F(HandleTest, NamesThatAreTooLongAreRefused) {
   EXPECT_EQ(file->os_error, ENAMETOOLONG);
 }
 
-// What is left of such a name may be that of another file.
+// The rest of such a name may be that of another file.
 TEST_F(HandleTest, NamesThatLeadNowhereAreRefused) {
   const test::MessageLog log;
   const std::pair<std::string, int> rows[] = {{picture + "$LUMORA_UNSET", ENOENT},

@@ -101,7 +101,7 @@ TEST(Jpg, QualitiesOutOfRangeAreTold) {
   }
 }
 
-// A coefficient is off by half a step of 1 at most, and few of them are not 0; colours are taken
+// A coefficient is off by half a step of 1 at most, and few of them are not 0; colors are taken
 // from two pixels by two, of which the next is 7 away at most.
 TEST(Jpg, LosesLittle) {
   const test::Image image = gradient(41, 39);

@@ -26,13 +26,13 @@ Bytes noise(std::size_t count) {
   return bytes;
 }
 
-// Where byte `b` of sample `i` of a plane stands in the packed row.
+// Where byte `b` of sample `i` of a plane is in the packed row.
 std::size_t packed_at(const Kind& kind, std::size_t component, std::size_t i, std::size_t b) {
   const std::size_t byte = kind.swap ? kind.sample_bytes - 1 - b : b;
   return (i * kind.components + component) * kind.sample_bytes + byte;
 }
 
-// A plane of `count` samples, aligned as planes are, with a guard behind it.
+// A plane of `count` samples, aligned as planes are, with a guard after it.
 struct Plane {
   explicit Plane(std::size_t bytes) : words(bytes / 4 + 2), size(bytes) { data()[bytes] = kGuard; }
   std::uint8_t* data() { return reinterpret_cast<std::uint8_t*>(words.data()); }
@@ -45,7 +45,7 @@ std::vector<Plane> planes_of(const Kind& kind, std::size_t count) {
   return std::vector<Plane>(kind.components, Plane(count * kind.sample_bytes));
 }
 
-// At an odd address, with a guard behind the row.
+// At an odd address, with a guard after the row.
 void expect_split(const Kind& kind, ka::SplitKernel kernel, std::size_t count) {
   const Bytes packed = noise(1 + count * kind.components * kind.sample_bytes);
   std::vector<Plane> planes = planes_of(kind, count);

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <numeric>
 
+#include "cached.h"
 #include "imgmap.h"
 #include "imgpyramid.h"
 #include "pictures.h"
@@ -58,20 +59,13 @@ std::string with_word(std::string file, std::size_t at, std::int64_t value) {
   return file.replace(at, 4, le(4, value));
 }
 
-// Reverses each word of `size` bytes from `begin` to `end`.
-void swap_words(std::string& file, std::size_t begin, std::size_t end, std::size_t size = 4) {
-  for (std::size_t at = begin; at < end; at += size) {
-    std::reverse(file.begin() + std::ptrdiff_t(at), file.begin() + std::ptrdiff_t(at + size));
-  }
-}
-
 // The same plain picture, from a host of the other byte order.
 std::string swapped(std::string file, int height) {
   const std::size_t sample = (word(file, kBits) + 7) / 8,
                     planes = kTable + std::size_t(height) * 16;
-  swap_words(file, 0, kFlags);
-  swap_words(file, kType, planes);
-  swap_words(file, planes, file.size() / sample * sample, sample);
+  test::swap_words(file, 0, kFlags);
+  test::swap_words(file, kType, planes);
+  test::swap_words(file, planes, file.size() / sample * sample, sample);
   return file;
 }
 
@@ -81,8 +75,8 @@ TEST(MapFile, HeadersComeFromTheOtherByteOrder) {
   for (std::size_t at = kFlags; at < kFlags + 16; ++at) file[at] = char(at);
   file.replace(kType, 4, le(4, IMG_TYPE_S_16));
   std::string other = file;
-  swap_words(other, 0, kFlags);
-  swap_words(other, kType, kTable + 4 * 16);
+  test::swap_words(other, 0, kFlags);
+  test::swap_words(other, kType, kTable + 4 * 16);
   ka::MapHead head{};
   const auto* const bytes = reinterpret_cast<const std::uint8_t*>(other.data());
   ASSERT_EQ(ka::parse_map_head({bytes, kTable}, std::int64_t(file.size()), head), IMG_ERR_NONE);
@@ -295,7 +289,7 @@ TEST(MapFile, MessagesSayWhatIsUnusual) {
 
 TEST(MapFile, FilesThatAreShortenedMeanwhileAreErrors) {
   const std::string file = map_file(IMG_TYPE_RGBA_FP, 1000, 20);
-  const test::MessageLog log;  // what could not be mapped is told
+  const test::MessageLog log;  // what could not be mapped is reported
   for (const off_t size : {0, 190, 10000}) {
     test::OpenFile in(file);
     ASSERT_EQ(truncate(in.path().c_str(), size), 0);

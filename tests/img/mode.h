@@ -1,4 +1,4 @@
-// The calling thread's colour pipeline, for the length of a block.
+// The calling thread's color pipeline, for the length of a block.
 #pragma once
 
 #include <ka/imgaccess.h>

@@ -1,4 +1,4 @@
-// Indexes into tables of colours: every width, and indexes without a colour.
+// Indexes into tables of colors: every width, and indexes without a color.
 #include "palette.h"
 
 #include <gtest/gtest.h>

@@ -77,7 +77,7 @@ TEST(Quantel, PicturesLieInTheMiddle) {
       const int row = i / kWidth, column = i % kWidth;
       const bool is_shown = row >= y && row < y + lines && column >= x && column < x + columns;
       const int luma = std::uint8_t(file[2 * std::size_t(i) + 1]);
-      // 255 * 56284 is 218.998 * 65536: with a fraction in front of it 219 as well
+      // 255 * 56284 is 218.998 * 65536: with a fraction before it 219 as well
       ASSERT_TRUE(is_shown ? luma == 234 || luma == 235 : luma == 16) << column << " " << row;
     }
   }

@@ -13,7 +13,7 @@
 
 namespace {
 
-// A handle as drivers see it, on a file of its own.
+// A handle as drivers see it, on a separate file.
 class StreamTest : public testing::Test {
  protected:
   ~StreamTest() override {

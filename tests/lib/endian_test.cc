@@ -26,7 +26,7 @@ TEST(Swap, AFormatReversesTheFieldsOfARecordInPlace) {
       {"", {1, 2}, {1, 2}}};
   for (const auto& [format, bytes, swapped] : rows) {
     Bytes record = bytes, expected = swapped;
-    record.push_back(0xee);  // behind the record
+    record.push_back(0xee);  // after the record
     expected.push_back(0xee);
     EXPECT_EQ(ka_swap(record.data(), format), 0);
     EXPECT_EQ(record, expected) << format;

@@ -1,4 +1,4 @@
-// Message log: levels, prefix and code, long texts, handlers, groups, colours, the log file, the
+// Message log: levels, prefix and code, long texts, handlers, groups, colors, the log file, the
 // way out.
 #include <errno.h>
 #include <gtest/gtest.h>

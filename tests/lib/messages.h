@@ -12,7 +12,7 @@ using Texts = std::vector<std::string>;
 
 constexpr std::uint32_t kReports = KA_ERROR | KA_WARNING | KA_INFO;
 
-// The texts that a call reports on the levels of `mask`, numbered ones behind their six digits.
+// The texts that a call reports on the levels of `mask`, numbered ones after their six digits.
 template <typename Function>
 Texts messages_of(Function function, std::uint32_t mask = 0x7f) {
   const test::MessageLog log(mask);

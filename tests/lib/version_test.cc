@@ -29,7 +29,7 @@ TEST(Version, TheBannerNamesReleaseAndEveryModuleInOrder) {
   }
 }
 
-// The texts behind a marker, each up to its NUL.
+// The texts after a marker, each up to its NUL.
 std::set<std::string> marked_texts(const std::string& bytes, const std::string& marker) {
   std::set<std::string> texts;
   for (auto at = bytes.find(marker); at != std::string::npos; at = bytes.find(marker, at)) {

@@ -51,7 +51,7 @@ const std::vector<Peer> kPeers = {
 };
 INSTANTIATE_TEST_SUITE_P(Peers, WrittenFile, testing::ValuesIn(kPeers), test::row_name<Peer>);
 
-// Strips, planes and byte orders as libtiff arranges them anew. It tells what it does not expect as
+// Strips, planes and byte orders as libtiff arranges them anew. It says what it does not expect as
 // a warning.
 TEST(WrittenTiff, IsReadAfterItWasCopiedWithoutWarnings) {
   if (test::find_program("tiffcp").empty() || test::find_program("tiffinfo").empty()) {

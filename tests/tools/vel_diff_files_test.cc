@@ -1,4 +1,4 @@
-// The built tool and the files it is given: damaged ones, strange ones, the order of what is told.
+// The built tool and the files it is given: damaged ones, strange ones, the order of what is reported.
 #include <fcntl.h>
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -89,7 +89,7 @@ TEST_F(VelDiff, ATerminalShowsTheExplanation) {
   close(terminal);
 }
 
-// Lines are counted when they have been tried, so that the number told is the one behind the line
+// Lines are counted when they have been tried, so that the number told is the one after the line
 // that failed.
 TEST_F(VelDiff, EveryTruncatedPictureIsTold) {
   const std::string bad = "can't uncompress pixels in line ";
@@ -116,7 +116,7 @@ TEST_F(VelDiff, EveryTruncatedPictureIsTold) {
   }
 }
 
-// A picture is read to its end before the next one is opened, so its failure is told first, also
+// A picture is read to its end before the next one is opened, so its failure is reported first, also
 // where both are read line by line.
 TEST_F(VelDiff, FailureOfTheFirstPictureIsToldFirst) {
   const std::string missing = scratch.path("missing.ppm"), whole = ppm("whole.ppm", 1, 2, "abcdef"),

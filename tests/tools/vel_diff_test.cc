@@ -52,7 +52,7 @@ TEST_F(VelDiff, PrintsTheLines) {
       {{red, near}, kBoth, "  0.784%", "  0.784%", "similar", 0},
       {{red, near, "-t", "-1"}, kBoth, "  0.784%", "  0.784%", "different", 1},
       {{red, near, "-m9", "-m3", "-g0", "-gx"}, kBoth, "  0.784%", "  0.784%", "similar", 0},
-      // 1 and -1: the earlier one tells the sign, 1 / 255 = 0.392%
+      // 1 and -1: the earlier one says the sign, 1 / 255 = 0.392%
       {{red, near, "-i"}, kBoth, "  0.000%", "  0.392%", "similar", 0},
       // 2 + 5 + 1 and the same below 0, the lower line is the earlier one: 8 / 255 = 3.137%
       {{rise, fall, "-i"}, kBoth, "  0.000%", "  3.137%", "different", 1},

@@ -1,4 +1,4 @@
-// Version texts behind their markers, so that a search of the built program finds them. They stand
+// Version texts after their markers, so that a search of the built program finds them. They stand
 // together because the version banner prints all of them, also those of modules above it.
 #pragma once
 
@@ -19,9 +19,9 @@ inline constexpr char kMemVersion[] = "=@@= mem:\tversion 1.5";
 inline constexpr char kMsgVersion[] = "=@@= msg:\tversion 1.0";
 inline constexpr char kTransVersion[] = "=@@= trans:\tversion 1.0";
 
-// The text behind a module's marker.
+// The text after a module's marker.
 inline const char* module_version(const char* marked) { return marked + kModuleMarker.size(); }
-// The text behind a release marker.
+// The text after a release marker.
 inline const char* release_text(const char* marked) { return marked + kReleaseMarker.size(); }
 
 }  // namespace ka
