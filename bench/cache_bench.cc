@@ -18,7 +18,7 @@
 #include <vector>
 
 #include "addressmap.h"
-#include "imgcache.h"
+#include "texturecache.h"
 
 namespace {
 

@@ -58,7 +58,7 @@ inline void state_file_type(img_file* handle, int type) {
 // that long and longer than usual gets no planes, and the driver has to fail it without them.
 inline void note_line_bytes(img_file* handle, std::optional<std::uint64_t> needed,
                             std::uint64_t left) {
-  handle->lacks_lines = handle->width > kUsualWidth && (!needed || *needed > left);
+  handle->lacks_lines = handle->width > kTypicalWidth && (!needed || *needed > left);
 }
 
 // Refuses to create a picture whose sides its header cannot hold: up to `largest` fit. Returns 1,

@@ -8,7 +8,7 @@
 #include <ka/detail/scope.h>
 #include <ka/random.h>
 
-#include "imgcache.h"
+#include "texturecache.h"
 
 using ka::ColorVector;
 

@@ -1,5 +1,5 @@
 // Texture cache: its start and end, its budget, and giving memory back.
-#include "imgcache.h"
+#include "texturecache.h"
 
 #include <unistd.h>
 

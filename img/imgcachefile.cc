@@ -9,10 +9,10 @@
 #include <ka/message.h>
 
 #include "cacherecord.h"
-#include "imgcache.h"
 #include "imgcall.h"
 #include "mapfile.h"
 #include "stream.h"
+#include "texturecache.h"
 
 namespace {
 

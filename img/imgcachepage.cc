@@ -14,7 +14,7 @@
 #include <ka/message.h>
 
 #include "cacherecord.h"
-#include "imgcache.h"
+#include "texturecache.h"
 
 namespace {
 

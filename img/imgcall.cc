@@ -15,13 +15,13 @@
 #include <ka/mem.h>
 #include <ka/message.h>
 
+#include "imageelements.h"
 #include "imageplanes.h"
-#include "imgcache.h"
 #include "imgcontext.h"
-#include "imgelement.h"
 #include "imgoutput.h"
 #include "imgpath.h"
 #include "stream.h"
+#include "texturecache.h"
 
 namespace {
 
@@ -59,7 +59,7 @@ void set_display_name(img_file* handle, const char* name) {
 }
 
 void set_file_type(img_file* handle, int type) {
-  handle->file_type = static_cast<std::uint8_t>(type);
+  handle->file_type = std::uint8_t(type);
   handle->bits = ka_img_nbits[type];
   handle->components = ka_img_ncomp[type];
 }
@@ -67,11 +67,11 @@ void set_file_type(img_file* handle, int type) {
 // A damaged header may claim any width: a line that long waits until somebody reads it.
 void prepare_conversion(img_file* handle, int from, int to) {
   if (ka::img_passes_through(handle)) return;
-  if (ka::img_tells_files()) {
+  if (ka::img_reports_files()) {
     ka_info("converting %s to %s", name_or_unknown(ka_img_type_name(from)),
             name_or_unknown(ka_img_type_name(to)));
   }
-  if (handle->width <= ka::kUsualWidth) ka::img_prepare_line_between(handle);
+  if (handle->width <= ka::kTypicalWidth) ka::img_prepare_line_between(handle);
 }
 
 // Opens the stream, takes the file's size and its first bytes. Returns 1, or 0 with the handle's
@@ -112,7 +112,7 @@ int finish_opening(img_file* handle) {
   handle->has_header = 1;
   if (handle->type == IMG_TYPE_FILE) handle->type = handle->file_type;
   prepare_conversion(handle, handle->file_type, handle->type);
-  if (ka::img_tells_files()) {
+  if (ka::img_reports_files()) {
     ka_info("type \"%s\", format \"%s\", %d bits, %d components, %d x %d",
             name_or_unknown(ka_img_type_name(handle->file_type)),
             name_or_unknown(ka::img_format_at(handle->format).name), handle->bits,
@@ -138,7 +138,7 @@ int memory_limit(std::int64_t wanted) {
 
 }  // namespace
 
-bool ka::img_tells_files() { return (img_subverb & KA_SUBVERB_FILES) != 0; }
+bool ka::img_reports_files() { return (img_subverb & KA_SUBVERB_FILES) != 0; }
 
 void ka_img_init() {
   const ka::ModuleScope scope(KA_IMG);
@@ -166,7 +166,7 @@ const char* ka_img_version() { return ka::module_version(ka::kImgVersion); }
 int ka::img_open(img_file* handle, const ImagePath& path, int type) {
   const ErrorScope errors(handle);
   read_subverbosity();
-  if (img_tells_files()) ka_info("opening \"%s\" for reading", path.path);
+  if (img_reports_files()) ka_info("opening \"%s\" for reading", path.path);
   close_stale(handle);
   *handle = {};
   handle->gamma = handle->aspect = 1.0F;
@@ -218,7 +218,7 @@ int ka::img_create(img_file* handle, const ImagePath& path, int type, int format
                 ka_img_type_name(row.best_type));
     file_type = row.best_type;
   }
-  if (ka::img_tells_files()) {
+  if (ka::img_reports_files()) {
     ka_info("creating \"%s\"", path.path);
     ka_info("format \"%s\", type \"%s\", %d bits, %d comps, size %d x %d",
             name_or_unknown(row.name), ka_img_type_name(file_type), ka_img_nbits[file_type],

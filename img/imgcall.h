@@ -10,7 +10,7 @@ namespace ka {
 
 // The longest line that gets its planes whatever the file holds, in pixels: none of its buffers
 // passes 4 MiB.
-constexpr int kUsualWidth = 1 << 18;
+constexpr int kTypicalWidth = 1 << 18;
 
 // Sets the handle's error and the system error that belongs to it, 0 for none. The operation that
 // was called acts on it: img_act_on_error. Returns 0, so that a failing operation is one statement.
@@ -87,7 +87,7 @@ int img_identify(img_file* handle, const std::uint8_t* head);
 
 // The level of ka_img_debug; bit KA_SUBVERB_FILES of the subverbosity mask is on while it is not 0.
 int img_debug_level();
-bool img_tells_files();
+bool img_reports_files();
 
 // True when lines of the caller's type are lines of the file's type.
 bool img_passes_through(const img_file* handle);

@@ -6,8 +6,8 @@
 
 #include <ka/detail/scope.h>
 
-#include "imgcache.h"
 #include "pixelcolors.h"
+#include "texturecache.h"
 
 namespace {
 

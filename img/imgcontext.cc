@@ -9,7 +9,7 @@
 #include <ka/imgelement.h>
 #include <ka/message.h>
 
-#include "imgcache.h"
+#include "texturecache.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // Image elements of the scene database: making them, taking them over from another host.
-#include "imgelement.h"
+#include "imageelements.h"
 
 #include <algorithm>
 #include <cstring>

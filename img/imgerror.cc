@@ -24,7 +24,7 @@ std::atomic<img_err_callback> err_cb{nullptr};
 // What a message says after the display name; those with numbers take the line and the height.
 struct Text {
   const char* format;
-  bool tells_line;
+  bool has_line;
 };
 constexpr std::array<Text, 14> kTexts = {{
     {"", false},
@@ -95,7 +95,7 @@ void ka_img_err_msg(img_file* handle) {
   char message[512];
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-  int length = text.tells_line
+  int length = text.has_line
                    ? std::snprintf(message, sizeof message, text.format, handle->display_name,
                                    handle->line_count + 1, handle->height)
                    : std::snprintf(message, sizeof message, text.format, handle->display_name);

@@ -8,22 +8,21 @@
 #include <ka/mem.h>
 
 #include "imageplanes.h"
-#include "imgcache.h"
 #include "imgcall.h"
 #include "imgcontext.h"
 #include "imgmap.h"
 #include "imgpyramid.h"
+#include "texturecache.h"
 
 namespace {
 
-constexpr int kBelievedLines = 1 << 16;  // a table for them takes a megabyte
+constexpr int kLineLimit = 1 << 16;  // a table for them takes a megabyte
 
 // The line table is as long as the header claims. No built-in format keeps that many lines with
 // pixels in fewer bytes.
 bool claims_too_many_lines(const img_file* handle) {
   if (handle->writing || handle->width == 0 || handle->format >= IMG_FORMAT_CUSTOM) return false;
-  return handle->height > kBelievedLines && handle->file_size > 0 &&
-         handle->height > handle->file_size;
+  return handle->height > kLineLimit && handle->file_size > 0 && handle->height > handle->file_size;
 }
 
 // Lines without pixels take no bytes of a file, or one each at least: those beyond its size are all
@@ -72,10 +71,10 @@ void ka::img_fill_image(const img_file* handle, img_image* image) {
   image->height = handle->height;
   image->bits = ka_img_nbits[handle->type];
   image->components = ka_img_ncomp[handle->type];
-  image->filter = static_cast<float>(handle->pyramid);
+  image->filter = float(handle->pyramid);
   image->type = handle->type;
   // Planes without pixels need no place: a long table of them stays as the system gave it.
-  if (handle->width > 0 || handle->height <= kBelievedLines) ka::lay_out(image);
+  if (handle->width > 0 || handle->height <= kLineLimit) ka::lay_out(image);
   if (handle->pyramid) ka::img_pyramid_create_directory(handle, image);
 }
 

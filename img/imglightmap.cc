@@ -6,8 +6,8 @@
 #include <ka/message.h>
 #include <ka/rbtree.h>
 
+#include "imageelements.h"
 #include "imgcall.h"
-#include "imgelement.h"
 #include "imgpath.h"
 
 // One that is being edited.

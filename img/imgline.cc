@@ -24,7 +24,7 @@ void allocate_line_between(img_file* handle) {
 img_line planes_of_type(const img_line* line, int type) {
   img_line planes{};
   const std::size_t first = ka::first_slot(type);
-  const std::size_t end = first + static_cast<std::size_t>(ka_img_ncomp[type]);
+  const std::size_t end = first + std::size_t(ka_img_ncomp[type]);
   for (std::size_t slot = first; slot < end; ++slot) {
     ka::set_plane(&planes, slot, ka::plane_of<std::uint8_t>(line, slot));
   }
@@ -40,7 +40,7 @@ bool is_beyond_last(const img_file* handle) {
 int unopened(img_file* handle) { return ka::img_error(handle, IMG_ERR_NOT_OPEN, 0); }
 
 // A failing line is reported at once only to those who ask for every line.
-void tell_failed_line(img_file* handle, int result) {
+void report_failed_line(img_file* handle, int result) {
   constexpr int every_line = 3;
   if (!result && ka::img_debug_level() >= every_line) ka_img_err_msg(handle);
 }
@@ -98,7 +98,7 @@ int ka_img_line_read(img_file* handle, img_line* line) {
     if (!ka::img_passes_through(handle)) ka::img_fill_alpha(line, handle->type, handle->width);
   }
   result = ka::img_settle(handle, read, result, IMG_ERR_READ);
-  tell_failed_line(handle, result);
+  report_failed_line(handle, result);
   ++handle->line_count;
   return result;
 }
@@ -120,7 +120,7 @@ int ka_img_line_write(img_file* handle, img_line* line) {
   const bool can_write = write && !is_beyond_last(handle);
   const int result =
       ka::img_settle(handle, can_write, can_write ? write(handle, line) : 0, IMG_ERR_WRITE);
-  tell_failed_line(handle, result);
+  report_failed_line(handle, result);
   ++handle->line_count;
   return result;
 }

@@ -14,9 +14,9 @@
 #include <ka/rbtree.h>
 
 #include "driver.h"
-#include "imgcache.h"
 #include "imgcall.h"
 #include "imgcontext.h"
+#include "texturecache.h"
 
 namespace {
 

@@ -12,8 +12,8 @@
 #include <ka/detail/scope.h>
 #include <ka/message.h>
 
-#include "imgcache.h"
 #include "pixelcolors.h"
+#include "texturecache.h"
 
 namespace {
 

@@ -5,13 +5,13 @@
 #include <ka/detail/scope.h>
 #include <ka/message.h>
 
+#include "imageelements.h"
 #include "imageplanes.h"
-#include "imgcache.h"
 #include "imgcall.h"
 #include "imgcontext.h"
-#include "imgelement.h"
 #include "imgmap.h"
 #include "imgpath.h"
+#include "texturecache.h"
 
 namespace {
 

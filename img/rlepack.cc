@@ -23,7 +23,7 @@ struct PacketsOf {
 
 struct BytePackets : PacketsOf<1> {
   static std::uint8_t* put(std::uint8_t* out, std::size_t count, bool literal) {
-    *out++ = static_cast<std::uint8_t>(literal ? count - 1 : count + 127);
+    *out++ = std::uint8_t(literal ? count - 1 : count + 127);
     return out;
   }
 };
@@ -32,7 +32,7 @@ struct SignedPackets : PacketsOf<1> {
   static constexpr std::size_t kLongestLiteral = 127;
   static constexpr std::size_t kLongestRun = 127;
   static std::uint8_t* put(std::uint8_t* out, std::size_t count, bool literal) {
-    *out++ = static_cast<std::uint8_t>(literal ? 256 - count : count - 1);
+    *out++ = std::uint8_t(literal ? 256 - count : count - 1);
     return out;
   }
 };
@@ -43,8 +43,8 @@ struct MixedPackets : PacketsOf<PixelBytes> {
   static std::uint8_t* put(std::uint8_t* out, std::size_t count, bool literal) {
     if (literal || count <= 128) return BytePackets::put(out, count, literal);
     *out++ = 128;
-    *out++ = static_cast<std::uint8_t>(count >> 8);
-    *out++ = static_cast<std::uint8_t>(count);
+    *out++ = std::uint8_t(count >> 8);
+    *out++ = std::uint8_t(count);
     return out;
   }
 };
@@ -88,13 +88,13 @@ std::size_t compact(std::span<const std::uint8_t> row, std::span<std::uint8_t> b
     out += stored;
     at += packet;
   }
-  return static_cast<std::size_t>(out - bytes.data());
+  return std::size_t(out - bytes.data());
 }
 
 template <typename Sample>
 std::uint8_t* to_file(std::uint8_t* bytes, Sample value) {
-  if constexpr (sizeof(Sample) == 2) *bytes++ = static_cast<std::uint8_t>(value >> 8);
-  *bytes++ = static_cast<std::uint8_t>(value);
+  if constexpr (sizeof(Sample) == 2) *bytes++ = std::uint8_t(value >> 8);
+  *bytes++ = std::uint8_t(value);
   return bytes;
 }
 
@@ -136,7 +136,7 @@ std::size_t compact_counted(std::span<const Sample> line, std::span<std::uint8_t
       at += count;
     }
   }
-  return static_cast<std::size_t>(to_file(out, Sample{0}) - packets.data());
+  return std::size_t(to_file(out, Sample{0}) - packets.data());
 }
 
 std::size_t compact_packbits(std::span<const std::uint8_t> row, std::span<std::uint8_t> packets) {
@@ -155,13 +155,13 @@ std::size_t compact_packbits(std::span<const std::uint8_t> row, std::span<std::u
         const bool joins = left <= 2 && out[-2] == run_of_two && *literal < full - 1;
         if (joins) {
           out[-2] = out[-1];
-          *literal = static_cast<std::uint8_t>(*literal + 2);
+          *literal = std::uint8_t(*literal + 2);
         }
         state = joins && *literal < full ? State::kLiteral : State::kBase;
       }
       if (left > 1) {
         const std::size_t count = std::min(left, longest_run);
-        *out++ = static_cast<std::uint8_t>(257 - count);
+        *out++ = std::uint8_t(257 - count);
         *out++ = value;
         at += count;
         if (state == State::kLiteral) state = State::kLiteralRun;
@@ -178,7 +178,7 @@ std::size_t compact_packbits(std::span<const std::uint8_t> row, std::span<std::u
       ++at;
     }
   }
-  return static_cast<std::size_t>(out - packets.data());
+  return std::size_t(out - packets.data());
 }
 
 std::size_t compact_scanline(std::span<const std::uint8_t> row, std::span<std::uint8_t> packets) {
@@ -194,12 +194,12 @@ std::size_t compact_scanline(std::span<const std::uint8_t> row, std::span<std::u
       while (end < most && (end + 1 == row.size() || row[end] != row[end + 1])) ++end;
     }
     const std::size_t count = end - at, stored = is_run ? 1 : count;
-    *out++ = static_cast<std::uint8_t>(is_run ? 128 + count : count);
+    *out++ = std::uint8_t(is_run ? 128 + count : count);
     std::memcpy(out, &row[at], stored);
     out += stored;
     at = end;
   }
-  return static_cast<std::size_t>(out - packets.data());
+  return std::size_t(out - packets.data());
 }
 
 std::size_t compact_bytes(std::span<const std::uint8_t> row, std::span<std::uint8_t> packets) {

@@ -47,7 +47,7 @@ KA_KERNEL bool move_singles(const RunPlanes& out, std::size_t done, const std::u
     const std::size_t shift = 8 * (std::endian::native == std::endian::little ? 1 + c : 2 - c);
     std::uint8_t* const samples = out[c] + done;
     for (std::size_t i = 0; i < Count; ++i) {
-      samples[i] = static_cast<std::uint8_t>(packets[i] >> shift);
+      samples[i] = std::uint8_t(packets[i] >> shift);
     }
   }
   return true;

@@ -17,15 +17,11 @@
 
 namespace {
 
-ka::MeasureSettings measure_settings(const Options& options) {
-  return {.tolerance = options.tolerance,
-          .ignore_alpha = options.ignore_alpha,
-          .signed_intensity = options.signed_intensity,
-          .brighten = options.brighten};
-}
-
-ka::ComposeSettings compose_settings(const Options& options) {
-  return {.measure = measure_settings(options),
+ka::ComposeSettings settings_of(const Options& options) {
+  return {.measure = {.tolerance = options.tolerance,
+                      .ignore_alpha = options.ignore_alpha,
+                      .signed_intensity = options.signed_intensity,
+                      .brighten = options.brighten},
           .gamma = options.gamma,
           .false_color = options.false_color,
           .underlay = options.underlay};
@@ -40,10 +36,10 @@ ka::Difference measure_streams(Picture& first, Picture& second,
   ka::Meter meter(settings);
   const int lines = std::max(first.lines_to_read(), second.lines_to_read());
   for (int i = 0; i < lines; ++i) {
-    if (!first.read_line()) first.tell_failure();
+    if (!first.read_line()) first.report_error();
     if (!second.read_line()) {
       first.read_rest();
-      second.tell_failure();
+      second.report_error();
     }
     meter.add_line(first.line_number(), first.planes(), second.planes(), first.width());
   }
@@ -66,7 +62,7 @@ struct Buffers {
 // same order, and to show the messages of each file together. Of different sizes neither is kept.
 ka::Difference read_and_measure(Picture& first, Picture& second, bool keep_whole,
                                 const ka::MeasureSettings& settings, Buffers& buffers) {
-  if (!first.open()) first.tell_failure();
+  if (!first.open()) first.report_error();
   if (keep_whole && second.would_open_as_large_as(first)) {
     buffers.first = first.read();
   } else if (keep_whole) {
@@ -75,7 +71,7 @@ ka::Difference read_and_measure(Picture& first, Picture& second, bool keep_whole
   const bool is_open = second.open();
   if (!is_open || !first.same_size(second)) {
     if (!buffers.first) first.read_rest();
-    if (!is_open) second.tell_failure();
+    if (!is_open) second.report_error();
     second.read_rest();
     refuse_sizes(first, second);
   }
@@ -93,7 +89,7 @@ const char* verdict(const ka::Difference& difference, double threshold) {
 }
 
 void print_result(const Picture& first, const Picture& second, const ka::Difference& difference,
-                  const Options& options) {
+                  const ka::MeasureSettings& settings, const Options& options) {
   const std::string first_name = printed(first.name()), second_name = printed(second.name());
   if (difference.count == 0) {
     std::printf("%s %s: no differences.\n", first_name.c_str(), second_name.c_str());
@@ -101,8 +97,7 @@ void print_result(const Picture& first, const Picture& second, const ka::Differe
     const double share = 100.0 * difference.count / first.width() / first.height();
     std::printf("differing pixels:\t%7.3f%% (%d of %d)\n", share, difference.count,
                 first.width() * first.height());
-    std::printf("average difference:\t%7.3f%%\n",
-                ka::average_percent(difference, measure_settings(options)));
+    std::printf("average difference:\t%7.3f%%\n", ka::average_percent(difference, settings));
     std::printf("maximum difference:\t%7.3f%%\n", difference.maximum_percent);
   }
   std::printf("== \"%s\" and \"%s\" are %s\n", first_name.c_str(), second_name.c_str(),
@@ -115,9 +110,9 @@ void print_result(const Picture& first, const Picture& second, const ka::Differe
 
 // Draws the panel, writes the image and shows it.
 void put_out(Buffers& buffers, const Picture& picture, const ka::Histograms& histograms,
-             const Options& options) {
+             const ka::ComposeSettings& settings, const Options& options) {
   if (!options.no_histogram) {
-    ka::draw_panel(buffers.first.get(), picture.height(), histograms, compose_settings(options));
+    ka::draw_panel(buffers.first.get(), picture.height(), histograms, settings);
   }
   OutputFile output(options);
   output.write(buffers.first.get(), picture.height() + panel_lines(options));
@@ -127,20 +122,21 @@ void put_out(Buffers& buffers, const Picture& picture, const ka::Histograms& his
 }  // namespace
 
 int compare(const Options& options) {
+  const ka::ComposeSettings settings = settings_of(options);
   Picture first(options.first, panel_lines(options));
   Picture second(options.second, 0);
   const bool may_put_out = options.output || options.display;
   Buffers buffers;
-  const ka::Difference difference = read_and_measure(first, second, may_put_out || options.verbose,
-                                                     measure_settings(options), buffers);
+  const ka::Difference difference =
+      read_and_measure(first, second, may_put_out || options.verbose, settings.measure, buffers);
   ka_progress("pass 2: histogram");
   const bool puts_out = may_put_out && (difference.count != 0 || options.write_if_equal);
   ka::Histograms histograms;  // seen in a difference image only
   if (puts_out) {
     histograms = ka::compose_difference(buffers.first.get(), buffers.second.get(), second.height(),
-                                        compose_settings(options), difference.scale);
+                                        settings, difference.scale);
   }
-  print_result(first, second, difference, options);
-  if (puts_out) put_out(buffers, first, histograms, options);
+  print_result(first, second, difference, settings.measure, options);
+  if (puts_out) put_out(buffers, first, histograms, settings, options);
   return std::fabs(difference.maximum_percent) >= options.threshold ? 1 : 0;
 }

@@ -11,8 +11,8 @@
 #include <ka/message.h>
 #include <ka/subst.h>
 
-#include "doomed_file.h"
 #include "explain.h"
+#include "signalremoval.h"
 #include "viewer.h"
 
 namespace {
@@ -59,7 +59,7 @@ OutputFile::OutputFile(const Options& options) {
 }
 
 OutputFile::~OutputFile() {
-  remove_doomed_file();
+  remove_file_now();
   if (temporary_ >= 0) close(temporary_);
 }
 
@@ -68,7 +68,7 @@ void OutputFile::make_temporary() {
   const HeldSignals held;
   if (name_.size() < KA_PATH_SIZE) temporary_ = mkostemp(name_.data(), O_CLOEXEC);
   if (temporary_ < 0) ka_fatal("cannot create %s", name_.c_str());
-  doom_file(name_);
+  remove_on_signal(name_);
 }
 
 void OutputFile::fail(const char* format) {
@@ -89,14 +89,14 @@ void OutputFile::create(int width, int height) {
                                          width, height)
                       : ka_img_create(&file_, name_.c_str(), IMG_TYPE_RGBA, format_, width, height);
   if (!created) fail("cannot create %s");
-  if (file_.unfinished) doom_file(file_.unfinished);
+  if (file_.unfinished) remove_on_signal(file_.unfinished);
 }
 
 void OutputFile::write(img_image* image, int height) {
   create(image->width, height);
   if (!ka_img_image_write(&file_, image)) fail("cannot write %s");
   if (!ka_img_close(&file_)) fail("cannot close %s");
-  if (temporary_ < 0) spare_doomed_file();
+  if (temporary_ < 0) keep_file();
 }
 
 void OutputFile::show(const Options& options) const {

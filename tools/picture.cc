@@ -52,7 +52,7 @@ bool Picture::would_open_as_large_as(const Picture& other) const {
   return result;
 }
 
-void Picture::tell_failure() {
+void Picture::report_error() {
   ka_img_err_msg(&file_);
   explain_failure(file_);
 #pragma GCC diagnostic push
@@ -70,9 +70,9 @@ ImageBuffer Picture::read() {
     return ImageBuffer(ka_img_image_alloc(&file_));
   };
   ImageBuffer image = allocate();
-  if (!image) tell_failure();
+  if (!image) report_error();
   failed_step_ = "cannot read %s";
-  if (!ka_img_image_read(&file_, image.get())) tell_failure();
+  if (!ka_img_image_read(&file_, image.get())) report_error();
   close();
   return image;
 }
@@ -85,13 +85,13 @@ bool Picture::read_line() {
 
 void Picture::read_rest() {
   while (file_.line_count < lines_to_read()) {
-    if (!read_line()) tell_failure();
+    if (!read_line()) report_error();
   }
 }
 
 void Picture::close() {
   failed_step_ = "cannot close %s";
-  if (!ka_img_close(&file_)) tell_failure();
+  if (!ka_img_close(&file_)) report_error();
 }
 
 int Picture::lines_to_read() const {

@@ -23,10 +23,10 @@ class Picture {
   Picture(const char* name, int extra_lines);
 
   // Opens the file and checks that a buffer can hold it. After a failure the caller ends with
-  // tell_failure.
+  // report_error.
   [[nodiscard]] bool open();
   // Tells the file's error and ends the process with a fatal message about the step that failed.
-  [[noreturn]] void tell_failure();
+  [[noreturn]] void report_error();
 
   // Whether the file can be opened and has the size of another picture. Tells nothing.
   [[nodiscard]] bool would_open_as_large_as(const Picture& other) const;

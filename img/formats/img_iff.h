@@ -22,14 +22,14 @@ constexpr std::uint32_t kIffForm = iff_name("FOR4");
 constexpr std::uint32_t kIffImage = iff_name("CIMG");
 constexpr std::uint32_t kIffHeader = iff_name("TBHD");
 constexpr std::uint32_t kIffTiles = iff_name("TBMP");
-constexpr std::uint32_t kIffColours = iff_name("RGBA");
+constexpr std::uint32_t kIffColors = iff_name("RGBA");
 constexpr std::uint32_t kIffDepths = iff_name("ZBUF");
 
 constexpr std::size_t kIffHeaderBytes = 24;
 constexpr std::size_t kIffBoundsBytes = 8;  // of a tile, before its pixels
 constexpr int kIffLargestSide = 65536;      // pixels; bounds of tiles have 16 bits
 
-enum IffFlags : std::uint32_t { kIffHasColour = 1, kIffHasAlpha = 2, kIffHasDepth = 4 };
+enum IffFlags : std::uint32_t { kIffHasColor = 1, kIffHasAlpha = 2, kIffHasDepth = 4 };
 
 struct IffChunk {
   std::uint32_t name;

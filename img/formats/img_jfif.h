@@ -76,7 +76,7 @@ struct JfifState {
 };
 
 template <typename Codec>
-JfifState& state_of(const Codec* codec) {
+JfifState& codec_state(const Codec* codec) {
   return *static_cast<JfifState*>(codec->client_data);
 }
 

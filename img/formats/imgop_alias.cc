@@ -78,8 +78,8 @@ int img_create_alias(img_file* handle) {
   auto state = make_state<AliasState>(handle);
   state->out.start(handle);
   ByteWriter out(state->out.put(kHeaderBytes));
-  out.be16(static_cast<std::uint32_t>(handle->width));
-  out.be16(static_cast<std::uint32_t>(handle->height));
+  out.be16(std::uint32_t(handle->width));
+  out.be16(std::uint32_t(handle->height));
   out.be32(0);  // origin
   out.be16(24);
   handle->data.p = state.release();
@@ -89,7 +89,7 @@ int img_create_alias(img_file* handle) {
 int img_read_alias(img_file* handle, img_line* line) {
   auto& in = state_of<AliasState>(handle).packets;
   const auto [red, green, blue] = plane_pointers<std::uint8_t, 3>(line);
-  const auto width = static_cast<std::size_t>(handle->width);
+  const auto width = std::size_t(handle->width);
   const std::size_t wanted = std::min<std::uint64_t>(width * kRunBytes, in.left());
   const auto packets = in.ahead(wanted);
   const int failure = errno;
@@ -113,7 +113,7 @@ int img_write_alias(img_file* handle, img_line* line) {
   while (!red.empty()) {
     const std::size_t length = run_length(red, green, blue);
     const auto packet = out.put(kRunBytes);
-    packet[0] = static_cast<std::uint8_t>(length);
+    packet[0] = std::uint8_t(length);
     packet[1] = blue[0];
     packet[2] = green[0];
     packet[3] = red[0];

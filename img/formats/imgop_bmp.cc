@@ -62,8 +62,8 @@ Header parse_header(std::span<const std::uint8_t> head) {
     in.skip(2);  // planes
     header.bits = in.le16();
   } else if (header.bytes == kInfoHeader) {
-    header.width = static_cast<std::int32_t>(in.le32());
-    header.height = static_cast<std::int32_t>(in.le32());
+    header.width = std::int32_t(in.le32());
+    header.height = std::int32_t(in.le32());
     in.skip(2);
     header.bits = in.le16();
     header.compression = in.le32();

@@ -52,8 +52,8 @@ struct CatiaState {
   Buffer picture;              // that is written: [component * height + line][width]
 
   std::uint8_t* line(const img_file* handle, std::size_t component, std::size_t y) {
-    const auto height = static_cast<std::size_t>(handle->height);
-    return picture.data() + (component * height + y) * static_cast<std::size_t>(handle->width);
+    const auto height = std::size_t(handle->height);
+    return picture.data() + (component * height + y) * std::size_t(handle->width);
   }
 };
 
@@ -147,10 +147,10 @@ int read_sub_block(img_file* handle, Component& component, std::size_t count) {
 
 // Finds where each component begins: only the sub-blocks before it tell.
 int read_file(img_file* handle, CatiaState& state) {
-  const auto height = static_cast<std::size_t>(handle->height);
+  const auto height = std::size_t(handle->height);
   const std::size_t blocks = (height + state.block_lines - 1) / state.block_lines;
   const std::size_t block_samples =
-      std::min(state.block_lines, height) * static_cast<std::size_t>(handle->width);
+      std::min(state.block_lines, height) * std::size_t(handle->width);
   FileReader lengths;
   std::uint64_t offset = kHeaderBytes;
   lengths.start(handle, offset, kLengthsBuffer);
@@ -171,9 +171,8 @@ int read_file(img_file* handle, CatiaState& state) {
 // Makes the lines of the next sub-blocks available, from state.next on.
 int read_blocks(img_file* handle, CatiaState& state) {
   if (state.next == 0 && !read_file(handle, state)) return 0;
-  const auto left = static_cast<std::size_t>(handle->height - state.next);
-  const std::size_t count =
-      std::min(state.block_lines, left) * static_cast<std::size_t>(handle->width);
+  const auto left = std::size_t(handle->height - state.next);
+  const std::size_t count = std::min(state.block_lines, left) * std::size_t(handle->width);
   return std::ranges::all_of(state.components, [&](Component& component) {
     return read_sub_block(handle, component, count) != 0;
   });
@@ -187,7 +186,7 @@ std::size_t pack_runs(Bytes samples, std::span<std::uint8_t> pairs) {
     const std::size_t longest = std::min(samples.size(), i + kLongestRun);
     end = i + 1;
     while (end < longest && samples[end] == samples[i]) ++end;
-    pairs[used++] = static_cast<std::uint8_t>(end - i);
+    pairs[used++] = std::uint8_t(end - i);
     pairs[used++] = samples[i];
   }
   return used;
@@ -204,8 +203,8 @@ Bytes encode(Bytes samples, const Buffer& pairs) {
 // Calls `use` with the samples of each sub-block, in file order, until it returns false.
 template <typename Use>
 bool for_sub_blocks(img_file* handle, CatiaState& state, Use use) {
-  const auto width = static_cast<std::size_t>(handle->width);
-  const auto height = static_cast<std::size_t>(handle->height);
+  const auto width = std::size_t(handle->width);
+  const auto height = std::size_t(handle->height);
   for (std::size_t c = 0; c < state.components.size(); ++c) {
     for (std::size_t y = 0; y < height; y += state.block_lines) {
       const std::size_t lines = std::min(state.block_lines, height - y);
@@ -216,7 +215,7 @@ bool for_sub_blocks(img_file* handle, CatiaState& state, Use use) {
 }
 
 void put_number(std::span<std::uint8_t> header, std::size_t at, std::size_t value) {
-  ByteWriter(header.subspan(at)).le32(static_cast<std::uint32_t>(value));
+  ByteWriter(header.subspan(at)).le32(std::uint32_t(value));
 }
 void put_text(std::span<std::uint8_t> header, std::size_t at, std::string_view text) {
   std::ranges::copy(text, header.begin() + std::ptrdiff_t(at));
@@ -230,17 +229,17 @@ void put_header(const img_file* handle, std::span<std::uint8_t> header, std::siz
   put_text(header, kClassAt, kClass);
   put_text(header, kNameAt, kName);
   put_text(header, kNoteAt, note);
-  const auto width = static_cast<std::size_t>(handle->width);
+  const auto width = std::size_t(handle->width);
   put_number(header, kSamplesAt, block_lines * width);
   put_number(header, kWidthAt, width);
-  put_number(header, kHeightAt, static_cast<std::size_t>(handle->height));
+  put_number(header, kHeightAt, std::size_t(handle->height));
   put_number(header, kOneAt, 1);
   put_number(header, kCodeAt, kCode);
 }
 
 bool put_sub_block(FileWriter& out, Bytes data) {
   ByteWriter record(out.put(kRecordBytes));
-  record.le32(static_cast<std::uint32_t>(data.size()));
+  record.le32(std::uint32_t(data.size()));
   record.zeros(kRecordBytes - 4);
   out.write({reinterpret_cast<const char*>(data.data()), data.size()});
   const auto padding = out.put(in_records(data.size()) - data.size());
@@ -250,7 +249,7 @@ bool put_sub_block(FileWriter& out, Bytes data) {
 
 // Writes the picture that was collected.
 int img_flush_catia(img_file* handle, CatiaState& state) {
-  const auto width = static_cast<std::size_t>(handle->width);
+  const auto width = std::size_t(handle->width);
   const Buffer pairs(kMostBytes);
   state.block_lines = kMostSamples / width;
   const bool fits =
@@ -280,8 +279,8 @@ int img_open_catia(img_file* handle, const std::uint8_t* /*head*/) {
   if (!header) return 0;
   auto state = make_state<CatiaState>(handle);
   state->block_lines = lines_of_block(header->width, header->block_samples);
-  handle->width = static_cast<int>(header->width);
-  handle->height = static_cast<int>(header->height);
+  handle->width = int(header->width);
+  handle->height = int(header->height);
   handle->data.p = state.release();
   return 1;
 }
@@ -293,7 +292,7 @@ int img_create_catia(img_file* handle) {
     return img_error(handle, IMG_ERR_SUBTYPE, EFBIG);
   }
   auto state = make_state<CatiaState>(handle);
-  state->picture = Buffer(static_cast<std::size_t>(*bytes));
+  state->picture = Buffer(std::size_t(*bytes));
   handle->data.p = state.release();
   return 1;
 }
@@ -302,8 +301,7 @@ int img_read_catia(img_file* handle, img_line* line) {
   auto& state = state_of<CatiaState>(handle);
   if (state.failure != IMG_ERR_NONE) return img_error(handle, state.failure, 0);
   if (state.next >= handle->height) return img_error(handle, IMG_ERR_READ, 0);
-  if (static_cast<std::size_t>(state.next) % state.block_lines == 0 &&
-      !read_blocks(handle, state)) {
+  if (std::size_t(state.next) % state.block_lines == 0 && !read_blocks(handle, state)) {
     state.failure = handle->error;
     return 0;
   }
@@ -321,7 +319,7 @@ int img_write_catia(img_file* handle, img_line* line) {
   auto& state = state_of<CatiaState>(handle);
   const auto planes = line_planes<std::uint8_t, 3>(handle, line);
   for (std::size_t c = 0; c < planes.size(); ++c) {
-    std::ranges::copy(planes[c], state.line(handle, c, static_cast<std::size_t>(state.next)));
+    std::ranges::copy(planes[c], state.line(handle, c, std::size_t(state.next)));
   }
   ++state.next;
   return 1;

@@ -98,7 +98,7 @@ std::optional<std::uint8_t> code_for(int format, int type) {
   if (format == IMG_FORMAT_WT) wanted = IMG_FORMAT_VT;
   for (std::size_t code = 0; code < kSubtypes.size(); ++code) {
     if (kSubtypes[code].format == wanted && kSubtypes[code].header_bytes == kHeaderBytes) {
-      return static_cast<std::uint8_t>(code);
+      return std::uint8_t(code);
     }
   }
   return std::nullopt;
@@ -117,7 +117,7 @@ std::array<Sample*, Components> planes_of(const img_file* handle, const img_line
 template <typename Sample, std::size_t Components>
 bool move_samples(img_file* handle, CtState& state, const img_line* line) {
   const auto planes = planes_of<Sample, Components>(handle, line);
-  const auto width = static_cast<std::size_t>(handle->width);
+  const auto width = std::size_t(handle->width);
   return handle->writing ? write_row(state.out, planes, width, std::endian::big)
                          : read_row(state.in, planes, width, std::endian::big);
 }
@@ -139,7 +139,7 @@ bool move_line(img_file* handle, CtState& state, const img_line* line) {
 // Eight pixels to a byte, in memory as in the file.
 bool move_bits(img_file* handle, CtState& state, const img_line* line) {
   const std::array planes = {plane_of<std::uint8_t>(line, first_slot(IMG_TYPE_BIT))};
-  const auto bytes = (static_cast<std::size_t>(handle->width) + 7) / 8;
+  const auto bytes = (std::size_t(handle->width) + 7) / 8;
   return handle->writing ? write_row(state.out, planes, bytes) : read_row(state.in, planes, bytes);
 }
 
@@ -186,8 +186,8 @@ int img_create_ct(img_file* handle) {
   ByteWriter out(state->out.put(kHeaderBytes));
   out.u8(*code);
   out.u8(0);
-  out.be16(static_cast<std::uint32_t>(handle->width));
-  out.be16(static_cast<std::uint32_t>(handle->height));
+  out.be16(std::uint32_t(handle->width));
+  out.be16(std::uint32_t(handle->height));
   out.be16(0);
   handle->data.p = state.release();
   return 1;

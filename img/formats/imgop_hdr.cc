@@ -144,7 +144,7 @@ void write_scanline_header(const img_file* handle, FileWriter& out) {
   ByteWriter bytes(out.put(kScanlineHeader));
   bytes.u8(kMark);
   bytes.u8(kMark);
-  bytes.be16(static_cast<std::uint32_t>(handle->width));
+  bytes.be16(std::uint32_t(handle->width));
 }
 
 }  // namespace

@@ -41,7 +41,7 @@ std::size_t tile_count(const IffState& state) {
 std::uint32_t flags_of(const img_file* handle) {
   if (handle->file_type == IMG_TYPE_Z) return kIffHasDepth;
   if (handle->components == 1) return 0;
-  return handle->components == 3 ? kIffHasColour : kIffHasColour | kIffHasAlpha;
+  return handle->components == 3 ? kIffHasColor : kIffHasColor | kIffHasAlpha;
 }
 
 bool write_headers(const img_file* handle, IffState& state) {
@@ -51,12 +51,12 @@ bool write_headers(const img_file* handle, IffState& state) {
     return false;
   }
   ByteWriter header(out.put(kIffHeaderBytes));
-  header.be32(static_cast<std::uint32_t>(state.width));
-  header.be32(static_cast<std::uint32_t>(state.height));
+  header.be32(std::uint32_t(state.width));
+  header.be32(std::uint32_t(state.height));
   header.be32(0);  // no pixel aspect
   header.be32(flags_of(handle));
-  header.be16(static_cast<std::uint32_t>(state.sample_bytes - 1));
-  header.be16(static_cast<std::uint32_t>(tile_count(state)));
+  header.be16(std::uint32_t(state.sample_bytes - 1));
+  header.be16(std::uint32_t(tile_count(state)));
   header.be32(1);  // tiles may be encoded
   return img_iff_write_end_chunk(out, state.stack) &&
          img_iff_write_begin_chunk(out, state.stack, {kIffForm, 0, kIffTiles, 0});
@@ -80,16 +80,16 @@ int img_open_iff(img_file* handle, const std::uint8_t* /*head*/) {
 int img_create_iff(img_file* handle) {
   if (!check_sides(handle, kIffLargestSide)) return 0;
   auto state = make_state<IffState>(handle);
-  state->width = static_cast<std::size_t>(handle->width);
-  state->height = static_cast<std::size_t>(handle->height);
-  state->components = static_cast<std::size_t>(handle->components);
-  state->sample_bytes = static_cast<std::size_t>(handle->bits) / 8;
+  state->width = std::size_t(handle->width);
+  state->height = std::size_t(handle->height);
+  state->components = std::size_t(handle->components);
+  state->sample_bytes = std::size_t(handle->bits) / 8;
   const auto [width, height] = tile_size(state->width, state->height);
   state->tile_width = width;
   state->tile_height = height;
   if (tile_count(*state) > kMostTiles) return img_error(handle, IMG_ERR_SUBTYPE, EFBIG);
   const std::size_t pixels = width * height, raw = pixels * state->pixel_bytes();
-  state->tile_name = handle->file_type == IMG_TYPE_Z ? kIffDepths : kIffColours;
+  state->tile_name = handle->file_type == IMG_TYPE_Z ? kIffDepths : kIffColors;
   state->tile = Buffer(raw);
   state->packets = Buffer(raw + compact_bound(pixels, 1));
   state->strip = Buffer(state->width * height * state->pixel_bytes());

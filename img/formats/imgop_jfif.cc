@@ -51,7 +51,7 @@ bool guarded(JfifState& state, Calls calls) {
   return true;
 }
 
-void tell(j_common_ptr codec) {
+void report(j_common_ptr codec) {
   const ModuleScope scope(KA_JPG);
   char text[JMSG_LENGTH_MAX];
   codec->err->format_message(codec, text);
@@ -60,8 +60,8 @@ void tell(j_common_ptr codec) {
 
 [[noreturn]] void custom_jpg_error_handler(j_common_ptr codec) {
   if (codec->err->msg_code == JERR_OUT_OF_MEMORY) ka::memory_refused();
-  tell(codec);
-  longjmp(state_of(codec).jump, 1);  // NOLINT(cert-err52-cpp): as above
+  report(codec);
+  longjmp(codec_state(codec).jump, 1);  // NOLINT(cert-err52-cpp): as above
 }
 
 // Where the codec would go on with invented pixels it is stopped.
@@ -73,10 +73,10 @@ bool makes_up_pixels(int warning) {
 void emit_message(j_common_ptr codec, int level) {
   if (level >= 0) return;  // not a warning
   if (makes_up_pixels(codec->err->msg_code)) {
-    state_of(codec).damaged = true;
+    codec_state(codec).damaged = true;
     custom_jpg_error_handler(codec);
   }
-  tell(codec);
+  report(codec);
 }
 
 template <typename Codec>
@@ -97,7 +97,7 @@ void give(JfifState& state, std::span<const std::uint8_t> bytes) {
 // it needs more. Arithmetic decoding never complains.
 boolean fill_input_buffer(j_decompress_ptr codec) {
   static constexpr std::uint8_t end_of_image[] = {0xff, JPEG_EOI};
-  JfifState& state = state_of(codec);
+  JfifState& state = codec_state(codec);
   const auto bytes = state.in.ahead(1);
   (void)state.in.take(bytes.size());
   if (bytes.empty()) {
@@ -111,9 +111,9 @@ boolean fill_input_buffer(j_decompress_ptr codec) {
 }
 
 void skip_input_data(j_decompress_ptr codec, long count) {
-  JfifState& state = state_of(codec);
+  JfifState& state = codec_state(codec);
   jpeg_source_mgr& source = state.source;
-  const auto bytes = static_cast<std::size_t>(std::max(count, 0L));
+  const auto bytes = std::size_t(std::max(count, 0L));
   const std::size_t at_hand = std::min(bytes, source.bytes_in_buffer);
   source.next_input_byte += at_hand;
   source.bytes_in_buffer -= at_hand;
@@ -180,7 +180,7 @@ void hand_over(JfifState& state, std::size_t bytes) {
 }
 
 boolean empty_output_buffer(j_compress_ptr codec) {
-  JfifState& state = state_of(codec);
+  JfifState& state = codec_state(codec);
   hand_over(state, state.written.size());
   if (state.out.error() != 0) ERREXIT(codec, JERR_FILE_WRITE);
   set_room(state);
@@ -188,7 +188,7 @@ boolean empty_output_buffer(j_compress_ptr codec) {
 }
 
 void term_destination(j_compress_ptr codec) {
-  JfifState& state = state_of(codec);
+  JfifState& state = codec_state(codec);
   hand_over(state, state.written.size() - state.destination.free_in_buffer);
 }
 
@@ -197,12 +197,12 @@ void term_destination(j_compress_ptr codec) {
 int quality_of(const img_file* handle) {
   const auto quality = std::bit_cast<float>(handle->parameters[0]);
   if (!(quality > -0x1p31F)) return INT_MIN;
-  return quality < 0x1p31F ? static_cast<int>(quality) : INT_MAX;
+  return quality < 0x1p31F ? int(quality) : INT_MAX;
 }
 
 void start_writing(JfifState& state, const img_file* handle, int quality) {
   jpeg_create_compress(&state.writer);
-  state.destination.init_destination = [](j_compress_ptr codec) { set_room(state_of(codec)); };
+  state.destination.init_destination = [](j_compress_ptr codec) { set_room(codec_state(codec)); };
   state.destination.empty_output_buffer = empty_output_buffer;
   state.destination.term_destination = term_destination;
   state.writer.dest = &state.destination;
@@ -253,8 +253,8 @@ int img_open_jfif(img_file* handle, const std::uint8_t* /*head*/) {
     read_header(state);
   };
   if (!guarded(*state, set_up)) return refuse(handle, *state, IMG_ERR_SUBTYPE, state->failure);
-  handle->width = static_cast<int>(reader.output_width);
-  handle->height = static_cast<int>(reader.output_height);
+  handle->width = int(reader.output_width);
+  handle->height = int(reader.output_height);
   handle->topdown = 1;
   const auto start = [&reader] {
     img_jfif_prepare_blocks(&reader);

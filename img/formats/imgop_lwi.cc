@@ -87,8 +87,8 @@ int img_open_lwi(img_file* handle, const std::uint8_t* head) {
   if (!std::in_range<int>(size->width) || !std::in_range<int>(size->height)) {
     return img_refuse(handle, IMG_ERR_CORRUPT, 0, "width %u, height %u", size->width, size->height);
   }
-  handle->width = static_cast<int>(size->width);
-  handle->height = static_cast<int>(size->height);
+  handle->width = int(size->width);
+  handle->height = int(size->height);
   state->packets.seek(*offset + size->pixels);
   const std::uint64_t runs = (std::uint64_t{size->width} + kLongestRun - 1) / kLongestRun;
   note_line_bytes(handle, kRunBytes * runs, state->packets.left());
@@ -103,7 +103,7 @@ int img_read_lwi(img_file* handle, img_line* line) {
   if (handle->lacks_lines) return img_error(handle, IMG_ERR_READ, 0);
   if (state.failure != IMG_ERR_NONE) return img_error(handle, state.failure, 0);
   auto planes = plane_pointers<std::uint8_t, 3>(line);
-  auto left = static_cast<std::size_t>(handle->width);
+  auto left = std::size_t(handle->width);
   while (left > 0) {
     const auto packets = state.packets.ahead(kRunBytes);
     if (packets.size() < kRunBytes) return fail(handle, state, IMG_ERR_READ, errno);

@@ -55,7 +55,7 @@ int refuse_head(img_file* handle, int error, const MapHead& head) {
 // The pyramid word of the handle that wrote the file; what none can hold counts as 0.
 int pyramid_of(float filter) {
   constexpr float limit = -float(std::numeric_limits<int>::min());
-  return filter >= -limit && filter < limit ? static_cast<int>(filter) : 0;
+  return filter >= -limit && filter < limit ? int(filter) : 0;
 }
 
 void swap_samples(std::uint8_t* plane, std::size_t bytes, int type) {
@@ -70,7 +70,7 @@ void write_headers(const img_file* handle, const Mapping& mapping) {
   header.magic = kMapMagic;
   header.type = handle->file_type;
   header.version = kMapVersion;
-  header.image.filter = static_cast<float>(handle->pyramid);
+  header.image.filter = float(handle->pyramid);
   header.image.width = handle->width;
   header.image.height = handle->height;
   header.image.bits = handle->bits;

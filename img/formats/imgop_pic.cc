@@ -25,8 +25,8 @@ constexpr std::size_t kSizeOffset = 92;  // of width and height
 constexpr std::size_t kDescriptorBytes = 4;
 constexpr std::size_t kMaxGroups = 4;
 constexpr int kLargestSide = 65535;
-constexpr unsigned kColours = 0xe0, kAlpha = 0x10;  // bits of a channel mask
-constexpr unsigned kNoChannels = 0x0f;              // bits of it that stay 0
+constexpr unsigned kColors = 0xe0, kAlpha = 0x10;  // bits of a channel mask
+constexpr unsigned kNoChannels = 0x0f;             // bits of it that stay 0
 constexpr unsigned kSampleBits = 8;
 constexpr float kVersion = 3.5F;
 constexpr unsigned kFullFrame = 3;
@@ -37,9 +37,7 @@ enum Compression : std::uint8_t { kVerbatim, kRunLength, kMixed };
 struct Group {
   std::uint8_t compression, mask;
 
-  [[nodiscard]] std::size_t channels() const {
-    return static_cast<std::size_t>(std::popcount(mask));
-  }
+  [[nodiscard]] std::size_t channels() const { return std::size_t(std::popcount(mask)); }
 };
 
 struct PicState {
@@ -151,7 +149,7 @@ int read_record(img_file* handle, PicState& state, const Group& group, const img
     const bool is_stored = (group.mask & 0x80U >> slot) != 0;
     if (is_stored) planes[channels++] = plane_of<std::uint8_t>(line, slot);
   }
-  const auto width = static_cast<std::size_t>(handle->width);
+  const auto width = std::size_t(handle->width);
   const std::span row(channels == 1 ? planes[0] : state.row.data(), width * channels);
   switch (state.groups[0].compression) {
     case kVerbatim:
@@ -175,7 +173,7 @@ unsigned fields_of(const img_file* handle) {
   const auto value = std::bit_cast<float>(handle->parameters[1]);
   if (value == 0) return kFullFrame;
   constexpr float too_large = 0x1p31F;
-  return std::fabs(value) < too_large ? static_cast<unsigned>(static_cast<int>(value)) & 3 : 0;
+  return std::fabs(value) < too_large ? unsigned(int(value)) & 3 : 0;
 }
 
 void write_header(const img_file* handle, FileWriter& file) {
@@ -184,13 +182,13 @@ void write_header(const img_file* handle, FileWriter& file) {
   out.be32(std::bit_cast<std::uint32_t>(kVersion));
   out.text("Written by Brannock libimg", 80);
   out.text("PICT", 4);
-  out.be16(static_cast<std::uint32_t>(handle->width));
-  out.be16(static_cast<std::uint32_t>(handle->height));
+  out.be16(std::uint32_t(handle->width));
+  out.be16(std::uint32_t(handle->height));
   out.be32(std::bit_cast<std::uint32_t>(handle->aspect == 0 ? 1.0F : handle->aspect));
   out.be16(fields_of(handle));
   out.be16(0);
-  for (const unsigned mask : {kColours, kAlpha}) {
-    out.u8(mask == kColours);  // the next one follows
+  for (const unsigned mask : {kColors, kAlpha}) {
+    out.u8(mask == kColors);  // the next one follows
     out.u8(kSampleBits);
     out.u8(kMixed);
     out.u8(mask);
@@ -220,11 +218,11 @@ int img_open_pic(img_file* handle, const std::uint8_t* head) {
   if (std::isfinite(aspect) && aspect > 0) handle->aspect = aspect;
   if (!read_groups(handle, head, *state)) return 0;
   const unsigned channels = all_channels(*state);
-  if ((channels & kColours) != kColours) {
+  if ((channels & kColors) != kColors) {
     return img_refuse(handle, IMG_ERR_SUBTYPE, 0,
                       "channels 0x%02x are not read without red, green and blue (0xe0)", channels);
   }
-  const auto width = static_cast<std::size_t>(handle->width);
+  const auto width = std::size_t(handle->width);
   state->in.start(handle, kHeaderBytes + kDescriptorBytes * state->group_count,
                   std::max(FileReader::kBufferSize, record_bound(width, 4)));
   state->row = Buffer(4 * width);
@@ -236,7 +234,7 @@ int img_open_pic(img_file* handle, const std::uint8_t* head) {
 int img_create_pic(img_file* handle) {
   if (!check_sides(handle, kLargestSide)) return 0;
   auto state = make_state<PicState>(handle);
-  const auto width = static_cast<std::size_t>(handle->width);
+  const auto width = std::size_t(handle->width);
   state->row = Buffer(3 * width);
   state->packets = Buffer(compact_bound(width, 3));
   state->out.start(handle);
@@ -256,7 +254,7 @@ int img_read_pic(img_file* handle, img_line* line) {
 
 int img_write_pic(img_file* handle, img_line* line) {
   auto& state = state_of<PicState>(handle);
-  const auto width = static_cast<std::size_t>(handle->width);
+  const auto width = std::size_t(handle->width);
   const auto [red, green, blue, alpha] = plane_pointers<const std::uint8_t, 4>(line);
   pack<const std::uint8_t, 3>(state.row.data(), {red, green, blue}, width);
   write_record(state, {state.row.data(), 3 * width}, 3);

@@ -124,7 +124,7 @@ class TextLine {
     if (!is_digit(last_)) return std::nullopt;
     int value = 0;
     for (; is_digit(last_); last_ = in_.get()) value = append_digit(value, last_);
-    return negative ? std::uint8_t{0} : static_cast<std::uint8_t>(std::min(value, 255));
+    return negative ? std::uint8_t{0} : std::uint8_t(std::min(value, 255));
   }
 
   // A floating-point sample, 0 for text that is not a number; empty at the end of the file.
@@ -134,12 +134,12 @@ class TextLine {
     std::array<char, kMaxToken + 1> token;
     std::size_t length = 0;
     for (; length < kMaxToken && !is_blank(last_) && last_ != FileReader::kEnd; last_ = in_.get()) {
-      token[length++] = static_cast<char>(last_);
+      token[length++] = char(last_);
     }
     token[length] = '\0';
     static const locale_t c_locale =
         newlocale(LC_ALL_MASK, "C", nullptr);  // a program's own may want commas
-    return static_cast<float>(strtod_l(token.data(), nullptr, c_locale));
+    return float(strtod_l(token.data(), nullptr, c_locale));
   }
 
  private:
@@ -154,7 +154,7 @@ class TextLine {
 int read_binary_line(img_file* handle, img_line* line) {
   auto& pixels = state_of<PpmState>(handle).pixels;
   const auto planes = plane_pointers<std::uint8_t, 3>(line);
-  if (!read_row(pixels, planes, static_cast<std::size_t>(handle->width))) {
+  if (!read_row(pixels, planes, std::size_t(handle->width))) {
     return img_error(handle, IMG_ERR_READ, errno);
   }
   return 1;
@@ -240,7 +240,7 @@ void write_rgbe_line(img_file* handle, img_line* line) {
 int write_binary_line(img_file* handle, img_line* line) {
   auto& out = state_of<PpmState>(handle).out;
   const auto planes = plane_pointers<std::uint8_t, 3>(line);
-  if (!write_row(out, planes, static_cast<std::size_t>(handle->width))) {
+  if (!write_row(out, planes, std::size_t(handle->width))) {
     return img_error(handle, IMG_ERR_WRITE, out.error());
   }
   return 1;
@@ -259,7 +259,7 @@ int img_test_ppm(img_file* /*handle*/, const std::uint8_t* head) {
 
 int img_open_ppm(img_file* handle, const std::uint8_t* head) {
   auto state = make_state<PpmState>(handle);
-  state->letter = static_cast<char>(head[1]);
+  state->letter = char(head[1]);
   const bool is_float = state->letter == 'F';
   state->pixels.start(handle, 2);  // after the magic
   const auto header = HeaderParser(state->pixels).parse(is_float ? 4 : 3);

@@ -130,14 +130,14 @@ KA_KERNEL void parse_digits(const Digits& digits, std::size_t blocks, Samples& s
   for (; blocks > 0; --blocks, in += kBlockDigits, out += kBlockDigits / 2) {
     std::array<std::uint8_t, kBlockDigits> values;
     for (std::size_t i = 0; i < kBlockDigits; ++i) {
-      const auto character = static_cast<std::uint8_t>(in[i]);
-      const auto number = static_cast<std::uint8_t>(character - '0');
-      const auto letter = static_cast<std::uint8_t>((character | 0x20) - 'a');
-      others[i] |= static_cast<std::uint8_t>(number > 9 && letter > 5);
-      values[i] = number > 9 ? static_cast<std::uint8_t>(letter + 10) : number;
+      const auto character = std::uint8_t(in[i]);
+      const auto number = std::uint8_t(character - '0');
+      const auto letter = std::uint8_t((character | 0x20) - 'a');
+      others[i] |= std::uint8_t(number > 9 && letter > 5);
+      values[i] = number > 9 ? std::uint8_t(letter + 10) : number;
     }
     for (std::size_t i = 0; i < kBlockDigits / 2; ++i) {
-      out[i] = static_cast<std::uint8_t>(values[2 * i] << 4 | values[2 * i + 1]);
+      out[i] = std::uint8_t(values[2 * i] << 4 | values[2 * i + 1]);
     }
   }
   sound = std::ranges::count(others, 0) == std::ptrdiff_t(kBlockDigits);
@@ -270,8 +270,8 @@ void print_image(FileWriter& out, unsigned width, unsigned height, bool is_grey)
 
 int create_text(img_file* handle, void (*print_head)(FileWriter&, unsigned, unsigned)) {
   auto state = make_state<PsState>(handle);
-  const auto width = static_cast<unsigned>(handle->width);
-  const auto height = static_cast<unsigned>(handle->height);
+  const auto width = unsigned(handle->width);
+  const auto height = unsigned(handle->height);
   state->out.start(handle);
   print_head(state->out, width, height);
   print_image(state->out, width, height, handle->file_type == IMG_TYPE_S);
@@ -290,8 +290,8 @@ void write_line(FileWriter& out, std::size_t width,
     auto* text = out.put(2 * Components * (end - x) + 1).data();
     for (; x < end; ++x) {
       for (const std::uint8_t* const plane : planes) {
-        *text++ = static_cast<std::uint8_t>(digits[plane[x] >> 4]);
-        *text++ = static_cast<std::uint8_t>(digits[plane[x] & 15]);
+        *text++ = std::uint8_t(digits[plane[x] >> 4]);
+        *text++ = std::uint8_t(digits[plane[x] & 15]);
       }
     }
     *text = '\n';
@@ -339,7 +339,7 @@ int img_read_ps(img_file* handle, img_line* line) {
 
 int img_write_ps(img_file* handle, img_line* line) {
   auto& out = state_of<PsState>(handle).out;
-  const auto width = static_cast<std::size_t>(handle->width);
+  const auto width = std::size_t(handle->width);
   if (handle->components == 3) {
     write_line(out, width, plane_pointers<const std::uint8_t, 3>(line));
   } else {

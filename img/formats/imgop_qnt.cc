@@ -58,7 +58,7 @@ struct Pairs {
 using Colors = std::array<std::array<Half, 2>, 3>;
 
 constexpr std::uint8_t to_sample(int sum) {
-  return static_cast<std::uint8_t>(std::clamp(sum, 0, 0xffffff) >> kPlaces);
+  return std::uint8_t(std::clamp(sum, 0, 0xffffff) >> kPlaces);
 }
 
 KA_KERNEL void decode_pairs(const Pairs& pairs, Colors& colors) {
@@ -94,7 +94,7 @@ class Carry {
   std::uint8_t take(int sum, int zero) {
     sum += fraction_;
     fraction_ = sum & kFraction;
-    return static_cast<std::uint8_t>((sum >> kPlaces) + zero);
+    return std::uint8_t((sum >> kPlaces) + zero);
   }
 
  private:
@@ -160,7 +160,7 @@ int img_open_qnt(img_file* handle, const std::uint8_t* /*head*/) {
   auto state = make_state<QntState>(handle);
   state->in.start(handle, 0);
   handle->width = kFrameWidth;
-  handle->height = static_cast<int>(handle->file_size / std::int64_t{kRowBytes});
+  handle->height = int(handle->file_size / std::int64_t{kRowBytes});
   handle->data.p = state.release();
   return 1;
 }

@@ -168,7 +168,7 @@ int getrow(img_file* handle, Sample* plane, std::size_t channel) {
 // A grey file has one row for all planes.
 template <typename Sample>
 int read_planes(img_file* handle, img_line* line) {
-  const auto components = static_cast<std::size_t>(handle->components);
+  const auto components = std::size_t(handle->components);
   const bool is_grey = state_of<RgbState>(handle).header.is_grey();
   for (std::size_t channel = 0; channel < (is_grey ? 1 : components); ++channel) {
     if (!getrow(handle, plane_of<Sample>(line, channel), channel)) return 0;
@@ -188,8 +188,8 @@ int putrow(img_file* handle, const Sample* plane, std::size_t channel) {
   if (state.next_row + length > std::numeric_limits<std::uint32_t>::max()) {
     return img_error(handle, IMG_ERR_WRITE, EFBIG);  // the tables hold 32-bit offsets
   }
-  state.table.start[row] = static_cast<std::uint32_t>(state.next_row);
-  state.table.length[row] = static_cast<std::uint32_t>(length);
+  state.table.start[row] = std::uint32_t(state.next_row);
+  state.table.length[row] = std::uint32_t(length);
   state.next_row += length;
   state.out.write({reinterpret_cast<const char*>(state.packets.data()), length});
   return state.out.error() == 0 ? 1 : img_error(handle, IMG_ERR_WRITE, state.out.error());
@@ -199,8 +199,8 @@ int putrow(img_file* handle, const Sample* plane, std::size_t channel) {
 int put_float_row(img_file* handle, const float* plane, std::size_t channel) {
   auto& samples = state_of<RgbState>(handle).samples;
   for (std::size_t x = 0; x < samples.size(); ++x) {
-    samples[x] = plane[x] > 0 ? static_cast<std::uint16_t>(std::min(plane[x], 1.0F) * 65535.0F)
-                              : std::uint16_t{0};
+    samples[x] =
+        plane[x] > 0 ? std::uint16_t(std::min(plane[x], 1.0F) * 65535.0F) : std::uint16_t{0};
   }
   return putrow<std::uint16_t>(handle, samples.data(), channel);
 }
@@ -282,11 +282,11 @@ int img_create_rgb(img_file* handle) {
   if (!check_sides(handle, kLargestSide)) return 0;
   auto state = make_state<RgbState>(handle);
   state->header = {.storage = 1,
-                   .sample_bytes = static_cast<std::uint8_t>(handle->bits <= 8 ? 1 : 2),
+                   .sample_bytes = std::uint8_t(handle->bits <= 8 ? 1 : 2),
                    .dimension = 3,
-                   .width = static_cast<std::uint16_t>(handle->width),
-                   .height = static_cast<std::uint16_t>(handle->height),
-                   .channels = static_cast<std::uint16_t>(handle->components)};
+                   .width = std::uint16_t(handle->width),
+                   .height = std::uint16_t(handle->height),
+                   .channels = std::uint16_t(handle->components)};
   state->table.start.assign(state->header.rows(), 0);
   state->table.length.assign(state->header.rows(), kNeverWritten);
   state->packets = Buffer(counted_bound(state->header.width, state->header.sample_bytes));

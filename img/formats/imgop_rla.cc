@@ -28,11 +28,11 @@ namespace {
 constexpr std::size_t kHeaderBytes = 740;
 constexpr int kLargestWindow = 4096;  // last column and line of what counts as this format
 constexpr int kLargestSide = 32768;   // pixels; windows have 16 bits with sign
-constexpr std::size_t kColours = 3;
+constexpr std::size_t kColors = 3;
 constexpr std::size_t kWritten = 4;                        // records of a line: comptab
 constexpr std::size_t kLengthBytes = 2;                    // before a record
 constexpr std::size_t kGammaBytes = 16, kAspectBytes = 8;  // of their texts
-constexpr float kUsualGamma = 2.2F;
+constexpr float kDefaultGamma = 2.2F;
 
 struct Window {
   int left, right, bottom, top;  // inclusive
@@ -44,8 +44,8 @@ struct Window {
 struct Header {
   Window active;
   float gamma, aspect;
-  unsigned storage;          // 0: run-length encoded bytes or 16-bit samples
-  unsigned colours, mattes;  // channels
+  unsigned storage;         // 0: run-length encoded bytes or 16-bit samples
+  unsigned colors, mattes;  // channels
   unsigned bits, matte_type, matte_bits;
 };
 
@@ -59,7 +59,7 @@ struct RlaState {
 };
 
 Window parse_window(ByteCursor& in) {
-  const auto side = [&] { return static_cast<int>(static_cast<std::int16_t>(in.be16())); };
+  const auto side = [&] { return int(std::int16_t(in.be16())); };
   Window window;
   window.left = side();
   window.right = side();
@@ -85,7 +85,7 @@ Header parse_header(std::span<const std::uint8_t> bytes) {
   header.active = parse_window(in);
   in.skip(2);  // frame
   header.storage = in.be16();
-  header.colours = in.be16();
+  header.colors = in.be16();
   header.mattes = in.be16();
   in.skip(4);  // auxiliary channels, revision
   header.gamma = parse_number(in.take(kGammaBytes));
@@ -100,10 +100,10 @@ Header parse_header(std::span<const std::uint8_t> bytes) {
 
 // Returns 1, or 0 with the handle's error.
 int check_header(img_file* handle, const Header& header) {
-  if (header.colours != kColours || header.mattes > 1) {
+  if (header.colors != kColors || header.mattes > 1) {
     return img_refuse(handle, IMG_ERR_SUBTYPE, 0,
                       "%u color and %u matte channels are not read; 3 and up to 1 are",
-                      header.colours, header.mattes);
+                      header.colors, header.mattes);
   }
   if (header.bits != header.matte_bits || header.bits > 16) {
     return img_refuse(handle, IMG_ERR_SUBTYPE, 0,
@@ -122,7 +122,7 @@ int check_header(img_file* handle, const Header& header) {
 
 // The offsets of all lines.
 int read_table(img_file* handle, RlaState& state) {
-  const auto height = static_cast<std::size_t>(handle->height);
+  const auto height = std::size_t(handle->height);
   errno = 0;
   if (state.in.left() < 4 * height) {
     return img_refuse(handle, IMG_ERR_READ, errno, "the file ends in the table of %zu lines",
@@ -191,7 +191,7 @@ template <typename Sample>
 int read_line(img_file* handle, img_line* line) {
   auto& state = state_of<RlaState>(handle);
   const auto planes = line_planes<Sample, 4>(handle, line);
-  seek_line(state, static_cast<std::size_t>(handle->line_count), planes[0].size_bytes());
+  seek_line(state, std::size_t(handle->line_count), planes[0].size_bytes());
   for (std::size_t channel = 0; channel < state.channels; ++channel) {
     const auto packets = read_record(handle, state, planes[channel].size_bytes());
     if (!packets) return 0;
@@ -199,8 +199,8 @@ int read_line(img_file* handle, img_line* line) {
       return img_refuse(handle, IMG_ERR_CORRUPT, 0, "packets do not fill their line exactly");
     }
   }
-  if (state.channels == kColours) {
-    std::ranges::fill(planes[kColours], std::numeric_limits<Sample>::max());
+  if (state.channels == kColors) {
+    std::ranges::fill(planes[kColors], std::numeric_limits<Sample>::max());
   }
   return 1;
 }
@@ -228,9 +228,9 @@ const char* file_name(const img_file* handle) {
 
 void put_window(ByteWriter& out, const img_file* handle) {
   out.be16(0);
-  out.be16(static_cast<std::uint32_t>(handle->width - 1));
+  out.be16(std::uint32_t(handle->width - 1));
   out.be16(0);
-  out.be16(static_cast<std::uint32_t>(handle->height - 1));
+  out.be16(std::uint32_t(handle->height - 1));
 }
 
 void put_origin(ByteWriter& out, const img_file* handle) {
@@ -253,11 +253,11 @@ void write_header(const img_file* handle, FileWriter& file) {
   put_window(out, handle);
   put_window(out, handle);
   out.be32(0);  // frame, storage
-  out.be16(kColours);
+  out.be16(kColors);
   out.be16(1);       // matte channels
   out.be16(0);       // auxiliary channels
   out.be16(0xfffe);  // revision
-  put_number(out, handle->gamma > 0 ? handle->gamma : kUsualGamma, kGammaBytes);
+  put_number(out, handle->gamma > 0 ? handle->gamma : kDefaultGamma, kGammaBytes);
   for (const char* const point :
        {"0.6700 0.3300", "0.2100 0.7100", "0.1400 0.0800", "0.3100 0.3160"}) {
     put_text(out, point, 24);  // red, green, blue, white
@@ -268,9 +268,9 @@ void write_header(const img_file* handle, FileWriter& file) {
   put_number(out, handle->aspect, kAspectBytes);
   put_text(out, "rgb", 32);
   out.zeros(46);  // field, time, filter
-  out.be16(static_cast<std::uint32_t>(handle->bits));
+  out.be16(std::uint32_t(handle->bits));
   out.be16(0);  // matte type
-  out.be16(static_cast<std::uint32_t>(handle->bits));
+  out.be16(std::uint32_t(handle->bits));
   out.zeros(76);  // auxiliary channels, space, next
 }
 
@@ -285,14 +285,14 @@ int img_test_rla(img_file* /*handle*/, const std::uint8_t* head) {
   ByteCursor in({head, IMG_HEAD_SIZE});
   const Window window = parse_window(in);
   in.skip(12);  // active window, frame, storage
-  const int colours = in.be16(), mattes = in.be16();
+  const int colors = in.be16(), mattes = in.be16();
   in.skip(4);  // auxiliary channels, revision
   const int gamma = in.u8();
   const auto is_side = [](int side) { return side >= 0 && side <= kLargestWindow; };
   if (!is_side(window.left) || !is_side(window.right)) return 0;
   if (!is_side(window.bottom) || !is_side(window.top)) return 0;
   if (window.left >= window.right || window.bottom >= window.top) return 0;
-  return colours <= 3 && mattes <= 1 && gamma >= ' ' && gamma <= '9';
+  return colors <= 3 && mattes <= 1 && gamma >= ' ' && gamma <= '9';
 }
 
 int img_open_rla(img_file* handle, const std::uint8_t* /*head*/) {
@@ -306,10 +306,10 @@ int img_open_rla(img_file* handle, const std::uint8_t* /*head*/) {
   handle->aspect = header.aspect;
   handle->width = header.active.width();
   handle->height = header.active.height();
-  state->channels = kColours + header.mattes;
+  state->channels = kColors + header.mattes;
   if (!read_table(handle, *state)) return 0;
   const bool is_deep = header.bits > 8;
-  if (is_deep) state->record = Buffer(2 * static_cast<std::size_t>(handle->width));
+  if (is_deep) state->record = Buffer(2 * std::size_t(handle->width));
   state_file_type(handle, is_deep ? IMG_TYPE_RGBA_16 : IMG_TYPE_RGBA);
   handle->data.p = state.release();
   return 1;
@@ -318,8 +318,8 @@ int img_open_rla(img_file* handle, const std::uint8_t* /*head*/) {
 int img_create_rla(img_file* handle) {
   if (!check_sides(handle, kLargestSide)) return 0;
   auto state = make_state<RlaState>(handle);
-  const auto width = static_cast<std::size_t>(handle->width);
-  state->offsets.assign(static_cast<std::size_t>(handle->height), 0);
+  const auto width = std::size_t(handle->width);
+  state->offsets.assign(std::size_t(handle->height), 0);
   state->record = Buffer(kWritten * (kLengthBytes + compact_bound(width, 1)));
   state->out.start(handle);
   write_header(handle, state->out);
@@ -340,12 +340,12 @@ int img_write_rla(img_file* handle, img_line* line) {
   if (offset > std::numeric_limits<std::uint32_t>::max()) {
     return img_error(handle, IMG_ERR_WRITE, EFBIG);
   }
-  state.offsets[static_cast<std::size_t>(handle->line_count)] = static_cast<std::uint32_t>(offset);
+  state.offsets[std::size_t(handle->line_count)] = std::uint32_t(offset);
   const std::span records(state.record.data(), state.record.size());
   std::size_t used = 0;
   for (const auto& plane : line_planes<std::uint8_t, kWritten>(handle, line)) {
     const std::size_t length = compact_signed(plane, records.subspan(used + kLengthBytes));
-    ByteWriter(records.subspan(used)).be16(static_cast<std::uint32_t>(length));
+    ByteWriter(records.subspan(used)).be16(std::uint32_t(length));
     used += kLengthBytes + length;
   }
   state.out.write({reinterpret_cast<const char*>(records.data()), used});

@@ -119,9 +119,9 @@ void convert_16_bits(const std::uint8_t* pixels, const Planes& planes, std::size
   const auto [r, g, b, a] = planes;
   for (std::size_t i = 0; i < count; ++i, pixels += 2) {
     const unsigned low = pixels[0], high = pixels[1];
-    r[i] = static_cast<std::uint8_t>(high * 2 & 248);
-    g[i] = static_cast<std::uint8_t>((low / 4 & 56) | (high & 3) * 64);
-    b[i] = static_cast<std::uint8_t>(low * 8);
+    r[i] = std::uint8_t(high * 2 & 248);
+    g[i] = std::uint8_t((low / 4 & 56) | (high & 3) * 64);
+    b[i] = std::uint8_t(low * 8);
     a[i] = !has_alpha || (high & 0x80) ? std::uint8_t{kOpaque} : std::uint8_t{0};
   }
 }
@@ -225,8 +225,8 @@ int img_create_targa(img_file* handle) {
   out.zeros(2);
   out.u8(kTrueColor);
   out.zeros(9);  // no color map, origin 0
-  out.le16(static_cast<std::uint32_t>(handle->width));
-  out.le16(static_cast<std::uint32_t>(handle->height));
+  out.le16(std::uint32_t(handle->width));
+  out.le16(std::uint32_t(handle->height));
   out.u8(32);
   out.u8(0);  // bottom line first
   handle->data.p = state.release();
@@ -238,7 +238,7 @@ int img_read_targa(img_file* handle, img_line* line) {
   const auto pixels =
       state.header.is_packed() ? uncompress(handle, state) : read_targa(handle, state);
   if (pixels.empty()) return 0;
-  const auto width = static_cast<std::size_t>(handle->width);
+  const auto width = std::size_t(handle->width);
   if (convert(state, pixels.data(), plane_pointers<std::uint8_t, 4>(line), width)) return 1;
   return img_refuse(handle, IMG_ERR_CORRUPT, 0, "a pixel outside the color map");
 }
@@ -247,7 +247,7 @@ int img_write_targa(img_file* handle, img_line* line) {
   auto& out = state_of<TargaState>(handle).out;
   const auto [r, g, b, a] = plane_pointers<std::uint8_t, 4>(line);
   const std::array planes = {b, g, r, a};
-  if (!write_row(out, planes, static_cast<std::size_t>(handle->width))) {
+  if (!write_row(out, planes, std::size_t(handle->width))) {
     return img_error(handle, IMG_ERR_WRITE, out.error());
   }
   return 1;

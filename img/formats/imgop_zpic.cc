@@ -52,8 +52,8 @@ int img_read_zpic(img_file* handle, img_line* /*line*/) {
 int img_write_zpic(img_file* handle, img_line* line) {
   auto& out = state_of<ZpicState>(handle).out;
   const auto planes = plane_pointers<std::uint32_t, 1>(line);
-  const bool written = move_row(planes, static_cast<std::size_t>(handle->width),
-                                FileWriter::kBufferSize, [&](const auto& part, std::size_t pixels) {
+  const bool written = move_row(planes, std::size_t(handle->width), FileWriter::kBufferSize,
+                                [&](const auto& part, std::size_t pixels) {
                                   negate(out.put(pixels * sizeof(float)).data(), part[0], pixels);
                                   return out.error() == 0;
                                 });

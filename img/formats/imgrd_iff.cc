@@ -33,9 +33,9 @@ bool find_chunk(FileReader& in, IffStack& stack, std::uint32_t name, std::uint32
 
 // 0 for a file that holds depths only.
 std::size_t components_of(std::uint32_t flags) {
-  const std::size_t colours = (flags & kIffHasColour) != 0 ? 3 : 0;
+  const std::size_t colors = (flags & kIffHasColor) != 0 ? 3 : 0;
   const std::size_t alpha = (flags & kIffHasAlpha) != 0 ? 1 : 0;
-  return colours + alpha == 0 && (flags & kIffHasDepth) == 0 ? 1 : colours + alpha;
+  return colors + alpha == 0 && (flags & kIffHasDepth) == 0 ? 1 : colors + alpha;
 }
 
 int file_type_of(const IffState& state) {
@@ -79,8 +79,8 @@ int read_header(img_file* handle, IffState& state, std::size_t& tiles) {
     return img_refuse(handle, IMG_ERR_CORRUPT, 0, "width %u, height %u; sides of up to %d are read",
                       width, height, kIffLargestSide);
   }
-  handle->width = static_cast<int>(width);
-  handle->height = static_cast<int>(height);  // messages tell it from here on
+  handle->width = int(width);
+  handle->height = int(height);  // messages tell it from here on
   state.width = width;
   state.height = height;
   state.components = components_of(flags);
@@ -93,7 +93,7 @@ int read_header(img_file* handle, IffState& state, std::size_t& tiles) {
 // The next tile with colors; the reader comes before its pixels then.
 int read_tile_header(img_file* handle, IffState& state, IffTile& tile) {
   IffChunk chunk;
-  if (!find_chunk(state.in, state.stack, kIffColours, 0, chunk)) {
+  if (!find_chunk(state.in, state.stack, kIffColors, 0, chunk)) {
     return img_refuse(handle, IMG_ERR_READ, errno, "a tile is not found");
   }
   const auto bytes = state.in.take(kIffBoundsBytes);
@@ -309,7 +309,7 @@ int img_read_iff(img_file* handle, img_line* line) {
   if (handle->line_count >= handle->height) return img_error(handle, IMG_ERR_READ, 0);
   auto& state = state_of<IffState>(handle);
   if (state.width == 0) return 1;  // there are no tiles
-  const auto y = static_cast<std::size_t>(handle->line_count);
+  const auto y = std::size_t(handle->line_count);
   if (!state.holds(y) && !collect_tiles(handle, state, y)) return 0;
   iff_copy_line(handle, state, y, line,
                 [](const std::uint8_t* held, std::uint8_t* plane, std::size_t bytes) {

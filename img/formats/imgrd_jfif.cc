@@ -98,12 +98,12 @@ std::uint64_t plain_memory(const JfifState& state) {
 
 jvirt_barray_ptr request_blocks(j_common_ptr codec, int /*pool*/, boolean /*zero*/,
                                 JDIMENSION blocks, JDIMENSION rows, JDIMENSION most) {
-  return reinterpret_cast<jvirt_barray_ptr>(state_of(codec).blocks.add(blocks, rows, most));
+  return reinterpret_cast<jvirt_barray_ptr>(codec_state(codec).blocks.add(blocks, rows, most));
 }
 
 JBLOCKARRAY access_blocks(j_common_ptr codec, jvirt_barray_ptr rows, JDIMENSION first,
                           JDIMENSION count, boolean is_written) {
-  JfifState& state = state_of(codec);
+  JfifState& state = codec_state(codec);
   auto& component = *reinterpret_cast<JpegBlocks::Component*>(rows);
   const JBLOCKARRAY blocks = state.blocks.access(component, first, count, is_written != FALSE);
   if (state.blocks.packed_bytes() > plain_memory(state)) ERREXIT(codec, JERR_NO_BACKING_STORE);
@@ -184,7 +184,7 @@ JBLOCKARRAY JpegBlocks::access(Component& component, std::size_t first, std::siz
 }
 
 void img_jfif_prepare_blocks(j_decompress_ptr reader) {
-  const JfifState& state = state_of(reader);
+  const JfifState& state = codec_state(reader);
   const std::uint64_t pixels = std::uint64_t{reader->output_width} * reader->output_height;
   const std::uint64_t most_pixels = kFreePixels + kPixelsPerByte * state.file_size;
   if (reader->arith_code && pixels > most_pixels) ERREXIT(reader, JERR_NO_BACKING_STORE);
@@ -198,7 +198,7 @@ void img_jfif_prepare_blocks(j_decompress_ptr reader) {
 }
 
 void img_jfif_count_scans(j_common_ptr codec) {
-  JfifState& state = state_of(codec);
+  JfifState& state = codec_state(codec);
   jpeg_decompress_struct& reader = state.reader;
   if (reader.input_scan_number == state.scans) return;
   state.scans = reader.input_scan_number;

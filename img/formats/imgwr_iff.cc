@@ -64,11 +64,11 @@ int write_tile(img_file* handle, IffState& state, const IffTile& tile) {
   if (!state.is_encoded) bytes = copytile(state, tile);
   const std::size_t size = kIffBoundsBytes + bytes.size();
   if (!has_room(state, kChunkHeader + size)) return img_error(handle, IMG_ERR_WRITE, EFBIG);
-  const IffChunk chunk{state.tile_name, static_cast<std::uint32_t>(size), 0, 0};
+  const IffChunk chunk{state.tile_name, std::uint32_t(size), 0, 0};
   bool written = img_iff_write_begin_chunk(state.out, state.stack, chunk);
   ByteWriter bounds(state.out.put(kIffBoundsBytes));
   for (const std::size_t bound : {tile.x1, tile.y1, tile.x2, tile.y2}) {
-    bounds.be16(static_cast<std::uint32_t>(bound));
+    bounds.be16(std::uint32_t(bound));
   }
   state.out.write({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
   written = written && img_iff_write_end_chunk(state.out, state.stack);
@@ -102,7 +102,7 @@ bool img_iff_write_end_chunk(FileWriter& out, IffStack& stack) {
   if (stack.empty()) return false;
   const IffChunk chunk = stack.pop();
   const std::uint64_t end = out.position();
-  const auto size = static_cast<std::uint32_t>(end - chunk.start - kChunkHeader);
+  const auto size = std::uint32_t(end - chunk.start - kChunkHeader);
   if (size != chunk.size) {
     out.seek(chunk.start + 4);
     ByteWriter(out.put(4)).be32(size);
@@ -126,7 +126,7 @@ void img_iff_start_strip(IffState& state, std::size_t line) {
 int img_write_iff(img_file* handle, img_line* line) {
   if (!handle->data.p) return img_error(handle, IMG_ERR_WRITE, handle->os_error);
   auto& state = state_of<IffState>(handle);
-  const auto y = static_cast<std::size_t>(handle->line_count);
+  const auto y = std::size_t(handle->line_count);
   iff_copy_line(handle, state, y, line, iff_copy);
   if (y < state.held.last_line) return 1;
   if (!write_tiles(handle, state)) {

@@ -10,9 +10,9 @@
 #include <random>
 #include <string>
 
-#include "imgcache.h"
 #include "imgcontext.h"
 #include "support.h"
+#include "texturecache.h"
 
 namespace test {
 

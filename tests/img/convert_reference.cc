@@ -100,11 +100,11 @@ double channel_of(int src, int bits, const Pixel& p, std::size_t channel, double
 }
 
 Pixel decoded(const Pixel& p) {
-  Pixel colour{};
+  Pixel color{};
   for (std::size_t c = 0; c < 3 && p[3] != 0; ++c) {
-    colour[c] = std::ldexp(p[c] + 0.5, int(p[3]) - 136);
+    color[c] = std::ldexp(p[c] + 0.5, int(p[3]) - 136);
   }
-  return colour;
+  return color;
 }
 
 Pixel encoded(Pixel p) {

@@ -49,7 +49,7 @@ const Claim kClaims[] = {
     {"BmpOfBits", bmp(1), IMG_ERR_READ},
     {"Lwi", lwi(kColumns, std::string(400, '\xff')), IMG_ERR_READ},
     {"Tiff", tiff(1, 1), IMG_ERR_READ},
-    {"TiffOfColours", tiff(1, 3), IMG_ERR_READ},
+    {"TiffOfColors", tiff(1, 3), IMG_ERR_READ},
 };
 
 // No buffer is made for such a line, whatever its type is.

@@ -10,9 +10,9 @@
 #include <cstring>
 #include <latch>
 
-#include "imgcache.h"
 #include "lib/messages.h"
 #include "pictures.h"
+#include "texturecache.h"
 
 namespace {
 

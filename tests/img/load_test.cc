@@ -30,9 +30,9 @@ TEST(Load, FindsPlanesByComponentWhateverTheirSlot) {
   const test::Image scalar = test::make_image(IMG_TYPE_S_16, 2, 2);
   EXPECT_EQ(ka_img_plane(scalar.get(), 1, 0), test::plane(scalar.get(), 1, test::kA));
   EXPECT_EQ(ka_img_plane(scalar.get(), 1, 1), nullptr);
-  const test::Image colour = test::make_image(IMG_TYPE_RGBA, 2, 2);
-  EXPECT_EQ(ka_img_plane(colour.get(), 1, 3), test::plane(colour.get(), 1, test::kA));
-  for (const int y : {-1, 2}) EXPECT_EQ(ka_img_plane(colour.get(), y, 0), nullptr);
+  const test::Image color = test::make_image(IMG_TYPE_RGBA, 2, 2);
+  EXPECT_EQ(ka_img_plane(color.get(), 1, 3), test::plane(color.get(), 1, test::kA));
+  for (const int y : {-1, 2}) EXPECT_EQ(ka_img_plane(color.get(), y, 0), nullptr);
 }
 
 }  // namespace

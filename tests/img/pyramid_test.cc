@@ -173,11 +173,11 @@ Color mean(const img_image* image, double left, double right, double low, double
 TEST(Filter, LevelsAreTheMeansOfWhatTheirPixelsCover) {
   std::mt19937 random(1);
   std::uniform_real_distribution<float> next(0, 1);
+  constexpr std::pair<int, int> sides[] = {{8, 8}, {16, 4}, {6, 4}, {5, 5}, {7, 3}, {11, 14}};
   for (int i = 0; i < IMG_TYPE_COUNT * 24; ++i) {
     const int type = i / 24, bits = ka_img_nbits[type];
     if (ka_img_ncomp[type] == 2 || type == IMG_TYPE_TAG) continue;
-    const auto& [width, height] = std::array<std::pair<int, int>, 6>{
-        {{8, 8}, {16, 4}, {6, 4}, {5, 5}, {7, 3}, {11, 14}}}[std::size_t(i % 6)];
+    const auto [width, height] = sides[i % 6];
     const Mode mode({.color_clip = i % 2 ? IMG_CLIP_EACH : IMG_CLIP_TO_ALPHA});
     const Image image = make_pyramid(type, width, height);
     fill(image, [&](int, int) { return Color{next(random), next(random), next(random), 1}; });

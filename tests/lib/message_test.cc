@@ -86,7 +86,7 @@ TEST(Message, HandlersGetLevelTextAndCode) {
   EXPECT_EQ(standard_error([] { ka_error("x"); }), "MAIN  .0  error: x\n");
 }
 
-TEST(Message, ColoursSurroundTheLine) {
+TEST(Message, ColorsSurroundTheLine) {
   const auto error = [] { ka_error("x"); };
   const std::string plain = "MAIN  .0  error: x\n";
   ka_set_colormessage("on");

@@ -62,7 +62,7 @@ TEST(Rbtree, TheCompareFunctionOrdersAndTheCheckDoesNotAskIt) {
 }
 
 // 4, 2 and 6 make a black root with two red children, which turn black when 7 comes below one.
-TEST(Rbtree, DumpShowsDepthColourAndSide) {
+TEST(Rbtree, DumpShowsDepthColorAndSide) {
   const Tree tree = make_tree({{4, 40}, {2, 20}, {6, 60}, {6, 61}, {7, 70}});
   EXPECT_EQ(
       messages_of([&] { ka_rbtree_dump(tree.get()); }),

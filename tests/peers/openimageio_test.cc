@@ -8,9 +8,9 @@ namespace {
 
 // Channels of 16 bits are marked there as another type of storage.
 void clear_storage_types(const test::Scratch& scratch, const std::string& name) {
-  constexpr std::size_t of_colours = 18, of_matte = 660;  // byte offsets, 16 bits each
+  constexpr std::size_t of_colors = 18, of_matte = 660;  // byte offsets, 16 bits each
   std::string text = test::read_file(scratch.path(name));
-  for (const std::size_t at : {of_colours, of_matte}) text.replace(at, 2, 2, '\0');
+  for (const std::size_t at : {of_colors, of_matte}) text.replace(at, 2, 2, '\0');
   scratch.write(name, text);
 }
 

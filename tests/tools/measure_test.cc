@@ -68,7 +68,7 @@ std::vector<int> added_up(const ka::Counters& counters) {
 void check_kernels(const ka::LinePlanes& first, const ka::LinePlanes& second, std::size_t width,
                    const ka::MeasureSettings& settings) {
   static const std::vector<std::uint32_t> table = [] {
-    std::vector<std::uint32_t> entries(ka::kLargestColourSum + 1);
+    std::vector<std::uint32_t> entries(ka::kLargestColorSum + 1);
     for (std::size_t s = 0; s < entries.size(); ++s) entries[s] = std::uint32_t(s * 2654435761U);
     return entries;
   }();
@@ -91,14 +91,14 @@ void check_kernels(const ka::LinePlanes& first, const ka::LinePlanes& second, st
     ++alphas[unsigned(int(ka::kCounterMiddle) + p.alpha)];
   }
   for (const auto kernel :
-       ka::usable_kernels(is_signed ? ka::intensity_kernels : ka::colour_kernels)) {
+       ka::usable_kernels(is_signed ? ka::intensity_kernels : ka::color_kernels)) {
     ka::LineSums sums{};
     kernel(first, second, width, settings.tolerance, channels, sums);
     ASSERT_EQ(std::tie(sums.count, sums.total, sums.most, sums.least),
               std::tie(expected.count, expected.total, expected.most, expected.least));
   }
   const auto sum_kernels =
-      ka::usable_kernels(is_signed ? ka::intensity_pixel_kernels : ka::colour_pixel_kernels);
+      ka::usable_kernels(is_signed ? ka::intensity_pixel_kernels : ka::color_pixel_kernels);
   const auto count_kernels = ka::usable_kernels(ka::count_kernels);
   for (std::size_t set = 0; set < sum_kernels.size(); ++set) {
     std::vector<std::int32_t> sums(width + 1);  // lines of no pixels have addresses, too

@@ -1,4 +1,4 @@
-#include "doomed_file.h"
+#include "signalremoval.h"
 
 #include <limits.h>
 #include <unistd.h>
@@ -14,10 +14,10 @@ constexpr std::array kOthers = {SIGKILL, SIGSTOP, SIGTSTP, SIGTTIN, SIGTTOU,
                                 SIGCONT, SIGCHLD, SIGURG,  SIGWINCH};
 
 // The path with its closing zero; empty: none. A handler of signals may not ask for memory.
-std::array<char, PATH_MAX> doomed;
+std::array<char, PATH_MAX> marked;
 
 void end_by_signal(int number) {
-  remove_doomed_file();
+  remove_file_now();
   signal(number, SIG_DFL);
   raise(number);  // delivered on return
 }
@@ -31,20 +31,20 @@ void catch_signal(int number) {
 
 }  // namespace
 
-void doom_file(const std::string& path) {
-  if (path.size() >= doomed.size()) return;
-  std::copy_n(path.c_str(), path.size() + 1, doomed.begin());
-  std::atexit(remove_doomed_file);
+void remove_on_signal(const std::string& path) {
+  if (path.size() >= marked.size()) return;
+  std::copy_n(path.c_str(), path.size() + 1, marked.begin());
+  std::atexit(remove_file_now);
   for (int number = 1; number <= SIGRTMAX; ++number) {
     if (std::ranges::find(kOthers, number) == kOthers.end()) catch_signal(number);
   }
 }
 
-void spare_doomed_file() { doomed[0] = '\0'; }
+void keep_file() { marked[0] = '\0'; }
 
-void remove_doomed_file() {
-  if (doomed[0] != '\0') unlink(doomed.data());
-  spare_doomed_file();
+void remove_file_now() {
+  if (marked[0] != '\0') unlink(marked.data());
+  keep_file();
 }
 
 HeldSignals::HeldSignals() : before_{} {

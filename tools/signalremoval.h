@@ -9,9 +9,9 @@
 // Until it is spared the file is removed when the process ends, by itself, by a fatal message or by
 // a signal other than SIGKILL. There is one such file at a time.
 //   Before   signals are held since before the file was made; `path` is shorter than PATH_MAX.
-void doom_file(const std::string& path);
-void spare_doomed_file();
-void remove_doomed_file();
+void remove_on_signal(const std::string& path);
+void keep_file();
+void remove_file_now();
 
 // While one of these lives signals wait.
 class HeldSignals {
