@@ -19,7 +19,7 @@ TEST(Sgi, WritesTheseBytes) {
   for (const std::string golden : {"written", "written_16_bits"}) {
     const std::string golden_path = LUMORA_CORPUS "/rgb/" + golden + ".case";
     const test::Image image = test::read_image(golden_path, IMG_TYPE_FILE);
-    for (const std::size_t length : {1, 90}) {
+    for (const std::size_t length : {std::size_t{1}, name_bytes + 10}) {
       const test::Scratch scratch;
       const std::string path = scratch.path(std::string(length, 'n'));
       ASSERT_EQ(test::write_image(path, kSgi, image.get()), IMG_ERR_NONE);
@@ -40,7 +40,7 @@ void move_next_row(img_file* handle, std::uint64_t from, std::uint64_t to) {
 
 TEST(Sgi, TablesEndAt4GiB) {
   constexpr std::uint64_t first_row = 512 + 8 * 3 * 2, line_bytes = 3 * 3, most = 0xffffffff;
-  for (const std::uint64_t past : {0, 1}) {
+  for (const std::uint64_t past : {std::uint64_t{0}, std::uint64_t{1}}) {
     test::NewFile file(kSgi, k8, 2, 2);
     ASSERT_TRUE(file.write_line());
     move_next_row(file, first_row + line_bytes, most - line_bytes + past);

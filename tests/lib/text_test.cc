@@ -420,9 +420,8 @@ TEST_F(Text, OfLinktabComesFromARegularFileOfALimitedSize) {
     if (is_refused)
       expected = {"291046 path substitution: \"" + linktab_location +
                   "\" is not a regular file of at most 1 MiB"};
-    EXPECT_EQ(messages_of([&] { EXPECT_EQ(substitute("/nt/x"), read.empty() ? "/nt/x" : "N:/x"); },
-                          kReports),
-              expected);
+    const std::string path = read.empty() ? "/nt/x" : "N:/x";
+    EXPECT_EQ(messages_of([&] { EXPECT_EQ(substitute("/nt/x"), path); }, kReports), expected);
   }
   EXPECT_EQ(test::open_descriptors(), descriptors);
 }
