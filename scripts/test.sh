@@ -15,5 +15,5 @@ done
 
 cmake --preset clang -DLUMORA_BENCH=OFF
 cmake --build --preset clang --parallel "$jobs"
-scripts/tidy.sh build/clang 10
+scripts/tidy.sh build/clang 16
 scripts/thread_tests.sh threads

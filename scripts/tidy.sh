@@ -1,11 +1,11 @@
 #!/bin/bash
-# Static analysis: scripts/tidy.sh BUILD-FOLDER [COMMITS]. Of all sources, or of those that the last commits changed.
+# Static analysis: scripts/tidy.sh BUILD-FOLDER [FILES]. Of all sources, or of so many that changed last.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 build=$1
 
 if [[ $# -gt 1 ]]; then
-  changed() { git log --max-count="$1" --name-only --diff-filter=d --format= -- '*.cc' | sort -u; }
+  changed() { git log --max-count=50 --name-only --diff-filter=d --format= -- '*.cc' | awk '!seen[$0]++' | sed "$1q"; }
 else
   changed() { git ls-files -- '*.cc'; }
 fi
