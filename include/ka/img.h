@@ -179,7 +179,7 @@ typedef struct img_file {
 #define IMG_MAGIC 0xdeadbeefu
 
 /* An image in memory: this header, `height` entries of the line table, and the planes, in one
- * block. All offsets count from the start of the block, so that it can are in a file as it is.
+ * block. All offsets count from the start of the block, so that it can be in a file as it is.
  * Line 0 is the bottom line of the picture. */
 typedef struct img_image {
   float filter;
