@@ -317,7 +317,7 @@ void ka::swap_end() { ka_delete_lock(&swap_lock); }
 int ka_db_disk_pageout(std::uint32_t tag, ka_db_entry* entry, void* data, std::size_t size) {
   const ka::ModuleScope scope(KA_DB);
   configure_if_needed();
-  if (!ka::is_job_tag(tag)) {  // data elements stay, but are reported of a limit as well
+  if (!ka::is_job_tag(tag)) {  // data elements stay, but are told of a limit as well
     take_room(tag, kilobytes(size), nullptr, nullptr);
     return 0;
   }

@@ -104,7 +104,7 @@ class FloatBlock {
   img_line* line() { return &line_; }  // of type rgb_fp
   // Fills the block from a line of type rgbe; false when it lacks a plane.
   [[nodiscard]] bool decode(const img_line& from, std::size_t count);
-  // Writes the block to a line of type rgbe and changes other samples.
+  // Writes the block to a line of type rgbe and leaves other samples behind.
   void encode(const img_line& to, std::size_t count);
 
  private:

@@ -36,8 +36,8 @@ template <typename Sample>
   return (2 * count + 1) * sample_bytes;
 }
 
-// Encodes a line: stretches up to the next three equal literal samples, then the samples equal
-// to the first of these as a run. Before: `packets` has room for counted_bound. Returns the bytes
+// Encodes a line: stretches up to the next three equal samples as literals, then the samples
+// equal to the first of these as a run. Before: `packets` has room for counted_bound. Returns the bytes
 // used, the closing 0 included.
 template <typename Sample>
 [[nodiscard]] std::size_t compact_counted(std::span<const Sample> line,

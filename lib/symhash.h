@@ -1,4 +1,4 @@
-// The hash tables after symbol tables: chains of buckets, which come from a block pool.
+// The hash tables of symbol tables: chains of buckets, which come from a block pool.
 #pragma once
 
 #include <cstddef>
@@ -63,7 +63,7 @@ class HashTable {
   HashTable(const HashTable&) = delete;
   HashTable& operator=(const HashTable&) = delete;
 
-  // Puts an entry before its chain: of equal keys the newest is found first.
+  // Puts an entry at the head of its chain: of equal keys the newest is found first.
   void insert(Entry& entry) {
     if (count_ > chains_.size() / 2) grow();
     Bucket*& chain = chains_[index_of(hash(entry))];

@@ -36,7 +36,7 @@ std::size_t chunk_elements(const ka_mem_pool* pool) {
 
 unsigned char* chunk_start(Link* chunk) { return reinterpret_cast<unsigned char*>(chunk + 1); }
 
-// Puts the elements of a chunk before the free list, the first one at its head.
+// Puts the elements of a chunk at the head of the free list, the first one first.
 void free_all(ka_mem_pool* pool, Link* chunk) {
   unsigned char* const start = chunk_start(chunk);
   for (std::size_t i = chunk_elements(pool); i-- > 0;) {

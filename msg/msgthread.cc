@@ -89,7 +89,7 @@ Slot* first_free_slot() KA_REQUIRES(table_lock) {
   return nullptr;
 }
 
-// A slot with a zeroed context that says the thread's number; null after an error message when all
+// A slot with a zeroed context that has the thread's number; null after an error message when all
 // are taken.
 Slot* allocate_slot(ka_thread_function function, void* argument) {
   const ka::LockScope locked(table_lock);

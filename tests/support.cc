@@ -25,7 +25,7 @@ void collect(std::uint32_t /*level*/, const char* line, const char* /*text*/, in
   MessageLog::lines().emplace_back(line);
 }
 
-// The file after a standard stream of the child; -1 for one that stays closed.
+// The file behind a standard stream of the child; -1 for one that stays closed.
 int target(int wanted) {
   return wanted == kCapture ? memfd_create("captured", MFD_CLOEXEC) : wanted;
 }

@@ -10,7 +10,7 @@
 namespace ka {
 namespace {
 
-constexpr double kRangeWithoutAlpha = 441;  // represents 255 times the square root of 3
+constexpr double kRangeWithoutAlpha = 441;  // short for 255 times the square root of 3
 constexpr double kRange = 510;              // 255 times the square root of 4
 constexpr int kLargestSample = 255;
 

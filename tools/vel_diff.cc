@@ -29,7 +29,7 @@ constexpr char kToolVersion[] = "2.2";
 void error() { ka_fatal("failed to allocate memory"); }
 
 // An image that is opened while a standard stream is closed would get its number, and messages
-// would end up in the image. What is in for a closed one refuses to be written, so that a lost
+// would end up in the image. What is put in for a closed one refuses to be written, so that a lost
 // result is noticed.
 void reserve_standard_streams() {
   for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {

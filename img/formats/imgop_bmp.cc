@@ -50,7 +50,7 @@ std::uint64_t padded_row(std::uint64_t width, std::uint64_t bits) {
   return (width * bits + 31) / 32 * 4;
 }
 
-// Fields that a header of 12 bytes lacks are 0. Of one with another size only that is read.
+// Fields that a header of 12 bytes lacks are 0. Of one of another size only that size is read.
 Header parse_header(std::span<const std::uint8_t> head) {
   ByteCursor in(head);
   in.skip(kFileHeader);

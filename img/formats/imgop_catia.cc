@@ -97,8 +97,8 @@ std::optional<Header> parse_header(img_file* handle, Bytes header) {
   if (fields.block_samples > kMostSamples || fields.width < 1 || fields.width > kMostSamples ||
       !std::in_range<int>(fields.height)) {
     img_refuse(handle, IMG_ERR_SUBTYPE, 0,
-               "width %u, height %u, %u samples in a block; width and "
-               "samples of up to %zu are read",
+               "width %u, height %u, %u samples in a block; widths of 1 to %zu "
+               "and as many samples are read",
                fields.width, fields.height, fields.block_samples, kMostSamples);
     return std::nullopt;
   }

@@ -185,8 +185,8 @@ int img_open_hdr(img_file* handle, const std::uint8_t* /*head*/) {
   if (resolution.width <= 0 || resolution.height <= 0 || resolution.width > kLargestWidth) {
     ka_debug("img_open_hdr: bad resolution line");
     return img_refuse(handle, IMG_ERR_CORRUPT, 0,
-                      "width %d, height %d; widths of up to %d are read", resolution.width,
-                      resolution.height, kLargestWidth);
+                      "width %d, height %d; widths of 1 to %d and heights above 0 are read",
+                      resolution.width, resolution.height, kLargestWidth);
   }
   state->mirrored = resolution.mirrored;
   handle->data.p = state.release();

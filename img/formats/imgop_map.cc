@@ -20,7 +20,7 @@ namespace {
 constexpr int kLarger = 9;                                   // number of the message about the size
 constexpr std::size_t kTableBuffer = std::size_t{16} << 10;  // of the reader of line tables, bytes
 
-// A file of one level has exactly the bytes of its picture or more, which are reported. Files of several
+// A file of one level has exactly the bytes of its picture or more, which is reported. Files of several
 // levels have been seen with fewer levels than their sides allow.
 int check_size(img_file* handle, const img_image& image) {
   const auto expected = std::int64_t(map_file_bytes(image, image.levels > 0).value_or(0));

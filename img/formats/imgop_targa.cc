@@ -105,7 +105,7 @@ int check_header(img_file* handle, const Header& header) {
   }
   if (header.kind() != kMapped || (header.depth == 8 && header.entry_bits >= 24)) return 1;
   return img_refuse(handle, IMG_ERR_SUBTYPE, 0,
-                    "indexes of %d bits to colors of %d are not read; 8 to 24 and 8 to 32 are",
+                    "indexes of %d bits to colors of %d are not read; 8 bits to 24 or 32 are",
                     header.depth, header.entry_bits);
 }
 

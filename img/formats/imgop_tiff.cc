@@ -2,6 +2,7 @@
 // docs/formats.md, "TIFF", which is a part of "TIFF, Revision 6.0". Here is how a file is opened:
 // what of its directory can be read.
 #include <errno.h>
+#include <limits.h>
 
 #include <optional>
 
@@ -116,8 +117,9 @@ int read_layout(Source& file, const Directory& directory, State& state) {
   if (!read_sample_bits(file, directory, state)) return 0;
   if (!check_sample_bits(file.handle, state)) return 0;
   if (file.handle->width <= 0 || file.handle->height <= 0) {
-    return img_refuse(file.handle, IMG_ERR_SUBTYPE, 0, "width %d, height %d", file.handle->width,
-                      file.handle->height);
+    return img_refuse(file.handle, IMG_ERR_SUBTYPE, 0,
+                      "width %u, height %u; sides of 1 to %d are read",
+                      unsigned(file.handle->width), unsigned(file.handle->height), INT_MAX);
   }
   state.is_planar = directory.is_planar && components > 1;
   const std::uint64_t row_samples =
@@ -181,7 +183,8 @@ int read_strips(Source& file, const Directory& directory, State& state) {
   if (state.is_planar ? strips != planes && strips != planes * needed
                       : strips > 1 && (rows == 0 || strips < needed)) {
     return img_refuse(file.handle, state.is_planar ? IMG_ERR_SUBTYPE : IMG_ERR_CORRUPT, 0,
-                      "%u strips of %u rows", strips, rows);
+                      "%u strips of %u rows for %d lines in %zu planes", strips, rows,
+                      file.handle->height, planes);
   }
   if (!holds(file, directory.byte_counts) || !holds(file, directory.offsets)) {
     return file.short_read("table of strips");

@@ -90,7 +90,7 @@ int read_header(img_file* handle, IffState& state, std::size_t& tiles) {
   return 1;
 }
 
-// The next tile with colors; the reader comes before its pixels then.
+// The next tile with colors; the reader is at its pixels then.
 int read_tile_header(img_file* handle, IffState& state, IffTile& tile) {
   IffChunk chunk;
   if (!find_chunk(state.in, state.stack, kIffColors, 0, chunk)) {

@@ -42,8 +42,8 @@
 KA_BEGIN_DECLS
 
 /* The modules of the system. A message carries the name of the module on top of the calling
- * thread's module stack, and a block of memory is charged to it. Numbers are fixed: they are in
- * message codes. */
+ * thread's module stack, and a block of memory is charged to it. Numbers are fixed: they are part
+ * of message codes. */
 enum ka_module {
   KA_NULL = 0, /* stands for all modules where a number selects message masks */
   KA_MSG = 1,

@@ -179,7 +179,7 @@ typedef struct img_file {
 #define IMG_MAGIC 0xdeadbeefu
 
 /* An image in memory: this header, `height` entries of the line table, and the planes, in one
- * block. All offsets count from the start of the block, so that it can are in a file as it is.
+ * block. All offsets count from the start of the block, so that it can be in a file as it is.
  * Line 0 is the bottom line of the picture. */
 typedef struct img_image {
   float filter;
@@ -247,17 +247,19 @@ int ka_img_create_in(img_file* handle, int descriptor, const char* name, int typ
  *   Returns  1, also for a handle that is not open; 0 with handle->error when the file may be
  *            incomplete: what was written is then discarded. The handle is closed in every
  *            case. What was written without an error gets its name.
- *            A picture that lacks lines is no failure, except in JPEG and "map" files: 1, and it
- *            gets its name, too. A caller that stops before the last line removes it itself. */
+ *            A picture that lacks lines is no failure, except in "map" files and in JPEG files of
+ *            at least one: 1, and it gets its name, too; without any line the file is empty. A
+ *            caller that stops before the last line removes it itself. */
 int ka_img_close(img_file* handle);
 
 /* Reads the next line, in file order, into a line of handle->type; writes the next line from one.
  * File order is from the top down where handle->topdown is set, else from the bottom up.
- *   Returns  1, or 0 with handle->error: 1 to 4, or 11 when the handle is not open for reading
- *            or writing, or its header could not be read. A failing write discards the file. Writes
- *            are buffered: one that the system refuses may fail a later line, or ka_img_close. A
- *            line beyond the height is error 2, except in formats that keep no lines; with a height
- *            of 0 every line is taken and only the header written.
+ *   Returns  1, or 0 with handle->error: 1 to 4, 6 or 7 when the format has no such header, or 11
+ *            when the handle is not open for reading or writing, or its header could not be read. A
+ *            failing write discards the file. Writes are buffered: one that the system refuses may
+ *            fail a later line, or ka_img_close. A line beyond the height is error 2, except in
+ *            formats that keep no lines; with a height of 0 every line is taken and only the header
+ *            written, but JPEG files have no such header.
  *            Colors cannot be read as vectors, depths, normals, motions or labels: each line gives
  *            an error message (number 6) and 1, and stays as it was. Written as such they give the
  *            message, and zeros in the file. */

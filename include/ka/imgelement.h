@@ -50,7 +50,7 @@ int ka_img_placeholder_dbcreate(const img_file* handle, uint32_t* tag, uint32_t 
 int ka_img_job_callback(int operation, ka_job_call* call);
 
 /* Turns an image element that came from another host into one of this host.
- *   Takes    the element's data, as many literal bytes, and whether the sender has the other byte
+ *   Takes    the element's data, as many bytes as they are, and whether the sender has the other byte
  *            order.
  *   Returns  1; 0 when the image contradicts itself or does not fit: its bytes are of no use. */
 int ka_img_image_import(img_image* image, size_t size, int swap);

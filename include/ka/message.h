@@ -36,8 +36,8 @@ enum ka_subverbosity {
  *   Cost     a message whose level is off costs one test; nothing is formatted.
  *   Threads  any; lines of several threads do not mix. errno stays as it is. */
 
-/* Fatal messages always show, also are in the log file, and end the process with
- * exit status 1. */
+/* Fatal messages always show, are also written to the log file, and end the process
+ * with exit status 1. */
 KA_NORETURN void ka_fatal(const char* format, ...) KA_PRINTF(1, 2);
 KA_NORETURN void ka_nfatal(int number, const char* format, ...) KA_PRINTF(2, 3);
 void ka_error(const char* format, ...) KA_PRINTF(1, 2);

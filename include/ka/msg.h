@@ -92,7 +92,7 @@ struct ka_context;
 struct ka_context* const* ka_msg_tls_info(void);
 void ka_msg_tls_info_end(void);
 
-/* Pins of job elements that threads left after when they ended, by pin slot, 0 to 32766. */
+/* Pins of job elements that threads left behind when they ended, by pin slot, 0 to 32766. */
 unsigned ka_msg_pins(int slot);
 
 /* Tells the system to expect n + 1 threads that run at the same time. */

@@ -1,7 +1,7 @@
 /* Symbol tables: symbols that are found by name, each with a list of attributes. An attribute is
  * one word, which may be an address, with or without a name.
  *   Errors   an operation that is given a table that does not exist reports error 45 and does
- *            nothing; it returns what represents "not found".
+ *            nothing; it returns what means "not found".
  *   Memory   names are copied. What an attribute's data points to is the caller's.
  *   Threads  tables may come and go in any thread; the contents of one table are for one thread at
  *            a time, so the owner of a table that is shared holds a lock of its own. */

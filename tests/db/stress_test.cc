@@ -1,4 +1,4 @@
-// Many threads in the store at once. What they leave after is nothing.
+// Many threads in the store at once. They leave nothing behind.
 #include <ka/message.h>
 
 #include <random>

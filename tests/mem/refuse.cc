@@ -49,7 +49,7 @@ void __wrap_free(void* memory) {
   __real_free(memory);
 }
 
-// Sanitizers end the process for a size that no system has, unless they are reported otherwise.
+// Sanitizers end the process for a size that no system has, unless they are told otherwise.
 const char* __asan_default_options() { return "allocator_may_return_null=1"; }
 const char* __tsan_default_options() { return "allocator_may_return_null=1"; }
 

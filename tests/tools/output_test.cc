@@ -1,4 +1,4 @@
-// Difference images as files and in the viewer: names, formats, sizes, what is left after.
+// Difference images as files and in the viewer: names, formats, sizes, what is left behind.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
