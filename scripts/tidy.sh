@@ -5,7 +5,8 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 build=$1
 
 if [[ $# -gt 1 ]]; then
-  changed() { git log --max-count=50 --name-only --diff-filter=d --format= -- '*.cc' | awk '!seen[$0]++' | sed "$1q"; }
+  changed() { git log --max-count=50 --name-only --diff-filter=d --format= -- '*.cc' |
+      awk -v most="$1" '!seen[$0]++ && ++count <= most'; }
 else
   changed() { git ls-files -- '*.cc'; }
 fi
