@@ -149,11 +149,23 @@ std::array<char, 32> entry_of(int file) {
   return entry;
 }
 
+// Opens a file, never with the number of a standard stream that is closed: it would be taken for
+// one, and get what is printed. Returns -1 with errno.
+int open_beyond_streams(const char* path, int flags, mode_t permissions = 0) {
+  const int file = open(path, flags | O_CLOEXEC, permissions);
+  if (file < 0 || file > STDERR_FILENO) return file;
+  const int moved = fcntl(file, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  const int failure = errno;
+  close(file);
+  errno = failure;
+  return moved;
+}
+
 // An unnamed file that can get a name later; -1 where the system has none.
 int open_unnamed(const ka::string& target, mode_t permissions) {
   const ka::string folder = target.substr(0, folder_length(target));
   const int file =
-      open(folder.empty() ? "." : folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, permissions);
+      open_beyond_streams(folder.empty() ? "." : folder.c_str(), O_TMPFILE | O_RDWR, permissions);
   if (file >= 0 && access(entry_of(file).data(), F_OK) == 0) return file;
   if (file >= 0) close(file);
   return -1;
@@ -165,7 +177,7 @@ int open_beside(img_file* handle, const ka::string& target, mode_t permissions) 
   const int file = open_unnamed(target, permissions);
   if (file >= 0) return file;
   return at_free_name(handle, target, [permissions](const char* path) {
-    return open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, permissions);
+    return open_beyond_streams(path, O_RDWR | O_CREAT | O_EXCL, permissions);
   });
 }
 
@@ -203,7 +215,7 @@ int write_to_copy(img_file* handle, int descriptor) {
 
 // A pipe that is opened for reading as well would be its own reader, and never full for nobody.
 int write_to_pipe(img_file* handle, const char* path) {
-  const int file = open(path, O_WRONLY | O_NONBLOCK | O_CLOEXEC);  // ENXIO: it has no reader
+  const int file = open_beyond_streams(path, O_WRONLY | O_NONBLOCK);  // ENXIO: it has no reader
   if (file < 0) return errno;
   const int flags = fcntl(file, F_GETFL);
   if (flags >= 0 && fcntl(file, F_SETFL, flags & ~O_NONBLOCK) == 0) {
@@ -299,7 +311,7 @@ int open_existing(img_file* handle, const char* path, int file) {
 int open_new(img_file* handle, const char* path) {
   const ka::string target = without_links(path);
   if (target.empty() || target.ends_with('/') || handle->format == IMG_FORMAT_NULL) {
-    const int file = open(path, O_RDWR | O_CREAT | O_CLOEXEC, kNewFile);
+    const int file = open_beyond_streams(path, O_RDWR | O_CREAT, kNewFile);
     return file < 0 ? errno : open_existing(handle, path, file);
   }
   const int file = open_beside(handle, target, kNewFile);
@@ -349,7 +361,7 @@ int ka::open_output(img_file* handle, const ImagePath& path) {
   if (stat(path.path, &status) == 0 && S_ISFIFO(status.st_mode)) {
     return write_to_pipe(handle, path.path);
   }
-  const int file = open(path.path, O_RDWR | O_CLOEXEC);
+  const int file = open_beyond_streams(path.path, O_RDWR);
   if (file >= 0) return open_existing(handle, path.path, file);
   return errno == ENOENT ? open_new(handle, path.path) : errno;
 }

@@ -170,4 +170,22 @@ TEST(Output, NamesAreThoseOfTheFolderInWhichAFileWasCreated) {
   EXPECT_TRUE(test::exists(scratch.path("new")));
 }
 
+TEST(Output, FilesDoNotTakeThePlaceOfAClosedStream) {
+  const test::Scratch scratch;
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    const std::string path = scratch.write("old", kOld);
+    const int kept = dup(stream);
+    close(stream);
+    test::Handle file;
+    const int created = ka_img_create(file, path.c_str(), IMG_TYPE_RGB, IMG_FORMAT_PPM, 1, 2);
+    const int number = created ? fileno(file->stream) : -1;
+    dup2(kept, stream);
+    close(kept);
+    EXPECT_GT(number, STDERR_FILENO);
+    EXPECT_EQ(test::read_file(path), kOld);
+    EXPECT_TRUE(ka_img_close(file));
+    EXPECT_EQ(test::read_file(path), "");
+  }
+}
+
 }  // namespace
