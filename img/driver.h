@@ -55,10 +55,17 @@ inline void state_file_type(img_file* handle, int type) {
 }
 
 // Notes whether the file can hold a line: each takes `needed` bytes at least, of `left` ones. A line
-// that long and longer than usual gets no planes, and the driver has to fail it without them.
+// that long and longer than usual gets no planes, and the driver has to fail it without them. Nor
+// does one that packets make much longer than the file: its planes, of `pixel_bytes` in the file's
+// type, would take more memory than a file of that size may.
 inline void note_line_bytes(img_file* handle, std::optional<std::uint64_t> needed,
-                            std::uint64_t left) {
-  handle->lacks_lines = handle->width > kTypicalWidth && (!needed || *needed > left);
+                            std::uint64_t left, std::uint64_t pixel_bytes = 3) {
+  constexpr std::uint64_t free_memory = std::uint64_t{16} << 20, memory_per_byte = 64;
+  constexpr std::uint64_t callers_bytes = 4;  // of a pixel in most programs
+  const auto width = std::uint64_t(handle->width);
+  const bool is_costly = width * (pixel_bytes + callers_bytes) >
+                         free_memory + memory_per_byte * std::uint64_t(handle->file_size);
+  handle->lacks_lines = handle->width > kTypicalWidth && (!needed || *needed > left || is_costly);
 }
 
 // Refuses to create a picture whose sides its header cannot hold: up to `largest` fit. Returns 1,

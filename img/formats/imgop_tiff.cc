@@ -243,7 +243,8 @@ int img_open_tiff(img_file* handle, const std::uint8_t* head) {
   }
   const std::uint64_t per_byte = state->is_compressed ? kMostExpanded : 1;
   note_line_bytes(handle, (state->row_bytes + per_byte - 1) / per_byte,
-                  std::uint64_t(handle->file_size));
+                  std::uint64_t(handle->file_size),
+                  std::max<std::size_t>(state->components * state->sample_bits / 8, 3));
   start_planes(handle, *state);
   state_file_type(handle, file_type_of(*state));
   handle->data.p = state.release();

@@ -151,8 +151,8 @@ typedef struct img_file {
   uint8_t file_type; /* img_type of the file */
   uint8_t has_header;    /* the driver has read or written it */
   uint8_t has_new_error; /* `error` has not been acted on yet */
-  uint8_t lacks_lines;   /* 1: the file is too short for a single one of its very long lines: each
-                            fails, and its planes are not touched */
+  uint8_t lacks_lines;   /* 1: the file is too short for a single one of its very long lines, or for
+                            the memory that one takes: each fails, and its planes are not touched */
   FILE* stream;          /* the open file, or null */
   char* name;            /* as the caller gave it; owned by the handle */
   char* path;            /* what the name stands for; of a file that is being written, where
