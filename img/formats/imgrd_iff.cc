@@ -19,7 +19,8 @@ constexpr std::size_t kFormType = 4;         // bytes
 constexpr std::size_t kScanBuffer = 64;      // bytes; of large chunks only the starts matter
 constexpr std::uint64_t kLargeChunk = 8192;  // bytes that are passed over rather than read
 constexpr std::uint64_t kMostPerByte = 64;   // a packet of 2 bytes gives up to 128
-constexpr std::size_t kLeastTile = 16;       // bytes that a tile takes in the file
+constexpr std::uint64_t kFreeMemory = std::uint64_t{16} << 20;  // bytes, beside those of the file
+constexpr std::size_t kLeastTile = 16;  // bytes that a tile takes in the file
 
 // Opens the next chunk of that name and form; others are skipped.
 bool find_chunk(FileReader& in, IffStack& stack, std::uint32_t name, std::uint32_t form,
@@ -144,6 +145,20 @@ int check_tile(const img_file* handle, const IffState& state, const IffTile& til
   return raw > std::min(tile.bytes, left) ? IMG_ERR_READ : IMG_ERR_NONE;
 }
 
+// Whether a strip and its largest tile, which deep samples need beside it, take little more memory
+// than the strips of one byte per sample can.
+bool is_affordable(const img_file* handle, const IffState& state, const IffStrip& strip) {
+  const std::uint64_t lines = strip.last_line - strip.first_line + 1;
+  const std::uint64_t bytes = lines * state.width * state.pixel_bytes();
+  std::uint64_t largest = 0;
+  for (std::size_t i = strip.first_tile; i < strip.end_tile; ++i) {
+    const IffTile& tile = state.tiles[i];
+    if (!is_encoded(state, tile) || state.sample_bytes == 1) continue;
+    largest = std::max<std::uint64_t>(largest, tile.pixels() * state.pixel_bytes());
+  }
+  return bytes + largest <= kFreeMemory + kMostPerByte * std::uint64_t(handle->file_size);
+}
+
 // Whether the tiles of a strip cover it, each pixel once.
 int check_strip(const img_file* handle, const IffState& state, const IffStrip& strip) {
   if (strip.error != IMG_ERR_NONE) return strip.error;
@@ -155,7 +170,8 @@ int check_strip(const img_file* handle, const IffState& state, const IffStrip& s
     if (const int error = check_tile(handle, state, tile)) return error;
     covered = tile.x2 + 1;
   }
-  return covered == state.width ? IMG_ERR_NONE : IMG_ERR_READ;
+  if (covered != state.width) return IMG_ERR_READ;
+  return is_affordable(handle, state, strip) ? IMG_ERR_NONE : IMG_ERR_CORRUPT;
 }
 
 void make_room(Buffer& buffer, std::size_t bytes) {
