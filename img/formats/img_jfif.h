@@ -33,14 +33,14 @@ class JpegBlocks {
   // Rows of a component, until its next call.
   JBLOCKARRAY access(Component& component, std::size_t first, std::size_t count, bool is_written);
 
-  // Bytes that the packed rows take.
-  [[nodiscard]] std::size_t packed_bytes() const { return packed_bytes_; }
+  // Bytes that the packed rows and those in use take.
+  [[nodiscard]] std::size_t bytes() const { return bytes_; }
 
  private:
   void pack_row(Component& component, std::size_t row, const JBLOCK* blocks);
 
   vector<Owned<Component>> components_;
-  std::size_t packed_bytes_ = 0;
+  std::size_t bytes_ = 0;
 };
 
 struct JfifState {

@@ -25,7 +25,7 @@ constexpr std::uint64_t kFreePixels = std::uint64_t{1} << 26;
 // A file of several scans is kept as coefficients, 128 bytes for 64 of them, until its last scan.
 // The first scan takes a bit for each 64 at least, so that an honest file of n bytes needs no more
 // than 1024 * n; the rest is for small pictures. Up to a part of that the codec keeps them itself,
-// and packed ones take no more.
+// and packed ones with the rows in use take no more.
 constexpr std::uint64_t kMemoryPerByte = 1024;
 constexpr std::uint64_t kPlainMemoryPerByte = 48;
 constexpr std::uint64_t kFreeMemory = std::uint64_t{16} << 20;
@@ -96,9 +96,17 @@ std::uint64_t plain_memory(const JfifState& state) {
   return kFreeMemory + kPlainMemoryPerByte * state.file_size;
 }
 
+void check_memory(j_common_ptr codec) {
+  const JfifState& state = codec_state(codec);
+  if (state.blocks.bytes() > plain_memory(state)) ERREXIT(codec, JERR_NO_BACKING_STORE);
+}
+
 jvirt_barray_ptr request_blocks(j_common_ptr codec, int /*pool*/, boolean /*zero*/,
                                 JDIMENSION blocks, JDIMENSION rows, JDIMENSION most) {
-  return reinterpret_cast<jvirt_barray_ptr>(codec_state(codec).blocks.add(blocks, rows, most));
+  JfifState& state = codec_state(codec);
+  auto* const component = state.blocks.add(blocks, rows, most);
+  check_memory(codec);
+  return reinterpret_cast<jvirt_barray_ptr>(component);
 }
 
 JBLOCKARRAY access_blocks(j_common_ptr codec, jvirt_barray_ptr rows, JDIMENSION first,
@@ -106,7 +114,7 @@ JBLOCKARRAY access_blocks(j_common_ptr codec, jvirt_barray_ptr rows, JDIMENSION 
   JfifState& state = codec_state(codec);
   auto& component = *reinterpret_cast<JpegBlocks::Component*>(rows);
   const JBLOCKARRAY blocks = state.blocks.access(component, first, count, is_written != FALSE);
-  if (state.blocks.packed_bytes() > plain_memory(state)) ERREXIT(codec, JERR_NO_BACKING_STORE);
+  check_memory(codec);
   return blocks;
 }
 
@@ -141,6 +149,7 @@ JpegBlocks::Component* JpegBlocks::add(std::size_t blocks, std::size_t rows, std
   component->rows.resize(rows);
   component->window = Buffer(most * blocks * sizeof(JBLOCK) + kAlignment);
   component->packed = Buffer(blocks * kMostPacked);
+  bytes_ += component->window.size();
   auto* const block = reinterpret_cast<JBLOCK*>(aligned(component->window.data()));
   for (std::size_t i = 0; i < most; ++i) component->row.push_back(block + i * blocks);
   components_.push_back(std::move(component));
@@ -160,8 +169,8 @@ void JpegBlocks::pack_row(Component& component, std::size_t row, const JBLOCK* b
   }
   const auto bytes = std::size_t(put_same(out, same) - component.packed.data());
   Buffer& kept = component.rows[row];
-  packed_bytes_ += bytes;
-  packed_bytes_ -= kept.size();
+  bytes_ += bytes;
+  bytes_ -= kept.size();
   if (kept.size() != bytes) kept = Buffer(bytes);
   std::memcpy(kept.data(), component.packed.data(), bytes);
 }
