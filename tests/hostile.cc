@@ -196,6 +196,22 @@ std::string jpeg_of_empty_scans(std::uint32_t side, std::size_t scans, std::size
   return text;
 }
 
+// Wide rows of blocks of which many are in use at a time, and a bit for each block.
+std::string jpeg_of_wide_rows(std::uint32_t width, std::uint32_t height) {
+  constexpr std::uint32_t components = 3, sampling = 0x44;
+  std::string frame = big(8, 1) + big(height, 2) + big(width, 2) + big(components, 1);
+  for (std::uint32_t c = 0; c < components; ++c) frame += big(c, 1) + big(sampling, 1) + big(0, 1);
+  std::string text = big(0xffd8, 2) + segment(0xe0, std::string("JFIF\0\1\2\0\0\1\0\1\0\0", 14)) +
+                     segment(0xdb, std::string(1, '\0') + std::string(64, '\1')) +
+                     segment(0xc2, frame) +
+                     segment(0xc4, big(0, 1) + big(1, 1) + std::string(16, '\0'));
+  const std::string bits(std::size_t{(width + 7) / 8} * ((height + 7) / 8) / 8 + 1, '\0');
+  for (std::uint32_t c = 0; c < components; ++c) {
+    text += segment(0xda, big(1, 1) + big(c, 1) + std::string(4, '\0')) + bits;
+  }
+  return text + big(kEndOfImage, 2);
+}
+
 // No scan has data: an arithmetic decoder goes on without.
 std::string jpeg_without_data(std::uint32_t frame, std::uint32_t side, std::size_t scans,
                               std::size_t bytes) {
@@ -203,6 +219,22 @@ std::string jpeg_without_data(std::uint32_t frame, std::uint32_t side, std::size
   text += repeated(scans, jpeg_scan(frame == 0xca ? 1 : 0, 63)) + big(kEndOfImage, 2);
   if (text.size() < bytes) text.resize(bytes);
   return text;
+}
+
+// An IFF picture of one tile of equal floats.
+std::string iff_of_one_tile(std::uint32_t width, std::uint32_t height) {
+  constexpr std::uint32_t color_and_alpha = 3, float_depth = 3, pixel_bytes = 16;
+  const auto chunk = [](const char* name, const std::string& contents) {
+    return name + big(std::uint32_t(contents.size()), 4) + contents;
+  };
+  const std::string header = big(width, 4) + big(height, 4) + big(1, 2) + big(1, 2) +
+                             big(color_and_alpha, 4) + big(float_depth, 2) + big(1, 2) + big(1, 4) +
+                             big(0, 4) + big(0, 4);
+  const std::string tile =
+      big(0, 4) + big(width - 1, 2) + big(height - 1, 2) +
+      repeated(std::size_t{width} * height * pixel_bytes / 128, std::string("\xff\x3f", 2));
+  return chunk("FOR4",
+               "CIMG" + chunk("TBHD", header) + chunk("FOR4", "TBMP" + chunk("RGBA", tile)));
 }
 
 void add_claims(std::vector<HostilePair>& pairs) {
@@ -242,6 +274,12 @@ void add_tiff(std::vector<HostilePair>& pairs) {
                                    .compression = kPackBits,
                                    .strips = {0},
                                    .data = std::string(300000, '\0')}));
+  add("tiff_packed_bits", tiff({.width = 512 * 150000,
+                                .height = 1,
+                                .bits = 1,
+                                .compression = kPackBits,
+                                .strips = {0},
+                                .data = repeated(150000, std::string("\x81\x55", 2))}));
   add("tiff_shared_no_ops", tiff_of_shared_no_ops());
   add("tiff_no_ops_in_a_row", tiff_of_no_ops(2, 300000, 1));
   add("tiff_no_ops_in_all_rows", tiff_of_no_ops(1, 300, 1000));
@@ -257,6 +295,7 @@ void add_jpeg(std::vector<HostilePair>& pairs) {
   constexpr std::size_t bytes = 257 << 10;
   add("jpeg_empty_scans", jpeg_of_empty_scans(11776, 100, bytes));
   add("jpeg_thousands_of_scans", jpeg_of_empty_scans(1024, 4000, 0));
+  add("jpeg_wide_rows", jpeg_of_wide_rows(65500, 168));
   add("jpeg_arithmetic_without_data", jpeg_without_data(0xc9, 32700, 1, 0));
   add("jpeg_arithmetic_scans", jpeg_without_data(0xca, 11776, 100, bytes));
 }
@@ -268,6 +307,10 @@ std::vector<HostilePair> hostile_pairs() {
   add_claims(pairs);
   add_tiff(pairs);
   add_jpeg(pairs);
+  const std::string runs = lwi(255 * 250000, 1) + repeated(250000, "\xff\1\2\3") + "\1\1\1\1";
+  pairs.push_back({"lwi_longest_runs", runs, runs});
+  const std::string tile = iff_of_one_tile(8192, 1024);
+  pairs.push_back({"iff_one_tile", tile, tile});
   pairs.push_back({"sgi_two_sizes", sgi(5040, 5000, 0), sgi(5040, 4999, 0)});
   const std::string jumps = sgi(126, 20000, 200000);
   pairs.push_back({"sgi_rows_back_and_forth", jumps, jumps});
