@@ -25,7 +25,7 @@ constexpr std::uint64_t kFreePixels = std::uint64_t{1} << 26;
 // A file of several scans is kept as coefficients, 128 bytes for 64 of them, until its last scan.
 // The first scan takes a bit for each 64 at least, so that an honest file of n bytes needs no more
 // than 1024 * n; the rest is for small pictures. Up to a part of that the codec keeps them itself,
-// and packed ones with the rows in use take no more.
+// and packed ones with the rows in use take little more.
 constexpr std::uint64_t kMemoryPerByte = 1024;
 constexpr std::uint64_t kPlainMemoryPerByte = 48;
 constexpr std::uint64_t kFreeMemory = std::uint64_t{16} << 20;
@@ -98,7 +98,8 @@ std::uint64_t plain_memory(const JfifState& state) {
 
 void check_memory(j_common_ptr codec) {
   const JfifState& state = codec_state(codec);
-  if (state.blocks.bytes() > plain_memory(state)) ERREXIT(codec, JERR_NO_BACKING_STORE);
+  if (state.blocks.bytes() > plain_memory(state) + kFreeMemory)
+    ERREXIT(codec, JERR_NO_BACKING_STORE);
 }
 
 jvirt_barray_ptr request_blocks(j_common_ptr codec, int /*pool*/, boolean /*zero*/,
