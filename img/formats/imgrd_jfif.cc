@@ -179,14 +179,17 @@ void JpegBlocks::pack_row(Component& component, std::size_t row, const JBLOCK* b
 JBLOCKARRAY JpegBlocks::access(Component& component, std::size_t first, std::size_t count,
                                bool is_written) {
   const std::size_t end = component.first + component.count;
-  if (first < component.first || first + count > end) {
+  // The codec's smoothing looks at rows that it has not asked for.
+  const std::size_t reach =
+      is_written ? count : std::min(component.row.size(), component.rows.size() - first);
+  if (first < component.first || first + reach > end) {
     for (std::size_t i = 0; component.is_written && i < component.count; ++i) {
       pack_row(component, component.first + i, component.row[i]);
     }
-    std::memset(component.row[0], 0, count * component.blocks * sizeof(JBLOCK));
-    for (std::size_t i = 0; i < count; ++i) unpack(component.rows[first + i], component.row[i]);
+    std::memset(component.row[0], 0, reach * component.blocks * sizeof(JBLOCK));
+    for (std::size_t i = 0; i < reach; ++i) unpack(component.rows[first + i], component.row[i]);
     component.first = first;
-    component.count = count;
+    component.count = reach;
     component.is_written = false;
   }
   component.is_written = component.is_written || is_written;
