@@ -6,11 +6,10 @@ set -euo pipefail
 
 packages=(g++ cmake ninja-build libjpeg62-turbo-dev libgtest-dev libbenchmark-dev pkgconf)
 if [[ ${1-} == test || ${1-} == check ]]; then
-  packages+=(clang-14 clang-tidy-14 libclang-rt-14-dev)
   packages+=(ffmpeg ghostscript imagemagick libjpeg-turbo-progs libtiff-tools netpbm openimageio-tools)
 fi
 if [[ ${1-} == check ]]; then
-  packages+=(clang-format-14 mandoc lintian debootstrap)
+  packages+=(clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev mandoc lintian debootstrap)
 fi
 
 if ! command -v dpkg-query > /dev/null; then

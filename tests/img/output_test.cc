@@ -22,13 +22,13 @@ enum After { kOldStays, kNothing, kPart };  // a failure
 struct Row {
   const char* name;
   std::string (*prepare)(const test::Scratch& scratch);  // the path to be written
-  bool is_replaced;
   After failure;
+  bool is_replaced;
   bool needs_root = false;
 };
 
 std::string old_file(const test::Scratch& scratch, mode_t mode) {
-  const std::string path = scratch.write("old", kOld);
+  std::string path = scratch.write("old", kOld);
   EXPECT_EQ(chmod(path.c_str(), mode), 0);
   return path;
 }
@@ -39,8 +39,8 @@ std::string link_to(const test::Scratch& scratch, const char* target) {
 }
 
 constexpr Row kRows[] = {
-    {"File", [](const test::Scratch& scratch) { return old_file(scratch, 0640); }, true, kOldStays},
-    {"NewName", [](const test::Scratch& scratch) { return scratch.path("new"); }, true, kNothing},
+    {"File", [](const test::Scratch& scratch) { return old_file(scratch, 0640); }, kOldStays, true},
+    {"NewName", [](const test::Scratch& scratch) { return scratch.path("new"); }, kNothing, true},
     {"RelativeLink",
      [](const test::Scratch& scratch) {
        old_file(scratch, 0600);
@@ -48,37 +48,37 @@ constexpr Row kRows[] = {
        fs::create_symlink("../old", scratch.path("folder/second"));
        return link_to(scratch, "folder/second");
      },
-     true, kOldStays},
+     kOldStays, true},
     {"LinkThatLeadsNowhere", [](const test::Scratch& scratch) { return link_to(scratch, "new"); },
-     true, kNothing},
+     kNothing, true},
     {"FileWithTwoNames",
      [](const test::Scratch& scratch) {
        fs::create_hard_link(old_file(scratch, 0600), scratch.path("second"));
        return scratch.path("second");
      },
-     false, kNothing},
+     kNothing, false},
     {"LinkToAFileWithTwoNames",
      [](const test::Scratch& scratch) {
        fs::create_hard_link(old_file(scratch, 0600), scratch.path("second"));
        return link_to(scratch, "old");
      },
-     false, kPart},
+     kPart, false},
     {"FileOfAnotherOwner",
      [](const test::Scratch& scratch) {
-       const std::string path = old_file(scratch, 0600);
+       std::string path = old_file(scratch, 0600);
        EXPECT_EQ(chown(path.c_str(), kNobody, gid_t(-1)), 0);
        return path;
      },
-     false, kNothing, true},
+     kNothing, false, true},
     {"FolderThatTakesNoNewFiles",
      [](const test::Scratch& scratch) {
-       const std::string path = old_file(scratch, 0600);
+       std::string path = old_file(scratch, 0600);
        EXPECT_EQ(chown(path.c_str(), kNobody, gid_t(-1)), 0);
        chmod(scratch.path("").c_str(), 0755);
        EXPECT_EQ(seteuid(kNobody), 0);
        return path;
      },
-     false, kPart, true},
+     kPart, false, true},
 };
 
 class Replacing : public testing::TestWithParam<Row> {
