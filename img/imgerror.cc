@@ -1,4 +1,4 @@
-// Errors of a handle: setting them, telling them.
+// Errors of a handle: setting and reporting them.
 #include <errno.h>
 
 #include <algorithm>

@@ -3,8 +3,6 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
-#include <pthread.h>
-#include <signal.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <sys/xattr.h>
@@ -19,6 +17,7 @@
 #include <string_view>
 #include <utility>
 
+#include <ka/detail/heldsignals.h>
 #include <ka/detail/owned.h>
 #include <ka/mem.h>
 
@@ -33,22 +32,6 @@ constexpr int kMostLinks = 40;              // as many as the system follows
 constexpr int kMostNames = 100;             // tried for a temporary file
 constexpr std::size_t kTemporaryRoom = 32;  // of such a name
 constexpr char kAccessList[] = "system.posix_acl_access";
-
-// While one of these lives this thread is not ended by a signal, except SIGKILL.
-class HeldSignals {
- public:
-  HeldSignals() {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before_);
-  }
-  ~HeldSignals() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-  HeldSignals(const HeldSignals&) = delete;
-  HeldSignals& operator=(const HeldSignals&) = delete;
-
- private:
-  sigset_t before_;
-};
 
 // The length of the folder part of a path, with its slash; 0: the current folder.
 std::size_t folder_length(std::string_view path) { return path.rfind('/') + 1; }
@@ -124,6 +107,14 @@ void set_temporary(img_file* handle, const ka::string& name) {
   forget_unfinished(handle);
   handle->unfinished = ka_mem_strdup(name.c_str());
   exchange_temporary(nullptr, handle->unfinished);
+}
+
+// Whether names in a folder stay for ever: a file there cannot be renamed.
+bool keeps_names(const ka::string& target) {
+  const ka::string folder = target.substr(0, folder_length(target));
+  struct statx status;
+  return statx(AT_FDCWD, folder.empty() ? "." : folder.c_str(), 0, 0, &status) == 0 &&
+         (status.stx_attributes & STATX_ATTR_APPEND) != 0;
 }
 
 // Tries names beside the target until the operation, which returns -1 with errno for a failure,
@@ -213,7 +204,7 @@ int write_to_copy(img_file* handle, int descriptor) {
   return take_file(handle, file, (flags & O_ACCMODE) == O_RDWR ? "r+b" : "wb");
 }
 
-// A pipe that is opened for reading as well would be its own reader, and never full for nobody.
+// A pipe that is opened for reading as well would be its own reader: writing would wait for ever.
 int write_to_pipe(img_file* handle, const char* path) {
   const int file = open_beyond_streams(path, O_WRONLY | O_NONBLOCK);  // ENXIO: it has no reader
   if (file < 0) return errno;
@@ -270,7 +261,7 @@ std::optional<int> write_beside(img_file* handle, const char* path, int file,
                                 const struct statx& status) {
   if (handle->format == IMG_FORMAT_NULL || !is_replaceable(status)) return std::nullopt;
   const ka::string target = without_links(path);
-  if (!is_at(status, target)) return std::nullopt;
+  if (!is_at(status, target) || keeps_names(target)) return std::nullopt;
   const int beside = open_beside(handle, target, status.stx_mode & kPermissions);
   if (beside < 0) return is_closed_folder(errno) ? std::nullopt : std::optional(errno);
   if (copy_permissions(file, beside, status)) return take_file_beside(handle, beside, target);
@@ -280,7 +271,7 @@ std::optional<int> write_beside(img_file* handle, const char* path, int file,
   return std::nullopt;
 }
 
-// Empties the open file and writes it. Without a link before it it is ours to remove.
+// Empties the open file and writes it. A file that no link led to is ours to remove.
 int write_directly(img_file* handle, const char* path, int file, const struct statx& status) {
   if (is_regular(status) && ftruncate(file, 0) != 0) {
     const int failure = errno;
@@ -310,7 +301,8 @@ int open_existing(img_file* handle, const char* path, int file) {
 
 int open_new(img_file* handle, const char* path) {
   const ka::string target = without_links(path);
-  if (target.empty() || target.ends_with('/') || handle->format == IMG_FORMAT_NULL) {
+  if (target.empty() || target.ends_with('/') || handle->format == IMG_FORMAT_NULL ||
+      keeps_names(target)) {
     const int file = open_beyond_streams(path, O_RDWR | O_CREAT, kNewFile);
     return file < 0 ? errno : open_existing(handle, path, file);
   }
@@ -344,7 +336,7 @@ int close_file(img_file* handle) {
 // The file gets its name last, so that no failure is met after that. Returns 0, or the system's
 // error number.
 int put_in_place(img_file* handle) {
-  const HeldSignals held;
+  const ka::HeldSignals held;
   int failure = handle->unfinished ? 0 : name_unnamed(handle);
   if (failure == 0) failure = close_file(handle);
   if (failure == 0 && std::rename(handle->unfinished, handle->path) != 0) failure = errno;

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <ka/detail/heldsignals.h>
 #include <ka/message.h>
 #include <ka/subst.h>
 
@@ -65,7 +66,7 @@ OutputFile::~OutputFile() {
 
 void OutputFile::make_temporary() {
   name_ = temporary_folder() + "/veldiffXXXXXX";
-  const HeldSignals held;
+  const ka::HeldSignals held;
   if (name_.size() < KA_PATH_SIZE) temporary_ = mkostemp(name_.data(), O_CLOEXEC);
   if (temporary_ < 0) ka_fatal("cannot create %s", name_.c_str());
   remove_on_signal(name_);
@@ -83,7 +84,7 @@ void OutputFile::fail(const char* format) {
 // The temporary file is written through the descriptor that made it: no other one can be put in
 // its place.
 void OutputFile::create(int width, int height) {
-  const HeldSignals held;
+  const ka::HeldSignals held;
   const int created =
       temporary_ >= 0 ? ka_img_create_in(&file_, temporary_, name_.c_str(), IMG_TYPE_RGBA, format_,
                                          width, height)

@@ -1,6 +1,7 @@
 #include "signalremoval.h"
 
 #include <limits.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -22,7 +23,7 @@ void end_by_signal(int number) {
   raise(number);  // delivered on return
 }
 
-// A signal that is ignored stays so, as under nohup, and so does one that somebody else catches.
+// A signal that is ignored stays so, as under nohup, and so does one that has a handler already.
 void catch_signal(int number) {
   struct sigaction before;
   if (sigaction(number, nullptr, &before) != 0 || before.sa_handler != SIG_DFL) return;
@@ -46,11 +47,3 @@ void remove_file_now() {
   if (marked[0] != '\0') unlink(marked.data());
   keep_file();
 }
-
-HeldSignals::HeldSignals() : before_{} {
-  sigset_t all;
-  sigfillset(&all);
-  sigprocmask(SIG_BLOCK, &all, &before_);
-}
-
-HeldSignals::~HeldSignals() { sigprocmask(SIG_SETMASK, &before_, nullptr); }

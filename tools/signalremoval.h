@@ -2,25 +2,11 @@
 // that has a name.
 #pragma once
 
-#include <signal.h>
-
 #include <string>
 
-// Until it is spared the file is removed when the process ends, by itself, by a fatal message or by
+// Until keep_file the file is removed when the process ends, by itself, by a fatal message or by
 // a signal other than SIGKILL. There is one such file at a time.
 //   Before   signals are held since before the file was made; `path` is shorter than PATH_MAX.
 void remove_on_signal(const std::string& path);
 void keep_file();
 void remove_file_now();
-
-// While one of these lives signals wait.
-class HeldSignals {
- public:
-  HeldSignals();
-  ~HeldSignals();
-  HeldSignals(const HeldSignals&) = delete;
-  HeldSignals& operator=(const HeldSignals&) = delete;
-
- private:
-  sigset_t before_;
-};

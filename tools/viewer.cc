@@ -15,7 +15,7 @@ namespace {
 constexpr char kViewer[] = "vel_disp";
 
 // While one of these lives the user's interrupts are the viewer's alone, and only this thread
-// hears of the viewer's end.
+// learns of the viewer's end.
 class WaitingSignals {
  public:
   WaitingSignals() {
@@ -41,7 +41,7 @@ class WaitingSignals {
   [[nodiscard]] const sigset_t& mask_before() const { return mask_; }
 
   // What the viewer finds as a shell would leave it: ignoring broken pipes and full files is the
-  // tool's own business.
+  // tool's choice.
   [[nodiscard]] sigset_t defaults() const {
     sigset_t signals;
     sigemptyset(&signals);
