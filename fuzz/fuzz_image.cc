@@ -26,7 +26,7 @@ constexpr std::int64_t kMostPixels = FUZZ_PIXELS;  // larger pictures only cost 
 
 #ifdef FUZZ_SIZES
 constexpr std::array kSizes = {FUZZ_SIZES};
-constexpr int kMostLines = 4;
+constexpr int kMostLines = 2;
 
 // The input's length says which size it gets.
 std::int64_t file_size(std::size_t input) { return kSizes[input % kSizes.size()]; }
@@ -43,7 +43,7 @@ bool is_worth_reading(const img_file& file) {
 
 // A line that fails does not end the file for a caller who goes on, up to a point.
 void read_lines(img_file& file) {
-  constexpr int most_failures = 100;
+  constexpr int most_failures = 10;
   img_line* const line = ka_img_line_alloc(&file);
   const int lines = std::min(file.height, kMostLines);
   for (int y = 0, failed = 0; y < lines && failed < most_failures; ++y) {
