@@ -4,6 +4,9 @@ include(CMakePackageConfigHelpers)
 install(TARGETS lumora_static lumora_shared EXPORT LumoraTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT development
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+if(LUMORA_DRIVERS)
+  install(TARGETS lumora_drivers EXPORT LumoraTargets ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+endif()
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ka DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development
         FILES_MATCHING PATTERN "*.h" PATTERN detail EXCLUDE)
 install(FILES ${PROJECT_SOURCE_DIR}/docs/vel_diff.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)
@@ -34,4 +37,9 @@ endif()
 cmake_path(APPEND pc_libdir "\${prefix}" ${CMAKE_INSTALL_LIBDIR})
 cmake_path(APPEND pc_includedir "\${prefix}" ${CMAKE_INSTALL_INCLUDEDIR})
 configure_file(${CMAKE_CURRENT_LIST_DIR}/lumora.pc.in ${PROJECT_BINARY_DIR}/lumora.pc @ONLY)
+if(LUMORA_DRIVERS)
+  configure_file(${CMAKE_CURRENT_LIST_DIR}/lumora-drivers.pc.in ${PROJECT_BINARY_DIR}/lumora-drivers.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/lumora-drivers.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+          COMPONENT development)
+endif()
 install(FILES ${PROJECT_BINARY_DIR}/lumora.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)

@@ -1,6 +1,9 @@
 // What the targets of image files share: the library, and files in memory.
 #pragma once
 
+#ifdef FUZZ_DRIVERS
+#include <ka/drivers.h>
+#endif
 #include <ka/img.h>
 #include <ka/mem.h>
 #include <ka/message.h>
@@ -25,6 +28,9 @@ inline bool start_library() {
   ka_mem_init();
   ka_img_init();
   ka_context_init();
+#ifdef FUZZ_DRIVERS
+  ka_drivers_register();
+#endif
   return true;
 }
 

@@ -2,13 +2,13 @@
 #pragma once
 
 #include <ka/img.h>
+#include <ka/imgbytes.h>
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 
-#include "bytes.h"
 #include "pixeltypes.h"
 
 namespace ka {

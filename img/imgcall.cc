@@ -94,6 +94,14 @@ int read_head(img_file* handle, const ka::ImagePath& path,
   return 1;
 }
 
+// Errors of drivers that declined a file are none of the handle's.
+void drop_refusals(img_file* handle) {
+  handle->error = IMG_ERR_NONE;
+  handle->os_error = handle->has_new_error = 0;
+  handle->reason[0] = '\0';
+  handle->data.p = nullptr;
+}
+
 void drop_stream(img_file* handle) {
   if (handle->stream) std::fclose(handle->stream);
   handle->stream = nullptr;
@@ -121,11 +129,32 @@ int finish_opening(img_file* handle) {
   return 1;
 }
 
-// Reads the header. Returns 1, or 0 with the handle's error.
-int open_driver(img_file* handle, const std::uint8_t* head) {
-  const auto open = ka::img_format_at(handle->format).driver.open;
-  const int result = open ? open(handle, head) : 0;
-  return ka::img_settle(handle, open, result, IMG_ERR_SUBTYPE) && finish_opening(handle);
+// Reads the header with the driver of a format that has accepted the file. Returns 1, or 0 with the
+// handle's error.
+int open_driver(img_file* handle, int format, const std::uint8_t* head) {
+  handle->format = format;
+  handle->topdown = ka::img_format_at(format).topdown;
+  std::rewind(handle->stream);
+  const auto open = ka::img_format_at(format).driver.open;
+  if (open && open(handle, head)) return finish_opening(handle);
+  ka::img_set_default_error(handle, open, IMG_ERR_SUBTYPE);
+  return 0;
+}
+
+// Asks the format that stands in for the one whose driver has refused the file; `unread` is the
+// handle as it was before. Returns 1, or 0 with the handle's error.
+int open_stand_in(img_file* handle, int refusing, const img_file& unread,
+                  const std::uint8_t* head) {
+  if (handle->error != IMG_ERR_SUBTYPE) return 0;
+  const img_file refused = *handle;
+  *handle = unread;
+  const int format = ka::img_identify_stand_in(handle, head, refusing);
+  if (format < 0) {
+    *handle = refused;
+    return 0;
+  }
+  drop_refusals(handle);
+  return open_driver(handle, format, head);
 }
 
 // Called in a purge, with the areas of one thread after the other.
@@ -168,7 +197,10 @@ int ka::img_open(img_file* handle, const ImagePath& path, int type) {
   read_subverbosity();
   if (img_reports_files()) ka_info("opening \"%s\" for reading", path.path);
   close_stale(handle);
+  const img_file kept = *handle;
   *handle = {};
+  std::ranges::copy(kept.layer, handle->layer);
+  handle->layer[IMG_LAYER_SIZE - 1] = '\0';
   handle->gamma = handle->aspect = 1.0F;
   handle->type = type;
   set_display_name(handle, path.name);
@@ -184,20 +216,16 @@ int ka::img_open(img_file* handle, const ImagePath& path, int type) {
     return 0;
   }
   const int format = ka::img_identify(handle, head.data());
-  handle->error = IMG_ERR_NONE;  // of drivers that declined
-  handle->os_error = handle->has_new_error = 0;
-  handle->reason[0] = '\0';
+  drop_refusals(handle);
   if (format < 0) {
     drop_stream(handle);
     return ka::img_error(handle, IMG_ERR_FORMAT, 0);
   }
-  handle->format = format;
-  handle->topdown = ka::img_format_at(format).topdown;
-  handle->data.p = nullptr;
   handle->magic =
       IMG_MAGIC;  // from here on the stream ends with ka_img_close, whatever the driver finds
-  std::rewind(handle->stream);
-  if (open_driver(handle, head.data())) return 1;
+  const img_file unread = *handle;
+  if (open_driver(handle, format, head.data())) return 1;
+  if (open_stand_in(handle, format, unread, head.data())) return 1;
   img_release_names(handle);
   return 0;
 }

@@ -75,6 +75,7 @@ struct img_format_row {
   int topdown;    // 1: the file's first line is the top line
   int best_type;  // of the file when the caller's is not writable or the driver states none
   std::uint32_t type_map;  // bit t: pixel type t can be written
+  int stands_in_for = -1;  // the built-in format whose refused files a custom one is asked for
 };
 
 // The row of a format below IMG_FORMAT_COUNT.
@@ -84,6 +85,8 @@ const img_format_row& img_format_at(int format);
 // with the handle's format set to the slot that is asked. `head` are the first IMG_HEAD_SIZE bytes.
 // Returns -1 when none accepts.
 int img_identify(img_file* handle, const std::uint8_t* head);
+// The custom format that stands in for a built-in one and accepts this file, or -1.
+int img_identify_stand_in(img_file* handle, const std::uint8_t* head, int built_in);
 
 // The level of ka_img_debug; bit KA_SUBVERB_FILES of the subverbosity mask is on while it is not 0.
 int img_debug_level();
@@ -97,8 +100,11 @@ void img_prepare_line_between(img_file* handle);
 // Whether the header has been read and lines can follow.
 bool img_can_read(const img_file* handle);
 
-// The result of a driver's operation, as 1 or 0. One that was not called, and one of a driver
-// outside the library that fails without an error, set the error `code`. A failure is acted on.
+// After a driver's operation that failed: one that was not called, and one of a driver outside the
+// library that has set no error, set the error `code`.
+void img_set_default_error(img_file* handle, bool is_called, int code);
+
+// The result of a driver's operation, as 1 or 0, with that error. A failure is acted on.
 int img_settle(img_file* handle, bool is_called, int result, int code);
 
 // Calls the driver's create, once. Returns 1, or 0 with the handle's error.

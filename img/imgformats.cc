@@ -136,6 +136,18 @@ bool accepts(img_file* handle, const std::uint8_t* head, int format) {
   return test && test(handle, head);
 }
 
+constexpr int kNoFormat = -1;
+
+// The first custom format that stands in for `built_in` and accepts the file, or -1. Formats that
+// stand in for none are asked where that is kNoFormat.
+int first_custom(img_file* handle, const std::uint8_t* head, int built_in) {
+  for (int format = IMG_FORMAT_CUSTOM; format < IMG_FORMAT_COUNT; ++format) {
+    if (formats[std::size_t(format)].stands_in_for != built_in) continue;
+    if (accepts(handle, head, format)) return format;
+  }
+  return -1;
+}
+
 // Quantel frames have no header: their name decides first.
 bool is_quantel_name(const char* name) {
   const char* const dot = std::strrchr(name, '.');
@@ -164,13 +176,16 @@ void ka::img_exit_formats() {
 int ka::img_identify(img_file* handle, const std::uint8_t* head) {
   if (is_quantel_name(handle->name) && accepts(handle, head, IMG_FORMAT_QNTPAL))
     return IMG_FORMAT_QNTPAL;
-  for (int format = IMG_FORMAT_CUSTOM; format < IMG_FORMAT_COUNT; ++format) {
-    if (accepts(handle, head, format)) return format;
-  }
+  const int custom = first_custom(handle, head, kNoFormat);
+  if (custom >= 0) return custom;
   for (const int format : kTestOrder) {
     if (accepts(handle, head, format)) return format;
   }
   return -1;
+}
+
+int ka::img_identify_stand_in(img_file* handle, const std::uint8_t* head, int built_in) {
+  return first_custom(handle, head, built_in);
 }
 
 int ka_img_format_identify(const char* name) {
@@ -240,5 +255,13 @@ int ka_img_custom_format(int format, img_test_function test, img_create_function
   ka_mem_release(const_cast<char*>(old_name));
   ka_debug("registered new custom image format %d: \"%s\", type %s", format - IMG_FORMAT_CUSTOM,
            row.name, ka_img_type_name(best_type));
+  return 1;
+}
+
+int ka_img_custom_format_stand_in(int format, int built_in) {
+  const ka::ModuleScope scope(KA_IMG);
+  if (format < IMG_FORMAT_CUSTOM || format >= IMG_FORMAT_COUNT) return 0;
+  if (built_in < 0 || built_in >= IMG_FORMAT_CUSTOM) return 0;
+  formats[std::size_t(format)].stands_in_for = built_in;
   return 1;
 }

@@ -61,10 +61,14 @@ bool ka::img_can_read(const img_file* handle) {
          handle->has_header;
 }
 
-int ka::img_settle(img_file* handle, bool is_called, int result, int code) {
-  if (result) return 1;
+void ka::img_set_default_error(img_file* handle, bool is_called, int code) {
   const bool is_silent = is_called && handle->format < IMG_FORMAT_CUSTOM;
   if (!is_silent && handle->error == IMG_ERR_NONE) ka::img_error(handle, code, 0);
+}
+
+int ka::img_settle(img_file* handle, bool is_called, int result, int code) {
+  if (result) return 1;
+  img_set_default_error(handle, is_called, code);
   ka::img_act_on_error(handle);
   return 0;
 }

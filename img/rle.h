@@ -9,8 +9,8 @@
 #include <span>
 
 #include <ka/detail/targets.h>
+#include <ka/imgbytes.h>
 
-#include "bytes.h"
 #include "linekernels.h"
 
 namespace ka {

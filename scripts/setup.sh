@@ -4,7 +4,8 @@
 # Where everything is there it does nothing and takes no time.
 set -euo pipefail
 
-packages=(g++ cmake ninja-build libjpeg62-turbo-dev libgtest-dev libbenchmark-dev pkgconf)
+packages=(g++ cmake ninja-build libjpeg62-turbo-dev libgtest-dev libbenchmark-dev pkgconf
+          libdeflate-dev zlib1g-dev libopenexr-dev libwebp-dev libtiff-dev)
 if [[ ${1-} == test || ${1-} == check ]]; then
   packages+=(ffmpeg ghostscript imagemagick libjpeg-turbo-progs libtiff-tools netpbm openimageio-tools)
 fi

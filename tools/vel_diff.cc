@@ -9,6 +9,9 @@
 #include <new>
 
 #include <ka/db.h>
+#ifdef LUMORA_DRIVERS
+#include <ka/drivers.h>
+#endif
 #include <ka/img.h>
 #include <ka/mem.h>
 #include <ka/message.h>
@@ -59,6 +62,9 @@ void start_library() {
   ka_img_init();
   ka_context_init();
   ka_trans_init();
+#ifdef LUMORA_DRIVERS
+  ka_drivers_register();
+#endif
 }
 
 [[noreturn]] void usage(const char* program) {

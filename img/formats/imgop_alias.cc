@@ -5,7 +5,8 @@
 #include <algorithm>
 #include <optional>
 
-#include "bytes.h"
+#include <ka/imgbytes.h>
+
 #include "driver.h"
 #include "drivers.h"
 #include "rle.h"

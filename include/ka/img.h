@@ -107,6 +107,7 @@ enum {
   IMG_HEAD_SIZE = 256,
   IMG_DISPLAY_NAME_SIZE = 64,
   IMG_REASON_SIZE = 128,
+  IMG_LAYER_SIZE = 128,
   IMG_PARAMETERS = 8,
   IMG_SLOTS = 4
 };
@@ -141,6 +142,13 @@ typedef struct img_file {
    * to 100, 0 for the usual one. The second: the fields in the header of a "pic" file, 1 odd, 2
    * even, 3 and 0 both. */
   uint32_t parameters[IMG_PARAMETERS];
+  /* Of a file with several pictures or layers, the one that is read: set before ka_img_open, which
+   * keeps it. "" is the format's default. Formats without layers do not look at it; docs/formats.md
+   * has the others. */
+  char layer[IMG_LAYER_SIZE];
+  /* What the file says about the meaning of its samples (gamma, color profile), as a checksum: files
+   * that say the same have the same one. 0: nothing. The samples are given as they are in the file. */
+  uint32_t profile;
   int type;          /* img_type of the lines that the caller passes */
   int format;        /* img_format of the file */
   int error;         /* img_errcode of the last failure */
@@ -272,6 +280,10 @@ int ka_img_line_write(img_file* handle, img_line* line);
  *   Memory   the caller's, released with ka_mem_release. */
 img_line* ka_img_line_alloc(img_file* handle);
 
+/* A plane of a line record: `slot` is that of R, G, B or A, 0 to 3. Null for an absent one. */
+void* ka_img_line_plane(img_line* line, int slot);
+const void* ka_img_const_line_plane(const img_line* line, int slot);
+
 /* An image of handle->width, handle->height and handle->type, its pixels zero; with handle->pyramid
  * followed by its reduced levels in the same block.
  *   Returns  null with handle->error: 6 its block would pass 4 GiB - 1 bytes, 1 an opened file is
@@ -280,6 +292,11 @@ img_line* ka_img_line_alloc(img_file* handle);
  *            lines arrive. An image of ka_img_mmap_address is released in the same way. */
 img_image* ka_img_image_alloc(img_file* handle);
 void ka_img_image_release(img_image* image);
+
+/* A plane of line y of an image; null for an absent one, and where the texture cache holds the
+ * planes. */
+void* ka_img_image_plane(img_image* image, int y, int slot);
+const void* ka_img_const_image_plane(const img_image* image, int y, int slot);
 
 /* Bytes of the block that ka_img_image_alloc makes for this handle; 0 with
  * handle->error as there. */
@@ -374,6 +391,12 @@ int ka_img_custom_format(int format, img_test_function test, img_create_function
                          img_open_function open, img_close_function close, img_read_function read,
                          img_write_function write, int topdown, const char* name,
                          uint32_t extra_types, int best_type);
+
+/* Lets a custom format stand in for a built-in one: it is not asked for files by itself, but after the
+ * built-in driver's open operation has failed with error 6, with the same file. When its test
+ * declines, the built-in driver's error stands. A registration of the slot ends it.
+ *   Returns  1, or 0 when `format` is no custom slot or `built_in` is no built-in format. */
+int ka_img_custom_format_stand_in(int format, int built_in);
 
 /* Sets a handle's error; for drivers outside the library. The operation that has called the driver
  * reports it and discards the file. Returns 0, so that a driver can return it. */

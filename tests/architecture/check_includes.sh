@@ -9,7 +9,8 @@ status=0
 # lowest one, the runtime core.
 height_of_folder() {
   case $1 in
-    tools | examples) echo 3 ;;
+    tools | examples) echo 4 ;;
+    drivers) echo 3 ;;
     img | img/formats) echo 2 ;;
     db) echo 1 ;;
     *) echo 0 ;;
@@ -19,6 +20,7 @@ height_of_folder() {
 # The same for a header of include/ka/, which its name tells.
 height_of_header() {
   case $1 in
+    ka/drivers*) echo 3 ;;
     ka/img*) echo 2 ;;
     ka/db* | ka/job*) echo 1 ;;
     *) echo 0 ;;
@@ -37,7 +39,7 @@ check_public() {
   [[ $folder != include/ka ]] || height=$(height_of_header "${file#include/}")
   (($(height_of_header "$header") <= height)) || refuse "belongs to a room above"
   case $header in
-    ka/detail/*) [[ $folder != include/ka && $folder != examples ]] || refuse "is private to the library" ;;
+    ka/detail/*) [[ $folder != include/ka && $folder != examples && $folder != drivers ]] || refuse "is private to the library" ;;
   esac
   case $file,$header in
     tools/measure*,ka/message.h | tools/compose*,ka/message.h | tools/panel*,ka/message.h)
@@ -74,5 +76,5 @@ while IFS=: read -r file include; do
     *\"*) check_private ;;
   esac
 done < <(grep -rEH --include='*.cc' --include='*.h' '^[[:space:]]*#[[:space:]]*include' \
-  tools img db lib mem msg examples include)
+  tools drivers img db lib mem msg examples include)
 exit $status

@@ -1,7 +1,10 @@
-// Numbers of files: cursors over bytes in memory, checked size arithmetic. Numbers are put together
-// from bytes, so nothing here depends on the host's byte order.
+/* Numbers of files: cursors over bytes in memory, checked size arithmetic. Numbers are put together
+ * from bytes, so nothing here depends on the host's byte order. For programs in C++20 only. */
 #pragma once
 
+#include <ka/base.h>
+
+#ifdef __cplusplus
 #include <algorithm>
 #include <concepts>
 #include <cstddef>
@@ -111,3 +114,4 @@ template <std::integral... Factors>
 }
 
 }  // namespace ka
+#endif
