@@ -1,13 +1,13 @@
 // Cost of single pixels as colors, and of filtering a pyramid beside memcpy of its base.
 #include <benchmark/benchmark.h>
 #include <ka/imgaccess.h>
+#include <ka/imgowner.h>
 #include <ka/mem.h>
 #include <ka/msg.h>
 #include <ka/trans.h>
 
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <vector>
 
 namespace {
@@ -15,18 +15,13 @@ namespace {
 constexpr int kSide = 1024;  // pixels and lines
 constexpr int kPixels = kSide * kSide;
 
-struct Release {
-  void operator()(img_image* image) const { ka_img_image_release(image); }
-};
-using Image = std::unique_ptr<img_image, Release>;
-
 // An image whose pixels differ, with all its levels.
-Image make_image(const benchmark::State& state) {
+ka::ImageBuffer make_image(const benchmark::State& state) {
   img_file shape{};
   shape.type = int(state.range(0));
   shape.width = shape.height = kSide;
   shape.pyramid = 1;
-  Image image(ka_img_image_alloc(&shape));
+  ka::ImageBuffer image(ka_img_image_alloc(&shape));
   for (int i = 0; i < kPixels; ++i) {
     const float color[4] = {float(i % 255) / 255, float(i % 101) / 101, float(i % 7) / 7, 1};
     ka_img_put_color(image.get(), color, i % kSide, i / kSide);
@@ -44,7 +39,7 @@ void set_mode(const benchmark::State& state) {
 
 void BM_put_color(benchmark::State& state) {
   set_mode(state);
-  const Image image = make_image(state);
+  const ka::ImageBuffer image = make_image(state);
   const float color[4] = {0.25F, 0.5F, 0.75F, 1};
   for (int x = 0; auto _ : state) {
     ka_img_put_color(image.get(), color, x, x);
@@ -54,7 +49,7 @@ void BM_put_color(benchmark::State& state) {
 
 void BM_get_color(benchmark::State& state) {
   set_mode(state);
-  const Image image = make_image(state);
+  const ka::ImageBuffer image = make_image(state);
   for (int x = 0; auto _ : state) {
     float color[4];
     ka_img_get_color(image.get(), color, x, x);
@@ -65,7 +60,7 @@ void BM_get_color(benchmark::State& state) {
 
 void BM_get_color_square(benchmark::State& state) {
   set_mode(state);
-  const Image image = make_image(state);
+  const ka::ImageBuffer image = make_image(state);
   for (int x = 0; auto _ : state) {
     float colors[4][4];
     ka_img_get_color_square(image.get(), colors, x, x);
@@ -80,14 +75,14 @@ void count_base(benchmark::State& state, const img_image* image) {
 
 void BM_filter_levels(benchmark::State& state) {
   set_mode(state);
-  const Image image = make_image(state);
+  const ka::ImageBuffer image = make_image(state);
   for (auto _ : state) ka_img_pyramid_filter_levels(image.get());
   count_base(state, image.get());
 }
 
 void BM_memcpy_of_base(benchmark::State& state) {
   set_mode(state);
-  const Image image = make_image(state);
+  const ka::ImageBuffer image = make_image(state);
   std::vector<char> copy(std::size_t(kPixels) * std::size_t(image->components * image->bits / 8));
   for (auto _ : state) {
     std::memcpy(copy.data(), image.get() + 1, copy.size());

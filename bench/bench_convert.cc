@@ -1,6 +1,7 @@
 // Conversions between pixel types: one line after the other of a whole picture, and one line that
 // stays in the cache. A copy beside them moves as many bytes.
 #include <benchmark/benchmark.h>
+#include <ka/imgowner.h>
 #include <ka/mem.h>
 
 #include <memory>
@@ -17,9 +18,6 @@ namespace {
 
 constexpr float kWeights[4] = {0.299F, 0.587F, 0.114F, 0.0F};
 
-struct ReleaseImage {
-  void operator()(img_image* image) const { ka_img_image_release(image); }
-};
 using Image = std::shared_ptr<img_image>;
 
 Image new_image(int type, int height) {
@@ -27,7 +25,7 @@ Image new_image(int type, int height) {
   shape.width = kWidth;
   shape.height = height;
   shape.type = type;
-  return {ka_img_image_alloc(&shape), ReleaseImage()};
+  return {ka_img_image_alloc(&shape), ka::ReleaseImage()};
 }
 
 void convert(img_image* to, const img_image* from) {

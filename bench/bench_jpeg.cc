@@ -21,10 +21,9 @@ namespace {
 void fill_image(img_image* image) {
   std::vector<std::uint8_t> noise(kWidth);
   fill_noise(noise);
-  const auto* const table = reinterpret_cast<const img_image_line*>(image + 1);
   for (int y = 0; y < kHeight; ++y) {
     for (std::size_t slot = 0; slot < 3; ++slot) {
-      auto* const plane = reinterpret_cast<std::uint8_t*>(image) + table[y].offset[slot];
+      auto* const plane = static_cast<std::uint8_t*>(ka_img_image_plane(image, y, int(slot)));
       for (std::size_t x = 0; x < kWidth; ++x) {
         const std::size_t level = (x * (slot + 1) + std::size_t(y) * (3 - slot)) / 16;
         plane[x] =

@@ -9,7 +9,7 @@
 
 #include <benchmark/benchmark.h>
 
-#include <ka/img.h>
+#include <ka/imgowner.h>
 
 #include "benchmarks.h"
 #include "compose.h"
@@ -21,43 +21,25 @@
 namespace bench {
 namespace {
 
-struct ReleaseImage {
-  void operator()(img_image* image) const { ka_img_image_release(image); }
-};
-using Image = std::unique_ptr<img_image, ReleaseImage>;
-
 constexpr std::size_t kPairBytes = 2 * 4 * kPixels;
-
-const img_image_line* line_table(const img_image* image) {
-  return reinterpret_cast<const img_image_line*>(image + 1);
-}
 
 // All planes of an image: they lie one after the other.
 std::span<std::uint8_t> samples(img_image* image) {
-  auto* const bytes = reinterpret_cast<std::uint8_t*>(image);
-  return {bytes + line_table(image)[0].offset[0], 4 * kPixels};
+  return {static_cast<std::uint8_t*>(ka_img_image_plane(image, 0, 0)), 4 * kPixels};
 }
 
-ka::LinePlanes planes(const img_image* image, int y) {
-  ka::LinePlanes planes;
-  for (std::size_t c = 0; c < planes.size(); ++c) {
-    planes[c] = reinterpret_cast<const std::uint8_t*>(image) + line_table(image)[y].offset[c];
-  }
-  return planes;
-}
-
-Image new_image() {
+ka::ImageBuffer new_image() {
   img_file shape{};
   shape.width = kWidth;
   shape.height = kHeight;
   shape.type = IMG_TYPE_RGBA;
-  Image image(ka_img_image_alloc(&shape));
+  ka::ImageBuffer image(ka_img_image_alloc(&shape));
   fill_noise(samples(image.get()));
   return image;
 }
 
 struct Pair {
-  Image first = new_image(), second = new_image();
+  ka::ImageBuffer first = new_image(), second = new_image();
 };
 
 // Made on first use, so that a filtered run holds no pictures that it does not need.
@@ -114,7 +96,7 @@ void add_pass2(const Case& what, bool intensity) {
 
 // Pass 2 with its difference image, which overwrites the first picture.
 void add_compose() {
-  static Image picture;
+  static ka::ImageBuffer picture;
   const auto restore = [] {
     if (!picture) picture = new_image();
     std::ranges::copy(samples(differing().first.get()), samples(picture.get()).begin());
@@ -140,7 +122,8 @@ void add_kernels(const char* table_name, const ka::KernelTable<ka::MeasureKernel
       const Pair& pair = what.pair();
       ka::LineSums sums{};
       for (int y = 0; y < kHeight; ++y) {
-        kernel(planes(pair.first.get(), y), planes(pair.second.get(), y), kWidth, 3, 4, sums);
+        kernel(ka::line_planes_of(pair.first.get(), y), ka::line_planes_of(pair.second.get(), y),
+               kWidth, 3, 4, sums);
       }
       benchmark::DoNotOptimize(sums.total);
     });

@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include <ka/img.h>
+#include <ka/imgowner.h>
 
 #include "files.h"
 #include "pictures.h"
@@ -12,11 +12,6 @@
 
 namespace bench {
 namespace {
-
-struct ReleaseImage {
-  void operator()(img_image* image) const { ka_img_image_release(image); }
-};
-using Image = std::unique_ptr<img_image, ReleaseImage>;
 
 Bytes make_plane(Content content, std::uint32_t seed) {
   Bytes plane(kPixels);
@@ -55,7 +50,7 @@ class Reading {
 
   Picture picture_;
   std::string path_;
-  Image image_;
+  ka::ImageBuffer image_;
 };
 
 }  // namespace

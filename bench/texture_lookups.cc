@@ -22,7 +22,7 @@ bool write(const std::string& path) {
   bool written = true;
   for (int y = 0; y < lookups::kSide && written; ++y) {
     for (int c = 0; c < 4; ++c) {
-      auto* const plane = reinterpret_cast<std::uint8_t*>(line) + line->offset[c];
+      auto* const plane = static_cast<std::uint8_t*>(ka_img_line_plane(line, c));
       for (int x = 0; x < lookups::kSide; ++x) {
         plane[x] = std::uint8_t(lookups::texel(x, y) >> 8 * c);
       }

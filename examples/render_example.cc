@@ -8,9 +8,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 
-#include <ka/img.h>
+#include <ka/imgowner.h>
 #include <ka/mem.h>
 #include <ka/msg.h>
 #include <ka/trans.h>
@@ -53,22 +52,17 @@ std::array<std::uint8_t, 3> render_pixel(int x, int y, bool moved) {
   return {sample(sum[0] / rays), sample(sum[1] / rays), sample(sum[2] / rays)};
 }
 
-struct ReleaseLine {
-  void operator()(img_line* line) const { ka_mem_release(line); }
-};
-
-// A line record tells how far its planes are from itself.
-std::uint8_t* plane(img_line* line, std::size_t slot) {
-  return reinterpret_cast<std::uint8_t*>(line) + line->offset[slot];
-}
-
 bool write_lines(img_file& file, bool moved) {
-  const std::unique_ptr<img_line, ReleaseLine> line(ka_img_line_alloc(&file));
+  const ka::LineBuffer line(ka_img_line_alloc(&file));
+  std::uint8_t* planes[3];
+  for (int c = 0; c < 3; ++c) {
+    planes[c] = static_cast<std::uint8_t*>(ka_img_line_plane(line.get(), c));
+  }
   for (int i = 0; i < kHeight; ++i) {
     const int y = file.topdown ? kHeight - 1 - i : i;  // lines are written in the file's order
     for (int x = 0; x < kWidth; ++x) {
       const auto color = render_pixel(x, y, moved);
-      for (std::size_t c = 0; c < 3; ++c) plane(line.get(), c)[x] = color[c];
+      for (int c = 0; c < 3; ++c) planes[c][x] = color[std::size_t(c)];
     }
     if (!ka_img_line_write(&file, line.get())) return false;
   }

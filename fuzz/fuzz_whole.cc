@@ -24,16 +24,16 @@ bool is_small(const img_file& file) {
 void read_lines(const char* name, int type) {
   img_file file{};
   if (ka_img_open(&file, name, type) && is_small(file)) {
-    const fuzz::Line line(ka_img_line_alloc(&file));
+    const ka::LineBuffer line(ka_img_line_alloc(&file));
     for (int y = 0; y < file.height; ++y) ka_img_line_read(&file, line.get());
   }
   ka_img_close(&file);
 }
 
 // The image with its levels, complete or not. Null when there is none.
-fuzz::Image read_image(const char* name) {
+ka::ImageBuffer read_image(const char* name) {
   img_file file{};
-  fuzz::Image image;
+  ka::ImageBuffer image;
   if (ka_img_open(&file, name, IMG_TYPE_FILE) && is_small(file)) {
     file.pyramid = 1;
     image.reset(ka_img_image_alloc(&file));
@@ -63,7 +63,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const fuzz::MemoryFile input(data, size);
   read_lines(input.name(), IMG_TYPE_FILE);
   read_lines(input.name(), choices[0] % IMG_TYPE_COUNT);
-  const fuzz::Image image = read_image(input.name());
+  const ka::ImageBuffer image = read_image(input.name());
   if (!image) return 0;
   read_levels(image.get());
   fuzz::write_and_compare(image.get(), choices[2] % IMG_FORMAT_CUSTOM, choices[1] % IMG_TYPE_COUNT);

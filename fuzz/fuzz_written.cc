@@ -51,16 +51,16 @@ class Paint {
   std::uint32_t round_ = 0;
 };
 
-fuzz::Image make_picture(int type, int width, int height, Paint paint) {
+ka::ImageBuffer make_picture(int type, int width, int height, Paint paint) {
   img_file shape{};
   shape.type = type;
   shape.width = width;
   shape.height = height;
-  fuzz::Image image(ka_img_image_alloc(&shape));
+  ka::ImageBuffer image(ka_img_image_alloc(&shape));
   if (!image) std::abort();
   for (int y = 0; y < height; ++y) {
     for (std::size_t slot = 0; slot < IMG_SLOTS; ++slot) {
-      std::uint8_t* const plane = fuzz::plane(image.get(), y, slot);
+      auto* const plane = static_cast<std::uint8_t*>(ka_img_image_plane(image.get(), y, int(slot)));
       if (plane) paint.fill(plane, fuzz::plane_bytes(type, width));
     }
   }
@@ -76,7 +76,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const int width = 1 + (data[2] | data[3] << 8), height = 1 + (data[4] | data[5] << 8);
   if (!is_worth_writing(format, std::int64_t{width} * height)) return 0;
   const Paint paint(data + kInputHeader, size - kInputHeader, data[1] % 2 != 0);
-  const fuzz::Image image = make_picture(type, width, height, paint);
+  const ka::ImageBuffer image = make_picture(type, width, height, paint);
   if (!fuzz::write_and_compare(image.get(), format, type)) std::abort();
   return 0;
 }

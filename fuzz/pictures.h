@@ -1,8 +1,8 @@
-// What the targets that write pictures share: owners, planes, and the check that a file keeps what
+// What the targets that write pictures share: the size of planes, and the check that a file keeps what
 // was written.
 #pragma once
 
-#include <ka/img.h>
+#include <ka/imgowner.h>
 #include <ka/mem.h>
 
 #include <cstddef>
@@ -14,21 +14,6 @@
 #include "images.h"
 
 namespace fuzz {
-
-struct Release {
-  void operator()(img_image* image) const { ka_img_image_release(image); }
-  void operator()(img_line* line) const { ka_mem_release(line); }
-};
-using Image = std::unique_ptr<img_image, Release>;
-using Line = std::unique_ptr<img_line, Release>;
-
-// The plane of a line of an image; null for an absent one.
-inline std::uint8_t* plane(img_image* image, int y, std::size_t slot) {
-  auto* const start = reinterpret_cast<std::uint8_t*>(image);
-  const auto* const table = reinterpret_cast<const img_image_line*>(start + sizeof(img_image));
-  const std::uint32_t offset = table[y].offset[slot];
-  return offset == 0 ? nullptr : start + offset;
-}
 
 // The bytes of a plane's line that pixels fill completely.
 inline std::size_t plane_bytes(int type, int width) {
@@ -73,10 +58,10 @@ inline bool is_mistaken(const img_file& written, const img_file& read) {
 
 // Compares the planes that both have.
 inline void expect_same_line(const img_line* line, img_image* image, int y) {
-  for (std::size_t slot = 0; slot < IMG_SLOTS; ++slot) {
-    const std::uint8_t* const read = plane(image, y, slot);
-    if (line->offset[slot] == 0 || !read) continue;
-    const auto* const written = reinterpret_cast<const std::uint8_t*>(line) + line->offset[slot];
+  for (int slot = 0; slot < IMG_SLOTS; ++slot) {
+    const void* const read = ka_img_const_image_plane(image, y, slot);
+    const void* const written = ka_img_const_line_plane(line, slot);
+    if (!written || !read) continue;
     if (std::memcmp(written, read, plane_bytes(image->type, image->width)) != 0) std::abort();
   }
 }
@@ -90,7 +75,7 @@ inline void expect_kept(const img_file& written, const img_image* image, const c
     return;
   }
   if (!opened || file.width != image->width || file.height != image->height) std::abort();
-  const Image read(ka_img_image_alloc(&file));
+  const ka::ImageBuffer read(ka_img_image_alloc(&file));
   if (!read || !ka_img_image_read(&file, read.get())) std::abort();
   if (is_lossless(written, file)) {
     img_file shape{};
@@ -98,7 +83,7 @@ inline void expect_kept(const img_file& written, const img_image* image, const c
     shape.width = image->width;
     for (int y = 0; y < image->height; ++y) {
       int components, bits;
-      const Line line(ka_img_line_alloc(&shape));
+      const ka::LineBuffer line(ka_img_line_alloc(&shape));
       if (!ka_img_convert(line.get(), &components, &bits, image, y, shape.type)) std::abort();
       expect_same_line(line.get(), read.get(), y);
     }

@@ -50,7 +50,7 @@ ka::Difference measure_streams(Picture& first, Picture& second,
 
 // Whole pictures, kept only where they are needed.
 struct Buffers {
-  ImageBuffer first, second;
+  ka::ImageBuffer first, second;
 };
 
 [[noreturn]] void refuse_sizes(const Picture& first, const Picture& second) {
@@ -75,6 +75,7 @@ ka::Difference read_and_measure(Picture& first, Picture& second, bool keep_whole
     second.read_rest();
     refuse_sizes(first, second);
   }
+  first.compare_profile(second);
   if (!keep_whole && first.same_order(second)) return measure_streams(first, second, settings);
   if (!buffers.first) buffers.first = first.read();
   buffers.second = second.read();

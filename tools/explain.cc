@@ -11,10 +11,11 @@ namespace {
 
 std::string names_without(std::initializer_list<int> left_out) {
   std::string names;
-  for (int format = 0; format < IMG_FORMAT_CUSTOM; ++format) {
-    if (std::ranges::find(left_out, format) != left_out.end()) continue;
+  for (int format = 0; format < IMG_FORMAT_COUNT; ++format) {
+    const std::string name = ka_img_format_name(format);  // "<...>" of an empty custom slot
+    if (name[0] == '<' || std::ranges::find(left_out, format) != left_out.end()) continue;
     if (!names.empty()) names += ' ';
-    names += ka_img_format_name(format);
+    names += name;
   }
   return names;
 }

@@ -46,10 +46,11 @@ std::uint32_t bin_of(double value) { return std::uint32_t(std::min(255.0 * value
 }  // namespace
 
 LinePlanes line_planes_of(const img_image* image, int y) {
-  const auto* const base = reinterpret_cast<const std::uint8_t*>(image);
-  const auto* const table = reinterpret_cast<const img_image_line*>(base + sizeof(img_image));
   LinePlanes planes;
-  for (std::size_t c = 0; c < planes.size(); ++c) planes[c] = base + table[y].offset[c];
+  for (int slot = 0; slot < IMG_SLOTS; ++slot) {
+    planes[std::size_t(slot)] =
+        static_cast<const std::uint8_t*>(ka_img_const_image_plane(image, y, slot));
+  }
   return planes;
 }
 

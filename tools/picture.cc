@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <climits>
 
-#include <ka/mem.h>
 #include <ka/message.h>
 
 #include "explain.h"
@@ -25,9 +24,15 @@ class RaisedHeight {
   int height_;
 };
 
-}  // namespace
+// Of the built-in formats people know that deeper samples are reduced.
+void note_depth(const img_file& file) {
+  constexpr int compared = 8;
+  if (file.format < IMG_FORMAT_CUSTOM || file.bits <= compared) return;
+  ka_warning("%s: samples of %d bits are compared as %d bits", file.display_name, file.bits,
+             compared);
+}
 
-void ReleaseLine::operator()(img_line* line) const { ka_mem_release(line); }
+}  // namespace
 
 Picture::Picture(const char* name, int extra_lines) : name_(name), extra_lines_(extra_lines) {}
 
@@ -36,6 +41,7 @@ bool Picture::open() {
   if (!ka_img_open(&file_, name_, IMG_TYPE_RGBA)) return false;
   file_.pyramid = 0;  // only the picture itself is compared
   ka_progress("reading %s: %dx%d", name_, file_.width, file_.height);
+  note_depth(file_);
   failed_step_ = "cannot allocate frame buffer";
   const RaisedHeight raised(file_, extra_lines_);
   return ka_img_image_size(&file_) != 0;
@@ -63,13 +69,13 @@ void Picture::report_error() {
 #pragma GCC diagnostic pop
 }
 
-ImageBuffer Picture::read() {
+ka::ImageBuffer Picture::read() {
   if (file_.lacks_lines) read_rest();  // which fails without a buffer
   const auto allocate = [&] {
     const RaisedHeight raised(file_, extra_lines_);
-    return ImageBuffer(ka_img_image_alloc(&file_));
+    return ka::ImageBuffer(ka_img_image_alloc(&file_));
   };
-  ImageBuffer image = allocate();
+  ka::ImageBuffer image = allocate();
   if (!image) report_error();
   failed_step_ = "cannot read %s";
   if (!ka_img_image_read(&file_, image.get())) report_error();
@@ -100,9 +106,11 @@ int Picture::lines_to_read() const {
 }
 
 ka::LinePlanes Picture::planes() const {
-  const auto* const base = reinterpret_cast<const std::uint8_t*>(line_.get());
   ka::LinePlanes planes;
-  for (std::size_t c = 0; c < planes.size(); ++c) planes[c] = base + line_->offset[c];
+  for (int slot = 0; slot < IMG_SLOTS; ++slot) {
+    planes[std::size_t(slot)] =
+        static_cast<const std::uint8_t*>(ka_img_const_line_plane(line_.get(), slot));
+  }
   return planes;
 }
 
@@ -121,4 +129,11 @@ bool Picture::same_size(const Picture& other) const {
 
 bool Picture::same_order(const Picture& other) const {
   return file_.topdown == other.file_.topdown;
+}
+
+void Picture::compare_profile(const Picture& other) const {
+  if (file_.profile == other.file_.profile) return;
+  ka_warning(
+      "%s and %s have different gammas or color profiles; their samples are compared as they are",
+      file_.display_name, other.file_.display_name);
 }

@@ -1,21 +1,11 @@
 // One of the two pictures: a file that is read as 8-bit RGBA.
 #pragma once
 
-#include <ka/img.h>
+#include <ka/imgowner.h>
 
-#include <memory>
 #include <string>
 
 #include "measure.h"
-
-struct ReleaseImage {
-  void operator()(img_image* image) const { ka_img_image_release(image); }
-};
-using ImageBuffer = std::unique_ptr<img_image, ReleaseImage>;
-
-struct ReleaseLine {
-  void operator()(img_line* line) const;
-};
 
 class Picture {
  public:
@@ -32,7 +22,7 @@ class Picture {
   [[nodiscard]] bool would_open_as_large_as(const Picture& other) const;
 
   // Reads everything into a buffer and closes the file. A failure is reported and ends the process.
-  [[nodiscard]] ImageBuffer read();
+  [[nodiscard]] ka::ImageBuffer read();
 
   // Reads the next line, in file order, into the picture's own line record.
   [[nodiscard]] bool read_line();
@@ -51,6 +41,9 @@ class Picture {
   [[nodiscard]] int lines_to_read() const;
   [[nodiscard]] std::string size_text() const;  // with the name, for messages
   [[nodiscard]] bool same_size(const Picture& other) const;
+  // Warns when the files say different things about the meaning of their samples, which are compared
+  // as they are.
+  void compare_profile(const Picture& other) const;
   // Whether both files hold their lines in the same order.
   [[nodiscard]] bool same_order(const Picture& other) const;
 
@@ -60,5 +53,5 @@ class Picture {
   const char* failed_step_ =
       nullptr;  // fatal message of the step that is under way; its "%s" is the name
   img_file file_{};
-  std::unique_ptr<img_line, ReleaseLine> line_;
+  ka::LineBuffer line_;
 };
