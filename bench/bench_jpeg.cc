@@ -8,6 +8,7 @@
 #include <jpeglib.h>
 
 #include <ka/img.h>
+#include <ka/imgload.h>
 
 #include "benchmarks.h"
 #include "files.h"
@@ -23,7 +24,7 @@ void fill_image(img_image* image) {
   fill_noise(noise);
   for (int y = 0; y < kHeight; ++y) {
     for (std::size_t slot = 0; slot < 3; ++slot) {
-      auto* const plane = static_cast<std::uint8_t*>(ka_img_image_plane(image, y, int(slot)));
+      auto* const plane = static_cast<std::uint8_t*>(ka_img_plane(image, y, int(slot)));
       for (std::size_t x = 0; x < kWidth; ++x) {
         const std::size_t level = (x * (slot + 1) + std::size_t(y) * (3 - slot)) / 16;
         plane[x] =

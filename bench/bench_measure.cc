@@ -9,6 +9,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <ka/imgload.h>
 #include <ka/imgowner.h>
 
 #include "benchmarks.h"
@@ -25,7 +26,7 @@ constexpr std::size_t kPairBytes = 2 * 4 * kPixels;
 
 // All planes of an image: they lie one after the other.
 std::span<std::uint8_t> samples(img_image* image) {
-  return {static_cast<std::uint8_t*>(ka_img_image_plane(image, 0, 0)), 4 * kPixels};
+  return {static_cast<std::uint8_t*>(ka_img_plane(image, 0, 0)), 4 * kPixels};
 }
 
 ka::ImageBuffer new_image() {

@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include <ka/img.h>
+#include <ka/imgload.h>
 
 #include "pictures.h"
 
@@ -59,9 +60,9 @@ ka::ImageBuffer make_picture(int type, int width, int height, Paint paint) {
   ka::ImageBuffer image(ka_img_image_alloc(&shape));
   if (!image) std::abort();
   for (int y = 0; y < height; ++y) {
-    for (std::size_t slot = 0; slot < IMG_SLOTS; ++slot) {
-      auto* const plane = static_cast<std::uint8_t*>(ka_img_image_plane(image.get(), y, int(slot)));
-      if (plane) paint.fill(plane, fuzz::plane_bytes(type, width));
+    for (int component = 0; component < image->components; ++component) {
+      auto* const plane = static_cast<std::uint8_t*>(ka_img_plane(image.get(), y, component));
+      paint.fill(plane, fuzz::plane_bytes(type, width));
     }
   }
   return image;

@@ -121,18 +121,6 @@ void ka_img_line_pack(const img_line* line, int type, void* row, int width, int 
       row, planes_of(line, type).data(), std::size_t(width));
 }
 
-void* ka_img_line_plane(img_line* line, int slot) {
+void* ka_img_line_plane(const img_line* line, int slot) {
   return ka::plane_of<void>(line, std::size_t(slot));
-}
-
-const void* ka_img_const_line_plane(const img_line* line, int slot) {
-  return ka::plane_of<const void>(line, std::size_t(slot));
-}
-
-void* ka_img_image_plane(img_image* image, int y, int slot) {
-  return ka::is_cached(image) ? nullptr : ka::image_plane(image, y, std::size_t(slot));
-}
-
-const void* ka_img_const_image_plane(const img_image* image, int y, int slot) {
-  return ka::is_cached(image) ? nullptr : ka::image_plane(image, y, std::size_t(slot));
 }

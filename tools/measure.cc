@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstdlib>
 
+#include <ka/imgload.h>
+
 #include "measurehistograms.h"
 #include "measurekernels.h"
 
@@ -47,9 +49,8 @@ std::uint32_t bin_of(double value) { return std::uint32_t(std::min(255.0 * value
 
 LinePlanes line_planes_of(const img_image* image, int y) {
   LinePlanes planes;
-  for (int slot = 0; slot < IMG_SLOTS; ++slot) {
-    planes[std::size_t(slot)] =
-        static_cast<const std::uint8_t*>(ka_img_const_image_plane(image, y, slot));
+  for (int c = 0; c < IMG_SLOTS; ++c) {
+    planes[std::size_t(c)] = static_cast<const std::uint8_t*>(ka_img_plane(image, y, c));
   }
   return planes;
 }

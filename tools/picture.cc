@@ -109,7 +109,7 @@ ka::LinePlanes Picture::planes() const {
   ka::LinePlanes planes;
   for (int slot = 0; slot < IMG_SLOTS; ++slot) {
     planes[std::size_t(slot)] =
-        static_cast<const std::uint8_t*>(ka_img_const_line_plane(line_.get(), slot));
+        static_cast<const std::uint8_t*>(ka_img_line_plane(line_.get(), slot));
   }
   return planes;
 }

@@ -280,9 +280,9 @@ int ka_img_line_write(img_file* handle, img_line* line);
  *   Memory   the caller's, released with ka_mem_release. */
 img_line* ka_img_line_alloc(img_file* handle);
 
-/* A plane of a line record: `slot` is that of R, G, B or A, 0 to 3. Null for an absent one. */
-void* ka_img_line_plane(img_line* line, int slot);
-const void* ka_img_const_line_plane(const img_line* line, int slot);
+/* A plane of a line record: `slot` is that of R, G, B or A, 0 to 3. Null for an absent one.
+ * ka_img_plane finds those of an image. */
+void* ka_img_line_plane(const img_line* line, int slot);
 
 /* An image of handle->width, handle->height and handle->type, its pixels zero; with handle->pyramid
  * followed by its reduced levels in the same block.
@@ -292,11 +292,6 @@ const void* ka_img_const_line_plane(const img_line* line, int slot);
  *            lines arrive. An image of ka_img_mmap_address is released in the same way. */
 img_image* ka_img_image_alloc(img_file* handle);
 void ka_img_image_release(img_image* image);
-
-/* A plane of line y of an image; null for an absent one, and where the texture cache holds the
- * planes. */
-void* ka_img_image_plane(img_image* image, int y, int slot);
-const void* ka_img_const_image_plane(const img_image* image, int y, int slot);
 
 /* Bytes of the block that ka_img_image_alloc makes for this handle; 0 with
  * handle->error as there. */
