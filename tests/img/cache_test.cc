@@ -1,16 +1,15 @@
-// Texture cache: pages against what the files hold, its budget, images that are removed, and
-// files that are replaced.
+// Texture cache: pages against what the files hold, its budget, images that are removed, files that
+// are replaced, what its start finds in the environment and what its end reports.
 #include <gtest/gtest.h>
 #include <ka/db.h>
 #include <ka/imgaccess.h>
 #include <ka/message.h>
 #include <unistd.h>
 
+#include <array>
 #include <latch>
-#include <numeric>
 
 #include "cached.h"
-#include "cacherecord.h"
 #include "lib/messages.h"
 #include "pictures.h"
 
@@ -18,29 +17,51 @@ namespace {
 
 using test::counts, test::Texture;
 
-using Cache = test::CacheTest;
+constexpr std::uint32_t kPage = 16384;  // bytes
+constexpr std::int64_t kMegabyte = 1 << 20;
+
+void restart() {
+  const ka::ModuleScope scope(KA_IMG);
+  ka::img_cache_exit();
+  ka::img_cache_init();
+}
+
+// Starts every test with an empty cache of the usual size.
+class Cache : public testing::Test {
+ protected:
+  Cache() { restart(); }
+  ~Cache() override { restart(); }
+  static void set_budget(int pages) {
+    ka::img_cache_size_adjust((pages - counts().budget) * double{kPage});
+  }
+  // Uses one page after the other of a texture of pages with one line each.
+  static void touch(const Texture& texture, std::uint32_t first, std::uint32_t pages) {
+    for (std::uint32_t i = first; i < first + pages; ++i) {
+      ASSERT_EQ(*texture.get(i * kPage), texture.byte(i * kPage));
+    }
+  }
+};
 
 // Bytes of a page: as many lines as 16384 bytes hold, or one.
 TEST_F(Cache, PagesHoldWholeLines) {
-  struct Row {
+  const struct {
     int type, width, height;
     std::uint32_t page;
-  };
-  for (const auto& [type, width, height, page] : {Row{IMG_TYPE_S, 20000, 2, 20000},
-                                                  {IMG_TYPE_S, 3000, 12, 15000},
-                                                  {IMG_TYPE_S_16, 8192, 2, 16384},
-                                                  {IMG_TYPE_RGB_FP, 4097, 1, 16388}}) {
-    const Texture texture(scratch_, "a", type, width, height);
+  } rows[] = {{IMG_TYPE_S, 20000, 2, 20000},
+              {IMG_TYPE_S, 3000, 12, 15000},
+              {IMG_TYPE_S_16, 8192, 2, 16384},
+              {IMG_TYPE_RGB_FP, 4097, 1, 16388}};
+  for (const auto& [type, width, height, page] : rows) {
+    const Texture texture(type, width, height);
     const int before = counts().allocated;
     EXPECT_EQ(texture.get(page - 1) - texture.get(0), std::ptrdiff_t(page - 1));
     EXPECT_EQ(counts().allocated, before + 1);
     EXPECT_EQ(*texture.get(page), texture.byte(page));
     EXPECT_EQ(counts().allocated, before + 2);
-    EXPECT_EQ(*texture.get(texture.bytes() - 1), texture.byte(texture.bytes() - 1));
-    EXPECT_EQ(texture.get(texture.bytes()), nullptr);
-    EXPECT_EQ(texture.get(std::uint32_t(-1)), nullptr);
+    for (const std::uint32_t place : {texture.bytes(), std::uint32_t(-1)}) {
+      EXPECT_EQ(texture.get(place), nullptr);
+    }
     EXPECT_EQ(ka_img_cache_get(texture.copy(), 0), nullptr);
-    EXPECT_EQ(ka_img_cache_get(nullptr, 0), nullptr);
   }
 }
 
@@ -63,56 +84,39 @@ std::vector<float> values_at(const img_image* image, int x, int y) {
   return values;
 }
 
-// The file of a texture as a host of the other byte order writes it.
-std::string from_other_host(const Texture& texture) {
-  std::string file = test::read_file(texture.path());
-  const std::size_t sample = std::size_t(texture.image()->bits + 7) / 8;
-  test::swap_words(file, 0, 64);
-  for (int k = texture.image()->levels - 1; k >= 0; --k) {
-    const std::size_t at = 64 + texture.copy()->level_offset[k];
-    const std::size_t planes = at + 120 + 16 * std::size_t(texture.copy(k)->height);
-    test::swap_words(file, at, at + 104);
-    test::swap_words(file, at + 108, planes);
-    test::swap_words(file, planes, planes + texture.bytes(k), sample);
-  }
-  return file;
-}
-
 class EveryCachedType : public Cache, public testing::WithParamInterface<int> {};
 
 TEST_P(EveryCachedType, IsTheImageOfTheFile) {
-  const Texture texture(scratch_, "a", GetParam(), 13, 7);
-  scratch_.write("b", from_other_host(texture));
-  img_image* const other = test::cache(scratch_.path("b"));
+  const Texture texture(GetParam(), 13, 7);
+  const test::Scratch scratch;
+  img_image* const other =
+      test::cache(scratch.write("b", test::from_other_host(test::read_file(texture.path()))));
   for (int k = 0; k < texture.copy()->levels; ++k) {
     const img_image* const copy = texture.copy(k);
-    img_image* other_level = nullptr;
-    ka_img_pyramid_set_level(&other_level, other, k);
     for (int i = 0; i < (copy->width + 2) * (copy->height + 2); ++i) {
       const int x = i % (copy->width + 2) - 1, y = i / (copy->width + 2) - 1;
       const auto values = values_at(copy, x, y);
       ASSERT_EQ(values_at(texture.image(k), x, y), values) << k << ": " << x << ", " << y;
-      ASSERT_EQ(values_at(other_level, x, y), values) << k << ": " << x << ", " << y;
+      ASSERT_EQ(values_at(test::level(other, k), x, y), values) << k << ": " << x << ", " << y;
     }
   }
   EXPECT_TRUE(ka::img_cache_image_remove(other));
 }
 
 TEST_P(EveryCachedType, IsWrittenAndConverted) {
-  const Texture texture(scratch_, "a", GetParam(), 13, 7);
-  ASSERT_EQ(test::write_image(scratch_.path("b"), IMG_FORMAT_MAP, texture.image()), IMG_ERR_NONE);
-  const int type = GetParam() == IMG_TYPE_RGBA ? IMG_TYPE_RGBA_FP : IMG_TYPE_RGBA;
-  for (const int to : {type, GetParam()}) {
-    const test::Image lines = test::make_image(to, 13, 2),
-                      again = test::read_image(scratch_.path("b"), to);
+  const Texture texture(GetParam(), 13, 7);
+  const test::Scratch scratch;
+  const std::string path = scratch.path("b");
+  ASSERT_EQ(test::write_image(path, IMG_FORMAT_MAP, texture.image()), IMG_ERR_NONE);
+  for (const int to : {GetParam(), int{IMG_TYPE_RGBA_FP}}) {
+    const test::Image line = test::make_image(to, 13, 1), again = test::read_image(path, to);
     for (const img_image* from : {texture.copy(), texture.image()}) {
-      img_line line;
+      img_line record{};
       int components = 0, bits = 0;
-      ka::set_line(&line, lines.get(), from == texture.image());
-      EXPECT_EQ(ka_img_convert(&line, &components, &bits, from, 3, to), 1);
+      test::point_at(record, line.get(), 0);
+      EXPECT_EQ(ka_img_convert(&record, &components, &bits, from, 3, to), 1);
+      EXPECT_EQ(test::planes_of(line.get(), 0), test::planes_of(again.get(), 3));
     }
-    EXPECT_EQ(test::planes_of(lines.get(), 0), test::planes_of(lines.get(), 1));
-    EXPECT_EQ(test::planes_of(lines.get(), 0), test::planes_of(again.get(), 3));
   }
 }
 
@@ -120,7 +124,7 @@ INSTANTIATE_TEST_SUITE_P(Types, EveryCachedType, testing::Range(0, int(IMG_TYPE_
 
 // 600 pages, of which the thread keeps between 256 and 289 + 255.
 TEST_F(Cache, RandomAccessStaysWithinTheBudget) {
-  const Texture texture(scratch_, "a", IMG_TYPE_RGBA, 2048, 1200);
+  const Texture texture(IMG_TYPE_RGBA, 2048, 1200);
   set_budget(16);
   std::minstd_rand random;
   for (int i = 0; i < 50000; ++i) {
@@ -133,45 +137,30 @@ TEST_F(Cache, RandomAccessStaysWithinTheBudget) {
   EXPECT_LT(counts().max_allocated, 289 + 256);
 }
 
-TEST_F(Cache, ThreadsWithManyPagesKeepTheBudget) {
-  const Texture texture(scratch_, "a", IMG_TYPE_S, 16384, 400);
+// Every 256 calls a thread looks at the budget. A purge asks it to do so with its next call.
+TEST_F(Cache, ThreadsWithManyPagesDropThoseUsedLongestAgo) {
+  const Texture texture(IMG_TYPE_S, 16384, 400);
   set_budget(0);
-  std::thread([&] {  // a thread whose calls are counted from its first one
-    ASSERT_GT(ka_msg_register_thread(), 0);
-    touch(texture, 0, 250);
-    for (int i = 0; i < 1000; ++i) touch(texture, 0, 1);
-    EXPECT_EQ(counts().allocated, 250);
-    while (ka::recent_page.calls % 256 != 10) touch(texture, 0, 1);
-    touch(texture, 250, 50);
+  test::registered([&] {
+    touch(texture, 0, 300);
     EXPECT_EQ(counts().allocated, 300);
-    while (ka::recent_page.calls % 256 != 255) touch(texture, 299, 1);
-    EXPECT_EQ(counts().allocated, 300);
-    EXPECT_EQ(messages_of([&] { touch(texture, 299, 1); }),
-              Texts{"flushed 44 texure pages (tried 44)"});  // min(0 / 4 + 300, 300 - 256)
+    const Texts told = messages_of([&] {
+      for (int i = 300; i < 512; ++i) touch(texture, 299, 1);
+    });
+    EXPECT_EQ(told, Texts{"flushed 44 texure pages (tried 44)"});  // min(0 / 4 + 300, 300 - 256)
+    touch(texture, 250, 50);                                       // they have stayed
     EXPECT_EQ(counts().allocated, 256);
-    touch(texture, 250, 50);
-    EXPECT_EQ(counts().allocated, 256);  // those stayed that were used last
-    ka_msg_unregister_thread();
-  })
-      .join();
-}
-
-// A purge asks a thread that is elsewhere: its next call answers.
-TEST_F(Cache, ThreadsDropPagesWhenMemoryIsLow) {
-  const Texture texture(scratch_, "a", IMG_TYPE_S, 16384, 300);
-  touch(texture, 0, 300);
-  EXPECT_EQ(ka::img_cache_memory_limit(ka::img_context(), 1 << 20), 0);
-  EXPECT_EQ(counts().allocated, 300);
-  touch(texture, 299, 1);
-  EXPECT_EQ(counts().allocated, 256);
-  EXPECT_EQ(counts().flushes, 44);
-  EXPECT_EQ(ka::img_cache_memory_limit(ka::img_context(), 1 << 20), 0);
-  touch(texture, 299, 1);
-  EXPECT_EQ(counts().allocated, 256);
+    touch(texture, 300, 20);
+    EXPECT_EQ(counts().allocated, 276);
+    EXPECT_EQ(ka::img_cache_memory_limit(ka::img_context(), kMegabyte), 0);
+    EXPECT_EQ(counts().allocated, 276);
+    for (int i = 0; i < 2; ++i) touch(texture, 319, 1);
+    EXPECT_EQ(counts().allocated, 256);
+  }).join();
 }
 
 TEST_F(Cache, PagesOfEndedThreadsAreUsedAgainOrGivenBack) {
-  const Texture texture(scratch_, "a", IMG_TYPE_S, 16384, 40);
+  const Texture texture(IMG_TYPE_S, 16384, 40);
   set_budget(20);
   const int files = test::open_descriptors();
   test::registered([&] {
@@ -180,31 +169,34 @@ TEST_F(Cache, PagesOfEndedThreadsAreUsedAgainOrGivenBack) {
   }).join();
   EXPECT_EQ(test::open_descriptors(), files);
   EXPECT_EQ(counts().allocated, 20);  // unused ones, as many as the budget: 10 to 29
-  truncate(texture.path().c_str(), 200);
+  std::filesystem::resize_file(texture.path(), 200);
   touch(texture, 25, 5);  // they are not read again
   EXPECT_EQ(counts().allocated, 20);
-  EXPECT_EQ(ka::img_cache_memory_limit(ka::img_context(), 2 * 16384), 0);
+  EXPECT_EQ(ka::img_cache_memory_limit(ka::img_context(), 2 * kPage), 0);
   EXPECT_EQ(counts().allocated, 17);
   EXPECT_FALSE(ka::img_context().memory_low);
-  ka::img_cache_memory_limit(ka::img_context(), 40 * 16384);
+  ka::img_cache_memory_limit(ka::img_context(), 40 * kPage);
   EXPECT_EQ(counts().allocated, 5);
   EXPECT_TRUE(ka::img_context().memory_low);
 }
 
 TEST_F(Cache, RemovedImagesAreGoneForEveryThread) {
-  auto texture = std::make_unique<Texture>(scratch_, "a", IMG_TYPE_RGBA, 4096, 64);
+  auto texture = std::make_unique<Texture>(IMG_TYPE_RGBA, 4096, 64);
   const img_image* const image = texture->image(1);
   EXPECT_EQ(ka::img_cache_filesize_get(image),
-            std::int64_t(test::read_file(texture->path()).size()));
+            std::int64_t(std::filesystem::file_size(texture->path())));
   std::latch read(1), removed(1);
   const auto other = test::registered([&] {
     const auto* const byte = texture->get(20000, 1);
     read.count_down();
     removed.wait();
     EXPECT_EQ(*byte, texture->byte(20000, 1));  // until this thread's next call
+    const test::Scratch scratch;
+    EXPECT_EQ(test::write_image(scratch.path("b"), IMG_FORMAT_CT, texture->image(1)), IMG_ERR_READ);
+    EXPECT_FALSE(test::exists(scratch.path("b")));
     float square[4][4];
     ka_img_get_color_square(image, square, 5, 5);  // looks at the header four times
-    EXPECT_EQ(std::accumulate(square[0], square[0] + 16, 0.0F), 0.0F);
+    for (const auto& color : square) EXPECT_EQ(color[0] + color[3], 0.0F);
     EXPECT_EQ(counts().allocated, 0);
   });
   read.wait();
@@ -227,8 +219,7 @@ int remove_images(std::int64_t /*wanted*/) {
 
 // The purge runs inside the call that loads a page of the first one.
 TEST_F(Cache, PurgesMayRemoveImagesThatAreRead) {
-  const Texture first(scratch_, "a", IMG_TYPE_S, 16384, 8),
-      second(scratch_, "b", IMG_TYPE_S, 16384, 8);
+  const Texture first(IMG_TYPE_S), second(IMG_TYPE_S);
   touch(first, 0, 2);
   touch(second, 0, 2);
   to_remove = {first.image(), second.image()};
@@ -244,81 +235,105 @@ TEST_F(Cache, PurgesMayRemoveImagesThatAreRead) {
   EXPECT_EQ(counts().allocated, 0);
 }
 
-TEST_F(Cache, LinesOfRemovedImagesAreErrors) {
-  const Texture texture(scratch_, "a", IMG_TYPE_RGBA, 5, 5);
-  EXPECT_NE(texture.get(0), nullptr);
-  std::latch read(1), removed(1);
-  const auto other = test::registered([&] {
-    EXPECT_NE(texture.get(0), nullptr);
-    read.count_down();
-    removed.wait();
-    EXPECT_EQ(test::write_image(scratch_.path("b"), IMG_FORMAT_CT, texture.image()), IMG_ERR_READ);
-    EXPECT_FALSE(test::exists(scratch_.path("b")));
-  });
-  read.wait();
-  ka::img_cache_image_remove(texture.image());
-  removed.count_down();
-}
-
 TEST_F(Cache, ReplacedFilesGiveNothing) {
-  const Texture texture(scratch_, "a", IMG_TYPE_S, 16384, 8);
-  const std::string file = test::read_file(texture.path());
+  const Texture texture(IMG_TYPE_S);
   touch(texture, 0, 1);
-  scratch_.write("b", file);
-  std::filesystem::rename(scratch_.path("b"), texture.path());
+  const std::string copy = texture.path() + "2";
+  std::filesystem::copy_file(texture.path(), copy);
+  std::filesystem::rename(copy, texture.path());
   touch(texture, 1, 1);  // from the file that is open
   test::registered([&] {
     const Texts told = messages_of([&] {
       touch(texture, 0, 2);  // in memory
-      EXPECT_EQ(texture.get(3 * 16384), nullptr);
-      EXPECT_EQ(texture.get(4 * 16384), nullptr);
-      float color[4];
-      ka_img_get_color(texture.image(), color, 0, 4);
-      EXPECT_EQ(color[3], 0.0F);
+      EXPECT_EQ(texture.get(3 * kPage), nullptr);
+      EXPECT_EQ(values_at(texture.image(), 0, 4)[3], 0.0F);
     });
     EXPECT_EQ(told, Texts{"101027 texture file " + texture.path() + " has been replaced"});
   }).join();
 }
 
 TEST_F(Cache, BytesAfterAnEarlyEndAreZero) {
-  const Texture texture(scratch_, "a", IMG_TYPE_S, 16384, 8);
+  const Texture texture(IMG_TYPE_S);
   touch(texture, 0, 1);
-  const std::uint32_t end = 3 * 16384 + 100;
-  truncate(texture.path().c_str(), 184 + 16 * 8 + end);
+  const std::uint32_t end = 3 * kPage + 100;
+  std::filesystem::resize_file(texture.path(), 184 + 16 * 8 + end);
   EXPECT_EQ(*texture.get(end - 1), texture.byte(end - 1));
   EXPECT_EQ(*texture.get(end), 0);
   EXPECT_EQ(*texture.get(texture.bytes() - 1), 0);
 }
 
-// The headers of an element that goes without a word to the cache make room for the next ones.
-TEST_F(Cache, HeadersAreDataOfAnElement) {
-  const Texture texture(scratch_, "a", IMG_TYPE_S, 50, 20);
-  for (int i = 0; i < 3; ++i) {
-    test::Handle file;
-    ASSERT_TRUE(ka_img_open(file, texture.path().c_str(), IMG_TYPE_FILE));
-    const std::uint32_t tag = ka::img_cache_image_add(file, 0);
-    ASSERT_NE(tag, 0U);
-    EXPECT_EQ(file->magic, 0U);
-    EXPECT_EQ(ka_db_type(tag), KA_DB_IMAGE);
-    const auto* const image = static_cast<const img_image*>(ka_db_access(tag));
-    EXPECT_EQ(values_at(image, 30, 7), values_at(texture.copy(), 30, 7));
-    EXPECT_EQ(ka_db_delete(tag), 1);
+// One offset of the line table is changed by a byte: the plane is still inside the level. And a
+// file that is too short.
+TEST_F(Cache, PlanesMustNotStraddlePages) {
+  const Texture texture(IMG_TYPE_S, 7, 3);
+  std::string file = test::read_file(texture.path());
+  const std::string cut = file.substr(0, file.size() - 4);
+  ++file[184 + 12];
+  for (const std::string& damaged : {file, cut}) {
+    const test::Scratch scratch;
+    int error = 0;
+    EXPECT_EQ(test::cache(scratch.write("b", damaged), &error), nullptr);
+    EXPECT_EQ(error, IMG_ERR_CORRUPT);
   }
 }
 
-// One offset of the line table is changed by a byte: the plane is still inside the level.
-TEST_F(Cache, PlanesMustNotStraddlePages) {
-  const test::Image image = test::random_image(IMG_TYPE_S, 7, 3, 1);
-  test::write_texture(scratch_.path("a"), image.get());
-  std::string file = test::read_file(scratch_.path("a"));
-  file[184 + 12] = char(file[184 + 12] + 1);
-  scratch_.write("b", file);
-  int error = 0;
-  EXPECT_EQ(test::cache(scratch_.path("b"), &error), nullptr);
-  EXPECT_EQ(error, IMG_ERR_CORRUPT);
-  std::filesystem::resize_file(scratch_.path("a"), file.size() - 4);
-  EXPECT_EQ(test::cache(scratch_.path("a"), &error), nullptr);
-  EXPECT_EQ(error, IMG_ERR_CORRUPT);
+TEST_F(Cache, ThreadsKeepToTheirDescriptors) {
+  const int files = test::open_descriptors(), cpus = ka_msg_no_of_cpus();
+  const struct {
+    int descriptors;
+    std::string text;
+  } rows[] = {{4 * cpus + 3,
+               "101008 too few file descriptors available, need " + std::to_string(4 * cpus + 4)},
+              {8 * cpus + 9,
+               "use " + std::to_string(4 * cpus + 4) + " file descriptors for texture caching"}};
+  for (const auto& [descriptors, text] : rows) {
+    const test::Limit limit(RLIMIT_NOFILE, rlim_t(descriptors));
+    EXPECT_EQ(messages_of([] { restart(); }), Texts{text});
+  }
+  std::array<std::unique_ptr<Texture>, 4> textures;
+  for (auto& texture : textures) texture = std::make_unique<Texture>(IMG_TYPE_S);
+  for (std::uint32_t i = 0; i < 32; ++i) touch(*textures[i * 3 % 4], i / 4, 1);
+  EXPECT_EQ(test::open_descriptors(), files + 2);
+  textures[1].reset();  // the last one that was used
+  EXPECT_EQ(test::open_descriptors(), files + 1);
+  touch(*textures[0], 0, 1);
+  restart();
+  EXPECT_EQ(test::open_descriptors(), files);
+  EXPECT_EQ(textures[0]->get(0), nullptr);
+  for (const std::size_t i : {0U, 2U, 3U}) ka_mem_release(textures[i]->image());  // not the cache's
+}
+
+TEST_F(Cache, TheEnvironmentSaysWhatIsLarge) {
+  img_file handle{};
+  handle.format = IMG_FORMAT_MAP;
+  const auto is_preferred = [&] { return ka::img_cache_prefer(ka::img_context(), &handle); };
+  const std::pair<const char*, std::int64_t> rows[] = {
+      {"-5", 16777216}, {"many", 16777216}, {"7", 7168}, {"8388608", 8589934592}};
+  for (const auto& [limit, bytes] : rows) {
+    setenv("KA_1TC_LIMIT", limit, 1);
+    const Texts told = messages_of([] { restart(); }, kReports);
+    unsetenv("KA_1TC_LIMIT");
+    EXPECT_EQ(told, bytes == 16777216
+                        ? Texts{}
+                        : Texts{"cache map textures bigger than " + std::to_string(bytes)});
+    for (const int more : {0, 1}) {
+      handle.file_size = bytes + more;
+      EXPECT_EQ(is_preferred(), more == 1) << limit;
+    }
+  }
+  handle.format = IMG_FORMAT_PPM;
+  EXPECT_FALSE(is_preferred());
+  for (const int request : {3, 2}) {
+    ka_img_cache_request(request);
+    EXPECT_EQ(is_preferred(), request > 2);
+  }
+}
+
+TEST_F(Cache, EndTellsHowLargeItWas) {
+  touch(Texture(IMG_TYPE_S), 0, 5);
+  EXPECT_EQ(messages_of([] { ka::img_cache_exit(); }, kReports),
+            Texts{"texture cache: maximum 5 pages, 5 flushes"});
+  EXPECT_EQ(messages_of([] { ka::img_cache_exit(); }, kReports), Texts{});
 }
 
 }  // namespace

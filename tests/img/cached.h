@@ -1,4 +1,4 @@
-// Textures in map files, cached, beside what they hold.
+// Textures in files, cached, beside what they hold.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -16,42 +16,59 @@
 
 namespace test {
 
-// Reverses the bytes of each word of `size` bytes from `begin` to `end`.
-inline void swap_words(std::string& file, std::size_t begin, std::size_t end,
-                       std::size_t size = 4) {
-  for (std::size_t at = begin; at < end; at += size) {
-    std::reverse(file.begin() + std::ptrdiff_t(at), file.begin() + std::ptrdiff_t(at + size));
-  }
-}
+constexpr std::size_t kMapHeader = 64, kMapTable = 184;  // of map files: before header and table
 
 // An image whose planes have random bytes, exponents below those of infinity.
-inline Image random_image(int type, int width, int height, unsigned seed) {
+inline Image random_image(int type, int width, int height, unsigned seed = 1) {
   Image image = make_image(type, width, height);
   std::minstd_rand random(seed);
-  const auto bytes = ka::level_bytes(width, height, image->bits, image->components);
-  auto* const start = reinterpret_cast<std::uint8_t*>(image.get());
-  for (std::size_t i = 120 + 16 * std::size_t(height); i < *bytes; ++i) {
-    start[i] = std::uint8_t(random() >> 8 & 0x7e);
+  for (std::size_t i = 0; i < std::size_t(height) * IMG_SLOTS; ++i) {
+    std::uint8_t* const samples = plane(image.get(), int(i / IMG_SLOTS), i % IMG_SLOTS);
+    for (int x = 0; samples && x < width * ((ka_img_nbits[type] + 7) / 8); ++x) {
+      samples[x] = std::uint8_t(random() >> 8 & 0x7e);
+    }
   }
   return image;
 }
 
-// Writes it to a map file, with all levels.
-inline void write_texture(const std::string& path, img_image* image) {
+// Writes a file whose handle asks for levels, or for none.
+inline void write_texture(const std::string& path, img_image* image, int pyramid = 1,
+                          int format = IMG_FORMAT_MAP) {
   Handle file;
   file->file_type = std::uint8_t(image->type);
-  file->pyramid = 1;
-  ASSERT_TRUE(
-      ka_img_create(file, path.c_str(), image->type, IMG_FORMAT_MAP, image->width, image->height));
-  ASSERT_TRUE(ka_img_image_write(file, image) && ka_img_close(file));
+  file->pyramid = pyramid;
+  ASSERT_TRUE(ka_img_create(file, path.c_str(), image->type, format, image->width, image->height));
+  ASSERT_TRUE(ka_img_image_write(file, image) && ka_img_close(file)) << file->error;
 }
 
-// Its levels as they are in the file.
-inline Image mapped_copy(const std::string& path) {
-  const std::string file = read_file(path);
-  Image image(static_cast<img_image*>(ka_mem_allocate(file.size() - 64)));
-  std::memcpy(image.get(), file.data() + 64, file.size() - 64);
-  return image;
+// A map file as a host of the other byte order writes it.
+inline std::string from_other_host(const std::string& file) {
+  std::string other = file;
+  const auto turn = [&](std::size_t begin, std::size_t end, std::size_t size = 4) {
+    for (auto at = other.begin() + std::ptrdiff_t(begin); begin < end; begin += size) {
+      std::reverse(at, at + std::ptrdiff_t(size));
+      at += std::ptrdiff_t(size);
+    }
+  };
+  const auto* const base = reinterpret_cast<const img_image*>(file.data() + kMapHeader);
+  turn(0, kMapHeader);
+  for (int k = 0; k < std::max(base->levels, 1); ++k) {
+    const std::size_t at = kMapHeader + base->level_offset[k];
+    const auto* const level = reinterpret_cast<const img_image*>(file.data() + at);
+    const std::size_t planes = at + sizeof *level + 16 * std::size_t(level->height),
+                      sample = std::size_t(level->bits + 7) / 8;
+    turn(at, at + offsetof(img_image, flags));
+    turn(at + offsetof(img_image, type), planes);
+    turn(planes, planes + std::size_t(level->width * level->height * level->components) * sample,
+         sample);
+  }
+  return other;
+}
+
+inline img_image* level(img_image* image, int k) {
+  img_image* result = nullptr;
+  ka_img_pyramid_set_level(&result, image, k);
+  return result;
 }
 
 inline img_image* cache(const std::string& path, int* error = nullptr) {
@@ -66,11 +83,12 @@ inline img_image* cache(const std::string& path, int* error = nullptr) {
 // A texture that is cached while it lives.
 class Texture {
  public:
-  Texture(const Scratch& scratch, const std::string& name, int type, int width, int height)
-      : path_(scratch.path(name)) {
-    write_texture(path_, random_image(type, width, height, unsigned(width * height)).get());
-    copy_ = mapped_copy(path_);
-    image_ = cache(path_);
+  explicit Texture(int type, int width = 16384, int height = 8) {
+    write_texture(path(), random_image(type, width, height).get());
+    const std::string file = read_file(path());
+    copy_.reset(static_cast<img_image*>(ka_mem_allocate(file.size() - kMapHeader)));
+    std::memcpy(copy_.get(), file.data() + kMapHeader, file.size() - kMapHeader);
+    image_ = cache(path());
   }
   ~Texture() { ka::img_cache_image_remove(image_); }
   Texture(const Texture&) = delete;
@@ -78,7 +96,7 @@ class Texture {
 
   [[nodiscard]] img_image* image(int k = 0) const { return level(image_, k); }
   [[nodiscard]] img_image* copy(int k = 0) const { return level(copy_.get(), k); }
-  [[nodiscard]] const std::string& path() const { return path_; }
+  [[nodiscard]] std::string path() const { return scratch_.path("texture"); }
 
   // The byte at a distance from the first plane, in the cache and in the file.
   [[nodiscard]] const std::uint8_t* get(std::uint32_t place, int k = 0) const {
@@ -93,16 +111,11 @@ class Texture {
   }
 
  private:
-  static img_image* level(img_image* image, int k) {
-    img_image* result = nullptr;
-    ka_img_pyramid_set_level(&result, image, k);
-    return result;
-  }
   [[nodiscard]] std::uint32_t first(int k) const {
     return 120 + 16 * std::uint32_t(copy(k)->height);
   }
 
-  std::string path_;
+  Scratch scratch_;
   Image copy_;
   img_image* image_ = nullptr;
 };
@@ -112,29 +125,5 @@ inline ka_img_cache_counts counts() {
   ka_img_cache_get_counts(&counts);
   return counts;
 }
-
-// Starts every test with an empty cache of the usual size.
-class CacheTest : public testing::Test {
- protected:
-  CacheTest() { restart(); }
-  ~CacheTest() override { restart(); }
-  static void restart() {
-    const ka::ModuleScope scope(KA_IMG);
-    ka::img_cache_exit();
-    ka::img_cache_init();
-  }
-  static void set_budget(int pages) {
-    ka::img_cache_size_adjust((pages - counts().budget) * 16384.0);
-  }
-  // Uses one page after the other of a texture of pages with one line each.
-  static void touch(const Texture& texture, int first, int pages) {
-    const auto page = std::uint32_t(texture.image()->width);
-    for (int i = first; i < first + pages; ++i) {
-      ASSERT_EQ(*texture.get(std::uint32_t(i) * page), texture.byte(std::uint32_t(i) * page));
-    }
-  }
-
-  Scratch scratch_;
-};
 
 }  // namespace test

@@ -6,33 +6,26 @@
 
 namespace {
 
-TEST(Load, GivesTheWholeImageInTheTypeAskedFor) {
+TEST(Load, GivesTheWholeImageOrNothing) {
   const test::Scratch scratch;
   const std::string path = scratch.write("two.ppm", "P3\n1 2\n255\n1 2 3 4 5 6\n");
   const test::Image image(ka_img_load(path.c_str(), IMG_TYPE_RGB_16));
   ASSERT_TRUE(image);
   EXPECT_EQ(test::lines_of(image.get()),
             (test::Lines{{{1024}, {1280}, {1536}}, {{256}, {512}, {768}}}));
-}
-
-TEST(Load, GivesNothingOfADamagedFileAndTellsItOnce) {
-  const test::Scratch scratch;
-  const std::string path = scratch.write("cut.ppm", "P6 1 2 255\nabc");
+  scratch.write("two.ppm", "P6 1 2 255\nabc");
   const test::MessageLog log;
-  EXPECT_EQ(ka_img_load(scratch.path("missing").c_str(), IMG_TYPE_FILE), nullptr);
   const auto before = ka_mem_getsize();
   EXPECT_EQ(ka_img_load(path.c_str(), IMG_TYPE_FILE), nullptr);
   EXPECT_EQ(ka_mem_getsize(), before);
-  EXPECT_EQ(log.lines().size(), 2U);
+  EXPECT_EQ(log.lines().size(), 1U);
 }
 
 TEST(Load, FindsPlanesByComponentWhateverTheirSlot) {
   const test::Image scalar = test::make_image(IMG_TYPE_S_16, 2, 2);
   EXPECT_EQ(ka_img_plane(scalar.get(), 1, 0), test::plane(scalar.get(), 1, test::kA));
   EXPECT_EQ(ka_img_plane(scalar.get(), 1, 1), nullptr);
-  const test::Image color = test::make_image(IMG_TYPE_RGBA, 2, 2);
-  EXPECT_EQ(ka_img_plane(color.get(), 1, 3), test::plane(color.get(), 1, test::kA));
-  for (const int y : {-1, 2}) EXPECT_EQ(ka_img_plane(color.get(), y, 0), nullptr);
+  for (const int y : {-1, 2}) EXPECT_EQ(ka_img_plane(scalar.get(), y, 0), nullptr);
 }
 
 }  // namespace

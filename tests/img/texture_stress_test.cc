@@ -7,9 +7,8 @@
 
 #include <array>
 #include <atomic>
-#include <random>
 
-#include "support.h"
+#include "cached.h"
 
 namespace {
 
@@ -20,15 +19,13 @@ float red(int texture, int x, int y) { return float((x * 7 + y * 13 + texture * 
 
 std::string write_texture(const test::Scratch& scratch, int texture) {
   const test::Image image = test::make_image(IMG_TYPE_RGBA, kSide, kSide);
-  for (int y = 0; y < kSide; ++y) {
-    for (int x = 0; x < kSide; ++x) {
-      const float color[4] = {red(texture, x, y), 0.2F, 0.4F, 1.0F};
-      ka_img_put_color(image.get(), color, x, y);
-    }
+  for (int i = 0; i < kSide * kSide; ++i) {
+    const float color[4] = {red(texture, i % kSide, i / kSide), 0.2F, 0.4F, 1.0F};
+    ka_img_put_color(image.get(), color, i % kSide, i / kSide);
   }
-  const bool is_map = texture % 3 != 0;  // others are read whole
-  const std::string path = scratch.path("texture" + std::to_string(texture));
-  EXPECT_EQ(test::write_image(path, is_map ? IMG_FORMAT_MAP : IMG_FORMAT_TIF, image.get()), 0);
+  const int format = texture % 3 == 0 ? IMG_FORMAT_TIF : IMG_FORMAT_MAP;  // is read whole, or not
+  std::string path = scratch.path("texture" + std::to_string(texture));
+  test::write_texture(path, image.get(), 0, format);
   return path;
 }
 
@@ -87,9 +84,7 @@ TEST(TextureStress, ShowsWhatTheFilesHold) {
   ka_db_counts counts;
   ka_db_get_counts(&counts);
   EXPECT_EQ(counts.tags, 0U);
-  ka_img_cache_counts cache;
-  ka_img_cache_get_counts(&cache);
-  EXPECT_EQ(cache.budget, 1024);
+  EXPECT_EQ(test::counts().budget, 1024);
 }
 
 }  // namespace
