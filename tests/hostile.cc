@@ -27,35 +27,23 @@ std::string repeated(std::size_t count, const std::string& text) {
   return result;
 }
 
-// Text formats: the sides, and what each makes of them.
+// Headers that claim two sides.
 
-std::string sides(std::uint32_t width, std::uint32_t height) {
-  return std::to_string(width) + " " + std::to_string(height);
-}
-
-std::string p6(std::uint32_t width, std::uint32_t height) {
-  return "P6\n" + sides(width, height) + "\n255\n";
-}
-
-std::string p3(std::uint32_t width, std::uint32_t height) {
-  return "P3\n" + sides(width, height) + "\n255\n";
-}
-
-std::string pf(std::uint32_t width, std::uint32_t height) {
-  return "PF\n" + sides(width, height) + "\n0.0 1.0\n";
+template <char kind>
+std::string portable(std::uint32_t width, std::uint32_t height) {
+  return std::string("P") + kind + "\n" + std::to_string(width) + " " + std::to_string(height) +
+         (kind == 'F' ? "\n0.0 1.0\n" : "\n255\n");
 }
 
 std::string postscript(std::uint32_t width, std::uint32_t height) {
-  return "%!PS-Adobe-3.0\n%%Creator: Lumora\n% lu image data " + sides(width, height) +
-         " color\nluimage\n";
+  return "%!PS-Adobe-3.0\n%%Creator: Lumora\n% lu image data " + std::to_string(width) + " " +
+         std::to_string(height) + " color\nluimage\n";
 }
 
 std::string hdr(std::uint32_t width, std::uint32_t height) {
   return "#?RADIANCE\nFORMAT=32-bit_rle_rgbe\n\n-Y " + std::to_string(height) + " +X " +
          std::to_string(width) + "\n";
 }
-
-// Binary formats.
 
 std::string bmp(std::uint32_t width, std::uint32_t height) {
   return "BM" + std::string(12, '\0') + little(40, 4) + little(width, 4) + little(height, 4) +
@@ -104,23 +92,7 @@ std::string tiff(const Tiff& tiff) {
   return text + tiff.data;
 }
 
-// Strips of one row each, `count` of them, that lie in turns at the offsets given.
-std::vector<std::uint32_t> in_turns(std::size_t count, const std::vector<std::uint32_t>& offsets) {
-  std::vector<std::uint32_t> strips;
-  for (std::size_t i = 0; i < count; ++i) strips.push_back(offsets[i % offsets.size()]);
-  return strips;
-}
-
-// Every row passes over the same bytes, which represent nothing.
-std::string tiff_of_shared_no_ops() {
-  constexpr std::uint32_t height = 20000;
-  return tiff({.width = 1,
-               .height = height,
-               .compression = kPackBits,
-               .strips = in_turns(height, {0}),
-               .data = std::string(220000, kNoOp) + std::string(2, '\0')});
-}
-
+// Each of the rows ends with a packet of one byte, which no-ops precede.
 std::string tiff_of_no_ops(std::uint32_t width, std::size_t no_ops, std::size_t rows) {
   return tiff({.width = width,
                .height = std::uint32_t(rows),
@@ -129,25 +101,14 @@ std::string tiff_of_no_ops(std::uint32_t width, std::size_t no_ops, std::size_t 
                .data = repeated(rows, std::string(no_ops, kNoOp) + std::string(2, '\0'))});
 }
 
-// Rows of a byte or two that lie at both ends of the file in turns.
-std::string tiff_of_jumps(std::uint32_t compression) {
-  constexpr std::uint32_t height = 40000, size = 400000;
-  return tiff({.width = 1,
-               .height = height,
-               .compression = compression,
-               .strips = in_turns(height, {0, size - 16, size / 2}),
-               .data = std::string(size, '\0')});
-}
-
-std::string tiff_of_distant_planes() {
-  constexpr std::uint32_t height = 20000, size = 400000;
-  return tiff({.width = 1,
-               .height = height,
-               .photometric = 2,
-               .samples = 3,
-               .planar = 2,
-               .strips = in_turns(3 * height, {0, size - 16}),
-               .data = std::string(size, '\0')});
+// Rows that lie at `offsets` in turns, a strip each: of one byte, or packed.
+std::string tiff_of_strips(Tiff picture, const std::vector<std::uint32_t>& offsets,
+                           const std::string& data) {
+  picture.strips.clear();
+  for (std::uint32_t i = 0; i < picture.height * (picture.planar == 2 ? picture.samples : 1); ++i)
+    picture.strips.push_back(offsets[i % offsets.size()]);
+  picture.data = data;
+  return tiff(picture);
 }
 
 // A grey picture of the SGI format. Rows of 126 pixels to a packet, which all lines share; the
@@ -168,57 +129,45 @@ std::string segment(std::uint32_t marker, const std::string& contents) {
   return big(0xff00 | marker, 2) + big(std::uint32_t(contents.size()) + 2, 2) + contents;
 }
 
-// A grey JPEG file up to its first scan. `frame`: 0xc2 progressive, 0xc9 arithmetic, 0xca both.
-std::string jpeg_head(std::uint32_t frame, std::uint32_t width, std::uint32_t height) {
+// A JPEG file up to its first scan. `frame`: 0xc2 progressive, 0xc9 arithmetic, 0xca both.
+std::string jpeg_head(std::uint32_t frame, std::uint32_t width, std::uint32_t height,
+                      std::uint32_t components = 1, std::uint32_t sampling = 0x11) {
+  std::string contents = big(8, 1) + big(height, 2) + big(width, 2) + big(components, 1);
+  for (std::uint32_t c = 0; c < components; ++c)
+    contents += big(c, 1) + big(sampling, 1) + big(0, 1);
   return big(0xffd8, 2) + segment(0xe0, std::string("JFIF\0\1\2\0\0\1\0\1\0\0", 14)) +
-         segment(0xdb, std::string(1, '\0') + std::string(64, '\1')) +
-         segment(frame, big(8, 1) + big(height, 2) + big(width, 2) + big(1, 1) + big(1, 1) +
-                            big(0x11, 1) + big(0, 1));
+         segment(0xdb, std::string(1, '\0') + std::string(64, '\1')) + segment(frame, contents);
 }
 
 // The header of a scan of coefficients `first` to `last`.
-std::string jpeg_scan(std::uint32_t first, std::uint32_t last) {
-  return segment(0xda,
-                 big(1, 1) + big(1, 1) + big(0, 1) + big(first, 1) + big(last, 1) + big(0, 1));
+std::string jpeg_scan(std::uint32_t first, std::uint32_t last, std::uint32_t component = 0) {
+  return segment(
+      0xda, big(1, 1) + big(component, 1) + big(0, 1) + big(first, 1) + big(last, 1) + big(0, 1));
 }
 
-constexpr std::uint32_t kEndOfImage = 0xffd9;
+const std::string kEndOfImage = "\xff\xd9";
 
-// The AC table has one code, of one bit: a run of 16384 empty blocks, with 14 more bits of 0. What
-// follows the picture makes the file large enough for its blocks.
-std::string jpeg_of_empty_scans(std::uint32_t side, std::size_t scans, std::size_t bytes) {
+// The AC table has one code, of one bit: a run of 16384 empty blocks, with 14 more bits of 0.
+std::string jpeg_of_empty_scans(std::uint32_t side, std::size_t scans) {
   const std::size_t blocks = std::size_t{side} * side / 64, runs = blocks / 16384 + 1;
-  std::string text = jpeg_head(0xc2, side, side) +
-                     segment(0xc4, big(0x10, 1) + big(1, 1) + std::string(15, '\0') + big(0xe0, 1));
-  text += repeated(scans, jpeg_scan(1, 63) + std::string((runs * 15 + 7) / 8, '\0'));
-  text += big(kEndOfImage, 2);
-  if (text.size() < bytes) text.resize(bytes);
-  return text;
+  return jpeg_head(0xc2, side, side) +
+         segment(0xc4, big(0x10, 1) + big(1, 1) + std::string(15, '\0') + big(0xe0, 1)) +
+         repeated(scans, jpeg_scan(1, 63) + std::string((runs * 15 + 7) / 8, '\0')) + kEndOfImage;
 }
 
 // Wide rows of blocks of which many are in use at a time, and a bit for each block.
 std::string jpeg_of_wide_rows(std::uint32_t width, std::uint32_t height) {
-  constexpr std::uint32_t components = 3, sampling = 0x44;
-  std::string frame = big(8, 1) + big(height, 2) + big(width, 2) + big(components, 1);
-  for (std::uint32_t c = 0; c < components; ++c) frame += big(c, 1) + big(sampling, 1) + big(0, 1);
-  std::string text = big(0xffd8, 2) + segment(0xe0, std::string("JFIF\0\1\2\0\0\1\0\1\0\0", 14)) +
-                     segment(0xdb, std::string(1, '\0') + std::string(64, '\1')) +
-                     segment(0xc2, frame) +
+  std::string text = jpeg_head(0xc2, width, height, 3, 0x44) +
                      segment(0xc4, big(0, 1) + big(1, 1) + std::string(16, '\0'));
   const std::string bits(std::size_t{(width + 7) / 8} * ((height + 7) / 8) / 8 + 1, '\0');
-  for (std::uint32_t c = 0; c < components; ++c) {
-    text += segment(0xda, big(1, 1) + big(c, 1) + std::string(4, '\0')) + bits;
-  }
-  return text + big(kEndOfImage, 2);
+  for (std::uint32_t c = 0; c < 3; ++c) text += jpeg_scan(0, 0, c) + bits;
+  return text + kEndOfImage;
 }
 
 // No scan has data: an arithmetic decoder goes on without.
-std::string jpeg_without_data(std::uint32_t frame, std::uint32_t side, std::size_t scans,
-                              std::size_t bytes) {
-  std::string text = jpeg_head(frame, side, side);
-  text += repeated(scans, jpeg_scan(frame == 0xca ? 1 : 0, 63)) + big(kEndOfImage, 2);
-  if (text.size() < bytes) text.resize(bytes);
-  return text;
+std::string jpeg_without_data(std::uint32_t frame, std::uint32_t side, std::size_t scans) {
+  return jpeg_head(frame, side, side) + repeated(scans, jpeg_scan(frame == 0xca ? 1 : 0, 63)) +
+         kEndOfImage;
 }
 
 // An IFF picture of one tile of equal floats.
@@ -237,83 +186,71 @@ std::string iff_of_one_tile(std::uint32_t width, std::uint32_t height) {
                "CIMG" + chunk("TBHD", header) + chunk("FOR4", "TBMP" + chunk("RGBA", tile)));
 }
 
-void add_claims(std::vector<HostilePair>& pairs) {
-  constexpr std::pair<const char*, std::string (*)(std::uint32_t, std::uint32_t)> formats[] = {
-      {"p6", p6},   {"p3", p3},   {"pf", pf},  {"ps", postscript},
-      {"hdr", hdr}, {"bmp", bmp}, {"lwi", lwi}};
-  for (const auto& [name, make] : formats) {
-    const auto add = [&pairs, format = std::string(name)](const char* what,
-                                                          const std::string& bytes) {
-      pairs.push_back({format + what, bytes, bytes});
-    };
-    add("_columns", make(kMany, 1));
-    add("_columns_and_lines", make(kMany, 2000000000));
-    add("_some_columns", make(kMany / 10, 10) + std::string(3000, '0'));  // digits, packets
-    add("_lines_of_no_width", make(0, kMany));
-    add("_lines", make(1, kMany));
-    const std::string other = make(kMany, 2);
-    pairs.push_back({std::string(name) + "_two_sizes", make(kMany, 1), other});
-  }
-}
-
-void add_tiff(std::vector<HostilePair>& pairs) {
-  const auto add = [&](const char* name, const std::string& bytes) {
-    pairs.push_back({name, bytes, bytes});
-  };
-  add("tiff_columns", tiff({.width = kMany, .height = 1, .strips = {0}, .data = "ab"}));
-  add("tiff_bits", tiff({.width = kMany, .height = 1, .bits = 1, .strips = {0}, .data = "ab"}));
-  add("tiff_planes", tiff({.width = kMany,
-                           .height = 1,
-                           .photometric = 2,
-                           .samples = 3,
-                           .planar = 2,
-                           .strips = {0, 0, 0},
-                           .data = "ab"}));
-  add("tiff_packed_columns", tiff({.width = 19000000,
-                                   .height = 1,
-                                   .compression = kPackBits,
-                                   .strips = {0},
-                                   .data = std::string(300000, '\0')}));
-  add("tiff_packed_bits", tiff({.width = 512 * 150000,
-                                .height = 1,
-                                .bits = 1,
-                                .compression = kPackBits,
-                                .strips = {0},
-                                .data = repeated(150000, std::string("\x81\x55", 2))}));
-  add("tiff_shared_no_ops", tiff_of_shared_no_ops());
-  add("tiff_no_ops_in_a_row", tiff_of_no_ops(2, 300000, 1));
-  add("tiff_no_ops_in_all_rows", tiff_of_no_ops(1, 300, 1000));
-  add("tiff_strips_back_and_forth", tiff_of_jumps(1));
-  add("tiff_packed_strips_back_and_forth", tiff_of_jumps(kPackBits));
-  add("tiff_distant_planes", tiff_of_distant_planes());
-}
-
-void add_jpeg(std::vector<HostilePair>& pairs) {
-  const auto add = [&](const char* name, const std::string& bytes) {
-    pairs.push_back({name, bytes, bytes});
-  };
-  constexpr std::size_t bytes = 257 << 10;
-  add("jpeg_empty_scans", jpeg_of_empty_scans(11776, 100, bytes));
-  add("jpeg_thousands_of_scans", jpeg_of_empty_scans(1024, 4000, 0));
-  add("jpeg_wide_rows", jpeg_of_wide_rows(65500, 168));
-  add("jpeg_arithmetic_without_data", jpeg_without_data(0xc9, 32700, 1, 0));
-  add("jpeg_arithmetic_scans", jpeg_without_data(0xca, 11776, 100, bytes));
-}
-
 }  // namespace
 
 std::vector<HostilePair> hostile_pairs() {
   std::vector<HostilePair> pairs;
-  add_claims(pairs);
-  add_tiff(pairs);
-  add_jpeg(pairs);
-  const std::string runs = lwi(255 * 250000, 1) + repeated(250000, "\xff\1\2\3") + "\1\1\1\1";
-  pairs.push_back({"lwi_longest_runs", runs, runs});
-  const std::string tile = iff_of_one_tile(8192, 1024);
-  pairs.push_back({"iff_one_tile", tile, tile});
+  const auto add = [&pairs](const std::string& name, const std::string& bytes) {
+    pairs.push_back({name, bytes, bytes});
+  };
+  constexpr std::pair<const char*, std::string (*)(std::uint32_t, std::uint32_t)> formats[] = {
+      {"p6", portable<'6'>}, {"p3", portable<'3'>}, {"pf", portable<'F'>}, {"ps", postscript},
+      {"hdr", hdr},          {"bmp", bmp},          {"lwi", lwi}};
+  for (const auto& [format, make] : formats) {
+    const std::string name = format;
+    add(name + "_columns", make(kMany, 1));
+    add(name + "_columns_and_lines", make(kMany, 2000000000));
+    add(name + "_some_columns", make(kMany / 10, 10) + std::string(3000, '0'));  // digits, packets
+    add(name + "_lines_of_no_width", make(0, kMany));
+    add(name + "_lines", make(1, kMany));
+    pairs.push_back({name + "_two_sizes", make(kMany, 1), make(kMany, 2)});
+  }
+
+  const Tiff wide = {.width = kMany, .height = 1, .strips = {0}, .data = "ab"};
+  Tiff bits = wide, planes = wide, packed = wide;
+  bits.bits = 1;
+  planes.photometric = planes.planar = 2;
+  planes.samples = 3;
+  planes.strips = {0, 0, 0};
+  packed.compression = kPackBits;
+  packed.width = 19000000;
+  packed.data = std::string(300000, '\0');
+  add("tiff_columns", tiff(wide));
+  add("tiff_bits", tiff(bits));
+  add("tiff_planes", tiff(planes));
+  add("tiff_packed_columns", tiff(packed));
+  packed.width = 512 * 150000;
+  packed.bits = 1;
+  packed.data = repeated(150000, std::string("\x81\x55", 2));
+  add("tiff_packed_bits", tiff(packed));
+  constexpr std::uint32_t size = 400000, end = size - 16;
+  const std::string zeroes(size, '\0'), no_ops = std::string(220000, kNoOp) + std::string(2, '\0');
+  const Tiff narrow = {.width = 1, .height = 40000};
+  Tiff narrow_packed = narrow, narrow_planes = planes;
+  narrow_packed.compression = kPackBits;
+  narrow_planes.width = 1;
+  narrow_planes.height = 20000;
+  add("tiff_strips_back_and_forth", tiff_of_strips(narrow, {0, end, size / 2}, zeroes));
+  add("tiff_packed_strips_back_and_forth",
+      tiff_of_strips(narrow_packed, {0, end, size / 2}, zeroes));
+  add("tiff_distant_planes", tiff_of_strips(narrow_planes, {0, end}, zeroes));
+  narrow_packed.height = 20000;
+  add("tiff_shared_no_ops", tiff_of_strips(narrow_packed, {0}, no_ops));
+  add("tiff_no_ops_in_a_row", tiff_of_no_ops(2, 300000, 1));
+  add("tiff_no_ops_in_all_rows", tiff_of_no_ops(1, 300, 1000));
+
+  // What follows a picture makes the file large enough for its blocks.
+  const std::string rest(257 << 10, '\0');
+  add("jpeg_empty_scans", jpeg_of_empty_scans(11776, 100) + rest);
+  add("jpeg_thousands_of_scans", jpeg_of_empty_scans(1024, 4000));
+  add("jpeg_wide_rows", jpeg_of_wide_rows(65500, 168));
+  add("jpeg_arithmetic_without_data", jpeg_without_data(0xc9, 32700, 1));
+  add("jpeg_arithmetic_scans", jpeg_without_data(0xca, 11776, 100) + rest);
+
+  add("lwi_longest_runs", lwi(255 * 250000, 1) + repeated(250000, "\xff\1\2\3") + "\1\1\1\1");
+  add("iff_one_tile", iff_of_one_tile(8192, 1024));
+  add("sgi_rows_back_and_forth", sgi(126, 20000, 200000));
   pairs.push_back({"sgi_two_sizes", sgi(5040, 5000, 0), sgi(5040, 4999, 0)});
-  const std::string jumps = sgi(126, 20000, 200000);
-  pairs.push_back({"sgi_rows_back_and_forth", jumps, jumps});
   return pairs;
 }
 

@@ -13,8 +13,10 @@
 #include <cstdlib>
 #include <fstream>
 
+#include <ka/db.h>
 #include <ka/mem.h>
 #include <ka/message.h>
+#include <ka/trans.h>
 
 namespace test {
 namespace {
@@ -47,7 +49,7 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
 
 double seconds(const timeval& time) { return double(time.tv_sec) + double(time.tv_usec) * 1e-6; }
 
-[[noreturn]] void become(const std::string& path, const Program& program, int out, int err) {
+void become(const std::string& path, const Program& program) {
   std::vector<std::string> arguments = {path};
   arguments.insert(arguments.end(), program.arguments.begin(), program.arguments.end());
   std::vector<std::string> environment = program.environment;
@@ -57,14 +59,34 @@ double seconds(const timeval& time) { return double(time.tv_sec) + double(time.t
         program.environment, [name](const auto& own) { return own.starts_with(name); });
     if (!text.starts_with("KA_") && !is_replaced) environment.emplace_back(text);
   }
-  for (const auto& [file, stream] : {std::pair{out, STDOUT_FILENO}, {err, STDERR_FILENO}}) {
-    if (file == kClosed) close(stream);
-    if (file >= 0) dup2(file, stream);
-  }
   for (const int number : {SIGPIPE, SIGXFSZ}) signal(number, SIG_DFL);
-  alarm(kLongestRun);
   execve(path.c_str(), pointers(arguments).data(), pointers(environment).data());
-  _exit(127);
+}
+
+// An exception ends the process, as one that leaves main does.
+[[noreturn]] void end_with(const std::function<int()>& work) noexcept { std::exit(work()); }
+
+// Runs a child with these standard streams.
+Outcome run_child(int standard_output, int standard_error, const std::function<int()>& work) {
+  const int out = target(standard_output), err = target(standard_error);
+  std::fflush(nullptr);
+  const pid_t child = fork();
+  if (child == 0) {
+    for (const auto& [file, stream] : {std::pair{out, STDOUT_FILENO}, {err, STDERR_FILENO}}) {
+      if (file == kClosed) close(stream);
+      if (file >= 0) dup2(file, stream);
+    }
+    alarm(kLongestRun);
+    end_with(work);
+  }
+  int status = 0;
+  rusage usage{};
+  EXPECT_EQ(wait4(child, &status, 0, &usage), child);
+  return {.status = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status),
+          .out = captured(standard_output, out),
+          .err = captured(standard_error, err),
+          .peak_kilobytes = usage.ru_maxrss,
+          .cpu_seconds = seconds(usage.ru_utime) + seconds(usage.ru_stime)};
 }
 
 }  // namespace
@@ -107,6 +129,16 @@ bool exists(const std::string& path) {
 }
 
 std::string bytes(std::initializer_list<int> values) { return {values.begin(), values.end()}; }
+
+void start_library() {
+  ka_lumoralib_attach_process();
+  ka_module_push(KA_MAIN);
+  ka_mem_init();
+  ka_db_init();
+  ka_img_init();
+  ka_context_init();
+  ka_trans_init();
+}
 
 void ReleaseMemory::operator()(img_image* image) const { ka_img_image_release(image); }
 void ReleaseMemory::operator()(img_line* line) const { ka_mem_release(line); }
@@ -181,18 +213,14 @@ int open_descriptors() {
 }
 
 Outcome run(const std::string& path, const Program& program) {
-  const int out = target(program.standard_output), err = target(program.standard_error);
-  const pid_t child = fork();
-  if (child == 0) become(path, program, out, err);
-  int status = 0;
-  rusage usage{};
-  EXPECT_EQ(wait4(child, &status, 0, &usage), child);
-  return {.status = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status),
-          .out = captured(program.standard_output, out),
-          .err = captured(program.standard_error, err),
-          .peak_kilobytes = usage.ru_maxrss,
-          .cpu_seconds = seconds(usage.ru_utime) + seconds(usage.ru_stime)};
+  return run_child(program.standard_output, program.standard_error, [&] {
+    become(path, program);
+    _exit(127);
+    return 0;
+  });
 }
+
+Outcome run(const std::function<int()>& work) { return run_child(kCapture, kCapture, work); }
 
 std::string find_program(const std::string& name) {
   const std::string path = run("/bin/sh", {.arguments = {"-c", "command -v " + name}}).out;

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -62,6 +63,9 @@ class Handle {
  private:
   img_file file_{};
 };
+
+// Starts the library as every program of the system does.
+void start_library();
 
 struct ReleaseMemory {
   void operator()(img_image* image) const;
@@ -158,7 +162,9 @@ struct Outcome {
 // A program in one of the folders of PATH, empty when there is none.
 std::string find_program(const std::string& name);
 
-// Runs a program to its end. One that takes longer than half a minute is killed.
+// Runs a program, or work in a process of its own, to its end. What takes longer than half a minute
+// is killed.
 Outcome run(const std::string& path, const Program& program);
+Outcome run(const std::function<int()>& work);  // its exit status; standard output is dropped
 
 }  // namespace test

@@ -66,12 +66,10 @@ TEST_F(Job, StaysWhileAThreadHasItPinned) {
 
 TEST_F(Job, IsToldWhatHappensToIt) {
   ka_job_register(test::kJobModule, test::fill);
-  const std::uint32_t tag = make_job({});
+  const std::uint32_t tag = produced({});
   char text[KA_JOB_TEXT_SIZE];
   EXPECT_TRUE(ka_job_describe(tag, text));
   EXPECT_STREQ(text, "fills");
-  ka_db_access(tag);
-  ka_db_unpin(tag);
   const test::Scratch scratch;
   ka_db_swap_config(scratch.path("").c_str(), 1000);
   ka_db_entry* const entry = ka_db_accessinfo(tag);
@@ -80,9 +78,7 @@ TEST_F(Job, IsToldWhatHappensToIt) {
   std::vector<int> expected = {KA_JOB_BEGIN, KA_JOB_DESCRIBE, KA_JOB_DELETE, KA_JOB_END};
   EXPECT_EQ(std::exchange(test::operations, {}), expected);
   // The callback goes with its data, the store with its jobs.
-  const std::uint32_t other = make_job({});
-  ka_db_access(other);
-  ka_db_unpin(other);
+  const std::uint32_t other = produced({});
   ka_job_register(test::kJobModule + 1, nullptr);
   EXPECT_NE(ka_job_size(other), 0U);
   ka_job_register(test::kJobModule, nullptr);

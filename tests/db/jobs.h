@@ -74,6 +74,18 @@ class StoreTest : public testing::Test {
     EXPECT_EQ(ka_job_create(&tag, kJobType, kJobModule, &fill, sizeof fill, nullptr), 1);
     return tag;
   }
+  // Of a job whose data are there.
+  static std::uint32_t produced(const Fill& fill) {
+    const std::uint32_t tag = make_job(fill);
+    ka_db_access(tag);
+    ka_db_unpin(tag);
+    return tag;
+  }
+  static std::uint32_t make_element(int type = 5, std::size_t size = 1) {
+    std::uint32_t tag = 0;
+    ka_db_create(&tag, type, size);
+    return tag;
+  }
   // Under a limit far below what the process has.
   static void purge() {
     ka_mem_memory_limit(1 << 16);

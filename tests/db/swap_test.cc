@@ -24,14 +24,6 @@ class Swap : public test::StoreTest {
     ka_db_entry* const entry = ka_db_accessinfo(tag);
     return ka_db_disk_pageout(tag, entry, entry->data, entry->size) != 0;
   }
-  // A job element whose data are there.
-  std::uint32_t produced(const test::Fill& fill) {
-    const std::uint32_t tag = make_job(fill);
-    ka_db_access(tag);
-    ka_db_unpin(tag);
-    return tag;
-  }
-
   test::Scratch scratch_;
 };
 
@@ -70,10 +62,8 @@ TEST_F(Swap, RefusesWhatWouldReachTheLimitAndDataElements) {
   EXPECT_TRUE(page_out(produced({.words = 256})));
   EXPECT_EQ(counts().disk_max, 99U);
   EXPECT_EQ(counts().swap_failed, 100U);
-  std::uint32_t element = 0;
-  ka_db_create(&element, 5, 100);
   ka_db_swap_config(nullptr, 1000);
-  EXPECT_FALSE(page_out(element));
+  EXPECT_FALSE(page_out(make_element()));
   EXPECT_FALSE(page_out(produced({.is_fixed = true})));
 }
 
@@ -81,34 +71,34 @@ TEST_F(Swap, TellsWhatFails) {
   const test::Fill fill{.words = 10};
   const std::uint32_t tag = produced(fill);
   const std::string path = path_of(tag);
+  const auto errors = [&](auto call) {
+    const Texts texts = messages_of([&] { EXPECT_FALSE(call(tag)); }, KA_ERROR);
+    return texts.size() == 1 ? texts[0] : "";
+  };
   {
     test::Limit files(RLIMIT_FSIZE, 80);
-    EXPECT_EQ(messages_of([&] { EXPECT_FALSE(page_out(tag)); }, KA_ERROR),
-              (Texts{"041004 failed to write swap file " + path + ", File too large"}));
+    EXPECT_EQ(errors(page_out), "041004 failed to write swap file " + path + ", File too large");
   }
   EXPECT_FALSE(test::exists(path));
   std::filesystem::create_directory(path);
-  EXPECT_EQ(messages_of([&] { EXPECT_FALSE(page_out(tag)); }, KA_ERROR),
-            (Texts{"041003 failed to create swap file " + path + ", Is a directory"}));
+  EXPECT_EQ(errors(page_out), "041003 failed to create swap file " + path + ", Is a directory");
   std::filesystem::remove(path);
   EXPECT_EQ(counts().disk, 0U);
 
   ASSERT_TRUE(page_out(tag));
-  const std::string whole = test::read_file(path);
-  const auto damaged = [&](std::string_view bytes) {
-    std::ofstream(path, std::ios::binary) << bytes;  // the same file
-    return messages_of([&] { EXPECT_FALSE(ka_db_disk_pagein(tag)); }, KA_ERROR);
-  };
-  EXPECT_EQ(damaged("\1"), (Texts{"041006 failed to read swap file " + path + ", Success"}));
-  EXPECT_EQ(damaged("\2" + whole.substr(1)), (Texts{"041007 wrong version of swap file " + path}));
+  const std::string whole = test::read_file(path), name = path_of(tag).substr(path.rfind('/') + 1);
+  scratch_.write(name, "\1");
+  EXPECT_EQ(errors(ka_db_disk_pagein), "041006 failed to read swap file " + path + ", Success");
+  scratch_.write(name, "\2" + whole.substr(1));
+  EXPECT_EQ(errors(ka_db_disk_pagein), "041007 wrong version of swap file " + path);
   EXPECT_EQ(ka_job_access(tag), nullptr);
   EXPECT_EQ(ka_db_accessinfo(tag)->state, KA_DB_ON_DISK);
   std::filesystem::rename(path, path + "x");
-  std::ofstream(path, std::ios::binary) << whole;  // another file
-  EXPECT_EQ(messages_of([&] { EXPECT_EQ(ka_job_access(tag), nullptr); }, KA_ERROR),
-            (Texts{"041005 failed to open swap file " + path + ", Stale file handle"}));
+  scratch_.write(name, whole);  // another file
+  EXPECT_EQ(errors(ka_job_access),
+            "041005 failed to open swap file " + path + ", Stale file handle");
   std::filesystem::rename(path + "x", path);
-  std::ofstream(path, std::ios::binary) << whole;
+  scratch_.write(name, whole);
   EXPECT_TRUE(test::is_filled(ka_db_access(tag), fill));
 }
 
@@ -122,24 +112,21 @@ TEST_F(Swap, FollowsNoLinkAndReplacesTheFileOfADeadNamesake) {
 }
 
 TEST_F(Swap, CleansUpAfterDeadProcesses) {
-  const std::string own = path_of(produced({}));
-  ASSERT_TRUE(page_out(1U << 24));
-  const std::string process = std::to_string(getpid());
-  const std::string parent = std::to_string(getppid());
-  const std::vector<std::string> dead = {"4999999-a.kaswap", "99999999999999.kaswap",
-                                         process + "-left.kaswap"};
-  const std::vector<std::string> alive = {parent + "-a.kaswap", "0-a.kaswap", "x.kaswap",
-                                          "4999999-a.swap"};
-  for (const auto& names : {dead, alive}) {
-    for (const std::string& name : names) scratch_.write(name, "");
-  }
-  const std::string folder = scratch_.path("");
+  const std::string own = std::to_string(getpid()), parent = std::to_string(getppid());
+  ASSERT_TRUE(page_out(produced({})));
+  const std::string swapped = path_of(1U << 24), folder = scratch_.path("");
+  const std::pair<std::string, bool> files[] = {
+      {"4999999-a.kaswap", false},   {"99999999999999.kaswap", false},
+      {own + "-left.kaswap", false}, {parent + "-a.kaswap", true},
+      {"0-a.kaswap", true},          {"x.kaswap", true},
+      {"4999999-a.swap", true}};
+  for (const auto& [name, stays] : files) scratch_.write(name, "");
   EXPECT_EQ(messages_of([&] { ka_db_swap_config(nullptr, 2048); }, KA_INFO),
             (Texts{"swap directory \"" + folder + "\", limit 2 MB",
                    "swap cleanup: deleted 3 obsolete files in \"" + folder + "\""}));
-  for (const std::string& name : dead) EXPECT_FALSE(test::exists(scratch_.path(name))) << name;
-  for (const std::string& name : alive) EXPECT_TRUE(test::exists(scratch_.path(name))) << name;
-  EXPECT_TRUE(test::exists(own));
+  for (const auto& [name, stays] : files)
+    EXPECT_EQ(test::exists(scratch_.path(name)), stays) << name;
+  EXPECT_TRUE(test::exists(swapped));
   EXPECT_EQ(messages_of([] { ka_db_swap_config("/no/such", -1); }, KA_DEBUG).back(),
             "swap dir /no/such does not exist, skipping cleanup");
 }

@@ -13,32 +13,48 @@
 #include <cstdlib>
 #include <new>
 
-// The linker's names: __wrap_f is called for f, __real_f is f.
+// The linker's names: __wrap_f is called for f, __real_f is f. These fail with -1, nothing else
+// of them matters.
+#define SIMPLE_CALLS(CALL)                                                                 \
+  CALL(Call::kOpen, int, mkstemp, (char* name), (name))                                    \
+  CALL(Call::kSeek, off_t, lseek, (int file, off_t at, int whence), (file, at, whence))    \
+  CALL(Call::kSize, int, ftruncate, (int file, off_t size), (file, size))                  \
+  CALL(Call::kSync, int, fsync, (int file), (file))                                        \
+  CALL(Call::kSync, int, fdatasync, (int file), (file))                                    \
+  CALL(Call::kStatus, int, fstat, (int file, struct stat* status), (file, status))         \
+  CALL(Call::kStatus, int, stat, (const char* path, struct stat* status), (path, status))  \
+  CALL(Call::kStatus, int, lstat, (const char* path, struct stat* status), (path, status)) \
+  CALL(Call::kStatus, int, fchmod, (int file, mode_t mode), (file, mode))                  \
+  CALL(Call::kLink, int, link, (const char* from, const char* to), (from, to))             \
+  CALL(Call::kLink, int, linkat,                                                           \
+       (int folder, const char* from, int to_folder, const char* to, int flags),           \
+       (folder, from, to_folder, to, flags))                                               \
+  CALL(Call::kRename, int, rename, (const char* from, const char* to), (from, to))
+
+// These pass on half of their bytes, or fail.
+#define TRANSFERS(CALL)                                                                     \
+  CALL(Call::kRead, read, (int file, void* bytes, std::size_t count), (file, bytes, count)) \
+  CALL(Call::kRead, pread, (int file, void* bytes, std::size_t count, off_t at),            \
+       (file, bytes, count, at))                                                            \
+  CALL(Call::kWrite, write, (int file, const void* bytes, std::size_t count),               \
+       (file, bytes, count))                                                                \
+  CALL(Call::kWrite, pwrite, (int file, const void* bytes, std::size_t count, off_t at),    \
+       (file, bytes, count, at))
+
+#define DECLARE_SIMPLE(call, type, name, parameters, arguments) type __real_##name parameters;
+#define DECLARE_TRANSFER(call, name, parameters, arguments) ssize_t __real_##name parameters;
+
 extern "C" {
+SIMPLE_CALLS(DECLARE_SIMPLE)
+TRANSFERS(DECLARE_TRANSFER)
 void* __real_malloc(std::size_t size);
 void* __real_calloc(std::size_t count, std::size_t size);
 void* __real_realloc(void* memory, std::size_t size);
 int __real_open(const char* path, int flags, ...);
 FILE* __real_fopen(const char* path, const char* mode);
 FILE* __real_fdopen(int file, const char* mode);
-int __real_mkstemp(char* name);
-ssize_t __real_read(int file, void* bytes, std::size_t count);
-ssize_t __real_pread(int file, void* bytes, std::size_t count, off_t offset);
-ssize_t __real_write(int file, const void* bytes, std::size_t count);
-ssize_t __real_pwrite(int file, const void* bytes, std::size_t count, off_t offset);
-off_t __real_lseek(int file, off_t offset, int whence);
-int __real_ftruncate(int file, off_t size);
 int __real_posix_fallocate(int file, off_t offset, off_t size);
 void* __real_mmap(void* hint, std::size_t size, int access, int flags, int file, off_t offset);
-int __real_fsync(int file);
-int __real_fdatasync(int file);
-int __real_fstat(int file, struct stat* status);
-int __real_stat(const char* path, struct stat* status);
-int __real_lstat(const char* path, struct stat* status);
-int __real_fchmod(int file, mode_t mode);
-int __real_link(const char* from, const char* to);
-int __real_linkat(int from_folder, const char* from, int to_folder, const char* to, int flags);
-int __real_rename(const char* from, const char* to);
 int __real_close(int file);
 int __real_fclose(FILE* stream);
 }
@@ -60,7 +76,11 @@ bool fails(Call call) {
 
 bool is_standard(int file) { return file <= STDERR_FILENO; }
 
-std::size_t half(std::size_t count) { return (count + 1) / 2; }
+// The result of a close that took place.
+int closed(int result, bool is_failing) {
+  if (is_failing) errno = planned.error;
+  return is_failing ? EOF : result;
+}
 
 void* allocate(std::size_t size) {
   for (;;) {
@@ -131,47 +151,19 @@ FILE* __wrap_fdopen(int file, const char* mode) {
   return fails(Call::kOpen) ? nullptr : __real_fdopen(file, mode);
 }
 
-int __wrap_mkstemp(char* name) { return fails(Call::kOpen) ? -1 : __real_mkstemp(name); }
+#define FAIL_SIMPLE(call, type, name, parameters, arguments) \
+  type __wrap_##name parameters { return fails(call) ? -1 : __real_##name arguments; }
+SIMPLE_CALLS(FAIL_SIMPLE)
 
-ssize_t __wrap_read(int file, void* bytes, std::size_t count) {
-  if (fails(Call::kRead)) {
-    if (planned.error != 0) return -1;
-    count = half(count);
+#define FAIL_TRANSFER(call, name, parameters, arguments)              \
+  ssize_t __wrap_##name parameters {                                  \
+    if ((call == Call::kRead || !is_standard(file)) && fails(call)) { \
+      if (planned.error != 0) return -1;                              \
+      count = (count + 1) / 2;                                        \
+    }                                                                 \
+    return __real_##name arguments;                                   \
   }
-  return __real_read(file, bytes, count);
-}
-
-ssize_t __wrap_pread(int file, void* bytes, std::size_t count, off_t offset) {
-  if (fails(Call::kRead)) {
-    if (planned.error != 0) return -1;
-    count = half(count);
-  }
-  return __real_pread(file, bytes, count, offset);
-}
-
-ssize_t __wrap_write(int file, const void* bytes, std::size_t count) {
-  if (!is_standard(file) && fails(Call::kWrite)) {
-    if (planned.error != 0) return -1;
-    count = half(count);
-  }
-  return __real_write(file, bytes, count);
-}
-
-ssize_t __wrap_pwrite(int file, const void* bytes, std::size_t count, off_t offset) {
-  if (!is_standard(file) && fails(Call::kWrite)) {
-    if (planned.error != 0) return -1;
-    count = half(count);
-  }
-  return __real_pwrite(file, bytes, count, offset);
-}
-
-off_t __wrap_lseek(int file, off_t offset, int whence) {
-  return fails(Call::kSeek) ? -1 : __real_lseek(file, offset, whence);
-}
-
-int __wrap_ftruncate(int file, off_t size) {
-  return fails(Call::kSize) ? -1 : __real_ftruncate(file, size);
-}
+TRANSFERS(FAIL_TRANSFER)
 
 int __wrap_posix_fallocate(int file, off_t offset, off_t size) {
   return fails(Call::kSize) ? planned.error : __real_posix_fallocate(file, offset, size);
@@ -181,49 +173,14 @@ void* __wrap_mmap(void* hint, std::size_t size, int access, int flags, int file,
   return fails(Call::kMap) ? MAP_FAILED : __real_mmap(hint, size, access, flags, file, offset);
 }
 
-int __wrap_fsync(int file) { return fails(Call::kSync) ? -1 : __real_fsync(file); }
-int __wrap_fdatasync(int file) { return fails(Call::kSync) ? -1 : __real_fdatasync(file); }
-
-int __wrap_fstat(int file, struct stat* status) {
-  return fails(Call::kStatus) ? -1 : __real_fstat(file, status);
-}
-
-int __wrap_stat(const char* path, struct stat* status) {
-  return fails(Call::kStatus) ? -1 : __real_stat(path, status);
-}
-
-int __wrap_lstat(const char* path, struct stat* status) {
-  return fails(Call::kStatus) ? -1 : __real_lstat(path, status);
-}
-
-int __wrap_fchmod(int file, mode_t mode) {
-  return fails(Call::kStatus) ? -1 : __real_fchmod(file, mode);
-}
-
-int __wrap_link(const char* from, const char* to) {
-  return fails(Call::kLink) ? -1 : __real_link(from, to);
-}
-
-int __wrap_linkat(int from_folder, const char* from, int to_folder, const char* to, int flags) {
-  return fails(Call::kLink) ? -1 : __real_linkat(from_folder, from, to_folder, to, flags);
-}
-
-int __wrap_rename(const char* from, const char* to) {
-  return fails(Call::kRename) ? -1 : __real_rename(from, to);
-}
-
 int __wrap_close(int file) {
-  const bool failing = !is_standard(file) && fails(Call::kClose);
-  const int result = __real_close(file);
-  if (failing) errno = planned.error;
-  return failing ? -1 : result;
+  const bool is_failing = !is_standard(file) && fails(Call::kClose);
+  return closed(__real_close(file), is_failing);
 }
 
 int __wrap_fclose(FILE* stream) {
-  const bool failing = !is_standard(fileno(stream)) && fails(Call::kClose);
-  const int result = __real_fclose(stream);
-  if (failing) errno = planned.error;
-  return failing ? EOF : result;
+  const bool is_failing = !is_standard(fileno(stream)) && fails(Call::kClose);
+  return closed(__real_fclose(stream), is_failing);
 }
 
 // Headers that hold the time are the same in all runs.

@@ -41,10 +41,7 @@ for kind in static shared; do
 done
 ! ldd "$work/static-C/consumer" | grep liblumora || fail "the shared library was linked in place of the archive"
 
-if ! command -v pkg-config > /dev/null; then
-  echo "pkg-config is not installed: its half of the test is left out"
-  exit 0
-fi
+command -v pkg-config > /dev/null || { echo "pkg-config is not installed: its half of the test is left out"; exit 0; }
 export PKG_CONFIG_PATH=${pc%/*}
 read -ra flags <<< "$(pkg-config --cflags --libs lumora)"
 "$cc" -std=c11 -Wall -Wextra -Werror -x c "$source/consumer.c" -x none "${flags[@]}" -o "$work/pc_c"

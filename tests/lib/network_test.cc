@@ -52,7 +52,7 @@ class Network {
 
 // The word of module 0 holds for all, then each module has its own.
 TEST(Network, OnlyTheMasterPassesSettingsOn) {
-  for (const auto& [host, swap] : {std::pair{0, 0}, {3, 0}, {3, 1}}) {
+  for (const auto& [host, swap] : {std::pair{0, 0}, {3, 1}}) {
     const Network as_host(host);
     const auto word = [is_swapped = swap](std::uint32_t value) {
       return is_swapped ? __builtin_bswap32(value) : value;
@@ -72,9 +72,8 @@ TEST(Network, OnlyTheMasterPassesSettingsOn) {
     }
     if (host != 0) continue;
     ASSERT_EQ(sent.size(), 2U);
-    for (const int to : {-1, 4}) {  // to all, and to the host that has come
-      const Sent& settings = sent[to == 4];
-      EXPECT_EQ(settings.host, to);
+    for (const Sent& settings : sent) {  // to all, and to the host that has come
+      EXPECT_EQ(settings.host, &settings == &sent[0] ? -1 : 4);
       EXPECT_EQ(std::memcmp(settings.record.text + 4, record.text + 4, 4 * (KA_MODULE_COUNT - 1)),
                 0);
     }
@@ -89,10 +88,8 @@ TEST(Network, ForwardedLinesGoToTheMasterAndNowhereElse) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
   ASSERT_EQ(sent.size(), 1U);
   const auto& [host, record] = sent[0];
-  EXPECT_EQ(host, 0);
-  EXPECT_EQ(record.kind, KA_RECORD_LINE);
-  EXPECT_EQ(record.level, std::uint32_t(KA_ERROR));
-  EXPECT_EQ(record.code, 241007);
+  EXPECT_EQ((std::vector{host, record.kind, int(record.level), record.code}),
+            (std::vector{0, int(KA_RECORD_LINE), int(KA_ERROR), 241007}));
   EXPECT_STREQ(record.prefix, "MAIN 2.0  error  241007");
   EXPECT_STREQ(record.text, "one line");
 }

@@ -1,10 +1,12 @@
-// Versions: what the banner prints, and that a search of a built program finds the same texts.
+// What a program reports of itself: the versions, which a search of a built program finds as well,
+// and the time and resources that it has used.
 #include <gtest/gtest.h>
+#include <ka/mem.h>
 #include <ka/message.h>
+#include <ka/timing.h>
 #include <ka/version.h>
 
 #include <set>
-#include <sstream>
 #include <string>
 
 #include "messages.h"
@@ -12,40 +14,52 @@
 
 namespace {
 
-TEST(Version, TheBannerNamesReleaseAndEveryModuleInOrder) {
-  const auto lines = messages_of(ka_version, KA_INFO);
-  ASSERT_EQ(lines.size(), 2u);
-  EXPECT_EQ(lines[0], "version 3.2.0.320, 10 Oct 2002");
-  EXPECT_EQ(lines[1], "compiled on: Linux 2.4.7-10 (RedHat 7.2, glibc-2.2.4-13), i686, gcc3");
-  std::istringstream names(
-      "db geoev gapka rc rcb rci rcc rcgi rcfg img lib mem api ka echo msg par phen scene job "
-      "trans spdl phcr disp rclm rch lprof rchw");
-  const std::set<std::string> real = {"db", "img", "lib", "mem", "msg", "trans"};
-  for (const std::string& line : messages_of(ka_version, KA_DEBUG)) {
-    std::string name;
-    ASSERT_TRUE(names >> name) << line;
-    const char* const version = real.contains(name) ? ":\tversion " : ":\tdummy version 1.0";
-    EXPECT_TRUE(line.starts_with(name + version)) << line;
-  }
-}
-
-// The texts after a marker, each up to its NUL.
+// The texts after a marker, each up to its NUL, a mark that stands for itself left out.
 std::set<std::string> marked_texts(const std::string& bytes, const std::string& marker) {
   std::set<std::string> texts;
   for (auto at = bytes.find(marker); at != std::string::npos; at = bytes.find(marker, at)) {
     at += marker.size();
     texts.insert(bytes.substr(at, bytes.find('\0', at) - at));
   }
-  texts.erase("");  // a marker that stands for itself
+  texts.erase("");
   return texts;
 }
 
-TEST(Version, ASearchOfTheProgramFindsReleaseDateAndModules) {
+TEST(Version, TheBannerNamesReleaseAndEveryModuleInOrderAsASearchOfTheProgramDoes) {
+  EXPECT_EQ(messages_of(ka_version, KA_INFO),
+            (Texts{"version 3.2.0.320, 10 Oct 2002",
+                   "compiled on: Linux 2.4.7-10 (RedHat 7.2, glibc-2.2.4-13), i686, gcc3"}));
+  const Texts modules = messages_of(ka_version, KA_DEBUG);
+  std::string names;
+  for (const std::string& line : modules) {
+    const bool is_dummy = line.find(":\tdummy version 1.0") != line.npos;
+    EXPECT_TRUE(is_dummy || line.find(":\tversion ") != line.npos) << line;
+    names += (is_dummy ? " " : " *") + line.substr(0, line.find(':'));
+  }
+  EXPECT_EQ(names,
+            " *db geoev gapka rc rcb rci rcc rcgi rcfg *img *lib *mem api ka echo *msg par phen "
+            "scene job *trans spdl phcr disp rclm rch lprof rchw");
   const std::string program = test::read_file(LUMORA_PROGRAM);
   EXPECT_EQ(marked_texts(program, "==@@== "), (std::set<std::string>{"3.2.0.320", "10 Oct 2002"}));
-  const auto printed = messages_of(ka_version, KA_DEBUG);
-  EXPECT_EQ(printed.size(), 28u);
-  EXPECT_EQ(marked_texts(program, "=@@= "), std::set<std::string>(printed.begin(), printed.end()));
+  EXPECT_EQ(marked_texts(program, "=@@= "), std::set<std::string>(modules.begin(), modules.end()));
+}
+
+TEST(Timing, ReportsWhatWasUsed) {
+  ka_timer* const timer = ka_timing(nullptr, nullptr);
+  void* const block = ka_mem_allocate(1);
+  const std::string kilobytes = std::to_string((ka_mem_getsize() + 1023) / 1024);
+  const Texts lines = messages_of([&] { ka_timing(timer, "reading"); });
+  std::string text;
+  for (const std::string& line : lines) text += line + "|";
+  const std::string time = "  0:00:0[0-9]\\.[0-9][0-9] for reading\\|";
+  EXPECT_TRUE(test::matches(
+      text,
+      "wallclock" + time + "CPU user" + time + "allocated " + kilobytes +
+          " KB, max resident .*\\|total [0-9]+ page faults, [0-9]+ block ops, [0-9]+ signals, "
+          "[0-9]+ context switches\\|"))
+      << text;
+  EXPECT_EQ(ka_timing(timer, nullptr), nullptr);
+  ka_mem_release(block);
 }
 
 }  // namespace

@@ -86,31 +86,6 @@ TEST(ModuleStack, DoesNotOverflow) {
   EXPECT_EQ(ka_module_current(), KA_MAIN);
 }
 
-TEST(Transactions, DefaultsHaveAreasOfTheirOwn) {
-  ka_trans_wst_exit();
-  ka_trans_exit();
-  events.clear();
-  const auto ends = [](void*) { events.emplace_back("ends"); };
-  ka_transaction_register_module(
-      kFirst, [](void*) { events.emplace_back("transaction"); }, ends, 8);
-  ka_session_register_module(
-      kFirst, [](void*) { events.emplace_back("session"); }, nullptr, 16);
-  ka_world_register_module(
-      kSecond, [](void*) { events.emplace_back("world"); }, nullptr, 32);
-  ka_trans_init();
-  EXPECT_EQ(events, (std::vector<std::string>{"transaction", "session", "world"}));
-  const ka_context& context = ka::context();
-  EXPECT_NE(context.session_areas[kFirst], context.transaction_areas[kFirst]);
-  EXPECT_EQ(context.world_areas[kFirst], nullptr);
-  ka_trans_wst_exit();
-  EXPECT_EQ(events.back(), "ends");
-  ka_trans_exit();
-  ka_transaction_register_module(kFirst, nullptr, nullptr, 0);
-  ka_session_register_module(kFirst, nullptr, nullptr, 0);
-  ka_world_register_module(kSecond, nullptr, nullptr, 0);
-  ka_trans_init();
-}
-
 TEST(TransactionsDeathTest, TheMainThreadIsInTheDefaultsAsSoonAsItIsRegistered) {
   const auto attach = [] {
     ka_lumoralib_detach_process();

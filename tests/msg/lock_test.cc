@@ -37,21 +37,19 @@ TEST(ReaderWriterLock, ManyReadOneWrites) {
   ka_rwlock lock{};
   ka_rwlock_init(&lock);
   std::latch both_read(2);
-  const auto read = [&] {
+  test::in_threads(2, [&] {
     ka_rwlock_lock(lock, 0, 0);
     both_read.arrive_and_wait();  // passes only while both hold the lock
     ka_rwlock_unlock(lock);
-  };
-  test::in_threads(2, read);
+  });
   int value = 0;
-  const auto write = [&] {
+  test::in_threads(2, [&] {
     for (int i = 0; i < 1000; ++i) {
       ka_rwlock_lock(lock, 0, 1);
       ++value;
       EXPECT_EQ(ka_rwlock_unlock(lock), 0);
     }
-  };
-  test::in_threads(2, write);
+  });
   EXPECT_EQ(value, 2000);
   ka_rwlock_delete(&lock);
   EXPECT_EQ(ka_rwlock_unlock(lock), EINVAL);  // "no lock": told, as every failure to give it back
