@@ -2,13 +2,15 @@
 // in the file's own pixel type, every pixel of its mapping if it can be mapped, and as a whole in
 // rgba, closes it whatever happened. FUZZ_FORMATS lists the family's formats; of others only the
 // header is read. FUZZ_SIZES lists the file sizes of a format without a header: inputs become files
-// of one of them, zero after the input, and only the first lines are read. FUZZ_PIXELS is the size
+// of one of them, zero after the input, and only the first lines are read, in rgba. FUZZ_PIXELS is the size
 // of the largest pictures that are read.
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <string>
+#include <vector>
 
 #include <ka/img.h>
 #include <ka/imgaccess.h>
@@ -27,12 +29,53 @@ constexpr std::int64_t kMostPixels = FUZZ_PIXELS;  // larger pictures only cost 
 #ifdef FUZZ_SIZES
 constexpr std::array kSizes = {FUZZ_SIZES};
 constexpr int kMostLines = 2;
+constexpr bool kReadsOwnType = false;
 
-// The input's length says which size it gets.
-std::int64_t file_size(std::size_t input) { return kSizes[input % kSizes.size()]; }
+// A frame of one of the sizes, zero after the input, whose length says which. Each stays, and has a
+// name by which the format is known at once: what it takes to make a file is most of the time.
+class Frame {
+ public:
+  Frame(const std::uint8_t* data, std::size_t size)
+      : kept_(kept(size % kSizes.size())),
+        used_(std::min(size, std::size_t(kSizes[size % kSizes.size()]))) {
+    if (pwrite(kept_.file, data, used_, 0) != static_cast<ssize_t>(used_)) std::abort();
+  }
+  ~Frame() {
+    const std::vector<std::uint8_t> zeros(used_);
+    if (pwrite(kept_.file, zeros.data(), used_, 0) != static_cast<ssize_t>(used_)) std::abort();
+  }
+  Frame(const Frame&) = delete;
+  Frame& operator=(const Frame&) = delete;
+
+  [[nodiscard]] const char* name() const { return kept_.name.c_str(); }
+
+ private:
+  struct Kept {
+    explicit Kept(std::int64_t size) : file(memfd_create("frame", 0)) {
+      const std::string process = std::to_string(getpid());
+      name = "/tmp/fuzz_frame_" + process + "_" + std::to_string(size) + ".qnt";
+      const std::string target = "/proc/" + process + "/fd/" + std::to_string(file);
+      if (file < 0 || ftruncate(file, size) != 0) std::abort();
+      if (symlink(target.c_str(), name.c_str()) != 0) std::abort();
+    }
+    ~Kept() { unlink(name.c_str()); }
+
+    int file;
+    std::string name;
+  };
+  static const Kept& kept(std::size_t index) {
+    static const std::array<Kept, kSizes.size()> frames{Kept(kSizes[0]), Kept(kSizes[1])};
+    return frames[index];
+  }
+
+  const Kept& kept_;
+  std::size_t used_;
+};
+using Input = Frame;
 #else
+constexpr bool kReadsOwnType = true;
 constexpr int kMostLines = std::min<int>(kMostPixels, 4'000);
-std::int64_t file_size(std::size_t input) { return std::int64_t(input); }
+using Input = fuzz::MemoryFile;
 #endif
 
 bool is_worth_reading(const img_file& file) {
@@ -84,9 +127,9 @@ void read_image(img_file& file) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   [[maybe_unused]] static const bool started = fuzz::start_library();
-  const fuzz::MemoryFile input(data, size, file_size(size));
+  const Input input(data, size);
   img_file file{};
-  if (ka_img_open(&file, input.name(), IMG_TYPE_FILE) && is_worth_reading(file)) {
+  if (kReadsOwnType && ka_img_open(&file, input.name(), IMG_TYPE_FILE) && is_worth_reading(file)) {
     read_lines(file);
     read_mapping(file);
   }

@@ -37,13 +37,8 @@ inline bool start_library() {
 // A file in memory, with a name that can be opened.
 class MemoryFile {
  public:
-  MemoryFile(const std::uint8_t* data, std::size_t size)
-      : MemoryFile(data, size, std::int64_t(size)) {}
-  // Zeros follow the data up to `file_size`; what passes it is cut off.
-  MemoryFile(const std::uint8_t* data, std::size_t size, std::int64_t file_size)
-      : file_(memfd_create("input", 0)) {
+  MemoryFile(const std::uint8_t* data, std::size_t size) : file_(memfd_create("input", 0)) {
     if (file_ < 0 || write(file_, data, size) != static_cast<ssize_t>(size)) std::abort();
-    if (ftruncate(file_, file_size) != 0) std::abort();
     std::snprintf(name_.data(), name_.size(), "/proc/self/fd/%d", file_);
   }
   ~MemoryFile() { close(file_); }
