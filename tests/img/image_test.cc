@@ -1,7 +1,13 @@
-// Image buffers: their sizes, reading and writing them whole, lines in other types.
+// Image buffers: their sizes, what damaged headers cost, reading and writing them whole, lines in other
+// types; names of types and formats.
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <ka/message.h>
+#include <ka/version.h>
 
+#include <algorithm>
+
+#include "hostile.h"
 #include "pictures.h"
 
 namespace {
@@ -18,17 +24,18 @@ TEST(ImageBuffer, SizesThatOffsetsCannotReachAreRefused) {
               {IMG_TYPE_S, 2147483571, 2, 0},
               {IMG_TYPE_S, 0, 0, 120},
               {IMG_TYPE_S, -1, 1, 0},
-              {IMG_TYPE_S, 1, -1, 0}};
+              {IMG_TYPE_S, 1, -1, 0},
+              {IMG_TYPE_COUNT, 1, 1, 0}};
   for (const auto& [type, width, height, bytes] : rows) {
     img_file shape{};
     shape.type = type;
     shape.width = width;
     shape.height = height;
     EXPECT_EQ(ka_img_image_size(&shape), bytes) << width << " x " << height;
-    EXPECT_EQ(shape.error, bytes ? IMG_ERR_NONE : IMG_ERR_SUBTYPE);
-    EXPECT_EQ(shape.os_error, bytes ? 0 : EFBIG);
-    if (bytes > 0) continue;
-    EXPECT_EQ(ka_img_image_alloc(&shape), nullptr);
+    const bool is_type = type != IMG_TYPE_COUNT;
+    EXPECT_EQ(shape.error, bytes ? IMG_ERR_NONE : is_type ? IMG_ERR_SUBTYPE : IMG_ERR_ARGUMENT);
+    EXPECT_EQ(shape.os_error, bytes || !is_type ? 0 : EFBIG);
+    EXPECT_TRUE(bytes > 0 || !ka_img_image_alloc(&shape));
   }
 }
 
@@ -45,20 +52,6 @@ TEST(ImageBuffer, HeightsOfShortFilesHaveALimit) {
     shape.height = 1 << 17;
     shape.file_size = 100;
     EXPECT_EQ(ka_img_image_size(&shape) != 0, accepted) << format << " " << width;
-  }
-}
-
-TEST(ImageBuffer, TypesOutOfRangeHaveNoLayout) {
-  const test::Image image = test::make_image(IMG_TYPE_S, 1, 1);
-  for (const int type : {-1, int(IMG_TYPE_COUNT), int(IMG_TYPE_FILE)}) {
-    img_file shape{};
-    img_line line{};
-    int components, bits;
-    shape.type = type;
-    EXPECT_EQ(ka_img_image_alloc(&shape), nullptr);
-    EXPECT_EQ(shape.error, IMG_ERR_ARGUMENT);
-    EXPECT_EQ(ka_img_line_alloc(&shape), nullptr);
-    EXPECT_FALSE(ka_img_convert(&line, &components, &bits, image.get(), 0, type));
   }
 }
 
@@ -111,16 +104,75 @@ TEST(ImageFile, WholeImagesStartAtTheFirstLine) {
   EXPECT_FALSE(test::exists(out.path()));
 }
 
-TEST(ImageFile, LinesAreConvertedToTheFilesType) {
-  const test::Scratch scratch;
-  const std::string path = scratch.path("a");
-  const test::Image image = test::make_picture(IMG_TYPE_RGBA, 1, {{{'w'}, {'x'}, {'y'}, {'z'}}});
-  test::Handle file;
-  file->file_type = IMG_TYPE_RGB;
-  ASSERT_TRUE(ka_img_create(file, path.c_str(), IMG_TYPE_RGBA, IMG_FORMAT_PPM, 1, 1));
-  EXPECT_TRUE(ka_img_image_write(file, image.get()));
-  EXPECT_TRUE(ka_img_close(file));
-  EXPECT_EQ(test::read_file(path).substr(44), "wxy");
+// No buffer is made for such a line, whatever its type is.
+TEST(Cost, LinesThatTheFileCannotHoldFailWithoutABuffer) {
+  int count = 0;
+  for (const auto& [name, bytes, same] : test::hostile_pairs()) {
+    if (!name.ends_with("_columns") || name.find("packed") != std::string::npos) continue;
+    SCOPED_TRACE(name);
+    for (const int type : {int(IMG_TYPE_FILE), int(IMG_TYPE_RGBA), int(IMG_TYPE_RGB_FP)}) {
+      const test::Scratch scratch;
+      test::Handle file;
+      if (!ka_img_open(file, scratch.write("a", bytes).c_str(), type)) continue;
+      const test::Line line(ka_img_line_alloc(file));
+      EXPECT_TRUE(std::ranges::all_of(line->offset, [](auto offset) { return offset == 0; }));
+      for (int i = 0; i < 2; ++i) {
+        file->error = IMG_ERR_NONE;
+        EXPECT_FALSE(ka_img_line_read(file, line.get()));
+        EXPECT_TRUE(file->error == IMG_ERR_READ || file->error == IMG_ERR_CORRUPT) << file->error;
+        EXPECT_EQ(file->os_error, 0);
+        EXPECT_EQ(file->line_count, i + 1);
+      }
+      EXPECT_EQ(file->conversion, nullptr);
+      ++count;
+    }
+  }
+  EXPECT_GE(count, 3 * 6);
+}
+
+// Their number costs nothing, neither time nor a table.
+TEST(Cost, LinesWithoutPixelsAreReadAtOnce) {
+  test::OpenFile file("P6\n0 1000000\n255\n", IMG_TYPE_RGBA);
+  const test::Image image(ka_img_image_alloc(file));
+  ASSERT_TRUE(image);
+  EXPECT_TRUE(ka_img_image_read(file, image.get()));
+  EXPECT_EQ(file->line_count, 1'000'000);
+  EXPECT_EQ(test::plane(image.get(), 999'999, 0), nullptr);
+}
+
+TEST(Types, HaveNumbersForNamesOnly) {
+  const std::pair<const char*, int> rows[] = {
+      {"contour", 23}, {"fb0", 24}, {"fb7", 31}, {"fb8", 21},  {"fb99999999999", 21},
+      {"fb", 24},      {"RGB", 21}, {"", 21},    {"rgb ", 21}, {"contours", 21}};
+  for (const auto& [name, number] : rows) EXPECT_EQ(ka_img_type_identify(name), number) << name;
+  EXPECT_STREQ(ka_img_type_name(23), "contour");
+  EXPECT_STREQ(ka_img_type_name(31), "fb7");
+  for (const int none : {-1, 21, 22, 32}) EXPECT_EQ(ka_img_type_name(none), nullptr) << none;
+}
+
+// Names, line orders and types of the built-in formats: tests/docs.
+TEST(Formats, HaveOneNumberForEachName) {
+  for (int format = 0; format < IMG_FORMAT_CUSTOM; ++format) {
+    EXPECT_EQ(ka_img_format_identify(ka_img_format_name(format)), format);
+  }
+  EXPECT_STREQ(ka_img_format_name(IMG_FORMAT_CUSTOM), "<undefined format>");
+  EXPECT_EQ(ka_img_best_type(IMG_FORMAT_COUNT - 1), IMG_TYPE_RGBA);
+  for (const char* const none : {"TIF", "", "ppm "}) EXPECT_EQ(ka_img_format_identify(none), -1);
+  EXPECT_STREQ(ka_img_version(), "img:\tversion 2.0");
+  EXPECT_EQ(ka_jpg_mod_version(), 62);
+}
+
+// What programs pass as a reason stays a line, and goes with the error that it belongs to.
+TEST(Reason, OfAProgramsOwnDriverIsCleaned) {
+  img_file file{};
+  ka_img_custom_format_refuse(&file, IMG_ERR_SUBTYPE, 0, "depth\n\x1b[2J%s \xc3\xa4");
+  EXPECT_STREQ(file.reason, "depth??[2J%s ??");
+  ka_img_custom_format_refuse(&file, IMG_ERR_SUBTYPE, 0, std::string(500, 'x').c_str());
+  EXPECT_EQ(file.reason, std::string(IMG_REASON_SIZE - 1, 'x'));
+  ka_img_custom_format_refuse(&file, IMG_ERR_SUBTYPE, 0, file.reason + IMG_REASON_SIZE - 4);
+  EXPECT_STREQ(file.reason, "xxx");
+  ka_img_custom_format_refuse(&file, IMG_ERR_READ, EIO, "the disk");
+  EXPECT_STREQ(file.reason, "");
 }
 
 }  // namespace

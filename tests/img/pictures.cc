@@ -102,6 +102,7 @@ void expect_refusal(const Refusal& refusal) {
     EXPECT_FALSE(in.read_line());
   }
   EXPECT_EQ(std::pair(in->error, in->os_error), std::pair(refusal.error, 0));
+  EXPECT_TRUE(refusal.reason.empty() || in->reason == refusal.reason) << in->reason;
   if (refusal.is_reported) ka_img_err_msg(in);
 }
 
@@ -131,16 +132,6 @@ void point_at(img_line& line, const img_image* image, int y) {
     const std::uint8_t* const samples = plane(image, y, slot);
     if (samples) line.offset[slot] = samples - reinterpret_cast<const std::uint8_t*>(&line);
   }
-}
-
-std::vector<int> line_errors(const std::string& file) {
-  OpenFile in(file);
-  if (!in.is_open()) return {in->error};
-  std::vector<int> errors;
-  for (int y = 0; y < in->height; ++y) {
-    errors.push_back(in.read_line() ? IMG_ERR_NONE : in->error);
-  }
-  return errors;
 }
 
 NewFile::NewFile(int format, int type, int width, int height) {

@@ -40,13 +40,15 @@ void expect_picture(const Picture& picture);
 constexpr int kOpening = -1;
 
 // A file that is refused when it is opened, or at a line in file order after those that are read,
-// and not by the system. The error is a message as well if it is to be reported.
+// and not by the system. The error is a message as well if it is to be reported; a reason that is not
+// empty is the handle's.
 struct Refusal {
   const char* name;
   std::string file;
   int error;
   int line = kOpening;
   bool is_reported = false;
+  std::string reason = {};
 };
 void expect_refusal(const Refusal& refusal);
 void expect_refusals(const std::vector<Refusal>& refusals);
@@ -78,9 +80,6 @@ class OpenFile {
 
 // Makes a line of a picture a line for operations on lines.
 void point_at(img_line& line, const img_image* image, int y);
-
-// What each line in file order is read with: its error, or 0.
-std::vector<int> line_errors(const std::string& file);
 
 // A file that is created with the type of its pixels, and a black line for it.
 class NewFile {
