@@ -38,7 +38,7 @@ TEST_F(VelDiff, PrintsTheLines) {
       // R by 255 at one of two pixels
       {{red, dark}, kOneOfTwo, " 50.000%", " 50.000%", "different", 1},
       {{red, dark, "-a"}, kOneOfTwo, " 57.823%", " 57.823%", "different", 1},
-      {{red, dark, "-t", "50"}, kOneOfTwo, " 50.000%", " 50.000%", "different", 1},
+      {{red, dark, "-t50"}, kOneOfTwo, " 50.000%", " 50.000%", "different", 1},
       {{red, dark, "-t", "50.001"}, kOneOfTwo, " 50.000%", " 50.000%", "similar", 0},
       {{red, dark, "-t", "nan"}, kOneOfTwo, " 50.000%", " 50.000%", "different", 0},
       // sqrt(3) * 255 of 510 and of 441, as the manual page says
@@ -107,13 +107,13 @@ TEST_F(VelDiff, NamesForgeNoLinesAndCommandNoTerminal) {
 }
 
 TEST_F(VelDiff, OutputNamesAreChecked) {
-  const std::string output = scratch.path("out.PPM"), bare = "no-dot-at-all";
+  const std::string output = scratch.path("out.PPM");
   const std::pair<std::vector<std::string>, std::string> rows[] = {
-      {{"-e", red, red, bare}, "missing output image file type"},
+      {{"-e", red, red, "no-dot-at-all"}, "missing output image file type"},
       {{"-e", red, red, output}, "unknown extension \".PPM\""},
       {{"-e", red, red, output + "."}, "unknown extension \".\""},
       {{"-e", red, red, output, "ppm"}, "unknown extension \"ppm\""},
-      {{"-e", red, red, bare, ""}, "unknown extension \"\""}};
+      {{"-e", red, red, output, ""}, "unknown extension \"\""}};
   for (const auto& [arguments, message] : rows) {
     expect_outcome({.arguments = arguments}, 1, no_differences(red, red), fatal(message));
   }
@@ -147,15 +147,12 @@ TEST_F(VelDiff, MessagesGoToTheLogFile) {
 }
 
 TEST_F(VelDiff, VerboseTellsTheSteps) {
-  const std::string told = run({"-v", red, near}).err;
-  std::size_t at = 0;
-  for (const std::string& line :
-       {std::string("info : vel_diff version 2.2"), "progr: reading " + red + ": 2x1",
-        "progr: reading " + near + ": 2x1", std::string("progr: pass 1: max diff"),
-        std::string("progr: pass 2: histogram")}) {
-    at = told.find("MAIN  .0  " + line + "\n", at);
-    EXPECT_NE(at, std::string::npos) << line;
-  }
+  const std::string step = "MAIN  [.]0  progr: ", rest = "(.|\n)*";
+  EXPECT_TRUE(test::matches(run({"-v", red, near}).err,
+                            rest + "MAIN  [.]0  info : vel_diff version 2[.]2\n" + rest + step +
+                                "reading " + red + ": 2x1\n" + rest + step + "reading " + near +
+                                ": 2x1\n" + rest + step + "pass 1: max diff\n" + rest + step +
+                                "pass 2: histogram\n" + rest));
 }
 
 // Pictures are streamed where nothing but the lines is asked for, and kept whole with -v.
