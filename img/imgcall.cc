@@ -36,13 +36,12 @@ void read_subverbosity() {
 
 const char* name_or_unknown(const char* name) { return name ? name : "unknown"; }
 
-bool is_open(const img_file* handle) { return handle->magic == IMG_MAGIC; }
 bool has_driver_state(const img_file* handle) { return handle->stream || handle->data.p; }
 
 // A handle that is opened again while it is open: its driver and its stream would be lost, so they
 // end here.
 void close_stale(img_file* handle) {
-  if (!is_open(handle)) return;
+  if (!ka::img_is_open(handle)) return;
   ka::img_error(handle, IMG_ERR_NOT_CLOSED, 0);
   ka::img_act_on_error(handle);
   ka_img_close(handle);
@@ -299,7 +298,7 @@ int ka_img_create_in(img_file* handle, int descriptor, const char* name, int typ
 int ka_img_close(img_file* handle) {
   const ka::ModuleScope scope(KA_IMG);
   const ka::ErrorScope errors(handle);
-  if (!handle || !is_open(handle)) return 1;
+  if (!handle || !ka::img_is_open(handle)) return 1;
   int result = 1;
   if (has_driver_state(handle)) {
     const auto close = ka::img_format_at(handle->format).driver.close;

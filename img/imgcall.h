@@ -22,6 +22,21 @@ int img_error(img_file* handle, int code, int os_error);
 [[gnu::format(printf, 4, 5)]] int img_refuse(img_file* handle, int code, int os_error,
                                              const char* format, ...);
 
+// Whether a handle has been opened or created and not closed since. Operations on a handle ask in no
+// other way; its stream or its driver may have failed all the same.
+inline bool img_is_open(const img_file* handle) { return handle->magic == IMG_MAGIC; }
+
+// Whether the header has been read and lines can follow.
+inline bool img_can_read(const img_file* handle) {
+  return img_is_open(handle) && (handle->stream || handle->data.p) && !handle->writing &&
+         handle->has_header;
+}
+
+// Whether lines can be written, the header before the first of them.
+inline bool img_can_write(const img_file* handle) {
+  return img_is_open(handle) && handle->stream && handle->writing;
+}
+
 // After a new error: discards the file that is being written, drops the handle's name and reports
 // the error to those who ask for every one.
 void img_act_on_error(img_file* handle);
@@ -96,9 +111,6 @@ bool img_reports_files();
 bool img_passes_through(const img_file* handle);
 // Allocates the line between the two, where lines are converted through one.
 void img_prepare_line_between(img_file* handle);
-
-// Whether the header has been read and lines can follow.
-bool img_can_read(const img_file* handle);
 
 // After a driver's operation that failed: one that was not called, and one of a driver outside the
 // library that has set no error, set the error `code`.

@@ -131,7 +131,7 @@ int ka_img_image_write(img_file* handle, img_image* image) {
   const ka::ModuleScope scope(KA_IMG);
   const ka::ErrorScope errors(handle);
   const ka::CacheOperation operation(image);
-  if (!handle->stream || handle->magic != IMG_MAGIC || handle->line_count > 0) {
+  if (!ka::img_is_open(handle) || handle->line_count > 0) {
     return ka::img_error(handle, IMG_ERR_NOT_OPEN, 0);
   }
   img_line line{};

@@ -56,11 +56,6 @@ void ka::img_prepare_line_between(img_file* handle) {
   if (needs_line_between(handle)) allocate_line_between(handle);
 }
 
-bool ka::img_can_read(const img_file* handle) {
-  return handle->magic == IMG_MAGIC && (handle->stream || handle->data.p) && !handle->writing &&
-         handle->has_header;
-}
-
 void ka::img_set_default_error(img_file* handle, bool is_called, int code) {
   const bool is_silent = is_called && handle->format < IMG_FORMAT_CUSTOM;
   if (!is_silent && handle->error == IMG_ERR_NONE) ka::img_error(handle, code, 0);
@@ -110,7 +105,7 @@ int ka_img_line_read(img_file* handle, img_line* line) {
 int ka_img_line_write(img_file* handle, img_line* line) {
   const ka::ModuleScope scope(KA_IMG);
   const ka::ErrorScope errors(handle);
-  if (!handle->stream || !handle->writing) return unopened(handle);
+  if (!ka::img_can_write(handle)) return unopened(handle);
   if (!ka::img_write_header(handle)) return 0;
   if (handle->line_count == -1) handle->line_count = 0;
   if (handle->height == 0) return 1;
