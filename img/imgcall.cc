@@ -271,7 +271,7 @@ int ka::img_create(img_file* handle, const ImagePath& path, int type, int format
   if (failure != 0) return img_error(handle, IMG_ERR_CREATE, failure);
   handle->magic = IMG_MAGIC;
   prepare_conversion(handle, handle->type, file_type);
-  if (format == IMG_FORMAT_MAP) {  // a mapping needs its file at full size before the first line
+  if (row.header_at_once) {
     if (!ka::img_write_header(handle)) return 0;
     handle->line_count = -1;
   }

@@ -91,6 +91,12 @@ struct img_format_row {
   int best_type;  // of the file when the caller's is not writable or the driver states none
   std::uint32_t type_map;  // bit t: pixel type t can be written
   int stands_in_for = -1;  // the built-in format whose refused files a custom one is asked for
+
+  // What sets a format apart from all others.
+  bool header_at_once = false;  // ka_img_create writes the header, not the first line
+  bool is_mapped = false;       // files are images in memory; the driver's state is a MapState
+  bool takes_any_line = false;  // lines beyond the height as well, since none are kept
+  bool keeps_no_file = false;   // a file is written directly, and removed when it is closed
 };
 
 // The row of a format below IMG_FORMAT_COUNT.

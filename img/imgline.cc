@@ -31,10 +31,9 @@ img_line planes_of_type(const img_line* line, int type) {
   return planes;
 }
 
-// Lines after the last one would follow the end of the picture. Two formats keep none at all.
+// Lines after the last one would follow the end of the picture.
 bool is_beyond_last(const img_file* handle) {
-  return handle->line_count >= handle->height && handle->format != IMG_FORMAT_NULL &&
-         handle->format != IMG_FORMAT_LWI;
+  return handle->line_count >= handle->height && !ka::img_format_at(handle->format).takes_any_line;
 }
 
 int unopened(img_file* handle) { return ka::img_error(handle, IMG_ERR_NOT_OPEN, 0); }
