@@ -65,12 +65,15 @@ void set_file_type(img_file* handle, int type) {
 
 // A damaged header may claim any width: a line that long waits until somebody reads it.
 void prepare_conversion(img_file* handle, int from, int to) {
-  if (ka::img_passes_through(handle)) return;
+  const ka::LinePath path = ka::img_line_path(handle);
+  if (path == ka::LinePath::kDirect) return;
   if (ka::img_reports_files()) {
     ka_info("converting %s to %s", name_or_unknown(ka_img_type_name(from)),
             name_or_unknown(ka_img_type_name(to)));
   }
-  if (handle->width <= ka::kTypicalWidth) ka::img_prepare_line_between(handle);
+  if (path == ka::LinePath::kConverted && handle->width <= ka::kTypicalWidth) {
+    ka::img_allocate_conversion(handle);
+  }
 }
 
 // Opens the stream, takes the file's size and its first bytes. Returns 1, or 0 with the handle's

@@ -113,10 +113,18 @@ int img_identify_stand_in(img_file* handle, const std::uint8_t* head, int built_
 int img_debug_level();
 bool img_reports_files();
 
-// True when lines of the caller's type are lines of the file's type.
-bool img_passes_through(const img_file* handle);
-// Allocates the line between the two, where lines are converted through one.
-void img_prepare_line_between(img_file* handle);
+// How a line travels between the caller and the driver.
+enum class LinePath {
+  kDirect,     // the driver has the caller's line, whose type is the file's or compatible with it
+  kWithAlpha,  // the same when a file is read that lacks alpha, which is then filled in
+  kConverted   // through handle->conversion
+};
+
+// The path of the next line. Programs may change handle->type between two lines, so it is decided
+// for each.
+LinePath img_line_path(const img_file* handle);
+// Allocates handle->conversion where there is none.
+void img_allocate_conversion(img_file* handle);
 
 // After a driver's operation that failed: one that was not called, and one of a driver outside the
 // library that has set no error, set the error `code`.
