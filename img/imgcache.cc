@@ -14,6 +14,7 @@
 #include <ka/msg.h>
 
 #include "cacherecord.h"
+#include "imgcall.h"
 #include "imgcontext.h"
 
 namespace {
@@ -147,7 +148,7 @@ void ka::img_cache_size_adjust(double delta) {
 }
 
 bool ka::img_cache_prefer(const ka::ImageContext& context, const img_file* handle) {
-  if (handle->format == IMG_FORMAT_MAP && handle->file_size > mmap_max) return true;
+  if (ka::img_format_at(handle->format).is_mapped && handle->file_size > mmap_max) return true;
   return context.request >= kRequestsCaching;
 }
 

@@ -195,7 +195,7 @@ void register_file(const Headers& headers, ka::Owned<ka::CacheFile> file, void* 
 img_image* ka::img_cache_image_make(img_file* handle, ka::img_element_function element,
                                     void* argument) {
   const ErrorScope errors(handle);
-  if (handle->magic != IMG_MAGIC || !handle->stream || !handle->path) {
+  if (!ka::img_is_open(handle) || !handle->stream || !handle->path) {
     ka::img_error(handle, IMG_ERR_NOT_OPEN, 0);
     return nullptr;
   }

@@ -36,13 +36,12 @@ void read_subverbosity() {
 
 const char* name_or_unknown(const char* name) { return name ? name : "unknown"; }
 
-bool is_open(const img_file* handle) { return handle->magic == IMG_MAGIC; }
 bool has_driver_state(const img_file* handle) { return handle->stream || handle->data.p; }
 
 // A handle that is opened again while it is open: its driver and its stream would be lost, so they
 // end here.
 void close_stale(img_file* handle) {
-  if (!is_open(handle)) return;
+  if (!ka::img_is_open(handle)) return;
   ka::img_error(handle, IMG_ERR_NOT_CLOSED, 0);
   ka::img_act_on_error(handle);
   ka_img_close(handle);
@@ -66,12 +65,15 @@ void set_file_type(img_file* handle, int type) {
 
 // A damaged header may claim any width: a line that long waits until somebody reads it.
 void prepare_conversion(img_file* handle, int from, int to) {
-  if (ka::img_passes_through(handle)) return;
+  const ka::LinePath path = ka::img_line_path(handle);
+  if (path == ka::LinePath::kDirect) return;
   if (ka::img_reports_files()) {
     ka_info("converting %s to %s", name_or_unknown(ka_img_type_name(from)),
             name_or_unknown(ka_img_type_name(to)));
   }
-  if (handle->width <= ka::kTypicalWidth) ka::img_prepare_line_between(handle);
+  if (path == ka::LinePath::kConverted && handle->width <= ka::kTypicalWidth) {
+    ka::img_allocate_conversion(handle);
+  }
 }
 
 // Opens the stream, takes the file's size and its first bytes. Returns 1, or 0 with the handle's
@@ -272,7 +274,7 @@ int ka::img_create(img_file* handle, const ImagePath& path, int type, int format
   if (failure != 0) return img_error(handle, IMG_ERR_CREATE, failure);
   handle->magic = IMG_MAGIC;
   prepare_conversion(handle, handle->type, file_type);
-  if (format == IMG_FORMAT_MAP) {  // a mapping needs its file at full size before the first line
+  if (row.header_at_once) {
     if (!ka::img_write_header(handle)) return 0;
     handle->line_count = -1;
   }
@@ -299,7 +301,7 @@ int ka_img_create_in(img_file* handle, int descriptor, const char* name, int typ
 int ka_img_close(img_file* handle) {
   const ka::ModuleScope scope(KA_IMG);
   const ka::ErrorScope errors(handle);
-  if (!handle || !is_open(handle)) return 1;
+  if (!handle || !ka::img_is_open(handle)) return 1;
   int result = 1;
   if (has_driver_state(handle)) {
     const auto close = ka::img_format_at(handle->format).driver.close;

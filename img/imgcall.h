@@ -22,6 +22,21 @@ int img_error(img_file* handle, int code, int os_error);
 [[gnu::format(printf, 4, 5)]] int img_refuse(img_file* handle, int code, int os_error,
                                              const char* format, ...);
 
+// Whether a handle has been opened or created and not closed since. Operations on a handle ask in no
+// other way; its stream or its driver may have failed all the same.
+inline bool img_is_open(const img_file* handle) { return handle->magic == IMG_MAGIC; }
+
+// Whether the header has been read and lines can follow.
+inline bool img_can_read(const img_file* handle) {
+  return img_is_open(handle) && (handle->stream || handle->data.p) && !handle->writing &&
+         handle->has_header;
+}
+
+// Whether lines can be written, the header before the first of them.
+inline bool img_can_write(const img_file* handle) {
+  return img_is_open(handle) && handle->stream && handle->writing;
+}
+
 // After a new error: discards the file that is being written, drops the handle's name and reports
 // the error to those who ask for every one.
 void img_act_on_error(img_file* handle);
@@ -76,6 +91,12 @@ struct img_format_row {
   int best_type;  // of the file when the caller's is not writable or the driver states none
   std::uint32_t type_map;  // bit t: pixel type t can be written
   int stands_in_for = -1;  // the built-in format whose refused files a custom one is asked for
+
+  // What sets a format apart from all others.
+  bool header_at_once = false;  // ka_img_create writes the header, not the first line
+  bool is_mapped = false;       // files are images in memory; the driver's state is a MapState
+  bool takes_any_line = false;  // lines beyond the height as well, since none are kept
+  bool keeps_no_file = false;   // a file is written directly, and removed when it is closed
 };
 
 // The row of a format below IMG_FORMAT_COUNT.
@@ -92,13 +113,18 @@ int img_identify_stand_in(img_file* handle, const std::uint8_t* head, int built_
 int img_debug_level();
 bool img_reports_files();
 
-// True when lines of the caller's type are lines of the file's type.
-bool img_passes_through(const img_file* handle);
-// Allocates the line between the two, where lines are converted through one.
-void img_prepare_line_between(img_file* handle);
+// How a line travels between the caller and the driver.
+enum class LinePath {
+  kDirect,     // the driver has the caller's line, whose type is the file's or compatible with it
+  kWithAlpha,  // the same when a file is read that lacks alpha, which is then filled in
+  kConverted   // through handle->conversion
+};
 
-// Whether the header has been read and lines can follow.
-bool img_can_read(const img_file* handle);
+// The path of the next line. Programs may change handle->type between two lines, so it is decided
+// for each.
+LinePath img_line_path(const img_file* handle);
+// Allocates handle->conversion where there is none.
+void img_allocate_conversion(img_file* handle);
 
 // After a driver's operation that failed: one that was not called, and one of a driver outside the
 // library that has set no error, set the error `code`.

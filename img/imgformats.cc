@@ -17,12 +17,14 @@
 
 namespace {
 
+using Row = ka::img_format_row;
+
 constexpr char kUndefined[] = "<undefined format>";
 
 // A row; the best type comes before the others that can be written.
 template <typename... Types>
-constexpr ka::img_format_row row(const char* name, const ka::img_driver& driver, int topdown,
-                                 int best_type, Types... others) {
+constexpr Row row(const char* name, const ka::img_driver& driver, int topdown, int best_type,
+                  Types... others) {
   const std::uint32_t types =
       ((std::uint32_t{1} << best_type) | ... | (std::uint32_t{1} << others));
   return {.name = name,
@@ -33,29 +35,34 @@ constexpr ka::img_format_row row(const char* name, const ka::img_driver& driver,
 }
 
 template <typename... Types>
-constexpr ka::img_format_row top_first(const char* name, const ka::img_driver& driver,
-                                       Types... types) {
+constexpr Row top_first(const char* name, const ka::img_driver& driver, Types... types) {
   return row(name, driver, 1, types...);
 }
 
 template <typename... Types>
-constexpr ka::img_format_row bottom_first(const char* name, const ka::img_driver& driver,
-                                          Types... types) {
+constexpr Row bottom_first(const char* name, const ka::img_driver& driver, Types... types) {
   return row(name, driver, 0, types...);
 }
 
 // A format that takes every type.
-constexpr ka::img_format_row of_all_types(ka::img_format_row row) {
+constexpr Row of_all_types(Row row) {
   row.type_map = 0xffffffff;
   return row;
 }
 
+// A format with what sets it apart.
+template <typename... Flags>
+constexpr Row with(Row row, Flags... flags) {
+  ((row.*flags = true), ...);
+  return row;
+}
+
 // A slot without a format.
-constexpr ka::img_format_row kCustom = {
+constexpr Row kCustom = {
     .name = nullptr, .driver = {}, .topdown = 0, .best_type = IMG_TYPE_RGBA, .type_map = 0};
 
 // In the order of the format numbers.
-constexpr ka::img_format_row kBuiltIn[] = {
+constexpr Row kBuiltIn[] = {
     bottom_first("rla", ka::img_driver_rla, IMG_TYPE_RGBA, IMG_TYPE_RGBE),
     bottom_first("rlb", ka::img_driver_rla, IMG_TYPE_RGBA, IMG_TYPE_RGBE),
     top_first("pic", ka::img_driver_pic, IMG_TYPE_RGBA, IMG_TYPE_RGBE),
@@ -82,13 +89,16 @@ constexpr ka::img_format_row kBuiltIn[] = {
     top_first("ppm", ka::img_driver_ppm, IMG_TYPE_RGB, IMG_TYPE_RGB_16, IMG_TYPE_RGB_FP,
               IMG_TYPE_RGBE),
     bottom_first("ctfp", ka::img_driver_ct, IMG_TYPE_RGBA_FP),
-    of_all_types(bottom_first("map", ka::img_driver_map, IMG_TYPE_RGBA)),
+    // A mapping needs its file at full size before the first line.
+    with(of_all_types(bottom_first("map", ka::img_driver_map, IMG_TYPE_RGBA)), &Row::header_at_once,
+         &Row::is_mapped),
     bottom_first("tga", ka::img_driver_targa, IMG_TYPE_RGBA, IMG_TYPE_RGBE),
     bottom_first("bmp", ka::img_driver_bmp, IMG_TYPE_RGBA, IMG_TYPE_RGB, IMG_TYPE_RGBE),
     top_first("qntpal", ka::img_driver_qnt, IMG_TYPE_RGB),
     top_first("qntntsc", ka::img_driver_qnt, IMG_TYPE_RGB),
     top_first("Zpic", ka::img_driver_zpic, IMG_TYPE_Z),
-    of_all_types(bottom_first("null", ka::img_driver_null, IMG_TYPE_RGBA)),
+    with(of_all_types(bottom_first("null", ka::img_driver_null, IMG_TYPE_RGBA)),
+         &Row::takes_any_line, &Row::keeps_no_file),
     bottom_first("mt", ka::img_driver_ct, IMG_TYPE_M),
     bottom_first("bit", ka::img_driver_ct, IMG_TYPE_BIT),
     top_first("tif16", ka::img_driver_tiff, IMG_TYPE_RGBA_16, IMG_TYPE_RGB_16),
@@ -96,7 +106,7 @@ constexpr ka::img_format_row kBuiltIn[] = {
     top_first("tif16-3", ka::img_driver_tiff, IMG_TYPE_RGB_16),
     top_first("tif16-3u", ka::img_driver_tiff, IMG_TYPE_RGB_16),
     top_first("jpg", ka::img_driver_jfif, IMG_TYPE_RGB),
-    top_first("lwi", ka::img_driver_lwi, IMG_TYPE_RGB),
+    with(top_first("lwi", ka::img_driver_lwi, IMG_TYPE_RGB), &Row::takes_any_line),
     top_first("ps", ka::img_driver_ps, IMG_TYPE_RGB, IMG_TYPE_S),
     top_first("eps", ka::img_driver_eps, IMG_TYPE_RGB, IMG_TYPE_S),
     bottom_first("cth", ka::img_driver_ct, IMG_TYPE_RGBE),
@@ -108,8 +118,8 @@ constexpr ka::img_format_row kBuiltIn[] = {
 };
 static_assert(std::size(kBuiltIn) == IMG_FORMAT_CUSTOM);
 
-constinit std::array<ka::img_format_row, IMG_FORMAT_COUNT> formats = [] {
-  std::array<ka::img_format_row, IMG_FORMAT_COUNT> rows;
+constinit std::array<Row, IMG_FORMAT_COUNT> formats = [] {
+  std::array<Row, IMG_FORMAT_COUNT> rows;
   std::fill(std::copy(std::begin(kBuiltIn), std::end(kBuiltIn), rows.begin()), rows.end(), kCustom);
   return rows;
 }();
@@ -240,7 +250,7 @@ int ka_img_custom_format(int format, img_test_function test, img_create_function
       !ka::is_pixel_type(best_type)) {
     return 0;
   }
-  ka::img_format_row& row = formats[std::size_t(format)];
+  Row& row = formats[std::size_t(format)];
   const char* const old_name = row.name;
   row = {.name = ka_mem_strdup(name),
          .driver = {.test = test,

@@ -1,9 +1,9 @@
 // Image buffers: one block that describes itself, read from and written to files as a whole.
 #include <errno.h>
 
-#include <algorithm>
 #include <cstring>
 
+#include <ka/detail/imagelines.h>
 #include <ka/detail/scope.h>
 #include <ka/mem.h>
 
@@ -25,11 +25,10 @@ bool claims_too_many_lines(const img_file* handle) {
   return handle->height > kLineLimit && handle->file_size > 0 && handle->height > handle->file_size;
 }
 
-// Lines without pixels take no bytes of a file, or one each at least: those beyond its size are all
-// alike. They are not read.
+// Drivers outside the library may pack lines without pixels in fewer bytes.
 int lines_to_read(const img_file* handle) {
-  if (handle->width > 0 || handle->format >= IMG_FORMAT_CUSTOM) return handle->height;
-  return int(std::min<std::int64_t>(handle->height, handle->file_size));
+  if (handle->format >= IMG_FORMAT_CUSTOM) return handle->height;
+  return ka::lines_to_read(handle->width, handle->height, handle->file_size);
 }
 
 int image_line(const img_file* handle, int i) {
@@ -131,7 +130,7 @@ int ka_img_image_write(img_file* handle, img_image* image) {
   const ka::ModuleScope scope(KA_IMG);
   const ka::ErrorScope errors(handle);
   const ka::CacheOperation operation(image);
-  if (!handle->stream || handle->magic != IMG_MAGIC || handle->line_count > 0) {
+  if (!ka::img_is_open(handle) || handle->line_count > 0) {
     return ka::img_error(handle, IMG_ERR_NOT_OPEN, 0);
   }
   img_line line{};

@@ -74,7 +74,7 @@ ka_lightmap* begin(img_image* image, std::uint32_t tag) KA_REQUIRES(lightmap_loc
 
 int write_file(ka_lightmap& lightmap) {
   img_file& file = lightmap.file;
-  if (file.magic != IMG_MAGIC) return 1;
+  if (!ka::img_is_open(&file)) return 1;
   const ka::string name = file.name;
   ka_progress("writing lightmap file %s", name.c_str());
   int result = 1;

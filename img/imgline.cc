@@ -7,34 +7,41 @@
 
 namespace {
 
-// Lines that only gain an alpha plane are read in place and need no line between.
-bool needs_line_between(const img_file* handle) {
-  if (ka::img_passes_through(handle)) return false;
-  return handle->writing || !ka::img_adds_alpha_only(handle->type, handle->file_type);
+// Lines after the last one would follow the end of the picture.
+bool is_beyond_last(const img_file* handle) {
+  return handle->line_count >= handle->height && !ka::img_format_at(handle->format).takes_any_line;
 }
 
-void allocate_line_between(img_file* handle) {
-  const int callers_type = handle->type;
-  handle->type = handle->file_type;
-  handle->conversion = ka_img_line_alloc(handle);
-  handle->type = callers_type;
-}
-
-// The planes of a line that lines of `type` have: no driver finds one that its file lacks.
-img_line planes_of_type(const img_line* line, int type) {
+// The driver gets only those planes of the caller's line that the file's type has.
+int read_in_place(img_file* handle, const img_line* line, img_read_function read) {
+  const std::size_t first = ka::first_slot(handle->file_type);
+  const std::size_t end = first + std::size_t(ka_img_ncomp[handle->file_type]);
   img_line planes{};
-  const std::size_t first = ka::first_slot(type);
-  const std::size_t end = first + std::size_t(ka_img_ncomp[type]);
   for (std::size_t slot = first; slot < end; ++slot) {
     ka::set_plane(&planes, slot, ka::plane_of<std::uint8_t>(line, slot));
   }
-  return planes;
+  return read && read(handle, &planes);
 }
 
-// Lines after the last one would follow the end of the picture. Two formats keep none at all.
-bool is_beyond_last(const img_file* handle) {
-  return handle->line_count >= handle->height && handle->format != IMG_FORMAT_NULL &&
-         handle->format != IMG_FORMAT_LWI;
+int read_converted(img_file* handle, img_line* line, img_read_function read) {
+  ka::img_allocate_conversion(handle);
+  const int result = read && read(handle, handle->conversion);
+  ka::img_convert(line, handle->conversion, handle->type, handle->file_type,
+                  ka::img_luminance_weights(), handle->width);
+  return result;
+}
+
+// Has the driver, which may lack the operation, read the next line. Returns its result.
+int read_next(img_file* handle, img_line* line, img_read_function read) {
+  if (handle->lacks_lines) {
+    img_line none{};
+    return read && read(handle, &none);  // fails with the error of the file
+  }
+  const ka::LinePath path = ka::img_line_path(handle);
+  if (path == ka::LinePath::kConverted) return read_converted(handle, line, read);
+  const int result = read_in_place(handle, line, read);
+  if (path == ka::LinePath::kWithAlpha) ka::img_fill_alpha(line, handle->type, handle->width);
+  return result;
 }
 
 int unopened(img_file* handle) { return ka::img_error(handle, IMG_ERR_NOT_OPEN, 0); }
@@ -47,18 +54,20 @@ void report_failed_line(img_file* handle, int result) {
 
 }  // namespace
 
-bool ka::img_passes_through(const img_file* handle) {
-  return handle->type == handle->file_type ||
-         handle->type == ka::compatible_type(handle->file_type);
+ka::LinePath ka::img_line_path(const img_file* handle) {
+  if (handle->type == handle->file_type || handle->type == ka::compatible_type(handle->file_type)) {
+    return LinePath::kDirect;
+  }
+  const bool adds_alpha_only = ka::img_adds_alpha_only(handle->type, handle->file_type);
+  return adds_alpha_only && !handle->writing ? LinePath::kWithAlpha : LinePath::kConverted;
 }
 
-void ka::img_prepare_line_between(img_file* handle) {
-  if (needs_line_between(handle)) allocate_line_between(handle);
-}
-
-bool ka::img_can_read(const img_file* handle) {
-  return handle->magic == IMG_MAGIC && (handle->stream || handle->data.p) && !handle->writing &&
-         handle->has_header;
+void ka::img_allocate_conversion(img_file* handle) {
+  if (handle->conversion) return;
+  const int callers_type = handle->type;
+  handle->type = handle->file_type;
+  handle->conversion = ka_img_line_alloc(handle);
+  handle->type = callers_type;
 }
 
 void ka::img_set_default_error(img_file* handle, bool is_called, int code) {
@@ -87,21 +96,7 @@ int ka_img_line_read(img_file* handle, img_line* line) {
   const ka::ErrorScope errors(handle);
   if (!ka::img_can_read(handle)) return unopened(handle);
   const auto read = ka::img_format_at(handle->format).driver.read;
-  int result = 0;
-  if (handle->lacks_lines) {
-    img_line none{};
-    result = read && read(handle, &none);
-  } else if (needs_line_between(handle)) {
-    if (!handle->conversion) allocate_line_between(handle);
-    result = read && read(handle, handle->conversion);
-    ka::img_convert(line, handle->conversion, handle->type, handle->file_type,
-                    ka::img_luminance_weights(), handle->width);
-  } else {
-    img_line planes = planes_of_type(line, handle->file_type);
-    result = read && read(handle, &planes);
-    if (!ka::img_passes_through(handle)) ka::img_fill_alpha(line, handle->type, handle->width);
-  }
-  result = ka::img_settle(handle, read, result, IMG_ERR_READ);
+  const int result = ka::img_settle(handle, read, read_next(handle, line, read), IMG_ERR_READ);
   report_failed_line(handle, result);
   ++handle->line_count;
   return result;
@@ -110,12 +105,12 @@ int ka_img_line_read(img_file* handle, img_line* line) {
 int ka_img_line_write(img_file* handle, img_line* line) {
   const ka::ModuleScope scope(KA_IMG);
   const ka::ErrorScope errors(handle);
-  if (!handle->stream || !handle->writing) return unopened(handle);
+  if (!ka::img_can_write(handle)) return unopened(handle);
   if (!ka::img_write_header(handle)) return 0;
   if (handle->line_count == -1) handle->line_count = 0;
   if (handle->height == 0) return 1;
-  if (needs_line_between(handle)) {
-    if (!handle->conversion) allocate_line_between(handle);
+  if (ka::img_line_path(handle) == ka::LinePath::kConverted) {
+    ka::img_allocate_conversion(handle);
     ka::img_convert(handle->conversion, line, handle->file_type, handle->type,
                     ka::img_luminance_weights(), handle->width);
     line = handle->conversion;

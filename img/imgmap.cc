@@ -67,9 +67,7 @@ bool is_complete(int file, std::int64_t bytes) {
   return fstat(file, &status) == 0 && status.st_size >= bytes;
 }
 
-bool is_open_for_reading(const img_file* handle) {
-  return handle->magic == IMG_MAGIC && handle->stream && handle->data.p && !handle->writing;
-}
+bool is_map(const img_file* handle) { return ka::img_format_at(handle->format).is_mapped; }
 
 bool is_type_wanted(const img_file* handle, int type) {
   return handle->type == type || handle->type == IMG_TYPE_FILE;
@@ -165,8 +163,8 @@ int ka::img_mmap_map(img_file* handle, bool writing) {
 
 img_image* ka::img_address_map(img_file* handle) {
   const ErrorScope errors(handle);
-  if (handle->format != IMG_FORMAT_MAP) return nullptr;
-  if (!is_open_for_reading(handle)) return not_mapped();
+  if (!is_map(handle)) return nullptr;
+  if (!ka::img_can_read(handle)) return not_mapped();
   auto& [head, mapping, tables, planes] = ka::state_of<ka::MapState>(handle);
   if (is_refused(handle, head) || !check_levels(handle, head)) return nullptr;
   if (!mapping.start() && !ka::img_mmap_map(handle, false)) return not_mapped();
@@ -180,7 +178,7 @@ img_image* ka::img_address_map(img_file* handle) {
 }
 
 std::uint32_t ka::img_cache_map(img_file* handle, std::uint32_t* tag) {
-  if (handle->format != IMG_FORMAT_MAP || !is_open_for_reading(handle) || !handle->name) return 0;
+  if (!is_map(handle) || !ka::img_can_read(handle) || !handle->name) return 0;
   const ka::MapHead& head = ka::state_of<ka::MapState>(handle).head;
   if (!is_type_wanted(handle, head.type)) {
     ka_nwarning(kWrongTypeToCache, "image file %s cannot be cached, contains %s, need %s",

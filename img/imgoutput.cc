@@ -33,6 +33,10 @@ constexpr int kMostNames = 100;             // tried for a temporary file
 constexpr std::size_t kTemporaryRoom = 32;  // of such a name
 constexpr char kAccessList[] = "system.posix_acl_access";
 
+bool keeps_no_file(const img_file* handle) {
+  return ka::img_format_at(handle->format).keeps_no_file;
+}
+
 // The length of the folder part of a path, with its slash; 0: the current folder.
 std::size_t folder_length(std::string_view path) { return path.rfind('/') + 1; }
 
@@ -259,7 +263,7 @@ bool is_closed_folder(int failure) {
 // number; none when the open one has to be written itself.
 std::optional<int> write_beside(img_file* handle, const char* path, int file,
                                 const struct statx& status) {
-  if (handle->format == IMG_FORMAT_NULL || !is_replaceable(status)) return std::nullopt;
+  if (keeps_no_file(handle) || !is_replaceable(status)) return std::nullopt;
   const ka::string target = without_links(path);
   if (!is_at(status, target) || keeps_names(target)) return std::nullopt;
   const int beside = open_beside(handle, target, status.stx_mode & kPermissions);
@@ -301,8 +305,7 @@ int open_existing(img_file* handle, const char* path, int file) {
 
 int open_new(img_file* handle, const char* path) {
   const ka::string target = without_links(path);
-  if (target.empty() || target.ends_with('/') || handle->format == IMG_FORMAT_NULL ||
-      keeps_names(target)) {
+  if (target.empty() || target.ends_with('/') || keeps_no_file(handle) || keeps_names(target)) {
     const int file = open_beyond_streams(path, O_RDWR | O_CREAT, kNewFile);
     return file < 0 ? errno : open_existing(handle, path, file);
   }
@@ -372,7 +375,7 @@ int ka::img_close_stream(img_file* handle) {
   const int closing = handle->stream ? close_file(handle) : 0;
   if (failure == 0) failure = closing;
   if (failure != 0 || is_short) return img_error(handle, IMG_ERR_CLOSE, failure);
-  if (is_complete && handle->format != IMG_FORMAT_NULL) img_release_names(handle);
+  if (is_complete && !keeps_no_file(handle)) img_release_names(handle);
   return 1;
 }
 

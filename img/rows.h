@@ -6,6 +6,8 @@
 #include <array>
 #include <bit>
 #include <cstddef>
+#include <cstdint>
+#include <span>
 
 #include "linekernels.h"
 #include "stream.h"
@@ -40,6 +42,23 @@ template <typename Sample, std::size_t Components>
                   });
 }
 
+// Reads a table of numbers that the file stores as `Stored`, through a buffer of at least 4 KiB.
+// False as read_row is.
+template <typename Stored>
+[[nodiscard]] bool read_numbers(FileReader& in, std::span<std::uint32_t> numbers,
+                                std::endian order) {
+  std::array<Stored, 1024> part;
+  while (!numbers.empty()) {
+    const std::size_t count = std::min(numbers.size(), part.size());
+    const auto bytes = in.take(count * sizeof(Stored));
+    if (bytes.empty()) return false;
+    split<Stored, 1>(bytes.data(), {part.data()}, count, order);
+    std::copy_n(part.begin(), count, numbers.begin());
+    numbers = numbers.subspan(count);
+  }
+  return true;
+}
+
 // Writes a row of `count` pixels. False when the system failed, see out.error().
 template <typename Sample, std::size_t Components>
 [[nodiscard]] bool write_row(FileWriter& out, const std::array<Sample*, Components>& planes,
@@ -50,6 +69,12 @@ template <typename Sample, std::size_t Components>
                                              part, pixels, order);
                     return out.error() == 0;
                   });
+}
+
+// Writes a table of numbers of 32 bits. A failure of the system is out.error().
+inline void write_numbers(FileWriter& out, std::span<const std::uint32_t> numbers,
+                          std::endian order) {
+  (void)write_row<const std::uint32_t, 1>(out, {numbers.data()}, numbers.size(), order);
 }
 
 }  // namespace ka

@@ -12,6 +12,7 @@
 #include <ka/detail/mutex.h>
 #include <ka/detail/paths.h>
 #include <ka/detail/scope.h>
+#include <ka/detail/textlines.h>
 #include <ka/message.h>
 #include <ka/registry.h>
 #include <ka/trans.h>
@@ -100,7 +101,7 @@ std::optional<std::string_view> take_piece(std::string_view& from, char delimite
 
 void parse_rules(std::string_view text, SubstRules& rules) {
   for (;;) {
-    text.remove_prefix(std::min(text.find_first_not_of(ka::kBlanks), text.size()));
+    ka::skip_blanks(text, ka::kBlanks);
     if (text.empty()) return;
     const char delimiter = text.front();
     text.remove_prefix(1);

@@ -9,6 +9,7 @@
 
 #include <ka/detail/context.h>
 #include <ka/detail/scope.h>
+#include <ka/detail/textlines.h>
 
 #include "messagelog.h"
 
@@ -69,15 +70,13 @@ void report_invalid_list() {
   ka_nerror(48, "%s", text);
 }
 
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
-
 // The bits that an item represents; false for a name that is not known.
 bool find_group(std::string_view item, std::uint32_t& bits) {
-  if (!item.empty() && is_digit(item.front())) {
+  if (!item.empty() && ka::is_digit(item.front())) {
     unsigned number =
         0;  // only the low five bits count, so the wrapped value of a long number is as good
     for (const char c : item) {
-      if (!is_digit(c)) break;
+      if (!ka::is_digit(c)) break;
       number = number * 10 + unsigned(c - '0');
     }
     bits = std::uint32_t{1} << number % 32;

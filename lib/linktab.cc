@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <optional>
 
+#include <ka/detail/textlines.h>
 #include <ka/message.h>
 
 #include "substrules.h"
@@ -44,21 +45,19 @@ std::string_view first_field(std::string_view line) {
   return line.substr(0, line.find_first_of(kBlanks));
 }
 
-std::string_view skip_blanks(std::string_view line) {
-  return line.substr(std::min(line.find_first_not_of(kBlanks), line.size()));
-}
-
 class LinktabReader {
  public:
   LinktabReader(const char* file, ka::SubstRules& rules) : file_(file), rules_(rules) {}
 
   void parse(std::string_view line) {
     ++number_;
-    line = skip_blanks(line.substr(0, line.find('\r')));
+    line = line.substr(0, line.find('\r'));
+    ka::skip_blanks(line, kBlanks);
     if (line.empty() || line.front() == '#') return;
     const auto nt_path = take_nt_path(line);
     if (!nt_path) return;
-    const std::string_view unix_string = first_field(skip_blanks(line));
+    ka::skip_blanks(line, kBlanks);
+    const std::string_view unix_string = first_field(line);
     if (unix_string.empty()) return ka_debug("%s %d: missing UNIX string", file_, number_);
     ka::subst_add_rule(rules_, with_slashes(unix_string), *nt_path);
   }
@@ -128,11 +127,10 @@ std::optional<ka::string> read_file(const char* name) {
   return std::nullopt;
 }
 
-// Takes the next line off the text, without what passes its greatest length.
-std::string_view take_line(std::string_view& text) {
-  const std::string_view line = text.substr(0, text.find('\n'));
-  text.remove_prefix(std::min(line.size() + 1, text.size()));
-  return line.substr(0, kMaxLine);
+// Takes the next line off the text, without its line feed and what passes its greatest length.
+std::string_view take_limited_line(std::string_view& text) {
+  const std::string_view line = ka::take_line(text);
+  return line.substr(0, std::min(line.find('\n'), kMaxLine));
 }
 
 }  // namespace
@@ -149,6 +147,6 @@ void ka::subst_read_linktab(SubstRules& rules) {
   if (!file) return;
   ka_info("reading Softimage ini file \"%s\"", name);
   LinktabReader reader(name, rules);
-  for (std::string_view rest = *file; !rest.empty();) reader.parse(take_line(rest));
+  for (std::string_view rest = *file; !rest.empty();) reader.parse(take_limited_line(rest));
   ka_debug("finished reading \"%s\"", name);
 }

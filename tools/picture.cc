@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <climits>
 
+#include <ka/detail/imagelines.h>
 #include <ka/message.h>
 
 #include "explain.h"
@@ -95,14 +96,13 @@ void Picture::read_rest() {
   }
 }
 
+int Picture::lines_to_read() const {
+  return ka::lines_to_read(file_.width, file_.height, file_.file_size);
+}
+
 void Picture::close() {
   failed_step_ = "cannot close %s";
   if (!ka_img_close(&file_)) report_error();
-}
-
-int Picture::lines_to_read() const {
-  if (file_.width > 0) return file_.height;
-  return int(std::min<std::int64_t>(file_.height, file_.file_size));
 }
 
 ka::LinePlanes Picture::planes() const {

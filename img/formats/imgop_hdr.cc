@@ -4,7 +4,6 @@
 #include <errno.h>
 
 #include <algorithm>
-#include <charconv>
 #include <string_view>
 
 #include <ka/version.h>
@@ -12,7 +11,7 @@
 #include "driver.h"
 #include "drivers.h"
 #include "rle.h"
-#include "stream.h"
+#include "textreader.h"
 
 namespace ka {
 
@@ -44,56 +43,31 @@ struct HdrState {
   Buffer packets;  // of one plane that is written
 };
 
-// The next line of a text with its line feed; the last one may lack it.
-std::string_view next_line(std::string_view& text) {
-  const std::string_view line = text.substr(0, text.find('\n')).size() < text.size()
-                                    ? text.substr(0, text.find('\n') + 1)
-                                    : text;
-  text.remove_prefix(line.size());
-  return line;
-}
-
-std::string_view as_text(std::span<const std::uint8_t> bytes) {
-  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
-}
-
 bool names_encoding(std::string_view line) {
-  line.remove_prefix(std::min(line.find_first_not_of(" \t"), line.size()));
+  skip_blanks(line, " \t");
   return line.starts_with(kEncoding);
 }
 
 // Moves after the first empty line; false when there is none.
 bool skip_header(FileReader& in) {
-  int last = 0, byte = 0;
-  while (last != '\n' || byte != '\n') {
-    last = byte;
-    byte = in.get();
-    if (byte == FileReader::kEnd) return false;
-  }
-  return true;
+  int c = 0;
+  while (c != '\n' && c != FileReader::kEnd) c = skip_line(in) ? in.get() : FileReader::kEnd;
+  return c == '\n';
 }
 
-// A number that does not fit an int counts as 0.
-int take_number(std::string_view& text) {
-  int number = 0;
-  const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), number);
-  text.remove_prefix(std::size_t(end - text.data()));
-  return failure == std::errc() ? number : 0;
-}
-
-// Signs and axes represent the numbers after them; an axis that is left out is the other one.
+// Signs and axes represent the numbers after them; an axis that is left out is the other one. A
+// number that does not fit an int counts as 0.
 Resolution parse_resolution(std::string_view line) {
   Resolution resolution;
   bool is_negative = false, is_y = false;
   while (!line.empty()) {
-    const char c = line.front();
-    if (c >= '0' && c <= '9') {
-      const int number = take_number(line);
-      (is_y ? resolution.height : resolution.width) = number;
+    if (const auto number = take_decimal(line)) {
+      (is_y ? resolution.height : resolution.width) = number->fits() ? number->value() : 0;
       (is_y ? resolution.topdown : resolution.mirrored) = is_negative;
       is_y = !is_y;
       continue;
     }
+    const char c = line.front();
     if (c == '+' || c == '-') is_negative = c == '-';
     if (c == 'x' || c == 'X' || c == 'y' || c == 'Y') is_y = c == 'y' || c == 'Y';
     line.remove_prefix(1);
@@ -155,10 +129,10 @@ int img_test_hdr(img_file* handle, const std::uint8_t* head) {
   in.start(handle, 0, kTestedBytes + kLongestLine);
   const std::string_view text = as_text(in.ahead(kTestedBytes + kLongestLine));
   std::string_view rest = text;
-  const std::string_view magic = next_line(rest);
+  const std::string_view magic = take_line(rest);
   if (magic != kMagic && magic != kOlderMagic) return 0;
   while (!rest.empty() && text.size() - rest.size() <= kTestedBytes) {
-    const std::string_view line = next_line(rest);
+    const std::string_view line = take_line(rest);
     if (line == "\n") return 0;
     if (names_encoding(line)) return 1;
   }
@@ -172,13 +146,11 @@ int img_open_hdr(img_file* handle, const std::uint8_t* /*head*/) {
   if (!skip_header(in)) {
     return img_refuse(handle, IMG_ERR_SIZE, errno, "the header has no empty line at its end");
   }
-  std::string_view ahead = as_text(in.ahead(kLongestResolution)).substr(0, kLongestResolution);
-  if (ahead.empty()) {
+  const std::string_view line = read_text(in, kLongestResolution);
+  if (line.empty()) {
     return img_refuse(handle, IMG_ERR_SIZE, errno, "the file ends before its width and height");
   }
-  const std::string_view line = next_line(ahead);
   const Resolution resolution = parse_resolution(line);
-  (void)in.take(line.size());
   handle->width = resolution.width;
   handle->height = resolution.height;
   handle->topdown = resolution.topdown;

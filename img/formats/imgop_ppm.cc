@@ -15,6 +15,7 @@
 #include "driver.h"
 #include "drivers.h"
 #include "rows.h"
+#include "textreader.h"
 
 namespace ka {
 
@@ -34,18 +35,7 @@ struct Header {
   int range;          // the largest sample, of P3 and P6 files
 };
 
-bool is_digit(int c) { return c >= '0' && c <= '9'; }
 bool is_blank(int c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
-
-// value * 10 + digit, held at the largest int.
-int append_digit(int value, int digit) {
-  int product, sum;
-  if (__builtin_mul_overflow(value, 10, &product) ||
-      __builtin_add_overflow(product, digit - '0', &sum)) {
-    return INT_MAX;
-  }
-  return sum;
-}
 
 // The numbers of the header: width, height, largest sample; PF files state their range with two.
 // The reader stands after the line feed that ends the header. Empty for anything that is not a
@@ -57,7 +47,7 @@ class HeaderParser {
   std::optional<Header> parse(std::size_t numbers) {
     int c = in_.get();
     for (;;) {
-      if (c == '#') c = skip_comment();
+      if (c == '#') c = skip_line(in_) ? '\n' : FileReader::kEnd;
       if (c == '\n' && count_ == numbers) return Header{values_[0], values_[1], values_[2]};
       if (is_digit(c)) {
         if (count_ == numbers) return std::nullopt;
@@ -71,23 +61,15 @@ class HeaderParser {
   }
 
  private:
-  // Returns the line feed that ends the comment, or the end of the file.
-  int skip_comment() {
-    int c = in_.get();
-    while (c != '\n' && c != FileReader::kEnd) c = in_.get();
-    return c;
-  }
-
   // Returns the character after the number. The range of a PF file is written with fractions and
   // exponents.
   int read_number(int c) {
     const bool is_range = count_ >= 2;
-    int value = 0;
-    for (; is_digit(c) || (is_range && (c == '.' || c == '-' || c == 'e' || c == 'E'));
-         c = in_.get()) {
-      if (is_digit(c)) value = append_digit(value, c);
+    DecimalNumber number;
+    while (number.add(c) || (is_range && (c == '.' || c == '-' || c == 'e' || c == 'E'))) {
+      c = in_.get();
     }
-    values_[count_++] = value;
+    values_[count_++] = number.value();
     return c;
   }
 
@@ -122,9 +104,9 @@ class TextLine {
     const bool negative = last_ == '-';
     if (negative) last_ = in_.get();
     if (!is_digit(last_)) return std::nullopt;
-    int value = 0;
-    for (; is_digit(last_); last_ = in_.get()) value = append_digit(value, last_);
-    return negative ? std::uint8_t{0} : std::uint8_t(std::min(value, 255));
+    DecimalNumber number;
+    while (number.add(last_)) last_ = in_.get();
+    return negative ? std::uint8_t{0} : std::uint8_t(std::min(number.value(), 255));
   }
 
   // A floating-point sample, 0 for text that is not a number; empty at the end of the file.

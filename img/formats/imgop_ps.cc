@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -17,6 +16,7 @@
 #include "driver.h"
 #include "drivers.h"
 #include "rows.h"
+#include "textreader.h"
 
 namespace ka {
 
@@ -29,6 +29,7 @@ constexpr std::string_view kDataComment = "% lu image data";
 constexpr std::string_view kPsTrailer = "grestore\ngrestore\ngrestore\nshowpage\n%%Trailer\n";
 constexpr std::string_view kEpsTrailer = "grestore\ngrestore\nshowpage\n%%Trailer\n";
 
+constexpr std::string_view kBlanks = " \t\n\v\f\r";
 constexpr std::size_t kLongestText = 255;  // characters that are read as one line of text
 constexpr std::size_t kTextSamples = 39;   // of a full line of text: 13 pixels, or 39 grey ones
 constexpr std::size_t kTextDigits = 2 * kTextSamples;
@@ -43,30 +44,15 @@ struct Picture {
   int type;
 };
 
-// The next line of text with its line feed; empty at the end of the file, and when the system
-// failed, with the reason in errno. What is longer comes in pieces.
-std::string_view read_text(FileReader& in) {
-  const auto ahead = in.ahead(kLongestText);
-  const std::size_t most = std::min(ahead.size(), kLongestText);
-  if (most == 0) return {};
-  const void* const end = std::memchr(ahead.data(), '\n', most);
-  const std::size_t length =
-      end ? std::size_t(static_cast<const std::uint8_t*>(end) - ahead.data()) + 1 : most;
-  return {reinterpret_cast<const char*>(in.take(length).data()), length};
-}
-
-void skip_blanks(std::string_view& text) {
-  text.remove_prefix(std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size()));
-}
-
-// Takes a decimal number from the front of the text, after blanks; it may have a sign.
+// Takes a number from the front of the text, after blanks; it may have a sign.
 bool take_number(std::string_view& text, int& number) {
-  skip_blanks(text);
-  if (text.starts_with('+') && !text.starts_with("+-")) text.remove_prefix(1);
-  const char* const end = text.data() + text.size();
-  const auto result = std::from_chars(text.data(), end, number);
-  text.remove_prefix(std::size_t(result.ptr - text.data()));
-  return result.ec == std::errc() && number >= 0;
+  skip_blanks(text, kBlanks);
+  const bool is_negative = text.starts_with('-');
+  if (is_negative || text.starts_with('+')) text.remove_prefix(1);
+  const auto found = take_decimal(text);
+  if (!found || !found->fits()) return false;
+  number = found->value();
+  return !is_negative || number == 0;
 }
 
 // What follows the prefix of the comment before the pixels: width, height, and a word of which
@@ -74,7 +60,7 @@ bool take_number(std::string_view& text, int& number) {
 std::optional<Picture> parse_data_comment(std::string_view text) {
   Picture picture{};
   if (!take_number(text, picture.width) || !take_number(text, picture.height)) return std::nullopt;
-  skip_blanks(text);
+  skip_blanks(text, kBlanks);
   const char letter = text.empty() ? '\0' : text[0];
   if (letter != 'c' && letter != 'g') return std::nullopt;
   picture.type = letter == 'c' ? IMG_TYPE_RGB : IMG_TYPE_S;
@@ -86,14 +72,14 @@ int open_text(img_file* handle, int first_lines) {
   auto state = make_state<PsState>(handle);
   FileReader& in = state->in;
   in.start(handle, 0);
-  for (int i = 0; i < first_lines; ++i) (void)read_text(in);
-  if (read_text(in) != kCreator) {
+  for (int i = 0; i < first_lines; ++i) (void)read_text(in, kLongestText);
+  if (read_text(in, kLongestText) != kCreator) {
     return img_refuse(handle, IMG_ERR_SUBTYPE, 0,
                       "only PostScript that this library wrote is read");
   }
   std::string_view text;
   do {
-    text = read_text(in);
+    text = read_text(in, kLongestText);
     if (text.empty()) {
       return img_refuse(handle, IMG_ERR_CORRUPT, errno, "the comment before the pixels is missing");
     }
@@ -103,7 +89,7 @@ int open_text(img_file* handle, int first_lines) {
     return img_refuse(handle, IMG_ERR_CORRUPT, 0,
                       "the comment before the pixels lacks width, height or kind");
   }
-  if (read_text(in).empty()) {
+  if (read_text(in, kLongestText).empty()) {
     return img_refuse(handle, IMG_ERR_CORRUPT, errno, "the file ends before the pixels");
   }
   handle->width = picture->width;
@@ -148,7 +134,7 @@ constexpr auto& digits_kernels = kernels_of<parse_digits>;
 // line feed further in front is no digit and will be found as such.
 std::string_view read_digits(FileReader& in, std::size_t wanted) {
   const auto ahead = in.ahead(kLongestText);
-  if (ahead.size() <= wanted || ahead[wanted] != '\n') return read_text(in);
+  if (ahead.size() <= wanted || ahead[wanted] != '\n') return read_text(in, kLongestText);
   return {reinterpret_cast<const char*>(in.take(wanted + 1).data()), wanted};
 }
 

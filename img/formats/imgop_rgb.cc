@@ -6,12 +6,12 @@
 #include <algorithm>
 #include <array>
 #include <limits>
-#include <optional>
 
 #include "driver.h"
 #include "drivers.h"
 #include "linekernels.h"
 #include "rle.h"
+#include "rows.h"
 #include "stream.h"
 
 namespace ka {
@@ -94,17 +94,6 @@ int file_type_of(const Header& header) {
   return deep ? IMG_TYPE_RGB_16 : IMG_TYPE_RGB;
 }
 
-std::optional<vector<std::uint32_t>> read_table(FileReader& in, std::size_t rows) {
-  vector<std::uint32_t> table(rows);
-  const std::span bytes(reinterpret_cast<std::uint8_t*>(table.data()),
-                        rows * sizeof(std::uint32_t));
-  if (!in.read(bytes)) return std::nullopt;
-  for (std::uint32_t& entry : table) {
-    entry = ByteCursor({reinterpret_cast<const std::uint8_t*>(&entry), sizeof entry}).be32();
-  }
-  return table;
-}
-
 // Both tables, or false when the file does not hold them.
 bool read_tables(RgbState& state) {
   const std::size_t rows = state.header.rows();
@@ -112,10 +101,10 @@ bool read_tables(RgbState& state) {
   in.seek(kHeaderBytes);
   errno = 0;
   if (in.left() < 8 * std::uint64_t{rows}) return false;
-  auto start = read_table(in, rows);
-  auto length = start ? read_table(in, rows) : std::nullopt;
-  if (!length) return false;
-  state.table = {std::move(*start), std::move(*length)};
+  for (auto* const table : {&state.table.start, &state.table.length}) {
+    table->resize(rows);
+    if (!read_numbers<std::uint32_t>(in, *table, std::endian::big)) return false;
+  }
   return true;
 }
 
@@ -216,10 +205,6 @@ int put_plane(img_file* handle, img_line* line, std::size_t channel) {
   }
 }
 
-void write_table(FileWriter& out, const vector<std::uint32_t>& table) {
-  for (const std::uint32_t entry : table) ByteWriter(out.put(sizeof entry)).be32(entry);
-}
-
 void write_header(const img_file* handle, RgbState& state) {
   const Header& header = state.header;
   ByteWriter out(state.out.put(kUsedBytes));
@@ -240,8 +225,8 @@ void write_header(const img_file* handle, RgbState& state) {
 // Stores what was collected while the rows were written.
 void img_rgb_copyout(const img_file* handle, RgbState& state) {
   state.out.seek(kHeaderBytes);
-  write_table(state.out, state.table.start);
-  write_table(state.out, state.table.length);
+  write_numbers(state.out, state.table.start, std::endian::big);
+  write_numbers(state.out, state.table.length, std::endian::big);
   state.out.seek(0);
   write_header(handle, state);
 }

@@ -129,7 +129,7 @@ int read_table(img_file* handle, RlaState& state) {
                       height);
   }
   state.offsets.resize(height);
-  if (!read_row<std::uint32_t, 1>(state.in, {state.offsets.data()}, height, std::endian::big)) {
+  if (!read_numbers<std::uint32_t>(state.in, state.offsets, std::endian::big)) {
     return img_error(handle, IMG_ERR_READ, errno);
   }
   const auto is_sound = [&](std::uint32_t offset) {
@@ -274,11 +274,6 @@ void write_header(const img_file* handle, FileWriter& file) {
   out.zeros(76);  // auxiliary channels, space, next
 }
 
-bool write_table(RlaState& state) {
-  return write_row<const std::uint32_t, 1>(state.out, {state.offsets.data()}, state.offsets.size(),
-                                           std::endian::big);
-}
-
 }  // namespace
 
 int img_test_rla(img_file* /*handle*/, const std::uint8_t* head) {
@@ -323,7 +318,8 @@ int img_create_rla(img_file* handle) {
   state->record = Buffer(kWritten * (kLengthBytes + compact_bound(width, 1)));
   state->out.start(handle);
   write_header(handle, state->out);
-  if (!write_table(*state)) return img_error(handle, IMG_ERR_WRITE, state->out.error());
+  write_numbers(state->out, state->offsets, std::endian::big);
+  if (state->out.error() != 0) return img_error(handle, IMG_ERR_WRITE, state->out.error());
   handle->data.p = state.release();
   return 1;
 }
@@ -356,7 +352,7 @@ int img_close_rla(img_file* handle) {
   const auto state = take_state<RlaState>(handle);
   if (!state || !handle->writing || handle->error) return 1;
   state->out.seek(kHeaderBytes);
-  (void)write_table(*state);
+  write_numbers(state->out, state->offsets, std::endian::big);
   return finish_file(handle, state->out, IMG_ERR_WRITE);
 }
 

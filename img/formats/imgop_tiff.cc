@@ -10,6 +10,7 @@
 
 #include "drivers.h"
 #include "img_tiff.h"
+#include "rows.h"
 
 namespace ka {
 
@@ -35,16 +36,13 @@ bool holds(Source& file, const Entry& entry) {
 
 // Reads the first values of an entry that has as many. False when the file ends before.
 bool read_values(Source& file, const Entry& entry, std::span<std::uint32_t> values) {
-  ByteCursor field(entry.field);
   if (!holds(file, entry)) return false;
-  for (std::uint32_t& value : values) {
-    if (entry.bytes() > entry.field.size()) {
-      const auto bytes = file.in.take(entry.value_bytes());
-      if (bytes.empty()) return false;
-      field = ByteCursor(bytes);
-    }
-    value = file.value(field, entry);
+  if (entry.bytes() > entry.field.size()) {
+    return entry.type == tiff::kShort ? read_numbers<std::uint16_t>(file.in, values, file.order)
+                                      : read_numbers<std::uint32_t>(file.in, values, file.order);
   }
+  ByteCursor field(entry.field);
+  for (std::uint32_t& value : values) value = file.value(field, entry);
   return true;
 }
 
