@@ -121,15 +121,6 @@ TEST_F(Trans, SayWhyTheyRefuse) {
   ka_db_init();
 }
 
-TEST_F(Trans, SessionsKnowTheirParents) {
-  for (int i = 0; i < 65; ++i) EXPECT_TRUE(ka_trans_begin(KA_TRANS_SESSION));
-  const auto* const words = static_cast<const std::uint32_t*>(ka_db_access(ka_session_get()));
-  EXPECT_EQ(ka_db_size(ka_session_get()), 260U);
-  for (std::uint32_t i = 1; i < 65; ++i) EXPECT_EQ(words[i], (1U << 10) + i - 1);
-  EXPECT_EQ(messages_of([] { ka_trans_begin(KA_TRANS_SESSION); }, KA_WARNING),
-            (Texts{"272007 session stack overflow for session 0x440"}));
-}
-
 // The thread that ends a transaction is not the last one in it.
 TEST_F(Trans, StayWithTheThreadsThatAreStillAttached) {
   ASSERT_TRUE(ka_trans_begin(KA_TRANS_TRANSACTION));

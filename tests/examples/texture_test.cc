@@ -35,13 +35,4 @@ TEST(TextureExample, BakesALightmap) {
   }
 }
 
-TEST(TextureExample, SaysWhatItCannotWrite) {
-  const test::Scratch scratch;
-  EXPECT_EQ(bake(scratch.path("missing"), "lightmap.tif").status, 1);
-  const test::Outcome outcome = bake(scratch.path("."), "missing/lightmap.tif");
-  EXPECT_EQ(outcome.status, 1);
-  EXPECT_TRUE(outcome.out.starts_with("4 threads baked 0 pixels")) << outcome.out;
-  EXPECT_NE(outcome.err.find("101022: cannot create file"), std::string::npos) << outcome.err;
-}
-
 }  // namespace

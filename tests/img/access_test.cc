@@ -80,27 +80,6 @@ TEST(ColorAccess, SamplesAreStoredAndFetched) {
   }
 }
 
-TEST(ScalarAccess, IsStoredAndFetched) {
-  const struct {
-    int type;
-    float given, fetched;
-  } rows[] = {
-      {IMG_TYPE_S, 0.25F, 64 / 255.0F},  // 63.75 + 0.5
-      {IMG_TYPE_S, -1, 0},
-      {IMG_TYPE_S_16, 0.25F, 16384 / 65535.0F},
-      {IMG_TYPE_BIT, 0.5F, 1},
-      {IMG_TYPE_BIT, 0.4F, 0},
-      {IMG_TYPE_RGBA, 0.25F, 64 / 255.0F},  // their alpha
-      {IMG_TYPE_RGB, 1, 0}                  // with two or three components there is none
-  };
-  for (const auto& [type, given, fetched] : rows) {
-    SCOPED_TRACE(ka_img_type_name(type));
-    const Image image = make_image(type, 10, 2);
-    ka_img_put_scalar(image.get(), given, 9, 1);
-    EXPECT_EQ(scalar(image.get(), 9, 1), fetched);
-  }
-}
-
 // What a pixel can be other than a color.
 struct Data {
   Vector vector, normal;

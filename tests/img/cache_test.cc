@@ -103,23 +103,6 @@ TEST_P(EveryCachedType, IsTheImageOfTheFile) {
   EXPECT_TRUE(ka::img_cache_image_remove(other));
 }
 
-TEST_P(EveryCachedType, IsWrittenAndConverted) {
-  const Texture texture(GetParam(), 13, 7);
-  const test::Scratch scratch;
-  const std::string path = scratch.path("b");
-  ASSERT_EQ(test::write_image(path, IMG_FORMAT_MAP, texture.image()), IMG_ERR_NONE);
-  for (const int to : {GetParam(), int{IMG_TYPE_RGBA_FP}}) {
-    const test::Image line = test::make_image(to, 13, 1), again = test::read_image(path, to);
-    for (const img_image* from : {texture.copy(), texture.image()}) {
-      img_line record{};
-      int components = 0, bits = 0;
-      test::point_at(record, line.get(), 0);
-      EXPECT_EQ(ka_img_convert(&record, &components, &bits, from, 3, to), 1);
-      EXPECT_EQ(test::planes_of(line.get(), 0), test::planes_of(again.get(), 3));
-    }
-  }
-}
-
 INSTANTIATE_TEST_SUITE_P(Types, EveryCachedType, testing::Range(0, int(IMG_TYPE_COUNT)));
 
 // 600 pages, of which the thread keeps between 256 and 289 + 255.
@@ -301,39 +284,6 @@ TEST_F(Cache, ThreadsKeepToTheirDescriptors) {
   EXPECT_EQ(test::open_descriptors(), files);
   EXPECT_EQ(textures[0]->get(0), nullptr);
   for (const std::size_t i : {0U, 2U, 3U}) ka_mem_release(textures[i]->image());  // not the cache's
-}
-
-TEST_F(Cache, TheEnvironmentSaysWhatIsLarge) {
-  img_file handle{};
-  handle.format = IMG_FORMAT_MAP;
-  const auto is_preferred = [&] { return ka::img_cache_prefer(ka::img_context(), &handle); };
-  const std::pair<const char*, std::int64_t> rows[] = {
-      {"-5", 16777216}, {"many", 16777216}, {"7", 7168}, {"8388608", 8589934592}};
-  for (const auto& [limit, bytes] : rows) {
-    setenv("KA_1TC_LIMIT", limit, 1);
-    const Texts told = messages_of([] { restart(); }, kReports);
-    unsetenv("KA_1TC_LIMIT");
-    EXPECT_EQ(told, bytes == 16777216
-                        ? Texts{}
-                        : Texts{"cache map textures bigger than " + std::to_string(bytes)});
-    for (const int more : {0, 1}) {
-      handle.file_size = bytes + more;
-      EXPECT_EQ(is_preferred(), more == 1) << limit;
-    }
-  }
-  handle.format = IMG_FORMAT_PPM;
-  EXPECT_FALSE(is_preferred());
-  for (const int request : {3, 2}) {
-    ka_img_cache_request(request);
-    EXPECT_EQ(is_preferred(), request > 2);
-  }
-}
-
-TEST_F(Cache, EndTellsHowLargeItWas) {
-  touch(Texture(IMG_TYPE_S), 0, 5);
-  EXPECT_EQ(messages_of([] { ka::img_cache_exit(); }, kReports),
-            Texts{"texture cache: maximum 5 pages, 5 flushes"});
-  EXPECT_EQ(messages_of([] { ka::img_cache_exit(); }, kReports), Texts{});
 }
 
 }  // namespace

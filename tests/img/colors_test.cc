@@ -51,20 +51,6 @@ TEST(Clip, ColorIsWhatTheModeSays) {
   }
 }
 
-// Neither clipped nor corrected.
-TEST(Colors, AreKeptByImagesThatHoldAnyColor) {
-  const Mode mode({.gamma = 2.2F});
-  const Color bright = {4, -1, 0.5F, 2};
-  for (const int type : {IMG_TYPE_RGBA_FP, IMG_TYPE_RGB_FP, IMG_TYPE_S_FP, IMG_TYPE_RGBE}) {
-    Color color = bright;
-    ka_img_clip_color(make_image(type, 1, 1).get(), color.data());
-    EXPECT_EQ(color, bright) << ka_img_type_name(type);
-  }
-  const Image image = make_image(IMG_TYPE_RGBA_FP, 1, 1);
-  put(image.get(), 0, 0, bright);
-  EXPECT_EQ(get(image.get(), 0, 0), bright);
-}
-
 // The interpolated table: 254.999 * value lies between two entries (i / 255) ^ exponent.
 double looked_up(double value, double exponent) {
   const double place = 254.999 * value, i = std::floor(place);
@@ -131,35 +117,6 @@ TEST(Gamma, AppliesOnTheWayInAndBackOnTheWayOut) {
     EXPECT_NEAR(color[i], given[i], 1e-3F) << i;
   }
   EXPECT_FLOAT_EQ(get(rgb.get(), 0, 0)[3], float(looked_up(1, 1 / 2.2)));  // absent alpha
-}
-
-TEST(Gamma, SharedExponentsKeepTheirLight) {
-  const Mode mode({.gamma = 2.0F});
-  const Image image = make_image(IMG_TYPE_RGBE, 1, 1);
-  put(image.get(), 0, 0, {8, 4, 0.5F, 1});
-  // 64, 16 and 0.25 in steps of a half: mantissas 128, 32 and 0, fetched half a step higher.
-  const Color color = get(image.get(), 0, 0);
-  EXPECT_NEAR(double{color[0]}, std::sqrt(64.25), 1e-4);
-  EXPECT_NEAR(double{color[1]}, std::sqrt(16.25), 1e-4);
-  EXPECT_NEAR(double{color[2]}, looked_up(0.25, 0.5), 1e-5);
-}
-
-// The table of exponent 1 is a straight line that ends at 254.999 / 255: 0.5 becomes 32767.87 /
-// 65535 with the rounding, and without the table 32768. Other extremes are in range, too.
-TEST(Gamma, OneIsOffAndZeroIsATableOfOne) {
-  const Image image = make_image(IMG_TYPE_RGB_16, 1, 1);
-  for (const auto& [gamma, stored] :
-       {std::pair{1.0F, 32768}, {0.0F, 32767}, {-2.0F, 32767}, {kNan, 32767}}) {
-    const Mode mode({.gamma = gamma});
-    put(image.get(), 0, 0, {0.5F, 0, 0, 1});
-    EXPECT_EQ(red(image)[0], stored) << gamma;
-  }
-  for (const float gamma : {1e-45F, 1e38F, kInfinity}) {
-    const Mode mode({.gamma = gamma});
-    put(image.get(), 0, 0, {0.5F, 0, 0, 1});
-    const float fetched = get(image.get(), 0, 0)[0];
-    EXPECT_TRUE(fetched >= 0 && fetched <= 1) << gamma;
-  }
 }
 
 TEST(Gamma, ThreadsOfOneTransactionShareTheTables) {

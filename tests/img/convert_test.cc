@@ -229,18 +229,4 @@ TEST(Convert, ExamplesGiveWhatWasWorkedOut) {
   }
 }
 
-TEST(SharedExponent, DecodingUndoesEncodingToAStep) {
-  for (int i = 0; i < 10000; ++i) {
-    const auto e = std::uint8_t(23 + i % 233);  // 128.5 * 2^(23 - 136) is above 1e-32
-    const std::array<std::uint8_t, 4> code = {std::uint8_t(128 + i % 128), std::uint8_t(i % 251), 0,
-                                              e};
-    float r, g, b;
-    ka_img_hdr_to_rgb(&r, &g, &b, code[0], code[1], 0, e);
-    EXPECT_EQ(r, std::ldexp(code[0] + 0.5F, e - 136));
-    std::array<std::uint8_t, 4> again{};
-    ka_img_rgb_to_hdr(&again[0], &again[1], &again[2], &again[3], r, g, b);
-    EXPECT_EQ(again, code);
-  }
-}
-
 }  // namespace

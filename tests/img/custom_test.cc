@@ -92,24 +92,6 @@ TEST_F(Custom, SlotsTakeNamesAndTypes) {
   EXPECT_EQ(ka_img_format_identify("other"), kFirst);
 }
 
-TEST_F(Custom, LinesAreAskedForInFileOrder) {
-  const test::Image image = test::make_picture(IMG_TYPE_S, 1, {{{'0'}}, {{'1'}}, {{'2'}}});
-  for (const int topdown : {0, 1}) {
-    add(kFirst, "tst", IMG_TYPE_S, topdown);
-    driver.calls.clear();
-    file->file_type = IMG_TYPE_S;
-    ASSERT_TRUE(ka_img_create(file, new_path.c_str(), IMG_TYPE_S, kFirst, 1, 3));
-    EXPECT_EQ(driver.calls, "");  // the header is written with the first line
-    EXPECT_TRUE(ka_img_image_write(file, image.get()));
-    EXPECT_EQ(file->line_count, 3);
-    EXPECT_EQ(ka_img_close(file), 1);
-    const std::string bytes = test::read_file(new_path);
-    EXPECT_EQ(bytes.substr(4), topdown ? "210" : "012");
-    test::expect_picture({"", bytes, kFirst, IMG_TYPE_S, test::lines_of(image.get())});
-    EXPECT_EQ(driver.calls, "cWWWetoRRRe");
-  }
-}
-
 TEST_F(Custom, ADriverThatOpensTheFileByItsNameWritesItDirectly) {
   const auto create = [](img_file* handle) {
     return int((std::ofstream(handle->name) << "x").good());
@@ -118,25 +100,6 @@ TEST_F(Custom, ADriverThatOpensTheFileByItsNameWritesItDirectly) {
   ka_img_custom_format(kFirst, nullptr, create, nullptr, nullptr, nullptr, write, 0, "tst", 0,
                        IMG_TYPE_S);
   EXPECT_EQ(test::written(kFirst, IMG_TYPE_S, {{{0}}}), "x");
-}
-
-TEST_F(Custom, DriversGetThePlanesOfTheirType) {
-  add(kFirst, "tst", IMG_TYPE_S);
-  ASSERT_TRUE(opens(test::bytes({'T', IMG_TYPE_RGB, 1, 2}) + "rgbRGB", IMG_TYPE_RGBA));
-  const test::Line line(ka_img_line_alloc(file));
-  EXPECT_TRUE(ka_img_line_read(file, line.get()));
-  EXPECT_EQ(test::plane(line.get(), test::kA)[0], 255);
-  line->offset[test::kA] = 0;  // a plane that the caller does not want
-  EXPECT_TRUE(ka_img_line_read(file, line.get()));
-  EXPECT_EQ(test::plane(line.get(), test::kB)[0], 'B');
-  EXPECT_FALSE(ka_img_line_read(file, line.get()));
-  EXPECT_EQ(file->line_count, 3);  // failed lines count
-  // only types of other layouts need a line between
-  for (const auto& [stated, wanted] :
-       {std::pair{IMG_TYPE_COVERAGE, IMG_TYPE_Z}, {IMG_TYPE_RGB_16, IMG_TYPE_RGBA}}) {
-    ASSERT_TRUE(opens(test::bytes({'T', stated, 1, 1}), wanted));
-    EXPECT_EQ(file->conversion != nullptr, wanted == IMG_TYPE_RGBA);
-  }
 }
 
 TEST_F(Custom, DriversAreAskedByTheirSlotsAndBeforeTheBuiltInOnes) {
@@ -185,28 +148,6 @@ TEST_F(Custom, OperationsThatAreMissingOrFailSilentlyAreErrors) {
     EXPECT_FALSE(out.write_line());
     EXPECT_EQ(out->error, IMG_ERR_WRITE);
   }
-}
-
-TEST_F(Custom, ErrorsOfTestsThatDeclineAreForgotten) {
-  const auto declines = [](img_file* handle, const std::uint8_t*) {
-    return ka_img_custom_format_error(handle, IMG_ERR_READ, EIO);
-  };
-  ka_img_custom_format(kFirst, declines, nullptr, nullptr, nullptr, nullptr, nullptr, 0, "tst", 0,
-                       IMG_TYPE_S);
-  test::expect_refusal({"", "xyz", IMG_ERR_FORMAT});
-}
-
-TEST_F(Custom, ExtraTypesCanBeWrittenToo) {
-  add(kFirst, "tst", IMG_TYPE_RGB, 0, 1U << IMG_TYPE_A);
-  const test::MessageLog log;
-  const std::pair<int, int> types[] = {{IMG_TYPE_A, IMG_TYPE_A}, {IMG_TYPE_S, IMG_TYPE_RGB}};
-  for (const auto& [wanted, given] : types) {
-    EXPECT_EQ(test::NewFile(kFirst, wanted, 1, 1)->file_type, given);
-  }
-  // number 2 of the warnings of module 10
-  EXPECT_EQ(log.lines(), (std::vector<std::string>{
-                             "IMG   .0  warn   102002: type s not supported by tst format, "
-                             "using default type rgb"}));
 }
 
 }  // namespace

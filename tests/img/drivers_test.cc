@@ -231,18 +231,6 @@ TEST(Sgi, TablesEndAt4GiB) {
   }
 }
 
-TEST(Sgi, FloatsBecomeSamplesOf16Bits) {
-  const auto number = [](float value) { return std::bit_cast<std::uint32_t>(value); };
-  const test::Planes floats = {{0, number(1), number(0.5F), number(2)},
-                               {number(-1), number(NAN), number(INFINITY), number(-INFINITY)},
-                               {0, 0, 0, 0}};
-  // 0.5 * 65535 = 32767.5
-  test::OpenFile file(test::written(IMG_FORMAT_RGB, IMG_TYPE_RGB_FP, {floats}));
-  EXPECT_TRUE(file.read_line());
-  EXPECT_EQ(file.planes(),
-            (test::Planes{{0, 65535, 32767, 65535}, {0, 0, 65535, 0}, {0, 0, 0, 0}}));
-}
-
 // The first of two lines can be read while the file is being written; the file then goes on.
 TEST(Tiff, FilesCanBeReadAfterAFlush) {
   test::NewFile file(IMG_FORMAT_TIF, kRgb, 2, 2);

@@ -199,19 +199,6 @@ TEST_F(Elements, TexturesInUseOutliveTheirTransaction) {
   tags_.push_back(other);
 }
 
-TEST_F(Elements, FilesDoNotSpeakForTheirImages) {
-  const std::string path = picture(IMG_FORMAT_MAP, IMG_TYPE_RGBA, 4, 4);
-  std::string bytes = test::read_file(path);
-  bytes[64 + 104] = 1;   // writable
-  bytes[64 + 112] = 99;  // the tag of a name
-  const std::uint32_t tag = declare({.path = scratch_.write("a", bytes)});
-  const img_image* const image = access(tag);
-  ASSERT_NE(image, nullptr);
-  EXPECT_FALSE(ka_img_image_is_writable(image));
-  EXPECT_EQ(ka_img_image_name(image), 0U);
-  ka_db_unpin(tag);
-}
-
 class Lightmaps : public Elements {
  protected:
   std::uint32_t lightmap(const std::string& name, int bits, int pyramid = 0) {

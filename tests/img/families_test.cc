@@ -205,23 +205,6 @@ TEST_P(SmallFile, GivesNoMoreThanAPrefixHolds) {
   }
 }
 
-// Read as rgba as well, so that lines are converted.
-TEST_P(SmallFile, MayHaveAnyByteInItsHeader) {
-  const std::string& whole = GetParam().bytes;
-  (void)read(whole, IMG_TYPE_RGBA);  // the thread's tables are laid out
-  ka_context_mem(KA_IMG);            // and its settings
-  const std::size_t live = ka_mem_getsize();
-  for (std::size_t at = 0; at < std::min<std::size_t>(whole.size(), 128); ++at) {
-    for (const int value : {0, 127, 128, 255}) {
-      SCOPED_TRACE(std::to_string(at) + " is " + std::to_string(value));
-      std::string damaged = whole;
-      damaged[at] = char(value);
-      for (const int type : {int(IMG_TYPE_FILE), int(IMG_TYPE_RGBA)}) (void)read(damaged, type);
-    }
-  }
-  EXPECT_EQ(ka_mem_getsize(), live);
-}
-
 INSTANTIATE_TEST_SUITE_P(Seeds, SmallFile, testing::ValuesIn(seeds()), test::row_name<Seed>);
 
 }  // namespace

@@ -35,14 +35,6 @@ class HandleTest : public testing::Test {
   img_line line{};
 };
 
-TEST_F(HandleTest, NamesForMessagesAreCut) {
-  for (const std::size_t length : {63U, 64U}) {
-    open(std::string(length, 'x'));
-    EXPECT_EQ(file->display_name,
-              length == 63 ? std::string(63, 'x') : "..." + std::string(60, 'x'));
-  }
-}
-
 // Nor have they lines, where the handle stays open.
 TEST_F(HandleTest, FilesThatCannotBeOpenedHaveTheirErrors) {
   const std::string folder = scratch.path("folder"), pipe = scratch.path("pipe");
@@ -135,19 +127,6 @@ TEST_F(HandleTest, AnOpenFileIsWrittenFromItsPositionOn) {
   }
 }
 
-TEST_F(HandleTest, ArgumentsOutOfRangeAreRefused) {
-  EXPECT_FALSE(open(picture, 21));
-  EXPECT_EQ(file->error, IMG_ERR_ARGUMENT);
-  const std::array<int, 4> rows[] = {{-1, 19, 1, 1}, {21, 19, 1, 1}, {2, -1, 1, 1},
-                                     {2, 58, 1, 1},  {0, 1, -1, 1},  {0, 1, 1, -1}};
-  for (const auto& [type, format, width, height] : rows) {
-    file->error = 0;
-    EXPECT_FALSE(ka_img_create(file, picture.c_str(), type, format, width, height));
-    EXPECT_EQ(file->error, IMG_ERR_ARGUMENT) << type << " " << format;
-  }
-  EXPECT_EQ(test::read_file(picture), kPicture);
-}
-
 TEST_F(HandleTest, FilesThatCannotBeCreatedHaveTheirErrors) {
   EXPECT_FALSE(ka_img_create(file, "/dev/null", 0, IMG_FORMAT_MAP, 1, 1));  // not to be mapped
   EXPECT_FALSE(ka_img_line_write(file, &line));
@@ -225,51 +204,6 @@ TEST_F(HandleTest, ErrorsAreTold) {
               Texts{"101003 %s.ppm: " + texts[code - 1] +
                     (code % 2 ? " (No space left on device)" : "")});
   }
-}
-
-TEST_F(HandleTest, EveryToldErrorGoesToTheCallback) {
-  const test::MessageLog log;
-  static int called;
-  called = 0;
-  ka_img_err_handler([](img_file* handle) { called += handle->error == IMG_ERR_OPEN; });
-  for (const int level : {0, 1}) {  // level 1 tells them at once
-    ka_img_debug(level);
-    open(scratch.path("missing"));
-  }
-  ka_img_err_msg(file);
-  ka_img_err_handler(nullptr);
-  ka_img_err_msg(file);
-  EXPECT_EQ(called, 2);
-  EXPECT_EQ(log.lines().size(), 3u);
-}
-
-TEST_F(HandleTest, InformationTellsWhichFilesAreOpened) {
-  const auto told = [&] {
-    return messages_of(
-        [&] {
-          EXPECT_TRUE(open(picture) && ka_img_close(file));
-          EXPECT_TRUE(create(path, 4, 5) && ka_img_close(file));
-        },
-        KA_FATAL | KA_INFO);
-  };
-  const Texts expected = {"opening \"" + picture + "\" for reading", "converting rgb to rgba",
-                          "type \"rgb\", format \"ppm\", 8 bits, 3 components, 2 x 1",
-                          "creating \"" + path + "\"",
-                          "format \"ppm\", type \"rgb\", 8 bits, 3 comps, size 4 x 5"};
-  const std::uint32_t mask = ka_get_subverbosity(KA_IMG);
-  ka_set_subverbosity(KA_IMG, mask | KA_SUBVERB_FILES);
-  EXPECT_EQ(told(), expected);
-  ka_set_subverbosity(KA_IMG, mask);
-  EXPECT_EQ(told(), Texts{});
-  ka_img_debug(1);  // switches it on as well
-  EXPECT_EQ(told(), expected);
-}
-
-TEST_F(HandleTest, DevicesAndLinksAreNotRemoved) {
-  const test::Image image = test::make_image(IMG_TYPE_RGB, 2, 2);
-  std::filesystem::create_symlink("/dev/full", path);
-  EXPECT_EQ(test::write_image(path, IMG_FORMAT_PPM, image.get()), IMG_ERR_CLOSE);
-  EXPECT_TRUE(test::exists(path));
 }
 
 }  // namespace

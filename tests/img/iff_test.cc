@@ -117,12 +117,4 @@ TEST(Iff, NothingIsWrittenBehindAStripThatFailed) {
   EXPECT_FALSE(test::exists(out.path()));
 }
 
-// A tile of 40000 bytes whose packets have 4.
-TEST(Iff, NoMemoryIsAskedForThatPacketsCannotFill) {
-  test::OpenFile in(test::read_file(LUMORA_CORPUS "/iff/more_than_packets_can_give.case"));
-  const std::size_t before = ka_mem_getsize();
-  EXPECT_FALSE(in.read_line());
-  EXPECT_LT(ka_mem_getsize(), before + 200 * 200);
-}
-
 }  // namespace

@@ -55,55 +55,6 @@ TEST(ImageBuffer, HeightsOfShortFilesHaveALimit) {
   }
 }
 
-// Without a message about types that nothing converts to.
-TEST(ImageBuffer, LinesOfCompatibleTypesAreCopied) {
-  const test::MessageLog log;
-  for (const auto& [from, to] : {std::pair{IMG_TYPE_A, IMG_TYPE_S},
-                                 {IMG_TYPE_S_16, IMG_TYPE_A_16},
-                                 {IMG_TYPE_VTA, IMG_TYPE_VTS},
-                                 {IMG_TYPE_VTS, IMG_TYPE_VTA},
-                                 {IMG_TYPE_COVERAGE, IMG_TYPE_Z},
-                                 {IMG_TYPE_N, IMG_TYPE_M},
-                                 {IMG_TYPE_A_FP, IMG_TYPE_S_FP}}) {
-    SCOPED_TRACE(from);
-    const auto count = std::size_t(ka_img_ncomp[from]);
-    const test::Planes planes(count, {0x3f, 0x2f, 0x1f});
-    const test::Image source = test::make_picture(from, 3, {planes});
-    const test::Image copy = test::make_image(to, 3, 1);
-    img_line line;
-    test::point_at(line, copy.get(), 0);
-    int components, bits;
-    EXPECT_TRUE(ka_img_convert(&line, &components, &bits, source.get(), 0, to));
-    EXPECT_EQ(test::planes_of(copy.get(), 0), planes);
-  }
-  EXPECT_TRUE(log.lines().empty());
-}
-
-TEST(ImageFile, LinesBeforeAFailureStay) {
-  test::OpenFile file("P6\n1 3\n255\nabcdefgh", IMG_TYPE_RGBA);
-  const test::Image image(ka_img_image_alloc(file));
-  EXPECT_FALSE(ka_img_image_read(file, image.get()));
-  EXPECT_EQ(file->error, IMG_ERR_READ);
-  EXPECT_EQ(file->line_count, 3);
-  EXPECT_EQ(test::planes_of(image.get(), 2), (test::Planes{{'a'}, {'b'}, {'c'}, {255}}));
-  EXPECT_EQ(test::planes_of(image.get(), 1), (test::Planes{{'d'}, {'e'}, {'f'}, {255}}));
-  EXPECT_EQ(test::plane(image.get(), 0, test::kR)[0], 0);
-}
-
-TEST(ImageFile, WholeImagesStartAtTheFirstLine) {
-  const test::Image image = test::make_image(IMG_TYPE_RGB, 1, 2);
-  test::OpenFile in("P6\n1 2\n255\nabcdef", IMG_TYPE_RGB);
-  EXPECT_TRUE(in.read_line());
-  EXPECT_FALSE(ka_img_image_read(in, image.get()));
-  EXPECT_EQ(in->error, IMG_ERR_NOT_OPEN);
-
-  test::NewFile out(IMG_FORMAT_PPM, IMG_TYPE_RGB, 1, 2);
-  EXPECT_TRUE(out.write_line());
-  EXPECT_FALSE(ka_img_image_write(out, image.get()));
-  EXPECT_EQ(out->error, IMG_ERR_NOT_OPEN);
-  EXPECT_FALSE(test::exists(out.path()));
-}
-
 // No buffer is made for such a line, whatever its type is.
 TEST(Cost, LinesThatTheFileCannotHoldFailWithoutABuffer) {
   int count = 0;

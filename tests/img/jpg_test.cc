@@ -20,17 +20,6 @@ TEST(Jpg, TheCodecWritesNothingToStandardError) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
-TEST(Jpg, LinesComeInTheirOrderOnly) {
-  test::OpenFile file(test::read_file(LUMORA_CORPUS "/jpg/grey.case"));
-  file->line_count = 5;
-  EXPECT_FALSE(file.read_line());
-  EXPECT_EQ(file->error, IMG_ERR_NONE);
-  file->line_count = 0;
-  for (int y = 0; y < 5; ++y) EXPECT_TRUE(file.read_line());
-  EXPECT_EQ(ka_img_close(file), 1);
-  EXPECT_EQ(file->error, IMG_ERR_NONE);
-}
-
 // What is written with a quality; 0 is what a caller leaves who sets none.
 std::string written(img_image* image, float quality) {
   test::NewFile file(kJpg, kRgb, image->width, image->height);
@@ -91,22 +80,6 @@ TEST(Jpg, QualitiesOutOfRangeAreTold) {
                              " ignored, default quality 75 used";
     EXPECT_EQ(log.lines(), std::vector<std::string>{told});
   }
-}
-
-// A coefficient is off by half a step of 1 at most, and few of them are not 0; colors are taken
-// from two pixels by two, of which the next is 7 away at most.
-TEST(Jpg, LosesLittle) {
-  const test::Image image = gradient();
-  test::OpenFile file(written(image.get(), 100));
-  int most = 0;
-  for (int y = kHeight - 1; y >= 0; --y) {
-    ASSERT_TRUE(file.read_line());
-    const test::Planes a = test::planes_of(image.get(), y), b = file.planes();
-    for (std::size_t i = 0; i < 3 * kWidth; ++i) {
-      most = std::max(most, std::abs(int(a[i % 3][i / 3]) - int(b[i % 3][i / 3])));
-    }
-  }
-  EXPECT_LE(most, 8);
 }
 
 }  // namespace

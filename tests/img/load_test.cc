@@ -21,11 +21,4 @@ TEST(Load, GivesTheWholeImageOrNothing) {
   EXPECT_EQ(log.lines().size(), 1U);
 }
 
-TEST(Load, FindsPlanesByComponentWhateverTheirSlot) {
-  const test::Image scalar = test::make_image(IMG_TYPE_S_16, 2, 2);
-  EXPECT_EQ(ka_img_plane(scalar.get(), 1, 0), test::plane(scalar.get(), 1, test::kA));
-  EXPECT_EQ(ka_img_plane(scalar.get(), 1, 1), nullptr);
-  for (const int y : {-1, 2}) EXPECT_EQ(ka_img_plane(scalar.get(), y, 0), nullptr);
-}
-
 }  // namespace

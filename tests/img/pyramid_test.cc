@@ -32,48 +32,6 @@ img_image* level(const Image& image, int k) {
   return result;
 }
 
-// A level takes height * (components * component bytes * width + 16) + 120 bytes, in whole words.
-TEST(Pyramid, SizeIsTheSumOfItsLevels) {
-  const struct {
-    int width, height, bits, components;
-    bool pyramid;
-    std::optional<std::uint64_t> bytes;
-  } rows[] = {
-      {4, 4, 8, 4, false, 248},
-      {4, 4, 8, 4, true, 248 + 168 + 140},
-      // 2 * (9 + 16) + 120 = 170 and 1 * (4 + 16) + 120: a byte for each bit
-      {9, 2, 1, 1, true, 172 + 140},
-      {1000, 1, 16, 1, true, 2000 + 16 + 120},  // thin ones have no levels
-      {0, 0, 8, 4, true, 120},
-      // 65000 * 65552 + 120 fits, 32500 * 32784 + 120 more does not
-      {65536, 65000, 8, 1, false, 4260880120},
-      {65536, 65000, 8, 1, true, std::nullopt},
-      {1 << 20, 1 << 20, 8, 1, true, std::nullopt},  // 21 levels
-      {4, -1, 8, 1, true, std::nullopt},
-  };
-  for (const auto& [width, height, bits, components, pyramid, bytes] : rows) {
-    EXPECT_EQ(ka::img_pyramid_size(width, height, bits, components, pyramid), bytes)
-        << width << " x " << height;
-  }
-}
-
-TEST(Pyramid, LevelsEndWhenTheSmallerSideDoes) {
-  const std::array<int, 3> rows[] = {{512, 256, 9}, {256, 512, 9}, {1000, 1, 1}, {0, 9, 0}};
-  for (const auto& [width, height, levels] : rows) {
-    const img_file file = shape(IMG_TYPE_RGBA, width, height);
-    EXPECT_EQ(ka::img_pyramid_levels(&file), levels) << width << "x" << height;
-  }
-}
-
-// What else they have is in the test of map files, whose directories are checked.
-TEST(Pyramid, LevelsHaveTheSlotsOfTheirBase) {
-  const Image image = make_pyramid(IMG_TYPE_S_16, 2, 2);
-  for (const int k : {-1, 2}) EXPECT_EQ(level(image, k), nullptr);
-  EXPECT_EQ(test::plane(level(image, 1), 0, test::kR), nullptr);
-  EXPECT_NE(test::plane(level(image, 1), 0, test::kA), nullptr);
-  EXPECT_EQ(level(image, 1)->filter, 1.0F);  // as the handle asked
-}
-
 // Mean of the pixels of an image between two places, by the area that is covered of each.
 Color mean(const img_image* image, double left, double right, double low, double high) {
   std::array<double, 4> sum{};

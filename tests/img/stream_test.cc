@@ -94,21 +94,6 @@ std::uint64_t bytes_read() {
   return bytes;
 }
 
-TEST_F(Stream, ReadersTakeOnlyWhatIsNeededOfRowsThatLieFarApart) {
-  open(noise(1'000'000), "rb");
-  for (const bool is_back : {false, true}) {
-    ka::FileReader reader;
-    reader.start(&file_, 0);
-    const std::uint64_t before = bytes_read();
-    for (std::size_t i = 0; i < 1000; ++i) {
-      const std::size_t at = i % 2 * 600'000 + 7 * i;
-      is_back ? reader.seek_back(at, 4) : reader.seek(at);
-      ASSERT_EQ(reader.take(4).size(), 4U);
-    }
-    EXPECT_LT(bytes_read() - before, 1'500'000u);
-  }
-}
-
 TEST_F(Stream, ReadersTellTheEndFromASystemThatFails) {
   open("0123456789", "r+b");
   std::filesystem::resize_file(path_, 4);  // it shrank

@@ -51,16 +51,6 @@ TEST(Message, LongTextsKeepBothEnds) {
   EXPECT_EQ(last_line(), prefix + "No such file or directory, Permission denied ");
 }
 
-TEST(Message, PiecesOfThePrefixAreSwitchedOnAndOff) {
-  const MessageLog log;
-  ka_set_subverbosity(KA_MAIN, KA_SUBVERB_MSGTRANS);
-  ka::context().transaction = 0x12ab;
-  ka_nerror(5, "x");
-  ka::context().transaction = 0;
-  ka_set_subverbosity(KA_NULL, KA_SUBVERB_DEFAULT);
-  EXPECT_EQ(last_line(), "00012ab MAIN  .0  error: x");
-}
-
 // Standard error of what `issue` reports.
 template <typename Issue>
 std::string standard_error(Issue issue) {
@@ -82,23 +72,6 @@ TEST(Message, HandlersGetLevelTextAndCode) {
   // one that removes itself lets the line through
   ka_errorhandler([](std::uint32_t, const char*, const char*, int) { ka_errorhandler(nullptr); });
   EXPECT_EQ(standard_error([] { ka_error("x"); }), "MAIN  .0  error: x\n");
-}
-
-TEST(Message, ColorsSurroundTheLine) {
-  const std::string plain = "MAIN  .0  error: x\n", red = "\033[31m" + plain + "\033[0m";
-  const std::pair<const char*, std::string> rows[] = {
-      {"on", red},  {"off", plain}, {"on", red},
-      {"-", plain}, {"on", red},    {"false", plain},
-      {"on", red},  {"0", plain},   {"\"rk.....b", "\033[30m" + plain + "\033[34m"}};
-  for (const auto& [colors, line] : rows) {
-    ka_set_colormessage(colors);
-    EXPECT_EQ(standard_error([] { ka_error("x"); }), line) << colors;
-  }
-  ka_set_colormessage("on");
-  EXPECT_EQ(standard_error([] { ka_set_colormessage("rx"); }),
-            "\033[36mMAIN  .0  warn   242018: unknown color 'x', expected [.rgbcmyk]\n\033[0m");
-  EXPECT_EQ(standard_error([] { ka_error("x"); }), red);  // the slot keeps its default
-  ka_set_colormessage("off");
 }
 
 // The log decides once where its lines go, so each of these runs in a process of its own.

@@ -112,22 +112,4 @@ TEST(Network, TheMasterForwardsNeitherItsNetworkThreadNorOtherHosts) {
                                       std::string(39, 'p') + ": " + std::string(299, 't')}));
 }
 
-TEST(NetworkDeathTest, AFatalMessageTellsTheOtherLayersToAbort) {
-  const auto end = [] {
-    const Network as_master(0);
-    ka_fatal("over");
-  };
-  EXPECT_EXIT(end(), testing::ExitedWithCode(1), "^MAIN 0.0  fatal: over\nabort 4\n$");
-}
-
-// The first line decides that lines go to standard error, the first one in the log file its name.
-TEST(NetworkDeathTest, WhatAProcessWithoutANetworkForwardsGoesToTheLogFile) {
-  const test::Scratch scratch;
-  const std::string log = scratch.path("log");
-  EXPECT_EXIT((ka_error("here"), setenv("KA_LOGFILE", log.c_str(), 1), ka_toggle_netmessage(1),
-               ka_error("there"), std::_Exit(0)),
-              testing::ExitedWithCode(0), "^MAIN  .0  error: here\n$");
-  EXPECT_TRUE(test::read_file(log).ends_with("] MAIN  .0  error: there\n"));
-}
-
 }  // namespace

@@ -120,26 +120,6 @@ TEST_F(Sym, AgreesWithAMapOfLists) {
   EXPECT_EQ(names(), Texts{});
 }
 
-// "ab": (97 << 2) + 98 = 486. Data hash to themselves; 4294967295 = 2092044 * 2053 + 963.
-// "textures" is folded twice:
-//   0x0913bdb2 << 7, + 'e': 0x89ded965, folded to 0x09ded9e5; << 2, + 's': 0x277b6807, folded to
-//   0x077b6827 = 61143 * 2053 + 1524
-TEST_F(Sym, ADumpShowsWhereSymbolsAndDataAre) {
-  add("ab");
-  ka_sym_add_attribute(table, "ab", "color", 4294967295u);
-  ka_sym_add_attribute(table, "ab", nullptr, 7);
-  EXPECT_EQ(messages_of([&] { ka_sym_dump(table); }),
-            (Texts{"symbol table dump of \"first\"", "symbol \"ab\" at hash-index 486:",
-                   "entry name color, data 4294967295", "entry name (null), data 7",
-                   "data entry at hash-index 7: sym \"ab\", dname \"(null)\", data 7",
-                   "data entry at hash-index 963: sym \"ab\", dname \"color\", data 4294967295",
-                   "symbol table dump ends"}));
-  add("textures");
-  EXPECT_EQ(std::ranges::count(messages_of([&] { ka_sym_dump(table); }),
-                               "symbol \"textures\" at hash-index 1524:"),
-            1);
-}
-
 TEST_F(Sym, RefusesWhatIsNotThere) {
   const auto use_symbol = [](int number) {
     EXPECT_EQ(ka_sym_delete_symbol(number, "x"), 0);

@@ -264,22 +264,6 @@ TEST_F(Text, CostsALimitedNumberOfSteps) {
   }
 }
 
-// A handler that shows messages elsewhere opens files, whose names go through the registry.
-TEST_F(Text, MayBeExpandedInAMessageHandler) {
-  define("{a}", {"echo=x", "value=A"});
-  static int calls;
-  calls = 0;
-  const test::MessageLog log(kReports);
-  ka_errorhandler([](std::uint32_t, const char*, const char*, int) {
-    if (++calls % 2 != 0) act("{a}");
-    ka_lib_registry_begin("{fresh}");
-  });
-  EXPECT_EQ(act("{a}"), "A");
-  EXPECT_EQ(ka_lib_registry_add("{missing}", "value", "x"), 0);
-  ka_lib_registry_print(nullptr);
-  EXPECT_GT(calls, 3);
-}
-
 TEST_F(Text, IsExpandedInThreads) {
   define("{shared}", {"value={own}"});
   define("{own}", {"value=v"});
@@ -298,18 +282,6 @@ TEST_F(Text, IsExpandedInThreads) {
     }
   });
   EXPECT_EQ(builds, 1) << "the rules are read once";
-}
-
-TEST_F(Text, IsItselfWithoutARegistry) {
-  define("{a}", {"value=A"});
-  ka_lib_registry_init();
-  EXPECT_EQ(act("{a}"), "A");
-  for (int i = 0; i < 2; ++i) ka_lib_registry_exit();
-  EXPECT_EQ(act("{a} {x{y} {$HOME}"), "{a} {x{y} {$HOME}");
-  EXPECT_EQ(lookup("", false), "");
-  EXPECT_EQ(ka_lib_registry_lookup(nullptr, 0), nullptr);
-  EXPECT_EQ(ka_lib_registry_begin("{a}") + ka_lib_registry_add("{a}", "value", "x"), 0);
-  ka_lib_registry_print(nullptr);
 }
 
 // Where the file is looked for, and what is no file of settings.

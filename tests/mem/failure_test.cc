@@ -127,11 +127,4 @@ TEST(RefusedForever, EndsTheProcessAfter1000Attempts) {
               "memory error post-mortem(.|\n)*031029: can't allocate 262144 bytes.MEM exits.");
 }
 
-TEST(ReleasedBlock, IsNotReleasedAgain) {
-  void* const block = ka_mem_allocate(100);
-  EXPECT_DEATH((setenv("KA_LOGFILE", "/dev/null", 1), ka_mem_release(block), ka_mem_release(block)),
-               "ASSERTION FAILED|heap-use-after-free");
-  ka_mem_release(block);
-}
-
 }  // namespace

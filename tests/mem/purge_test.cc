@@ -43,21 +43,6 @@ void pass_limit(std::int64_t limit, std::int64_t units) {
   ka_mem_release(ka_mem_allocate(static_cast<std::size_t>(units * 8 - 8)));
 }
 
-TEST_F(Purge, KeepsToALimitThatIsReported) {
-  const auto lines = messages_of([] {
-    EXPECT_EQ(ka_mem_memory_limit(3 * kMegabyte + 4095), 0);
-    EXPECT_EQ(ka_mem_memory_limit(-1), (3 * kMegabyte + 4088) / 8);
-    EXPECT_EQ(ka_mem_memory_limit(0), (3 * kMegabyte + 4088) / 8);
-  });
-  EXPECT_EQ(lines, (Texts{"heap size limit set to 3 MB", "heap size limit set to 0 MB"}));
-  EXPECT_EQ(ka_mem_getremain(), 0xffffffffU);
-  const std::int64_t heap = test::align_heap();
-  for (const auto& [more, remaining] : {std::pair{5 * 1024 + 1000, 5U}, {-1024, 0U}}) {
-    ka_mem_memory_limit(heap * 8 + more);
-    EXPECT_EQ(ka_mem_getremain(), remaining);
-  }
-}
-
 // 7/8 of the limit is the target: heap + 21 - limit * 7 / 8 units are too many.
 TEST_F(Purge, RunsPastTheLimitAndWantsSevenEighthsOfItInTheOrderOfTheModulesAndJobsLast) {
   ka_mem_limit_handler(KA_JOB, note<KA_JOB>);

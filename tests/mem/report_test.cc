@@ -46,36 +46,4 @@ TEST_F(Report, TheSummaryShowsWhatEachModuleHoldsAndHeld) {
   for (void* block : blocks) ka_mem_release(block);
 }
 
-// The lines around the reports of memory and of the database.
-TEST_F(Report, ThePostMortemSaysHowToLearnMore) {
-  const std::uint32_t saved = ka_get_subverbosity(KA_MEM);
-  const auto expect = [](std::uint32_t mask, const Texts& expected) {
-    ka_set_subverbosity(KA_MEM, mask);
-    Texts lines = messages_of(ka_mem_post_mortem, KA_INFO | KA_DEBUG);
-    const auto summary = std::ranges::find(lines, "-------- memory summary --------");
-    const auto next = std::ranges::find(lines, "-------- database summary --------");
-    ASSERT_GE(next - summary, 4);
-    lines.erase(summary + 1, next);
-    std::erase_if(lines, [](const auto& line) { return line.starts_with("host  mod "); });
-    EXPECT_EQ(lines, expected);
-  };
-  Texts lines = {"================ memory error post-mortem ================",
-                 "-------- memory summary --------",
-                 "-------- database summary --------",
-                 "database elements by module:",
-                 "database elements by type:",
-                 "run with `-message mem debug --' for more info.",
-                 "please try lower -jobmemory settings."};
-  expect(KA_SUBVERB_DEFAULT, lines);
-  ka_db_exit();  // it needs no database
-  Texts less = lines;
-  less.erase(less.begin() + 3, less.begin() + 5);
-  expect(KA_SUBVERB_DEFAULT, less);
-  ka_db_init();
-  lines[5] = "-------- database dump --------";
-  lines.insert(lines.begin() + 6, {"-------- memory dump --------", "ka_mem_dump not available"});
-  expect(KA_SUBVERB_DEFAULT | KA_SUBVERB_DEBUG, lines);
-  ka_set_subverbosity(KA_MEM, saved);
-}
-
 }  // namespace

@@ -86,13 +86,4 @@ TEST(ModuleStack, DoesNotOverflow) {
   EXPECT_EQ(ka_module_current(), KA_MAIN);
 }
 
-TEST(TransactionsDeathTest, TheMainThreadIsInTheDefaultsAsSoonAsItIsRegistered) {
-  const auto attach = [] {
-    ka_lumoralib_detach_process();
-    ka_lumoralib_attach_process();
-    std::_Exit(ka::context().transaction_record && ka::context().world_areas ? 0 : 1);
-  };
-  EXPECT_EXIT(attach(), testing::ExitedWithCode(0), "");
-}
-
 }  // namespace

@@ -90,15 +90,4 @@ TEST(WaitChannel, WakesTheSleeperOnce) {
   EXPECT_EQ(channel, nullptr);
 }
 
-TEST(Sleep, LastsItsWholeTimeAlthoughSignalsCome) {
-  const auto saved = signal(SIGALRM, [](int) {});
-  constexpr itimerval often = {{0, 5000}, {0, 5000}}, never = {};
-  setitimer(ITIMER_REAL, &often, nullptr);
-  const auto start = std::chrono::steady_clock::now();
-  ka_msg_usleep(50'000);
-  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(50));
-  setitimer(ITIMER_REAL, &never, nullptr);
-  signal(SIGALRM, saved);
-}
-
 }  // namespace

@@ -39,13 +39,4 @@ TEST(SignalDeathTest, AHangUpAndALostReaderAreNoEndAndInterruptNoReading) {
   EXPECT_EXIT(hang_up_while_reading(), testing::ExitedWithCode(3), "");
 }
 
-TEST(SignalDeathTest, AChildPassesItsSignalsOn) {
-  const auto child_gets_a_signal = [] {
-    ka_msg_sigset_init(0);
-    if (fork() == 0) _exit(raise(SIGTERM));
-    for (;;) pause();
-  };
-  EXPECT_EXIT(child_gets_a_signal(), testing::ExitedWithCode(1), "software termination signal");
-}
-
 }  // namespace

@@ -58,15 +58,6 @@ TEST(Thread, TheTableIsLimitedAndNumbersAreUsedAgain) {
   wait_for_threads();
 }
 
-TEST(Thread, EndsAsItsOwnModuleWhateverItsFunctionLeavesOnTheStack) {
-  const test::MessageLog log(KA_DEBUG);
-  ka_msg_start_thread([](void*) { ka_module_push(KA_IMG); }, nullptr);
-  wait_for_threads();
-  EXPECT_EQ(test::MessageLog::lines(),
-            (std::vector<std::string>{"MSG   .1  debug: thread 1 running",
-                                      "MSG   .1  debug: thread 1 finished"}));
-}
-
 TEST(ThreadDeathTest, AttachingAgainChangesNothingAndOtherRecordsAreRefused) {
   ka_context* const context = &ka::context();
   EXPECT_EQ(ka_lumoralib_attach_process(), 1);

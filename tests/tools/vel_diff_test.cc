@@ -134,18 +134,6 @@ TEST_F(VelDiff, LostResultsAreTold) {
   EXPECT_EQ(test::read_file(red), before);
 }
 
-// A fatal message stands there twice: as a line like any other, and once more in short.
-TEST_F(VelDiff, MessagesGoToTheLogFile) {
-  const std::string log = scratch.path("log"), missing = scratch.path("missing.ppm");
-  expect_outcome({.arguments = {missing, red}, .environment = {"KA_LOGFILE=" + log}}, 1, "", "");
-  const std::string start = ".{20}: lumoralib\\[[0-9]+,[0-9]+\\] ";
-  EXPECT_TRUE(test::matches(test::read_file(log),
-                            start + "IMG   .0  error  101003: " + shown(missing) +
-                                ": can't open file for reading \\(No such file or directory\\)\n" +
-                                start + "MAIN  .0  fatal: cannot open " + missing + "\n" + start +
-                                "MAIN fatal: cannot open " + missing + "\n"));
-}
-
 TEST_F(VelDiff, VerboseTellsTheSteps) {
   const std::string step = "MAIN  [.]0  progr: ", rest = "(.|\n)*";
   EXPECT_TRUE(test::matches(run({"-v", red, near}).err,
