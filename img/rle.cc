@@ -4,31 +4,71 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cstdlib>
 #include <cstring>
 
 namespace ka {
 namespace {
 
-constexpr unsigned kCount = 0x7f;  // bits of a control; the highest says runs from literals
+// What a packet of no samples means.
+enum class Empty { kNothing, kEndsRow, kWideCount };
 
-// Packets are short: what a branch on their length would cost when it is guessed wrong is more than
-// moving some bytes too many. A chunk holds whole pixels of 1 to 4 bytes.
-constexpr std::size_t kChunkBytes = 48;
-constexpr std::size_t kStep = kRowSlack;  // bytes of a longer literal that are moved together
-using Words [[gnu::vector_size(16)]] = std::uint64_t;
-struct Chunk {
-  Words words[kChunkBytes / sizeof(Words)];
+// A form of packets. `samples` gives the meaning of a control: how often the sample after it is
+// repeated, or, below 0, how many literals follow.
+struct CountedForm {
+  static constexpr Empty kEmpty = Empty::kEndsRow;
+  static constexpr bool kFillsInput = true;  // else packets end with the row
+  static constexpr std::size_t kControlBytes = 1;
+  static constexpr int samples(int c) { return c < 128 ? c : 128 - c; }
 };
+
+struct WordForm : CountedForm {
+  static constexpr std::size_t kControlBytes = 2;
+};
+
+struct PixelForm : CountedForm {
+  static constexpr bool kFillsInput = false;
+  static constexpr int samples(int c) { return c < 128 ? -1 - c : c - 127; }
+};
+
+struct MixedForm : PixelForm {
+  static constexpr Empty kEmpty = Empty::kWideCount;
+  static constexpr int samples(int c) { return c == 128 ? 0 : PixelForm::samples(c); }
+};
+
+struct RepeatForm : PixelForm {
+  static constexpr int samples(int c) { return c; }
+};
+
+struct SignedForm : CountedForm {
+  static constexpr int samples(int c) { return c < 128 ? c + 1 : c - 256; }
+};
+
+struct PackBitsForm : PixelForm {
+  static constexpr Empty kEmpty = Empty::kNothing;
+  static constexpr int samples(int c) {
+    if (c > 128) return 257 - c;
+    return c < 128 ? -1 - c : 0;
+  }
+};
+
+struct ScanlineForm : PixelForm {
+  static constexpr Empty kEmpty = Empty::kNothing;
+  static constexpr int samples(int c) { return c > 128 ? c - 128 : -c; }
+};
+
+// Far from the ends of packets and row some bytes too many are moved: packets are short, and a
+// branch on their length costs more when it is guessed wrong.
+// `lumora_bench --benchmark_filter='read/(iff/short|sgi|hdr|tga/packed)'`: moved exactly, 0.5 to 0.6
+// of the rate for short runs and 0.8 to 0.9 for literals.
+constexpr std::size_t kStep = 64;  // bytes of a longer literal that are moved together
+using Words [[gnu::vector_size(16)]] = std::uint64_t;
+
+// Whole vectors that are whole pixels of 1 to 4 bytes as well.
+using Chunk = std::array<Words, 3>;
 
 constexpr std::uint64_t from_little(std::uint64_t word) {
   return std::endian::native == std::endian::little ? word : __builtin_bswap64(word);
-}
-
-// 16-bit samples of the file's byte order, big-endian, to the host's.
-KA_KERNEL Words swap_samples(Words words) {
-  if constexpr (std::endian::native == std::endian::big) return words;
-  constexpr std::uint64_t low_bytes = 0x00ff00ff00ff00ff;
-  return (words >> 8 & low_bytes) | (words & low_bytes) << 8;
 }
 
 // A chunk of one pixel over and over. Its first byte is the lowest of `pixel`.
@@ -38,128 +78,36 @@ KA_KERNEL Chunk repeated(std::uint64_t pixel) {
     const std::uint64_t a = from_little(pixel | pixel << 24 | pixel << 48);
     const std::uint64_t b = from_little(pixel >> 16 | pixel << 8 | pixel << 32 | pixel << 56);
     const std::uint64_t c = from_little(pixel >> 8 | pixel << 16 | pixel << 40);
-    return {{Words{a, b}, Words{c, a}, Words{b, c}}};
+    return {Words{a, b}, Words{c, a}, Words{b, c}};
   } else {
     constexpr std::uint64_t ones = ~std::uint64_t{0} / ((std::uint64_t{1} << 8 * PixelBytes) - 1);
     const std::uint64_t word = from_little(pixel * ones);
     const Words words = {word, word};
-    return {{words, words, words}};
+    return {words, words, words};
   }
 }
 
-// A form of packets: `choose` calls literal(count) or run(count) for the low byte of a control,
-// where the count is one of samples or pixels.
-template <typename Sample>
-struct CountedForm {
-  static constexpr std::size_t kSampleBytes = sizeof(Sample);
-  static constexpr std::size_t kControlBytes = sizeof(Sample);
-  static constexpr bool kSwaps = sizeof(Sample) > 1;
-  static constexpr bool kHasClosing = true;
-  static constexpr bool kHasEmptyPackets = false;
-  static constexpr bool kHasWideCounts = false;
-  KA_KERNEL static auto choose(std::size_t control, auto literal, auto run) {
-    return control > kCount ? literal(control & kCount) : run(control);
-  }
-};
-
-// What the forms below have in common.
+// Repeats a pixel in whole chunks: fewer than sizeof(Chunk) more bytes are written.
 template <std::size_t PixelBytes>
-struct ByteControl {
-  static constexpr std::size_t kSampleBytes = PixelBytes;
-  static constexpr std::size_t kControlBytes = 1;
-  static constexpr bool kSwaps = false;
-  static constexpr bool kHasClosing = false;
-  static constexpr bool kHasEmptyPackets = false;  // else a count of 0 ends the row
-  static constexpr bool kHasWideCounts = false;  // a count of 0 represents one of 16 bits after it
-};
-
-template <std::size_t PixelBytes>
-struct PixelForm : ByteControl<PixelBytes> {
-  KA_KERNEL static auto choose(std::size_t control, auto literal, auto run) {
-    return control <= kCount ? literal(control + 1) : run(control - kCount);
-  }
-};
-
-struct SignedForm : ByteControl<1> {
-  KA_KERNEL static auto choose(std::size_t control, auto literal, auto run) {
-    return control <= kCount ? run(control + 1) : literal(256 - control);
-  }
-};
-
-template <std::size_t PixelBytes>
-struct MixedForm : ByteControl<PixelBytes> {
-  static constexpr bool kHasWideCounts = true;
-  KA_KERNEL static auto choose(std::size_t control, auto literal, auto run) {
-    return control <= kCount ? literal(control + 1) : run(control == 128 ? 0 : control - kCount);
-  }
-};
-
-template <std::size_t PixelBytes>
-struct RunForm : ByteControl<PixelBytes> {
-  KA_KERNEL static auto choose(std::size_t control, auto /*literal*/, auto run) {
-    return run(control);
-  }
-};
-
-struct PackBitsForm : ByteControl<1> {
-  static constexpr bool kHasEmptyPackets = true;
-  KA_KERNEL static auto choose(std::size_t control, auto literal, auto run) {
-    return control <= 128 ? literal(control < 128 ? control + 1 : 0) : run(257 - control);
-  }
-};
-
-struct ScanlineForm : ByteControl<1> {
-  static constexpr bool kHasEmptyPackets = true;
-  KA_KERNEL static auto choose(std::size_t control, auto literal, auto run) {
-    return control <= 128 ? literal(control) : run(control - 128);
-  }
-};
-
-struct Control {
-  std::size_t count;
-  bool literal;
-};
-
-template <typename Form>
-Control control_of(const std::uint8_t* packet) {
-  return Form::choose(
-      packet[Form::kControlBytes - 1],
-      [](std::size_t count) {
-        return Control{count, true};
-      },
-      [](std::size_t count) {
-        return Control{count, false};
-      });
-}
-
-template <typename Form>
-KA_KERNEL void store(std::uint8_t* out, Words words) {
-  if constexpr (Form::kSwaps) words = swap_samples(words);
-  std::memcpy(out, &words, sizeof words);
-}
-
-// Repeats a pixel in whole chunks: up to kChunkBytes - 1 more bytes are written.
-template <typename Form>
 KA_KERNEL void repeat(std::uint8_t* out, const std::uint8_t* in, std::size_t bytes) {
   std::uint64_t pixel = 0;
-  for (std::size_t i = 0; i < Form::kSampleBytes; ++i) pixel |= std::uint64_t{in[i]} << 8 * i;
-  const Chunk run = repeated<Form::kSampleBytes>(pixel);
-  const auto store_chunk = [&](std::uint8_t* at) {
-    for (std::size_t i = 0; i < std::size(run.words); ++i) {
-      store<Form>(at + i * sizeof(Words), run.words[i]);
+  for (std::size_t i = 0; i < PixelBytes; ++i) pixel |= std::uint64_t{in[i]} << 8 * i;
+  const Chunk run = repeated<PixelBytes>(pixel);
+  std::size_t done = 0;
+  do {
+    for (const Words& words : run) {
+      std::memcpy(out + done, &words, sizeof words);
+      done += sizeof words;
     }
-  };
-  store_chunk(out);
-  for (std::size_t done = kChunkBytes; done < bytes; done += kChunkBytes) store_chunk(out + done);
+  } while (done < bytes);
 }
 
-// Copies samples: up to kStep - 1 more bytes are read and written.
-template <typename Form>
+// Copies bytes: fewer than kStep more are read and written.
 KA_KERNEL void copy(std::uint8_t* out, const std::uint8_t* in, std::size_t bytes) {
   const auto move = [&](std::size_t at) {
     Words words;
     std::memcpy(&words, in + at, sizeof words);
-    store<Form>(out + at, words);
+    std::memcpy(out + at, &words, sizeof words);
   };
   move(0);
   for (std::size_t done = sizeof(Words); done < bytes; done += kStep) {
@@ -167,170 +115,140 @@ KA_KERNEL void copy(std::uint8_t* out, const std::uint8_t* in, std::size_t bytes
   }
 }
 
-// Moves a packet that may stand near the end of its row or of the input.
-template <typename Form>
-[[gnu::noinline]] void move_packet(std::span<std::uint8_t> row,
-                                   std::span<const std::uint8_t> packets, std::size_t bytes,
-                                   bool literal) {
-  constexpr std::size_t size = Form::kSampleBytes;
-  std::uint8_t* const out = row.data();
-  const std::uint8_t* in = packets.data();
-  if (row.size() >= bytes + kStep && packets.size() >= (literal ? bytes : size) + kStep) {
-    return literal ? copy<Form>(out, in, bytes) : repeat<Form>(out, in, bytes);
-  }
-  if (size == 1 && literal) {
-    std::memcpy(out, in, bytes);
-    return;
-  }
-  if (size == 1) {
+// Not inlined, which leaves the registers to the loop.
+template <std::size_t Size>
+[[gnu::noinline]] void repeat_exactly(std::uint8_t* out, const std::uint8_t* in,
+                                      std::size_t bytes) {
+  if (Size == 1) {
     std::memset(out, *in, bytes);
-    return;
-  }
-  constexpr bool swaps = Form::kSwaps && std::endian::native == std::endian::little;
-  for (std::size_t done = 0; done < bytes; done += size) {
-    for (std::size_t i = 0; i < size; ++i) out[done + i] = in[swaps ? size - 1 - i : i];
-    if (literal) in += size;
+  } else {
+    for (std::size_t done = 0; done < bytes; done += Size) std::memcpy(out + done, in, Size);
   }
 }
 
-struct Expanded {
-  RowEnd end;
-  std::size_t used;    // bytes of the packets, of whole packets only
-  std::size_t filled;  // bytes of the row
-};
-
-struct Progress {
-  std::size_t used, filled;  // bytes of packets and row
-};
-
-// Expands what stands so far from both ends that a packet may be moved with some bytes too many, up
-// to a count of 0 that ends the row or represents a wide one. Whether a packet is a run is left to
-// a branch: where it is guessed, which is most often, the next packet need not wait for this one's
-// length.
-template <typename Form>
-Progress expand_inner(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row,
-                      std::size_t slack) {
-  if (packets.size() < kStep + Form::kControlBytes || row.size() + slack < kStep) return {};
-  const std::uint8_t* const in = packets.data();
-  std::uint8_t* const out = row.data();
-  const std::size_t most_used = packets.size() - kStep - Form::kControlBytes;
-  const std::size_t most_filled = row.size() - (kStep - std::min(slack, kStep));
-  std::size_t used = 0, filled = 0;
-  const auto move_literal = [&](std::size_t count) {
-    const std::size_t from = used + Form::kControlBytes, bytes = count * Form::kSampleBytes;
-    if (from + bytes > most_used || filled + bytes > most_filled) return false;
-    if (count == 0 && !Form::kHasEmptyPackets) return false;
-    copy<Form>(out + filled, in + from, bytes);
-    used = from + bytes;
-    filled += bytes;
-    return true;
-  };
-  const auto move_run = [&](std::size_t count) {
-    const std::size_t from = used + Form::kControlBytes, bytes = count * Form::kSampleBytes;
-    if (filled + bytes > most_filled) return false;
-    if (count == 0 && !Form::kHasEmptyPackets) return false;
-    repeat<Form>(out + filled, in + from, bytes);
-    used = from + Form::kSampleBytes;
-    filled += bytes;
-    return true;
-  };
-  while (used <= most_used &&
-         Form::choose(in[used + Form::kControlBytes - 1], move_literal, move_run)) {
-  }
-  return {used, filled};
-}
-
-template <typename Form>
-Expanded expand(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row,
-                std::size_t slack = 0) {
+// Decodes a row of samples of `Size` bytes. Whether a packet is a run is left to a branch: where it
+// is guessed, which is most often, the next packet need not wait for this one's length.
+template <typename Form, std::size_t Size>
+Expanded expand(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row) {
   const std::uint8_t* in = packets.data();
   const std::uint8_t* const in_end = in + packets.size();
   std::uint8_t* out = row.data();
   std::uint8_t* const out_end = out + row.size();
-  const std::uint8_t* packet = in;  // that is checked
-  const auto ended = [&](RowEnd end) {
-    return Expanded{end, std::size_t(packet - packets.data()), std::size_t(out - row.data())};
-  };
-  for (;; packet = in) {
-    const Progress inner = expand_inner<Form>({in, in_end}, {out, out_end}, slack);
-    packet = in += inner.used;
-    out += inner.filled;
-    if (!Form::kHasClosing && out == out_end) break;
-    if (std::size_t(in_end - in) < Form::kControlBytes) {
-      return ended(out == out_end ? RowEnd::kWhole : RowEnd::kShort);
+  const auto move_literals = [&](std::size_t bytes) {
+    const auto left = std::size_t(in_end - in), room = std::size_t(out_end - out);
+    if (bytes + kStep <= left && bytes + kStep <= room) [[likely]] {
+      copy(out, in, bytes);
+    } else {
+      if (bytes > room) return RowEnd::kCorrupt;
+      if (bytes > left) return RowEnd::kShort;
+      std::memcpy(out, in, bytes);
     }
-    auto [count, literal] = control_of<Form>(in);
-    in += Form::kControlBytes;
-    if (Form::kHasWideCounts && count == 0) {
-      if (in_end - in < 2) return ended(RowEnd::kShort);
-      count = std::size_t{in[0]} << 8 | in[1];
-      in += 2;
-    }
-    if (count == 0 && !Form::kHasEmptyPackets) break;
-    const std::size_t bytes = count * Form::kSampleBytes;
-    const std::size_t stored = literal ? bytes : Form::kSampleBytes;
-    if (bytes > std::size_t(out_end - out)) return ended(RowEnd::kCorrupt);
-    if (stored > std::size_t(in_end - in)) return ended(RowEnd::kShort);
-    move_packet<Form>({out, out_end}, {in, in_end}, bytes, literal);
-    in += stored;
+    in += bytes;
     out += bytes;
+    return RowEnd::kWhole;
+  };
+  const auto move_run = [&](std::size_t bytes) {
+    const auto left = std::size_t(in_end - in), room = std::size_t(out_end - out);
+    if (bytes + sizeof(Chunk) <= room && Size <= left) [[likely]] {
+      repeat<Size>(out, in, bytes);
+    } else {
+      if (bytes > room) return RowEnd::kCorrupt;
+      if (Size > left) return RowEnd::kShort;
+      repeat_exactly<Size>(out, in, bytes);
+    }
+    in += Size;
+    out += bytes;
+    return RowEnd::kWhole;
+  };
+  const std::uint8_t* packet = in;  // that is decoded
+  RowEnd end = RowEnd::kWhole;
+  for (; out < out_end || Form::kFillsInput; packet = in) {
+    if (std::size_t(in_end - in) < Form::kControlBytes) {
+      if (out < out_end) end = RowEnd::kShort;
+      break;
+    }
+    const int count = Form::samples(in[Form::kControlBytes - 1]);
+    in += Form::kControlBytes;
+    if (count == 0 && Form::kEmpty == Empty::kEndsRow) [[unlikely]] {
+      if (out < out_end) end = RowEnd::kCorrupt;
+      break;
+    }
+    if (count < 0) {
+      end = move_literals(std::size_t(-count) * Size);
+    } else if (count > 0) {
+      end = move_run(std::size_t(count) * Size);
+    } else if (Form::kEmpty == Empty::kWideCount) {
+      if (in_end - in < 2) {
+        end = RowEnd::kShort;
+        break;
+      }
+      const std::size_t wide = std::size_t{in[0]} << 8 | in[1];
+      in += 2;
+      end = wide > 0 ? move_run(wide * Size) : RowEnd::kCorrupt;
+    }
+    if (end != RowEnd::kWhole) break;
   }
-  return ended(out == out_end ? RowEnd::kWhole : RowEnd::kCorrupt);
+  return {end, std::size_t(packet - packets.data()), std::size_t(out - row.data())};
 }
 
-template <template <std::size_t> typename Form>
-PixelRow expand_row(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row,
-                    std::size_t pixel_bytes, std::size_t slack = 0) {
-  constexpr std::array expand_form = {expand<Form<1>>, expand<Form<2>>, expand<Form<3>>,
-                                      expand<Form<4>>};
-  const auto [end, used, filled] = expand_form[pixel_bytes - 1](packets, row, slack);
-  return {end, used};
+template <typename Form>
+Expanded expand_pixels_of(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row,
+                          std::size_t pixel_bytes) {
+  constexpr std::array expand_size = {expand<Form, 1>, expand<Form, 2>, expand<Form, 3>,
+                                      expand<Form, 4>};
+  return expand_size[pixel_bytes - 1](packets, row);
 }
 
 }  // namespace
 
 template <typename Sample>
-RowEnd expand_counted(std::span<const std::uint8_t> packets, std::span<Sample> line) {
-  auto* const row = reinterpret_cast<std::uint8_t*>(line.data());
-  return expand<CountedForm<Sample>>(packets, {row, line.size_bytes()}).end;
+Expanded expand_counted(std::span<const std::uint8_t> packets, std::span<Sample> line) {
+  const std::span row(reinterpret_cast<std::uint8_t*>(line.data()), line.size_bytes());
+  if constexpr (sizeof(Sample) == 1) {
+    return expand<CountedForm, 1>(packets, row);
+  } else {
+    const Expanded result = expand<WordForm, 2>(packets, row);
+    for (std::size_t i = 0; i < result.filled; i += 2) {
+      line[i / 2] = Sample(row[i] << 8 | row[i + 1]);
+    }
+    return result;
+  }
 }
 
-PixelRow expand_pixels(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row,
-                       std::size_t pixel_bytes, std::size_t slack) {
-  return expand_row<PixelForm>(packets, row, pixel_bytes, slack);
+Expanded expand_pixels(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row,
+                       std::size_t pixel_bytes) {
+  return expand_pixels_of<PixelForm>(packets, row, pixel_bytes);
 }
 
-RowEnd expand_signed(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row) {
-  const auto [end, used, filled] = expand<SignedForm>(packets, row);
-  return end == RowEnd::kWhole && used < packets.size() ? RowEnd::kCorrupt : end;
+Expanded expand_signed(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row) {
+  return expand<SignedForm, 1>(packets, row);
 }
 
-PixelRow expand_mixed(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row,
+Expanded expand_mixed(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row,
                       std::size_t pixel_bytes) {
-  return expand_row<MixedForm>(packets, row, pixel_bytes);
+  return expand_pixels_of<MixedForm>(packets, row, pixel_bytes);
 }
 
-PixelRow expand_repeats(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row,
+Expanded expand_repeats(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row,
                         std::size_t pixel_bytes) {
-  return expand_row<RunForm>(packets, row, pixel_bytes);
+  return expand_pixels_of<RepeatForm>(packets, row, pixel_bytes);
 }
 
-PixelRow expand_scanline(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row) {
-  const auto [end, used, filled] = expand<ScanlineForm>(packets, row);
-  return {end, used};
+Expanded expand_scanline(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row) {
+  return expand<ScanlineForm, 1>(packets, row);
 }
 
-PackBitsRow expand_packbits(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row) {
-  const auto [end, used, filled] = expand<PackBitsForm>(packets, row);
-  return {end, used, filled};
+Expanded expand_packbits(std::span<const std::uint8_t> packets, std::span<std::uint8_t> row) {
+  return expand<PackBitsForm, 1>(packets, row);
 }
 
-PackBitsRow skip_packbits(std::span<const std::uint8_t> packets, std::uint64_t count) {
+Expanded skip_packbits(std::span<const std::uint8_t> packets, std::uint64_t count) {
   std::size_t used = 0, filled = 0;
   while (filled < count) {
     if (used == packets.size()) return {RowEnd::kShort, used, filled};
-    const auto [bytes, literal] = control_of<PackBitsForm>(packets.data() + used);
-    const std::size_t stored = 1 + (literal ? bytes : 1);
+    const int samples = PackBitsForm::samples(packets[used]);
+    const auto bytes = std::size_t(std::abs(samples));
+    const std::size_t stored = 1 + (samples > 0 ? 1 : bytes);
     if (bytes > count - filled) return {RowEnd::kCorrupt, used, filled};
     if (stored > packets.size() - used) return {RowEnd::kShort, used, filled};
     used += stored;
@@ -339,7 +257,7 @@ PackBitsRow skip_packbits(std::span<const std::uint8_t> packets, std::uint64_t c
   return {RowEnd::kWhole, used, filled};
 }
 
-template RowEnd expand_counted(std::span<const std::uint8_t>, std::span<std::uint8_t>);
-template RowEnd expand_counted(std::span<const std::uint8_t>, std::span<std::uint16_t>);
+template Expanded expand_counted(std::span<const std::uint8_t>, std::span<std::uint8_t>);
+template Expanded expand_counted(std::span<const std::uint8_t>, std::span<std::uint16_t>);
 
 }  // namespace ka

@@ -1,6 +1,5 @@
 // Run-length packets that format families share. Both ends are bounded: a decoder reads no byte
-// past its input, writes none past the row but for the slack that a caller allows, and reports a
-// row that is not exactly filled.
+// past its input, writes none past the row, and reports a row that is not exactly filled.
 #pragma once
 
 #include <array>
@@ -9,9 +8,6 @@
 #include <span>
 
 #include <ka/detail/targets.h>
-#include <ka/imgbytes.h>
-
-#include "linekernels.h"
 
 namespace ka {
 
@@ -22,6 +18,13 @@ enum class RowEnd {
   kCorrupt,  // a packet reaches past the row's end, or the packets say that the row ends before it
 };
 
+// What a decoder made of a row.
+struct Expanded {
+  RowEnd end;
+  std::size_t used;    // bytes of the packets, of whole packets only
+  std::size_t filled;  // bytes of the row
+};
+
 // Counted packets: rows of 8- or 16-bit samples. The low 7 bits of a control sample count n
 // samples, which follow as they are where bit 7 is set, or as one sample to be repeated. A count of
 // 0 ends the row; it may be missing after a complete row. 16-bit samples and controls are
@@ -29,7 +32,8 @@ enum class RowEnd {
 
 // Decodes a row into `line`.
 template <typename Sample>
-[[nodiscard]] RowEnd expand_counted(std::span<const std::uint8_t> packets, std::span<Sample> line);
+[[nodiscard]] Expanded expand_counted(std::span<const std::uint8_t> packets,
+                                      std::span<Sample> line);
 
 // Bytes that the packets of `count` samples can take at most.
 [[nodiscard]] constexpr std::size_t counted_bound(std::size_t count, std::size_t sample_bytes) {
@@ -47,19 +51,9 @@ template <typename Sample>
 // literal pixels, any other by one pixel that is repeated c - 127 times. The row ends with its
 // last pixel.
 
-struct PixelRow {
-  RowEnd end;
-  std::size_t used;  // bytes of the packets, of a whole row
-};
-
-// Bytes after a row with which its last packets need no care.
-constexpr std::size_t kRowSlack = 64;
-
-// Decodes a row of row.size() / pixel_bytes pixels, left as they are in the packets. Up to `slack`
-// bytes after the row may be overwritten.
-[[nodiscard]] PixelRow expand_pixels(std::span<const std::uint8_t> packets,
-                                     std::span<std::uint8_t> row, std::size_t pixel_bytes,
-                                     std::size_t slack = 0);
+// Decodes a row of row.size() / pixel_bytes pixels, left as they are in the packets.
+[[nodiscard]] Expanded expand_pixels(std::span<const std::uint8_t> packets,
+                                     std::span<std::uint8_t> row, std::size_t pixel_bytes);
 
 // Bytes that the packets of `count` pixels can take at most.
 [[nodiscard]] constexpr std::size_t pixels_bound(std::size_t count, std::size_t pixel_bytes) {
@@ -81,22 +75,22 @@ constexpr std::size_t kRowSlack = 64;
 // repeated c + 1 times, any other by 256 - c literal bytes.
 
 // Decodes a row, which is whole when the last packet ends with it.
-[[nodiscard]] RowEnd expand_signed(std::span<const std::uint8_t> packets,
-                                   std::span<std::uint8_t> row);
+[[nodiscard]] Expanded expand_signed(std::span<const std::uint8_t> packets,
+                                     std::span<std::uint8_t> row);
 // Encodes a row, up to 127 bytes in a packet. Before, Returns: as compact_bytes.
 [[nodiscard]] std::size_t compact_signed(std::span<const std::uint8_t> row,
                                          std::span<std::uint8_t> packets);
 
 // Mixed packets: as pixel packets, but after a control byte of 128 the count is in two bytes,
 // big-endian; 0 there is corrupt. Pixels of 1 to 4 bytes.
-[[nodiscard]] PixelRow expand_mixed(std::span<const std::uint8_t> packets,
+[[nodiscard]] Expanded expand_mixed(std::span<const std::uint8_t> packets,
                                     std::span<std::uint8_t> row, std::size_t pixel_bytes);
 // Encodes a row. Before, Returns: as compact_bytes.
 [[nodiscard]] std::size_t compact_mixed(std::span<const std::uint8_t> row,
                                         std::span<std::uint8_t> packets, std::size_t pixel_bytes);
 
 // Repeats: each packet is a count from 1 to 255 and one pixel of 1 to 4 bytes; 0 is corrupt.
-[[nodiscard]] PixelRow expand_repeats(std::span<const std::uint8_t> packets,
+[[nodiscard]] Expanded expand_repeats(std::span<const std::uint8_t> packets,
                                       std::span<std::uint8_t> row, std::size_t pixel_bytes);
 
 // PackBits: rows of bytes. A control byte c below 128 is followed by c + 1 literal bytes, one
@@ -105,18 +99,12 @@ constexpr std::size_t kRowSlack = 64;
 
 constexpr std::size_t kLongestPackBits = 129;  // bytes of a packet
 
-struct PackBitsRow {
-  RowEnd end;
-  std::size_t used;    // bytes of the packets, of whole packets only
-  std::size_t filled;  // bytes of the row
-};
-
 // Decodes packets into a row. After kShort the packets from `used` on go on with it from `filled`.
-[[nodiscard]] PackBitsRow expand_packbits(std::span<const std::uint8_t> packets,
-                                          std::span<std::uint8_t> row);
+[[nodiscard]] Expanded expand_packbits(std::span<const std::uint8_t> packets,
+                                       std::span<std::uint8_t> row);
 
 // Finds where the packets of `count` bytes end.
-[[nodiscard]] PackBitsRow skip_packbits(std::span<const std::uint8_t> packets, std::uint64_t count);
+[[nodiscard]] Expanded skip_packbits(std::span<const std::uint8_t> packets, std::uint64_t count);
 
 // Bytes that the packets of `count` bytes can take at most: only the first literal of a row and one
 // after 127 or 128 others take more than their bytes.
@@ -134,34 +122,29 @@ struct PackBitsRow {
 constexpr std::size_t kRunBytes = 4;
 using RunPlanes = std::array<std::uint8_t*, 3>;
 
-struct RunRow {
-  RowEnd end;
-  std::size_t used;    // bytes of the packets that were decoded
-  std::size_t pixels;  // that they gave
-};
-
-// Decodes a row of `count` pixels into planes, which are given in the order of a packet's samples.
-// Stops at a packet that it cannot decode: a packet of no pixels is corrupt.
-[[nodiscard]] RunRow expand_runs(std::span<const std::uint8_t> packets, const RunPlanes& planes,
-                                 std::size_t count);
+// Decodes a row of `count` pixels into planes, which are given in the order of a packet's samples;
+// `filled` is in pixels. Stops at a packet that it cannot decode: a packet of no pixels is corrupt.
+[[nodiscard]] Expanded expand_runs(std::span<const std::uint8_t> packets, const RunPlanes& planes,
+                                   std::size_t count);
 
 // The same for each instruction set.
 using RunKernel = void (*)(std::span<const std::uint8_t> packets, const RunPlanes& planes,
-                           std::size_t count, RunRow& row);
+                           std::size_t count, Expanded& row);
 [[nodiscard]] const KernelTable<RunKernel>& run_kernels();
 
 // Pairs: rows of bytes. A pair has two bytes: how often its sample comes, which may be 0 times, and
 // the sample. The pairs end with the row.
 
 // Decodes a row.
-[[nodiscard]] RowEnd expand_pairs(std::span<const std::uint8_t> pairs, std::span<std::uint8_t> row);
+[[nodiscard]] Expanded expand_pairs(std::span<const std::uint8_t> pairs,
+                                    std::span<std::uint8_t> row);
 
 // Scanline packets: rows of bytes. A control byte c above 128 is followed by one byte that is
 // repeated c - 128 times, any other by c literal bytes, which may be none. The row ends with
 // its last byte.
 
 // Decodes a row.
-[[nodiscard]] PixelRow expand_scanline(std::span<const std::uint8_t> packets,
+[[nodiscard]] Expanded expand_scanline(std::span<const std::uint8_t> packets,
                                        std::span<std::uint8_t> row);
 
 // Bytes that the packets of `count` bytes can take at most, when none is empty.

@@ -67,11 +67,7 @@ KA_KERNEL void look_up(const std::uint8_t* a, const std::uint8_t* b,
   for (std::size_t i = 0; i < size; ++i)
     distances[i] = std::uint8_t(a[i] > b[i] ? a[i] - b[i] : b[i] - a[i]);
 #pragma GCC unroll 8
-  for (std::size_t i = 0; i < size; ++i) {
-    unsigned sample = table[distances[i]];
-    asm("" : "+r"(sample));  // no vectors, which would be filled sample by sample
-    out[i] = std::uint8_t(sample);
-  }
+  for (std::size_t i = 0; i < size; ++i) out[i] = table[distances[i]];
 }
 
 // Paints every pixel as one that differs.

@@ -9,6 +9,7 @@
 
 #include "driver.h"
 #include "drivers.h"
+#include "linekernels.h"
 #include "rle.h"
 #include "stream.h"
 

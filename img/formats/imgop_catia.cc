@@ -13,6 +13,7 @@
 
 #include "driver.h"
 #include "drivers.h"
+#include "linekernels.h"
 #include "rle.h"
 
 namespace ka {
@@ -138,7 +139,7 @@ int read_sub_block(img_file* handle, Component& component, std::size_t count) {
     return 1;
   }
   const std::span row(component.expanded.data(), count);
-  if (expand_pairs(data, row) != RowEnd::kWhole) {
+  if (expand_pairs(data, row).end != RowEnd::kWhole) {
     return img_refuse(handle, IMG_ERR_CORRUPT, 0, "pairs do not fill their block exactly");
   }
   component.samples = row;

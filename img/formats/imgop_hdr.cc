@@ -101,7 +101,7 @@ int read_plane(img_file* handle, FileReader& in, std::span<std::uint8_t> plane) 
   for (const std::size_t most : {usual, FileReader::kBufferSize}) {
     const auto packets = in.ahead(most);
     const int failure = errno;
-    const auto [end, used] = expand_scanline(packets, plane);
+    const auto [end, used, filled] = expand_scanline(packets, plane);
     if (end == RowEnd::kWhole) {
       (void)in.take(used);
       return 1;

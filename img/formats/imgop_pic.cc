@@ -114,7 +114,7 @@ int get_packets(img_file* handle, FileReader& in, std::span<std::uint8_t> row,
                 std::size_t pixel_bytes, Expand expand) {
   const auto packets = in.ahead(record_bound(row.size() / pixel_bytes, pixel_bytes));
   const int failure = errno;
-  const auto [end, used] = expand(packets, row, pixel_bytes);
+  const auto [end, used, filled] = expand(packets, row, pixel_bytes);
   if (end == RowEnd::kShort) return img_error(handle, IMG_ERR_READ, failure);
   if (end == RowEnd::kCorrupt) {
     return img_refuse(handle, IMG_ERR_CORRUPT, 0, "a packet passes the end of the line");

@@ -128,7 +128,7 @@ int read_encoded(img_file* handle, FileReader& reader, std::size_t row, std::spa
   reader.seek(state.table.start[row]);
   const auto packets = reader.take(length);
   if (packets.size() != length) return img_error(handle, IMG_ERR_READ, errno);
-  if (expand_counted(packets, plane) != RowEnd::kWhole) {
+  if (expand_counted(packets, plane).end != RowEnd::kWhole) {
     return img_refuse(handle, IMG_ERR_CORRUPT, 0, "packets do not fill their row exactly");
   }
   return 1;

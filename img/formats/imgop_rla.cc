@@ -171,7 +171,7 @@ template <typename Sample>
 bool decode(RlaState& state, std::span<const std::uint8_t> packets, std::span<Sample> plane) {
   std::uint8_t* bytes = state.record.data();
   if constexpr (sizeof(Sample) == 1) bytes = plane.data();
-  if (expand_signed(packets, {bytes, plane.size_bytes()}) != RowEnd::kWhole) return false;
+  if (expand_signed(packets, {bytes, plane.size_bytes()}).end != RowEnd::kWhole) return false;
   if constexpr (sizeof(Sample) > 1) {
     join_bytes(bytes, plane.size(), plane.data(), plane.size());
   }

@@ -162,7 +162,7 @@ std::span<const std::uint8_t> uncompress(img_file* handle, TargaState& state) {
   const std::size_t pixel_bytes = state.header.pixel_bytes();
   const auto packets = state.pixels.ahead(pixels_bound(std::size_t(handle->width), pixel_bytes));
   const int failure = errno;
-  const auto [end, used] = expand_pixels(packets, row, pixel_bytes);
+  const auto [end, used, filled] = expand_pixels(packets, row, pixel_bytes);
   if (end != RowEnd::kWhole) {
     const bool is_short = end == RowEnd::kShort;
     if (is_short) {

@@ -7,6 +7,7 @@
 
 #include "drivers.h"
 #include "img_iff.h"
+#include "linekernels.h"
 #include "rle.h"
 #include "rows.h"
 
@@ -178,11 +179,11 @@ void make_room(Buffer& buffer, std::size_t bytes) {
   if (buffer.size() < bytes) buffer = Buffer(bytes);
 }
 
-// Decodes planes of bytes. Before: each ends where the next begins, or with room for kRowSlack.
+// Decodes planes of bytes.
 bool decodetile(std::span<const std::uint8_t> packets, std::span<std::uint8_t* const> planes,
                 std::size_t pixels) {
   for (std::uint8_t* const plane : planes) {
-    const auto [end, used] = expand_pixels(packets, {plane, pixels}, 1, kRowSlack);
+    const auto [end, used, filled] = expand_pixels(packets, {plane, pixels}, 1);
     if (end != RowEnd::kWhole) return false;
     packets = packets.subspan(used);
   }
@@ -200,7 +201,7 @@ bool decode_bytes(const IffState& state, const IffTile& tile,
 template <typename Sample, std::size_t Components>
 bool decode_samples(IffState& state, const IffTile& tile, std::span<const std::uint8_t> packets) {
   const std::size_t pixels = tile.pixels();
-  make_room(state.tile, pixels * state.pixel_bytes() + kRowSlack);
+  make_room(state.tile, pixels * state.pixel_bytes());
   std::array<std::uint8_t*, sizeof(Sample) * Components> parts;
   for (std::size_t i = 0; i < parts.size(); ++i) parts[i] = state.tile.data() + i * pixels;
   if (!decodetile(packets, parts, pixels)) return false;
@@ -240,7 +241,7 @@ int read_tile(img_file* handle, IffState& state, const IffTile& tile) {
 // Fills the strip buffer. Returns 1, or 0 with the handle's error.
 int read_strip(img_file* handle, IffState& state, const IffStrip& strip) {
   const std::size_t lines = strip.last_line - strip.first_line + 1;
-  make_room(state.strip, lines * state.width * state.pixel_bytes() + kRowSlack);
+  make_room(state.strip, lines * state.width * state.pixel_bytes());
   return iff_with_pixels(state, [&]<typename Sample, std::size_t Components>() {
     for (std::size_t i = strip.first_tile; i < strip.end_tile; ++i) {
       if (!read_tile<Sample, Components>(handle, state, state.tiles[i])) return 0;

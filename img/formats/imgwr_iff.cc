@@ -8,6 +8,7 @@
 
 #include "drivers.h"
 #include "img_iff.h"
+#include "linekernels.h"
 #include "rle.h"
 
 namespace ka {

@@ -11,14 +11,13 @@
 
 namespace {
 
-using ka::PackBitsRow, ka::RowEnd;
+using ka::Expanded, ka::RowEnd;
 
 using Bytes = std::vector<std::uint8_t>;
 using Packets = std::span<const std::uint8_t>;
 using RowBytes = std::span<std::uint8_t>;
 
 constexpr std::uint8_t kGuard = 0x5a;
-constexpr std::size_t kUnknown = ~std::size_t{0};  // not returned by the decoder
 
 struct Control {
   std::size_t count;
@@ -38,7 +37,7 @@ enum Trait : unsigned {
 struct Form {
   unsigned traits;
   Control (*control)(std::size_t byte);
-  PackBitsRow (*expand)(Packets packets, RowBytes row, std::size_t size);
+  Expanded (*expand)(Packets packets, RowBytes row, std::size_t size);
   std::size_t (*compact)(Packets row, RowBytes packets, std::size_t size) = nullptr;
   std::size_t (*bound)(std::size_t count, std::size_t size) = ka::compact_bound;
 };
@@ -84,15 +83,12 @@ Decoded decode(const Form& form, std::size_t size, const Bytes& packets, std::si
   return ended(has(kExact) && d.used < packets.size() ? RowEnd::kCorrupt : RowEnd::kWhole);
 }
 
-PackBitsRow as_row(RowEnd end) { return {end, kUnknown, kUnknown}; }
-PackBitsRow as_row(const ka::PixelRow& row) { return {row.end, row.used, kUnknown}; }
-
 template <auto Decoder>
-PackBitsRow expand(Packets packets, RowBytes row, std::size_t size) {
+Expanded expand(Packets packets, RowBytes row, std::size_t size) {
   if constexpr (requires { Decoder(packets, row, size); }) {
-    return as_row(Decoder(packets, row, size));
+    return Decoder(packets, row, size);
   } else {
-    return as_row(Decoder(packets, row));
+    return Decoder(packets, row);
   }
 }
 template <auto Encoder>
@@ -110,7 +106,7 @@ std::span<Sample> samples_of(RowBytes row) {
   return {reinterpret_cast<Sample*>(row.data()), row.size() / sizeof(Sample)};
 }
 template <typename Sample>
-RowEnd expand_counted(Packets packets, RowBytes row) {
+Expanded expand_counted(Packets packets, RowBytes row) {
   return ka::expand_counted<Sample>(packets, samples_of<Sample>(row));
 }
 template <typename Sample>
@@ -119,42 +115,30 @@ std::size_t compact_counted(Packets row, RowBytes packets) {
   return ka::compact_counted<Sample>(samples_of<Sample>(bytes), packets);
 }
 
-// Also into a row with room after it.
-ka::PixelRow expand_pixels(Packets packets, RowBytes row, std::size_t size) {
-  Bytes room(row.size() + ka::kRowSlack + 1, kGuard);
-  const auto loose =
-      ka::expand_pixels(packets, std::span(room).first(row.size()), size, ka::kRowSlack);
-  const auto result = ka::expand_pixels(packets, row, size);
-  EXPECT_EQ(room.back(), kGuard);
-  EXPECT_EQ(loose.end, result.end);
-  EXPECT_TRUE(loose.end != RowEnd::kWhole || std::equal(row.begin(), row.end(), room.begin()));
-  return result;
-}
-
-void expect_same(const PackBitsRow& a, const PackBitsRow& b) {
+void expect_same(const Expanded& a, const Expanded& b) {
   EXPECT_TRUE(a.end == b.end && a.used == b.used && a.filled == b.filled);
 }
 
-PackBitsRow expand_and_skip(Packets packets, RowBytes row, std::size_t /*size*/) {
-  const PackBitsRow result = ka::expand_packbits(packets, row);
+Expanded expand_and_skip(Packets packets, RowBytes row, std::size_t /*size*/) {
+  const Expanded result = ka::expand_packbits(packets, row);
   expect_same(ka::skip_packbits(packets, row.size()), result);
   return result;
 }
 
 // Into planes, on every instruction set.
-PackBitsRow expand_planes(Packets packets, RowBytes row, std::size_t /*size*/) {
-  std::vector<PackBitsRow> results;
+Expanded expand_planes(Packets packets, RowBytes row, std::size_t /*size*/) {
+  std::vector<Expanded> results;
   for (const auto kernel : ka::usable_kernels(ka::run_kernels())) {
     std::array<Bytes, 3> planes;
     planes.fill(Bytes(row.size() / 3 + 1, kGuard));
-    ka::RunRow part{};
+    Expanded part{};
     kernel(packets, {planes[0].data(), planes[1].data(), planes[2].data()}, row.size() / 3, part);
     for (const Bytes& plane : planes) EXPECT_EQ(plane.back(), kGuard);
-    for (std::size_t i = 0; i < 3 * part.pixels; ++i) {
+    for (std::size_t i = 0; i < 3 * part.filled; ++i) {
       EXPECT_TRUE(results.empty() || row[i] == planes[i % 3][i / 3]);
       row[i] = planes[i % 3][i / 3];
     }
-    results.push_back({part.end, part.used, 3 * part.pixels});
+    results.push_back({part.end, part.used, 3 * part.filled});
     expect_same(results.back(), results.front());
   }
   return results.front();
@@ -177,7 +161,7 @@ constexpr Form kCounted = {kClosing, counted, expand_byte_counts, compact_byte_c
                            ka::counted_bound},
                kWords = {kClosing | kBigWords, counted, expand_word_counts, compact_word_counts,
                          ka::counted_bound},
-               kBytes = {0, pixels, expand<expand_pixels>, compact<ka::compact_bytes>},
+               kBytes = {0, pixels, expand<ka::expand_pixels>, compact<ka::compact_bytes>},
                kSigned = {kExact, with_sign, expand<ka::expand_signed>,
                           compact<ka::compact_signed>},
                kMixed = {kWide, mixed, expand<ka::expand_mixed>, ka::compact_mixed},
@@ -202,10 +186,9 @@ void check(const Form& form, std::size_t size, Bytes packets, std::size_t row_by
   const auto [end, used, filled] = form.expand(packets, std::span(row).first(row_bytes), size);
   ASSERT_EQ(end, expected.end) << testing::PrintToString(packets);
   ASSERT_EQ(row.back(), kGuard);
-  ASSERT_TRUE(filled == kUnknown || filled == expected.row.size());
-  const bool is_whole = end == RowEnd::kWhole;
-  ASSERT_TRUE(used == kUnknown || used == expected.used || (!is_whole && filled == kUnknown));
-  ASSERT_TRUE(!is_whole || std::equal(expected.row.begin(), expected.row.end(), row.begin()));
+  ASSERT_EQ(filled, expected.row.size());
+  ASSERT_EQ(used, expected.used);
+  ASSERT_TRUE(std::equal(expected.row.begin(), expected.row.end(), row.begin()));
 }
 
 // Packets mostly of few samples, or of any number; `samples` is how many they have.
