@@ -84,16 +84,6 @@ TEST_F(Stream, ReadersGiveWhatTheFileHoldsWhereverTheyStand) {
   }
 }
 
-// Bytes that this process has read so far.
-std::uint64_t bytes_read() {
-  unsigned long long bytes = 0;
-  std::FILE* const counters = std::fopen("/proc/self/io", "r");
-  if (!counters) return 0;
-  EXPECT_EQ(std::fscanf(counters, "rchar: %llu", &bytes), 1);
-  std::fclose(counters);
-  return bytes;
-}
-
 TEST_F(Stream, ReadersTellTheEndFromASystemThatFails) {
   open("0123456789", "r+b");
   std::filesystem::resize_file(path_, 4);  // it shrank
