@@ -173,7 +173,7 @@ int exr_write(img_file* handle, img_line* line) {
   const auto convert = state.is_float ? exr_to_float : exr_to_half;
   for (const char channel : state.channels) {
     const int slot = channel == 'Z' ? 0 : int(slots.find(channel));
-    const auto* const plane = static_cast<const float*>(ka_img_const_line_plane(line, slot));
+    const auto* const plane = static_cast<const float*>(ka_img_line_plane(line, slot));
     convert(plane, row, std::size_t(handle->width));
     row += state.row_bytes;
   }
