@@ -140,7 +140,7 @@ typedef struct img_file {
   /* Settings of drivers, set at the same time: ka_img_create clears all but the third, ka_img_open
    * all. Two exist, each a float in the bits of the word. The first: the quality of a JPEG file, 1
    * to 100, 0 for the usual one. The second: the fields in the header of a "pic" file, 1 odd, 2
-   * even, 3 and 0 both. */
+   * even, 3 and 0 both. Drivers of ka/drivers.h have others: docs/formats.md. */
   uint32_t parameters[IMG_PARAMETERS];
   /* Of a file with several pictures or layers, the one that is read: set before ka_img_open, which
    * keeps it. "" is the format's default. Formats without layers do not look at it; docs/formats.md

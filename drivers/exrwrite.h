@@ -1,0 +1,12 @@
+// The writing half of the driver for OpenEXR files.
+#pragma once
+
+#include <ka/img.h>
+
+namespace drivers {
+
+int exr_create(img_file* handle);
+int exr_write(img_file* handle, img_line* line);
+int exr_close_written(img_file* handle);
+
+}  // namespace drivers
