@@ -9,7 +9,7 @@
 
 #include "drivers.h"
 
-int ka_drivers_register() { return 1; }
+int ka_drivers_register() { return drivers::register_png(KA_DRIVERS_PNG); }
 
 int drivers::refuse(img_file* handle, int code, const char* format, ...) {
   std::array<char, IMG_REASON_SIZE> reason{};
