@@ -60,6 +60,8 @@ int fail(img_file* handle, const PngFault& fault) {
   return refuse(handle, fault.code, "%s", fault.reason);
 }
 
+constexpr PngFault kNoColor = {IMG_ERR_CORRUPT, 0, "a pixel has no color in the palette"};
+
 int fail_reading(img_file* handle) {
   return fail(handle, {IMG_ERR_READ, errno, "the file ends before the pixels"});
 }
@@ -356,7 +358,8 @@ int read_png(img_file* handle, img_line* line) {
     return refuse(handle, IMG_ERR_READ, "%d pixels per line need more than the file has",
                   handle->width);
   auto& state = state_of<PngState>(handle);
-  if (!state.rows) start_rows(handle, state);
+  if (!state.part) start_rows(handle, state);
+  if (!state.rows) return fail(handle, kNoColor);
   const std::uint8_t* pixels = nullptr;
   for (std::size_t i = 0; i < state.shape.pass_count; ++i) {
     const PngPass& pass = state.shape.passes[i];
@@ -364,9 +367,8 @@ int read_png(img_file* handle, img_line* line) {
     const std::uint8_t* const row = state.rows->next(i);
     if (!row) return fail(handle, state.rows->fault());
     pixels = pixels_of(state, row, std::size_t(pass.columns), state.part.get());
-    if (!pixels)
-      return refuse(handle, IMG_ERR_CORRUPT, "a pixel has a color that is not in the palette of %u",
-                    state.entries);
+    if (!pixels) state.rows.reset();  // no line follows, as after any other failure
+    if (!pixels) return fail(handle, kNoColor);
     if (state.shape.interlaced) place(state, pass, pixels);
   }
   ka_img_line_unpack(line, handle->file_type, state.shape.interlaced ? state.line.get() : pixels,

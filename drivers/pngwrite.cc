@@ -38,8 +38,8 @@ void put_chunk(img_writer* out, std::uint32_t type, std::span<const std::uint8_t
   ka::ByteWriter head(numbers);
   head.be32(std::uint32_t(bytes.size()));
   head.be32(type);
-  const std::uint32_t crc =
-      libdeflate_crc32(libdeflate_crc32(0, letters, 4), bytes.data(), bytes.size());
+  std::uint32_t crc = libdeflate_crc32(0, letters, 4);
+  if (!bytes.empty()) crc = libdeflate_crc32(crc, bytes.data(), bytes.size());
   head.be32(crc);
   ka_img_writer_put(out, numbers.data(), kPngChunkHead);
   ka_img_writer_put(out, bytes.data(), bytes.size());
@@ -121,7 +121,7 @@ std::size_t choose_filter(PngWriterState& state) {
 
 int create_png(img_file* handle) {
   if (handle->width < 1 || handle->height < 1) {
-    return refuse(handle, IMG_ERR_SUBTYPE, "%d x %d; the format has sides of at least 1",
+    return refuse(handle, IMG_ERR_CREATE, "%d x %d; the format has sides of at least 1",
                   handle->width, handle->height);
   }
   auto state = std::make_unique<PngWriterState>();
