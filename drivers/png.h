@@ -98,6 +98,7 @@ class PngData {
   bool begin_chunk();
   bool end_chunk();
   bool is_sound();
+  bool matches(const std::uint8_t* stored, std::uint32_t crc);
   bool fail(int code, const char* reason);
   bool fail_reading();  // the file ends, or the system failed
 
@@ -124,11 +125,15 @@ class PngInflater {
 
  private:
   bool feed();
+  bool take_number(std::size_t count, std::uint32_t& value);
+  bool begin();
+  bool advance();
   bool fail(const PngFault& fault);
 
   PngData data_;
   z_stream codec_{};
-  bool ended_ = false;
+  bool begun_ = false, ended_ = false;
+  std::uint32_t checksum_ = 1;
   PngFault fault_;
 };
 

@@ -12,7 +12,7 @@
 namespace drivers {
 namespace {
 
-constexpr std::size_t kPortion = std::size_t{128} << 10;  // of the file, in the second-level cache
+constexpr std::size_t kPortion = std::size_t{256} << 10;  // of the file, in the second-level cache
 constexpr std::uint64_t kReserved = std::uint64_t{4}
                                     << 20;  // of the memory bound, for codecs and lines
 
@@ -87,8 +87,20 @@ bool PngData::fail_reading() {
   return false;
 }
 
-// Goes through the chunk and comes back.
+bool PngData::matches(const std::uint8_t* stored, std::uint32_t crc) {
+  if (ka::ByteCursor({stored, kPngCrc}).be32() == crc) return true;
+  return fail(IMG_ERR_CORRUPT, "the checksum of an IDAT chunk differs");
+}
+
+// Verifies the chunk without taking it: a long one is read twice.
 bool PngData::is_sound() {
+  std::size_t held = left_ + kPngCrc;
+  if (held <= kPortion) {
+    const std::uint8_t* const bytes = ka_img_reader_ahead(in_.get(), &held);
+    if (held < left_ + kPngCrc) return fail_reading();
+    const std::uint32_t found = left_ > 0 ? libdeflate_crc32(crc_, bytes, left_) : crc_;
+    return matches(bytes + left_, found);
+  }
   const std::int64_t start = ka_img_reader_position(in_.get());
   std::uint32_t crc = crc_;
   for (std::uint32_t left = left_; left > 0;) {
@@ -100,11 +112,9 @@ bool PngData::is_sound() {
   }
   const std::uint8_t* const stored = ka_img_reader_take(in_.get(), kPngCrc);
   if (!stored) return fail_reading();
-  if (ka::ByteCursor({stored, kPngCrc}).be32() != crc) {
-    return fail(IMG_ERR_CORRUPT, "the checksum of an IDAT chunk differs");
-  }
+  const bool result = matches(stored, crc);
   ka_img_reader_seek(in_.get(), start);
-  return true;
+  return result;
 }
 
 bool PngData::begin_chunk() {
@@ -130,11 +140,8 @@ bool PngData::end_chunk() {
   if (cut_) return fail_reading();
   const std::uint8_t* const stored = ka_img_reader_take(in_.get(), kPngCrc);
   if (!stored) return fail_reading();
-  if (!verify_ && ka::ByteCursor({stored, kPngCrc}).be32() != crc_) {
-    return fail(IMG_ERR_CORRUPT, "the checksum of an IDAT chunk differs");
-  }
   in_chunk_ = false;
-  return true;
+  return verify_ || matches(stored, crc_);
 }
 
 std::span<const std::uint8_t> PngData::next() {
@@ -156,8 +163,9 @@ std::span<const std::uint8_t> PngData::next() {
   return {bytes, count};
 }
 
+// The codec sees the data without its head and its checksum, which libdeflate finds faster.
 PngInflater::PngInflater(img_file* handle, std::int64_t offset) : data_(handle, offset, true) {
-  if (inflateInit(&codec_) != Z_OK) fault_ = {IMG_ERR_READ, ENOMEM, ""};
+  if (inflateInit2(&codec_, -MAX_WBITS) != Z_OK) fault_ = {IMG_ERR_READ, ENOMEM, ""};
 }
 
 PngInflater::~PngInflater() { inflateEnd(&codec_); }
@@ -182,25 +190,47 @@ bool PngInflater::feed() {
   return true;
 }
 
-bool PngInflater::read(std::uint8_t* bytes, std::size_t count) {
-  if (fault_.code != IMG_ERR_NONE) return false;
-  while (count > 0) {
-    if (ended_) return fail({IMG_ERR_CORRUPT, 0, "the compressed data ends before the last line"});
-    const auto room = uInt(std::min<std::size_t>(count, std::size_t{1} << 30));
-    codec_.next_out = bytes;
-    codec_.avail_out = room;
-    const int result = inflate(&codec_, Z_NO_FLUSH);
-    const std::size_t stored = room - codec_.avail_out;
-    bytes += stored;
-    count -= stored;
-    ended_ = result == Z_STREAM_END;
-    if (result == Z_BUF_ERROR || (result == Z_OK && count > 0)) {
-      if (!feed()) return false;
-    } else if (result != Z_OK && !ended_) {
-      return fail({IMG_ERR_CORRUPT, 0, "the compressed data is damaged"});
-    }
+// The next bytes as a number, of the data's head or its end.
+bool PngInflater::take_number(std::size_t count, std::uint32_t& value) {
+  for (value = 0; count > 0; --count) {
+    if (!feed()) return false;
+    value = value << 8 | *codec_.next_in++;
+    --codec_.avail_in;
   }
   return true;
+}
+
+bool PngInflater::begin() {
+  constexpr unsigned deflated = 8, dictionary = 0x20;
+  std::uint32_t head = 0;
+  begun_ = true;
+  if (!take_number(2, head)) return false;
+  const bool is_known =
+      head % 31 == 0 && (head >> 8 & 15) == deflated && head >> 12 < 8 && !(head & dictionary);
+  return is_known || fail({IMG_ERR_CORRUPT, 0, "the compressed data has a damaged head"});
+}
+
+bool PngInflater::read(std::uint8_t* bytes, std::size_t count) {
+  if (fault_.code != IMG_ERR_NONE || (!begun_ && !begin())) return false;
+  std::uint8_t* const first = bytes;
+  for (std::uint8_t* const end = bytes + count; bytes < end;) {
+    if (ended_) return fail({IMG_ERR_CORRUPT, 0, "the compressed data ends before the last line"});
+    const auto room = uInt(std::min<std::size_t>(std::size_t(end - bytes), std::size_t{1} << 30));
+    codec_.next_out = bytes;
+    codec_.avail_out = room;
+    if (!advance()) return false;
+    bytes += room - codec_.avail_out;
+  }
+  checksum_ = libdeflate_adler32(checksum_, first, count);
+  return true;
+}
+
+// Uncompresses what there is room for, or less.
+bool PngInflater::advance() {
+  const int result = inflate(&codec_, Z_NO_FLUSH);
+  ended_ = result == Z_STREAM_END;
+  if (result == Z_BUF_ERROR || (result == Z_OK && codec_.avail_out > 0)) return feed();
+  return ended_ || result == Z_OK || fail({IMG_ERR_CORRUPT, 0, "the compressed data is damaged"});
 }
 
 bool PngInflater::skip(std::uint64_t count) {
@@ -215,18 +245,15 @@ bool PngInflater::skip(std::uint64_t count) {
 
 bool PngInflater::finish() {
   std::uint8_t more;
+  codec_.next_out = &more;
+  codec_.avail_out = 1;
   while (!ended_) {
-    codec_.next_out = &more;
-    codec_.avail_out = 1;
-    const int result = inflate(&codec_, Z_NO_FLUSH);
-    ended_ = result == Z_STREAM_END || codec_.avail_out == 0;
-    if (ended_) break;
-    if (result != Z_OK && result != Z_BUF_ERROR) {
-      return fail({IMG_ERR_CORRUPT, 0, "the compressed data is damaged"});
-    }
-    if (!feed()) return false;
+    if (!advance()) return false;
+    if (codec_.avail_out == 0) return true;
   }
-  return true;
+  std::uint32_t stored = 0;
+  if (!take_number(4, stored)) return false;
+  return stored == checksum_ || fail({IMG_ERR_CORRUPT, 0, "the checksum of the data differs"});
 }
 
 PngRows::PngRows(img_file* handle, const PngShape& shape, std::int64_t offset)
@@ -250,7 +277,8 @@ PngRows::PngRows(img_file* handle, const PngShape& shape, std::int64_t offset)
   }
 }
 
-// Returns false where memory does not allow it or something is damaged.
+// Returns false where memory does not allow it, something is damaged, or nothing was compressed: then
+// rows are copied faster one by one.
 bool PngRows::inflate_all(img_file* handle) {
   PngData data(handle, offset_, false);
   const auto most = std::uint64_t(data.bytes_left());  // of compressed bytes
@@ -259,9 +287,13 @@ bool PngRows::inflate_all(img_file* handle) {
       shape_.data_bytes / best_ratio > most) {
     return false;
   }
+  auto bytes = data.next();
+  constexpr unsigned block_type = 6;  // of the first block, after the head; 0: stored
+  const bool is_stored = bytes.size() > 2 && (bytes[2] & block_type) == 0;
+  if (is_stored && most > shape_.data_bytes && !shape_.interlaced) return false;
   const PngBytes compressed = large_bytes(std::size_t(most));
   std::size_t count = 0;
-  for (auto bytes = data.next(); !bytes.empty(); bytes = data.next()) {
+  for (; !bytes.empty(); bytes = data.next()) {
     std::memcpy(compressed.get() + count, bytes.data(), bytes.size());
     count += bytes.size();
   }
