@@ -54,6 +54,15 @@ read -r _ ratio details < <(compare cpu 51 \
   "$bin/vel_diff" first.jpg second.jpg -- "$bin/floor_jpeg" first.jpg second.jpg)
 judge "CPU time as jpg, in units of floor_jpeg" "$ratio" 1.2 "$details"
 
+if [[ -x $bin/floor_png ]]; then
+  for picture in first second; do
+    "$bin/write_as" png "$picture.ppm" "$picture.png"
+  done
+  read -r _ ratio details < <(compare cpu 51 \
+    "$bin/vel_diff" first.png second.png -- "$bin/floor_png" first.png second.png)
+  judge "CPU time as png, in units of floor_png" "$ratio" 1.15 "$details"
+fi
+
 read -r _ ratio details < <(compare wall 301 "$bin/vel_diff" one.ppm two.ppm -- /bin/true)
 judge "time from start to end, 1x1, in units of /bin/true" "$ratio" 3 "$details"
 

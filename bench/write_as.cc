@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include <ka/drivers.h>
 #include <ka/img.h>
 #include <ka/mem.h>
 #include <ka/message.h>
@@ -26,6 +27,9 @@ int main(int argc, char** argv) {
   ka_mem_init();
   ka_img_init();
   ka_context_init();
+#ifdef LUMORA_DRIVERS
+  ka_drivers_register();
+#endif
   const int format = ka_img_format_identify(argv[1]);
   if (format < 0) fail("no such format");
   img_file from{};

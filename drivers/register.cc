@@ -9,7 +9,10 @@
 
 #include "drivers.h"
 
-int ka_drivers_register() { return drivers::register_exr(KA_DRIVERS_EXR); }
+int ka_drivers_register() {
+  using namespace drivers;
+  return int{register_png(KA_DRIVERS_PNG) && register_exr(KA_DRIVERS_EXR)};
+}
 
 int drivers::refuse(img_file* handle, int code, const char* format, ...) {
   std::array<char, IMG_REASON_SIZE> reason{};
