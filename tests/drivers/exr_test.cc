@@ -9,7 +9,6 @@
 #include <random>
 
 #include "exrpixels.h"
-#include "peers/shown.h"
 #include "support.h"
 
 namespace {
