@@ -12,7 +12,11 @@
 
 #include "drivers.h"
 
-int ka_drivers_register() { return int{drivers::register_bmp5(KA_DRIVERS_BMP5) != 0}; }
+int ka_drivers_register() {
+  using namespace drivers;
+  return int{register_tifz(KA_DRIVERS_TIFZ) &&
+             register_bmp5(KA_DRIVERS_BMP5)};
+}
 
 std::uint32_t drivers::profile_of(std::span<const std::uint8_t> icc) {
   return std::max(std::uint32_t(crc32_z(0, icc.data(), icc.size())), 1U);
