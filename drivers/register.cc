@@ -14,7 +14,7 @@
 
 int ka_drivers_register() {
   using namespace drivers;
-  return int{register_tifz(KA_DRIVERS_TIFZ) &&
+  return int{register_webp(KA_DRIVERS_WEBP) && register_tifz(KA_DRIVERS_TIFZ) &&
              register_bmp5(KA_DRIVERS_BMP5)};
 }
 
