@@ -116,7 +116,8 @@ void unpack(const State& state, img_line* line, std::size_t block, std::size_t r
   }
   if (state.colors == 1) {
     const Out* const grey = plane_at<Out>(line, 0, at);
-    for (const std::size_t c : {1, 2}) std::copy_n(grey, count, plane_at<Out>(line, c, at));
+    for (const std::size_t c : {std::size_t{1}, std::size_t{2}})
+      std::copy_n(grey, count, plane_at<Out>(line, c, at));
   }
   if (!state.has_alpha) return;
   move(state, source_of(state, block, row, state.colors), count, plane_at<Out>(line, 3, at));
