@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 
 namespace drivers {
 
@@ -49,6 +50,13 @@ inline std::uint64_t memory_limit(const img_file* handle) {
   constexpr std::uint64_t at_once = std::uint64_t{64} << 20, per_byte = 64;
   return at_once + per_byte * std::uint64_t(handle->file_size);
 }
+
+// The checksum of a color profile for img_file.profile: never 0.
+std::uint32_t profile_of(std::span<const std::uint8_t> icc);
+
+// Refuses a file whose lines, of `pixel_bytes` in its own type, would take more memory than its size
+// justifies. Returns 1, or 0 with the handle's error.
+int check_line_memory(img_file* handle, std::uint64_t pixel_bytes);
 
 // Sets the handle's error and a reason: a printf format and its values, one English phrase. Returns 0.
 [[gnu::format(printf, 3, 4)]] int refuse(img_file* handle, int code, const char* format, ...);

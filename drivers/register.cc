@@ -1,5 +1,8 @@
 #include <ka/drivers.h>
 
+#include <zlib.h>
+
+#include <algorithm>
 #include <array>
 #include <cstdarg>
 #include <cstdio>
@@ -11,7 +14,21 @@
 
 int ka_drivers_register() {
   using namespace drivers;
-  return int{register_png(KA_DRIVERS_PNG) && register_exr(KA_DRIVERS_EXR)};
+  return int{register_png(KA_DRIVERS_PNG) && register_exr(KA_DRIVERS_EXR) &&
+             register_webp(KA_DRIVERS_WEBP) && register_tifz(KA_DRIVERS_TIFZ) &&
+             register_bmp5(KA_DRIVERS_BMP5)};
+}
+
+std::uint32_t drivers::profile_of(std::span<const std::uint8_t> icc) {
+  return std::max(std::uint32_t(crc32_z(0, icc.data(), icc.size())), 1U);
+}
+
+int drivers::check_line_memory(img_file* handle, std::uint64_t pixel_bytes) {
+  constexpr std::uint64_t callers_bytes = 4;  // of a pixel in most programs
+  const std::uint64_t width = std::uint64_t(handle->width);
+  if (width * (pixel_bytes + callers_bytes) <= memory_limit(handle)) return 1;
+  return refuse(handle, IMG_ERR_READ, "the file is too short for lines of %d pixels",
+                handle->width);
 }
 
 int drivers::refuse(img_file* handle, int code, const char* format, ...) {

@@ -191,6 +191,11 @@ int ka::img_identify(img_file* handle, const std::uint8_t* head) {
   for (const int format : kTestOrder) {
     if (accepts(handle, head, format)) return format;
   }
+  for (int format = IMG_FORMAT_CUSTOM; format < IMG_FORMAT_COUNT; ++format) {
+    if (formats[std::size_t(format)].stands_in_for != kNoFormat && accepts(handle, head, format)) {
+      return format;
+    }
+  }
   return -1;
 }
 

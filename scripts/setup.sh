@@ -7,7 +7,7 @@ set -euo pipefail
 packages=(g++ cmake ninja-build libjpeg62-turbo-dev libgtest-dev libbenchmark-dev pkgconf
           libdeflate-dev zlib1g-dev libopenexr-dev libwebp-dev libtiff-dev)
 if [[ ${1-} == test || ${1-} == check ]]; then
-  packages+=(ffmpeg ghostscript imagemagick libjpeg-turbo-progs libtiff-tools netpbm openimageio-tools)
+  packages+=(ffmpeg ghostscript imagemagick libjpeg-turbo-progs libtiff-tools netpbm openimageio-tools webp)
 fi
 if [[ ${1-} == check ]]; then
   packages+=(clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev mandoc lintian debootstrap)

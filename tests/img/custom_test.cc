@@ -150,4 +150,34 @@ TEST_F(Custom, OperationsThatAreMissingOrFailSilentlyAreErrors) {
   }
 }
 
+TEST_F(Custom, StandInsAreAskedAfterARefusalAndForFilesOfNoOther) {
+  const std::string refused = "BM" + std::string(12, '\0') + "x" + std::string(60, '\0');
+  const auto error_of = [&](const std::string& content) {
+    ka_img_open(file, scratch.write("a", content).c_str(), IMG_TYPE_FILE);
+    const int error = file->error;
+    ka_img_close(file);
+    return error;
+  };
+  add(kFirst, "tst", IMG_TYPE_S);
+  EXPECT_TRUE(ka_img_custom_format_stand_in(kFirst, IMG_FORMAT_BMP));
+  EXPECT_EQ(error_of("P6\n1 1\n255\nabc"), IMG_ERR_NONE);
+  EXPECT_EQ(driver.calls, "");
+  EXPECT_EQ(error_of(refused), IMG_ERR_SUBTYPE);
+  EXPECT_EQ(file->format, IMG_FORMAT_BMP);
+  EXPECT_STREQ(file->reason, "a header of 120 bytes is not read; those of 12 and 40 are");
+  EXPECT_EQ(driver.calls, "t");
+  driver.magic = 'B';
+  EXPECT_EQ(error_of(refused), IMG_ERR_NONE);
+  EXPECT_EQ(file->format, kFirst);
+  EXPECT_STREQ(file->reason, "");
+  EXPECT_EQ(driver.calls, "ttoe");
+  driver.magic = '\1';  // no built-in format begins so
+  EXPECT_EQ(error_of(std::string("\1\0\0\0", 4)), IMG_ERR_NONE);
+  EXPECT_EQ(error_of("\2"), IMG_ERR_FORMAT);
+  for (const int slot : {kFirst - 1, kLast + 1}) {
+    EXPECT_FALSE(ka_img_custom_format_stand_in(slot, IMG_FORMAT_BMP));
+  }
+  for (const int other : {-1, kFirst}) EXPECT_FALSE(ka_img_custom_format_stand_in(kFirst, other));
+}
+
 }  // namespace
