@@ -6,7 +6,9 @@
 #include <cstring>
 
 #ifdef __x86_64__
-#include <cpuid.h>
+#define _Bool bool  // in the C library's header, which clang takes for C++
+#include <sys/platform/x86.h>
+#undef _Bool
 #include <immintrin.h>
 #endif
 
@@ -81,11 +83,7 @@ void from_half(const std::uint8_t* row, float* plane, std::size_t count) {
   from_half(row + 2 * i, plane + i, count - i);
 }
 
-bool has_f16c() {
-  unsigned a = 0, b = 0, c = 0, d = 0;
-  return __builtin_cpu_supports("avx") && __get_cpuid(1, &a, &b, &c, &d) != 0 &&
-         (c & bit_F16C) != 0;
-}
+bool has_f16c() { return CPU_FEATURE_ACTIVE(AVX) && CPU_FEATURE_ACTIVE(F16C); }
 #endif
 
 using FromHalf = decltype(&from_half);

@@ -5,6 +5,12 @@
 
 #include <array>
 
+#if defined(__x86_64__)
+#define _Bool bool  // in the C library's header, which clang takes for C++
+#include <sys/platform/x86.h>
+#undef _Bool
+#endif
+
 #define KA_KERNEL [[gnu::always_inline]] inline
 
 namespace ka {
@@ -19,14 +25,15 @@ struct KernelTable {
   Function base, avx2, avx512;
 };
 
-// Picks what this processor runs best.
+// Picks what this processor runs best. The C library knows: asking the processor again, as the
+// compiler's own functions do when a program starts, takes long in virtual machines.
 template <typename Function>
 Function best_kernel(const KernelTable<Function>& table) {
-  if (__builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vl") &&
-      __builtin_cpu_supports("avx512vbmi")) {
+  if (CPU_FEATURE_ACTIVE(AVX512BW) && CPU_FEATURE_ACTIVE(AVX512VL) &&
+      CPU_FEATURE_ACTIVE(AVX512_VBMI)) {
     return table.avx512;
   }
-  return __builtin_cpu_supports("avx2") ? table.avx2 : table.base;
+  return CPU_FEATURE_ACTIVE(AVX2) ? table.avx2 : table.base;
 }
 
 // Every kernel of the table that this processor runs, the scalar-compatible base first.
