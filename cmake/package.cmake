@@ -23,7 +23,8 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME liblumora-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
-    "${library_package} (= ${PROJECT_VERSION}), libjpeg62-turbo-dev")
+    "${library_package} (= ${PROJECT_VERSION}), libjpeg62-turbo-dev, libdeflate-dev, libtiff-dev, libwebp-dev, zlib1g-dev")
+set(CPACK_DEBIAN_TOOL_PACKAGE_RECOMMENDS libopenexr-3-1-30)  # loaded for OpenEXR files
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # each package has its own
 set(CPACK_DEBIAN_TOOL_DESCRIPTION "compare two pictures pixel by pixel
 vel_diff tells how many pixels of two pictures differ, by how much, and

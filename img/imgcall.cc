@@ -144,19 +144,23 @@ int open_driver(img_file* handle, int format, const std::uint8_t* head) {
 }
 
 // Asks the format that stands in for the one whose driver has refused the file; `unread` is the
-// handle as it was before. Returns 1, or 0 with the handle's error.
+// handle as it was before. Returns 1, or 0 with the error of the refusal. The reason is then that of
+// the driver that can read more.
 int open_stand_in(img_file* handle, int refusing, const img_file& unread,
                   const std::uint8_t* head) {
   if (handle->error != IMG_ERR_SUBTYPE) return 0;
-  const img_file refused = *handle;
+  img_file refused = *handle;
   *handle = unread;
   const int format = ka::img_identify_stand_in(handle, head, refusing);
-  if (format < 0) {
-    *handle = refused;
-    return 0;
+  if (format >= 0) {
+    drop_refusals(handle);
+    if (open_driver(handle, format, head)) return 1;
+    const auto close = ka::img_format_at(format).driver.close;
+    if (handle->data.p && close) close(handle);
+    if (handle->reason[0]) std::ranges::copy(handle->reason, refused.reason);
   }
-  drop_refusals(handle);
-  return open_driver(handle, format, head);
+  *handle = refused;
+  return 0;
 }
 
 // Called in a purge, with the areas of one thread after the other.

@@ -389,7 +389,8 @@ int ka_img_custom_format(int format, img_test_function test, img_create_function
 
 /* Lets a custom format stand in for a built-in one: it is not asked for files by itself, but after the
  * built-in driver's open operation has failed with error 6, with the same file. When its test
- * declines, the built-in driver's error stands. It is asked as well, last of all, for files that no
+ * declines or its open operation fails, the built-in driver's error stands, with the reason that the
+ * open operation gives. It is asked as well, last of all, for files that no
  * other driver accepts: newer variants of a format may begin with other bytes. A registration of the
  * slot ends it.
  *   Returns  1, or 0 when `format` is no custom slot or `built_in` is no built-in format. */
