@@ -100,34 +100,8 @@ TEST_F(Store, StampsAreScaledWhenTheyOverflow) {
   EXPECT_TRUE(ka_trans_end(KA_TRANS_TRANSACTION));
 }
 
-TEST_F(Store, DeletionsAreDelayedAndPrivateElementsAreTheirMakersAlone) {
-  std::uint32_t tag = make_element();
-  ka_db_delete_delay(1);
-  EXPECT_EQ(messages_of([&] { EXPECT_TRUE(ka_db_delete(tag)); }, KA_DEBUG),
-            (Texts{"entering delete delayed: tag 0x400, trans 0"}));
-  EXPECT_TRUE(ka_db_exists(tag));
-  ka_db_delete_delay(0);
-  EXPECT_FALSE(ka_db_exists(tag));
-
-  // Elements in use wait; one whose tag has another element is forgotten.
-  const std::uint32_t job = make_job({});
-  EXPECT_TRUE(ka_trans_begin(KA_TRANS_TRANSACTION));
-  tag = make_element();
-  ka_db_delete_delay(1);
-  EXPECT_TRUE(ka_db_delete(tag));
-  EXPECT_TRUE(ka_trans_end(KA_TRANS_TRANSACTION));
-  EXPECT_TRUE(ka_trans_begin(KA_TRANS_TRANSACTION));
-  EXPECT_EQ(ka_transaction_get(), tag);
-  ka_trans_default();
-  ka_db_access(job);
-  EXPECT_TRUE(ka_db_delete(job));
-  ka_db_delete_delay(0);
-  EXPECT_TRUE(ka_db_exists(tag));
-  EXPECT_TRUE(ka_db_exists(job));
-  ka_db_unpin(job);
-  ka_db_delete_delay(0);
-  EXPECT_FALSE(ka_db_exists(job));
-
+TEST_F(Store, PrivateElementsAreTheirMakersAlone) {
+  std::uint32_t tag = 0;
   EXPECT_TRUE(ka_trans_begin(KA_TRANS_TRANSACTION));
   ka_db_create_private(&tag, 5, 8);
   EXPECT_FALSE(ka_db_delete(tag));

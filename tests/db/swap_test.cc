@@ -1,10 +1,6 @@
 // Swapping job elements to disk: files, limits, settings, and what goes wrong.
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <algorithm>
-#include <fstream>
 
 #include "jobs.h"
 #include "lib/messages.h"
@@ -145,18 +141,6 @@ TEST_F(Swap, ReadsItsSettingsOnce) {
             (Texts{"swap directory \"" + scratch_.path("") + "\", limit 3 MB"}));
   unsetenv("KA_LUM_SWAPDIR");
   unsetenv("KA_LUM_SWAPLIMIT");
-}
-
-TEST_F(Swap, TakesElementsOutOfMemoryUnderALimit) {
-  ka_db_swap_config(nullptr, 100000);
-  std::vector<std::uint32_t> tags;
-  for (int i = 0; i < 100; ++i) tags.push_back(produced({.words = 9000, .first = unsigned(i)}));
-  purge();
-  EXPECT_EQ(counts().swapped_out, 3600U);
-  for (unsigned i = 0; i < 100; ++i) {
-    EXPECT_TRUE(test::is_filled(ka_db_access(tags[i]), {.words = 9000, .first = i}));
-  }
-  EXPECT_EQ(test::executions, 100);
 }
 
 }  // namespace

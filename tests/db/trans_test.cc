@@ -1,7 +1,6 @@
 // Worlds, sessions and transactions: beginning, attaching, ending, and every refusal.
 #include <algorithm>
 #include <functional>
-#include <latch>
 
 #include "jobs.h"
 #include "lib/messages.h"
@@ -119,57 +118,6 @@ TEST_F(Trans, SayWhyTheyRefuse) {
   ka_db_exit();  // without a store
   EXPECT_EQ(begin(world), Texts{"271006 cannot create db item for world"});
   ka_db_init();
-}
-
-// The thread that ends a transaction is not the last one in it.
-TEST_F(Trans, StayWithTheThreadsThatAreStillAttached) {
-  ASSERT_TRUE(ka_trans_begin(KA_TRANS_TRANSACTION));
-  const std::uint32_t tag = ka_transaction_get();
-  std::latch attached(1), ended(1);
-  std::jthread other = test::registered([&] {
-    EXPECT_TRUE(ka_trans_attach(tag, KA_TRANS_TRANSACTION));
-    attached.count_down();
-    ended.wait();
-    const std::uint32_t element = make_element();
-    EXPECT_NE(ka_transaction_mem(kModule), nullptr);
-    EXPECT_EQ(messages_of([] { EXPECT_EQ(ka_trans_end(KA_TRANS_TRANSACTION), 0); }, KA_ERROR),
-              (Texts{"271016 transaction not found"}));
-    EXPECT_EQ(ka_transaction_get(), 0U);
-    EXPECT_FALSE(ka_db_exists(element));
-  });
-  attached.wait();
-  events.clear();
-  EXPECT_TRUE(ka_trans_end(KA_TRANS_TRANSACTION));
-  EXPECT_TRUE(events.empty());
-  EXPECT_FALSE(ka_db_exists(tag));
-  EXPECT_EQ(refused([tag] { return ka_trans_attach(tag, KA_TRANS_TRANSACTION); })[0],
-            "272003 tried to use an ended transaction (0x400)");
-  // The tag is free: what gets it next is not taken for the old transaction.
-  ASSERT_TRUE(ka_trans_begin(KA_TRANS_TRANSACTION));
-  EXPECT_EQ(ka_transaction_get(), tag);
-  EXPECT_TRUE(ka_trans_end(KA_TRANS_TRANSACTION));
-  events.clear();
-  ended.count_down();
-  other.join();
-  EXPECT_EQ(events, (Texts{"-t"}));
-}
-
-// What contained a transaction has ended, and its tag is that of something younger.
-TEST_F(Trans, DoNotComeToStrangers) {
-  ASSERT_TRUE(ka_trans_begin(KA_TRANS_SESSION));
-  const std::uint32_t session = ka_session_get();
-  ASSERT_TRUE(ka_trans_begin(KA_TRANS_TRANSACTION));
-  const std::uint32_t transaction = ka_transaction_get();
-  test::registered([&] {
-    EXPECT_TRUE(ka_trans_attach(session, KA_TRANS_SESSION));
-    EXPECT_TRUE(ka_trans_end(KA_TRANS_SESSION));
-    EXPECT_TRUE(ka_trans_begin(KA_TRANS_WORLD));
-    EXPECT_EQ(ka_world_get(), session);
-  }).join();
-  EXPECT_EQ(refused([] { return ka_trans_begin(KA_TRANS_TRANSACTION); }).back(),
-            "271007 cannot attach new transaction");
-  ka_trans_default();
-  EXPECT_EQ(refused([&] { return ka_trans_attach(transaction, KA_TRANS_TRANSACTION); }).size(), 2U);
 }
 
 TEST_F(Trans, EndWithTheirElementAndTheLibrary) {

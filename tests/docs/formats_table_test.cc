@@ -1,4 +1,4 @@
-// The table of docs/formats.md says what the library does, and others say what it says.
+// What the table of docs/formats.md says the manual page and the tool say, too.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -18,58 +18,6 @@ std::vector<std::string> documented_rows() {
     if (test::matches(line, "\\| [0-9].*")) rows.push_back(line);
   }
   return rows;
-}
-
-// What becomes of a file that is created as two lines of two pixels: smaller ones do not count as a
-// picture in every format.
-struct Created {
-  img_file handle;  // as ka_img_create left it
-  bool is_written, can_be_read;
-};
-
-Created create(const std::string& name, int format, int type) {
-  test::Handle file, again;
-  file->file_type = static_cast<std::uint8_t>(type);
-  ka_img_create(file, name.c_str(), type, format, 2, 2);
-  const img_file handle = *file;
-  const test::Line line(ka_img_line_alloc(file));
-  const bool is_written = ka_img_line_write(file, line.get()) &&
-                          ka_img_line_write(file, line.get()) && ka_img_close(file) &&
-                          test::exists(name) &&
-                          !test::read_file(name).empty();  // some formats take lines, keep none
-  return {handle, is_written, ka_img_open(again, name.c_str(), IMG_TYPE_FILE) != 0};
-}
-
-std::string writable_types(const std::string& name, int format) {
-  std::string names;
-  int count = 0;
-  for (int type = 0; type < IMG_TYPE_COUNT; ++type) {
-    if (create(name, format, type).handle.file_type != type) continue;
-    if (count++ > 0) names += ", ";
-    names += ka_img_type_name(type);
-  }
-  return count == IMG_TYPE_COUNT ? "all" : names;
-}
-
-TEST(FormatsTable, HasEveryBuiltInFormatAsItIs) {
-  const auto rows = documented_rows();
-  const test::Scratch scratch;
-  const std::string name = scratch.path("picture");
-  const test::MessageLog log;  // a type that the format does not have gives a warning
-  ASSERT_EQ(rows.size(), std::size_t{IMG_FORMAT_CUSTOM});
-  for (int format = 0; format < IMG_FORMAT_CUSTOM; ++format) {
-    const int best = ka_img_best_type(format);
-    const Created created = create(name, format, best);
-    const std::string reads = created.can_be_read ? "yes \\| yes" : "no \\| yes";
-    const std::string expected = "\\| " + std::to_string(format) + " \\| " +
-                                 ka_img_format_name(format) + " \\| [^|]* \\| " +  // outside
-                                 (created.handle.topdown ? "top first" : "bottom first") + " \\| " +
-                                 ka_img_type_name(best) + " \\| " + writable_types(name, format) +
-                                 " \\| " + (created.is_written ? reads : "[^|]* \\| no") + " \\|";
-    EXPECT_TRUE(test::matches(rows[std::size_t(format)], expected))
-        << rows[std::size_t(format)] << "\n"
-        << expected;
-  }
 }
 
 // The manual page lists the same formats, and so do the messages of the tool.

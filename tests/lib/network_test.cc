@@ -80,20 +80,6 @@ TEST(Network, OnlyTheMasterPassesSettingsOn) {
   }
 }
 
-TEST(Network, ForwardedLinesGoToTheMasterAndNowhereElse) {
-  const Network as_slave(2);
-  ka_toggle_netmessage(1);
-  testing::internal::CaptureStderr();
-  ka_nerror(7, "one\nline");
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-  ASSERT_EQ(sent.size(), 1U);
-  const auto& [host, record] = sent[0];
-  EXPECT_EQ((std::vector{host, record.kind, int(record.level), record.code}),
-            (std::vector{0, int(KA_RECORD_LINE), int(KA_ERROR), 241007}));
-  EXPECT_STREQ(record.prefix, "MAIN 2.0  error  241007");
-  EXPECT_STREQ(record.text, "one line");
-}
-
 TEST(Network, TheMasterForwardsNeitherItsNetworkThreadNorOtherHosts) {
   const Network as_master(0);
   const MessageLog log;

@@ -72,18 +72,4 @@ TEST(TaskRandom, ASeedStartsEightStates) {
   }
 }
 
-TEST(TaskRandom, ThreadsHaveStatesOfTheirOwnAndAnyNumberNamesOne) {
-  ka_taskrandom_seed(10, 10, 0, 3, 4);
-  const Numbers ours = draw(7, 4);
-  test::registered([&] {
-    EXPECT_EQ(draw(8, 4), draw_from({0, 0, 0}, 4));
-    ka_taskrandom_seed(10, 10, 0, 3, 4);
-    EXPECT_EQ(
-        (Numbers{ka_taskrandom(7), ka_par_random(), ka_taskrandom(16), ka_taskrandom(9 * 113 + 7)}),
-        ours);
-    const float number = ka_taskrandom(std::numeric_limits<int>::min());
-    EXPECT_TRUE(number >= 0 && number <= 1);
-  }).join();
-}
-
 }  // namespace

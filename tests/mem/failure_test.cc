@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 #include <ka/mem.h>
 #include <ka/message.h>
-#include <ka/trans.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -102,7 +101,6 @@ void call_refused(void (*call)(), std::size_t refused) {
 
 // A chunk of one element of 8192 bytes has a link, too.
 TEST(RefusedForever, EndsTheProcessAfter1000Attempts) {
-  static const std::string text(kSize, 'x');
   const struct {
     void (*call)();
     std::size_t refused;  // bytes, and more
@@ -110,11 +108,7 @@ TEST(RefusedForever, EndsTheProcessAfter1000Attempts) {
   } rows[] = {
       {[] { ka_mem_allocate(kSize); }, kSize, "05: can't allocate 3145728 bytes. M"},
       {[] { ka_mem_reallocate(nullptr, kSize); }, kSize, "06: can't reallocate 3145728 bytes. M"},
-      {[] { ka_mem_strdup(text.c_str()); }, kSize, "07: can't allocate memory for string. M"},
-      {[] { ka_mem_allocate_raw(kSize); }, kSize, "08: can't allocate 3145728 bytes. M"},
-      {[] { ka_mem_reallocate_raw(nullptr, kSize); }, kSize, "11: can't reallocate 3145728 bytes"},
       {[] { ka_mem_blkallocate(ka_mem_blkcreate(8192)); }, 8192, "15: can't allocate 8200 bytes"},
-      {[] { ka_mem_blkfallocate(ka_mem_blkcreate(8192)); }, 8192, "16: can't allocate 8200 bytes"},
       {[] { ka_mem_pages_get(); }, 0x40000, "29: can't allocate 262144 bytes.M"}};
   for (const auto& [call, refused, message] : rows) {
     EXPECT_EXIT(

@@ -1,11 +1,9 @@
-// Many threads: whose account a block is on, when accounts are merged, and purges and pools in the
-// middle of it.
+// Many threads with purges and pools in the middle of it.
 #include <gtest/gtest.h>
 #include <ka/mem.h>
 #include <ka/trans.h>
 
 #include <atomic>
-#include <thread>
 #include <vector>
 
 #include "heap.h"
@@ -13,24 +11,6 @@
 namespace {
 
 using Threads = test::MemoryTest;
-
-TEST_F(Threads, AnAccountIsMergedWhenTheAreasAreSetAsideAndWhenItsThreadEnds) {
-  constexpr std::size_t size = 100'000, counted = size + 16;  // as ka_mem_getsize counts a block
-  const std::size_t before = ka_mem_getsize();
-  void *block = nullptr, *last = nullptr;
-  test::registered([&] {
-    block = ka_mem_allocate(size);
-    std::thread([before] { EXPECT_EQ(ka_mem_getsize(), before); }).join();
-    void** const saved = ka_context_push();
-    std::thread([before] { EXPECT_EQ(ka_mem_getsize(), before + counted); }).join();
-    ka_context_pop(saved);
-    last = ka_mem_allocate(size);
-  }).join();
-  EXPECT_EQ(ka_mem_getsize(), before + 2 * counted);
-  ka_mem_release(block);
-  ka_mem_release(last);
-  EXPECT_EQ(ka_mem_getsize(), before);
-}
 
 // What each thread of the crowd does, with blocks of its own and with pool and pages that all
 // share.

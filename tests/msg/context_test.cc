@@ -6,7 +6,6 @@
 #include <ka/trans.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -59,22 +58,6 @@ TEST_F(Areas, BelongToAThreadAndToWhatWasPushed) {
        {std::pair{"init first", 3}, {"exit first", 2}, {"exit second", 2}}) {
     EXPECT_EQ(std::ranges::count(events, event), count) << event;
   }
-}
-
-// The functions of an area leave a module on the stack, which does not stay there.
-TEST_F(Areas, ComeAndGoAsTheModuleOfContexts) {
-  static std::vector<int> modules;
-  const auto note = [](void*) {
-    modules.push_back(ka_module_current());
-    ka_module_push(KA_IMG);
-  };
-  ka_context_register_module(kFirst, note, note, 8);
-  ka_context_register_module(kSecond, note, note, 8);
-  void** const saved = ka_context_push();
-  for (const int module : {kFirst, kSecond}) ka_context_mem(module);
-  ka_context_pop(saved);
-  EXPECT_EQ(modules, std::vector(4, int(KA_TRANS)));
-  EXPECT_EQ(ka_module_current(), KA_MAIN);
 }
 
 TEST(ModuleStack, DoesNotOverflow) {

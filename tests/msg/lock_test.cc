@@ -1,13 +1,8 @@
 // Mutexes, reader/writer locks and wait channels.
-#include <errno.h>
 #include <gtest/gtest.h>
 #include <ka/msg.h>
-#include <signal.h>
-#include <sys/time.h>
 
 #include <atomic>
-#include <chrono>
-#include <latch>
 
 #include "support.h"
 
@@ -31,28 +26,6 @@ TEST(Lock, HoldsOffOthers) {
   EXPECT_EQ(ka_trylock(lock), 1);
   ka_unlock(lock);
   ka_delete_lock(&lock);
-}
-
-TEST(ReaderWriterLock, ManyReadOneWrites) {
-  ka_rwlock lock{};
-  ka_rwlock_init(&lock);
-  std::latch both_read(2);
-  test::in_threads(2, [&] {
-    ka_rwlock_lock(lock, 0, 0);
-    both_read.arrive_and_wait();  // passes only while both hold the lock
-    ka_rwlock_unlock(lock);
-  });
-  int value = 0;
-  test::in_threads(2, [&] {
-    for (int i = 0; i < 1000; ++i) {
-      ka_rwlock_lock(lock, 0, 1);
-      ++value;
-      EXPECT_EQ(ka_rwlock_unlock(lock), 0);
-    }
-  });
-  EXPECT_EQ(value, 2000);
-  ka_rwlock_delete(&lock);
-  EXPECT_EQ(ka_rwlock_unlock(lock), EINVAL);  // "no lock": told, as every failure to give it back
 }
 
 TEST(LockDeathTest, FailuresAreFatal) {

@@ -71,32 +71,6 @@ TEST(ThreadDeathTest, AttachingAgainChangesNothingAndOtherRecordsAreRefused) {
               "of release 4.2.0, but run with");
 }
 
-TEST(Thread, ThereIsOneNetworkThread) {
-  std::thread([] {
-    ka_msg_unregister_thread();
-    ka_msg_set_netthread();
-    EXPECT_EQ(contexts(), 1U);  // the main thread keeps its place
-  }).join();
-  const test::MessageLog log(KA_ERROR);
-  const auto become_network_thread = [](int expected) {
-    for (int i = 0; i < 2; ++i) ka_msg_set_netthread();
-    EXPECT_EQ(ka_msg_my_thread_id(), expected);
-    EXPECT_GT(ka_msg_register_thread(), 0);  // again, which changes nothing
-    EXPECT_EQ(ka_msg_my_thread_id(), expected);
-    ASSERT_NE(ka_msg_tls_info(), nullptr);
-    std::thread([] { EXPECT_EQ(ka_msg_tls_info(), nullptr); }).join();  // one thread at a time
-    ka_msg_tls_info_end();
-  };
-  test::registered([&] {
-    become_network_thread(1024);
-    ka_error("x");
-    test::registered([&] { become_network_thread(1); }).join();
-  }).join();
-  const std::string refusal = "MSG   .1  error  011100: too many threads";
-  EXPECT_EQ(test::MessageLog::lines(),
-            (std::vector<std::string>{"MSG   .n  error: x", refusal, refusal}));
-}
-
 TEST(Thread, MessagesOfManyThreadsDoNotMix) {
   static std::mutex guard;
   static std::vector<std::string> lines;
