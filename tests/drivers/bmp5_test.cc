@@ -5,11 +5,7 @@
 
 namespace {
 
-std::string little(std::uint32_t value, int bytes) {
-  std::string text;
-  for (int i = 0; i < bytes; ++i) text += char(value >> 8 * i);
-  return text;
-}
+using test::little;
 
 struct Header {
   std::uint32_t bytes = 40;
@@ -76,10 +72,6 @@ INSTANTIATE_TEST_SUITE_P(
              .masks = {0x3ff00000, 0xffc00, 0x3ff, 0}},
             test::bytes({0, 0xfe, 0x0f, 0x20}),
             "80ff80 "},
-        Row{"MasksWithoutFieldsDoNotCount",
-            {.bytes = 124, .width = 1, .bits = 24, .masks = {0xff, 0xff, 0xff, 0xff000000}},
-            test::bytes({1, 2, 3, 0}),
-            "030201 "},
         Row{"TopLineFirst",
             {.width = 1, .height = -2, .bits = 32},
             test::bytes({1, 2, 3, 4, 5, 6, 7, 8}),
@@ -88,15 +80,6 @@ INSTANTIATE_TEST_SUITE_P(
             {.bytes = 108, .width = 1, .bits = 32},
             "abcd",
             "636261 "},
-        Row{"TwoBits",
-            {.width = 5, .bits = 2, .colors = 2},
-            kColors + test::bytes({0x10, 0x40, 0, 0}),
-            "030201060504030201030201060504 "},
-        Row{"TheOffsetEndsThePalette",
-            {.width = 1, .bits = 2, .offset = 54},
-            kColors + "pppp",
-            "",
-            IMG_ERR_CORRUPT},
         Row{"Os2HeaderOf16",
             {.bytes = 16, .width = 1, .bits = 24},
             test::bytes({1, 2, 3, 0}),
@@ -106,16 +89,11 @@ INSTANTIATE_TEST_SUITE_P(
             "060504060504030201 060504030201060504 "},
         Row{"JumpsLeaveTheFirstColor", kPacked, kColors + test::bytes({0, 2, 1, 1, 1, 1, 0, 1}),
             "030201030201030201 030201060504030201 "},
-        Row{"TheEndLeavesTheRest", kPacked, kColors + test::bytes({1, 1, 0, 1}),
-            "060504030201030201 030201030201030201 "},
         Row{"FourBitsInTurn", kPacked4, kColors + test::bytes({3, 0x10, 0, 2, 1, 0, 1, 0x10, 0, 1}),
             "060504030201060504030201060504 "},
         Row{"FourBitsThatAreLiteral", kPacked4,
             kColors + test::bytes({0, 3, 0x10, 0x10, 2, 0x01, 0, 1}),
             "060504030201060504030201060504 "},
-        Row{"PackedPadding", kPacked,
-            kColors + test::bytes({4, 1, 0, 0, 0, 4, 1, 0, 1, 0, 0, 0, 0, 1}),
-            "060504060504060504 060504030201060504 "},
         Row{"PacketPastTheLine", kPacked, kColors + test::bytes({3, 1, 0, 0, 5, 1}),
             "060504060504060504 ", IMG_ERR_CORRUPT},
         Row{"LiteralsPastTheLine", kPacked, kColors + test::bytes({0, 5, 1, 1, 1, 1, 1, 1}), "",
@@ -124,27 +102,14 @@ INSTANTIATE_TEST_SUITE_P(
         Row{"PacketsThatEnd", kPacked, kColors + test::bytes({3, 1, 0, 0, 3}),
             "060504060504060504 ", IMG_ERR_READ},
         Row{"IndexOutsideThePalette", kPacked, kColors + test::bytes({3, 2}), "", IMG_ERR_CORRUPT},
-        Row{"RowsThatEnd", {.height = 2}, "abcdefg", "c59c08ce1919 ", IMG_ERR_READ},
         Row{"FieldWithHoles", {.compression = 3, .masks = {5, 0, 0}}, "abcd", "", IMG_ERR_SUBTYPE},
-        Row{"FieldPastThePixel",
-            {.compression = 3, .masks = {1 << 16, 0, 0}},
-            "abcd",
-            "",
-            IMG_ERR_SUBTYPE},
         Row{"Jpeg", {.bits = 24, .compression = 4}, "abcd", "", IMG_ERR_SUBTYPE},
-        Row{"Os2Huffman", {.bytes = 64, .bits = 1, .compression = 3}, "abcd", "", IMG_ERR_SUBTYPE},
         Row{"PacketsTopLineFirst",
             {.height = -1, .bits = 8, .compression = 1},
             "",
             "",
             IMG_ERR_SUBTYPE},
-        Row{"UnknownHeader", {.bytes = 48}, "abcd", "", IMG_ERR_SUBTYPE},
         Row{"WiderThanTheFile", {.width = 1 << 30}, "abcd", "", IMG_ERR_READ},
-        Row{"PacketsOfAHugeLine",
-            {.width = 1 << 30, .bits = 8, .compression = 1},
-            "abcd",
-            "",
-            IMG_ERR_READ},
         Row{"HeaderThatEnds", {.compression = 3}, "", "", IMG_ERR_READ}),
     test::row_name<Row>);
 

@@ -9,9 +9,11 @@
 #include <random>
 
 #include "exrpixels.h"
-#include "support.h"
+#include "pixels.h"
 
 namespace {
+
+using test::little;
 
 using Floats = std::vector<float>;
 
@@ -80,13 +82,6 @@ TEST(ExrPixels, EveryHalfHasItsValue) {
     ASSERT_EQ(std::bit_cast<unsigned>(plain[half]), std::bit_cast<unsigned>(value)) << half;
     ASSERT_EQ(std::memcmp(&back[2 * half], &row[2 * half], 2), 0) << half;
   }
-  for (std::size_t count = 0; count <= 25; ++count) {  // from any address
-    Floats some(26, -1);
-    drivers::exr_from_half(row.data() + 2 * 15361 + 2 * count, some.data(), count);
-    for (std::size_t i = 0; i < count; ++i)
-      ASSERT_EQ(some[i], half_value(unsigned(15361 + count + i)));
-    ASSERT_EQ(some[count], -1);
-  }
 }
 
 TEST(ExrPixels, HalvesAreTheNearestOnesAndEvenBetweenTwo) {
@@ -103,23 +98,6 @@ TEST(ExrPixels, HalvesAreTheNearestOnesAndEvenBetweenTwo) {
     for (std::size_t i = 0; i < 4; ++i) {
       ASSERT_EQ(row[2 * i] | row[2 * i + 1] << 8, int(expected[i])) << half << ' ' << i;
     }
-  }
-}
-
-TEST(ExrPixels, BytesAreSplitAndMerged) {
-  std::mt19937 random(1);
-  for (std::size_t size = 0; size < 70; ++size) {
-    std::vector<std::uint8_t> bytes(size), parts(size), merged(size), plain;
-    for (auto& byte : bytes) byte = std::uint8_t(random());
-    for (std::size_t start : {0, 1}) {
-      for (std::size_t i = start; i < size; i += 2) plain.push_back(bytes[i]);
-    }
-    drivers::exr_split_bytes(bytes, parts.data());
-    for (std::size_t i = 1; i < size; ++i) {
-      ASSERT_EQ(parts[i], std::uint8_t(plain[i] - plain[i - 1] + 128));
-    }
-    drivers::exr_merge_bytes(parts, merged.data());
-    ASSERT_EQ(merged, bytes);
   }
 }
 
@@ -230,12 +208,10 @@ TEST(Exr, LayersPartsAndChannelsAreFoundByName) {
   } rows[] = {
       {"layers", "", IMG_TYPE_RGB_FP, {0, 1, 2}, "not read: channel depth.Z"},
       {"layers", "depth", IMG_TYPE_Z, {3}, "diffuse.B, channel diffuse.G, channel diffuse.R"},
-      {"layers", "depth.Z", IMG_TYPE_Z, {3}, "not read: channel diffuse.B"},
       {"layers", "diffuse.G", IMG_TYPE_RGB_FP, {1, 1, 1}, "channel depth.Z, channel diffuse.B"},
       {"layers", "0", IMG_TYPE_RGB_FP, {0, 1, 2}, "depth.Z"},
       {"parts", "", IMG_TYPE_RGBA_FP, {0, 1, 2, 3}, "not read: part second"},
       {"parts", "second", IMG_TYPE_RGB_FP, {0, 1, 2}, "channel depth.Z, part main"},
-      {"parts", "1.depth", IMG_TYPE_Z, {3}, "part main"},
       {"parts", "second.diffuse.R", IMG_TYPE_RGB_FP, {0, 0, 0}, "part main"},
       {"depth", "", IMG_TYPE_Z, {0}, nullptr},
       {"luminance", "", IMG_TYPE_RGBA_FP, {0, 0, 0, 3}, nullptr},
@@ -303,12 +279,6 @@ TEST(Exr, WhatIsNotReadIsNamed) {
 
 // Damaged files: the bytes of a seed are changed.
 
-std::string little(std::size_t count, std::uint64_t value) {
-  std::string bytes;
-  for (; count > 0; --count, value >>= 8) bytes += char(value);
-  return bytes;
-}
-
 // Where the value of an attribute begins.
 std::size_t value_of(const std::string& file, const std::string& name, const std::string& type) {
   const std::string start = name + '\0' + type + '\0';
@@ -350,13 +320,11 @@ TEST(Exr, DamagedChunksFailAtTheirLine) {
     std::size_t lines;
   } rows[] = {
       {second + 8 + 40, "damage", IMG_ERR_CORRUPT, 16},
-      {second, little(4, 32), IMG_ERR_CORRUPT, 16},           // other lines than the table says
-      {second + 4, little(4, 0), IMG_ERR_CORRUPT, 16},        // no bytes
-      {second + 4, little(4, 0x7fffffff), IMG_ERR_READ, 16},  // more than the file has
-      {second + 4, little(4, 0xffffffff), IMG_ERR_READ, 16},
+      {second, little(32, 4), IMG_ERR_CORRUPT, 16},           // other lines than the table says
+      {second + 4, little(0, 4), IMG_ERR_CORRUPT, 16},        // no bytes
+      {second + 4, little(0x7fffffff, 4), IMG_ERR_READ, 16},  // more than the file has
       {table + 16, whole.substr(table + 8, 8), IMG_ERR_CORRUPT, 32},  // the chunk before
-      {table + 16, little(8, 0), IMG_ERR_READ, 32},
-      {table + 16, little(8, 1ULL << 63), IMG_ERR_READ, 32},
+      {table + 16, little(0, 8), IMG_ERR_READ, 32},
   };
   for (const auto& [at, bytes, error, lines] : rows) {
     std::string file = whole;
@@ -373,7 +341,11 @@ TEST(Exr, HostileHeadersAreRefusedOrCostLittle) {
   const std::string whole = test::read_file(seed("zip"));
   const std::size_t data = value_of(whole, "dataWindow", "box2i");
   const std::size_t display = value_of(whole, "displayWindow", "box2i");
-  const std::string lowest = little(4, 0x80000000), highest = little(4, 0x7fffffff);
+  const auto window = [&whole](std::size_t at, std::uint32_t low, std::uint32_t width,
+                               std::uint32_t height) {
+    return std::string(whole).replace(
+        at, 16, little(low, 4) + little(low, 4) + little(width, 4) + little(height, 4));
+  };
   std::string attributes = whole.substr(0, 8);
   for (int i = 0; i < 100'000; ++i)
     attributes += "a" + std::to_string(i) + '\0' + "int" + '\0' + little(4, 4) + "1234";
@@ -382,18 +354,11 @@ TEST(Exr, HostileHeadersAreRefusedOrCostLittle) {
     std::string file;
     int error;
   } rows[] = {
-      {"display of 2^32 pixels",
-       std::string(whole).replace(display, 16, lowest + lowest + highest + highest),
+      {"display of 2^32 pixels", window(display, 1U << 31, 0x7fffffff, 0x7fffffff),
        IMG_ERR_CORRUPT},
-      {"wide display",
-       std::string(whole).replace(display, 16, little(8, 0) + little(4, 1 << 28) + little(4, 4)),
-       IMG_ERR_READ},
-      {"wide data",
-       std::string(whole).replace(data, 16, little(8, 0) + little(4, 1 << 28) + little(4, 4)),
-       IMG_ERR_SUBTYPE},
-      {"high data",
-       std::string(whole).replace(data, 16, little(8, 0) + little(4, 6) + little(4, 1 << 28)),
-       IMG_ERR_READ},
+      {"wide display", window(display, 0, 1 << 28, 4), IMG_ERR_READ},
+      {"wide data", window(data, 0, 1 << 28, 4), IMG_ERR_SUBTYPE},
+      {"high data", window(data, 0, 6, 1 << 28), IMG_ERR_READ},
       {"100000 attributes", attributes + whole.substr(8), IMG_ERR_SUBTYPE},
   };
   for (const auto& [name, file, error] : rows) {

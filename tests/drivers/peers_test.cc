@@ -84,6 +84,10 @@ INSTANTIATE_TEST_SUITE_P(
         Reader{"OpenImageIo", "oiiotool",
                "mv made y.tif && oiiotool --no-autopremult y.tif --compression none -o x.tif",
                kTifz},
+        Reader{
+            "Png", kImageMagick,
+            "convert-im6.q16 -regard-warnings png:made -type TrueColorAlpha -compress none x.tif",
+            KA_DRIVERS_PNG},
         Reader{"Dwebp", "dwebp", "dwebp -quiet -tiff made -o x.tif", kWebp}),
     test::row_name<Reader>);
 

@@ -12,6 +12,13 @@
 
 namespace test {
 
+// A number of so many bytes, the lowest first.
+inline std::string little(std::uint64_t value, int bytes) {
+  std::string text;
+  for (int i = 0; i < bytes; ++i) text += char(value >> 8 * i);
+  return text;
+}
+
 // Runs of equal pixels and others, so that rows are packed in both ways.
 inline Image runs_picture(int type, int width, int height) {
   Image image = make_image(type, width, height);
@@ -35,14 +42,13 @@ inline Image runs_picture(int type, int width, int height) {
 }
 
 // The picture as rows of samples, the top line first.
-inline std::string samples_of(const img_image* image, std::size_t components, bool is_big = false) {
+inline std::string samples_of(const img_image* image, std::size_t components) {
   const std::size_t size = std::size_t(image->bits) / 8;
   std::string samples;
   for (int y = image->height - 1; y >= 0; --y) {
     for (std::size_t x = 0; x < std::size_t(image->width); ++x) {
       for (std::size_t i = 0; i < components * size; ++i) {
-        const std::size_t byte = is_big ? size - 1 - i % size : i % size;
-        samples += char(plane(image, y, i / size)[x * size + byte]);
+        samples += char(plane(image, y, i / size)[x * size + i % size]);
       }
     }
   }

@@ -1,8 +1,6 @@
 // Single pixels: colors, scalars, vectors, normals, depths and labels of every pixel type,
-// premultiplication, dithering, squares.
+// premultiplication, squares.
 #include <gtest/gtest.h>
-#include <ka/random.h>
-#include <ka/trans.h>
 
 #include <algorithm>
 #include <climits>
@@ -170,22 +168,6 @@ TEST(ColorAccess, ColorsAreDividedByAlphaInImages) {
   const Mode clipped_each({.premultiply = 1});  // not divided
   put(image.get(), 0, 0, kColor);
   EXPECT_EQ(sample(image.get(), 0, 0, 0), 51);
-}
-
-TEST(Dither, OneNumberPerPixelMovesEveryComponent) {
-  const Mode mode({.dither = 1});
-  const Image image = make_image(IMG_TYPE_RGBA, 1, 1);
-  const int state = ka_thread_get();
-  for (int i = 0; i < 100; ++i) {
-    ka_taskrandom_seed(640, 480, 0, i, 1);
-    const double offset = double{ka_taskrandom(state)} - 0.5;
-    ka_taskrandom_seed(640, 480, 0, i, 1);
-    put(image.get(), 0, 0, {0, 0.3F, 0.7F, 1});
-    const std::array<double, 4> scaled = {0, 76.5, 178.5, 255};
-    for (std::size_t slot = 0; slot < 4; ++slot) {
-      EXPECT_EQ(sample(image.get(), 0, 0, slot), std::trunc(scaled[slot] + offset + 0.5)) << i;
-    }
-  }
 }
 
 TEST(Square, IsTheFourPixelsAndRepeatsTheLastOnes) {

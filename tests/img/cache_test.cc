@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <latch>
 
 #include "cached.h"
 #include "lib/messages.h"
@@ -18,7 +17,6 @@ namespace {
 using test::counts, test::Texture;
 
 constexpr std::uint32_t kPage = 16384;  // bytes
-constexpr std::int64_t kMegabyte = 1 << 20;
 
 void restart() {
   const ka::ModuleScope scope(KA_IMG);
@@ -120,28 +118,6 @@ TEST_F(Cache, RandomAccessStaysWithinTheBudget) {
   EXPECT_LT(counts().max_allocated, 289 + 256);
 }
 
-// Every 256 calls a thread looks at the budget. A purge asks it to do so with its next call.
-TEST_F(Cache, ThreadsWithManyPagesDropThoseUsedLongestAgo) {
-  const Texture texture(IMG_TYPE_S, 16384, 400);
-  set_budget(0);
-  test::registered([&] {
-    touch(texture, 0, 300);
-    EXPECT_EQ(counts().allocated, 300);
-    const Texts told = messages_of([&] {
-      for (int i = 300; i < 512; ++i) touch(texture, 299, 1);
-    });
-    EXPECT_EQ(told, Texts{"flushed 44 texure pages (tried 44)"});  // min(0 / 4 + 300, 300 - 256)
-    touch(texture, 250, 50);                                       // they have stayed
-    EXPECT_EQ(counts().allocated, 256);
-    touch(texture, 300, 20);
-    EXPECT_EQ(counts().allocated, 276);
-    EXPECT_EQ(ka::img_cache_memory_limit(ka::img_context(), kMegabyte), 0);
-    EXPECT_EQ(counts().allocated, 276);
-    for (int i = 0; i < 2; ++i) touch(texture, 319, 1);
-    EXPECT_EQ(counts().allocated, 256);
-  }).join();
-}
-
 TEST_F(Cache, PagesOfEndedThreadsAreUsedAgainOrGivenBack) {
   const Texture texture(IMG_TYPE_S, 16384, 40);
   set_budget(20);
@@ -161,37 +137,6 @@ TEST_F(Cache, PagesOfEndedThreadsAreUsedAgainOrGivenBack) {
   ka::img_cache_memory_limit(ka::img_context(), 40 * kPage);
   EXPECT_EQ(counts().allocated, 5);
   EXPECT_TRUE(ka::img_context().memory_low);
-}
-
-TEST_F(Cache, RemovedImagesAreGoneForEveryThread) {
-  auto texture = std::make_unique<Texture>(IMG_TYPE_RGBA, 4096, 64);
-  const img_image* const image = texture->image(1);
-  EXPECT_EQ(ka::img_cache_filesize_get(image),
-            std::int64_t(std::filesystem::file_size(texture->path())));
-  std::latch read(1), removed(1);
-  const auto other = test::registered([&] {
-    const auto* const byte = texture->get(20000, 1);
-    read.count_down();
-    removed.wait();
-    EXPECT_EQ(*byte, texture->byte(20000, 1));  // until this thread's next call
-    const test::Scratch scratch;
-    EXPECT_EQ(test::write_image(scratch.path("b"), IMG_FORMAT_CT, texture->image(1)), IMG_ERR_READ);
-    EXPECT_FALSE(test::exists(scratch.path("b")));
-    float square[4][4];
-    ka_img_get_color_square(image, square, 5, 5);  // looks at the header four times
-    for (const auto& color : square) EXPECT_EQ(color[0] + color[3], 0.0F);
-    EXPECT_EQ(counts().allocated, 0);
-  });
-  read.wait();
-  EXPECT_NE(texture->get(0), nullptr);
-  EXPECT_EQ(counts().allocated, 2);
-  EXPECT_EQ(ka::img_cache_image_remove(texture->image(1)), 0);  // not the base
-  EXPECT_EQ(ka::img_cache_image_remove(texture->image()), 1);
-  EXPECT_EQ(ka::img_cache_image_remove(texture->image()), 0);
-  EXPECT_EQ(counts().allocated, 1);
-  EXPECT_EQ(ka_img_cache_get(image, 20000), nullptr);
-  EXPECT_EQ(ka::img_cache_filesize_get(image), 0);
-  removed.count_down();
 }
 
 std::vector<img_image*> to_remove;

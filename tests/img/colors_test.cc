@@ -2,7 +2,6 @@
 // their cache.
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cmath>
 #include <limits>
 
@@ -100,10 +99,6 @@ TEST(GammaCache, ClockThatWrapsKeepsTheOrderOfUse) {
   EXPECT_EQ(held(cache), "1 4 5 6 7 8 9 10 ");
 }
 
-std::vector<std::uint16_t> red(const Image& image, int y = 0) {
-  return test::samples<std::uint16_t>(test::plane(image.get(), y, 0), image->width);
-}
-
 TEST(Gamma, AppliesOnTheWayInAndBackOnTheWayOut) {
   const Mode mode({.gamma = 2.2F});
   const Image image = make_image(IMG_TYPE_RGBA_16, 1, 1), rgb = make_image(IMG_TYPE_RGB, 1, 1);
@@ -117,22 +112,6 @@ TEST(Gamma, AppliesOnTheWayInAndBackOnTheWayOut) {
     EXPECT_NEAR(color[i], given[i], 1e-3F) << i;
   }
   EXPECT_FLOAT_EQ(get(rgb.get(), 0, 0)[3], float(looked_up(1, 1 / 2.2)));  // absent alpha
-}
-
-TEST(Gamma, ThreadsOfOneTransactionShareTheTables) {
-  constexpr int kThreads = 4, kPixels = 1000;
-  const Image image = make_image(IMG_TYPE_RGB_16, kPixels, kThreads);
-  std::atomic<int> line{0};
-  test::in_threads(kThreads, [&] {
-    const int y = line++;
-    Mode::set({.gamma = 1.7F});
-    for (int x = 0; x < kPixels; ++x) put(image.get(), x, y, {0.5F, 0, 0, 1});
-  });
-  const std::uint16_t first = red(image)[0];
-  EXPECT_NEAR(first, looked_up(0.5, 1.7) * 65535, 1);
-  for (int y = 0; y < kThreads; ++y) {
-    EXPECT_EQ(red(image, y), std::vector<std::uint16_t>(kPixels, first)) << y;
-  }
 }
 
 }  // namespace

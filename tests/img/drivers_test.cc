@@ -51,22 +51,15 @@ TEST(Catia, PicturesOfAllSizesComeBack) {
 }
 
 // All but the format lwi, which writes nothing, leave no file; links and devices stay.
-TEST(Null, TakesLinesOfEveryTypeAndLeavesNoFile) {
+TEST(Null, LeavesNoFile) {
   EXPECT_EQ(test::written(IMG_FORMAT_LWI, kRgb, black(2, 1, 3)), "");
   const test::Scratch scratch;
-  for (int type = 0; type < IMG_TYPE_COUNT; ++type) {
-    const test::MessageLog log;
-    const std::string path = scratch.write("a", "something");
-    const test::Image image = test::make_image(type, 3, 2);
-    EXPECT_EQ(test::write_image(path, IMG_FORMAT_NULL, image.get()), IMG_ERR_NONE) << type;
-    EXPECT_EQ(log.lines(), std::vector<std::string>{}) << type;  // no type has to be replaced
-    EXPECT_FALSE(test::exists(path));
-  }
-  std::filesystem::create_symlink(scratch.write("target", "something"), scratch.path("link"));
+  const std::string file = scratch.write("a", "something"), link = scratch.path("link");
+  std::filesystem::create_symlink(scratch.write("target", "something"), link);
   const test::Image image = test::make_image(kRgba, 1, 1);
-  for (const std::string& path : {scratch.path("link"), std::string("/dev/null")}) {
+  for (const std::string& path : {file, link, std::string("/dev/null")}) {
     EXPECT_EQ(test::write_image(path, IMG_FORMAT_NULL, image.get()), IMG_ERR_NONE);
-    EXPECT_TRUE(test::exists(path));
+    EXPECT_EQ(test::exists(path), path != file);
   }
 }
 
@@ -119,45 +112,23 @@ std::string padded(std::string text, std::size_t count) {
   return text;
 }
 
-// The header of an RLA file, without its date.
-std::string rla_header(int width, int height, const std::string& gamma, const std::string& aspect,
-                       const std::string& name, const std::string& user) {
+// The header of an RLA file of 2 x 2 pixels, without its date.
+std::string rla_header(const std::string& gamma, const std::string& aspect) {
   char host[64] = {};
   EXPECT_EQ(gethostname(host, sizeof host - 1), 0);
-  const std::string window = be(2, 0) + be(2, width - 1) + be(2, 0) + be(2, height - 1);
+  const std::string window = be(2, 0) + be(2, 1) + be(2, 0) + be(2, 1);
   return window + window + be(2, 0) + be(2, 0) + be(2, 3) + be(2, 1) + be(2, 0) + be(2, 0xfffe) +
          padded(gamma, 16) + padded("0.6700 0.3300", 24) + padded("0.2100 0.7100", 24) +
-         padded("0.1400 0.0800", 24) + padded("0.3100 0.3160", 24) + be(4, 0) + padded(name, 128) +
+         padded("0.1400 0.0800", 24) + padded("0.3100 0.3160", 24) + be(4, 0) + padded("a", 128) +
          padded("picture", 128) + padded("Brannock", 64) +
-         padded(std::string(host).substr(0, 31), 32) + padded(user, 32) + padded("", 20) +
-         padded("pal_768", 24) + padded(aspect, 8) + padded("rgb", 32) + padded("", 46) + be(2, 8) +
-         be(2, 0) + be(2, 8) + padded("", 76);
-}
-
-TEST(Rla, WritesTheseBytes) {
-  setenv("USER", "somebody whose name has more than 31 characters", 1);
-  const test::Scratch scratch;
-  const std::string name(130, 'n'), zeros = bytes({0, 2, 4, 0});
-  test::Lines lines = black(5, 2, 4);
-  lines[0] = {{1, 1, 1, 2, 2}, {3, 3, 4, 4, 4}, {5, 6, 7, 8, 9}, {0, 0, 0, 0, 0}};
-  lines[1][0] = {1, 2, 2, 2, 1};
-  const test::Image image = test::make_picture(kRgba, 5, lines);
-  ASSERT_EQ(test::write_image(scratch.path(name), IMG_FORMAT_RLA, image.get()), IMG_ERR_NONE);
-  std::string written = test::read_file(scratch.path(name));
-  EXPECT_TRUE(test::matches(written.substr(kDate, kDateBytes),
-                            "[A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9]{2} [0-9:]{8}"));
-  written.replace(kDate, kDateBytes, kDateBytes, '\0');
-  // Records of packets, after the number of their bytes; that of the first line begins at 748.
-  const std::string lower = bytes({0, 5, 2, 1, 0xfe, 2, 2, 0, 5, 0xfe, 3, 3, 2, 4}) +
-                            bytes({0, 6, 0xfb, 5, 6, 7, 8, 9}) + zeros;
-  EXPECT_EQ(written, rla_header(5, 2, "1.000000", "1.00000", name.substr(0, 127),
-                                "somebody whose name has more th") +
-                         be(4, 748) + be(4, std::int64_t(748 + lower.size())) + lower +
-                         bytes({0, 6, 0xff, 1, 2, 2, 0xff, 1}) + zeros + zeros + zeros);
+         padded(std::string(host).substr(0, 31), 32) +
+         padded("somebody whose name has more th", 32) + padded("", 20) + padded("pal_768", 24) +
+         padded(aspect, 8) + padded("rgb", 32) + padded("", 46) + be(2, 8) + be(2, 0) + be(2, 8) +
+         padded("", 76);
 }
 
 TEST(Rla, HeaderHasTheseNumbers) {
-  unsetenv("USER");
+  setenv("USER", "somebody whose name has more than 31 characters", 1);
   const struct {
     float gamma, aspect;
     const char *gamma_text, *aspect_text;
@@ -173,27 +144,11 @@ TEST(Rla, HeaderHasTheseNumbers) {
     ASSERT_TRUE(out.write_line() && out.write_line() && out.close());
     std::string written = out.contents();
     written.replace(kDate, kDateBytes, kDateBytes, '\0');
-    EXPECT_EQ(written.substr(0, 740), rla_header(2, 2, gamma_text, aspect_text, "a", ""));
+    EXPECT_EQ(written.substr(0, 740), rla_header(gamma_text, aspect_text));
     test::OpenFile in(written);
     EXPECT_FLOAT_EQ(in->gamma, std::strtof(gamma_text, nullptr));
     EXPECT_FLOAT_EQ(in->aspect, aspect > 0 ? aspect : 1);
   }
-}
-
-// Lines of all lengths, which pass the reader's buffer several times, the last of the file first.
-TEST(Rla, LargeFilesAreReadBackwards) {
-  std::mt19937 random(1);
-  test::Lines lines = black(1500, 100, 4);
-  for (std::size_t y = 0; y < 100; ++y) {
-    for (auto& plane : lines[y]) {
-      for (std::size_t x = 1; x < 1500; ++x) plane[x] = x % (y + 1) ? plane[x - 1] : random() & 255;
-    }
-  }
-  const std::string text = test::written(IMG_FORMAT_RLA, kRgba, lines);
-  std::string turned = text.substr(0, 740);
-  for (std::size_t y = 100; y-- > 0;) turned += text.substr(740 + 4 * y, 4);
-  std::ranges::reverse(lines);
-  test::expect_picture({"", turned + text.substr(1140), IMG_FORMAT_RLA, kRgba, lines});
 }
 
 // Headers hold up to 80 characters of the name as it was given.

@@ -145,15 +145,12 @@ TEST_F(Elements, ImagesAreMadeAndMadeAnew) {
   shape.width = 7;
   shape.height = 9;
   shape.writing = 1;
-  for (const int type : {IMG_TYPE_BIT, IMG_TYPE_RGBA_FP, IMG_TYPE_S}) {
+  for (const int type : {IMG_TYPE_RGBA_FP, IMG_TYPE_RGB}) {
     shape.type = type;
-    shape.pyramid = type == IMG_TYPE_S;
     const img_image* const image = ka_img_image_dbcreate(&shape, &tag);
     ASSERT_NE(image, nullptr);
     EXPECT_EQ(image->type, type);
-    std::uint8_t* const last = test::plane(image, 8, ka_img_ncomp[type] == 1 ? 3 : 0);
-    EXPECT_EQ(last[0], 0);
-    last[0] = 255;
+    EXPECT_EQ(std::exchange(*test::plane(image, 8, 0), 255), 0);
     EXPECT_EQ(ka_img_image_name(image), 0U);
   }
   shape.name = const_cast<char*>("a name");

@@ -80,20 +80,6 @@ TEST_P(Written, HasAtMostTheLinesOfItsHeight) {
   }
 }
 
-// However many lines are passed: what is written is a header, if the format can do without lines.
-TEST_P(Written, HasOneHeaderAndNoLineWithoutHeight) {
-  const auto [format, type] = GetParam();
-  const auto bytes_after = [format = format, type = type](int lines) {
-    test::NewFile file(format, type, 4, 0);
-    for (int i = 0; i < lines; ++i) (void)file.write_line();
-    (void)file.close();
-    return test::exists(file.path()) ? file.contents().size() : 0;
-  };
-  const std::size_t once = bytes_after(1), live = ka_mem_getsize();
-  EXPECT_EQ(bytes_after(3), once);
-  EXPECT_EQ(ka_mem_getsize(), live);
-}
-
 INSTANTIATE_TEST_SUITE_P(Pairs, Written, testing::ValuesIn(writable_pairs()), [](const auto& pair) {
   std::string name = ka_img_format_name(pair.param.format);
   std::ranges::replace(name, '-', '_');

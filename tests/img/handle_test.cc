@@ -2,7 +2,6 @@
 // files that could not be written.
 #include <errno.h>
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -84,21 +83,6 @@ TEST_F(HandleTest, NamesThatAreTooLongOrLeadNowhereAreRefused) {
   EXPECT_EQ(test::read_file(picture), kPicture);
 }
 
-TEST_F(HandleTest, APipeIsWrittenWhileItHasAReader) {
-  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-  EXPECT_FALSE(create(path));
-  EXPECT_EQ(file->os_error, ENXIO);
-  const int reader = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-  const auto before = signal(SIGPIPE, SIG_IGN);
-  ASSERT_TRUE(create(path));
-  close(reader);
-  EXPECT_TRUE(ka_img_line_write(file, test::Line(ka_img_line_alloc(file)).get()));  // buffered
-  EXPECT_FALSE(ka_img_close(file));
-  EXPECT_EQ(file->os_error, EPIPE);
-  signal(SIGPIPE, before);
-  EXPECT_TRUE(test::exists(path));
-}
-
 // Formats that go back to their header count from where the picture begins.
 TEST_F(HandleTest, AnOpenFileIsWrittenFromItsPositionOn) {
   const test::Image image = test::make_image(IMG_TYPE_RGB, 2, 2);
@@ -177,33 +161,6 @@ TEST_F(HandleTest, OpenHandlesThatAreUsedAgainAreClosedFirst) {
   EXPECT_EQ(test::open_descriptors(), before + 1);
   const std::string text = ": internal error (file not closed)";
   EXPECT_EQ(told, (Texts{"101003 " + picture + text, "101003 " + path + text}));
-}
-
-TEST_F(HandleTest, ErrorsAreTold) {
-  const std::string texts[] = {"can't read line 8 of 9, incomplete file",
-                               "can't write line 8 of 9, check disk space (file is incomplete)",
-                               "can't uncompress pixels in line 8 of 9, file is corrupted",
-                               "can't compress pixels in line 8 of 9",
-                               "unrecognized file format, not an image file",
-                               "file format subtype or version not supported",
-                               "can't create file",
-                               "can't open file for reading",
-                               "can't close file, may be incomplete",
-                               "internal error (bad argument)",
-                               "internal error (file not open)",
-                               "internal error (file not closed)",
-                               "wrong file size"};
-  img_file handle{};
-  handle.line_count = 7;
-  handle.height = 9;
-  std::snprintf(handle.display_name, sizeof handle.display_name, "%%s.ppm");
-  EXPECT_EQ(messages_of([&] { ka_img_err_msg(&handle); }), Texts{});
-  for (int code = 1; code <= int(std::size(texts)); ++code) {
-    EXPECT_EQ(ka_img_custom_format_error(&handle, code, code % 2 ? ENOSPC : 0), 0);
-    EXPECT_EQ(messages_of([&] { ka_img_err_msg(&handle); }),
-              Texts{"101003 %s.ppm: " + texts[code - 1] +
-                    (code % 2 ? " (No space left on device)" : "")});
-  }
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <ka/message.h>
-#include <ka/version.h>
 
 #include <algorithm>
 
@@ -39,22 +38,6 @@ TEST(ImageBuffer, SizesThatOffsetsCannotReachAreRefused) {
   }
 }
 
-// Tables of lines without pixels, and lines of a format whose packing is not known here.
-TEST(ImageBuffer, HeightsOfShortFilesHaveALimit) {
-  const struct {
-    int format, width;
-    bool accepted;
-  } rows[] = {{IMG_FORMAT_TIF, 1, false}, {IMG_FORMAT_TIF, 0, true}, {IMG_FORMAT_CUSTOM, 1, true}};
-  for (const auto& [format, width, accepted] : rows) {
-    img_file shape{};
-    shape.format = format;
-    shape.width = width;
-    shape.height = 1 << 17;
-    shape.file_size = 100;
-    EXPECT_EQ(ka_img_image_size(&shape) != 0, accepted) << format << " " << width;
-  }
-}
-
 // No buffer is made for such a line, whatever its type is.
 TEST(Cost, LinesThatTheFileCannotHoldFailWithoutABuffer) {
   int count = 0;
@@ -81,16 +64,6 @@ TEST(Cost, LinesThatTheFileCannotHoldFailWithoutABuffer) {
   EXPECT_GE(count, 3 * 6);
 }
 
-// Their number costs nothing, neither time nor a table.
-TEST(Cost, LinesWithoutPixelsAreReadAtOnce) {
-  test::OpenFile file("P6\n0 1000000\n255\n", IMG_TYPE_RGBA);
-  const test::Image image(ka_img_image_alloc(file));
-  ASSERT_TRUE(image);
-  EXPECT_TRUE(ka_img_image_read(file, image.get()));
-  EXPECT_EQ(file->line_count, 1'000'000);
-  EXPECT_EQ(test::plane(image.get(), 999'999, 0), nullptr);
-}
-
 TEST(Types, HaveNumbersForNamesOnly) {
   const std::pair<const char*, int> rows[] = {
       {"contour", 23}, {"fb0", 24}, {"fb7", 31}, {"fb8", 21},  {"fb99999999999", 21},
@@ -99,18 +72,6 @@ TEST(Types, HaveNumbersForNamesOnly) {
   EXPECT_STREQ(ka_img_type_name(23), "contour");
   EXPECT_STREQ(ka_img_type_name(31), "fb7");
   for (const int none : {-1, 21, 22, 32}) EXPECT_EQ(ka_img_type_name(none), nullptr) << none;
-}
-
-// Names, line orders and types of the built-in formats: tests/docs.
-TEST(Formats, HaveOneNumberForEachName) {
-  for (int format = 0; format < IMG_FORMAT_CUSTOM; ++format) {
-    EXPECT_EQ(ka_img_format_identify(ka_img_format_name(format)), format);
-  }
-  EXPECT_STREQ(ka_img_format_name(IMG_FORMAT_CUSTOM), "<undefined format>");
-  EXPECT_EQ(ka_img_best_type(IMG_FORMAT_COUNT - 1), IMG_TYPE_RGBA);
-  for (const char* const none : {"TIF", "", "ppm "}) EXPECT_EQ(ka_img_format_identify(none), -1);
-  EXPECT_STREQ(ka_img_version(), "img:\tversion 2.0");
-  EXPECT_EQ(ka_jpg_mod_version(), 62);
 }
 
 // What programs pass as a reason stays a line, and goes with the error that it belongs to.

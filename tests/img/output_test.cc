@@ -93,17 +93,6 @@ TEST(Output, ReplacesAFileWhenItIsComplete) {
   }
 }
 
-TEST(Output, NamesAreThoseOfTheFolderInWhichAFileWasCreated) {
-  const test::Scratch scratch;
-  const fs::path here = fs::current_path();
-  fs::current_path(scratch.path(""));
-  test::Handle file;
-  EXPECT_TRUE(ka_img_create(file, "new", IMG_TYPE_RGB, IMG_FORMAT_PPM, 1, 2));
-  fs::current_path(here);
-  EXPECT_TRUE(ka_img_close(file));  // without lines
-  EXPECT_EQ(test::read_file(scratch.path("new")), "");
-}
-
 TEST(Output, FilesDoNotTakeThePlaceOfAClosedStream) {
   const test::Scratch scratch;
   const std::string path = scratch.path("new");

@@ -84,24 +84,6 @@ TEST_F(Stream, ReadersGiveWhatTheFileHoldsWhereverTheyStand) {
   }
 }
 
-TEST_F(Stream, ReadersTellTheEndFromASystemThatFails) {
-  open("0123456789", "r+b");
-  std::filesystem::resize_file(path_, 4);  // it shrank
-  ka::FileReader reader;
-  reader.start(&file_, 0, 10);
-  errno = EIO;
-  EXPECT_TRUE(reader.take(5).empty());
-  EXPECT_EQ(errno, 0);
-  EXPECT_EQ(text_of(reader.ahead(5)), "0123");
-  reader.seek(~std::uint64_t{0});
-  EXPECT_EQ(reader.left(), 0u);
-  std::freopen(path_.c_str(), "ab", file_.stream);  // cannot be read
-  reader.start(&file_, 0);
-  errno = 0;
-  EXPECT_EQ(reader.get(), ka::FileReader::kEnd);
-  EXPECT_EQ(errno, EBADF);
-}
-
 TEST_F(Stream, WritersWriteWhatTheyAreGivenWhereverTheyStand) {
   open("", "w+b");
   constexpr std::size_t largest = ka::FileWriter::kBufferSize;
@@ -128,23 +110,6 @@ TEST_F(Stream, WritersWriteWhatTheyAreGivenWhereverTheyStand) {
   }
   EXPECT_EQ(writer.flush(), 0);
   EXPECT_EQ(test::read_file(path_), expected);
-}
-
-TEST_F(Stream, WritersKeepTheirFirstFailureAndStop) {
-  open("", "w+b");
-  const std::string bytes = noise(ka::FileWriter::kBufferSize);
-  ka::FileWriter writer;
-  writer.start(&file_);
-  {
-    const test::Limit limit(RLIMIT_FSIZE, 1000);
-    for (int i = 0; i < 2; ++i) writer.write(bytes);
-    EXPECT_EQ(writer.error(), EFBIG);
-  }
-  writer.write(bytes);
-  EXPECT_EQ(writer.put(10).size(), 10u);
-  writer.seek(0);
-  EXPECT_EQ(writer.flush(), EFBIG);
-  EXPECT_EQ(test::read_file(path_), bytes.substr(0, 1000));
 }
 
 }  // namespace
