@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <initializer_list>
 
+#include <ka/drivers.h>
 #include <ka/message.h>
 
 namespace {
@@ -22,7 +23,9 @@ std::string names_without(std::initializer_list<int> left_out) {
 
 }  // namespace
 
-std::string written_formats() { return names_without({IMG_FORMAT_NULL, IMG_FORMAT_LWI}); }
+std::string written_formats() {
+  return names_without({IMG_FORMAT_NULL, IMG_FORMAT_LWI, KA_DRIVERS_BMP5});
+}
 std::string read_formats() { return names_without({IMG_FORMAT_NULL, IMG_FORMAT_ZPIC}); }
 
 void explain(const std::string& text) {
