@@ -37,6 +37,7 @@ for kind in static shared; do
       > "$work/log" || fail "$(cat "$work/log")"
     "$cmake" --build "$folder" > "$work/log" || fail "$(cat "$work/log")"
     check "$folder/consumer"
+    [[ ! -x $folder/drivers_consumer ]] || "$folder/drivers_consumer" || fail "the further formats are not registered"
   done
 done
 ! ldd "$work/static-C/consumer" | grep liblumora || fail "the shared library was linked in place of the archive"
