@@ -190,7 +190,7 @@ TEST(Exr, TilesAreTheFirstLevel) {
 
 TEST(Exr, LayersPartsAndChannelsAreFoundByName) {
   const Read all = read(seed("none"));
-  const auto planes = [&all](std::vector<std::size_t> slots) {
+  const auto planes = [&all](const std::vector<std::size_t>& slots) {
     Floats samples;
     for (std::size_t y = 0; y < 5; ++y) {
       for (const std::size_t slot : slots) {
@@ -253,7 +253,8 @@ TEST(Exr, KindsOfSamplesAndTheHeaderAreRead) {
   const Read chroma = read(seed("luminance_chroma"));
   ASSERT_EQ(chroma.samples.size(), 4U * 4 * 3) << chroma.reason;
   for (std::size_t i = 0; i < chroma.samples.size(); ++i) {
-    EXPECT_EQ(chroma.samples[i], float(i / 12) + float(i % 4) / 4);
+    const std::size_t y = i / 12, x = i % 4;
+    EXPECT_EQ(chroma.samples[i], float(y) + float(x) / 4);
   }
   const Read described = read(seed("chromaticities"));
   EXPECT_EQ(described.aspect, 2);

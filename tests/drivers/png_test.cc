@@ -117,7 +117,7 @@ INSTANTIATE_TEST_SUITE_P(
 // Lines are uncompressed one by one, those of an interlaced picture in seven places at once.
 TEST(Png, PicturesBeyondTheBoundOfMemoryAreRead) {
   constexpr int width = 3000, height = 2904;
-  for (const std::size_t interlaced : {0, 1}) {
+  for (const std::size_t interlaced : {0U, 1U}) {
     constexpr std::size_t filters[] = {height, height / 8 * 15};  // bytes of them
     std::string rows(filters[interlaced] + std::size_t{8} * width * height, '\0');
     rows[rows.size() - 8] = 7;

@@ -74,9 +74,8 @@ std::string memory_of(std::vector<Sample> samples) {
   return {reinterpret_cast<const char*>(samples.data()), samples.size() * sizeof(Sample)};
 }
 
-constexpr int kBlack = PHOTOMETRIC_MINISBLACK, kWhite = PHOTOMETRIC_MINISWHITE,
-              kRgb = PHOTOMETRIC_RGB, kUint = SAMPLEFORMAT_UINT, kFloat = SAMPLEFORMAT_IEEEFP,
-              kTile = 16;
+constexpr int kBlack = PHOTOMETRIC_MINISBLACK, kRgb = PHOTOMETRIC_RGB, kUint = SAMPLEFORMAT_UINT,
+              kFloat = SAMPLEFORMAT_IEEEFP, kTile = 16;
 
 INSTANTIATE_TEST_SUITE_P(
     Rows, Tifz,
