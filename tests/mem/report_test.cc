@@ -37,7 +37,7 @@ TEST_F(Report, TheSummaryShowsWhatEachModuleHoldsAndHeld) {
     std::snprintf(text, sizeof text, format, values...);
     EXPECT_EQ(std::ranges::count(lines, text), 1) << text;
   };
-  expect("  module    max KB  maxnblks        KB   nblocks    %%bytes");
+  expect("%s", "  module    max KB  maxnblks        KB   nblocks    %bytes");
   expect("%8.8s      2048         2      1024         1 %9.2f", ka_modname[last],
          100 * 1048576 / total);
   expect("   GEOSI         0         1         0         1 %9.2f", 10000 / total);
