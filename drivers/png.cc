@@ -1,4 +1,4 @@
-// PNG pictures: "Portable Network Graphics (PNG) Specification", second edition (ISO/IEC 15948). All
+// PNG pictures: ISO/IEC 15948, "Portable Network Graphics (PNG)", second edition. All
 // kinds are read, the first picture of an animation; numbers are big-endian. docs/formats.md has what
 // is refused.
 #include "png.h"

@@ -1,5 +1,5 @@
 // WebP pictures through libwebp: lossy and lossless, with alpha; of an animation the first frame. The
-// container, which is that of "WebP Container Specification", is read here. Numbers are little-endian.
+// container, which is that of the WebP project, is read here. Numbers are little-endian.
 #include <errno.h>
 #include <ka/imgbytes.h>
 #include <webp/decode.h>
