@@ -88,23 +88,32 @@ int ka_img_custom_format_refuse(img_file* handle, int code, int os_error, const 
   return ka::img_refuse(handle, code, os_error, "%s", reason);
 }
 
-void ka_img_err_msg(img_file* handle) {
-  const ka::ModuleScope scope(KA_IMG);
-  if (handle->error <= IMG_ERR_NONE || handle->error >= int(kTexts.size())) return;
-  const Text& text = kTexts[std::size_t(handle->error)];
-  char message[512];
+std::size_t ka_img_error_text(const img_file* handle, char* text, std::size_t size) {
+  if (handle->error <= IMG_ERR_NONE || handle->error >= int(kTexts.size())) {
+    if (size > 0) text[0] = '\0';
+    return 0;
+  }
+  const Text& error = kTexts[std::size_t(handle->error)];
+  const char* const reason = handle->os_error != 0 ? ka_nstrerror(handle->os_error) : nullptr;
+  char subject[256];
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-  int length = text.has_line
-                   ? std::snprintf(message, sizeof message, text.format, handle->display_name,
-                                   handle->line_count + 1, handle->height)
-                   : std::snprintf(message, sizeof message, text.format, handle->display_name);
-#pragma GCC diagnostic pop
-  if (handle->os_error != 0) {
-    std::snprintf(message + length, sizeof message - std::size_t(length), " (%s)",
-                  ka_nstrerror(handle->os_error));
+  if (error.has_line) {
+    std::snprintf(subject, sizeof subject, error.format, handle->display_name,
+                  handle->line_count + 1, handle->height);
+  } else {
+    std::snprintf(subject, sizeof subject, error.format, handle->display_name);
   }
-  ka_nerror(kReportNumber, "%s", message);
+#pragma GCC diagnostic pop
+  return std::size_t(reason ? std::snprintf(text, size, "%s (%s)", subject, reason)
+                            : std::snprintf(text, size, "%s", subject));
+}
+
+void ka_img_err_msg(img_file* handle) {
+  const ka::ModuleScope scope(KA_IMG);
+  std::array<char, IMG_ERROR_TEXT_SIZE> text;
+  if (ka_img_error_text(handle, text.data(), text.size()) == 0) return;
+  ka_nerror(kReportNumber, "%s", text.data());
   if (const auto callback = err_cb.load()) callback(handle);
 }
 

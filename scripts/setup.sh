@@ -5,7 +5,8 @@
 set -euo pipefail
 
 packages=(g++ cmake ninja-build libjpeg62-turbo-dev libgtest-dev libbenchmark-dev pkgconf
-          libdeflate-dev zlib1g-dev libopenexr-dev libwebp-dev libtiff-dev)
+          libdeflate-dev zlib1g-dev libopenexr-dev libwebp-dev libtiff-dev libcli11-dev
+          nlohmann-json3-dev libsdl2-dev)
 if [[ ${1-} == test || ${1-} == check ]]; then
   packages+=(ffmpeg ghostscript imagemagick libjpeg-turbo-progs libtiff-tools netpbm openimageio-tools webp)
 fi

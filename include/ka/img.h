@@ -107,6 +107,7 @@ enum {
   IMG_HEAD_SIZE = 256,
   IMG_DISPLAY_NAME_SIZE = 64,
   IMG_REASON_SIZE = 128,
+  IMG_ERROR_TEXT_SIZE = 512, /* room for every text of ka_img_error_text */
   IMG_LAYER_SIZE = 128,
   IMG_PARAMETERS = 8,
   IMG_SLOTS = 4
@@ -353,6 +354,12 @@ const char* ka_img_type_name(int type);
 void ka_img_err_msg(img_file* handle);
 typedef void (*img_err_callback)(img_file* handle);
 void ka_img_err_handler(img_err_callback callback); /* null removes it */
+
+/* The text of that message: the display name, what failed, and in brackets the system's error. The
+ * driver's reason, handle->reason, is not in it.
+ *   Returns  the length of the whole text, 0 without an error. What does not fit into `size` bytes
+ *            with its closing zero is cut. */
+size_t ka_img_error_text(const img_file* handle, char* text, size_t size);
 
 /* Diagnostics: nonzero reports every failure at once, above 2 also every failed line. */
 void ka_img_debug(int level);

@@ -9,7 +9,7 @@ status=0
 # lowest one, the runtime core.
 height_of_folder() {
   case $1 in
-    tools | examples) echo 4 ;;
+    tools/* | examples) echo 4 ;;
     drivers) echo 3 ;;
     img | img/formats) echo 2 ;;
     db) echo 1 ;;
@@ -42,28 +42,26 @@ check_public() {
     ka/detail/*) [[ $folder != include/ka && $folder != examples && $folder != drivers ]] || refuse "is private to the library" ;;
   esac
   case $file,$header in
-    tools/measure*,ka/message.h | tools/compose*,ka/message.h | tools/panel*,ka/message.h)
-      refuse "is unknown to measuring and composing"
-      ;;
+    tools/measure/*,ka/message.h) refuse "is unknown to measuring and composing" ;;
     lib/messagelog*,ka/base.h | lib/messagelog*,ka/message.h | lib/messagelog*,ka/detail/context.h) ;;
     lib/messagelog*) refuse "the message log stands below everything that locks or allocates" ;;
   esac
 }
 
 # An include in quotes: a header of the file's own folder; drivers also see the core of the image library, and the core
-# sees their operations.
+# sees their operations. Tools see what they share, but for measuring and composing, which see only themselves.
 check_private() {
   local family=${header#img_}
   case $folder,$header in
     img,formats/drivers.h) return ;;
     img/formats,img_*) [[ $file == img/formats/img*_"${family%.h}".cc ]] || refuse "belongs to another driver" ;;
     img/formats,*) [[ -f img/formats/$header || -f img/$header ]] || refuse "is in another room" ;;
-    *) [[ $header != */* && -f $folder/$header ]] || refuse "is in another room" ;;
-  esac
-  case $file,$header in
-    tools/measure*,* | tools/compose*,* | tools/panel*,*)
-      [[ $header == measure* || $header == compose* ]] || refuse "is unknown to measuring and composing"
+    tools/measure,*) [[ -f tools/measure/$header ]] || refuse "is unknown to measuring and composing" ;;
+    tools/common,*) [[ -f tools/common/$header ]] || refuse "is in another room" ;;
+    tools/*,*)
+      [[ -f $folder/$header || -f tools/common/$header || -f tools/measure/$header ]] || refuse "is in another room"
       ;;
+    *) [[ $header != */* && -f $folder/$header ]] || refuse "is in another room" ;;
   esac
 }
 
