@@ -1,6 +1,7 @@
 #!/bin/bash
-# Installs what is missing on a Debian 12 machine: what building needs, with the argument "test" also what the tests need,
-# the programs that read and write the same formats among it, and with "check" what scripts/check.sh needs besides.
+# Installs what is missing on a Debian 12 machine: what building needs, with the argument "test" also what
+# scripts/test.sh needs, a second compiler and the programs that read and write the same formats, and with "check"
+# what scripts/check.sh needs besides.
 # Where everything is there it does nothing and takes no time.
 set -euo pipefail
 
@@ -8,10 +9,11 @@ packages=(g++ cmake ninja-build libjpeg62-turbo-dev libgtest-dev libbenchmark-de
           libdeflate-dev zlib1g-dev libopenexr-dev libwebp-dev libtiff-dev libcli11-dev
           nlohmann-json3-dev libsdl2-dev)
 if [[ ${1-} == test || ${1-} == check ]]; then
-  packages+=(ffmpeg ghostscript imagemagick libjpeg-turbo-progs libtiff-tools netpbm openimageio-tools webp)
+  packages+=(ffmpeg ghostscript imagemagick libjpeg-turbo-progs libtiff-tools netpbm openimageio-tools webp
+             clang-14 clang-tidy-14)
 fi
 if [[ ${1-} == check ]]; then
-  packages+=(clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev mandoc lintian debootstrap)
+  packages+=(clang-format-14 libclang-rt-14-dev mandoc lintian debootstrap)
 fi
 
 if ! command -v dpkg-query > /dev/null; then
