@@ -3,6 +3,7 @@
 // Windows headers of 40, 52, 56, 108 and 124 bytes and the OS/2 headers of 12, 16 and 64 bytes. Numbers
 // are little-endian.
 #include <ka/imgbytes.h>
+#include <ka/imgheader.h>
 
 #include <errno.h>
 
@@ -373,6 +374,19 @@ int read_bmp5(img_file* handle, img_line* line) {
                                   : read_row(handle, state, planes);
 }
 
+void header_bmp5(img_file* handle, img_header* header) {
+  const Header& read = drivers::state_of<Bmp5State>(handle).header;
+  ka::HeaderEntries out(header);
+  out.numbers("header_bytes", read.bytes);
+  out.numbers("pixel_bits", read.bits);
+  out.choice("compression", read.has_fields() ? kFields : read.compression,
+             {"none", "run-length of 8 bits", "run-length of 4 bits", "bit fields"});
+  if (read.has_palette()) out.numbers("palette_colors", read.colors);
+  if (read.has_fields()) {
+    out.numbers("masks", read.masks[0], read.masks[1], read.masks[2], read.masks[3]);
+  }
+}
+
 int close_bmp5(img_file* handle) {
   drivers::take_state<Bmp5State>(handle);
   return 1;
@@ -383,5 +397,6 @@ int close_bmp5(img_file* handle) {
 int drivers::register_bmp5(int format) {
   return ka_img_custom_format(format, test_bmp5, nullptr, open_bmp5, close_bmp5, read_bmp5, nullptr,
                               1, "bmp5", 0, IMG_TYPE_RGB) &&
-         ka_img_custom_format_stand_in(format, IMG_FORMAT_BMP);
+         ka_img_custom_format_stand_in(format, IMG_FORMAT_BMP) &&
+         ka_img_custom_format_header(format, header_bmp5);
 }

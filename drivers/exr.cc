@@ -14,6 +14,7 @@
 #include <ka/imgbytes.h>
 
 #include "drivers.h"
+#include "exrentries.h"
 #include "exrstate.h"
 #include "exrwrite.h"
 
@@ -206,7 +207,8 @@ int close_exr(img_file* handle) {
 int register_exr(int format) {
   constexpr std::uint32_t further = 1U << IMG_TYPE_RGB_FP | 1U << IMG_TYPE_Z;
   return ka_img_custom_format(format, test_exr, exr_create, open_exr, close_exr, read_exr,
-                              exr_write, 1, "exr", further, IMG_TYPE_RGBA_FP);
+                              exr_write, 1, "exr", further, IMG_TYPE_RGBA_FP) &&
+         ka_img_custom_format_header(format, exr_header);
 }
 
 }  // namespace drivers

@@ -45,6 +45,8 @@ Loaded load() {
       find(library, "exr_get_display_window", core.get_display_window) &&
       find(library, "exr_get_pixel_aspect_ratio", core.get_pixel_aspect_ratio) &&
       find(library, "exr_get_attribute_by_name", core.get_attribute_by_name) &&
+      find(library, "exr_get_attribute_count", core.get_attribute_count) &&
+      find(library, "exr_get_attribute_by_index", core.get_attribute_by_index) &&
       find(library, "exr_get_chunk_count", core.get_chunk_count) &&
       find(library, "exr_get_scanlines_per_chunk", core.get_scanlines_per_chunk) &&
       find(library, "exr_get_tile_sizes", core.get_tile_sizes) &&

@@ -20,6 +20,8 @@ struct ExrCore {
   decltype(&exr_get_display_window) get_display_window;
   decltype(&exr_get_pixel_aspect_ratio) get_pixel_aspect_ratio;
   decltype(&exr_get_attribute_by_name) get_attribute_by_name;
+  decltype(&exr_get_attribute_count) get_attribute_count;
+  decltype(&exr_get_attribute_by_index) get_attribute_by_index;
   decltype(&exr_get_chunk_count) get_chunk_count;
   decltype(&exr_get_scanlines_per_chunk) get_scanlines_per_chunk;
   decltype(&exr_get_tile_sizes) get_tile_sizes;

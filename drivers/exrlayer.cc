@@ -207,6 +207,24 @@ int refuse_layer(img_file* handle, Parts parts) {
   return refuse(handle, IMG_ERR_SUBTYPE, "no channel is named R, G, B, Y or Z");
 }
 
+// Whether a text opens that channel and no more.
+bool opens(Parts parts, const std::string& text, const Part& part, std::size_t channel) {
+  constexpr std::size_t most = IMG_LAYER_SIZE - 1;
+  if (text.empty() || text.size() > most) return false;
+  const Found found = find_text(parts, text);
+  return found && found->part == part.index && found->channels[0] == int(channel) &&
+         found->channels == one_channel(part, int(channel), found->type == IMG_TYPE_Z).channels;
+}
+
+std::string channel_name(Parts parts, const Part& part, std::size_t channel) {
+  const std::string own(text_of(part.channels[channel].name));
+  for (const std::string& text :
+       {own, std::string(part.name) + "." + own, std::to_string(part.index) + "." + own}) {
+    if (opens(parts, text, part, channel)) return text;
+  }
+  return own;
+}
+
 }  // namespace
 
 int exr_choose(img_file* handle, const ExrCore& core, exr_const_context_t context,
@@ -224,6 +242,24 @@ int exr_choose(img_file* handle, const ExrCore& core, exr_const_context_t contex
   }
   note_rest(handle, parts, choice);
   return 1;
+}
+
+std::vector<std::vector<std::string>> exr_channel_names(const ExrCore& core,
+                                                        exr_const_context_t context) {
+  constexpr std::size_t most_tried = 2048;  // channels: each name is looked up among all of them
+  const std::vector<Part> parts = parts_of(core, context);
+  std::size_t count = 0;
+  for (const Part& part : parts) count += part.channels.size();
+  std::vector<std::vector<std::string>> names(parts.size());
+  for (const Part& part : parts) {
+    const std::string number = parts.size() > 1 ? std::to_string(part.index) + "." : "";
+    for (std::size_t i = 0; i < part.channels.size(); ++i) {
+      names[std::size_t(part.index)].push_back(
+          count <= most_tried ? channel_name(parts, part, i)
+                              : number + std::string(text_of(part.channels[i].name)));
+    }
+  }
+  return names;
 }
 
 }  // namespace drivers

@@ -4,6 +4,8 @@
 #include <ka/img.h>
 
 #include <array>
+#include <string>
+#include <vector>
 
 #include "exrcore.h"
 
@@ -20,5 +22,11 @@ struct ExrChoice {
 //   Returns  1, or 0 with the handle's error.
 int exr_choose(img_file* handle, const ExrCore& core, exr_const_context_t context,
                ExrChoice& choice);
+
+// The names of all channels, by part, each as handle->layer takes it to open that channel alone: its
+// own, after that of its part or the part's number where another channel would be opened. A channel
+// that no name opens, as in deep parts and beside a layer of its name, has its own.
+std::vector<std::vector<std::string>> exr_channel_names(const ExrCore& core,
+                                                        exr_const_context_t context);
 
 }  // namespace drivers

@@ -2,6 +2,7 @@
 // kinds are read, the first picture of an animation; numbers are big-endian. docs/formats.md has what
 // is refused.
 #include "png.h"
+#include "pngheader.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -388,7 +389,8 @@ int register_png(int format) {
   constexpr std::uint32_t others =
       1U << IMG_TYPE_RGB | 1U << IMG_TYPE_RGB_16 | 1U << IMG_TYPE_RGBA_16;
   return ka_img_custom_format(format, test_png, create_png, open_png, close_png, read_png,
-                              write_png, 1, "png", others, IMG_TYPE_RGBA);
+                              write_png, 1, "png", others, IMG_TYPE_RGBA) &&
+         ka_img_custom_format_header(format, png_header);
 }
 
 }  // namespace drivers

@@ -287,5 +287,6 @@ int drivers::register_tifz(int format) {
   return ka_img_custom_format(format, tifz::test, tifz::create, tifz::open, tifz::close,
                               tifz::read_line, tifz::write_line, 1, "tifz", tifz::kWritten,
                               IMG_TYPE_RGBA) &&
-         ka_img_custom_format_stand_in(format, IMG_FORMAT_TIF);
+         ka_img_custom_format_stand_in(format, IMG_FORMAT_TIF) &&
+         ka_img_custom_format_header(format, tifz::header);
 }

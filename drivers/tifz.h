@@ -60,5 +60,6 @@ int read_line(img_file* handle, img_line* line);
 int create(img_file* handle);
 int write_line(img_file* handle, img_line* line);
 int close(img_file* handle);
+void header(img_file* handle, img_header* header);
 
 }  // namespace drivers::tifz

@@ -2,6 +2,7 @@
 // container, which is that of the WebP project, is read here. Numbers are little-endian.
 #include <errno.h>
 #include <ka/imgbytes.h>
+#include <ka/imgheader.h>
 #include <webp/decode.h>
 #include <webp/encode.h>
 
@@ -185,6 +186,27 @@ int open_webp(img_file* handle, const std::uint8_t* /*head*/) {
   return 1;
 }
 
+// The chunks are passed again, through a reader of their heads.
+void header_webp(img_file* handle, img_header* header) {
+  const WebPBitstreamFeatures& frame = drivers::state_of<WebpState>(handle).frame;
+  ka::HeaderEntries out(header);
+  out.choice("coding", std::size_t(frame.format), {"mixed", "lossy", "lossless"});
+  out.text("alpha", frame.has_alpha ? "yes" : "no");
+  const drivers::Reader reader(ka_img_reader_alloc(handle, kFileHeader, 4096));
+  std::uint64_t frames = 0;
+  while (const std::uint8_t* const head = ka_img_reader_take(reader.get(), kChunkHeader)) {
+    const std::string_view name(reinterpret_cast<const char*>(head), 4);
+    const std::uint32_t size = ka::ByteCursor({head + 4, 4}).le32();
+    frames += name == "ANMF";
+    if (name == "ICCP") out.numbers("icc_bytes", size);
+    if (name == "EXIF") out.numbers("exif_bytes", size);
+    if (name == "XMP ") out.numbers("xmp_bytes", size);
+    ka_img_reader_seek(reader.get(),
+                       ka_img_reader_position(reader.get()) + std::int64_t{size} + size % 2);
+  }
+  if (frames > 0) out.numbers("animation_frames", frames);
+}
+
 // Decodes as many lines as are sound.
 void decode(WebpState& state) {
   const auto stride = std::size_t(state.frame.width) * state.components();
@@ -327,5 +349,6 @@ int close_webp(img_file* handle) {
 
 int drivers::register_webp(int format) {
   return ka_img_custom_format(format, test_webp, create_webp, open_webp, close_webp, read_webp,
-                              write_webp, 1, "webp", 1U << IMG_TYPE_RGB, IMG_TYPE_RGBA);
+                              write_webp, 1, "webp", 1U << IMG_TYPE_RGB, IMG_TYPE_RGBA) &&
+         ka_img_custom_format_header(format, header_webp);
 }

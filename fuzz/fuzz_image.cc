@@ -116,6 +116,10 @@ void read_mapping(img_file& file) {
   ka_img_image_release(image);
 }
 
+void read_entry(void* /*context*/, const char* name, const char* value) {
+  if (std::strlen(name) == 0 || std::strlen(value) >= 65536) std::abort();
+}
+
 void read_image(img_file& file) {
   if (file.height > kMostLines) return read_lines(file);
   img_image* const image = ka_img_image_alloc(&file);
@@ -134,7 +138,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     read_mapping(file);
   }
   ka_img_close(&file);
-  if (ka_img_open(&file, input.name(), IMG_TYPE_RGBA) && is_worth_reading(file)) read_image(file);
+  if (ka_img_open(&file, input.name(), IMG_TYPE_RGBA) && is_worth_reading(file)) {
+    ka_img_header(&file, read_entry, nullptr);
+    read_image(file);
+    ka_img_header(&file, read_entry, nullptr);
+  }
   ka_img_close(&file);
   return 0;
 }

@@ -81,6 +81,7 @@ struct img_driver {
   img_close_function close;
   img_read_function read;
   img_write_function write;
+  img_header_function header = nullptr;
 };
 
 // One row of the format tables.

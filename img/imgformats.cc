@@ -280,3 +280,10 @@ int ka_img_custom_format_stand_in(int format, int built_in) {
   formats[std::size_t(format)].stands_in_for = built_in;
   return 1;
 }
+
+int ka_img_custom_format_header(int format, img_header_function header) {
+  const ka::ModuleScope scope(KA_IMG);
+  if (format < IMG_FORMAT_CUSTOM || format >= IMG_FORMAT_COUNT) return 0;
+  formats[std::size_t(format)].driver.header = header;
+  return 1;
+}

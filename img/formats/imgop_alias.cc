@@ -6,6 +6,7 @@
 #include <optional>
 
 #include <ka/imgbytes.h>
+#include <ka/imgheader.h>
 
 #include "driver.h"
 #include "drivers.h"
@@ -127,6 +128,17 @@ int img_write_alias(img_file* handle, img_line* line) {
 int img_close_alias(img_file* handle) {
   const auto state = take_state<AliasState>(handle);
   return state ? img_alias_copyout(handle, *state) : 1;
+}
+
+void img_header_alias(img_file* handle, img_header* header) {
+  FileReader file;
+  file.start(handle, 4, kHeaderBytes);  // after width and height
+  ByteCursor in(file.take(6));
+  HeaderEntries out(header);
+  const int x = in.be16(), y = in.be16(), bits = in.be16();
+  if (!in) return;
+  out.numbers("origin", x, y);
+  out.numbers("pixel_bits", bits);
 }
 
 }  // namespace ka

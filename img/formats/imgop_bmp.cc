@@ -5,6 +5,8 @@
 
 #include <limits>
 
+#include <ka/imgheader.h>
+
 #include "driver.h"
 #include "drivers.h"
 #include "linekernels.h"
@@ -220,6 +222,20 @@ int img_write_bmp(img_file* handle, img_line* line) {
 int img_close_bmp(img_file* handle) {
   const auto state = take_state<BmpState>(handle);
   return state ? finish_file(handle, state->out, IMG_ERR_WRITE) : 1;
+}
+
+void img_header_bmp(img_file* handle, img_header* header) {
+  const Header& read = state_of<BmpState>(handle).header;
+  HeaderEntries out(header);
+  out.numbers("header_bytes", read.bytes);
+  out.numbers("pixel_bits", read.bits);
+  out.text("compression", "none");
+  if (read.has_palette()) out.numbers("palette_colors", read.colors);
+  FileReader file;
+  file.start(handle, kFileHeader + 24, kInfoHeader);
+  ByteCursor in(file.take(8));
+  const std::uint32_t x = in.le32(), y = in.le32();
+  if (in && read.bytes == kInfoHeader) out.numbers("pixels_per_meter", x, y);
 }
 
 }  // namespace ka

@@ -11,6 +11,8 @@
 #include <string_view>
 #include <utility>
 
+#include <ka/imgheader.h>
+
 #include "driver.h"
 #include "drivers.h"
 #include "linekernels.h"
@@ -28,7 +30,7 @@ constexpr std::size_t kLengthsBuffer = 4096;             // bytes; small sub-blo
 constexpr std::size_t kLongestRun = 255;
 
 // The fields of the header that are known.
-constexpr std::size_t kKindAt = 96, kClassAt = 114, kNameAt = 152, kNoteAt = 160;
+constexpr std::size_t kKindAt = 96, kClassAt = 114, kNameAt = 152, kNoteAt = 160, kNoteBytes = 32;
 constexpr std::string_view kKind = "PIXEL   ", kClass = "2", kName = "PICTURE ";
 constexpr std::size_t kSamplesAt = 968;  // of a full sub-block
 constexpr std::size_t kWidthAt = 1120, kHeightAt = 1124;
@@ -330,6 +332,17 @@ int img_close_catia(img_file* handle) {
   const auto state = take_state<CatiaState>(handle);
   if (!state || !handle->writing || handle->error != IMG_ERR_NONE) return 1;
   return img_flush_catia(handle, *state);
+}
+
+void img_header_catia(img_file* handle, img_header* header) {
+  FileReader in;
+  in.start(handle, 0, kHeaderBytes);
+  const auto bytes = in.take(kHeaderBytes);
+  if (bytes.empty()) return;
+  HeaderEntries out(header);
+  out.field("note", bytes.subspan(kNoteAt, kNoteBytes));
+  out.numbers("block_samples", number(bytes, kSamplesAt));
+  out.numbers("flag", number(bytes, kFlagAt));
 }
 
 }  // namespace ka

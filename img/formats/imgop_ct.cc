@@ -7,6 +7,8 @@
 #include <cstring>
 #include <optional>
 
+#include <ka/imgheader.h>
+
 #include "driver.h"
 #include "drivers.h"
 #include "rows.h"
@@ -206,6 +208,16 @@ int img_write_ct(img_file* handle, img_line* line) {
 int img_close_ct(img_file* handle) {
   const auto state = take_state<CtState>(handle);
   return state ? finish_file(handle, state->out, IMG_ERR_WRITE) : 1;
+}
+
+void img_header_ct(img_file* handle, img_header* header) {
+  FileReader in;
+  in.start(handle, 0, kHeaderBytes);
+  const int code = in.get();
+  if (code < 0 || std::size_t(code) >= kSubtypes.size()) return;
+  HeaderEntries out(header);
+  out.numbers("subtype", code);
+  out.numbers("header_bytes", kSubtypes[std::size_t(code)].header_bytes);
 }
 
 }  // namespace ka

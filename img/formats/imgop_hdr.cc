@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <string_view>
 
+#include <ka/imgheader.h>
 #include <ka/version.h>
 
 #include "driver.h"
@@ -121,6 +122,20 @@ void write_scanline_header(const img_file* handle, FileWriter& out) {
   bytes.be16(std::uint32_t(handle->width));
 }
 
+// "EXPOSURE=2" has its own name; most other lines are the commands that made the picture.
+void put_variable(HeaderEntries& out, std::string_view line) {
+  std::array<char, 64> name{};
+  const std::size_t end = line.find('=');
+  if (line.starts_with('#')) {
+    out.text("comment", line.substr(1));
+  } else if (end == 0 || end >= name.size()) {
+    out.text("command", line);
+  } else {
+    std::ranges::copy(line.substr(0, end), name.begin());
+    out.text(name.data(), line.substr(end + 1));
+  }
+}
+
 }  // namespace
 
 int img_test_hdr(img_file* handle, const std::uint8_t* head) {
@@ -203,6 +218,23 @@ int img_write_hdr(img_file* handle, img_line* line) {
 int img_close_hdr(img_file* handle) {
   const auto state = take_state<HdrState>(handle);
   return state ? finish_file(handle, state->out, IMG_ERR_WRITE) : 1;
+}
+
+void img_header_hdr(img_file* handle, img_header* header) {
+  FileReader in;
+  in.start(handle, 0, FileReader::kBufferSize / 16);
+  HeaderEntries out(header);
+  bool is_start = true, is_first = true;
+  for (auto line = read_text(in, kLongestLine); !line.empty() && line != "\n";
+       line = read_text(in, kLongestLine)) {
+    const std::string_view text = line.substr(0, line.find('\n'));
+    if (is_start && is_first) out.text("magic", text);
+    if (is_start && !is_first) put_variable(out, text);
+    is_start = text.size() < line.size();  // the rest of a long line is left out
+    is_first = false;
+  }
+  const std::string_view axes = read_text(in, kLongestResolution);
+  if (!axes.empty()) out.text("axes", axes.substr(0, axes.find('\n')));
 }
 
 }  // namespace ka

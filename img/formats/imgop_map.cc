@@ -7,6 +7,7 @@
 #include <limits>
 
 #include <ka/endian.h>
+#include <ka/imgheader.h>
 
 #include "driver.h"
 #include "drivers.h"
@@ -169,6 +170,21 @@ int img_close_map(img_file* handle) {
   if (failure) return img_error(handle, IMG_ERR_CLOSE, failure);
   if (handle->writing && !handle->error && lacks_lines) return img_error(handle, IMG_ERR_CLOSE, 0);
   return 1;
+}
+
+void img_header_map(img_file* handle, img_header* header) {
+  const auto& state = state_of<MapState>(handle);
+  constexpr bool is_little_host = std::endian::native == std::endian::little;
+  HeaderEntries out(header);
+  out.numbers("version", state.head.version);
+  out.text("byte_order", is_little_host != state.head.swapped ? "little" : "big");
+  out.numbers("filter", state.head.image.filter);
+  const auto levels = map_levels(state.head, handle->file_size);
+  if (!levels) return;
+  out.numbers("levels", levels->count);
+  for (std::size_t k = 0; k < levels->count; ++k) {
+    out.numbers("level", levels->level[k].width, levels->level[k].height);
+  }
 }
 
 }  // namespace ka

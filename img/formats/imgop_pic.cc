@@ -9,6 +9,8 @@
 #include <cmath>
 #include <optional>
 
+#include <ka/imgheader.h>
+
 #include "driver.h"
 #include "drivers.h"
 #include "linekernels.h"
@@ -265,6 +267,31 @@ int img_write_pic(img_file* handle, img_line* line) {
 int img_close_pic(img_file* handle) {
   const auto state = take_state<PicState>(handle);
   return state ? finish_file(handle, state->out, IMG_ERR_WRITE) : 1;
+}
+
+void img_header_pic(img_file* handle, img_header* header) {
+  FileReader file;
+  file.start(handle, 0, kHeaderBytes);
+  ByteCursor in(file.take(kHeaderBytes));
+  if (in.left() == 0) return;
+  HeaderEntries out(header);
+  in.skip(4);
+  out.numbers("version", std::bit_cast<float>(in.be32()));
+  out.field("comment", in.take(80));
+  out.field("id", in.take(4));
+  in.skip(4);
+  out.numbers("aspect", std::bit_cast<float>(in.be32()));
+  out.choice("fields", in.be16(), {"none", "odd", "even", "both"});
+  const auto& state = state_of<PicState>(handle);
+  for (const Group& group : std::span(state.groups).first(state.group_count)) {
+    std::array<char, 4> channels{};
+    char* end = channels.data();
+    for (std::size_t i = 0; i < 4; ++i) {
+      if ((group.mask & 0x80U >> i) != 0) *end++ = "RGBA"[i];
+    }
+    out.text("channels", {channels.data(), end});
+    out.choice("compression", group.compression, {"none", "run-length", "mixed run-length"});
+  }
 }
 
 }  // namespace ka

@@ -12,6 +12,8 @@
 #include <cstdio>
 #include <optional>
 
+#include <ka/imgheader.h>
+
 #include "driver.h"
 #include "drivers.h"
 #include "rows.h"
@@ -310,6 +312,34 @@ int img_write_ppm(img_file* handle, img_line* line) {
 int img_close_ppm(img_file* handle) {
   const auto state = take_state<PpmState>(handle);
   return state ? finish_file(handle, state->out, IMG_ERR_CLOSE) : 1;
+}
+
+// Comments and numbers as the file mixes them. Width and height are known.
+void img_header_ppm(img_file* handle, img_header* header) {
+  const char letter = state_of<PpmState>(handle).letter;
+  const bool is_float = letter == 'F';
+  const std::array names = {"", "", is_float ? "least" : "maximum", "maximum"};
+  const std::size_t numbers = is_float ? 4 : 3;
+  constexpr std::size_t most = 4095;  // characters of a comment or a number
+  FileReader in;
+  in.start(handle, 2, most);
+  HeaderEntries out(header);
+  out.text("magic", {std::array{'P', letter}.data(), 2});
+  for (std::size_t count = 0;;) {
+    const std::string_view text = as_text(in.ahead(most)).substr(0, most);
+    if (text.empty() || (text[0] == '\n' && count == numbers)) return;
+    if (text[0] == '#') {
+      out.text("comment", text.substr(1, text.find('\n') - 1));
+      if (!skip_line(in) || count == numbers) return;
+    } else if (is_blank(text[0])) {
+      (void)in.get();
+    } else {
+      const std::string_view number = text.substr(0, text.find_first_of(" \t\r\n#"));
+      if (count >= 2) out.text(names[count], number);
+      ++count;
+      (void)in.take(number.size());
+    }
+  }
 }
 
 }  // namespace ka

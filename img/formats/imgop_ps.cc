@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include <ka/detail/targets.h>
+#include <ka/imgheader.h>
 
 #include "driver.h"
 #include "drivers.h"
@@ -337,5 +338,20 @@ int img_write_ps(img_file* handle, img_line* line) {
 int img_close_ps(img_file* handle) { return close_text(handle, kPsTrailer); }
 
 int img_close_eps(img_file* handle) { return close_text(handle, kEpsTrailer); }
+
+// The comments of the prolog, "%%Title: Sunset", up to the one before the pixels.
+void img_header_ps(img_file* handle, img_header* header) {
+  FileReader in;
+  in.start(handle, 0, kLongestText + 1);
+  HeaderEntries out(header);
+  for (auto line = read_text(in, kLongestText); !line.empty() && !line.starts_with(kDataComment);
+       line = read_text(in, kLongestText)) {
+    const std::size_t end = line.find(": ");
+    if (!line.starts_with("%%") || end == std::string_view::npos) continue;
+    std::array<char, kLongestText> name{};
+    std::ranges::copy(line.substr(2, end - 2), name.begin());
+    out.text(name.data(), line.substr(end + 2, line.find('\n') - end - 2));
+  }
+}
 
 }  // namespace ka

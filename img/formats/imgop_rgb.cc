@@ -7,6 +7,8 @@
 #include <array>
 #include <limits>
 
+#include <ka/imgheader.h>
+
 #include "driver.h"
 #include "drivers.h"
 #include "linekernels.h"
@@ -301,6 +303,25 @@ int img_close_rgb(img_file* handle) {
   if (!state || !handle->writing || handle->error) return 1;
   img_rgb_copyout(handle, *state);
   return finish_file(handle, state->out, IMG_ERR_WRITE);
+}
+
+void img_header_rgb(img_file* handle, img_header* header) {
+  const Header& read = state_of<RgbState>(handle).header;
+  HeaderEntries out(header);
+  out.choice("compression", read.storage & 1, {"none", "run-length"});
+  out.numbers("sample_bytes", read.sample_bytes);
+  out.numbers("dimensions", read.dimension);
+  out.numbers("channels", read.channels);
+  FileReader file;
+  file.start(handle, 12, kUsedBytes);
+  ByteCursor in(file.take(kUsedBytes - 12));
+  if (in.left() == 0) return;
+  const std::uint32_t least = in.be32(), most = in.be32();
+  out.numbers("least_sample", least);
+  out.numbers("greatest_sample", most);
+  in.skip(4);
+  out.field("name", in.take(kNameBytes));
+  out.choice("color_map", in.be32(), {"normal", "dithered", "screen", "color map"});
 }
 
 }  // namespace ka

@@ -1,12 +1,15 @@
 // Targa images: color-mapped, true-color and greyscale, plain or in packets, bottom or top line
 // first; written as plain 32-bit true color, bottom line first. Layout: docs/formats.md, "Targa",
-// which is that of the Truevision manual of TGA files, version 2.0, without its extensions. Numbers
+// which is that of the Truevision manual of TGA files, version 2.0; of its extensions only texts are read. Numbers
 // are little-endian.
 #include <errno.h>
 
 #include <algorithm>
 #include <array>
 #include <optional>
+#include <string_view>
+
+#include <ka/imgheader.h>
 
 #include "driver.h"
 #include "drivers.h"
@@ -25,6 +28,10 @@ constexpr int kLargestSide = 9998;    // pixels
 constexpr int kLargestField = 65535;  // what the header can hold
 constexpr int kOpaque = 255;
 constexpr std::uint8_t kTopFirst = 0x20;  // bit of the descriptor
+
+// Only for the entries of the header: nothing in there changes the picture.
+constexpr std::size_t kFooterBytes = 26, kExtensionBytes = 495;
+constexpr std::string_view kSignature("TRUEVISION-XFILE.\0", 18);
 
 enum ImageType : std::uint8_t { kMapped = 1, kTrueColor = 2, kGrey = 3 };
 constexpr std::uint8_t kPacked = 8;  // bit of the image type: lines are run-length packets
@@ -194,6 +201,27 @@ bool read_map(TargaState& state) {
   return true;
 }
 
+void put_ratio(HeaderEntries& out, const char* name, ByteCursor& in) {
+  const double numerator = in.le16(), denominator = in.le16();
+  if (denominator != 0) out.numbers(name, numerator / denominator);
+}
+
+void put_extension(HeaderEntries& out, ByteCursor in) {
+  in.skip(2);  // its size
+  out.field("author", in.take(41));
+  for (int i = 0; i < 4; ++i) out.field("comment", in.take(81));
+  std::array<unsigned, 6> date;
+  for (unsigned& part : date) part = in.le16();
+  const auto [month, day, year, hour, minute, second] = date;
+  if (year != 0) out.numbers("date", year, month, day, hour, minute, second);
+  out.field("job", in.take(41));
+  in.skip(6);  // time spent on it
+  out.field("software", in.take(41));
+  in.skip(7);  // version, key color
+  put_ratio(out, "aspect", in);
+  put_ratio(out, "gamma", in);
+}
+
 }  // namespace
 
 int img_test_targa(img_file* /*handle*/, const std::uint8_t* head) {
@@ -256,6 +284,28 @@ int img_write_targa(img_file* handle, img_line* line) {
 int img_close_targa(img_file* handle) {
   const auto state = take_state<TargaState>(handle);
   return state ? finish_file(handle, state->out, IMG_ERR_WRITE) : 1;
+}
+
+void img_header_targa(img_file* handle, img_header* header) {
+  const Header& read = state_of<TargaState>(handle).header;
+  HeaderEntries out(header);
+  FileReader in;
+  in.start(handle, kHeaderBytes, kExtensionBytes);
+  out.field("id", in.take(read.id_length));
+  out.choice("kind", read.kind(), {"none", "color-mapped", "true color", "grey"});
+  out.text("compression", read.is_packed() ? "run-length" : "none");
+  out.numbers("pixel_bits", read.depth);
+  out.numbers("origin", read.x, read.y);
+  if (read.has_map()) out.numbers("color_map", read.first_entry, read.map_length, read.entry_bits);
+  const auto size = std::uint64_t(handle->file_size);
+  if (size < kHeaderBytes + kFooterBytes) return;
+  in.seek(size - kFooterBytes);
+  const auto footer = in.take(kFooterBytes);
+  if (footer.empty() || !std::ranges::equal(footer.subspan(8), kSignature)) return;
+  const std::uint32_t extension = ByteCursor(footer).le32();
+  in.seek(extension);
+  const auto bytes = extension == 0 ? footer.first(0) : in.take(kExtensionBytes);
+  if (!bytes.empty()) put_extension(out, ByteCursor(bytes));
 }
 
 }  // namespace ka

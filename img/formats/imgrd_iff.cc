@@ -1,6 +1,7 @@
 // Reading tiled IFF images: all chunks are checked once, then the tiles of a strip are collected
 // when the first of its lines is asked for.
 #include <errno.h>
+#include <ka/imgheader.h>
 #include <ka/message.h>
 
 #include <algorithm>
@@ -333,6 +334,28 @@ int img_read_iff(img_file* handle, img_line* line) {
                   iff_copy(plane, held, bytes);
                 });
   return 1;
+}
+
+void img_header_iff(img_file* handle, img_header* header) {
+  FileReader file;
+  IffStack stack;
+  IffChunk chunk;
+  file.start(handle, 0, kScanBuffer);
+  if (!img_iff_read_begin_chunk(file, stack, chunk) ||
+      !find_chunk(file, stack, kIffHeader, 0, chunk)) {
+    return;
+  }
+  ByteCursor in(file.take(kIffHeaderBytes));
+  if (in.left() == 0) return;
+  in.skip(8);  // width, height
+  const unsigned numerator = in.be16(), denominator = in.be16(), flags = in.be32();
+  HeaderEntries out(header);
+  if (denominator != 0) out.numbers("aspect", double(numerator) / denominator);
+  out.numbers("flags", flags);
+  out.text("depths", (flags & kIffHasDepth) != 0 ? "yes" : "no");
+  out.numbers("sample_bytes", in.be16() + 1);
+  out.numbers("tiles", in.be16());
+  out.choice("compression", in.be32(), {"none", "run-length"});
 }
 
 }  // namespace ka

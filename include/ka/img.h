@@ -261,6 +261,19 @@ int ka_img_create_in(img_file* handle, int descriptor, const char* name, int typ
  *            caller that stops before the last line removes it itself. */
 int ka_img_close(img_file* handle);
 
+/* Lists what the header of an opened file says beside size and type: comments, windows, compression,
+ * texts, the names of channels. docs/formats.md, "Entries of headers", has the names.
+ *   Before   `handle` is open for reading; any number of its lines may have been read. The header is
+ *            read again for this, and reading goes on as if nothing had happened.
+ *   Calls    `take` with `context` for each entry, in the order of the file; a name may come several
+ *            times. Values are text as the file has it, of any bytes but 0 and not always UTF-8, and
+ *            numbers in their shortest form, several with blanks between them. Both strings are valid
+ *            during the call, in which the handle is not used otherwise. What cannot be read is left
+ *            out, and what passes 64 KiB of a value, or 64 KiB and 4 times the file's size of all.
+ *   Returns  1, also for a format or a header without entries, or 0 with handle->error 11. */
+typedef void (*img_header_callback)(void* context, const char* name, const char* value);
+int ka_img_header(img_file* handle, img_header_callback take, void* context);
+
 /* Reads the next line, in file order, into a line of handle->type; writes the next line from one.
  * File order is from the top down where handle->topdown is set, else from the bottom up.
  *   Returns  1, or 0 with handle->error: 1 to 4, 6 or 7 when the format has no such header, or 11
@@ -382,6 +395,11 @@ typedef int (*img_close_function)(img_file* handle);
 typedef int (*img_read_function)(img_file* handle, img_line* line);
 typedef int (*img_write_function)(img_file* handle, img_line* line);
 
+/* A seventh, which formats may have: hands the entries of ka_img_header to ka_img_header_put
+ * (ka/imgheader.h). It reads the file through a reader of its own and leaves the handle as it is. */
+typedef struct img_header img_header;
+typedef void (*img_header_function)(img_file* handle, img_header* header);
+
 /* Registers a driver in a custom slot, IMG_FORMAT_CUSTOM to IMG_FORMAT_COUNT - 1; a later
  * registration replaces it.
  *   Takes    the operations, null for one that the format lacks; `extra_types` has bit t set for
@@ -402,6 +420,10 @@ int ka_img_custom_format(int format, img_test_function test, img_create_function
  * slot ends it.
  *   Returns  1, or 0 when `format` is no custom slot or `built_in` is no built-in format. */
 int ka_img_custom_format_stand_in(int format, int built_in);
+
+/* Gives a custom format an operation for ka_img_header. A registration of the slot ends it.
+ *   Returns  1, or 0 when `format` is no custom slot. */
+int ka_img_custom_format_header(int format, img_header_function header);
 
 /* Sets a handle's error; for drivers outside the library. The operation that has called the driver
  * reports it and discards the file. Returns 0, so that a driver can return it. */
