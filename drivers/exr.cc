@@ -142,6 +142,13 @@ std::uint32_t profile_of(const ExrState& state) {
   return libdeflate_crc32(0, bytes.data(), bytes.size());
 }
 
+// Whether samples that are read have more than the 16 bits of a half.
+bool is_deep(const ExrState& state) {
+  return std::ranges::any_of(state.choice.channels, [&](int channel) {
+    return channel >= 0 && state.channels[std::size_t(channel)].pixel_type != EXR_PIXEL_HALF;
+  });
+}
+
 // Lines that would take more memory than a file of that size may get no planes.
 void limit_lines(img_file* handle) {
   constexpr int usual_width = 65536;
@@ -169,6 +176,7 @@ int open_exr(img_file* handle, const std::uint8_t* /*head*/) {
   state->core->get_pixel_aspect_ratio(state->context, state->choice.part, &aspect);
   if (std::isfinite(aspect) && aspect > 0) handle->aspect = aspect;
   handle->profile = profile_of(*state);
+  handle->parameters[kExrAsFloat] = is_deep(*state);
   limit_lines(handle);
   state_file_type(handle, state->choice.type);
   handle->data.p = state.release();

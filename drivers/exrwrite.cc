@@ -20,8 +20,7 @@ namespace drivers {
 namespace {
 
 constexpr std::size_t kChunkLines = 16;
-constexpr int kLevel = 4;    // of libdeflate, up to 12
-constexpr int kAsFloat = 3;  // the parameter that asks for float instead of half
+constexpr int kLevel = 4;  // of libdeflate, up to 12
 constexpr std::uint32_t kMagic = 20000630, kVersion = 2;
 constexpr std::uint32_t kHalf = 1, kFloat = 2;  // types of samples
 constexpr std::uint32_t kZip = 3;               // compression
@@ -146,7 +145,7 @@ int exr_create(img_file* handle) {
   auto state = std::make_unique<ExrWriter>();
   const int type = handle->file_type;
   state->channels = type == IMG_TYPE_Z ? "Z" : type == IMG_TYPE_RGB_FP ? "BGR" : "ABGR";
-  state->is_float = type == IMG_TYPE_Z || handle->parameters[kAsFloat] != 0;
+  state->is_float = type == IMG_TYPE_Z || handle->parameters[kExrAsFloat] != 0;
   state->row_bytes = std::size_t(handle->width) * (state->is_float ? 4 : 2);
   const auto chunk_bytes =
       ka::checked_product(state->row_bytes, state->channels.size(), kChunkLines);

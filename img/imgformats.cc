@@ -222,6 +222,16 @@ int ka_img_best_type(int format) {
   return formats[std::size_t(format)].best_type;
 }
 
+int ka_img_format_takes(int format, int type) {
+  const ka::ModuleScope scope(KA_IMG);
+  return ka::is_pixel_type(type) && (formats[std::size_t(format)].type_map >> type & 1) != 0;
+}
+
+int ka_img_format_is_topdown(int format) {
+  const ka::ModuleScope scope(KA_IMG);
+  return formats[std::size_t(format)].topdown;
+}
+
 int ka_img_type_identify(const char* name) {
   const ka::ModuleScope scope(KA_IMG);
   if (std::strcmp(name, "contour") == 0) return kContour;

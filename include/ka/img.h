@@ -355,10 +355,14 @@ int ka_img_convert(img_line* line, int* components, int* bits, const img_image* 
                    int type);
 
 /* Formats and types by name, names by number. Unknown format: -1; unknown type: IMG_TYPE_COUNT, and
- * a null name. ka_img_format_name and ka_img_best_type take a format below IMG_FORMAT_COUNT. */
+ * a null name. The others take a format below IMG_FORMAT_COUNT: ka_img_format_takes is 1 where its
+ * files can have the pixel type as their own when they are written, ka_img_format_is_topdown where
+ * their first line is then the top line. */
 int ka_img_format_identify(const char* name);
 const char* ka_img_format_name(int format);
 int ka_img_best_type(int format);
+int ka_img_format_takes(int format, int type);
+int ka_img_format_is_topdown(int format);
 int ka_img_type_identify(const char* name);
 const char* ka_img_type_name(int type);
 
