@@ -45,9 +45,9 @@ class HeaderEntries {
   // Numbers with blanks between them, each in its shortest form.
   template <typename... Numbers>
   bool numbers(const char* name, Numbers... numbers) {
-    std::array<char, 32 * sizeof...(Numbers)> value;
+    std::array<char, kNumberBytes * sizeof...(Numbers)> value;
     char* end = value.data();
-    (put_number(value, end, numbers), ...);
+    (put_number(value.data(), end, numbers), ...);
     return text(name, {value.data(), end});
   }
 
@@ -57,10 +57,12 @@ class HeaderEntries {
   }
 
  private:
-  template <std::size_t Size, typename Number>
-  static void put_number(std::array<char, Size>& value, char*& end, Number number) {
-    if (end != value.data()) *end++ = ' ';
-    end = std::to_chars(end, value.data() + Size, number).ptr;
+  static constexpr std::size_t kNumberBytes = 32;  // with the blank before it
+
+  template <typename Number>
+  static void put_number(const char* start, char*& end, Number number) {
+    if (end != start) *end++ = ' ';
+    end = std::to_chars(end, end + kNumberBytes - 1, number).ptr;
   }
 
   img_header* header_;
