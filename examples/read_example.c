@@ -1,6 +1,6 @@
 /* How a program reads a picture: start, open, size, lines and their planes, errors, close. Prints the
  * size of a picture and the mean of its colors, as samples of 8 bits: once line by line, once from
- * the whole image. Each step is explained in docs/library.md. */
+ * the whole image. Before that what the header says. Each step is explained in docs/library.md. */
 #include <string.h>
 
 #include <ka/img.h>
@@ -37,6 +37,12 @@ static void tell(const char* how, const color_sums* sums, int width, int height)
           sums->of[1] / pixels, sums->of[2] / pixels);
 }
 
+/* An entry of the file's header, such as a comment. */
+static void print_entry(void* context, const char* name, const char* value) {
+  (void)context;
+  ka_info("%s: %s", name, value); /* control characters become blanks there */
+}
+
 /* One line in memory, however large the picture is. Whatever the file holds arrives as rgb. */
 static int read_lines(const char* name) {
   color_sums sums = {{0}};
@@ -46,6 +52,7 @@ static int read_lines(const char* name) {
   if (ka_img_open(&file, name, IMG_TYPE_RGB)) {
     img_line* const line = ka_img_line_alloc(&file);
     whole = 1;
+    ka_img_header(&file, print_entry, NULL);
     for (i = 0; whole && i < file.height; ++i) { /* this is line file.height - 1 - i of the picture
                                                     when file.topdown is set, else line i */
       whole = ka_img_line_read(&file, line);

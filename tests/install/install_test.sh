@@ -22,7 +22,9 @@ check() {
 
 rm -rf "$work"
 "$cmake" --install "$build" --prefix "$prefix" > /dev/null
-[[ -f $prefix/share/man/man1/vel_diff.1 ]] || fail "the manual page is not installed"
+for tool in vel_diff vel_info; do
+  [[ -f $prefix/share/man/man1/$tool.1 ]] || fail "the manual page of $tool is not installed"
+done
 [[ -f $prefix/share/doc/lumora/library.md ]] || fail "the guide is not installed"
 [[ ! -e $prefix/include/ka/detail ]] || fail "private headers are installed"
 config=$(find "$prefix" -name LumoraConfig.cmake)
