@@ -82,7 +82,8 @@ for pair in "$@"; do
     printf '%-5s %-5s %-9s %6.2f\n' "$from" "$to" cat "$ratio"
   fi
   for program in gm vips oiiotool; do
-    type -P "$program" > /dev/null && "with_$program" "$from" "$to" || continue
+    type -P "$program" > /dev/null || continue
+    "with_$program" "$from" "$to" || continue
     "${command[@]}" > /dev/null 2>&1 || continue
     ratio=$(cpu "${mine[@]}" -- "${command[@]}")
     printf '%-5s %-5s %-9s %6.2f %6.2f\n' "$from" "$to" "$program" "$ratio" \
