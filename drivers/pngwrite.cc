@@ -12,7 +12,7 @@ namespace drivers {
 namespace {
 
 constexpr std::size_t kBlockBytes = std::size_t{128} << 10;  // of compressed data in a chunk
-constexpr int kLevel = 1;                                    // of the compression
+constexpr int kLevel = 2;                                    // of the compression
 constexpr std::array kTried = {kPngNone, kPngSub, kPngUp, kPngPaeth};
 
 struct PngWriterState {

@@ -50,6 +50,7 @@ struct State {
   std::size_t blocks = 1;          // side by side
   std::vector<std::uint8_t> band;  // [plane][block]
   std::int64_t band_number = -1;
+  std::size_t rows = 0;  // in the band, of a file that is written
   bool has_failed = false;
 };
 

@@ -8,13 +8,11 @@ namespace drivers::tifz {
 namespace {
 
 constexpr std::size_t kStripBytes = std::size_t{256} << 10;
-constexpr int kFastLevel = 3;  // of Deflate: larger ones take much longer for little
+constexpr int kLevel = 4;                                            // of Deflate
 constexpr std::uint64_t kClassicBytes = std::uint64_t{4'000} << 20;  // of pixels; above it BigTIFF
 
-bool state_layout(const img_file* handle, TIFF* tif, std::size_t row_bytes) {
+bool state_layout(const img_file* handle, TIFF* tif, std::uint32_t rows) {
   const bool is_float = handle->bits == 32;
-  const std::size_t rows =
-      std::clamp<std::size_t>(kStripBytes / row_bytes, 1, std::size_t(handle->height));
   const std::uint16_t alpha = EXTRASAMPLE_UNASSALPHA;
   return TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, std::uint32_t(handle->width)) &&
          TIFFSetField(tif, TIFFTAG_IMAGELENGTH, std::uint32_t(handle->height)) &&
@@ -28,9 +26,18 @@ bool state_layout(const img_file* handle, TIFF* tif, std::size_t row_bytes) {
          TIFFSetField(tif, TIFFTAG_COMPRESSION, COMPRESSION_ADOBE_DEFLATE) &&
          TIFFSetField(tif, TIFFTAG_PREDICTOR,
                       is_float ? PREDICTOR_FLOATINGPOINT : PREDICTOR_HORIZONTAL) &&
-         TIFFSetField(tif, TIFFTAG_ZIPQUALITY, kFastLevel) &&
-         TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, std::uint32_t(rows)) &&
+         TIFFSetField(tif, TIFFTAG_ZIPQUALITY, kLevel) &&
+         TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, rows) &&
          (handle->components == 3 || TIFFSetField(tif, TIFFTAG_EXTRASAMPLES, 1, &alpha));
+}
+
+// Compresses the rows that are in memory: libtiff is much faster with a strip at once than row by row.
+bool write_strip(State& state) {
+  if (state.rows == 0) return true;
+  const std::size_t bytes = state.rows * (state.band.size() / state.band_rows);
+  state.rows = 0;
+  const auto number = std::uint32_t(++state.band_number);
+  return TIFFWriteEncodedStrip(state.tif.get(), number, state.band.data(), tmsize_t(bytes)) >= 0;
 }
 
 }  // namespace
@@ -41,13 +48,16 @@ int create(img_file* handle) try {
   }
   auto state = std::make_unique<State>();
   state->type = handle->file_type;
-  const auto pixel_bytes = std::size_t(handle->components * handle->bits / 8);
-  state->band.resize(std::size_t(handle->width) * pixel_bytes);
+  const auto row_bytes =
+      std::size_t(handle->width) * std::size_t(handle->components * handle->bits / 8);
+  state->band_rows = std::uint32_t(
+      std::clamp<std::size_t>(kStripBytes / row_bytes, 1, std::size_t(handle->height)));
+  state->band.resize(state->band_rows * row_bytes);
   state->file.handle = handle;
   state->file.out.reset(ka_img_writer_alloc(handle));
-  const bool is_big = std::uint64_t(handle->height) * state->band.size() > kClassicBytes;
+  const bool is_big = std::uint64_t(handle->height) * row_bytes > kClassicBytes;
   state->tif.reset(state->file.open(is_big ? "w8" : "w", 0));
-  if (!state->tif || !state_layout(handle, state->tif.get(), state->band.size())) {
+  if (!state->tif || !state_layout(handle, state->tif.get(), state->band_rows)) {
     return state->file.fail(IMG_ERR_WRITE);
   }
   handle->data.p = state.release();
@@ -60,10 +70,11 @@ int write_line(img_file* handle, img_line* line) {
   auto& state = state_of<State>(handle);
   if (handle->line_count >= handle->height)
     return ka_img_custom_format_error(handle, IMG_ERR_WRITE, 0);
-  ka_img_line_pack(line, state.type, state.band.data(), handle->width, IMG_ORDER_HOST);
+  const std::size_t row_bytes = state.band.size() / state.band_rows;
+  ka_img_line_pack(line, state.type, &state.band[state.rows * row_bytes], handle->width,
+                   IMG_ORDER_HOST);
   state.file.forget();
-  const auto y = std::uint32_t(handle->line_count);
-  if (TIFFWriteScanline(state.tif.get(), state.band.data(), y, 0) > 0) return 1;
+  if (++state.rows < state.band_rows || write_strip(state)) return 1;
   return state.file.fail(IMG_ERR_WRITE);
 }
 
@@ -72,7 +83,7 @@ int close(img_file* handle) {
   if (!state) return 1;
   if (!state->file.out) return 1;
   state->file.forget();
-  const bool is_written = TIFFFlush(state->tif.get()) != 0;
+  const bool is_written = write_strip(*state) && TIFFFlush(state->tif.get()) != 0;
   state->tif.reset();
   const int failure = ka_img_writer_flush(state->file.out.get());
   if (failure != 0) return ka_img_custom_format_error(handle, IMG_ERR_WRITE, failure);
