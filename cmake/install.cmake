@@ -11,6 +11,9 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ka DESTINATION ${CMAKE_INSTALL_I
         FILES_MATCHING PATTERN "*.h" PATTERN detail EXCLUDE)
 install(FILES ${PROJECT_SOURCE_DIR}/docs/vel_diff.1 ${PROJECT_SOURCE_DIR}/docs/vel_info.1
         DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)
+if(LUMORA_VIEWER)
+  install(FILES ${PROJECT_SOURCE_DIR}/docs/vel_disp.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT viewer)
+endif()
 install(FILES CHANGELOG.md docs/library.md docs/pixels.md docs/formats.md docs/vel_info.schema.json DESTINATION ${CMAKE_INSTALL_DOCDIR}
         COMPONENT development)
 install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development

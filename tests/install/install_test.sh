@@ -23,6 +23,7 @@ check() {
 rm -rf "$work"
 "$cmake" --install "$build" --prefix "$prefix" > /dev/null
 [[ -f $prefix/share/man/man1/vel_diff.1 ]] || fail "the manual page is not installed"
+[[ ! -x $prefix/bin/vel_disp || -f $prefix/share/man/man1/vel_disp.1 ]] || fail "the viewer has no manual page"
 [[ -f $prefix/share/doc/lumora/library.md ]] || fail "the guide is not installed"
 [[ ! -e $prefix/include/ka/detail ]] || fail "private headers are installed"
 config=$(find "$prefix" -name LumoraConfig.cmake)
