@@ -69,7 +69,7 @@ a:FFFFFF
 c:FF4000
 e e:FF8000
 0:FF4000
-d:00807F
+d:817E00
 d:FF4000
 f plus plus plus:FF4000
 END
