@@ -9,10 +9,20 @@ if(LUMORA_DRIVERS)
 endif()
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ka DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development
         FILES_MATCHING PATTERN "*.h" PATTERN detail EXCLUDE)
-install(FILES ${PROJECT_SOURCE_DIR}/docs/vel_copy.1 ${PROJECT_SOURCE_DIR}/docs/vel_diff.1
-              ${PROJECT_SOURCE_DIR}/docs/vel_info.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)
-install(FILES CHANGELOG.md docs/library.md docs/pixels.md docs/formats.md docs/vel_info.schema.json DESTINATION ${CMAKE_INSTALL_DOCDIR}
-        COMPONENT development)
+foreach(tool vel_diff vel_copy vel_info vel_disp)
+  set(component tool)
+  if(tool STREQUAL vel_disp)
+    if(NOT LUMORA_VIEWER)
+      continue()
+    endif()
+    set(component viewer)
+  endif()
+  install(FILES ${PROJECT_SOURCE_DIR}/docs/${tool}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT ${component})
+  install(FILES ${PROJECT_SOURCE_DIR}/tools/completion/lumora.bash RENAME ${tool}
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT ${component})
+endforeach()
+install(FILES CHANGELOG.md docs/library.md docs/pixels.md docs/formats.md docs/vel_info.schema.json
+        DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
 install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development
         FILES_MATCHING PATTERN "*.c" PATTERN "*.cc" PATTERN "*.h")
 

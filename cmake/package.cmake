@@ -1,4 +1,4 @@
-# `cpack` in the build folder makes Debian packages: the tool, the shared library, and what a developer needs.
+# `cpack` in the build folder makes Debian packages: the tools, the viewer, the shared library, and what a developer needs.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME lumora)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
@@ -7,6 +7,9 @@ set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_COMPONENTS_ALL tool library development)
+if(LUMORA_VIEWER)
+  list(APPEND CPACK_COMPONENTS_ALL viewer)
+endif()
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
@@ -30,6 +33,13 @@ set(CPACK_DEBIAN_TOOL_DESCRIPTION "compare two pictures pixel by pixel
 vel_diff tells how many pixels of two pictures differ, by how much, and
 whether they are identical, similar or different. It can paint the
 difference.")
+set(CPACK_DEBIAN_VIEWER_PACKAGE_NAME lumora-viewer)
+set(CPACK_DEBIAN_VIEWER_PACKAGE_SECTION graphics)
+set(CPACK_DEBIAN_VIEWER_PACKAGE_RECOMMENDS libopenexr-3-1-30)
+set(CPACK_DEBIAN_VIEWER_DESCRIPTION "show pictures of a rendering system and their samples
+vel_disp shows a picture in a window, or two and where they differ: single
+channels, exposure, the samples of each pixel. Without a window system it
+prints a preview in the terminal.")
 set(library_description "
 Lumora reads, writes and converts image files of many formats, line by
 line or whole, and gives threads shared access to large textures.")
@@ -42,6 +52,9 @@ set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/package
 # What Debian wants to find in each package is added to the files before they are packed.
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/package/finish.cmake)
 set(CPACK_LUMORA_PACKAGES tool:lumora-tools library:${library_package} development:liblumora-dev)
+if(LUMORA_VIEWER)
+  list(APPEND CPACK_LUMORA_PACKAGES viewer:lumora-viewer)
+endif()
 set(CPACK_LUMORA_FILES ${CMAKE_CURRENT_LIST_DIR}/package)
 set(CPACK_LUMORA_STRIP ${CMAKE_STRIP})
 include(CPack)

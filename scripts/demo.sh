@@ -6,7 +6,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 scripts/setup.sh
 cmake --preset release
-cmake --build --preset release --target vel_diff render_example
+cmake --build --preset release --target vel_diff vel_disp render_example
 
 bin=build/release/bin
 pictures=build/demo
@@ -30,6 +30,8 @@ In the second picture the yellow sphere has moved. Exit status 1 says that the l
 reaches 1 percent of what is possible. $pictures/difference.ppm shows where, in false colours, under
 a histogram; any viewer for PPM files shows the three pictures. What to do next:
 
+  $bin/vel_disp $pictures/scene.ppm $pictures/moved.ppm
+      shows both in a window: space changes between them, d shows the difference, h lists the keys
   $bin/vel_diff -t 50 $pictures/scene.ppm $pictures/moved.ppm
       allows differences below 50 percent: the pictures count as similar, the exit status is 0
   $bin/vel_diff -h
@@ -39,3 +41,7 @@ a histogram; any viewer for PPM files shows the three pictures. What to do next:
   examples/render_example.cc
       shows how a program writes a picture with the library
 END
+if [[ -t 1 ]]; then
+  printf '\n$ %s\n' "$bin/vel_disp --terminal $pictures/difference.ppm"
+  "$bin/vel_disp" --terminal "$pictures/difference.ppm"
+fi

@@ -10,6 +10,7 @@ packages=(g++ cmake ninja-build libjpeg62-turbo-dev libgtest-dev libbenchmark-de
           nlohmann-json3-dev libsdl2-dev)
 if [[ ${1-} == test || ${1-} == check ]]; then
   packages+=(ffmpeg ghostscript imagemagick libjpeg-turbo-progs libtiff-tools netpbm openimageio-tools webp
+             xvfb xdotool
              clang-14 clang-tidy-14)
 fi
 if [[ ${1-} == check ]]; then

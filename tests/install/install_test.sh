@@ -22,8 +22,10 @@ check() {
 
 rm -rf "$work"
 "$cmake" --install "$build" --prefix "$prefix" > /dev/null
-for tool in vel_diff vel_info; do
+for tool in vel_diff vel_copy vel_info vel_disp; do
+  [[ $tool != vel_disp || -x $prefix/bin/vel_disp ]] || continue
   [[ -f $prefix/share/man/man1/$tool.1 ]] || fail "the manual page of $tool is not installed"
+  [[ -f $prefix/share/bash-completion/completions/$tool ]] || fail "the completion of $tool is not installed"
 done
 [[ -f $prefix/share/doc/lumora/library.md ]] || fail "the guide is not installed"
 [[ ! -e $prefix/include/ka/detail ]] || fail "private headers are installed"

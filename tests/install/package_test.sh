@@ -15,7 +15,7 @@ rm -rf "$work"
 mkdir -p "$work"
 "$cpack" --config "$build/CPackConfig.cmake" -B "$work" > "$work/log" || { cat "$work/log"; exit 1; }
 packages=("$work"/*.deb)
-[[ ${#packages[@]} -eq 3 ]]
+[[ ${#packages[@]} -eq 4 ]] || { [[ ${#packages[@]} -eq 3 ]] && ! grep -q "LUMORA_VIEWER:BOOL=ON" "$build/CMakeCache.txt"; }
 
 if command -v lintian > /dev/null; then
   run=()
@@ -41,6 +41,6 @@ chroot "$root" bash -euc '
   gcc /tmp/consumer.c -llumora -o /tmp/consumer
   /tmp/consumer /tmp/pixel.ppm
   vel_diff /tmp/pixel.ppm /tmp/pixel.ppm
-  apt-get -qq purge lumora-tools liblumora3 liblumora-dev
+  apt-get -qq purge lumora-tools "lumora-viewer*" liblumora3 liblumora-dev
   [[ -z $(find /usr -name "*lumora*" -not -path "/usr/share/man/*") ]]
 ' > "$work/log" 2>&1 || { tail -n 30 "$work/log"; exit 1; }

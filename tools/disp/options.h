@@ -6,12 +6,12 @@
 #include <vector>
 
 struct Options {
-  std::optional<std::string> title;
-  std::string layer;  // "": the file's default
+  std::optional<std::string> title{};
+  std::string layer{};  // "": the file's default
   bool terminal = false;
   bool verbose = false;
-  std::optional<float> exposure;  // stops
-  std::optional<float> gamma;
+  std::optional<float> exposure{};  // stops
+  std::optional<float> gamma{};
   std::vector<std::string> names;  // one or two
 };
 

@@ -137,8 +137,10 @@ void draw_samples(const Picture& picture, const View& view, const Canvas& canvas
   constexpr int space = 2;
   const int size = int(view.zoom());
   const int lines = sample_count(picture.type());
-  if (longest_sample(picture.type()) * kCharacterWidth + space > size) return;
-  if (lines * kCharacterHeight + space > size) return;
+  const int scale =
+      std::min({2, (size - space) / (longest_sample(picture.type()) * kCharacterWidth),
+                (size - space) / (lines * kCharacterHeight)});
+  if (scale < 1) return;
   const Canvas part{canvas.pixels, canvas.width, std::min(canvas.height, view.window().height)};
   const Point from = view.at({0, 0});
   const Point to = view.at({double(view.window().width), double(view.window().height)});
@@ -150,11 +152,11 @@ void draw_samples(const Picture& picture, const View& view, const Canvas& canvas
       const int inner_x = std::clamp(left + size / 2, 0, part.width - 1);
       const int inner_y = std::clamp(top + size / 2, 0, part.height - 1);
       const Color color = readable_on(part.row(inner_y)[inner_x]);
-      int line = top + (size - lines * kCharacterHeight) / 2;
+      int line = top + (size - lines * kCharacterHeight * scale) / 2;
       for (const NamedSample& sample : sample_texts(picture.type(), planes, x)) {
-        const int width = int(sample.text.size()) * kCharacterWidth;
-        write_text(part, left + (size - width) / 2, line, 1, sample.text, color);
-        line += kCharacterHeight;
+        const int width = int(sample.text.size()) * kCharacterWidth * scale;
+        write_text(part, left + (size - width) / 2, line, scale, sample.text, color);
+        line += kCharacterHeight * scale;
       }
     }
   }

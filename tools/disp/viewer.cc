@@ -252,7 +252,7 @@ std::string Viewer::status() const {
       shown_ == Shown::kDifference
           ? "difference of " + file_name_of(file.name) + " and " + file_name_of(files_[1].name)
           : size_text(file) + "  " + ka_img_type_name(file.picture->type());
-  text += short_text("  %.4g %%", view_.zoom() * 100);
+  text += short_text(view_.zoom() < 1 ? "  %.3g %%" : "  %.0f %%", view_.zoom() * 100);
   if (shown_ != Shown::kDifference) text += channels[std::size_t(look_.channel)];
   if (look_.stops != 0) text += short_text("  exposure %+.1f", look_.stops);
   if (look_.gamma != 1) text += short_text("  gamma %.2f", look_.gamma);

@@ -176,10 +176,11 @@ class Window {
 
 // Other drivers of SDL draw into the void, or on a console that others use.
 bool start_windows() {
-  if (!is_set("DISPLAY") && !is_set("WAYLAND_DISPLAY")) return false;
+  const bool has_x11 = is_set("DISPLAY"), has_wayland = is_set("WAYLAND_DISPLAY");
+  if (!has_x11 && !has_wayland) return false;
   SDL_SetMainReady();
   SDL_SetHint(SDL_HINT_NO_SIGNAL_HANDLERS, "1");  // an interrupt ends the process
-  SDL_SetHint(SDL_HINT_VIDEODRIVER, "x11,wayland");
+  SDL_SetHint(SDL_HINT_VIDEODRIVER, !has_wayland ? "x11" : !has_x11 ? "wayland" : "x11,wayland");
   if (SDL_InitSubSystem(SDL_INIT_VIDEO) != 0) return false;
   const std::string_view driver = SDL_GetCurrentVideoDriver();
   if (driver == "x11" || driver == "wayland") {
