@@ -41,7 +41,7 @@ from fault_list import MARKS, ROOT, Place, all_sources, locate, numbers_of, read
 # that of the fuzz targets' seeds.
 TESTS = {"lib": ["lib", "msg", "mem", "db", "tools", "replay"], "msg": ["msg", "db", "lib", "mem"],
          "mem": ["mem", "msg", "db", "lib"], "db": ["db"], "img": ["img", "replay", "docs", "peers"],
-         "tools": ["tools", "docs"]}
+         "tools": ["tools", "docs"], "include": ["img", "lib"]}
 HEADER = "lumora_planted_fault.h"
 # Set before anything else that a file initialises; inline variables are one for the whole program.
 # Places of faults that are reached leave marks in a file where LUMORA_MARKS names one.
@@ -94,7 +94,10 @@ class Planter:
     def write_file(self, name):
         text = self.sources[name].text
         places = [place for place in self.places if place.file == name]
-        include = f'#include "{self.tree / HEADER}"\n#line 1\n' if places else ""
+        include = f'#include "{self.tree / HEADER}"\n' if places else ""
+        if places and name.startswith("include/"):  # for programs in C as well
+            include = f"#ifdef __cplusplus\n{include}#endif\n"
+        include += "#line 1\n" if places else ""
         put(self.tree / name, (include + render(text, places, 0, len(text))).encode())
 
     def drop(self, name, lines):
@@ -201,7 +204,9 @@ class Tests:
 
     def command(self, program, tests):
         if tests == [None]:
-            return [program, self.tree / "fuzz/corpus" / program.name.removeprefix("fuzz_replay_")]
+            corpus = self.tree / "fuzz/corpus"
+            own = corpus / program.name.removeprefix("fuzz_replay_")
+            return [program, *([own] if own.is_dir() else filter(pathlib.Path.is_dir, corpus.iterdir()))]
         return [program, "--gtest_fail_fast", "--gtest_filter=" + ":".join(tests)]
 
     def try_one(self, test, seconds):

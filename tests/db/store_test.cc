@@ -110,6 +110,18 @@ TEST_F(Store, PrivateElementsAreTheirMakersAlone) {
   EXPECT_TRUE(ka_db_delete_private(tag));
 }
 
+TEST_F(Store, DelayedDeletionsWaitForWhatIsInUse) {
+  const std::uint32_t job = make_job({});
+  ka_db_access(job);
+  ka_db_delete_delay(1);
+  EXPECT_TRUE(ka_db_delete(job));
+  ka_db_delete_delay(0);
+  EXPECT_TRUE(ka_db_exists(job));
+  ka_db_unpin(job);
+  ka_db_delete_delay(0);
+  EXPECT_FALSE(ka_db_exists(job));
+}
+
 TEST_F(Store, ReportsHaveARowForEachModuleTypeAndElement) {
   make_element(KA_DB_IMAGE, 5000);
   make_element(77, 10);
