@@ -34,11 +34,21 @@ Tone::Tone(const Look& look) : gain_(std::exp2(look.stops)), inverse_gamma_(1.0F
   }
 }
 
-// What is no number is 0.
-inline std::uint32_t Tone::step(float value) const {
-  const float shown = std::min(1.0F, std::max(0.0F, value * gain_));
-  return table_.empty() ? std::uint32_t(int(shown * kScreenTop + 0.5F))
-                        : table_[std::size_t(int(shown * kTableTop + 0.5F))];
+// What is no number is 0. Two loops, so that the usual one becomes vectors.
+void Tone::paint_steps(const float* __restrict values, int count,
+                       std::uint8_t* __restrict out) const {
+  const auto shown = [gain = gain_](float value) {
+    const float larger = value * gain > 0 ? value * gain : 0;
+    return larger < 1 ? larger : 1;
+  };
+  if (table_.empty()) {
+    for (int i = 0; i < count; ++i)
+      out[i] = std::uint8_t(int(shown(values[i]) * kScreenTop + 0.5F));
+  } else {
+    for (int i = 0; i < count; ++i) {
+      out[i] = table_[std::size_t(int(shown(values[i]) * kTableTop + 0.5F))];
+    }
+  }
 }
 
 void Tone::paint(const Rows& rows, std::size_t parts, bool may_be_odd, int count,
@@ -46,10 +56,16 @@ void Tone::paint(const Rows& rows, std::size_t parts, bool may_be_odd, int count
   const float* const r = rows[0].data();
   const float* const g = parts == 3 ? rows[1].data() : r;
   const float* const b = parts == 3 ? rows[2].data() : r;
-  if (parts == 3) {
-    for (int i = 0; i < count; ++i) out[i] = step(r[i]) << 16 | step(g[i]) << 8 | step(b[i]);
-  } else {
-    for (int i = 0; i < count; ++i) out[i] = step(r[i]) * 0x010101;
+  constexpr int kBlock = 512;
+  std::uint8_t steps[3][kBlock];
+  for (int at = 0; at < count; at += kBlock) {
+    const int size = std::min(kBlock, count - at);
+    for (std::size_t i = 0; i < parts; ++i) paint_steps(rows[i].data() + at, size, steps[i]);
+    const std::uint8_t* const green = parts == 3 ? steps[1] : steps[0];
+    const std::uint8_t* const blue = parts == 3 ? steps[2] : steps[0];
+    for (int i = 0; i < size; ++i) {
+      out[at + i] = Color{steps[0][i]} << 16 | Color{green[i]} << 8 | blue[i];
+    }
   }
   if (!may_be_odd) return;
   for (int i = 0; i < count; ++i) {

@@ -37,7 +37,7 @@ class Tone {
   void paint_distances(const Row& distances, int count, Color* out) const;
 
  private:
-  [[nodiscard]] std::uint32_t step(float value) const;
+  void paint_steps(const float* values, int count, std::uint8_t* out) const;
 
   float gain_, inverse_gamma_;
   std::vector<std::uint8_t> table_;  // with a gamma: steps of the screen by steps of 16 bits

@@ -17,8 +17,8 @@ const float* floats(const void* plane, int x) { return static_cast<const float*>
 bool is_background(float depth) { return depth == 0 || std::fabs(depth) >= FLT_MAX; }
 
 template <typename Sample, typename Function>
-void each(const void* plane, int x, int count, float* out, Function shown) {
-  const auto* const samples = static_cast<const Sample*>(plane) + x;
+void each(const void* plane, int x, int count, float* __restrict out, Function shown) {
+  const Sample* __restrict samples = static_cast<const Sample*>(plane) + x;
   for (int i = 0; i < count; ++i) out[i] = shown(samples[i]);
 }
 

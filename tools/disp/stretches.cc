@@ -27,16 +27,27 @@ Stretches::Stretches(double start, double step, int count, int limit) {
   if (count == 0) return;
   first_ = stretches_.front().first;
   end_ = stretches_.back().end;
-  pairs_ = std::ranges::all_of(stretches_, [](const Stretch& stretch) {
-    return stretch.end - stretch.first == 2 && stretch.inverse == 0.5F &&
-           stretch.first_weight == 1 && stretch.last_weight == 1;
-  });
+  are_short_ = std::ranges::all_of(
+      stretches_, [](const Stretch& stretch) { return stretch.end - stretch.first <= kShort; });
+  if (!are_short_) return;
+  for (const Stretch& stretch : stretches_) {
+    Taps taps;
+    for (int k = 0; k < kShort; ++k) {
+      const int sample = stretch.first + k;
+      const bool is_inside = sample < stretch.end;
+      taps.offset[k] = (is_inside ? sample : stretch.end - 1) - first_;
+      taps.weight[k] = is_inside ? stretch.weight(sample) * stretch.inverse : 0;
+    }
+    taps_.push_back(taps);
+  }
 }
 
-void Stretches::reduce(const float* samples, float* out) const {
-  if (pairs_) {
-    for (std::size_t i = 0; i < stretches_.size(); ++i) {
-      out[i] = (samples[2 * i] + samples[2 * i + 1]) * 0.5F;
+void Stretches::reduce(const float* __restrict samples, float* __restrict out) const {
+  if (are_short_) {
+    for (const Taps& taps : taps_) {
+      float sum = 0;
+      for (int k = 0; k < kShort; ++k) sum += samples[taps.offset[k]] * taps.weight[k];
+      *out++ = sum;
     }
     return;
   }

@@ -18,6 +18,14 @@ struct Stretch {
 // The stretch from `from` to `to` of `limit` samples. Before: it touches one of them at least.
 [[nodiscard]] Stretch stretch_of(double from, double to, int limit);
 
+// A short stretch with its samples and weights one by one: no branches. Where it has fewer samples the
+// last one is repeated without weight.
+inline constexpr int kShort = 4;
+struct Taps {
+  int offset[kShort];  // from the first sample that takes part
+  float weight[kShort];
+};
+
 // Equal stretches of a row, side by side.
 class Stretches {
  public:
@@ -33,6 +41,7 @@ class Stretches {
 
  private:
   int first_ = 0, end_ = 0;
-  bool pairs_ = false;  // each one has two whole samples
+  bool are_short_ = false;  // none touches more than kShort samples
   std::vector<Stretch> stretches_;
+  std::vector<Taps> taps_;  // of short ones
 };
