@@ -27,7 +27,7 @@ run "$bin/vel_diff" -f -u "$pictures/scene.ppm" "$pictures/moved.ppm" "$pictures
 cat << END
 
 In the second picture the yellow sphere has moved. Exit status 1 says that the largest difference of a pixel
-reaches 1 percent of what is possible. $pictures/difference.ppm shows where, in false colours, under
+reaches 1 percent of what is possible. $pictures/difference.ppm shows where, in false colors, under
 a histogram; any viewer for PPM files shows the three pictures. What to do next:
 
   $bin/vel_disp $pictures/scene.ppm $pictures/moved.ppm
@@ -35,7 +35,7 @@ a histogram; any viewer for PPM files shows the three pictures. What to do next:
   $bin/vel_diff -t 50 $pictures/scene.ppm $pictures/moved.ppm
       allows differences below 50 percent: the pictures count as similar, the exit status is 0
   $bin/vel_diff -h
-      tells the options; docs/vel_diff.1 is the manual page
+      prints the options; docs/vel_diff.1 is the manual page
   scripts/test.sh
       builds everything and runs all tests
   examples/render_example.cc
