@@ -2,6 +2,8 @@
 // them.
 #include "exrentries.h"
 
+#include <algorithm>
+#include <cstring>
 #include <string>
 
 #include <ka/imgheader.h>
@@ -17,12 +19,21 @@ std::string_view text_of(const exr_attr_string_t& text) {
   return {text.str, std::size_t(text.length)};
 }
 
+// The library keeps any number that the file has, also such that the enumeration lacks.
+std::uint32_t pixel_type(const exr_attr_chlist_entry_t& channel) {
+  std::uint32_t type;
+  static_assert(sizeof type == sizeof channel.pixel_type);
+  std::memcpy(&type, &channel.pixel_type, sizeof type);
+  return type;
+}
+
 void put_channels(ka::HeaderEntries& out, const exr_attr_chlist_t& list,
                   const std::vector<std::string>& names) {
-  for (std::size_t i = 0; i < names.size(); ++i) {
+  const std::size_t count = std::min(names.size(), std::size_t(list.num_channels));
+  for (std::size_t i = 0; i < count; ++i) {
     const auto& channel = list.entries[i];
     out.text("channel", names[i]);
-    out.choice("channel_type", channel.pixel_type, {"uint", "half", "float"});
+    out.choice("channel_type", pixel_type(channel), {"uint", "half", "float"});
     if (channel.x_sampling != 1 || channel.y_sampling != 1) {
       out.numbers("channel_sampling", channel.x_sampling, channel.y_sampling);
     }
@@ -119,6 +130,7 @@ void exr_header(img_file* handle, img_header* header) {
       core.get_attribute_by_index(state.context, part, EXR_ATTR_LIST_FILE_ORDER, i, &attribute);
       if (!attribute) continue;
       if (attribute->type == EXR_ATTR_CHLIST) {
+        if (std::strcmp(attribute->name, "channels") != 0) continue;  // another program's list
         put_channels(out, *attribute->chlist, names[std::size_t(part)]);
       } else {
         put_value(out, *attribute);

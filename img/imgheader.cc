@@ -25,6 +25,7 @@ struct img_header {
 };
 
 int ka_img_header_put(img_header* header, const char* name, const void* value, std::size_t count) {
+  if (name[0] == '\0') return header->left != 0;
   const auto* const text = static_cast<const char*>(value);
   const std::size_t length = count == 0 ? 0 : strnlen(text, std::min(count, kLongestValue - 1));
   const std::size_t cost = std::strlen(name) + length + kEntryBytes;

@@ -7,7 +7,8 @@ KA_BEGIN_DECLS
 
 /* Passes an entry on to the caller of ka_img_header.
  *   Takes    the value's bytes, of which those from the first 0 on and those past 64 KiB are left
- *            out. They need not end with 0; the name does.
+ *            out. They need not end with 0; the name does. An entry without a name, which damaged files
+ *            have, is left out.
  *   Returns  1, or 0 when no more entries are taken: all together have become too long for the file. */
 int ka_img_header_put(img_header* header, const char* name, const void* value, size_t count);
 
