@@ -53,16 +53,19 @@ void Tone::paint_steps(const float* __restrict values, int count,
 
 void Tone::paint(const Rows& rows, std::size_t parts, bool may_be_odd, int count,
                  Color* out) const {
+  const bool is_color = parts == 3;
   const float* const r = rows[0].data();
-  const float* const g = parts == 3 ? rows[1].data() : r;
-  const float* const b = parts == 3 ? rows[2].data() : r;
+  const float* const g = is_color ? rows[1].data() : r;
+  const float* const b = is_color ? rows[2].data() : r;
   constexpr int kBlock = 512;
   std::uint8_t steps[3][kBlock];
   for (int at = 0; at < count; at += kBlock) {
     const int size = std::min(kBlock, count - at);
-    for (std::size_t i = 0; i < parts; ++i) paint_steps(rows[i].data() + at, size, steps[i]);
-    const std::uint8_t* const green = parts == 3 ? steps[1] : steps[0];
-    const std::uint8_t* const blue = parts == 3 ? steps[2] : steps[0];
+    paint_steps(r + at, size, steps[0]);
+    if (is_color) paint_steps(g + at, size, steps[1]);
+    if (is_color) paint_steps(b + at, size, steps[2]);
+    const std::uint8_t* const green = is_color ? steps[1] : steps[0];
+    const std::uint8_t* const blue = is_color ? steps[2] : steps[0];
     for (int i = 0; i < size; ++i) {
       out[at + i] = Color{steps[0][i]} << 16 | Color{green[i]} << 8 | blue[i];
     }
