@@ -182,7 +182,8 @@ TEST_F(VelCopy, ReducesToTheMeanOfWhatAPixelCovers) {
   for (const int type :
        {IMG_TYPE_RGBA, IMG_TYPE_RGB_16, IMG_TYPE_VTA, IMG_TYPE_S_FP, IMG_TYPE_BIT}) {
     const test::Image image = make("in.map", type, 13, 9);
-    for (const auto& [width, height] : sizes) {
+    for (const auto& size : sizes) {
+      const int width = size[0], height = size[1];
       expect_copied({"-r" + std::to_string(width) + "x" + std::to_string(height), path("in.map"),
                      path("out.map")});
       const double half = image->bits == 32 ? 1e-6 : 0.5 + 1e-9;
