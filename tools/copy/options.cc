@@ -136,16 +136,16 @@ int format_of_name(const std::string& name) {
 // Options that the format would not look at.
 void check_settings(const Options& options) {
   const struct {
-    bool is_given;
     const char* option;
     Setting setting;
-  } rows[] = {{options.pyramid, "--pyramid", Setting::kPyramid},
-              {options.gamma.has_value(), "--gamma", Setting::kGamma},
-              {options.aspect.has_value(), "--aspect", Setting::kAspect},
-              {options.quality.has_value(), "--quality", Setting::kQuality},
-              {options.fields.has_value(), "--fields", Setting::kFields},
-              {options.as_float == true, "--float", Setting::kFloat},
-              {options.as_float == false, "--half", Setting::kFloat}};
+    bool is_given;
+  } rows[] = {{"--pyramid", Setting::kPyramid, options.pyramid},
+              {"--gamma", Setting::kGamma, options.gamma.has_value()},
+              {"--aspect", Setting::kAspect, options.aspect.has_value()},
+              {"--quality", Setting::kQuality, options.quality.has_value()},
+              {"--fields", Setting::kFields, options.fields.has_value()},
+              {"--float", Setting::kFloat, options.as_float == true},
+              {"--half", Setting::kFloat, options.as_float == false}};
   for (const auto& row : rows) {
     if (!row.is_given || knows(options.format, row.setting)) continue;
     refuse_usage(std::string(row.option) + ": " + ka_img_format_name(options.format) +
